@@ -1,0 +1,53 @@
+// A matrix of coordinate triplets.
+
+#pragma once
+
+#include "pavex/matrix/instances.h"
+#include "pavex/matrix/matrix_base.h"
+#include "pavex/runtime/buffer.h"
+
+#include <cstdint>
+
+namespace Pavex {
+
+// Entry k stands at row mRowIdx[k] and column mColIdx[k] with value mValues[k]. The entries
+// need no order and may repeat a position. In a distributed matrix the indices are global.
+template <typename T, typename I>
+class PAVEX_API MatrixCOO : public MatrixBase {
+ public:
+  std::int32_t mPart = 0;  // part code 0, 1 or 2
+  Buffer<I> mRowIdx;       // row of each entry
+  Buffer<I> mColIdx;       // column of each entry
+  Buffer<T> mValues;       // value of each entry; empty for a pattern
+
+  // An empty 0 x 0 matrix.
+  MatrixCOO();
+  MatrixCOO(MatrixCOO&&) noexcept;
+  MatrixCOO& operator=(MatrixCOO&&) noexcept;
+  ~MatrixCOO() override;
+
+  // A `rows` x `cols` matrix of `nnz` entries over the caller's arrays of `nnz` elements each,
+  // which must outlive their use by the matrix. A null `values` gives a pattern.
+  static MatrixCOO Borrow(std::int64_t rows, std::int64_t cols, std::int64_t nnz, I* rowIdx,
+                          I* colIdx, T* values);
+
+  // Makes `matrix` a `rows` x `cols` matrix with room for `nnz` entries, uninitialised, from
+  // `allocator`, which must outlive it. On a failed status `matrix` is as it was.
+  static PavexStatus Create(Allocator& allocator, std::int64_t rows, std::int64_t cols,
+                            std::int64_t nnz, bool withValues, MatrixCOO& matrix);
+
+  // The length of the index arrays, also without values; 0 if mRows or mCols is 0.
+  long NNZ() const override;
+  PavexMatrixStoreType StoreType() const override;
+  bool HasValues() const override;
+  void SetValues(void* values) override;
+  void Query(PavexMatrixStore& store) const override;
+};
+
+#define PAVEX_EXTERN(T, I) extern template class MatrixCOO<T, I>;
+PAVEX_FOR_EACH_INSTANCE(PAVEX_EXTERN)
+#undef PAVEX_EXTERN
+
+static_assert(sizeof(MatrixCOO<double, int>) == 200, "part of the binary interface");
+
+}  // namespace Pavex

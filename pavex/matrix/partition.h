@@ -1,0 +1,32 @@
+// How a local piece sits in the global matrix.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace Pavex {
+
+enum PartitionType : std::int32_t {
+  PARTITION_ROW_WISE = 0,      // a band of whole rows
+  PARTITION_COLUMN_WISE = 1,   // a band of whole columns
+  PARTITION_NONZERO_WISE = 2,  // any share of the entries
+  PARTITION_NONE = 3           // not declared as a piece of a larger matrix
+};
+
+struct MatrixPartition {
+  std::int32_t type = PARTITION_NONE;  // a PartitionType; any number may arrive from a peer
+  std::int64_t begin = 0;  // first global row (row-wise) or column (column-wise) of the piece
+
+  static MatrixPartition RowWise(std::int64_t begin) { return {PARTITION_ROW_WISE, begin}; }
+  static MatrixPartition ColumnWise(std::int64_t begin) {
+    return {PARTITION_COLUMN_WISE, begin};
+  }
+  static MatrixPartition NonzeroWise() { return {PARTITION_NONZERO_WISE, 0}; }
+};
+
+static_assert(sizeof(MatrixPartition) == 16, "part of the binary interface");
+static_assert(offsetof(MatrixPartition, type) == 0, "part of the binary interface");
+static_assert(offsetof(MatrixPartition, begin) == 8, "part of the binary interface");
+
+}  // namespace Pavex

@@ -1,0 +1,59 @@
+// What a store type says about a matrix. One place for each rule.
+
+#pragma once
+
+#include "pavex/matrix/store.h"
+#include "pavex/runtime/log.h"
+
+#include <cstdint>
+
+namespace Pavex {
+
+// The part code (0, 1 or 2) of a store type; 0 for the dense kinds. Aborts with the fatal line
+// on a value outside 0 to 12.
+inline int GetMatrixPart(PavexMatrixStoreType type) {
+  // One bit for each store type with that part code.
+  constexpr std::uint32_t kPart0 = 0x1927;
+  constexpr std::uint32_t kPart1 = 0x248;
+  constexpr std::uint32_t kPart2 = 0x490;
+
+  auto const number = static_cast<std::uint32_t>(type);
+  if (number > STORE_DENSE_COL_MAJOR)
+    Log::NeverBeenHere();
+  std::uint32_t const bit = 1U << number;
+  if ((bit & kPart0) != 0)
+    return 0;
+  if ((bit & kPart1) != 0)
+    return 1;
+  if ((bit & kPart2) != 0)
+    return 2;
+  Log::NeverBeenHere();
+}
+
+// The storage classes that a store type can name.
+enum class StoreKind { DENSE, CSR, CSC, COO, UNKNOWN };
+
+inline StoreKind StoreKindOf(PavexMatrixStoreType type) noexcept {
+  switch (type) {
+    case STORE_TYPE_0:
+    case STORE_TYPE_1:
+    case STORE_DENSE_ROW_MAJOR:
+    case STORE_DENSE_COL_MAJOR:
+      return StoreKind::DENSE;
+    case STORE_CSR_0:
+    case STORE_CSR_1:
+    case STORE_CSR_2:
+      return StoreKind::CSR;
+    case STORE_CSC_0:
+    case STORE_CSC_1:
+    case STORE_CSC_2:
+      return StoreKind::CSC;
+    case STORE_COO_0:
+    case STORE_COO_1:
+    case STORE_COO_2:
+      return StoreKind::COO;
+  }
+  return StoreKind::UNKNOWN;
+}
+
+}  // namespace Pavex

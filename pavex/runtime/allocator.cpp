@@ -1,0 +1,7 @@
+#include "pavex/runtime/allocator.h"
+
+namespace Pavex {
+
+Allocator::~Allocator() = default;
+
+}  // namespace Pavex

@@ -1,0 +1,48 @@
+// The log of the library: one formatted write per line to standard output, each line opening
+// with its level in brackets, gated by one process-wide level. Lines carry no rank and no time
+// stamp.
+
+#pragma once
+
+#include "pavex/runtime/export.h"
+#include "pavex/runtime/status.h"
+
+#include <cstdint>
+#include <cstdio>
+
+namespace Pavex {
+
+constexpr std::int32_t LOG_FATAL = 0;
+constexpr std::int32_t LOG_ERROR = 1;
+constexpr std::int32_t LOG_DEBUG = 4;
+
+class PAVEX_API Log {
+ public:
+  // Lines of level L appear while mMaxLogLevel >= L: LOG_ERROR at the start, a negative level
+  // silences everything. Read without synchronisation: set it before threads that log start.
+  static std::int32_t mMaxLogLevel;
+
+  static bool Enabled(std::int32_t level) noexcept { return mMaxLogLevel >= level; }
+
+  // `format` opens with "[%s]", which takes the level's word, and ends with a newline.
+  template <typename... Args>
+  static void Error(char const* format, Args... args) {
+    if (Enabled(LOG_ERROR))
+      std::printf(format, "ERROR", args...);
+  }
+  template <typename... Args>
+  static void Debug(char const* format, Args... args) {
+    if (Enabled(LOG_DEBUG))
+      std::printf(format, "DEBUG", args...);
+  }
+
+  // The line of a caller that hands a failed status up: "[ERROR] <status text>". Returns
+  // `status`.
+  static PavexStatus Failed(PavexStatus status);
+
+  // Guards a branch that cannot be reached: the fatal line, flushed so that it also reaches a
+  // pipe or a file, then abort() whatever the level.
+  [[noreturn]] static void NeverBeenHere();
+};
+
+}  // namespace Pavex

@@ -1,0 +1,33 @@
+// The communicator of a job of one process.
+
+#pragma once
+
+#include "pavex/runtime/comm.h"
+
+namespace Pavex {
+
+// The communicator of a job of one process: rank 0 of 1. Bcast succeeds, having nobody to copy
+// to; every other data-moving operation returns STATUS_NOT_SUPPORTED and copies nothing, so the
+// caller detects the single process itself. Stateless: may be shared freely.
+class PAVEX_API SelfComm : public Comm {
+ public:
+  ~SelfComm() override;
+  int Rank() const override;
+  int Size() const override;
+  PavexStatus Send(void const* buf, int count, Datatype type, int dest, int tag) const override;
+  PavexStatus Recv(void* buf, int count, Datatype type, int source, int tag) const override;
+  PavexStatus Gatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
+                      int const* recvcounts, int const* displs, Datatype recvtype,
+                      int root) const override;
+  PavexStatus Scatterv(void const* sendbuf, int const* sendcounts, int const* displs,
+                       Datatype sendtype, void* recvbuf, int recvcount, Datatype recvtype,
+                       int root) const override;
+  PavexStatus Allgather(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
+                        int recvcount, Datatype recvtype) const override;
+  PavexStatus Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
+                         int const* recvcounts, int const* displs,
+                         Datatype recvtype) const override;
+  PavexStatus Bcast(void* buf, int count, Datatype type, int root) const override;
+};
+
+}  // namespace Pavex

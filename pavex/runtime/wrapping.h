@@ -1,0 +1,28 @@
+// Sums, differences and products of sizes that wrap around instead of overflowing: a record of
+// another process may hold any number, and none may be undefined behaviour.
+
+#pragma once
+
+#include <type_traits>
+
+namespace Pavex {
+
+template <typename Int>
+constexpr Int WrappingAdd(Int a, Int b) noexcept {
+  using Unsigned = std::make_unsigned_t<Int>;
+  return static_cast<Int>(static_cast<Unsigned>(a) + static_cast<Unsigned>(b));
+}
+
+template <typename Int>
+constexpr Int WrappingSub(Int a, Int b) noexcept {
+  using Unsigned = std::make_unsigned_t<Int>;
+  return static_cast<Int>(static_cast<Unsigned>(a) - static_cast<Unsigned>(b));
+}
+
+template <typename Int>
+constexpr Int WrappingMul(Int a, Int b) noexcept {
+  using Unsigned = std::make_unsigned_t<Int>;
+  return static_cast<Int>(static_cast<Unsigned>(a) * static_cast<Unsigned>(b));
+}
+
+}  // namespace Pavex
