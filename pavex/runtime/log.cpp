@@ -6,8 +6,8 @@ namespace Pavex {
 
 std::int32_t Log::mMaxLogLevel = LOG_ERROR;
 
-PavexStatus Log::Failed(PavexStatus status) {
-  Error("[%s] %s\n", PavexStatusStr(status));
+PavexStatus Log::Report(PavexStatus status) {
+  if (status != STATUS_OK) Error("[%s] %s\n", PavexStatusStr(status));
   return status;
 }
 

@@ -36,9 +36,9 @@ class PAVEX_API Log {
       std::printf(format, "DEBUG", args...);
   }
 
-  // The line of a caller that hands a failed status up: "[ERROR] <status text>". Returns
-  // `status`.
-  static PavexStatus Failed(PavexStatus status);
+  // What every caller does with the status of a step: a failed one gets the line
+  // "[ERROR] <status text>". Returns `status`.
+  static PavexStatus Report(PavexStatus status);
 
   // Guards a branch that cannot be reached: the fatal line, flushed so that it also reaches a
   // pipe or a file, then abort() whatever the level.
