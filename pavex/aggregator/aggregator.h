@@ -1,0 +1,97 @@
+// Collects the pieces of a distributed matrix into the whole one, sends new values of the same
+// pattern, and returns dense results to the owners of the pieces.
+
+#pragma once
+
+#include "pavex/aggregator/aggregator_base.h"
+#include "pavex/matrix/coo.h"
+#include "pavex/matrix/csc.h"
+#include "pavex/matrix/csr.h"
+#include "pavex/matrix/dense.h"
+#include "pavex/matrix/instances.h"
+
+#include <memory>
+
+namespace Pavex {
+
+// T is the value type (float, double, or std::complex of them), I the index type (int or long).
+//
+// Shares the communicator, borrows the pool (which must outlive it) and owns the gathered
+// matrix and its buffers. Where the caller's local matrix already is the whole one, the
+// gathered matrix borrows its arrays instead of copying them: the local matrix must then
+// outlive the gathered one.
+//
+// Gather, Allgather, Update, UpdateCOO and Scatter are collective: every process of the
+// communicator calls the same operation in the same order with its own local matrix. They
+// return STATUS_OK, a status of the library after a line in the log, or the unchanged status of
+// the pool or the communicator. A local matrix of another class than its store type, or the
+// reference process's, names throws std::bad_cast. One thread per process uses an aggregator.
+template <typename T, typename I>
+class PAVEX_API Aggregator : public AggregatorBase {
+ public:
+  explicit Aggregator(MemoryPool* pool);
+  ~Aggregator();
+
+  // Gathers the whole matrix onto rank 0 of `comm`. `withValues` false asks for the pattern
+  // only; the flag of the first process whose matrix is not empty decides. An earlier result is
+  // deleted first, also if the gather fails. Errors: STATUS_INVALID_VALUE without a usable
+  // communicator or for an unknown partition, STATUS_INCONSISTENT if the processes disagree or
+  // values are missing, STATUS_NOT_SUPPORTED for an unknown store type.
+  PavexStatus Gather(std::shared_ptr<Comm> const& comm, MatrixBase const& local,
+                     bool withValues);
+
+  // The same onto every process of `comm`.
+  PavexStatus Allgather(std::shared_ptr<Comm> const& comm, MatrixBase const& local,
+                        bool withValues);
+
+  // Sends the values of `local`, which has the pattern and shape that this process gathered,
+  // into the gathered matrix. Where the gathered matrix borrows, it then borrows the values of
+  // this `local`. Errors: STATUS_WRONG_ORDER without a gather, STATUS_MISMATCH if `local` is
+  // not the matrix gathered, STATUS_INCONSISTENT if it has no values. On a failure the gathered
+  // matrix keeps its values.
+  PavexStatus Update(MatrixBase const& local);
+
+  // Update of a gathered coordinate matrix without any check: a gather of a coordinate matrix
+  // must have succeeded on this object, and `local` must match it.
+  PavexStatus UpdateCOO(MatrixCOO<T, I> const& local);
+
+  // Fills the value array of `local`, the dense matrix that this process gathered, with its
+  // piece of the gathered matrix; elements between its runs are left alone. Errors as for
+  // Update, and STATUS_NOT_SUPPORTED for a sparse matrix. A failed transfer may leave values
+  // partly overwritten where they are received in place.
+  PavexStatus Scatter(MatrixBase& local);
+
+ private:
+  PavexStatus Gather(MatrixBase const& local, bool withValues, int root);
+  PavexStatus GatherByStoreType(MatrixBase const& local);
+  void StampTarget();
+
+  // What the sparse paths share: sparse.ipp.
+  template <typename E>
+  PavexStatus PrepareArray(Buffer<E> const& local, long count, bool wanted, Buffer<E>& array);
+  template <typename E>
+  PavexStatus TransferArray(Buffer<E> const& local, long localCount, int tag, Buffer<E>& array);
+  template <typename M>
+  void SetSparseTarget(Buffer<I>& first, Buffer<I>& second, Buffer<T>& values);
+  template <typename M>
+  PavexStatus UpdateSparse(M const& local);
+
+  // Coordinate path: coo.ipp.
+  PavexStatus GatherCOO(MatrixCOO<T, I> const& local);
+
+  // Compressed path: compressed.ipp.
+  template <typename M>
+  PavexStatus GatherCSRC(M const& local);
+  template <typename M>
+  PavexStatus GatherOffsets(M const& local, Buffer<I>& offsets);
+  template <typename M>
+  bool LengthsFit(long count) const;
+  template <typename M>
+  PavexStatus GatherLengths(M const& local, int size, long count, Buffer<I>& offsets);
+};
+
+#define PAVEX_EXTERN(T, I) extern template class Aggregator<T, I>;
+PAVEX_FOR_EACH_INSTANCE(PAVEX_EXTERN)
+#undef PAVEX_EXTERN
+
+}  // namespace Pavex

@@ -1,0 +1,112 @@
+// The part of an aggregator that depends neither on the value nor on the index type: its
+// members, the exchange of the records, the decision of the mode, the metadata and the checks.
+
+#pragma once
+
+#include "pavex/aggregator/local_info.h"
+#include "pavex/matrix/matrix_base.h"
+#include "pavex/matrix/partition.h"
+#include "pavex/runtime/buffer.h"
+#include "pavex/runtime/comm.h"
+#include "pavex/runtime/export.h"
+#include "pavex/runtime/memory_pool.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace Pavex {
+
+// Base of Aggregator<T, I>; not used on its own. Neither copyable nor movable; one thread per
+// process uses it.
+class PAVEX_API AggregatorBase {
+ public:
+  AggregatorBase(AggregatorBase const&) = delete;
+  AggregatorBase& operator=(AggregatorBase const&) = delete;
+
+  // The gathered matrix on a receiving process; null on the others and before a gather. Owned
+  // by the aggregator and valid until Clear, the next Gather or Allgather, or the destruction.
+  // Local.
+  MatrixBase* Target() { return mTarget; }
+
+  // The communicator of the last gather: the very pointer that the object holds. Local.
+  std::shared_ptr<Comm> const& GetComm() const { return mComm; }
+
+  // Binds another communicator and releases the previous one. Local.
+  void SetComm(std::shared_ptr<Comm> const& comm) { mComm = comm; }
+
+  // Deletes the gathered matrix, if any; nothing else changes. Local.
+  void Clear();
+
+ protected:
+  explicit AggregatorBase(MemoryPool* pool) : mPool(pool) {}
+  ~AggregatorBase();
+
+  // --- The exchange of the records
+  // -------------------------------------------------------------
+
+  // Replaces `infos` by one record per process, all filled. Collective.
+  PavexStatus GatherLocalInfo(MatrixBase const& local, bool withValues,
+                              Buffer<MatrixLocalInfo>& infos);
+
+  // --- The mode and the agreement of the records: local, alike on every process
+  // -----------------
+
+  // Decides the mode. `source` is the first process whose matrix is not empty, -2 if all are.
+  static PavexStatus DetermineMode(Buffer<MatrixLocalInfo> const& infos, DistMatrixMode& mode,
+                                   int& source);
+  static PavexStatus CheckForDistMode(Buffer<MatrixLocalInfo> const& infos);
+  static PavexStatus CheckForAllMode(Buffer<MatrixLocalInfo> const& infos);
+  // Only a notice about this process's own partition; never fails.
+  PavexStatus CheckForOneMode(Buffer<MatrixLocalInfo> const& infos) const;
+
+  // --- The metadata of a gather
+  // -----------------------------------------------------------------
+
+  // First step of every gather: exchanges the records, decides the mode and fills every member
+  // below from mMode on. `root` is the receiving rank, -1 for every process. Collective.
+  PavexStatus InitMetadata(MatrixBase const& local, bool withValues, int root);
+
+  // Whether `local` still is the matrix that this process passed to the gather; a process
+  // without a record of that gather has none to compare with (STATUS_WRONG_ORDER). Local.
+  PavexStatus CheckConsistency(MatrixBase const& local) const;
+
+  // Whether this process, if it must send values (`needValues`), has any. Local.
+  PavexStatus CheckLocalValues(bool needValues, MatrixBase const& local) const;
+
+  // The checks with which every operation after a gather begins. Local.
+  PavexStatus CheckAfterGather(MatrixBase const& local) const;
+
+  // Position of a local band's first row or column inside the gathered matrix. Local.
+  long LocalRowColBegin(MatrixPartition const& partition) const;
+
+  // Declared in the order in which their destruction, reversed, gives the memory back.
+  std::shared_ptr<Comm> mComm;          // of the last gather; shared with the caller
+  MemoryPool* mPool;                    // not owned; outlives the aggregator
+  MatrixBase* mTarget = nullptr;        // gathered matrix, owned; null on non-receivers
+  Buffer<MatrixLocalInfo> mLocalInfos;  // one record per process, by rank
+  DistMatrixMode mMode = DISTRIBUTED;
+  int mSourceRank = -2;        // holder of the whole: a rank, -1 everybody, -2 nobody
+  bool mLocalIsWhole = false;  // the local matrix is the whole matrix
+  int mRoot = 0;               // receiving rank, -1 for every process
+  bool mIsReceiver = false;
+  bool mWithValues = false;  // values are aggregated as well as the pattern
+  std::int32_t mPattern = 0;
+  std::int32_t mAttribute = 0;
+  PavexMatrixStoreType mStoreType = static_cast<PavexMatrixStoreType>(-1);
+  MatrixPartition mPartition;  // of the reference process
+  long mGlobalRows = 0;
+  long mGlobalCols = 0;
+  long mRows = 0;  // shape and entries of the gathered matrix
+  long mCols = 0;
+  long mNnz = 0;
+  Buffer<int> mCounts;  // DISTRIBUTED, receivers: entries of each process
+  Buffer<int> mDispls;  // and where they start in the gathered arrays
+
+ private:
+  void FillFromReference(MatrixLocalInfo const& reference, int rank, int root);
+  PavexStatus FillFromPieces();
+};
+
+static_assert(sizeof(AggregatorBase) == 240, "part of the binary interface");
+
+}  // namespace Pavex

@@ -1,0 +1,158 @@
+// The compressed-row and compressed-column path, one template for both. The offsets are the one
+// place where gathered data is transformed: every process sends the lengths of its rows
+// (columns), which the receiver places by the pieces' begins and sums up. Indices and values
+// are concatenated in rank order.
+//
+// Example, two row bands: offsets [1, 3, 4] and [0, 2] give lengths [2, 1] and [2], placed at 0
+// and 2 of the gathered array, which the running sum turns into [0, 2, 3, 5].
+//
+// Included by aggregator.cpp.
+
+#pragma once
+
+#include "pavex/aggregator/sparse.ipp"
+#include "pavex/runtime/wrapping.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace Pavex {
+namespace {
+
+// Rows for CSR, columns for CSC.
+template <typename M>
+std::int64_t PickCompressed(std::int64_t rows, std::int64_t cols) {
+  return SparseTraits<M>::kByRows ? rows : cols;
+}
+
+// Lengths of the rows (columns) from their offsets; a piece without offsets has only empty
+// ones.
+template <typename I>
+void LengthsFromOffsets(Buffer<I> const& ptr, Buffer<I>& lengths) {
+  if (ptr.mSize == 0) {
+    std::fill_n(lengths.mData, lengths.mSize, I{0});
+    return;
+  }
+  for (std::int64_t i = 0; i < lengths.mSize; ++i) {
+    lengths.mData[i] = WrappingSub(ptr.mData[i + 1], ptr.mData[i]);
+  }
+}
+
+// Turns `count` lengths into `count` + 1 offsets from 0, in place.
+template <typename I>
+void OffsetsFromLengths(std::int64_t count, I* offsets) {
+  I sum = 0;
+  for (std::int64_t i = 0; i < count; ++i) {
+    I const length = offsets[i];
+    offsets[i] = sum;
+    sum = WrappingAdd(sum, length);
+  }
+  offsets[count] = sum;
+}
+
+}  // namespace
+
+template <typename T, typename I>
+template <typename M>
+PavexStatus Aggregator<T, I>::GatherCSRC(M const& local) {
+  Buffer<I> const& localIdx = local.*SparseTraits<M>::kSecond;
+  Buffer<I> offsets;
+  Buffer<I> indices;
+  Buffer<T> values;
+  PavexStatus status = Log::Report(GatherOffsets(local, offsets));
+  if (status == STATUS_OK)
+    status = PrepareArray(localIdx, mNnz, true, indices);
+  if (status == STATUS_OK)
+    status = PrepareArray(local.mValues, mNnz, mWithValues, values);
+  if (status != STATUS_OK)
+    return status;
+
+  status = TransferArray(localIdx, local.NNZ(), TAG_GATHER, indices);
+  if (status == STATUS_OK && mWithValues) {
+    status = TransferArray(local.mValues, local.NNZ(), TAG_GATHER, values);
+  }
+  if (status != STATUS_OK)
+    return status;
+
+  if (mIsReceiver)
+    SetSparseTarget<M>(offsets, indices, values);
+  return STATUS_OK;
+}
+
+template <typename T, typename I>
+template <typename M>
+PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, Buffer<I>& offsets) {
+  int const size = mComm->Size();
+  long const count = PickCompressed<M>(mRows, mCols);
+  long const entries = WrappingAdd(count, 1L);
+  Buffer<I> const& ptr = local.*SparseTraits<M>::kFirst;
+  if (mMode == DISTRIBUTED && !LengthsFit<M>(count))
+    return Log::Report(STATUS_INCONSISTENT);
+
+  PavexStatus status = PrepareArray(ptr, entries, true, offsets);
+  if (status != STATUS_OK || mMode == CENTRALIZED_ALL)
+    return status;
+  if (mMode == DISTRIBUTED)
+    return GatherLengths(local, size, count, offsets);
+
+  if (mLocalIsWhole && ptr.mSize == 0) {  // without offsets every row (column) is empty
+    status = Log::Report(mPool->Get(offsets, entries));
+    if (status != STATUS_OK)
+      return status;
+    std::fill_n(offsets.mData, entries, I{0});
+  }
+  // A failure of this transfer is reported by the caller alone.
+  return TransferCentralized(offsets.mData, static_cast<int>(entries), DatatypeOf<I>::kValue,
+                             mSourceRank, mRoot, TAG_GATHER, *mComm);
+}
+
+// Whether every piece's lengths land inside the `count` + 1 gathered offsets; alike on every
+// process.
+template <typename T, typename I>
+template <typename M>
+bool Aggregator<T, I>::LengthsFit(long count) const {
+  for (std::int64_t p = 0; p < mLocalInfos.mSize; ++p) {
+    MatrixLocalInfo const& info = mLocalInfos.mData[p];
+    std::int64_t const length = PickCompressed<M>(info.rows, info.cols);
+    std::int64_t const begin = LocalRowColBegin(info.partition);
+    if (length < 0 || begin < 0 || begin - 1 > count || length - 1 > count - begin)
+      return false;
+  }
+  return true;
+}
+
+template <typename T, typename I>
+template <typename M>
+PavexStatus Aggregator<T, I>::GatherLengths(M const& local, int size, long count,
+                                            Buffer<I>& offsets) {
+  PavexStatus status = STATUS_OK;
+  Buffer<int> counts;
+  Buffer<int> displs;
+  if (mIsReceiver) {
+    status = Log::Report(mPool->Get(counts, size));
+    if (status == STATUS_OK)
+      status = Log::Report(mPool->Get(displs, size));
+    if (status != STATUS_OK)
+      return status;
+    for (int p = 0; p < size; ++p) {
+      MatrixLocalInfo const& info = mLocalInfos.mData[p];
+      counts.mData[p] = static_cast<int>(PickCompressed<M>(info.rows, info.cols));
+      displs.mData[p] = static_cast<int>(LocalRowColBegin(info.partition));
+    }
+  }
+
+  Buffer<I> lengths;
+  status = Log::Report(mPool->Get(lengths, PickCompressed<M>(local.mRows, local.mCols)));
+  if (status != STATUS_OK)
+    return status;
+  LengthsFromOffsets(local.*SparseTraits<M>::kFirst, lengths);
+
+  status = Log::Report(GatherDistributed(lengths.mData, static_cast<int>(lengths.mSize),
+                                         offsets.mData, counts.mData, displs.mData,
+                                         DatatypeOf<I>::kValue, mRoot, *mComm));
+  if (status == STATUS_OK && mIsReceiver)
+    OffsetsFromLengths(count, offsets.mData);
+  return status;
+}
+
+}  // namespace Pavex

@@ -1,0 +1,72 @@
+// What each process tells the others about its local matrix at the start of a gather.
+
+#pragma once
+
+#include "pavex/matrix/partition.h"
+#include "pavex/matrix/store.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace Pavex {
+
+// How the matrix is spread over the processes.
+enum DistMatrixMode : std::int32_t {
+  DISTRIBUTED = 0,      // every process holds a non-empty piece
+  CENTRALIZED_ALL = 1,  // every process holds the whole matrix
+  CENTRALIZED_ONE = 2   // one process holds the whole matrix, the others hold empty ones
+};
+
+// The record of one process. It crosses process boundaries as 72 raw bytes, so that all
+// processes of a job must share byte order and this layout:
+//
+//   offset  size  field
+//        0     1  withValues (3 bytes of padding follow)
+//        4     4  pattern
+//        8     4  attribute
+//       12     4  storeType
+//       16    16  partition: type at 16, 4 bytes of padding, begin at 24
+//       32     8  globalRows
+//       40     8  globalCols
+//       48     8  rows
+//       56     8  cols
+//       64     8  nnz
+//
+// A new record has its partition set (none, begin 0) and the rest as the memory holds it.
+struct MatrixLocalInfo {
+  bool withValues;                 // the caller's flag: aggregate values as well as the pattern
+  std::int32_t pattern;            // MatrixBase::mPattern
+  std::int32_t attribute;          // MatrixBase::mAttribute
+  PavexMatrixStoreType storeType;  // MatrixBase::StoreType()
+  MatrixPartition partition;       // MatrixBase::mPartition
+  std::int64_t globalRows;         // MatrixBase::mGlobalRows
+  std::int64_t globalCols;         // MatrixBase::mGlobalCols
+  std::int64_t rows;               // MatrixBase::mRows
+  std::int64_t cols;               // MatrixBase::mCols
+  std::int64_t nnz;                // MatrixBase::NNZ()
+
+  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): left as the memory holds it
+  MatrixLocalInfo() {}
+
+  // The flag of a peer is a byte that may hold anything; any value but 0 is true.
+  bool WithValues() const noexcept {
+    unsigned char byte = 0;
+    std::memcpy(&byte, &withValues, 1);
+    return byte != 0;
+  }
+};
+
+static_assert(sizeof(MatrixLocalInfo) == 72, "fixed by the exchange between processes");
+static_assert(offsetof(MatrixLocalInfo, withValues) == 0, "fixed by the exchange");
+static_assert(offsetof(MatrixLocalInfo, pattern) == 4, "fixed by the exchange");
+static_assert(offsetof(MatrixLocalInfo, attribute) == 8, "fixed by the exchange");
+static_assert(offsetof(MatrixLocalInfo, storeType) == 12, "fixed by the exchange");
+static_assert(offsetof(MatrixLocalInfo, partition) == 16, "fixed by the exchange");
+static_assert(offsetof(MatrixLocalInfo, globalRows) == 32, "fixed by the exchange");
+static_assert(offsetof(MatrixLocalInfo, globalCols) == 40, "fixed by the exchange");
+static_assert(offsetof(MatrixLocalInfo, rows) == 48, "fixed by the exchange");
+static_assert(offsetof(MatrixLocalInfo, cols) == 56, "fixed by the exchange");
+static_assert(offsetof(MatrixLocalInfo, nnz) == 64, "fixed by the exchange");
+
+}  // namespace Pavex

@@ -1,0 +1,115 @@
+// What the sparse paths share: arrays prepared, moved and built into the gathered matrix alike.
+//
+// Included by aggregator.cpp.
+
+#pragma once
+
+#include "pavex/aggregator/aggregator.h"
+#include "pavex/aggregator/transfer.ipp"
+#include "pavex/matrix/store_type.h"
+#include "pavex/runtime/log.h"
+
+#include <utility>
+
+namespace Pavex {
+namespace {
+
+// The index arrays of each sparse class in their order; for the compressed classes whether the
+// first holds row or column offsets.
+template <typename M>
+struct SparseTraits;
+
+template <typename T, typename I>
+struct SparseTraits<MatrixCOO<T, I>> {
+  static constexpr auto kFirst = &MatrixCOO<T, I>::mRowIdx;
+  static constexpr auto kSecond = &MatrixCOO<T, I>::mColIdx;
+};
+
+template <typename T, typename I>
+struct SparseTraits<MatrixCSR<T, I>> {
+  static constexpr auto kFirst = &MatrixCSR<T, I>::mRowPtr;
+  static constexpr auto kSecond = &MatrixCSR<T, I>::mColIdx;
+  static constexpr bool kByRows = true;
+};
+
+template <typename T, typename I>
+struct SparseTraits<MatrixCSC<T, I>> {
+  static constexpr auto kFirst = &MatrixCSC<T, I>::mColPtr;
+  static constexpr auto kSecond = &MatrixCSC<T, I>::mRowIdx;
+  static constexpr bool kByRows = false;
+};
+
+}  // namespace
+
+// Where the whole matrix lies here already its array is borrowed, wanted or not; elsewhere a
+// receiver gets `count` elements if they are wanted, and the others only send.
+template <typename T, typename I>
+template <typename E>
+PavexStatus Aggregator<T, I>::PrepareArray(Buffer<E> const& local, long count, bool wanted,
+                                           Buffer<E>& array) {
+  if (mLocalIsWhole) {
+    array.Borrow(local.mData, local.mSize);
+    return STATUS_OK;
+  }
+  if (!mIsReceiver || !wanted)
+    return STATUS_OK;
+  return Log::Report(mPool->Get(array, count));
+}
+
+// Moves one array of the entries: the whole one from its holder, or `localCount` elements from
+// each process to the place where its entries start. Collective.
+template <typename T, typename I>
+template <typename E>
+PavexStatus Aggregator<T, I>::TransferArray(Buffer<E> const& local, long localCount, int tag,
+                                            Buffer<E>& array) {
+  constexpr Datatype kType = DatatypeOf<E>::kValue;
+  switch (mMode) {
+    case CENTRALIZED_ONE:
+      return Log::Report(TransferCentralized(array.mData, static_cast<int>(mNnz), kType,
+                                             mSourceRank, mRoot, static_cast<Tag>(tag),
+                                             *mComm));
+    case DISTRIBUTED:
+      return Log::Report(GatherDistributed(local.mData, static_cast<int>(localCount),
+                                           array.mData, mCounts.mData, mDispls.mData, kType,
+                                           mRoot, *mComm));
+    case CENTRALIZED_ALL:
+      break;
+  }
+  return STATUS_OK;
+}
+
+// Builds the gathered matrix over the three arrays, taken over whole: it owns what was
+// allocated and borrows what was borrowed.
+template <typename T, typename I>
+template <typename M>
+void Aggregator<T, I>::SetSparseTarget(Buffer<I>& first, Buffer<I>& second, Buffer<T>& values) {
+  auto* const target = new M;
+  target->mRows = target->mGlobalRows = mRows;
+  target->mCols = target->mGlobalCols = mCols;
+  target->mPart = GetMatrixPart(mStoreType);
+  (target->*SparseTraits<M>::kFirst).Swap(first);
+  (target->*SparseTraits<M>::kSecond).Swap(second);
+  target->mValues.Swap(values);
+  mTarget = target;
+}
+
+// Replaces the values of the gathered matrix; its old ones are released on the way out.
+template <typename T, typename I>
+template <typename M>
+PavexStatus Aggregator<T, I>::UpdateSparse(M const& local) {
+  auto* const target = dynamic_cast<M*>(mTarget);
+  Buffer<T> values;
+  PavexStatus status = PrepareArray(local.mValues, mNnz, true, values);
+  if (status != STATUS_OK)
+    return status;
+
+  status = TransferArray(local.mValues, local.NNZ(), TAG_UPDATE, values);
+  if (status != STATUS_OK)
+    return status;
+
+  if (mIsReceiver)
+    target->mValues.Swap(values);
+  return STATUS_OK;
+}
+
+}  // namespace Pavex
