@@ -42,19 +42,14 @@ PavexStatus Aggregator<T, I>::Allgather(std::shared_ptr<Comm> const& comm,
 
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::Gather(MatrixBase const& local, bool withValues, int root) {
-  if (mComm == nullptr)
-    return Log::Report(STATUS_INVALID_VALUE);
+  if (mComm == nullptr) return Log::Report(STATUS_INVALID_VALUE);
   PavexStatus status = Log::Report(InitMetadata(local, withValues, root));
-  if (status != STATUS_OK)
-    return status;
+  if (status != STATUS_OK) return status;
   status = Log::Report(CheckLocalValues(mWithValues, local));
-  if (status != STATUS_OK)
-    return status;
+  if (status != STATUS_OK) return status;
   status = GatherByStoreType(local);
-  if (status != STATUS_OK)
-    return status;
-  if (mIsReceiver)
-    StampTarget();
+  if (status != STATUS_OK) return status;
+  if (mIsReceiver) StampTarget();
   return STATUS_OK;
 }
 
@@ -87,8 +82,7 @@ void Aggregator<T, I>::StampTarget() {
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::Update(MatrixBase const& local) {
   PavexStatus const status = CheckAfterGather(local);
-  if (status != STATUS_OK)
-    return status;
+  if (status != STATUS_OK) return status;
   switch (StoreKindOf(mStoreType)) {
     case StoreKind::CSR:
       return UpdateSparse(dynamic_cast<MatrixCSR<T, I> const&>(local));
@@ -106,8 +100,7 @@ PavexStatus Aggregator<T, I>::Update(MatrixBase const& local) {
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::Scatter(MatrixBase& local) {
   PavexStatus const status = CheckAfterGather(local);
-  if (status != STATUS_OK)
-    return status;
+  if (status != STATUS_OK) return status;
   return Unsupported(mStoreType);
 }
 

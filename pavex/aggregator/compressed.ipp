@@ -60,22 +60,17 @@ PavexStatus Aggregator<T, I>::GatherCSRC(M const& local) {
   Buffer<I> indices;
   Buffer<T> values;
   PavexStatus status = Log::Report(GatherOffsets(local, offsets));
-  if (status == STATUS_OK)
-    status = PrepareArray(localIdx, mNnz, true, indices);
-  if (status == STATUS_OK)
-    status = PrepareArray(local.mValues, mNnz, mWithValues, values);
-  if (status != STATUS_OK)
-    return status;
+  if (status == STATUS_OK) status = PrepareArray(localIdx, mNnz, true, indices);
+  if (status == STATUS_OK) status = PrepareArray(local.mValues, mNnz, mWithValues, values);
+  if (status != STATUS_OK) return status;
 
   status = TransferArray(localIdx, local.NNZ(), TAG_GATHER, indices);
   if (status == STATUS_OK && mWithValues) {
     status = TransferArray(local.mValues, local.NNZ(), TAG_GATHER, values);
   }
-  if (status != STATUS_OK)
-    return status;
+  if (status != STATUS_OK) return status;
 
-  if (mIsReceiver)
-    SetSparseTarget<M>(offsets, indices, values);
+  if (mIsReceiver) SetSparseTarget<M>(offsets, indices, values);
   return STATUS_OK;
 }
 
@@ -86,19 +81,15 @@ PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, Buffer<I>& offsets) 
   long const count = PickCompressed<M>(mRows, mCols);
   long const entries = WrappingAdd(count, 1L);
   Buffer<I> const& ptr = local.*SparseTraits<M>::kFirst;
-  if (mMode == DISTRIBUTED && !LengthsFit<M>(count))
-    return Log::Report(STATUS_INCONSISTENT);
+  if (mMode == DISTRIBUTED && !LengthsFit<M>(count)) return Log::Report(STATUS_INCONSISTENT);
 
   PavexStatus status = PrepareArray(ptr, entries, true, offsets);
-  if (status != STATUS_OK || mMode == CENTRALIZED_ALL)
-    return status;
-  if (mMode == DISTRIBUTED)
-    return GatherLengths(local, size, count, offsets);
+  if (status != STATUS_OK || mMode == CENTRALIZED_ALL) return status;
+  if (mMode == DISTRIBUTED) return GatherLengths(local, size, count, offsets);
 
   if (mLocalIsWhole && ptr.mSize == 0) {  // without offsets every row (column) is empty
     status = Log::Report(mPool->Get(offsets, entries));
-    if (status != STATUS_OK)
-      return status;
+    if (status != STATUS_OK) return status;
     std::fill_n(offsets.mData, entries, I{0});
   }
   // A failure of this transfer is reported by the caller alone.
@@ -130,10 +121,8 @@ PavexStatus Aggregator<T, I>::GatherLengths(M const& local, int size, long count
   Buffer<int> displs;
   if (mIsReceiver) {
     status = Log::Report(mPool->Get(counts, size));
-    if (status == STATUS_OK)
-      status = Log::Report(mPool->Get(displs, size));
-    if (status != STATUS_OK)
-      return status;
+    if (status == STATUS_OK) status = Log::Report(mPool->Get(displs, size));
+    if (status != STATUS_OK) return status;
     for (int p = 0; p < size; ++p) {
       MatrixLocalInfo const& info = mLocalInfos.mData[p];
       counts.mData[p] = static_cast<int>(PickCompressed<M>(info.rows, info.cols));
@@ -143,15 +132,13 @@ PavexStatus Aggregator<T, I>::GatherLengths(M const& local, int size, long count
 
   Buffer<I> lengths;
   status = Log::Report(mPool->Get(lengths, PickCompressed<M>(local.mRows, local.mCols)));
-  if (status != STATUS_OK)
-    return status;
+  if (status != STATUS_OK) return status;
   LengthsFromOffsets(local.*SparseTraits<M>::kFirst, lengths);
 
   status = Log::Report(GatherDistributed(lengths.mData, static_cast<int>(lengths.mSize),
                                          offsets.mData, counts.mData, displs.mData,
                                          DatatypeOf<I>::kValue, mRoot, *mComm));
-  if (status == STATUS_OK && mIsReceiver)
-    OffsetsFromLengths(count, offsets.mData);
+  if (status == STATUS_OK && mIsReceiver) OffsetsFromLengths(count, offsets.mData);
   return status;
 }
 

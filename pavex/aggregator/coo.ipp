@@ -15,12 +15,9 @@ PavexStatus Aggregator<T, I>::GatherCOO(MatrixCOO<T, I> const& local) {
   Buffer<I> colIdx;
   Buffer<T> values;
   PavexStatus status = PrepareArray(local.mRowIdx, mNnz, true, rowIdx);
-  if (status == STATUS_OK)
-    status = PrepareArray(local.mColIdx, mNnz, true, colIdx);
-  if (status == STATUS_OK)
-    status = PrepareArray(local.mValues, mNnz, mWithValues, values);
-  if (status != STATUS_OK)
-    return status;
+  if (status == STATUS_OK) status = PrepareArray(local.mColIdx, mNnz, true, colIdx);
+  if (status == STATUS_OK) status = PrepareArray(local.mValues, mNnz, mWithValues, values);
+  if (status != STATUS_OK) return status;
 
   status = TransferArray(local.mRowIdx, local.NNZ(), TAG_GATHER, rowIdx);
   if (status == STATUS_OK)
@@ -28,11 +25,9 @@ PavexStatus Aggregator<T, I>::GatherCOO(MatrixCOO<T, I> const& local) {
   if (status == STATUS_OK && mWithValues) {
     status = TransferArray(local.mValues, local.NNZ(), TAG_GATHER, values);
   }
-  if (status != STATUS_OK)
-    return status;
+  if (status != STATUS_OK) return status;
 
-  if (mIsReceiver)
-    SetSparseTarget<MatrixCOO<T, I>>(rowIdx, colIdx, values);
+  if (mIsReceiver) SetSparseTarget<MatrixCOO<T, I>>(rowIdx, colIdx, values);
   return STATUS_OK;
 }
 

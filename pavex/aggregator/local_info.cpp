@@ -31,19 +31,16 @@ PavexStatus AggregatorBase::GatherLocalInfo(MatrixBase const& local, bool withVa
   constexpr int kBytes = sizeof(MatrixLocalInfo);
   int const size = mComm->Size();
   int const rank = mComm->Rank();
-  if (size < 1 || rank < 0 || rank >= size)
-    return Log::Report(STATUS_INVALID_VALUE);
+  if (size < 1 || rank < 0 || rank >= size) return Log::Report(STATUS_INVALID_VALUE);
 
   void* block = nullptr;
   PavexStatus const status =
       Log::Report(mPool->Allocate(&block, static_cast<std::size_t>(size) * kBytes));
-  if (status != STATUS_OK)
-    return status;
+  if (status != STATUS_OK) return status;
   infos.Install(new (block) MatrixLocalInfo[static_cast<std::size_t>(size)], size, mPool);
 
   Describe(local, withValues, infos.mData[rank]);
-  if (size == 1)
-    return STATUS_OK;
+  if (size == 1) return STATUS_OK;
   return Log::Report(mComm->Allgather(&Comm::IN_PLACE_OBJ, kBytes, DATATYPE_BYTE, infos.mData,
                                       kBytes, DATATYPE_BYTE));
 }

@@ -31,13 +31,11 @@ bool Matches(MatrixLocalInfo const& info, MatrixBase const& local) {
 PavexStatus AggregatorBase::InitMetadata(MatrixBase const& local, bool withValues, int root) {
   int const rank = mComm->Rank();
   PavexStatus status = Log::Report(GatherLocalInfo(local, withValues, mLocalInfos));
-  if (status != STATUS_OK)
-    return status;
+  if (status != STATUS_OK) return status;
 
   int source = -2;
   status = Log::Report(DetermineMode(mLocalInfos, mMode, source));
-  if (status != STATUS_OK)
-    return status;
+  if (status != STATUS_OK) return status;
 
   switch (mMode) {
     case CENTRALIZED_ALL:
@@ -58,8 +56,7 @@ PavexStatus AggregatorBase::InitMetadata(MatrixBase const& local, bool withValue
     default:
       return UnknownMode(mMode);
   }
-  if (Log::Report(status) != STATUS_OK)
-    return status;
+  if (Log::Report(status) != STATUS_OK) return status;
 
   MatrixLocalInfo const& reference = mLocalInfos.mData[source == -2 ? 0 : source];
   FillFromReference(reference, rank, root);
@@ -77,8 +74,7 @@ void AggregatorBase::FillFromReference(MatrixLocalInfo const& reference, int ran
   mPartition = reference.partition;
   mGlobalRows = reference.globalRows;
   mGlobalCols = reference.globalCols;
-  if (mMode == DISTRIBUTED)
-    return;
+  if (mMode == DISTRIBUTED) return;
   mRows = reference.rows;
   mCols = reference.cols;
   mNnz = reference.nnz;
@@ -91,11 +87,9 @@ PavexStatus AggregatorBase::FillFromPieces() {
   long const pieces = mLocalInfos.mSize;
   if (mIsReceiver) {
     PavexStatus status = Log::Report(mPool->Get(mCounts, pieces));
-    if (status != STATUS_OK)
-      return status;
+    if (status != STATUS_OK) return status;
     status = Log::Report(mPool->Get(mDispls, pieces));
-    if (status != STATUS_OK)
-      return status;
+    if (status != STATUS_OK) return status;
   }
 
   long entries = 0;
@@ -134,14 +128,12 @@ PavexStatus AggregatorBase::FillFromPieces() {
 }
 
 PavexStatus AggregatorBase::CheckLocalValues(bool needValues, MatrixBase const& local) const {
-  if (!needValues)
-    return STATUS_OK;
+  if (!needValues) return STATUS_OK;
   switch (mMode) {
     case CENTRALIZED_ALL:
       return STATUS_OK;
     case CENTRALIZED_ONE:
-      if (!mLocalIsWhole)
-        return STATUS_OK;
+      if (!mLocalIsWhole) return STATUS_OK;
       break;
     case DISTRIBUTED:
       break;
@@ -157,8 +149,7 @@ PavexStatus AggregatorBase::CheckLocalValues(bool needValues, MatrixBase const& 
 
 PavexStatus AggregatorBase::CheckConsistency(MatrixBase const& local) const {
   int const rank = mComm->Rank();
-  if (rank < 0 || rank >= mLocalInfos.mSize)
-    return NotGathered();
+  if (rank < 0 || rank >= mLocalInfos.mSize) return NotGathered();
   if (!Matches(mLocalInfos.mData[rank], local)) {
     Log::Error("[%s] The input matrix is inconsistent with that in the gather phase.\n");
     return STATUS_MISMATCH;
@@ -168,14 +159,11 @@ PavexStatus AggregatorBase::CheckConsistency(MatrixBase const& local) const {
 
 PavexStatus AggregatorBase::CheckAfterGather(MatrixBase const& local) const {
   bool const hasRecords = mComm != nullptr && mLocalInfos.mSize != 0;
-  if (!hasRecords || (mIsReceiver && mTarget == nullptr))
-    return NotGathered();
+  if (!hasRecords || (mIsReceiver && mTarget == nullptr)) return NotGathered();
 
   PavexStatus const status = CheckConsistency(local);
-  if (status == STATUS_WRONG_ORDER)
-    return status;  // its own line says it all
-  if (Log::Report(status) != STATUS_OK)
-    return status;
+  if (status == STATUS_WRONG_ORDER) return status;  // its own line says it all
+  if (Log::Report(status) != STATUS_OK) return status;
   return Log::Report(CheckLocalValues(true, local));
 }
 

@@ -15,8 +15,7 @@ namespace {
 // A compressed or dense piece with rows and columns counts even without entries; a coordinate
 // piece does not.
 bool IsEmpty(MatrixLocalInfo const& info) {
-  if (StoreKindOf(info.storeType) == StoreKind::COO)
-    return info.nnz == 0;
+  if (StoreKindOf(info.storeType) == StoreKind::COO) return info.nnz == 0;
   return info.rows == 0 || info.cols == 0;
 }
 
@@ -105,8 +104,7 @@ PavexStatus CheckNeighbours(Buffer<MatrixLocalInfo> const& infos,
   for (std::int64_t i = 0; i + 1 < infos.mSize; ++i) {
     for (Check const check : checks) {
       PavexStatus const status = check(infos.mData[i], infos.mData[i + 1]);
-      if (status != STATUS_OK)
-        return status;
+      if (status != STATUS_OK) return status;
     }
   }
   return STATUS_OK;
@@ -131,8 +129,7 @@ PavexStatus AggregatorBase::DetermineMode(Buffer<MatrixLocalInfo> const& infos,
                                           DistMatrixMode& mode, int& source) {
   source = -2;
   int const count = static_cast<int>(infos.mSize);
-  if (count <= 0)
-    return Decide(CENTRALIZED_ALL, mode);
+  if (count <= 0) return Decide(CENTRALIZED_ALL, mode);
 
   int empty = 0;
   std::int32_t firstPartition = PARTITION_NONE;
@@ -145,12 +142,9 @@ PavexStatus AggregatorBase::DetermineMode(Buffer<MatrixLocalInfo> const& infos,
     }
   }
 
-  if (empty == 0 && firstPartition == PARTITION_NONE)
-    return Decide(CENTRALIZED_ALL, mode);
-  if (empty == count || count == 1)
-    return Decide(CENTRALIZED_ALL, mode);
-  if (empty == count - 1)
-    return Decide(CENTRALIZED_ONE, mode);
+  if (empty == 0 && firstPartition == PARTITION_NONE) return Decide(CENTRALIZED_ALL, mode);
+  if (empty == count || count == 1) return Decide(CENTRALIZED_ALL, mode);
+  if (empty == count - 1) return Decide(CENTRALIZED_ONE, mode);
   if (empty != 0) {
     Log::Error(
         "[%s] Invalid distribution mode: %d processes (out of %ld) has empty local matrix.\n",
@@ -170,8 +164,7 @@ PavexStatus AggregatorBase::CheckForAllMode(Buffer<MatrixLocalInfo> const& infos
 
 PavexStatus AggregatorBase::CheckForOneMode(Buffer<MatrixLocalInfo> const& infos) const {
   std::int32_t const type = infos.mData[mComm->Rank()].partition.type;
-  if (type == PARTITION_NONE || !Log::Enabled(LOG_DEBUG))
-    return STATUS_OK;
+  if (type == PARTITION_NONE || !Log::Enabled(LOG_DEBUG)) return STATUS_OK;
   Log::Debug("[%s] Partition type (%s) ignored for CENTRALIZED_ONE mode.\n",
              PartitionName(type));
   return STATUS_OK;

@@ -51,8 +51,7 @@ PavexStatus Aggregator<T, I>::PrepareArray(Buffer<E> const& local, long count, b
     array.Borrow(local.mData, local.mSize);
     return STATUS_OK;
   }
-  if (!mIsReceiver || !wanted)
-    return STATUS_OK;
+  if (!mIsReceiver || !wanted) return STATUS_OK;
   return Log::Report(mPool->Get(array, count));
 }
 
@@ -100,15 +99,12 @@ PavexStatus Aggregator<T, I>::UpdateSparse(M const& local) {
   auto* const target = dynamic_cast<M*>(mTarget);
   Buffer<T> values;
   PavexStatus status = PrepareArray(local.mValues, mNnz, true, values);
-  if (status != STATUS_OK)
-    return status;
+  if (status != STATUS_OK) return status;
 
   status = TransferArray(local.mValues, local.NNZ(), TAG_UPDATE, values);
-  if (status != STATUS_OK)
-    return status;
+  if (status != STATUS_OK) return status;
 
-  if (mIsReceiver)
-    target->mValues.Swap(values);
+  if (mIsReceiver) target->mValues.Swap(values);
   return STATUS_OK;
 }
 

@@ -32,15 +32,11 @@ PavexStatus GatherDistributed(void const* sendbuf, int sendcount, void* recvbuf,
 // `dst`.
 PavexStatus TransferCentralized(void* buf, int count, Datatype type, int src, int dst, Tag tag,
                                 Comm const& comm) {
-  if (dst == -1)
-    return comm.Bcast(buf, count, type, src);
-  if (dst == src)
-    return STATUS_OK;
+  if (dst == -1) return comm.Bcast(buf, count, type, src);
+  if (dst == src) return STATUS_OK;
   int const rank = comm.Rank();
-  if (rank == src)
-    return comm.Send(buf, count, type, dst, tag);
-  if (rank == dst)
-    return comm.Recv(buf, count, type, src, tag);
+  if (rank == src) return comm.Send(buf, count, type, dst, tag);
+  if (rank == dst) return comm.Recv(buf, count, type, src, tag);
   return STATUS_OK;
 }
 

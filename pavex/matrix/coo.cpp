@@ -23,8 +23,7 @@ MatrixCOO<T, I> MatrixCOO<T, I>::Borrow(std::int64_t rows, std::int64_t cols, st
   matrix.SetShape(rows, cols);
   matrix.mRowIdx.Borrow(rowIdx, nnz);
   matrix.mColIdx.Borrow(colIdx, nnz);
-  if (values != nullptr)
-    matrix.mValues.Borrow(values, nnz);
+  if (values != nullptr) matrix.mValues.Borrow(values, nnz);
   return matrix;
 }
 
@@ -35,8 +34,7 @@ PavexStatus MatrixCOO<T, I>::Create(Allocator& allocator, std::int64_t rows, std
   created.SetShape(rows, cols);
   PavexStatus const status = GetSparseArrays(allocator, nnz, created.mRowIdx, nnz,
                                              created.mColIdx, withValues, created.mValues);
-  if (status == STATUS_OK)
-    matrix = std::move(created);
+  if (status == STATUS_OK) matrix = std::move(created);
   return status;
 }
 

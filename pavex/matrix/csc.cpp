@@ -23,8 +23,7 @@ MatrixCSC<T, I> MatrixCSC<T, I>::Borrow(std::int64_t rows, std::int64_t cols, I*
   matrix.SetShape(rows, cols);
   matrix.mColPtr.Borrow(colPtr, cols + 1);
   matrix.mRowIdx.Borrow(rowIdx, matrix.NNZ());
-  if (values != nullptr)
-    matrix.mValues.Borrow(values, matrix.NNZ());
+  if (values != nullptr) matrix.mValues.Borrow(values, matrix.NNZ());
   return matrix;
 }
 
@@ -35,8 +34,7 @@ PavexStatus MatrixCSC<T, I>::Create(Allocator& allocator, std::int64_t rows, std
   created.SetShape(rows, cols);
   PavexStatus const status = GetSparseArrays(allocator, cols + 1, created.mColPtr, nnz,
                                              created.mRowIdx, withValues, created.mValues);
-  if (status == STATUS_OK)
-    matrix = std::move(created);
+  if (status == STATUS_OK) matrix = std::move(created);
   return status;
 }
 

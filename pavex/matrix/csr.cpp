@@ -23,8 +23,7 @@ MatrixCSR<T, I> MatrixCSR<T, I>::Borrow(std::int64_t rows, std::int64_t cols, I*
   matrix.SetShape(rows, cols);
   matrix.mRowPtr.Borrow(rowPtr, rows + 1);
   matrix.mColIdx.Borrow(colIdx, matrix.NNZ());
-  if (values != nullptr)
-    matrix.mValues.Borrow(values, matrix.NNZ());
+  if (values != nullptr) matrix.mValues.Borrow(values, matrix.NNZ());
   return matrix;
 }
 
@@ -35,8 +34,7 @@ PavexStatus MatrixCSR<T, I>::Create(Allocator& allocator, std::int64_t rows, std
   created.SetShape(rows, cols);
   PavexStatus const status = GetSparseArrays(allocator, rows + 1, created.mRowPtr, nnz,
                                              created.mColIdx, withValues, created.mValues);
-  if (status == STATUS_OK)
-    matrix = std::move(created);
+  if (status == STATUS_OK) matrix = std::move(created);
   return status;
 }
 

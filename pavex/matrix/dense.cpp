@@ -43,8 +43,7 @@ PavexStatus MatrixDense<T, I>::Create(Allocator& allocator, std::int64_t rows,
                                       std::int64_t cols, bool rowMajor, MatrixDense& matrix) {
   MatrixDense created = Borrow(rows, cols, rowMajor, rowMajor ? cols : rows, nullptr);
   PavexStatus const status = allocator.Get(created.mValues, created.NNZ());
-  if (status == STATUS_OK)
-    matrix = std::move(created);
+  if (status == STATUS_OK) matrix = std::move(created);
   return status;
 }
 

@@ -21,8 +21,7 @@ inline PavexMatrixStoreType SparseStoreType(PavexMatrixStoreType first, std::int
 template <typename I>
 long CompressedNNZ(Buffer<I> const& ptr, std::int64_t compressed, std::int64_t rows,
                    std::int64_t cols) {
-  if (ptr.mSize == 0 || rows == 0 || cols == 0)
-    return 0;
+  if (ptr.mSize == 0 || rows == 0 || cols == 0) return 0;
   return WrappingSub(ptr.mData[compressed], ptr.mData[0]);
 }
 
@@ -32,10 +31,8 @@ PavexStatus GetSparseArrays(Allocator& allocator, std::int64_t firstSize, Buffer
                             std::int64_t nnz, Buffer<I>& second, bool withValues,
                             Buffer<T>& values) {
   PavexStatus status = allocator.Get(first, firstSize);
-  if (status == STATUS_OK)
-    status = allocator.Get(second, nnz);
-  if (status == STATUS_OK && withValues)
-    status = allocator.Get(values, nnz);
+  if (status == STATUS_OK) status = allocator.Get(second, nnz);
+  if (status == STATUS_OK && withValues) status = allocator.Get(values, nnz);
   return status;
 }
 

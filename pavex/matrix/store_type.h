@@ -18,15 +18,11 @@ inline int GetMatrixPart(PavexMatrixStoreType type) {
   constexpr std::uint32_t kPart2 = 0x490;
 
   auto const number = static_cast<std::uint32_t>(type);
-  if (number > STORE_DENSE_COL_MAJOR)
-    Log::NeverBeenHere();
+  if (number > STORE_DENSE_COL_MAJOR) Log::NeverBeenHere();
   std::uint32_t const bit = 1U << number;
-  if ((bit & kPart0) != 0)
-    return 0;
-  if ((bit & kPart1) != 0)
-    return 1;
-  if ((bit & kPart2) != 0)
-    return 2;
+  if ((bit & kPart0) != 0) return 0;
+  if ((bit & kPart1) != 0) return 1;
+  if ((bit & kPart2) != 0) return 2;
   Log::NeverBeenHere();
 }
 

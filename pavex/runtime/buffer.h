@@ -61,8 +61,7 @@ struct Buffer {
 
  private:
   static void Release(T* data, std::int64_t capacity, Allocator* allocator) {
-    if (data == nullptr || allocator == nullptr)
-      return;
+    if (data == nullptr || allocator == nullptr) return;
     allocator->Deallocate(data, static_cast<std::size_t>(capacity) * sizeof(T));
   }
 };
@@ -73,8 +72,7 @@ template <typename T>
 PavexStatus Allocator::Get(Buffer<T>& buffer, long count) {
   void* block = nullptr;
   PavexStatus const status = Allocate(&block, static_cast<std::size_t>(count) * sizeof(T));
-  if (status != STATUS_OK)
-    return status;
+  if (status != STATUS_OK) return status;
   buffer.Install(static_cast<T*>(block), count, this);
   return STATUS_OK;
 }

@@ -27,13 +27,11 @@ class PAVEX_API Log {
   // `format` opens with "[%s]", which takes the level's word, and ends with a newline.
   template <typename... Args>
   static void Error(char const* format, Args... args) {
-    if (Enabled(LOG_ERROR))
-      std::printf(format, "ERROR", args...);
+    if (Enabled(LOG_ERROR)) std::printf(format, "ERROR", args...);
   }
   template <typename... Args>
   static void Debug(char const* format, Args... args) {
-    if (Enabled(LOG_DEBUG))
-      std::printf(format, "DEBUG", args...);
+    if (Enabled(LOG_DEBUG)) std::printf(format, "DEBUG", args...);
   }
 
   // What every caller does with the status of a step: a failed one gets the line
