@@ -1,0 +1,63 @@
+// Test matrices of any size, made on the spot. A row depends on nothing but the kind, the size
+// and its own index, so that each rank makes its own piece, however the matrix is cut, and no
+// rank ever holds the whole.
+
+#pragma once
+
+#include "tools/input_error.h"
+#include "tools/progress.h"
+#include "tools/triplets.h"
+
+#include <string>
+
+namespace Pavex::Tool {
+
+// One generated matrix, described by "KIND:SIZE":
+//   poisson3d:N       7-point Laplace operator on N x N x N points, symmetric
+//   convection3d:N    the same with upwind convection, unsymmetric values
+//   random:N          N x N, 8 to 12 entries a row and a few hub rows of N / 10, diagonally
+//                     dominant
+//   dense:ROWSxCOLS   values between -1 and 1
+// Values are real. Immutable, so threads may share it.
+class Generator {
+ public:
+  // Throws InputError with one line that says what is wrong with `description`.
+  explicit Generator(std::string const& description);
+
+  long Rows() const { return mRows; }
+  long Cols() const { return mCols; }
+  bool IsDense() const { return mKind == Kind::Dense; }
+
+  // The number of entries in the rows [begin, end), counted without making them.
+  long Entries(long begin, long end) const;
+  long Entries() const { return Entries(0, mRows); }
+
+  // A matrix of the right shape without entries, to append to.
+  Triplets Empty() const;
+
+  // Appends the rows [begin, end) of all columns to `piece`: row by row, columns ascending.
+  void AppendRows(long begin, long end, Triplets& piece,
+                  ProgressFunction const& progress = {}) const;
+
+  // Appends the columns [begin, end) of all rows, in the same order. Makes one row after the
+  // other and keeps what lies inside, so its time is that of the whole matrix.
+  void AppendCols(long begin, long end, Triplets& piece,
+                  ProgressFunction const& progress = {}) const;
+
+ private:
+  enum class Kind { Poisson, Convection, Random, Dense };
+
+  long RowEntries(long row) const;
+  // Appends what lies in the columns [begin, end).
+  void AppendRow(long row, long begin, long end, Triplets& piece) const;
+  void AppendGridRow(long row, long begin, long end, Triplets& piece) const;
+  void AppendRandomRow(long row, long begin, long end, Triplets& piece) const;
+  void AppendDenseRow(long row, long begin, long end, Triplets& piece) const;
+
+  Kind mKind;
+  long mSize = 0;  // N of the kinds that have one
+  long mRows = 0;
+  long mCols = 0;
+};
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,78 @@
+// Reading and writing Matrix Market files (.mtx), strictly: what the format does not allow is
+// refused with the line and the fault, and a file is either written whole or not at all.
+
+#pragma once
+
+#include "tools/input_error.h"
+#include "tools/progress.h"
+#include "tools/triplets.h"
+
+#include <complex>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+namespace Pavex::Tool {
+
+// Reads `path`: coordinate or array; real, integer, complex or pattern; general, symmetric,
+// skew-symmetric or Hermitian. Comments stand before the size line only, blank lines anywhere
+// after the banner; lines may end in CR LF; words of the banner may be in upper case; numbers
+// may have a leading plus and, as Fortran programs write them, a D exponent. Entries appear in
+// the order of the file, each mirrored entry right after its original. Values too small for a
+// double become 0.
+//
+// Throws InputError with "path:line: fault" (or "path: fault" where no line is to blame) for
+// anything else, before it reserves memory that a file of this size could not fill.
+Triplets ReadMatrixMarket(std::string const& path, ProgressFunction const& progress = {});
+
+// Writes one general matrix, entry by entry, into a temporary file beside the target; Commit
+// gives it its name. Destroyed without Commit, it removes the temporary file, so that an older
+// target stays untouched. Values keep their full precision: reading gives the same bits.
+// Throws InputError with "path: fault", a full disk included. Not shared between threads.
+class MatrixMarketWriter {
+ public:
+  // Coordinate format: exactly `entries` calls of Entry follow. Integer values are given as
+  // double.
+  static MatrixMarketWriter Coordinate(std::string const& path, Field field, long rows,
+                                       long cols, long entries);
+  // Array format: exactly rows * cols calls of Value follow, column by column.
+  static MatrixMarketWriter Array(std::string const& path, Field field, long rows, long cols);
+
+  MatrixMarketWriter(MatrixMarketWriter const&) = delete;
+  MatrixMarketWriter& operator=(MatrixMarketWriter const&) = delete;
+  ~MatrixMarketWriter();
+
+  // Appends the entry at the 0-based position; without a value for Field::Pattern.
+  void Entry(long row, long col);
+  void Entry(long row, long col, float value);
+  void Entry(long row, long col, double value);
+  void Entry(long row, long col, std::complex<float> value);
+  void Entry(long row, long col, std::complex<double> value);
+
+  void Value(float value);
+  void Value(double value);
+  void Value(std::complex<float> value);
+  void Value(std::complex<double> value);
+
+  // Ends the file, makes sure that it reached the disk and renames it to the target.
+  void Commit();
+
+ private:
+  MatrixMarketWriter(std::string const& path, std::string_view header);
+
+  template <class V>
+  void Number(V value);
+  void Text(std::string_view text);
+  void Flush();
+  [[noreturn]] void Fail(std::string const& fault);
+
+  std::string mPath;
+  std::string mTemporary;  // empty once it has been renamed
+  std::string mText;       // what has not been handed to the system yet
+  int mFile = -1;
+};
+
+// Writes the entries in coordinate general format with the field of `matrix`.
+void WriteMatrixMarket(std::string const& path, Triplets const& matrix);
+
+}  // namespace Pavex::Tool

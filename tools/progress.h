@@ -1,0 +1,46 @@
+// A progress bar for what takes long: reading a file, generating a matrix.
+
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+namespace Pavex::Tool {
+
+// What a long operation calls now and then with the share that is done, 0 to 1; may be empty.
+using ProgressFunction = std::function<void(double done)>;
+
+// Draws one line on standard error while it is a terminal and nothing anywhere else: pipes and
+// files stay clean. The line appears after a moment, so that short work shows none, is redrawn
+// at most ten times a second, and is wiped by the destructor. Not shared between threads.
+//
+//   Progress progress("reading west0479.mtx");
+//   Triplets matrix = ReadMatrixMarket(path, progress.Function());
+class Progress {
+ public:
+  explicit Progress(std::string label);
+  Progress(Progress const&) = delete;
+  Progress& operator=(Progress const&) = delete;
+  ~Progress();
+
+  void Show(double done);
+
+  // Calls Show on this object, which must outlive the function; empty when there is no
+  // terminal, so that nothing is computed for it.
+  ProgressFunction Function();
+
+  // The line as drawn in a terminal of `width` columns, such as
+  // "reading west0479.mtx [#####.....]  50%".
+  static std::string Line(std::string const& label, double done, int width);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  std::string mLabel;
+  bool mTerminal;
+  bool mDrawn = false;
+  Clock::time_point mNext;  // no redraw before
+};
+
+}  // namespace Pavex::Tool
