@@ -1,0 +1,127 @@
+#include "pavex/comm/mpi_call.h"
+
+#include "pavex/runtime/log.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+
+namespace Pavex {
+
+MPI_Datatype MpiType(Datatype type) noexcept {
+  switch (type) {
+    case DATATYPE_BYTE:
+      return MPI_BYTE;
+    case DATATYPE_INT:
+      return MPI_INT;
+    case DATATYPE_LONG:
+      return MPI_LONG;
+    case DATATYPE_FLOAT:
+      return MPI_FLOAT;
+    case DATATYPE_DOUBLE:
+      return MPI_DOUBLE;
+    case DATATYPE_COMPLEX_FLOAT:
+      return MPI_C_FLOAT_COMPLEX;
+    case DATATYPE_COMPLEX_DOUBLE:
+      return MPI_C_DOUBLE_COMPLEX;
+  }
+  return MPI_DATATYPE_NULL;
+}
+
+bool MpiIsLive() noexcept {
+  int initialized = 0;
+  int finalized = 0;
+  MPI_Initialized(&initialized);
+  MPI_Finalized(&finalized);
+  return initialized != 0 && finalized == 0;
+}
+
+MpiCall::MpiCall(char const* operation, int rank, int size)
+    : mOperation(operation), mRank(rank), mSize(rank < 0 ? -1 : size) {
+  if (rank < 0) Refuse(STATUS_COMM_FAILED, "no live MPI communicator");
+}
+
+void MpiCall::To(int peer) {
+  mPeer = peer;
+  if (peer < 0 || peer >= mSize)
+    Refuse(STATUS_INVALID_VALUE, "rank %d is outside the communicator", peer);
+}
+
+void MpiCall::Out(int count, Datatype type) {
+  CheckType(type);
+  mOut = count;
+  if (count < 0) Refuse(STATUS_INVALID_VALUE, "send count %d is negative", count);
+}
+
+void MpiCall::Out(int const* counts, int const* displs, Datatype type) {
+  CheckType(type);
+  mOut = Sum(counts, displs);
+}
+
+void MpiCall::In(int count, Datatype type) {
+  CheckType(type);
+  mIn = count;
+  if (count < 0) Refuse(STATUS_INVALID_VALUE, "receive count %d is negative", count);
+}
+
+void MpiCall::In(int const* counts, int const* displs, Datatype type) {
+  CheckType(type);
+  mIn = Sum(counts, displs);
+}
+
+void MpiCall::NotInPlace(void const* sendbuf) {
+  if (sendbuf == &Comm::IN_PLACE_OBJ)
+    Refuse(STATUS_INVALID_VALUE, "in place is not possible here");
+}
+
+void MpiCall::CheckType(Datatype type) {
+  if (MpiType(type) == MPI_DATATYPE_NULL)
+    Refuse(STATUS_INVALID_VALUE, "element type %d is unknown", static_cast<int>(type));
+}
+
+long MpiCall::Sum(int const* counts, int const* displs) {
+  long sum = 0;
+  for (int r = 0; r < mSize; ++r) {
+    sum += counts[r];
+    if (counts[r] < 0 || displs[r] < 0)
+      Refuse(STATUS_INVALID_VALUE, "count %d or displacement %d of rank %d is negative",
+             counts[r], displs[r], r);
+  }
+  return sum;
+}
+
+void MpiCall::Refuse(PavexStatus status, char const* format, ...) {
+  if (mStatus != STATUS_OK) return;
+  mStatus = status;
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(mReason, sizeof mReason, format, arguments);
+  va_end(arguments);
+}
+
+PavexStatus MpiCall::Ready() const {
+  return mStatus == STATUS_OK ? STATUS_OK : Fail(mStatus, mReason);
+}
+
+void const* MpiCall::SendBuffer(void const* sendbuf) const {
+  static char const kNothing = 0;
+  if (sendbuf == &Comm::IN_PLACE_OBJ) return MPI_IN_PLACE;
+  return sendbuf == nullptr && mOut == 0 ? &kNothing : sendbuf;
+}
+
+PavexStatus MpiCall::Done(int code) const {
+  if (code == MPI_SUCCESS) return STATUS_OK;
+  char text[MPI_MAX_ERROR_STRING + 1] = "";
+  int length = 0;
+  MPI_Error_string(code, text, &length);
+  std::replace(text, text + length, '\n', ' ');  // some texts are a stack of several lines
+  return Fail(STATUS_COMM_FAILED, text);
+}
+
+PavexStatus MpiCall::Fail(PavexStatus status, char const* reason) const {
+  Log::Error("[%s] MpiComm::%s failed on rank %d of %d (peer %d, %ld out, %ld in): %s\n",
+             mOperation, mRank, mSize, mPeer, mOut, mIn, reason);
+  return status;
+}
+
+}  // namespace Pavex

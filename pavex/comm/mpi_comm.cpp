@@ -1,0 +1,177 @@
+#include "pavex/comm/mpi_comm.h"
+
+#include "pavex/comm/mpi_call.h"
+
+namespace Pavex {
+
+namespace {
+
+// The MPI operation of `op`; MPI_OP_NULL for a value outside the enumeration.
+MPI_Op MpiOp(ReduceOp op) {
+  switch (op) {
+    case REDUCE_SUM:
+      return MPI_SUM;
+    case REDUCE_MIN:
+      return MPI_MIN;
+    case REDUCE_MAX:
+      return MPI_MAX;
+  }
+  return MPI_OP_NULL;
+}
+
+// MPI reduces numbers only, and MPI_BYTE is none.
+MPI_Datatype MpiNumber(Datatype type) {
+  return type == DATATYPE_BYTE ? MPI_UNSIGNED_CHAR : MpiType(type);
+}
+
+}  // namespace
+
+MpiComm::MpiComm(MPI_Comm comm) {
+  if (!MpiIsLive() || comm == MPI_COMM_NULL) return;
+  int isInter = 0;
+  MPI_Comm_rank(comm, &mRank);
+  MPI_Comm_size(comm, &mSize);
+  MPI_Comm_test_inter(comm, &isInter);
+
+  MpiCall call("MpiComm", mRank, mSize);
+  if (isInter != 0) call.Refuse(STATUS_INVALID_VALUE, "an intercommunicator has two groups");
+  PavexStatus status = call.Ready();
+  MPI_Comm duplicate = MPI_COMM_NULL;
+  if (status == STATUS_OK) status = call.Done(MPI_Comm_dup(comm, &duplicate));
+  if (status == STATUS_OK) {
+    mComm = duplicate;
+    status = call.Done(MPI_Comm_set_errhandler(mComm, MPI_ERRORS_RETURN));
+  }
+  if (status != STATUS_OK) mRank = mSize = -1;
+}
+
+MpiComm::~MpiComm() {
+  if (mComm == MPI_COMM_NULL || !MpiIsLive()) return;
+  MpiCall call("~MpiComm", mRank, mSize);
+  call.Done(MPI_Comm_free(&mComm));
+}
+
+int MpiComm::Rank() const {
+  return mRank >= 0 && MpiIsLive() ? mRank : -1;
+}
+
+int MpiComm::Size() const {
+  return mSize >= 0 && MpiIsLive() ? mSize : -1;
+}
+
+PavexStatus MpiComm::Barrier() const {
+  MpiCall call("Barrier", Rank(), mSize);
+  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  return call.Done(MPI_Barrier(mComm));
+}
+
+PavexStatus MpiComm::Send(void const* buf, int count, Datatype type, int dest, int tag) const {
+  MpiCall call("Send", Rank(), mSize);
+  call.To(dest);
+  call.NotInPlace(buf);
+  call.Out(count, type);
+  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  return call.Done(MPI_Send(buf, count, MpiType(type), dest, tag, mComm));
+}
+
+PavexStatus MpiComm::Recv(void* buf, int count, Datatype type, int source, int tag) const {
+  MpiCall call("Recv", Rank(), mSize);
+  call.To(source);
+  call.In(count, type);
+  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  MPI_Status message;
+  PavexStatus const status =
+      call.Done(MPI_Recv(buf, count, MpiType(type), source, tag, mComm, &message));
+  if (status != STATUS_OK) return status;
+  int received = 0;
+  MPI_Get_count(&message, MpiType(type), &received);
+  if (received != count)
+    return call.Fail(STATUS_COMM_FAILED, "the message is shorter than asked for");
+  return STATUS_OK;
+}
+
+PavexStatus MpiComm::Gatherv(void const* sendbuf, int sendcount, Datatype sendtype,
+                             void* recvbuf, int const* recvcounts, int const* displs,
+                             Datatype recvtype, int root) const {
+  MpiCall call("Gatherv", Rank(), mSize);
+  call.To(root);
+  if (mRank != root) call.NotInPlace(sendbuf);
+  if (sendbuf != &IN_PLACE_OBJ) call.Out(sendcount, sendtype);
+  if (mRank == root) call.In(recvcounts, displs, recvtype);
+  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  return call.Done(MPI_Gatherv(call.SendBuffer(sendbuf), sendcount, MpiType(sendtype), recvbuf,
+                               recvcounts, displs, MpiType(recvtype), root, mComm));
+}
+
+PavexStatus MpiComm::Scatterv(void const* sendbuf, int const* sendcounts, int const* displs,
+                              Datatype sendtype, void* recvbuf, int recvcount,
+                              Datatype recvtype, int root) const {
+  MpiCall call("Scatterv", Rank(), mSize);
+  call.To(root);
+  if (mRank == root) {
+    call.NotInPlace(sendbuf);
+    call.Out(sendcounts, displs, sendtype);
+  }
+  call.In(recvcount, recvtype);
+  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  return call.Done(MPI_Scatterv(call.SendBuffer(sendbuf), sendcounts, displs, MpiType(sendtype),
+                                recvbuf, recvcount, MpiType(recvtype), root, mComm));
+}
+
+PavexStatus MpiComm::Alltoallv(void const* sendbuf, int const* sendcounts, int const* sdispls,
+                               Datatype sendtype, void* recvbuf, int const* recvcounts,
+                               int const* rdispls, Datatype recvtype) const {
+  MpiCall call("Alltoallv", Rank(), mSize);
+  if (sendbuf != &IN_PLACE_OBJ) call.Out(sendcounts, sdispls, sendtype);
+  call.In(recvcounts, rdispls, recvtype);
+  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  return call.Done(MPI_Alltoallv(call.SendBuffer(sendbuf), sendcounts, sdispls,
+                                 MpiType(sendtype), recvbuf, recvcounts, rdispls,
+                                 MpiType(recvtype), mComm));
+}
+
+PavexStatus MpiComm::Allgather(void const* sendbuf, int sendcount, Datatype sendtype,
+                               void* recvbuf, int recvcount, Datatype recvtype) const {
+  MpiCall call("Allgather", Rank(), mSize);
+  if (sendbuf != &IN_PLACE_OBJ) call.Out(sendcount, sendtype);
+  call.In(recvcount, recvtype);
+  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  return call.Done(MPI_Allgather(call.SendBuffer(sendbuf), sendcount, MpiType(sendtype),
+                                 recvbuf, recvcount, MpiType(recvtype), mComm));
+}
+
+PavexStatus MpiComm::Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype,
+                                void* recvbuf, int const* recvcounts, int const* displs,
+                                Datatype recvtype) const {
+  MpiCall call("Allgatherv", Rank(), mSize);
+  if (sendbuf != &IN_PLACE_OBJ) call.Out(sendcount, sendtype);
+  call.In(recvcounts, displs, recvtype);
+  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  return call.Done(MPI_Allgatherv(call.SendBuffer(sendbuf), sendcount, MpiType(sendtype),
+                                  recvbuf, recvcounts, displs, MpiType(recvtype), mComm));
+}
+
+PavexStatus MpiComm::Allreduce(void const* sendbuf, void* recvbuf, int count, Datatype type,
+                               ReduceOp op) const {
+  MpiCall call("Allreduce", Rank(), mSize);
+  call.Out(count, type);
+  call.In(count, type);
+  if (MpiOp(op) == MPI_OP_NULL)
+    call.Refuse(STATUS_INVALID_VALUE, "reduction %d is unknown", static_cast<int>(op));
+  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  return call.Done(MPI_Allreduce(call.SendBuffer(sendbuf), recvbuf, count, MpiNumber(type),
+                                 MpiOp(op), mComm));
+}
+
+PavexStatus MpiComm::Bcast(void* buf, int count, Datatype type, int root) const {
+  MpiCall call("Bcast", Rank(), mSize);
+  call.To(root);
+  if (mRank == root)
+    call.Out(count, type);
+  else
+    call.In(count, type);
+  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  return call.Done(MPI_Bcast(buf, count, MpiType(type), root, mComm));
+}
+
+}  // namespace Pavex

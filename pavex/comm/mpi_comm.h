@@ -1,0 +1,98 @@
+// The communicator of a parallel job over MPI.
+
+#pragma once
+
+#if !defined(OMPI_SKIP_MPICXX)
+#define OMPI_SKIP_MPICXX 1
+#endif
+#if !defined(MPICH_SKIP_MPICXX)
+#define MPICH_SKIP_MPICXX 1
+#endif
+
+#include "pavex/runtime/comm.h"
+
+#include <mpi.h>
+
+namespace Pavex {
+
+// A Comm over MPI: works on its own duplicate of the caller's communicator, so its messages
+// never meet the caller's. Construction and destruction are collective over the given
+// communicator, like every operation but Rank, Size, Send and Recv.
+//
+// What it leaves alone: it never initialises or finalises MPI, never touches MPI_COMM_WORLD
+// unless that is the communicator given, and never changes the error handler of the given
+// communicator. Errors return as codes on the duplicate only; an MPI_Comm_dup that fails is
+// reported by the caller's own handler (with MPI's default one, the job ends there).
+//
+// Without live MPI - constructed before MPI was initialised, after it was finalised, from
+// MPI_COMM_NULL, from an intercommunicator, by a failed duplication, or used after MPI was
+// finalised - Rank and Size are -1 and every other operation returns STATUS_COMM_FAILED.
+//
+// Failures. The operation that meets a failure logs one ERROR line
+//   [ERROR] MpiComm::Gatherv failed on rank 1 of 4 (peer 0, 12 out, 0 in): <MPI's own text>
+// (peer -1: every rank; then elements that go out and come in on this rank) and returns
+//   STATUS_COMM_FAILED    for any error of MPI, for no live MPI, and for a message received by
+//                         Recv that has another length than asked for;
+//   STATUS_INVALID_VALUE  for arguments that MPI must not see, refused on the rank that passes
+//                         them before MPI is called: a negative count or displacement (an int
+//                         that wrapped: more than 2147483647 entries in all), a rank outside
+//                         0..Size()-1, an unknown Datatype or ReduceOp, and the in-place marker
+//                         where it has no meaning. Only arguments that are read on this rank
+//                         count.
+// Null buffers are fine where nothing goes out or comes in. The in-place marker stands for
+// MPI_IN_PLACE: Allgather, Allgatherv, Alltoallv, Allreduce, and Gatherv on the root.
+//
+// After a failed collective. A failure may be seen on one rank alone while the others wait for
+// it or have sent to it already, and what is still under way cannot be called back. What an
+// application may do depends on whether the others come out of the operation:
+// - with small pieces MPI has taken them into its own buffers, so the other ranks return and
+// all
+//   can go on, over a new MpiComm. Make it from the same MPI communicator and leave the spent
+//   one undestroyed until MPI is finalised: a late message of the failed operation then finds
+//   its old duplicate and never the new one.
+// - with large pieces the other ranks may be blocked inside MPI until the failing rank
+//   receives, which it will not do. End the job (MPI_Abort) there.
+//
+// Threads: needs MPI_THREAD_FUNNELED and no more; every call, construction and destruction
+// included, is made by the thread that initialised MPI. With MPI_THREAD_SERIALIZED any one
+// thread at a time will do.
+class PAVEX_API MpiComm : public Comm {
+ public:
+  // Duplicates `comm`. Collective over `comm`.
+  explicit MpiComm(MPI_Comm comm);
+
+  // Frees the duplicate; does nothing if MPI has been finalised meanwhile. Collective.
+  ~MpiComm() override;
+
+  int Rank() const override;
+  int Size() const override;
+  PavexStatus Barrier() const override;
+  PavexStatus Send(void const* buf, int count, Datatype type, int dest, int tag) const override;
+  PavexStatus Recv(void* buf, int count, Datatype type, int source, int tag) const override;
+  PavexStatus Gatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
+                      int const* recvcounts, int const* displs, Datatype recvtype,
+                      int root) const override;
+  PavexStatus Scatterv(void const* sendbuf, int const* sendcounts, int const* displs,
+                       Datatype sendtype, void* recvbuf, int recvcount, Datatype recvtype,
+                       int root) const override;
+  PavexStatus Alltoallv(void const* sendbuf, int const* sendcounts, int const* sdispls,
+                        Datatype sendtype, void* recvbuf, int const* recvcounts,
+                        int const* rdispls, Datatype recvtype) const override;
+  PavexStatus Allgather(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
+                        int recvcount, Datatype recvtype) const override;
+  PavexStatus Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
+                         int const* recvcounts, int const* displs,
+                         Datatype recvtype) const override;
+
+  // Bytes are reduced as unsigned numbers.
+  PavexStatus Allreduce(void const* sendbuf, void* recvbuf, int count, Datatype type,
+                        ReduceOp op) const override;
+  PavexStatus Bcast(void* buf, int count, Datatype type, int root) const override;
+
+ private:
+  MPI_Comm mComm = MPI_COMM_NULL;  // the duplicate; null: never live
+  int mRank = -1;
+  int mSize = -1;
+};
+
+}  // namespace Pavex
