@@ -63,6 +63,7 @@ PavexStatus Aggregator<T, I>::GatherByStoreType(MatrixBase const& local) {
     case StoreKind::COO:
       return Log::Report(GatherCOO(dynamic_cast<MatrixCOO<T, I> const&>(local)));
     case StoreKind::DENSE:
+      return Log::Report(GatherDense(dynamic_cast<MatrixDense<T, I> const&>(local)));
     case StoreKind::UNKNOWN:
       break;
   }
@@ -91,6 +92,7 @@ PavexStatus Aggregator<T, I>::Update(MatrixBase const& local) {
     case StoreKind::COO:
       return UpdateSparse(dynamic_cast<MatrixCOO<T, I> const&>(local));
     case StoreKind::DENSE:
+      return UpdateDense(dynamic_cast<MatrixDense<T, I> const&>(local));
     case StoreKind::UNKNOWN:
       break;
   }
@@ -101,13 +103,16 @@ template <typename T, typename I>
 PavexStatus Aggregator<T, I>::Scatter(MatrixBase& local) {
   PavexStatus const status = CheckAfterGather(local);
   if (status != STATUS_OK) return status;
-  return Unsupported(mStoreType);
+  if (StoreKindOf(mStoreType) != StoreKind::DENSE) return Unsupported(mStoreType);
+  return ScatterDense(dynamic_cast<MatrixDense<T, I>&>(local));
 }
 
 }  // namespace Pavex
 
 #include "pavex/aggregator/compressed.ipp"
 #include "pavex/aggregator/coo.ipp"
+#include "pavex/aggregator/dense.ipp"
+#include "pavex/aggregator/scatter.ipp"
 #include "pavex/aggregator/sparse.ipp"
 
 namespace Pavex {

@@ -66,6 +66,27 @@ class PAVEX_API Aggregator : public AggregatorBase {
   PavexStatus GatherByStoreType(MatrixBase const& local);
   void StampTarget();
 
+  // Dense layouts: dense_layout.ipp. `rowMajor` is the flag of the caller's local matrix.
+  bool ContiguousLocalSubmat(bool rowMajor) const;
+  long LocalSubmatOffset(MatrixDense<T, I> const& local) const;
+  PavexStatus PackDenseValues(MatrixDense<T, I> const& matrix, Buffer<T>& packed);
+  PavexStatus Dense2Comm(bool rowMajor, Buffer<T> const& global, Buffer<T>& commValues);
+  PavexStatus Comm2Dense(bool rowMajor, Buffer<T>& values);
+  PavexStatus CheckDense(bool rowMajor) const;
+  long LeadingDimension(bool rowMajor) const { return rowMajor ? mCols : mRows; }
+
+  // Dense gather and update: dense.ipp.
+  PavexStatus GatherDense(MatrixDense<T, I> const& local);
+  PavexStatus GatherDenseValues(MatrixDense<T, I> const& local, Buffer<T>& values);
+  PavexStatus UpdateDense(MatrixDense<T, I> const& local);
+
+  // Dense scatter: scatter.ipp. The array of `local` is written, not the object.
+  PavexStatus ScatterDense(MatrixDense<T, I> const& local);
+  PavexStatus CopyOwnPiece(MatrixDense<T, I> const& whole, MatrixDense<T, I> const& local);
+  bool PiecesFit(MatrixDense<T, I> const& whole) const;
+  PavexStatus ScatterDenseValues(Buffer<T> const& global, MatrixDense<T, I> const& local);
+  PavexStatus PrepareReceive(MatrixDense<T, I> const& local, long entries, Buffer<T>& received);
+
   // What the sparse paths share: sparse.ipp.
   template <typename E>
   PavexStatus PrepareArray(Buffer<E> const& local, long count, bool wanted, Buffer<E>& array);

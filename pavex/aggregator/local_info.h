@@ -46,9 +46,6 @@ struct MatrixLocalInfo {
   std::int64_t cols;               // MatrixBase::mCols
   std::int64_t nnz;                // MatrixBase::NNZ()
 
-  // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): left as the memory holds it
-  MatrixLocalInfo() {}
-
   // The flag of a peer is a byte that may hold anything; any value but 0 is true.
   bool WithValues() const noexcept {
     unsigned char byte = 0;

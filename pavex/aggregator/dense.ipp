@@ -1,0 +1,94 @@
+// The dense gather and the update of a gathered dense matrix.
+//
+// Included by aggregator.cpp.
+
+#pragma once
+
+#include "pavex/aggregator/dense_layout.ipp"
+#include "pavex/aggregator/transfer.ipp"
+
+namespace Pavex {
+namespace {
+
+// A gathered matrix that takes `values` over whole.
+template <typename T, typename I>
+MatrixDense<T, I>* NewDense(long rows, long cols, bool rowMajor, long ld, Buffer<T>& values) {
+  auto* const matrix = new MatrixDense<T, I>;
+  matrix->mRows = matrix->mGlobalRows = rows;
+  matrix->mCols = matrix->mGlobalCols = cols;
+  matrix->mRowMajor = rowMajor;
+  matrix->mValues.Swap(values);
+  matrix->mLd = ld;
+  return matrix;
+}
+
+}  // namespace
+
+template <typename T, typename I>
+PavexStatus Aggregator<T, I>::GatherDense(MatrixDense<T, I> const& local) {
+  Buffer<T> values;
+  if (mMode == CENTRALIZED_ALL) {
+    if (!mIsReceiver) return STATUS_OK;
+    values.Borrow(local.mValues.mData, local.mValues.mSize);
+    mTarget = NewDense<T, I>(mRows, mCols, local.mRowMajor, local.mLd, values);
+    return STATUS_OK;
+  }
+
+  // A receiver gets the storage also if only the pattern is asked for.
+  PavexStatus status = mIsReceiver ? Log::Report(mPool->Get(values, mNnz)) : STATUS_OK;
+  if (status == STATUS_OK && mWithValues)
+    status = Log::Report(GatherDenseValues(local, values));
+  if (status != STATUS_OK || !mIsReceiver) return status;
+  mTarget =
+      NewDense<T, I>(mRows, mCols, local.mRowMajor, LeadingDimension(local.mRowMajor), values);
+  return STATUS_OK;
+}
+
+// Moves the values of all pieces into `values`, which on a receiver has room for all entries.
+template <typename T, typename I>
+PavexStatus Aggregator<T, I>::GatherDenseValues(MatrixDense<T, I> const& local,
+                                                Buffer<T>& values) {
+  constexpr Datatype kType = DatatypeOf<T>::kValue;
+  PavexStatus status = CheckDense(local.mRowMajor);
+  if (status != STATUS_OK) return status;
+  Buffer<T> packed;
+  status = Log::Report(PackDenseValues(local, packed));
+  if (status != STATUS_OK) return status;
+
+  if (mMode == CENTRALIZED_ONE) {
+    if (mLocalIsWhole) values.Swap(packed);
+    // A failure of this transfer is reported by the caller alone.
+    return TransferCentralized(values.mData, static_cast<int>(mNnz), kType, mSourceRank, mRoot,
+                               TAG_GATHER, *mComm);
+  }
+
+  // The length of the packed array is what is sent: a value array that goes on behind the
+  // piece's last element does not match the count that the receivers expect.
+  status =
+      Log::Report(GatherDistributed(packed.mData, static_cast<int>(packed.mSize), values.mData,
+                                    mCounts.mData, mDispls.mData, kType, mRoot, *mComm));
+  if (status != STATUS_OK || !mIsReceiver) return status;
+  return Log::Report(Comm2Dense(local.mRowMajor, values));
+}
+
+template <typename T, typename I>
+PavexStatus Aggregator<T, I>::UpdateDense(MatrixDense<T, I> const& local) {
+  auto* const target = dynamic_cast<MatrixDense<T, I>*>(mTarget);
+  if (mMode == CENTRALIZED_ALL) {
+    if (target == nullptr) return STATUS_OK;
+    if (target->mLd != local.mLd) {
+      Log::Error("[%s] Leading dimension is inconsistent with that in gather phase.\n");
+      return STATUS_NOT_SUPPORTED;
+    }
+    target->mValues.Borrow(local.mValues.mData, local.mValues.mSize);
+    return STATUS_OK;
+  }
+
+  Buffer<T> values;
+  PavexStatus status = mIsReceiver ? Log::Report(mPool->Get(values, mNnz)) : STATUS_OK;
+  if (status == STATUS_OK) status = Log::Report(GatherDenseValues(local, values));
+  if (status == STATUS_OK && mIsReceiver) target->mValues.Swap(values);
+  return status;
+}
+
+}  // namespace Pavex

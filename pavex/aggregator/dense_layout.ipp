@@ -1,0 +1,143 @@
+// The layouts of dense values between a local matrix and the gathered one.
+//
+//   local          the caller's array, runs mLd apart
+//   packed         the runs of one piece one after the other
+//   communication  the packed pieces one after the other in rank order
+//   global         the gathered matrix, runs LeadingDimension() apart
+//
+// A run is a row of a row-major matrix, a column of a column-major one. Where the pieces are
+// bands across the runs they lie side by side in each run of the global layout, and values are
+// reordered between it and the communication layout. Example: a 3 x 5 row-major matrix cut by
+// columns, rank 0 with columns 0 and 1, rank 1 with columns 2 to 4. Rank 1's element at row 1,
+// local column 0 is packed element 3; it travels as element 6 + 3 = 9, behind the 6 elements of
+// rank 0, and lands at 2 + 1 * 5 + 0 = 7: row 1, column 2. Elsewhere the two layouts are the
+// same.
+//
+// Included by aggregator.cpp.
+
+#pragma once
+
+#include "pavex/aggregator/aggregator.h"
+#include "pavex/aggregator/dense_reorder.h"
+#include "pavex/runtime/log.h"
+#include "pavex/runtime/wrapping.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace Pavex {
+namespace {
+
+// Copies `runs` runs of `length` elements between arrays whose runs stand `fromLd` and `toLd`
+// apart.
+template <typename T>
+void CopyRuns(std::int64_t runs, std::int64_t length, T const* from, std::int64_t fromLd, T* to,
+              std::int64_t toLd) {
+  if (runs < 1 || length < 1) return;
+  if (length == fromLd && length == toLd) {
+    std::copy_n(from, runs * length, to);
+    return;
+  }
+  for (std::int64_t k = 0; k < runs; ++k)
+    std::copy_n(from + k * fromLd, length, to + k * toLd);
+}
+
+// Whether `runs` runs of `length` elements, `ld` apart from `begin` on, lie inside `size`
+// elements.
+inline bool RunsStayInside(std::int64_t begin, std::int64_t runs, std::int64_t length,
+                           std::int64_t ld, std::int64_t size) {
+  if (runs < 1 || length < 1) return true;
+  if (begin < 0 || length > size || begin > size - length) return false;
+  std::int64_t const room = size - length - begin;  // behind the start of the first run
+  return runs == 1 || ld == 0 || (ld > 0 && runs - 1 <= room / ld);
+}
+
+// Whether the local layout is the packed one.
+template <typename T, typename I>
+bool IsPacked(MatrixDense<T, I> const& matrix) {
+  return matrix.Runs() == 1 || matrix.RunLength() == matrix.mLd;
+}
+
+}  // namespace
+
+// Whether communication and global layout coincide.
+template <typename T, typename I>
+bool Aggregator<T, I>::ContiguousLocalSubmat(bool rowMajor) const {
+  if (mMode != DISTRIBUTED) return true;
+  if (rowMajor) return mPartition.type == PARTITION_ROW_WISE || mRows == 1;
+  return mPartition.type == PARTITION_COLUMN_WISE || mCols == 1;
+}
+
+// Where this process's piece starts in the global layout.
+template <typename T, typename I>
+long Aggregator<T, I>::LocalSubmatOffset(MatrixDense<T, I> const& local) const {
+  if (mMode != DISTRIBUTED) return 0;
+  std::int32_t const along = local.mRowMajor ? PARTITION_ROW_WISE : PARTITION_COLUMN_WISE;
+  if (mPartition.type != along) return LocalRowColBegin(local.mPartition);
+  return mDispls.mData[mComm->Rank()];
+}
+
+// Makes `packed` present the values of `matrix` in packed layout: borrowed if they are already,
+// else copied. An empty matrix leaves `packed` as it is.
+template <typename T, typename I>
+PavexStatus Aggregator<T, I>::PackDenseValues(MatrixDense<T, I> const& matrix,
+                                              Buffer<T>& packed) {
+  long const entries = matrix.NNZ();
+  if (entries == 0) return STATUS_OK;
+  if (IsPacked(matrix)) {
+    packed.Borrow(matrix.mValues.mData, matrix.mValues.mSize);
+    return STATUS_OK;
+  }
+  PavexStatus const status = Log::Report(mPool->Get(packed, entries));
+  if (status != STATUS_OK) return status;
+  CopyRuns(matrix.Runs(), matrix.RunLength(), matrix.mValues.mData, matrix.mLd, packed.mData,
+           matrix.RunLength());
+  return STATUS_OK;
+}
+
+// Global to communication layout: a view of `global` where they coincide, else a reordered
+// copy.
+template <typename T, typename I>
+PavexStatus Aggregator<T, I>::Dense2Comm(bool rowMajor, Buffer<T> const& global,
+                                         Buffer<T>& commValues) {
+  if (ContiguousLocalSubmat(rowMajor)) {
+    commValues.Borrow(global.mData, global.mSize);
+    return STATUS_OK;
+  }
+  Log::Debug("[%s] Reorder values of dense matrix to send out.\n");
+  PavexStatus const status = Log::Report(mPool->Get(commValues, global.mSize));
+  if (status != STATUS_OK) return status;
+  GlobalToComm(sizeof(T), mLocalInfos, mComm->Size(), rowMajor, LeadingDimension(rowMajor),
+               global.mData, commValues.mData);
+  return STATUS_OK;
+}
+
+// Communication to global layout; replaces the storage of `values` unless the layouts coincide.
+template <typename T, typename I>
+PavexStatus Aggregator<T, I>::Comm2Dense(bool rowMajor, Buffer<T>& values) {
+  if (ContiguousLocalSubmat(rowMajor)) return STATUS_OK;
+  Log::Debug("[%s] Reorder values of dense matrix from received data\n");
+  Buffer<T> ordered;
+  PavexStatus const status = Log::Report(mPool->Get(ordered, values.mSize));
+  if (status != STATUS_OK) return status;
+  CommToGlobal(sizeof(T), mLocalInfos, mComm->Size(), rowMajor, LeadingDimension(rowMajor),
+               values.mData, ordered.mData);
+  values.Swap(ordered);
+  return STATUS_OK;
+}
+
+// Whether the gathered shape and entries belong together, and every piece lands inside. Alike
+// on every process.
+template <typename T, typename I>
+PavexStatus Aggregator<T, I>::CheckDense(bool rowMajor) const {
+  if (WrappingMul(mRows, mCols) != mNnz) {
+    Log::Error("[%s] The Global NNZ(%ld) not equal to %ld * %ld.\n", mNnz, mRows, mCols);
+    return STATUS_INCONSISTENT;
+  }
+  if (ContiguousLocalSubmat(rowMajor)) return STATUS_OK;
+  bool const inside = ReorderStaysInside(mLocalInfos, static_cast<int>(mLocalInfos.mSize),
+                                         rowMajor, LeadingDimension(rowMajor), mNnz);
+  return inside ? STATUS_OK : Log::Report(STATUS_INCONSISTENT);
+}
+
+}  // namespace Pavex
