@@ -15,8 +15,8 @@ namespace Pavex::Tool {
 // One generated matrix, described by "KIND:SIZE":
 //   poisson3d:N       7-point Laplace operator on N x N x N points, symmetric
 //   convection3d:N    the same with upwind convection, unsymmetric values
-//   random:N          N x N, 8 to 12 entries a row and a few hub rows of N / 10, diagonally
-//                     dominant
+//   random:N          N x N, 8 to 12 entries a row and, from N = 1000 on, 4 hub rows of N / 10;
+//                     diagonally dominant, so not singular
 //   dense:ROWSxCOLS   values between -1 and 1
 // Values are real. Immutable, so threads may share it.
 class Generator {
@@ -48,8 +48,9 @@ class Generator {
   enum class Kind { Poisson, Convection, Random, Dense };
 
   long RowEntries(long row) const;
-  // Appends what lies in the columns [begin, end).
-  void AppendRow(long row, long begin, long end, Triplets& piece) const;
+  void AppendBlock(long rowBegin, long rowEnd, long colBegin, long colEnd, Triplets& piece,
+                   ProgressFunction const& progress) const;
+  // Append what lies in the columns [begin, end) of one row.
   void AppendGridRow(long row, long begin, long end, Triplets& piece) const;
   void AppendRandomRow(long row, long begin, long end, Triplets& piece) const;
   void AppendDenseRow(long row, long begin, long end, Triplets& piece) const;

@@ -8,9 +8,7 @@
 #include "tools/triplets.h"
 
 #include <complex>
-#include <cstdio>
 #include <string>
-#include <string_view>
 
 namespace Pavex::Tool {
 
@@ -27,7 +25,8 @@ Triplets ReadMatrixMarket(std::string const& path, ProgressFunction const& progr
 
 // Writes one general matrix, entry by entry, into a temporary file beside the target; Commit
 // gives it its name. Destroyed without Commit, it removes the temporary file, so that an older
-// target stays untouched. Values keep their full precision: reading gives the same bits.
+// target stays untouched. (A target that is no regular file, such as a pipe, is written
+// directly.) Values keep their full precision: reading gives the same bits.
 // Throws InputError with "path: fault", a full disk included. Not shared between threads.
 class MatrixMarketWriter {
  public:
@@ -58,17 +57,30 @@ class MatrixMarketWriter {
   void Commit();
 
  private:
-  MatrixMarketWriter(std::string const& path, std::string_view header);
+  MatrixMarketWriter(std::string const& path, Field field, long entries, std::string header);
 
+  void Open();
+  void BeginEntry(long row, long col);
   template <class V>
-  void Number(V value);
-  void Text(std::string_view text);
+  void Write(long row, long col, V value);
+  template <class R>
+  void WriteLine(R value);
+  template <class R>
+  void WriteLine(std::complex<R> value);
+  void AppendInteger(long value);
+  template <class R>
+  void AppendNumber(R value);
+  void EndLine();
   void Flush();
-  [[noreturn]] void Fail(std::string const& fault);
+  [[noreturn]] void Fail(std::string const& fault) const;
+  [[noreturn]] void FailSystem() const;  // with the text of errno
 
   std::string mPath;
-  std::string mTemporary;  // empty once it has been renamed
-  std::string mText;       // what has not been handed to the system yet
+  std::string mTarget;     // mPath behind symbolic links
+  std::string mTemporary;  // empty once it has its name, and where mPath is written directly
+  Field mField;
+  long mEntriesLeft;  // of those that the header announces
+  std::string mText;  // not handed to the system yet
   int mFile = -1;
 };
 

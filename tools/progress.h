@@ -30,8 +30,8 @@ class Progress {
   // terminal, so that nothing is computed for it.
   ProgressFunction Function();
 
-  // The line as drawn in a terminal of `width` columns, such as
-  // "reading west0479.mtx [#####.....]  50%".
+  // What is drawn, cut to `width` columns: the label, a bar of 30 marks and the percentage, as
+  // in "reading a.mtx [######........................]  20%".
   static std::string Line(std::string const& label, double done, int width);
 
  private:

@@ -1,0 +1,53 @@
+// Reads a text file line by line through a small buffer, so that a file of any size costs 1 MiB
+// and pipes work as well.
+
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Pavex::Tool {
+
+// Not shared between threads. Throws InputError for what the system refuses.
+class LineReader {
+ public:
+  explicit LineReader(std::string path);
+  LineReader(LineReader const&) = delete;
+  LineReader& operator=(LineReader const&) = delete;
+  ~LineReader();
+
+  // Sets `line` to the next line without its end (LF or CR LF), valid until the next call;
+  // false at the end of the file.
+  bool Next(std::string_view& line);
+
+  // The same, passing over lines of blanks and tabs.
+  bool NextFilled(std::string_view& line);
+
+  // Throws InputError "path:line: fault" for the line that was read last, "path: fault" before
+  // the first.
+  [[noreturn]] void Fail(std::string const& fault) const;
+
+  // True when the size of the file is known in advance, which it is not for a pipe.
+  bool KnowsSize() const { return mFileBytes >= 0; }
+  long FileBytes() const { return mFileBytes; }
+  // The bytes after the line that was read last; only if the size is known.
+  long BytesLeft() const { return mFileBytes - mBytesRead; }
+
+ private:
+  // Moves the unread rest to the front and fills up behind it; false when nothing came.
+  bool Refill();
+  [[noreturn]] void FailRead(int error) const;
+
+  std::string mPath;
+  int mFile;
+  long mFileBytes = -1;
+  long mBytesRead = 0;  // up to the end of the last line
+  long mLine = 0;       // 1-based number of the last line
+  std::vector<char> mBuffer;
+  std::size_t mBegin = 0;  // the unread part of mBuffer
+  std::size_t mEnd = 0;
+};
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,294 @@
+#include "tools/line_parser.h"
+#include "tools/line_reader.h"
+#include "tools/matrix_market.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+#include <utility>
+
+namespace Pavex::Tool {
+
+namespace {
+
+// A word of the banner and what it stands for.
+template <class E>
+struct Choice {
+  char const* mWord;
+  E mValue;
+};
+
+enum class Format { Coordinate, Array };
+
+constexpr Choice<Format> kFormats[] = {{"coordinate", Format::Coordinate},
+                                       {"array", Format::Array}};
+constexpr Choice<Field> kFields[] = {{"real", Field::Real},
+                                     {"integer", Field::Integer},
+                                     {"complex", Field::Complex},
+                                     {"pattern", Field::Pattern}};
+constexpr Choice<Symmetry> kSymmetries[] = {{"general", Symmetry::General},
+                                            {"symmetric", Symmetry::Symmetric},
+                                            {"skew-symmetric", Symmetry::SkewSymmetric},
+                                            {"hermitian", Symmetry::Hermitian}};
+
+char const* SymmetryName(Symmetry symmetry) {
+  for (Choice<Symmetry> const& choice : kSymmetries) {
+    if (choice.mValue == symmetry) return choice.mWord;
+  }
+  return "";
+}
+
+std::string Position(long row, long col) {
+  return "(" + std::to_string(row) + ", " + std::to_string(col) + ")";
+}
+
+// One reading of one file: banner, size line, entries.
+class Reading {
+ public:
+  Reading(std::string const& path, ProgressFunction const& progress)
+      : mReader(path), mProgress(progress) {}
+
+  Triplets Run() {
+    ReadBanner();
+    ReadSize();
+    mMatrix.Reserve(ExpectedEntries());
+    if (mMatrix.mDense)
+      ReadArray();
+    else
+      ReadCoordinates();
+    CheckEnd();
+    return std::move(mMatrix);
+  }
+
+  long Count() const { return mCount; }
+
+ private:
+  void ReadBanner();
+  void CheckBanner();
+  template <class E, std::size_t N>
+  E ReadChoice(LineParser& parser, char const* what, Choice<E> const (&choices)[N]);
+
+  void ReadSize();
+  long StoredArrayValues() const;
+  void CheckRoomInFile();
+  std::size_t ExpectedEntries() const;
+
+  void ReadCoordinates();
+  void ReadArray();
+  void CheckEnd();
+  // The line of entry number `entry` (0-based).
+  LineParser EntryLine(long entry);
+  void ReadValue(LineParser& parser, double& real, double& imag);
+  void CheckTriangle(long row, long col, double imag);
+  void AddWithMirror(long row, long col, double real, double imag);
+
+  LineReader mReader;
+  ProgressFunction const& mProgress;
+  Triplets mMatrix;
+  long mCount = 0;  // entries that the file stores
+};
+
+template <class E, std::size_t N>
+E Reading::ReadChoice(LineParser& parser, char const* what, Choice<E> const (&choices)[N]) {
+  std::string const word = parser.Word(what);
+  std::string known;
+  for (Choice<E> const& choice : choices) {
+    if (word == choice.mWord) return choice.mValue;
+    known += (known.empty() ? "" : ", ") + std::string(choice.mWord);
+  }
+  mReader.Fail("unknown " + std::string(what) + " " + Quoted(word) + ", known: " + known);
+}
+
+void Reading::ReadBanner() {
+  std::string_view line;
+  if (!mReader.Next(line)) mReader.Fail("the file is empty");
+  LineParser parser(mReader, line);
+  if (line.empty() || line.front() != '%' || parser.Word("banner") != "%%matrixmarket")
+    mReader.Fail("a Matrix Market file begins with \"%%MatrixMarket\"");
+  if (std::string const object = parser.Word("object"); object != "matrix")
+    mReader.Fail("unknown object " + Quoted(object) + ", known: matrix");
+  mMatrix.mDense = ReadChoice(parser, "format", kFormats) == Format::Array;
+  mMatrix.mField = ReadChoice(parser, "field", kFields);
+  mMatrix.mSymmetry = ReadChoice(parser, "symmetry", kSymmetries);
+  parser.End("the banner");
+  CheckBanner();
+}
+
+void Reading::CheckBanner() {
+  if (mMatrix.mDense && mMatrix.mField == Field::Pattern)
+    mReader.Fail("the array format has values, so the field cannot be pattern");
+  if (mMatrix.mSymmetry == Symmetry::SkewSymmetric && mMatrix.mField == Field::Pattern)
+    mReader.Fail("a pattern has no sign, so it cannot be skew-symmetric");
+  if (mMatrix.mSymmetry == Symmetry::Hermitian && mMatrix.mField != Field::Complex)
+    mReader.Fail("a hermitian matrix has the field complex");
+}
+
+void Reading::ReadSize() {
+  std::string_view line;
+  do {
+    if (!mReader.NextFilled(line)) mReader.Fail("the file ends before the size line");
+  } while (line.front() == '%');
+
+  LineParser parser(mReader, line);
+  mMatrix.mRows = parser.Integer("number of rows", 0, kMaxExtent);
+  mMatrix.mCols = parser.Integer("number of columns", 0, kMaxExtent);
+  if (mMatrix.mSymmetry != Symmetry::General && mMatrix.mRows != mMatrix.mCols)
+    mReader.Fail("a " + std::string(SymmetryName(mMatrix.mSymmetry)) +
+                 " matrix is square, not " + std::to_string(mMatrix.mRows) + " x " +
+                 std::to_string(mMatrix.mCols));
+  mCount = mMatrix.mDense
+               ? StoredArrayValues()
+               : parser.Integer("number of entries", 0, std::numeric_limits<long>::max());
+  parser.End("the size line");
+  if (mCount > 0 && (mMatrix.mRows == 0 || mMatrix.mCols == 0))
+    mReader.Fail("a matrix without rows or columns has no entries");
+  CheckRoomInFile();
+}
+
+// The lower triangle of a matrix with symmetry, the diagonal excluded if it is zero.
+long Reading::StoredArrayValues() const {
+  long const rows = mMatrix.mRows;
+  switch (mMatrix.mSymmetry) {
+    case Symmetry::General:
+      return rows * mMatrix.mCols;
+    case Symmetry::SkewSymmetric:
+      return rows * (rows - 1) / 2;
+    case Symmetry::Symmetric:
+    case Symmetry::Hermitian:
+      break;
+  }
+  return rows * (rows + 1) / 2;
+}
+
+void Reading::CheckRoomInFile() {
+  if (!mReader.KnowsSize()) return;
+  long const indexBytes = mMatrix.mDense ? 0 : 4;  // "1 1" and a line end or a blank
+  long const valueBytes = mMatrix.mField == Field::Pattern   ? 0
+                          : mMatrix.mField == Field::Complex ? 4
+                                                             : 2;
+  // The last line may go without its end.
+  if (mCount > (mReader.BytesLeft() + 1) / (indexBytes + valueBytes))
+    mReader.Fail("a file of " + std::to_string(mReader.FileBytes()) + " bytes cannot hold " +
+                 std::to_string(mCount) + " entries");
+}
+
+// How many entries to reserve memory for: what a pipe announces is believed up to a limit.
+std::size_t Reading::ExpectedEntries() const {
+  constexpr long kBelieved = 1 << 20;
+  long const stored = mReader.KnowsSize() ? mCount : std::min(mCount, kBelieved);
+  return static_cast<std::size_t>(stored) * (mMatrix.mSymmetry == Symmetry::General ? 1 : 2);
+}
+
+LineParser Reading::EntryLine(long entry) {
+  constexpr long kBetweenReports = 1 << 16;
+  if (mProgress && entry % kBetweenReports == 0)
+    mProgress(static_cast<double>(entry) / static_cast<double>(mCount));
+  std::string_view line;
+  if (!mReader.NextFilled(line))
+    mReader.Fail("the file ends after " + std::to_string(entry) + " of " +
+                 std::to_string(mCount) + " entries");
+  if (line.front() == '%') mReader.Fail("a comment after the size line");
+  return LineParser(mReader, line);
+}
+
+void Reading::ReadValue(LineParser& parser, double& real, double& imag) {
+  switch (mMatrix.mField) {
+    case Field::Pattern:
+      break;
+    case Field::Integer:
+      real = parser.IntegerNumber("value");
+      break;
+    case Field::Real:
+      real = parser.Number("value");
+      break;
+    case Field::Complex:
+      real = parser.Number("real part");
+      imag = parser.Number("imaginary part");
+      break;
+  }
+}
+
+void Reading::ReadCoordinates() {
+  for (long entry = 0; entry < mCount; ++entry) {
+    LineParser parser = EntryLine(entry);
+    long const row = parser.Integer("row", 1, mMatrix.mRows);
+    long const col = parser.Integer("column", 1, mMatrix.mCols);
+    double real = 1;
+    double imag = 0;
+    ReadValue(parser, real, imag);
+    parser.End("the entry");
+    CheckTriangle(row, col, imag);
+    AddWithMirror(row - 1, col - 1, real, imag);
+  }
+}
+
+void Reading::ReadArray() {
+  bool const general = mMatrix.mSymmetry == Symmetry::General;
+  long const belowDiagonal = mMatrix.mSymmetry == Symmetry::SkewSymmetric ? 1 : 0;
+  long entry = 0;
+  for (long col = 0; col < mMatrix.mCols; ++col) {
+    for (long row = general ? 0 : col + belowDiagonal; row < mMatrix.mRows; ++row) {
+      LineParser parser = EntryLine(entry++);
+      double real = 0;
+      double imag = 0;
+      ReadValue(parser, real, imag);
+      parser.End("the value");
+      CheckTriangle(row + 1, col + 1, imag);
+      AddWithMirror(row, col, real, imag);
+    }
+  }
+}
+
+// `row` and `col` as in the file, 1-based.
+void Reading::CheckTriangle(long row, long col, double imag) {
+  Symmetry const symmetry = mMatrix.mSymmetry;
+  if (symmetry == Symmetry::General || row > col) return;
+  if (row < col)
+    mReader.Fail("entry " + Position(row, col) + " lies above the diagonal of a " +
+                 SymmetryName(symmetry) + " matrix");
+  if (symmetry == Symmetry::SkewSymmetric)
+    mReader.Fail("diagonal entry " + Position(row, col) + " in a skew-symmetric matrix");
+  if (symmetry == Symmetry::Hermitian && imag != 0)
+    mReader.Fail("diagonal entry " + Position(row, col) +
+                 " of a hermitian matrix has an imaginary part");
+}
+
+void Reading::AddWithMirror(long row, long col, double real, double imag) {
+  mMatrix.Add(row, col, real, imag);
+  if (row == col) return;
+  switch (mMatrix.mSymmetry) {
+    case Symmetry::General:
+      break;
+    case Symmetry::Symmetric:
+      mMatrix.Add(col, row, real, imag);
+      break;
+    case Symmetry::SkewSymmetric:
+      mMatrix.Add(col, row, -real, -imag);
+      break;
+    case Symmetry::Hermitian:
+      mMatrix.Add(col, row, real, -imag);
+      break;
+  }
+}
+
+void Reading::CheckEnd() {
+  std::string_view line;
+  if (mReader.NextFilled(line))
+    mReader.Fail(line.front() == '%' ? "a comment after the size line"
+                                     : "a surplus line after the " + std::to_string(mCount) +
+                                           " entries that the size line announces");
+}
+
+}  // namespace
+
+Triplets ReadMatrixMarket(std::string const& path, ProgressFunction const& progress) {
+  Reading reading(path, progress);
+  try {
+    return reading.Run();
+  } catch (std::bad_alloc const&) {
+    throw InputError(path + ": not enough memory for " + std::to_string(reading.Count()) +
+                     " entries");
+  }
+}
+
+}  // namespace Pavex::Tool
