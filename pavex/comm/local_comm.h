@@ -1,0 +1,102 @@
+// A communicator between threads: the ranks of a job in one process.
+
+#pragma once
+
+#include "pavex/runtime/comm.h"
+
+#include <functional>
+#include <memory>
+
+namespace Pavex {
+
+class LocalGroup;
+
+// One rank of a group of n ranks that live in one process, a thread each. Needs nothing but the
+// standard library: the embedded default for trying the library, for unit tests and for
+// programs on one machine. Data goes in one copy from the sender's memory to the receiver's;
+// the ranks of a large operation share that copying. It logs nothing.
+//
+// What may be shared between ranks, and what must live how long:
+//
+//   thing                          shared between ranks          must live until
+//   -----------------------------  ----------------------------  -----------------------------
+//   the group itself               yes, by the library           kept by every LocalComm
+//   a rank's LocalComm             no: used by its rank alone    Run returns, or as long as its
+//                                                                shared_ptr is held
+//   MemoryPool, Buffer, matrices,  no: each rank has its own     what their headers say
+//   Aggregator
+//   send buffer, counts and        yes: they are only read       the operation returns on the
+//   displacements                                                rank that passed them
+//   receive buffer                 no, nor may it overlap a      the operation returns on the
+//                                  buffer of another rank in     rank that passed it
+//                                  the same operation
+//   what `body` refers to          as the caller arranges it     Run returns
+//
+// No rank touches another's buffers once the other's call has returned.
+//
+// Matching. Send meets the Recv of its destination with the same tag and returns when the data
+// has been taken over (there is no buffering, so a rank cannot send to itself); a collective
+// meets when every rank is in the same one with the same root. All operations work with one
+// rank, with zero counts and with null buffers of zero counts. Where regions of a receive
+// buffer overlap, the piece of the higher rank wins.
+//
+// Failing. Every failure is STATUS_COMM_FAILED:
+//   - a rank or root outside 0 .. Size() - 1: at once, on this rank alone;
+//   - operations that meet but disagree (count, type, reduction) or are wrong on some rank
+//     (negative count, negative displacement of a piece that is not empty, unknown type, null
+//     buffer, in-place marker where it is not legal): on every rank that takes part; no data is
+//     moved;
+//   - operations that can never meet. A rank that runs outside an operation may still do
+//     anything. A rank in Send or Recv can go on if its partner can; the ranks in one
+//     collective can go on if all the others can. Whoever waits and cannot go on by these rules
+//     - because of a rank that has returned or thrown, or that itself waits for good in another
+//     operation, root or tag - fails as soon as that is so, and runs on. Waiting ranks are
+//     hence never stuck as long as the running ones end.
+// A failure leaves no trace in the group: later operations work as if the failed ones had not
+// been called. Ranks that have fallen out of step meet, or fail, by the same rules.
+class PAVEX_API LocalComm final : public Comm {
+ public:
+  // What each rank runs; the argument is the rank's own communicator.
+  using Body = std::function<void(std::shared_ptr<Comm> const& comm)>;
+
+  // Runs `body` on `ranks` ranks side by side, rank 0 on the calling thread and a new thread
+  // for each other one, and returns when all have returned. A rank that throws counts as
+  // returned; the exception of the lowest such rank is thrown again when all ranks have ended.
+  // Throws std::invalid_argument if `ranks` < 1 or `body` is empty, and std::system_error if a
+  // thread cannot be started (the ranks that were started see the others as returned). A
+  // communicator kept beyond its rank's return still knows Rank and Size and fails every other
+  // operation.
+  static void Run(int ranks, Body const& body);
+
+  ~LocalComm() override;
+  int Rank() const override;
+  int Size() const override;
+  PavexStatus Barrier() const override;
+  PavexStatus Send(void const* buf, int count, Datatype type, int dest, int tag) const override;
+  PavexStatus Recv(void* buf, int count, Datatype type, int source, int tag) const override;
+  PavexStatus Gatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
+                      int const* recvcounts, int const* displs, Datatype recvtype,
+                      int root) const override;
+  PavexStatus Scatterv(void const* sendbuf, int const* sendcounts, int const* displs,
+                       Datatype sendtype, void* recvbuf, int recvcount, Datatype recvtype,
+                       int root) const override;
+  PavexStatus Alltoallv(void const* sendbuf, int const* sendcounts, int const* sdispls,
+                        Datatype sendtype, void* recvbuf, int const* recvcounts,
+                        int const* rdispls, Datatype recvtype) const override;
+  PavexStatus Allgather(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
+                        int recvcount, Datatype recvtype) const override;
+  PavexStatus Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
+                         int const* recvcounts, int const* displs,
+                         Datatype recvtype) const override;
+  PavexStatus Allreduce(void const* sendbuf, void* recvbuf, int count, Datatype type,
+                        ReduceOp op) const override;
+  PavexStatus Bcast(void* buf, int count, Datatype type, int root) const override;
+
+ private:
+  LocalComm(std::shared_ptr<LocalGroup> group, int rank);
+
+  std::shared_ptr<LocalGroup> mGroup;
+  int mRank;
+};
+
+}  // namespace Pavex

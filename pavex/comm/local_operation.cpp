@@ -1,0 +1,298 @@
+#include "pavex/comm/local_operation.h"
+
+#include <algorithm>
+#include <cstring>
+#include <type_traits>
+#include <utility>
+
+namespace Pavex {
+namespace {
+
+using Operations = std::vector<LocalOperation const*>;
+
+// The ranks that take part, ascending.
+std::vector<int> Everyone(Operations const& operations) {
+  std::vector<int> ranks;
+  for (std::size_t r = 0; r < operations.size(); ++r) {
+    if (operations[r] != nullptr) {
+      ranks.push_back(static_cast<int>(r));
+    }
+  }
+  return ranks;
+}
+
+LocalOperation const& Of(Operations const& operations, int rank) {
+  return *operations[static_cast<std::size_t>(rank)];
+}
+
+bool InPlaceLegal(LocalOperation const& operation, int rank) {
+  switch (operation.mKind) {
+    case LocalKind::ALLGATHER:
+    case LocalKind::ALLGATHERV:
+      return true;
+    case LocalKind::GATHERV:
+      return operation.mPeer == rank;
+    default:
+      return false;
+  }
+}
+
+// What `from` sends to `to`. An in-place contribution stands in the sender's receive buffer.
+LocalRegion Sent(Operations const& operations, int from, int to) {
+  LocalOperation const& sender = Of(operations, from);
+  if (!sender.mSend.InPlace()) {
+    return sender.mSend.For(to);
+  }
+  if (!InPlaceLegal(sender, from)) {
+    return {nullptr, -1, DATATYPE_BYTE};
+  }
+  return sender.mRecv.For(from);
+}
+
+// Whether regions of one receive buffer have bytes in common; empty ones have none.
+bool Overlap(std::vector<std::pair<char*, char*>>& regions) {
+  std::sort(regions.begin(), regions.end());
+  for (std::size_t i = 1; i < regions.size(); ++i) {
+    if (regions[i].first < regions[i - 1].second) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Plans the copies from all `senders` to `receiver`.
+bool PlanReceiver(Operations const& operations, std::vector<int> const& senders, int receiver,
+                  LocalWork& work) {
+  std::vector<std::pair<char*, char*>> targets;
+  targets.reserve(senders.size());
+  for (int const sender : senders) {
+    LocalRegion const source = Sent(operations, sender, receiver);
+    LocalRegion const target = Of(operations, receiver).mRecv.For(sender);
+    if (!source.Valid() || !target.Valid() || source.mCount != target.mCount ||
+        source.mType != target.mType) {
+      return false;
+    }
+    if (target.mCount > 0) {
+      targets.emplace_back(target.mData, target.mData + target.Bytes());
+      if (source.mData != target.mData) {
+        work.mPieces.push_back({target.mData, source.mData, target.Bytes()});
+      }
+    }
+  }
+  work.mOrdered = work.mOrdered || Overlap(targets);
+  return true;
+}
+
+bool Reducible(LocalOperation const& operation) {
+  LocalRegion const operand = operation.mSend.For(0);
+  bool const complex =
+      operand.mType == DATATYPE_COMPLEX_FLOAT || operand.mType == DATATYPE_COMPLEX_DOUBLE;
+  return !operation.mSend.InPlace() && operand.Valid() && operation.mRecv.For(0).Valid() &&
+         (operation.mReduce == REDUCE_SUM ||
+          (!complex && (operation.mReduce == REDUCE_MIN || operation.mReduce == REDUCE_MAX)));
+}
+
+bool PlanReduction(Operations const& operations, LocalWork& work) {
+  LocalOperation const& first = *operations.front();
+  LocalRegion const whole = first.mSend.For(0);
+  for (LocalOperation const* operation : operations) {
+    LocalRegion const operand = operation->mSend.For(0);
+    if (!Reducible(*operation) || operand.mCount != whole.mCount ||
+        operand.mType != whole.mType || operation->mReduce != first.mReduce) {
+      return false;
+    }
+    work.mOperands.push_back(operand.mData);
+    work.mResults.push_back(operation->mRecv.For(0).mData);
+  }
+  work.mType = whole.mType;
+  work.mReduce = first.mReduce;
+  if (whole.mCount > 0) {
+    work.mPieces.push_back({work.mResults.front(), nullptr, whole.Bytes()});
+  }
+  return true;
+}
+
+template <typename T>
+T Combine(T a, T b, ReduceOp op) {
+  if (op == REDUCE_MIN) {
+    return std::min(a, b);
+  }
+  if (op == REDUCE_MAX) {
+    return std::max(a, b);
+  }
+  if constexpr (std::is_integral_v<T>) {
+    using Wrapping = std::make_unsigned_t<T>;  // an overflowing sum wraps in every integer type
+    return static_cast<T>(static_cast<Wrapping>(a) + static_cast<Wrapping>(b));
+  } else {
+    return a + b;
+  }
+}
+
+template <typename T>
+T CombineComplex(T a, T b, ReduceOp /*sum*/) {
+  return a + b;
+}
+
+template <typename T>
+void Accumulate(char* target, char const* operand, std::size_t bytes, ReduceOp op,
+                T (*combine)(T, T, ReduceOp)) {
+  T* const sums = reinterpret_cast<T*>(target);
+  T const* const terms = reinterpret_cast<T const*>(operand);
+  for (std::size_t i = 0; i < bytes / sizeof(T); ++i) {
+    sums[i] = combine(sums[i], terms[i], op);
+  }
+}
+
+void Accumulate(Datatype type, char* target, char const* operand, std::size_t bytes,
+                ReduceOp op) {
+  switch (type) {
+    case DATATYPE_BYTE:
+      return Accumulate<unsigned char>(target, operand, bytes, op, Combine);
+    case DATATYPE_INT:
+      return Accumulate<int>(target, operand, bytes, op, Combine);
+    case DATATYPE_LONG:
+      return Accumulate<long>(target, operand, bytes, op, Combine);
+    case DATATYPE_FLOAT:
+      return Accumulate<float>(target, operand, bytes, op, Combine);
+    case DATATYPE_DOUBLE:
+      return Accumulate<double>(target, operand, bytes, op, Combine);
+    case DATATYPE_COMPLEX_FLOAT:
+      return Accumulate<std::complex<float>>(target, operand, bytes, op, CombineComplex);
+    case DATATYPE_COMPLEX_DOUBLE:
+      return Accumulate<std::complex<double>>(target, operand, bytes, op, CombineComplex);
+  }
+}
+
+// Combines bytes [begin, end) in rank order, so that every run gives the same sum, and hands
+// the one result to every rank.
+void ReduceSlice(LocalWork const& work, std::size_t begin, std::size_t end) {
+  std::size_t const bytes = end - begin;
+  char* const result = work.mResults.front() + begin;
+  std::memmove(result, work.mOperands.front() + begin, bytes);
+  for (std::size_t r = 1; r < work.mOperands.size(); ++r) {
+    Accumulate(work.mType, result, work.mOperands[r] + begin, bytes, work.mReduce);
+  }
+  for (std::size_t r = 1; r < work.mResults.size(); ++r) {
+    std::memcpy(work.mResults[r] + begin, result, bytes);
+  }
+}
+
+}  // namespace
+
+bool LocalRegion::Valid() const {
+  return mCount >= 0 && DatatypeSize(mType) > 0 && (mData != nullptr || mCount == 0);
+}
+
+std::size_t LocalRegion::Bytes() const {
+  return static_cast<std::size_t>(mCount) * DatatypeSize(mType);
+}
+
+LocalSide LocalSide::Whole(void const* data, int count, Datatype type) {
+  LocalSide side;
+  // A side serves reading and writing; only receive buffers, which come in mutable, are
+  // written.
+  side.mData = const_cast<void*>(data);
+  side.mCount = count;
+  side.mType = type;
+  return side;
+}
+
+LocalSide LocalSide::Slots(void const* data, int count, Datatype type) {
+  LocalSide side = Whole(data, count, type);
+  side.mLayout = Layout::SLOTS;
+  return side;
+}
+
+LocalSide LocalSide::Pieces(void const* data, int const* counts, int const* displs,
+                            Datatype type) {
+  LocalSide side = Whole(data, 0, type);
+  side.mLayout = Layout::PIECES;
+  side.mCounts = counts;
+  side.mDispls = displs;
+  return side;
+}
+
+bool LocalSide::InPlace() const {
+  return mData == &Comm::IN_PLACE_OBJ;
+}
+
+LocalRegion LocalSide::For(int rank) const {
+  LocalRegion region{static_cast<char*>(mData), mCount, mType};
+  long displacement = 0;
+  if (mLayout == Layout::SLOTS) {
+    displacement = static_cast<long>(rank) * mCount;
+  } else if (mLayout == Layout::PIECES) {
+    bool const given = mCounts != nullptr && mDispls != nullptr;
+    region.mCount = given ? mCounts[rank] : -1;
+    displacement = given ? mDispls[rank] : -1;
+  }
+  if (region.mCount > 0 && displacement < 0) {
+    region.mCount = -1;
+  }
+  if (region.mData != nullptr && region.mCount > 0) {
+    region.mData += displacement * static_cast<long>(DatatypeSize(mType));
+  }
+  return region;
+}
+
+bool LocalOperation::SameCollective(LocalOperation const& other) const {
+  return !PointToPoint() && mKind == other.mKind && mPeer == other.mPeer;
+}
+
+std::size_t LocalWork::Bytes() const {
+  std::size_t bytes = 0;
+  for (LocalPiece const& piece : mPieces) {
+    bytes += piece.mBytes;
+  }
+  return bytes;
+}
+
+void LocalWork::Do(std::size_t index, std::size_t begin, std::size_t end) const {
+  if (!mResults.empty()) {
+    return ReduceSlice(*this, begin, end);
+  }
+  LocalPiece const& piece = mPieces[index];
+  std::memmove(piece.mTarget + begin, piece.mSource + begin, end - begin);
+}
+
+void LocalWork::DoAll() const {
+  for (std::size_t i = 0; i < mPieces.size(); ++i) {
+    Do(i, 0, mPieces[i].mBytes);
+  }
+}
+
+bool PlanLocalWork(Operations const& operations, LocalWork& work) {
+  std::vector<int> senders = Everyone(operations);
+  std::vector<int> receivers = senders;
+  LocalOperation const& any = Of(operations, senders.front());
+  switch (any.mKind) {
+    case LocalKind::BARRIER:
+      return true;
+    case LocalKind::ALLREDUCE:
+      return PlanReduction(operations, work);
+    case LocalKind::GATHERV:
+      receivers = {any.mPeer};
+      break;
+    case LocalKind::SCATTERV:
+    case LocalKind::BCAST:
+      senders = {any.mPeer};
+      break;
+    case LocalKind::SEND:  // the lower rank of the pair sends to the higher one
+      senders.pop_back();
+      receivers.erase(receivers.begin());
+      break;
+    case LocalKind::RECV:  // the other way round
+      senders.erase(senders.begin());
+      receivers.pop_back();
+      break;
+    case LocalKind::ALLTOALLV:
+    case LocalKind::ALLGATHER:
+    case LocalKind::ALLGATHERV:
+      break;
+  }
+  return std::all_of(receivers.begin(), receivers.end(), [&](int receiver) {
+    return PlanReceiver(operations, senders, receiver, work);
+  });
+}
+
+}  // namespace Pavex

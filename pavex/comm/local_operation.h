@@ -1,0 +1,112 @@
+// What a rank of a LocalComm asks for, and the work that follows when operations meet.
+
+#pragma once
+
+#include "pavex/runtime/comm.h"
+
+#include <cstddef>
+#include <vector>
+
+namespace Pavex {
+
+enum class LocalKind {
+  SEND,
+  RECV,
+  BARRIER,
+  GATHERV,
+  SCATTERV,
+  ALLTOALLV,
+  ALLGATHER,
+  ALLGATHERV,
+  ALLREDUCE,
+  BCAST
+};
+
+// `count` elements of `type` at `data`. Read or written, depending on the side it comes from.
+struct LocalRegion {
+  char* mData;
+  long mCount;
+  Datatype mType;
+
+  // A known type, no negative count, and memory unless the count is zero.
+  bool Valid() const;
+  std::size_t Bytes() const;
+};
+
+// The send or receive half of an operation: one region for each other rank, laid out in one of
+// three ways. Factories stand for the layouts.
+class LocalSide {
+ public:
+  // Nothing to send or receive.
+  LocalSide() = default;
+  // The same `count` elements for every rank.
+  static LocalSide Whole(void const* data, int count, Datatype type);
+  // `count` elements for each rank, in rank order.
+  static LocalSide Slots(void const* data, int count, Datatype type);
+  // `counts[r]` elements at element `displs[r]` for rank r.
+  static LocalSide Pieces(void const* data, int const* counts, int const* displs,
+                          Datatype type);
+
+  bool InPlace() const;
+  // Whole sides and slots: the common count. 0 otherwise.
+  int Count() const { return mCount; }
+  // The region for `rank`; an invalid one where the arguments make no sense.
+  LocalRegion For(int rank) const;
+
+ private:
+  enum class Layout { WHOLE, SLOTS, PIECES };
+
+  Layout mLayout = Layout::WHOLE;
+  void* mData = nullptr;
+  int mCount = 0;
+  int const* mCounts = nullptr;
+  int const* mDispls = nullptr;
+  Datatype mType = DATATYPE_BYTE;
+};
+
+// One call of one rank. Lives on the stack of the call.
+struct LocalOperation {
+  LocalKind mKind;
+  int mPeer;  // root of a collective (0 where there is none), partner of Send and Recv
+  int mTag;   // Send and Recv; 0 otherwise
+  LocalSide mSend;
+  LocalSide mRecv;
+  ReduceOp mReduce;  // Allreduce
+
+  bool PointToPoint() const { return mKind == LocalKind::SEND || mKind == LocalKind::RECV; }
+  // Both are the same collective with the same root.
+  bool SameCollective(LocalOperation const& other) const;
+};
+
+// A copy, or a slice-wise combination of all ranks' operands, that any rank can do a part of.
+struct LocalPiece {
+  char* mTarget;
+  char const* mSource;  // unused by a reduction
+  std::size_t mBytes;
+};
+
+// The work of operations that have met: pieces that may be done in any order and side by side
+// unless `mOrdered`.
+struct LocalWork {
+  std::vector<LocalPiece> mPieces;
+  bool mOrdered = false;  // pieces overlap: to be done in the given order
+
+  // Allreduce only: one piece, whose target is the first of mResults.
+  std::vector<char const*> mOperands;
+  std::vector<char*> mResults;
+  Datatype mType = DATATYPE_BYTE;
+  ReduceOp mReduce = REDUCE_SUM;
+
+  std::size_t Bytes() const;
+  // Bytes [begin, end) of piece `index`; both are multiples of the size of the largest type, or
+  // the piece's end.
+  void Do(std::size_t index, std::size_t begin, std::size_t end) const;
+  // Everything, in order.
+  void DoAll() const;
+};
+
+// Fills the empty `work` with what the operations of ranks 0 .. n - 1 (null where a rank takes
+// no part) ask for. False if they disagree or are wrong; `work` is then of no use.
+bool PlanLocalWork(std::vector<LocalOperation const*> const& operations, LocalWork& work);
+
+}  // namespace Pavex

@@ -1,0 +1,53 @@
+#include "pavex/comm/local_transfer.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Pavex {
+namespace {
+
+// Large enough for the streaming stores of memmove, small enough to even out the ranks.
+std::size_t ChunkBytes(std::size_t bytes, std::size_t helpers) {
+  constexpr std::size_t kLeast = std::size_t{1} << 18;
+  constexpr std::size_t kChunksPerHelper = 4;
+  constexpr std::size_t kPage = 4096;  // keeps whole elements together
+  std::size_t const share = std::max(kLeast, bytes / (helpers * kChunksPerHelper));
+  return (share + kPage - 1) / kPage * kPage;
+}
+
+}  // namespace
+
+LocalTransfer::LocalTransfer(LocalWork work, std::vector<int> helpers)
+    : mWork(std::move(work)),
+      mHelpers(std::move(helpers)),
+      mChunk(ChunkBytes(mWork.Bytes(), mHelpers.size())),
+      mTaken(mWork.mPieces.size()),
+      mLeft(mWork.Bytes()) {}
+
+bool LocalTransfer::Help(int rank) {
+  std::size_t const pieces = mWork.mPieces.size();
+  auto const self = std::lower_bound(mHelpers.begin(), mHelpers.end(), rank);
+  std::size_t const index = static_cast<std::size_t>(self - mHelpers.begin());
+  std::size_t const first = index * pieces / mHelpers.size();
+  std::size_t done = 0;
+  for (std::size_t i = 0; i < pieces; ++i) {
+    done += DoChunksOf((first + i) % pieces);
+  }
+  return done > 0 && mLeft.fetch_sub(done) == done;
+}
+
+std::size_t LocalTransfer::DoChunksOf(std::size_t piece) {
+  std::size_t const bytes = mWork.mPieces[piece].mBytes;
+  std::size_t done = 0;
+  for (;;) {
+    std::size_t const begin = mTaken[piece].fetch_add(mChunk);
+    if (begin >= bytes) {
+      return done;
+    }
+    std::size_t const end = std::min(begin + mChunk, bytes);
+    mWork.Do(piece, begin, end);
+    done += end - begin;
+  }
+}
+
+}  // namespace Pavex
