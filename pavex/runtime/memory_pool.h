@@ -3,19 +3,71 @@
 #pragma once
 
 #include "pavex/runtime/allocator.h"
+#include "pavex/runtime/block_cache.h"
 
 #include <cstddef>
 
 namespace Pavex {
 
-// Heap-backed. Meant to be derived from: an application overrides Allocate and Deallocate and
-// nothing else. No lock: one pool per rank.
+// Takes blocks from the system, aligned to 64 bytes, and keeps those that come back: a later
+// request of exactly the same size gets one of them without touching the system, and its pages
+// need not be faulted in again. Blocks of kHugeBytes and more start at a 2 MiB boundary and ask
+// the system for huge pages, whose first use costs about half.
+//
+// What it holds, in use and cached together, is limited: by default to the most that was in use
+// at once so far, so that caching never raises the peak of the process. Where that would be
+// exceeded, cached blocks go back to the system first, those of the sizes that were not given
+// back for the longest time before others; of a block of kHugeBytes and more only as much as is
+// needed goes, and its remaining pages stay warm. The limit never refuses a request.
+//
+// All numbers count requested bytes. What the system hands out is more by rounding each block
+// up to a multiple of 64 bytes, from kHugeBytes on of 64 KiB of which the untouched pages cost
+// nothing. Requests of 0 bytes share one block that is not null; they count as blocks.
+//
+// Meant to be derived from: an application that overrides Allocate and Deallocate leaves all of
+// the above unused. Blocks in use when the pool is destroyed are lost. Local, and no lock: one
+// pool per rank.
 class PAVEX_API MemoryPool : public Allocator {
  public:
+  static constexpr std::size_t kAlignment = 64;
+  static constexpr std::size_t kHugeBytes = std::size_t{8} << 20;
+
+  // The default limit: the most that was in use at once.
+  static constexpr std::size_t kPeakInUse = static_cast<std::size_t>(-1);
+
   MemoryPool();
   ~MemoryPool() override;
+
+  // `bytes` is the size that was requested for `block`. Null is ignored.
   void Deallocate(void* block, std::size_t bytes) override;
+
+  // STATUS_OUT_OF_MEMORY when the system cannot give the block even after everything cached
+  // went back to it, so also for a negative size; never an exception.
   PavexStatus Allocate(void** block, std::size_t bytes) override;
+
+  // Limits what is held; 0 keeps nothing. Takes effect at once.
+  void SetLimit(std::size_t bytes);
+
+  // Gives every cached block back to the system.
+  void ReleaseCached();
+
+  std::size_t BytesInUse() const { return mBytesInUse; }
+  std::size_t PeakBytesInUse() const { return mPeakBytesInUse; }
+  // Without what the system got back of partly released blocks.
+  std::size_t BytesCached() const { return mCache.Bytes(); }
+  std::size_t BlocksInUse() const { return mBlocksInUse; }
+  std::size_t BlocksCached() const { return mCache.Blocks(); }
+
+ private:
+  void* TakeFromSystem(std::size_t bytes);
+  void FitCache(std::size_t bytesInUse);
+  void GiveBackOldest();
+
+  BlockCache mCache;
+  std::size_t mBytesInUse = 0;
+  std::size_t mPeakBytesInUse = 0;
+  std::size_t mBlocksInUse = 0;
+  std::size_t mLimit = kPeakInUse;
 };
 
 }  // namespace Pavex

@@ -1,0 +1,409 @@
+#include "pavex/runtime/memory_pool.h"
+
+#include "pavex/runtime/buffer.h"
+
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <random>
+#include <sstream>
+#include <string>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace Pavex {
+namespace {
+
+constexpr std::size_t kMiB = std::size_t{1} << 20;
+
+void* Take(MemoryPool& pool, std::size_t bytes) {
+  void* block = nullptr;
+  EXPECT_EQ(pool.Allocate(&block, bytes), STATUS_OK);
+  return block;
+}
+
+bool IsAligned(void const* block, std::size_t alignment) {
+  return reinterpret_cast<std::uintptr_t>(block) % alignment == 0;
+}
+
+// Whether the process has a page at `address`.
+bool IsMapped(void* address) {
+  unsigned char resident = 0;
+  return mincore(address, 1, &resident) == 0;
+}
+
+long PageFaults() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_minflt + usage.ru_majflt;
+}
+
+// The flags of the mapping that holds `address`, as the kernel lists them; empty if it does
+// not.
+std::string MappingFlags(void const* address) {
+  auto const wanted = reinterpret_cast<std::uintptr_t>(address);
+  std::ifstream maps("/proc/self/smaps");
+  bool inside = false;
+  for (std::string line; std::getline(maps, line);) {
+    std::uintptr_t first = 0;
+    std::uintptr_t last = 0;
+    char dash = 0;
+    std::istringstream head(line);
+    if (head >> std::hex >> first >> dash >> last && dash == '-')
+      inside = first <= wanted && wanted < last;
+    if (inside && line.rfind("VmFlags:", 0) == 0) return line + " ";
+  }
+  return "";
+}
+
+TEST(MemoryPool, AlignsBlocksTo64Bytes) {
+  MemoryPool pool;
+
+  for (std::size_t const bytes : {0, 1, 8, 63, 64, 65, 1000, 100000}) {
+    void* const first = Take(pool, bytes);
+    void* const second = Take(pool, bytes);
+
+    EXPECT_TRUE(IsAligned(first, 64)) << bytes;
+    EXPECT_TRUE(IsAligned(second, 64)) << bytes;
+
+    pool.Deallocate(first, bytes);
+    pool.Deallocate(second, bytes);
+  }
+}
+
+TEST(MemoryPool, HandsOutWritableBlocks) {
+  MemoryPool pool;
+
+  for (std::size_t const bytes : {std::size_t{1}, std::size_t{100}, 8 * kMiB, 9 * kMiB + 5}) {
+    void* const block = Take(pool, bytes);
+
+    std::memset(block, 0x5A, bytes);
+
+    EXPECT_EQ(static_cast<unsigned char*>(block)[bytes - 1], 0x5A);
+    pool.Deallocate(block, bytes);
+  }
+}
+
+TEST(MemoryPool, HandsABlockOutAgainForARequestOfTheSameSize) {
+  for (std::size_t const bytes : {std::size_t{1}, std::size_t{4096}, 9 * kMiB}) {
+    MemoryPool pool;
+    void* const block = Take(pool, bytes);
+    pool.Deallocate(block, bytes);
+
+    EXPECT_EQ(Take(pool, bytes), block);
+
+    pool.Deallocate(block, bytes);
+  }
+}
+
+TEST(MemoryPool, FaultsNoPageInWhenALargeBlockIsHandedOutAgain) {
+  MemoryPool pool;
+  constexpr std::size_t kBytes = 9 * kMiB + 100;
+  void* const block = Take(pool, kBytes);
+  std::memset(block, 1, kBytes);
+  pool.Deallocate(block, kBytes);
+
+  long const before = PageFaults();
+  std::memset(Take(pool, kBytes), 2, kBytes);
+  long const after = PageFaults();
+
+  EXPECT_LT(after - before, 4);  // fresh, its last part alone would take 256
+  pool.Deallocate(block, kBytes);
+}
+
+TEST(MemoryPool, TakesANewBlockForARequestOfAnotherSize) {
+  MemoryPool pool;
+  void* const kept = Take(pool, 100);
+  void* const block = Take(pool, 50);
+  pool.Deallocate(block, 50);
+
+  void* const other = Take(pool, 49);
+
+  EXPECT_NE(other, block);
+  EXPECT_EQ(pool.BytesInUse(), 149U);
+  EXPECT_EQ(pool.BytesCached(), 0U);  // 150 at the peak
+  pool.Deallocate(other, 49);
+  pool.Deallocate(kept, 100);
+}
+
+TEST(MemoryPool, CountsRequestedBytesAndBlocks) {
+  MemoryPool pool;
+
+  void* const first = Take(pool, 100);
+  void* const second = Take(pool, 1);
+  EXPECT_EQ(pool.BytesInUse(), 101U);
+  EXPECT_EQ(pool.BlocksInUse(), 2U);
+  EXPECT_EQ(pool.BytesCached(), 0U);
+  EXPECT_EQ(pool.BlocksCached(), 0U);
+
+  pool.Deallocate(first, 100);
+  EXPECT_EQ(pool.BytesInUse(), 1U);
+  EXPECT_EQ(pool.PeakBytesInUse(), 101U);
+  EXPECT_EQ(pool.BlocksInUse(), 1U);
+  EXPECT_EQ(pool.BytesCached(), 100U);
+  EXPECT_EQ(pool.BlocksCached(), 1U);
+
+  pool.Deallocate(second, 1);
+}
+
+TEST(MemoryPool, ReleasesTheOldestSizesFirstWhenANewBlockWouldExceedThePeak) {
+  MemoryPool pool;
+  void* const a = Take(pool, 100);
+  void* const b = Take(pool, 200);
+  void* const c = Take(pool, 300);
+  pool.Deallocate(b, 200);
+  pool.Deallocate(a, 100);
+  pool.Deallocate(c, 300);
+
+  void* const d = Take(pool, 150);  // 600 at the peak, so 150 of the 600 cached bytes must go
+
+  EXPECT_EQ(pool.BytesInUse(), 150U);
+  EXPECT_EQ(pool.BytesCached(), 400U);
+  EXPECT_EQ(Take(pool, 100), a);
+  EXPECT_EQ(Take(pool, 300), c);
+  pool.Deallocate(a, 100);
+  pool.Deallocate(c, 300);
+  pool.Deallocate(d, 150);
+}
+
+TEST(MemoryPool, NeverHoldsMoreThanWasInUseAtThePeak) {
+  MemoryPool pool;
+  std::vector<std::pair<void*, std::size_t>> blocks;
+  std::mt19937 random(3);
+
+  for (int step = 0; step < 3000; ++step) {
+    if (random() % 2 == 0) {
+      std::size_t const bytes =
+          random() % 8 == 0 ? 8 * kMiB + random() % (4 * kMiB) : random() % 5000;
+      blocks.emplace_back(Take(pool, bytes), bytes);
+    } else if (!blocks.empty()) {
+      std::swap(blocks[random() % blocks.size()], blocks.back());
+      pool.Deallocate(blocks.back().first, blocks.back().second);
+      blocks.pop_back();
+    }
+    ASSERT_LE(pool.BytesInUse() + pool.BytesCached(), pool.PeakBytesInUse());
+    ASSERT_EQ(pool.BlocksInUse(), blocks.size());
+  }
+
+  for (auto const& [block, bytes] : blocks)
+    pool.Deallocate(block, bytes);
+  EXPECT_EQ(pool.BytesInUse(), 0U);
+}
+
+TEST(MemoryPool, GivesOnlyTheNeededTailOfALargeCachedBlockBack) {
+  MemoryPool pool;
+  constexpr std::size_t kBytes = 16 * kMiB;
+  void* const large = Take(pool, kBytes);
+  std::memset(large, 1, kBytes);
+  pool.Deallocate(large, kBytes);
+
+  void* const small = Take(pool, 1000);
+
+  EXPECT_EQ(pool.BytesCached(), kBytes - 64 * 1024);
+  pool.Deallocate(small, 1000);
+  EXPECT_EQ(Take(pool, kBytes), large);
+  EXPECT_EQ(static_cast<unsigned char*>(large)[kBytes - 64 * 1024 - 1], 1);
+  EXPECT_EQ(pool.BytesCached(), 0U);  // the small block made room for the whole large one
+  std::memset(large, 2, kBytes);
+  pool.Deallocate(large, kBytes);
+}
+
+TEST(MemoryPool, KeepsNothingAtALimitOfZero) {
+  MemoryPool pool;
+  void* const first = Take(pool, 100);
+  void* const second = Take(pool, 100);
+  pool.Deallocate(first, 100);
+
+  pool.SetLimit(0);
+  EXPECT_EQ(pool.BlocksCached(), 0U);
+
+  pool.Deallocate(second, 100);
+  EXPECT_EQ(pool.BlocksCached(), 0U);
+}
+
+TEST(MemoryPool, KeepsMoreThanThePeakUnderAHigherLimit) {
+  MemoryPool pool;
+  pool.SetLimit(1000);
+
+  pool.Deallocate(Take(pool, 400), 400);
+  pool.Deallocate(Take(pool, 500), 500);
+  EXPECT_EQ(pool.BytesCached(), 900U);
+
+  void* const third = Take(pool, 200);
+  EXPECT_EQ(pool.BytesCached(), 500U);
+  pool.Deallocate(third, 200);
+}
+
+TEST(MemoryPool, NeverRefusesARequestForItsLimit) {
+  MemoryPool pool;
+  pool.SetLimit(10);
+
+  void* const block = Take(pool, 100);
+
+  EXPECT_EQ(pool.BytesInUse(), 100U);
+  pool.Deallocate(block, 100);
+  EXPECT_EQ(pool.BytesCached(), 0U);
+}
+
+TEST(MemoryPool, ReturnsToThePeakAsItsLimit) {
+  MemoryPool pool;
+  pool.SetLimit(1000);
+  pool.Deallocate(Take(pool, 400), 400);
+  pool.Deallocate(Take(pool, 500), 500);
+
+  pool.SetLimit(MemoryPool::kPeakInUse);
+
+  EXPECT_EQ(pool.BytesCached(), 500U);
+}
+
+TEST(MemoryPool, GivesEverythingCachedBackInOneCall) {
+  MemoryPool pool;
+  void* const kept = Take(pool, 50);
+  void* const large = Take(pool, 8 * kMiB);
+  void* const small = Take(pool, 100);
+  pool.Deallocate(large, 8 * kMiB);
+  pool.Deallocate(small, 100);
+  ASSERT_TRUE(IsMapped(large));
+
+  pool.ReleaseCached();
+
+  EXPECT_FALSE(IsMapped(large));
+  EXPECT_EQ(pool.BytesCached(), 0U);
+  EXPECT_EQ(pool.BlocksCached(), 0U);
+  EXPECT_EQ(pool.BytesInUse(), 50U);
+  pool.Deallocate(kept, 50);
+}
+
+TEST(MemoryPool, GivesItsCacheBackWhenDestroyed) {
+  void* large = nullptr;
+  {
+    MemoryPool pool;
+    large = Take(pool, 8 * kMiB);
+    pool.Deallocate(large, 8 * kMiB);
+    ASSERT_TRUE(IsMapped(large));
+  }
+
+  EXPECT_FALSE(IsMapped(large));
+}
+
+TEST(MemoryPool, StartsBlocksOf8MiBAtAHugePage) {
+  MemoryPool pool;
+
+  for (std::size_t const bytes : {8 * kMiB, 8 * kMiB + 1, 13 * kMiB + 4097}) {
+    void* const block = Take(pool, bytes);
+
+    EXPECT_TRUE(IsAligned(block, 2 * kMiB)) << bytes;
+
+    pool.Deallocate(block, bytes);
+  }
+}
+
+TEST(MemoryPool, AsksForHugePagesFrom8MiBOn) {
+  MemoryPool pool;
+  void* const small = Take(pool, 8 * kMiB - 1);
+  void* const large = Take(pool, 8 * kMiB);
+  bool const offered = access("/sys/kernel/mm/transparent_hugepage", F_OK) == 0;
+
+  EXPECT_EQ(MappingFlags(large).find(" hg ") != std::string::npos, offered);
+  EXPECT_EQ(MappingFlags(small).find(" hg "), std::string::npos);
+
+  pool.Deallocate(small, 8 * kMiB - 1);
+  pool.Deallocate(large, 8 * kMiB);
+}
+
+TEST(MemoryPool, RefusesAbsurdSizesWithAStatus) {
+  MemoryPool pool;
+  void* block = nullptr;
+
+  for (std::size_t const bytes : {static_cast<std::size_t>(-1), static_cast<std::size_t>(-64),
+                                  static_cast<std::size_t>(-8), std::size_t{1} << 63,
+                                  std::size_t{1} << 62, std::size_t{1} << 50}) {
+    EXPECT_EQ(pool.Allocate(&block, bytes), STATUS_OUT_OF_MEMORY) << bytes;
+  }
+
+  EXPECT_EQ(pool.BytesInUse(), 0U);
+  EXPECT_EQ(pool.PeakBytesInUse(), 0U);
+  EXPECT_EQ(pool.BlocksInUse(), 0U);
+}
+
+TEST(MemoryPool, RefusesANegativeCountOfElements) {
+  MemoryPool pool;
+  Buffer<double> buffer;
+
+  EXPECT_EQ(pool.Get(buffer, -1), STATUS_OUT_OF_MEMORY);
+  EXPECT_EQ(buffer.mData, nullptr);
+}
+
+TEST(MemoryPool, GivesItsCacheUpBeforeItRefuses) {
+  MemoryPool pool;
+  void* const block = Take(pool, 100);
+  pool.Deallocate(block, 100);
+  pool.SetLimit(std::size_t{1} << 61);  // so that the limit releases nothing
+  void* absurd = nullptr;
+
+  EXPECT_EQ(pool.Allocate(&absurd, std::size_t{1} << 50), STATUS_OUT_OF_MEMORY);
+
+  EXPECT_EQ(pool.BlocksCached(), 0U);
+}
+
+TEST(MemoryPool, HandsOutABlockOfZeroBytes) {
+  MemoryPool pool;
+
+  void* const first = Take(pool, 0);
+  void* const second = Take(pool, 0);
+
+  EXPECT_NE(first, nullptr);
+  EXPECT_EQ(second, first);
+  EXPECT_EQ(pool.BlocksInUse(), 2U);
+  EXPECT_EQ(pool.BytesInUse(), 0U);
+  pool.Deallocate(first, 0);
+  pool.Deallocate(second, 0);
+  EXPECT_EQ(pool.BlocksInUse(), 0U);
+  EXPECT_EQ(pool.BlocksCached(), 0U);
+}
+
+TEST(MemoryPool, IgnoresANullBlock) {
+  MemoryPool pool;
+
+  pool.Deallocate(nullptr, 0);
+
+  EXPECT_EQ(pool.BlocksInUse(), 0U);
+}
+
+// The usual pool of an application: its own memory, nothing of the base.
+class FixedPool : public MemoryPool {
+ public:
+  void Deallocate(void* /*block*/, std::size_t bytes) override { mGivenBack += bytes; }
+  PavexStatus Allocate(void** block, std::size_t bytes) override {
+    if (mUsed + bytes > sizeof mMemory) return 12;
+    *block = mMemory + mUsed;
+    mUsed += bytes;
+    return STATUS_OK;
+  }
+
+  alignas(64) unsigned char mMemory[256];
+  std::size_t mUsed = 0;
+  std::size_t mGivenBack = 0;
+};
+
+TEST(MemoryPool, LetsAnApplicationOverrideAllocateAndDeallocate) {
+  FixedPool pool;
+  {
+    Buffer<double> buffer;
+
+    EXPECT_EQ(pool.Get(buffer, 4), STATUS_OK);
+    EXPECT_EQ(static_cast<void*>(buffer.mData), pool.mMemory);
+    EXPECT_EQ(pool.Get(buffer, 1000), 12);
+  }
+
+  EXPECT_EQ(pool.mGivenBack, 32U);
+  EXPECT_EQ(pool.BlocksInUse(), 0U);
+}
+
+}  // namespace
+}  // namespace Pavex
