@@ -47,6 +47,10 @@ void MpiCall::To(int peer) {
     Refuse(STATUS_INVALID_VALUE, "rank %d is outside the communicator", peer);
 }
 
+void MpiCall::Tag(int tag) {
+  if (tag < 0) Refuse(STATUS_INVALID_VALUE, "tag %d is negative", tag);
+}
+
 void MpiCall::Out(int count, Datatype type) {
   CheckType(type);
   mOut = count;

@@ -28,8 +28,12 @@ class MpiCall {
   // A negative `rank` means no live MPI and refuses the call.
   MpiCall(char const* operation, int rank, int size);
 
-  // The other side is rank `peer`; without this call it is every rank.
+  // The other side is rank `peer`; without this call it is every rank. Only a rank of the
+  // communicator will do: MPI takes some negative numbers for "no process" or "any process".
   void To(int peer);
+
+  // A tag of a message; MPI keeps the negative ones for itself.
+  void Tag(int tag);
 
   // `count` elements leave this rank, or counts[r] at displs[r] for each rank r.
   void Out(int count, Datatype type);

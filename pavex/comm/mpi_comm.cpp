@@ -68,6 +68,7 @@ PavexStatus MpiComm::Barrier() const {
 PavexStatus MpiComm::Send(void const* buf, int count, Datatype type, int dest, int tag) const {
   MpiCall call("Send", Rank(), mSize);
   call.To(dest);
+  call.Tag(tag);
   call.NotInPlace(buf);
   call.Out(count, type);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
@@ -77,6 +78,7 @@ PavexStatus MpiComm::Send(void const* buf, int count, Datatype type, int dest, i
 PavexStatus MpiComm::Recv(void* buf, int count, Datatype type, int source, int tag) const {
   MpiCall call("Recv", Rank(), mSize);
   call.To(source);
+  call.Tag(tag);
   call.In(count, type);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   MPI_Status message;

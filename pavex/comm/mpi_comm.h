@@ -36,9 +36,9 @@ namespace Pavex {
 //   STATUS_INVALID_VALUE  for arguments that MPI must not see, refused on the rank that passes
 //                         them before MPI is called: a negative count or displacement (an int
 //                         that wrapped: more than 2147483647 entries in all), a rank outside
-//                         0..Size()-1, an unknown Datatype or ReduceOp, and the in-place marker
-//                         where it has no meaning. Only arguments that are read on this rank
-//                         count.
+//                         0..Size()-1, a negative tag, an unknown Datatype or ReduceOp, and the
+//                         in-place marker where it has no meaning. Only arguments that are read
+//                         on this rank count.
 // Null buffers are fine where nothing goes out or comes in. The in-place marker stands for
 // MPI_IN_PLACE: Allgather, Allgatherv, Alltoallv, Allreduce, and Gatherv on the root.
 //
@@ -46,10 +46,9 @@ namespace Pavex {
 // it or have sent to it already, and what is still under way cannot be called back. What an
 // application may do depends on whether the others come out of the operation:
 // - with small pieces MPI has taken them into its own buffers, so the other ranks return and
-// all
-//   can go on, over a new MpiComm. Make it from the same MPI communicator and leave the spent
-//   one undestroyed until MPI is finalised: a late message of the failed operation then finds
-//   its old duplicate and never the new one.
+//   all can go on, over a new MpiComm. Make it from the same MPI communicator and leave the
+//   spent one undestroyed until MPI is finalised: a late message of the failed operation then
+//   finds its old duplicate and never the new one.
 // - with large pieces the other ranks may be blocked inside MPI until the failing rank
 //   receives, which it will not do. End the job (MPI_Abort) there.
 //

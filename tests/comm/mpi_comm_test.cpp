@@ -82,7 +82,7 @@ class MpiCommElements : public MpiCommTest {
   std::vector<Value> const mPiece = PieceOf<Value>(mRank, mCount);
   Value const mGap = Value(77);
 };
-TYPED_TEST_SUITE(MpiCommElements, AllElements);
+TYPED_TEST_SUITE(MpiCommElements, AllElements, );
 
 TYPED_TEST(MpiCommElements, GathervCollectsPiecesAtTheirDisplacementsOnTheRootAlone) {
   using T = typename TypeParam::Value;
@@ -234,7 +234,7 @@ template <typename E>
 class MpiCommOrdered : public MpiCommTest {};
 using OrderedElements =
     ::testing::Types<ByteElement, Element<int>, Element<long>, Element<float>, Element<double>>;
-TYPED_TEST_SUITE(MpiCommOrdered, OrderedElements);
+TYPED_TEST_SUITE(MpiCommOrdered, OrderedElements, );
 
 TYPED_TEST(MpiCommOrdered, AllreduceFindsMinimumAndMaximum) {
   using T = typename TypeParam::Value;

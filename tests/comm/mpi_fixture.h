@@ -3,10 +3,13 @@
 #pragma once
 
 #include "pavex/comm/mpi_comm.h"
+#include "tests/support/capture.h"
 
 #include <algorithm>
 #include <complex>
+#include <functional>
 #include <gtest/gtest.h>
+#include <string>
 #include <vector>
 
 namespace Pavex {
@@ -25,9 +28,29 @@ using AllElements =
     ::testing::Types<ByteElement, Element<int>, Element<long>, Element<float>, Element<double>,
                      Element<std::complex<float>>, Element<std::complex<double>>>;
 
+// What an operation returned and what it logged.
+struct Outcome {
+  PavexStatus mStatus = STATUS_OK;
+  std::string mLog;
+};
+
+inline Outcome OutcomeOf(std::function<PavexStatus()> const& operation) {
+  Outcome outcome;
+  outcome.mLog = CaptureStdout([&] { outcome.mStatus = operation(); });
+  return outcome;
+}
+
 // One communicator over the whole job, new for each test.
 class MpiCommTest : public ::testing::Test {
  protected:
+  // The line that a failure on this rank logs: `what` is the operation, `counts` what goes out
+  // and comes in.
+  std::string FailureLine(std::string const& what, std::string const& counts,
+                          std::string const& reason) const {
+    return "[ERROR] MpiComm::" + what + " failed on rank " + std::to_string(mRank) + " of " +
+           std::to_string(mSize) + " (" + counts + "): " + reason + "\n";
+  }
+
   MpiComm const mComm{MPI_COMM_WORLD};
   int const mRank = mComm.Rank();
   int const mSize = mComm.Size();
