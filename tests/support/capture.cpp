@@ -14,8 +14,7 @@ namespace Pavex {
 namespace {
 
 void Require(bool condition, char const* what) {
-  if (!condition)
-    throw std::runtime_error(what);
+  if (!condition) throw std::runtime_error(what);
 }
 
 // Standard output goes to a temporary file while an object of this class lives.

@@ -134,15 +134,13 @@ PavexStatus Forward(CommCall const& call, Comm const& comm) {
 }
 
 std::vector<int> CallComm::Copy(int const* entries) const {
-  if (entries == nullptr || mSize < 1)
-    return {};
+  if (entries == nullptr || mSize < 1) return {};
   return {entries, entries + mSize};
 }
 
 void CallComm::CopyCounts(CommCall& call) const {
   bool const rooted = call.op == CommOp::GATHERV || call.op == CommOp::SCATTERV;
-  if (rooted && call.peer != mRank)
-    return;
+  if (rooted && call.peer != mRank) return;
   call.sendcountsRead = Copy(call.sendcounts);
   call.senddisplsRead = Copy(call.senddispls);
   call.recvcountsRead = Copy(call.recvcounts);

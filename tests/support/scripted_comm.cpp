@@ -6,8 +6,7 @@ namespace Pavex {
 
 PavexStatus ScriptedComm::Handle(CommCall& call) const {
   auto const handler = mHandlers.find(call.op);
-  if (handler != mHandlers.end())
-    return handler->second(call);
+  if (handler != mHandlers.end()) return handler->second(call);
   switch (call.op) {
     case CommOp::RANK:
       return mRank;

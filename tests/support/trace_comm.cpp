@@ -30,8 +30,7 @@ std::vector<std::string> TraceComm::Texts() const {
 std::vector<std::string> TraceComm::DataTexts() const {
   std::vector<std::string> texts;
   for (CommCall const& call : mCalls) {
-    if (MovesData(call))
-      texts.push_back(Text(call));
+    if (MovesData(call)) texts.push_back(Text(call));
   }
   return texts;
 }
@@ -44,10 +43,8 @@ PavexStatus TraceComm::Handle(CommCall& call) const {
 
 PavexStatus TraceComm::Run(CommCall const& call) const {
   bool const faulty = MovesData(call) && mFault.Due();
-  if (!faulty)
-    return Forward(call, *mInner);
-  if (mFaultMode == AFTERWARDS)
-    Forward(call, *mInner);
+  if (!faulty) return Forward(call, *mInner);
+  if (mFaultMode == AFTERWARDS) Forward(call, *mInner);
   return mFault.Status();
 }
 
