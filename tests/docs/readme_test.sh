@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# readme_test.sh SOURCE-DIR QUICKSTART: the program in the README is examples/quickstart.cpp to the
+# letter, and prints what the README says.
+set -euo pipefail
+source=$1 quickstart=$2
+
+# The lines of the first block of the README that is fenced with the given word.
+block() { awk -v open="\`\`\`$1" '$0 == open {on = 1; next} /^```$/ {if (on) exit} on' "$source/README.md"; }
+
+diff <(block cpp) <(grep -v '^//' "$source/examples/quickstart.cpp")
+diff <(block output) <("$quickstart")
+[ "$(block output | wc -l)" -gt 0 ]
+echo "The README shows the program and its output."
