@@ -62,9 +62,9 @@ void MpiCall::Out(int const* counts, int const* displs, Datatype type) {
   mOut = Sum(counts, displs);
 }
 
-void MpiCall::In(int count, Datatype type) {
+void MpiCall::In(int count, Datatype type, int senders) {
   CheckType(type);
-  mIn = count;
+  mIn = static_cast<long>(count) * senders;
   if (count < 0) Refuse(STATUS_INVALID_VALUE, "receive count %d is negative", count);
 }
 

@@ -39,8 +39,8 @@ class MpiCall {
   void Out(int count, Datatype type);
   void Out(int const* counts, int const* displs, Datatype type);
 
-  // The same for elements that arrive.
-  void In(int count, Datatype type);
+  // The same for elements that arrive; `count` from each of `senders` ranks.
+  void In(int count, Datatype type, int senders = 1);
   void In(int const* counts, int const* displs, Datatype type);
 
   // `sendbuf` must not be the in-place marker.

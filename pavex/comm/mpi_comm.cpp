@@ -136,7 +136,7 @@ PavexStatus MpiComm::Allgather(void const* sendbuf, int sendcount, Datatype send
                                void* recvbuf, int recvcount, Datatype recvtype) const {
   MpiCall call("Allgather", Rank(), mSize);
   if (sendbuf != &IN_PLACE_OBJ) call.Out(sendcount, sendtype);
-  call.In(recvcount, recvtype);
+  call.In(recvcount, recvtype, mSize);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   return call.Done(MPI_Allgather(call.SendBuffer(sendbuf), sendcount, MpiType(sendtype),
                                  recvbuf, recvcount, MpiType(recvtype), mComm));
