@@ -14,10 +14,10 @@ namespace {
 // Up to this size one rank copies everything at once: handing out the work would cost more.
 constexpr std::size_t kSmall = std::size_t{1} << 15;
 
-// How often a rank looks for its partners before it sleeps: first for some 20 microseconds with
-// the processor to itself, then letting other threads run in between.
-constexpr int kPauses = 500;
-constexpr int kYields = 50;
+// How often a rank looks for its partners before it sleeps: shortly with the
+// processor to itself, then letting other threads run in between.
+constexpr int kPauses = 20;
+constexpr int kYields = 100;
 
 void Pause() {
 #if defined(__x86_64__)
@@ -31,7 +31,7 @@ void Pause() {
 
 LocalGroup::LocalGroup(int ranks)
     : mSlots(static_cast<std::size_t>(ranks)),
-      mMaySpin(static_cast<unsigned>(ranks) <= std::thread::hardware_concurrency()),
+      mProcessorEach(static_cast<unsigned>(ranks) <= std::thread::hardware_concurrency()),
       mAll(mSlots.size()),
       mCanGoOn(mSlots.size()) {
   std::iota(mAll.begin(), mAll.end(), 0);
@@ -177,14 +177,15 @@ void LocalGroup::End(std::vector<int> const& ranks, PavexStatus status) {
   }
 }
 
-// Sleeping and waking cost more than a small operation, so a rank first looks for a while if
-// every rank can have a processor of its own.
+// Sleeping and waking cost more than a small operation, so a rank looks for a while first. It
+// keeps its processor meanwhile only if every rank can have one of its own.
 void LocalGroup::AwaitChange(Slot& slot, Phase from) {
-  for (int i = 0; mMaySpin && i < kPauses + kYields; ++i) {
+  int const pauses = mProcessorEach ? kPauses : 0;
+  for (int i = 0; i < pauses + kYields; ++i) {
     if (slot.mPhase != from) {
       return;
     }
-    i < kPauses ? Pause() : std::this_thread::yield();
+    i < pauses ? Pause() : std::this_thread::yield();
   }
   std::unique_lock<std::mutex> lock(mMutex);
   slot.mChanged.wait(lock, [&] { return slot.mPhase != from; });

@@ -69,7 +69,7 @@ class LocalGroup {
 
   std::mutex mMutex;
   std::vector<Slot> mSlots;
-  bool mMaySpin;
+  bool mProcessorEach;    // no more ranks than processors
   std::vector<int> mAll;  // 0 .. n - 1
 
   // Scratch, used with the lock held; kept so that waiting and leaving need no memory.

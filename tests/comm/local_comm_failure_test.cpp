@@ -1,0 +1,398 @@
+// What LocalComm does with operations that are wrong, disagree or can never meet.
+
+#include "tests/comm/local_ranks.h"
+
+#include <atomic>
+#include <chrono>
+#include <complex>
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+namespace Pavex {
+namespace {
+
+constexpr PavexStatus kFailed = STATUS_COMM_FAILED;
+
+// A buffer whose guards show that nothing was written behind its two elements.
+struct Guarded {
+  int mValues[4] = {-1, -1, -1, -1};
+
+  bool Untouched() const {
+    return mValues[0] == -1 && mValues[1] == -1 && mValues[2] == -1 && mValues[3] == -1;
+  }
+};
+
+// --- Operations that meet but are wrong or disagree
+// -------------------------------------------
+
+// Rank 0 sends `count` elements of `type` from `buf` to rank 1, which expects two ints.
+Statuses SendToTwoInts(void const* buf, int count, Datatype type, Guarded& target) {
+  return RunRanks(2, [&](Comm const& comm, int rank) {
+    return rank == 0 ? comm.Send(buf, count, type, 1, 0)
+                     : comm.Recv(target.mValues, 2, DATATYPE_INT, 0, 0);
+  });
+}
+
+TEST(LocalCommMismatch, MessageOfOtherCountFailsOnBothRanks) {
+  int const values[] = {1, 2, 3};
+  Guarded target;
+
+  EXPECT_EQ(SendToTwoInts(values, 3, DATATYPE_INT, target), All(2, kFailed));
+  EXPECT_EQ(SendToTwoInts(values, 1, DATATYPE_INT, target), All(2, kFailed));
+  EXPECT_TRUE(target.Untouched());
+}
+
+TEST(LocalCommMismatch, MessageOfOtherTypeFailsOnBothRanks) {
+  float const values[] = {1, 2};
+  Guarded target;
+
+  EXPECT_EQ(SendToTwoInts(values, 2, DATATYPE_FLOAT, target), All(2, kFailed));
+  EXPECT_EQ(SendToTwoInts(values, 2, static_cast<Datatype>(7), target), All(2, kFailed));
+  EXPECT_TRUE(target.Untouched());
+}
+
+TEST(LocalCommMismatch, MessageWithoutSenseFailsOnBothRanks) {
+  int const values[] = {1, 2};
+  Guarded target;
+
+  EXPECT_EQ(SendToTwoInts(values, -1, DATATYPE_INT, target), All(2, kFailed));
+  EXPECT_EQ(SendToTwoInts(nullptr, 2, DATATYPE_INT, target), All(2, kFailed));
+  EXPECT_EQ(SendToTwoInts(&Comm::IN_PLACE_OBJ, 1, DATATYPE_INT, target), All(2, kFailed));
+  EXPECT_TRUE(target.Untouched());
+}
+
+TEST(LocalCommMismatch, NegativeCountsThatAgreeFail) {
+  int value = 3;
+
+  auto const statuses = RunRanks(2, [&](Comm const& comm, int rank) {
+    return rank == 0 ? comm.Send(&value, -2, DATATYPE_INT, 1, 0)
+                     : comm.Recv(&value, -2, DATATYPE_INT, 0, 0);
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
+}
+
+TEST(LocalCommMismatch, RankOutsideTheGroupFailsAtOnce) {
+  int value = 0;
+
+  auto const statuses = RunRanks(1, [&](Comm const& comm, int) {
+    EXPECT_EQ(comm.Send(&value, 1, DATATYPE_INT, 1, 0), kFailed);
+    EXPECT_EQ(comm.Send(&value, 1, DATATYPE_INT, -1, 0), kFailed);
+    EXPECT_EQ(comm.Recv(&value, 1, DATATYPE_INT, 1, 0), kFailed);
+    EXPECT_EQ(comm.Bcast(&value, 1, DATATYPE_INT, 1), kFailed);
+    return comm.Bcast(&value, 1, DATATYPE_INT, -2);
+  });
+
+  EXPECT_EQ(statuses, All(1, kFailed));
+}
+
+// Two ranks gather two ints each on rank 0, with these arguments on rank 0.
+Statuses GatherWith(Guarded& target, std::vector<int> counts, std::vector<int> displs,
+                    Datatype type = DATATYPE_INT) {
+  return RunRanks(2, [&](Comm const& comm, int) {
+    int const values[] = {1, 2};
+    return comm.Gatherv(values, 2, DATATYPE_INT, target.mValues, counts.data(), displs.data(),
+                        type, 0);
+  });
+}
+
+TEST(LocalCommMismatch, GathervOfOtherCountFailsOnAllRanks) {
+  Guarded target;
+
+  EXPECT_EQ(GatherWith(target, {2, 1}, {0, 2}), All(2, kFailed));
+  EXPECT_EQ(GatherWith(target, {2, 3}, {0, 2}), All(2, kFailed));
+  EXPECT_EQ(GatherWith(target, {2, -2}, {0, 2}), All(2, kFailed));
+  EXPECT_TRUE(target.Untouched());
+}
+
+TEST(LocalCommMismatch, GathervToNegativeDisplacementFailsOnAllRanks) {
+  Guarded target;
+
+  EXPECT_EQ(GatherWith(target, {2, 2}, {2, -1}), All(2, kFailed));
+  EXPECT_TRUE(target.Untouched());
+}
+
+TEST(LocalCommMismatch, GathervOfOtherTypeFailsOnAllRanks) {
+  Guarded target;
+
+  EXPECT_EQ(GatherWith(target, {2, 2}, {0, 2}, DATATYPE_FLOAT), All(2, kFailed));
+  EXPECT_TRUE(target.Untouched());
+}
+
+TEST(LocalCommMismatch, GathervWithoutCountsOnRootFailsOnAllRanks) {
+  Guarded target;
+
+  auto const statuses = RunRanks(3, [&](Comm const& comm, int rank) {
+    return comm.Gatherv(&rank, 1, DATATYPE_INT, target.mValues, nullptr, nullptr, DATATYPE_INT,
+                        1);
+  });
+
+  EXPECT_EQ(statuses, All(3, kFailed));
+  EXPECT_TRUE(target.Untouched());
+}
+
+TEST(LocalCommMismatch, GathervInPlaceOffTheRootFailsOnAllRanks) {
+  int const counts[] = {1, 1};
+  int const displs[] = {0, 1};
+  Guarded target;
+
+  auto const statuses = RunRanks(2, [&](Comm const& comm, int rank) {
+    void const* const source = rank == 1 ? &Comm::IN_PLACE_OBJ : &rank;
+    return comm.Gatherv(source, 1, DATATYPE_INT, target.mValues, counts, displs, DATATYPE_INT,
+                        0);
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
+  EXPECT_TRUE(target.Untouched());
+}
+
+TEST(LocalCommMismatch, ScattervOfOtherCountFailsOnAllRanks) {
+  int const whole[] = {1, 2, 3, 4};
+  int const counts[] = {1, 3};
+  int const displs[] = {0, 1};
+  std::vector<Guarded> targets(2);
+
+  auto const statuses = RunRanks(2, [&](Comm const& comm, int rank) {
+    return comm.Scatterv(whole, counts, displs, DATATYPE_INT, targets[Index(rank)].mValues,
+                         rank + 1, DATATYPE_INT, 0);
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
+  EXPECT_TRUE(targets[0].Untouched() && targets[1].Untouched());
+}
+
+TEST(LocalCommMismatch, AllgatherOfOtherCountFailsOnAllRanks) {
+  std::vector<Guarded> targets(3);
+
+  auto const statuses = RunRanks(3, [&](Comm const& comm, int rank) {
+    int const count = rank == 2 ? 2 : 1;
+    int const values[] = {1, 2};
+    return comm.Allgather(values, count, DATATYPE_INT, targets[Index(rank)].mValues, 1,
+                          DATATYPE_INT);
+  });
+
+  EXPECT_EQ(statuses, All(3, kFailed));
+  EXPECT_TRUE(targets[0].Untouched() && targets[1].Untouched() && targets[2].Untouched());
+}
+
+TEST(LocalCommMismatch, AllgathervWithOneRankOfOtherCountsFailsOnAllRanks) {
+  int const displs[] = {0, 1};
+  std::vector<Guarded> targets(2);
+
+  auto const statuses = RunRanks(2, [&](Comm const& comm, int rank) {
+    int const counts[] = {1, 1 + rank};
+    return comm.Allgatherv(&rank, 1, DATATYPE_INT, targets[Index(rank)].mValues, counts, displs,
+                           DATATYPE_INT);
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
+  EXPECT_TRUE(targets[0].Untouched() && targets[1].Untouched());
+}
+
+TEST(LocalCommMismatch, BcastOfOtherCountFailsOnAllRanks) {
+  std::vector<Guarded> targets(3);
+
+  auto const statuses = RunRanks(3, [&](Comm const& comm, int rank) {
+    return comm.Bcast(targets[Index(rank)].mValues, rank == 1 ? 1 : 2, DATATYPE_INT, 0);
+  });
+
+  EXPECT_EQ(statuses, All(3, kFailed));
+  EXPECT_TRUE(targets[0].Untouched() && targets[1].Untouched() && targets[2].Untouched());
+}
+
+TEST(LocalCommMismatch, AllreduceOfOtherReductionFailsOnAllRanks) {
+  auto const statuses = RunRanks(2, [](Comm const& comm, int rank) {
+    int result = 0;
+    return comm.Allreduce(&rank, &result, 1, DATATYPE_INT, rank == 0 ? REDUCE_SUM : REDUCE_MIN);
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
+}
+
+TEST(LocalCommMismatch, AllreduceRefusesWhatHasNoMeaning) {
+  auto const statuses = RunRanks(1, [](Comm const& comm, int) {
+    std::complex<double> const value(1, 2);
+    std::complex<double> result;
+    auto const type = DATATYPE_COMPLEX_DOUBLE;
+    EXPECT_EQ(comm.Allreduce(&value, &result, 1, type, REDUCE_MIN), kFailed);
+    EXPECT_EQ(comm.Allreduce(&value, &result, 1, type, static_cast<ReduceOp>(3)), kFailed);
+    return comm.Allreduce(&Comm::IN_PLACE_OBJ, &result, 1, DATATYPE_INT, REDUCE_SUM);
+  });
+
+  EXPECT_EQ(statuses, All(1, kFailed));
+}
+
+TEST(LocalCommMismatch, LaterOperationsWorkAsBefore) {
+  auto const statuses = RunRanks(3, [](Comm const& comm, int rank) {
+    int value = rank;
+    EXPECT_EQ(comm.Bcast(&value, rank + 1, DATATYPE_INT, 0), kFailed);
+    PavexStatus const status = comm.Bcast(&value, 1, DATATYPE_INT, 2);
+    EXPECT_EQ(value, 2);
+    return status;
+  });
+
+  EXPECT_EQ(statuses, All(3, STATUS_OK));
+}
+
+// --- Operations that can never meet
+// -----------------------------------------------------------
+
+TEST(LocalCommStuck, CollectiveFailsWhenOneRankHasReturned) {
+  auto const statuses = RunRanks(
+      4, [](Comm const& comm, int rank) { return rank == 2 ? STATUS_OK : comm.Barrier(); });
+
+  EXPECT_EQ(statuses, (Statuses{kFailed, kFailed, STATUS_OK, kFailed}));
+}
+
+TEST(LocalCommStuck, CollectiveFailsWhenOneRankHasThrown) {
+  Statuses statuses(3, STATUS_OK);
+
+  EXPECT_THROW(LocalComm::Run(3,
+                              [&](auto const& comm) {
+                                if (comm->Rank() == 0) {
+                                  throw std::runtime_error("rank 0");
+                                }
+                                statuses[Index(comm->Rank())] = comm->Barrier();
+                              }),
+               std::runtime_error);
+  EXPECT_EQ(statuses, (Statuses{STATUS_OK, kFailed, kFailed}));
+}
+
+TEST(LocalCommStuck, TwoDifferentCollectivesFail) {
+  auto const statuses = RunRanks(2, [](Comm const& comm, int rank) {
+    int value = 0;
+    return rank == 0 ? comm.Barrier() : comm.Bcast(&value, 1, DATATYPE_INT, 0);
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
+}
+
+TEST(LocalCommStuck, DifferentRootsFail) {
+  auto const statuses = RunRanks(3, [](Comm const& comm, int rank) {
+    int value = 0;
+    return comm.Bcast(&value, 1, DATATYPE_INT, rank == 1 ? 1 : 0);
+  });
+
+  EXPECT_EQ(statuses, All(3, kFailed));
+}
+
+TEST(LocalCommStuck, TwoReceiversFacingEachOtherFail) {
+  auto const statuses = RunRanks(2, [](Comm const& comm, int rank) {
+    int value = 0;
+    return comm.Recv(&value, 1, DATATYPE_INT, 1 - rank, 0);
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
+}
+
+TEST(LocalCommStuck, DifferentTagsFail) {
+  auto const statuses = RunRanks(2, [](Comm const& comm, int rank) {
+    int value = 0;
+    return rank == 0 ? comm.Send(&value, 1, DATATYPE_INT, 1, 50)
+                     : comm.Recv(&value, 1, DATATYPE_INT, 0, 51);
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
+}
+
+TEST(LocalCommStuck, SendToOneselfFails) {
+  auto const statuses = RunRanks(1, [](Comm const& comm, int) {
+    int const value = 0;
+    return comm.Send(&value, 1, DATATYPE_INT, 0, 0);
+  });
+
+  EXPECT_EQ(statuses, All(1, kFailed));
+}
+
+TEST(LocalCommStuck, SendThatNobodyReceivesFails) {
+  auto const statuses = RunRanks(3, [](Comm const& comm, int rank) {
+    int const value = 0;
+    return rank == 0 ? comm.Send(&value, 1, DATATYPE_INT, 1, 0) : comm.Barrier();
+  });
+
+  EXPECT_EQ(statuses, All(3, kFailed));
+}
+
+TEST(LocalCommStuck, ChainOfReceiversBehindReturnedRankFails) {
+  auto const statuses = RunRanks(4, [](Comm const& comm, int rank) {
+    int value = 0;
+    return rank == 0 ? STATUS_OK : comm.Recv(&value, 1, DATATYPE_INT, rank - 1, 0);
+  });
+
+  EXPECT_EQ(statuses, (Statuses{STATUS_OK, kFailed, kFailed, kFailed}));
+}
+
+TEST(LocalCommStuck, RingOfReceiversFailsWhileAnotherRankRuns) {
+  std::atomic<int> failed{0};
+
+  auto const statuses = RunRanks(4, [&](Comm const& comm, int rank) {
+    int value = 0;
+    if (rank == 3) {
+      while (failed < 3) {
+        std::this_thread::yield();
+      }
+      return STATUS_OK;
+    }
+    PavexStatus const status = comm.Recv(&value, 1, DATATYPE_INT, (rank + 1) % 3, 0);
+    ++failed;
+    return status;
+  });
+
+  EXPECT_EQ(statuses, (Statuses{kFailed, kFailed, kFailed, STATUS_OK}));
+}
+
+TEST(LocalCommStuck, ReceiverWaitsForPartnerThatIsStillRunning) {
+  int got = -1;
+
+  auto const statuses = RunRanks(3, [&](Comm const& comm, int rank) {
+    if (rank == 2) {
+      return STATUS_OK;
+    }
+    if (rank == 1) {
+      return comm.Recv(&got, 1, DATATYPE_INT, 0, 0);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    int const value = 9;
+    return comm.Send(&value, 1, DATATYPE_INT, 1, 0);
+  });
+
+  EXPECT_EQ(statuses, All(3, STATUS_OK));
+  EXPECT_EQ(got, 9);
+}
+
+TEST(LocalCommStuck, BystanderMayWaitInLaterCollective) {
+  std::vector<int> values = {7, -1, -1};
+
+  auto const statuses = RunRanks(3, [&](Comm const& comm, int rank) {
+    int* const value = &values[Index(rank)];
+    PavexStatus moved = STATUS_OK;
+    if (rank < 2) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(rank * 20));
+      moved = rank == 0 ? comm.Send(value, 1, DATATYPE_INT, 1, 50)
+                        : comm.Recv(value, 1, DATATYPE_INT, 0, 50);
+    }
+    return moved + comm.Bcast(value, 1, DATATYPE_INT, 1);
+  });
+
+  EXPECT_EQ(statuses, All(3, STATUS_OK));
+  EXPECT_EQ(values, std::vector<int>(3, 7));
+}
+
+TEST(LocalCommStuck, RankOutOfStepFindsOthersAgain) {
+  auto const statuses = RunRanks(2, [](Comm const& comm, int rank) {
+    int value = rank;
+    if (rank == 0) {
+      EXPECT_EQ(comm.Recv(&value, 1, DATATYPE_INT, 1, 0), kFailed);
+    } else {
+      EXPECT_EQ(comm.Barrier(), kFailed);
+    }
+    return comm.Bcast(&value, 1, DATATYPE_INT, 0);
+  });
+
+  EXPECT_EQ(statuses, All(2, STATUS_OK));
+}
+
+}  // namespace
+}  // namespace Pavex

@@ -1,0 +1,80 @@
+// How LocalComm::Run starts and ends its ranks.
+
+#include "pavex/comm/local_comm.h"
+#include "tests/comm/local_ranks.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Pavex {
+namespace {
+
+TEST(LocalCommRun, RefusesGroupWithoutRanksOrBody) {
+  EXPECT_THROW(LocalComm::Run(0, [](auto const&) {}), std::invalid_argument);
+  EXPECT_THROW(LocalComm::Run(1, nullptr), std::invalid_argument);
+}
+
+TEST(LocalCommRun, GivesEachRankAThreadAndRankZeroTheCallers) {
+  std::vector<std::thread::id> ids(3);
+
+  LocalComm::Run(
+      3, [&](auto const& comm) { ids[Index(comm->Rank())] = std::this_thread::get_id(); });
+
+  EXPECT_EQ(ids[0], std::this_thread::get_id());
+  EXPECT_NE(ids[1], ids[0]);
+  EXPECT_NE(ids[2], ids[0]);
+  EXPECT_NE(ids[1], ids[2]);
+}
+
+TEST(LocalCommRun, ThrowsExceptionOfLowestRankAfterAllHaveEnded) {
+  std::atomic<int> ended{0};
+  std::string what;
+
+  try {
+    LocalComm::Run(4, [&](auto const& comm) {
+      comm->Barrier();
+      ++ended;
+      if (comm->Rank() % 2 == 1) {
+        throw std::runtime_error("rank " + std::to_string(comm->Rank()));
+      }
+    });
+  } catch (std::runtime_error const& error) {
+    what = error.what();
+  }
+
+  EXPECT_EQ(what, "rank 1");
+  EXPECT_EQ(ended, 4);
+}
+
+TEST(LocalCommRun, LeavesCommunicatorThatIsKeptWithoutPartners) {
+  std::shared_ptr<Comm> kept;
+
+  LocalComm::Run(2, [&](std::shared_ptr<Comm> const& comm) {
+    if (comm->Rank() == 1) {
+      kept = comm;
+    }
+  });
+
+  EXPECT_EQ(kept->Rank(), 1);
+  EXPECT_EQ(kept->Size(), 2);
+  EXPECT_EQ(kept->Barrier(), STATUS_COMM_FAILED);
+}
+
+TEST(LocalCommRun, RunsInsideARank) {
+  std::atomic<int> inner{0};
+
+  LocalComm::Run(2, [&](auto const& outer) {
+    LocalComm::Run(2, [&](auto const& comm) { inner += comm->Barrier() == STATUS_OK; });
+    EXPECT_EQ(outer->Barrier(), STATUS_OK);
+  });
+
+  EXPECT_EQ(inner, 4);
+}
+
+}  // namespace
+}  // namespace Pavex
