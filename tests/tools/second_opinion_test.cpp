@@ -113,12 +113,14 @@ void WriteSamples(TemporaryFolder const& folder) {
 
 TEST(SecondOpinion, AgreesOnEveryEntryOfEveryFile) {
   TemporaryFolder const own;
-  char const* const given = std::getenv("PAVEX_MATRIX_DIR");
-  if (given == nullptr) WriteSamples(own);
+  char const* const variable = std::getenv("PAVEX_MATRIX_DIR");
+  std::string const given = variable != nullptr ? variable : "";
+  if (given.empty()) WriteSamples(own);
+  std::string const folder = given.empty() ? own.Path("") : given;
   Cholmod cholmod;
   int compared = 0;
 
-  for (auto const& file : std::filesystem::directory_iterator(given ? given : own.Path(""))) {
+  for (auto const& file : std::filesystem::directory_iterator(folder)) {
     if (file.path().extension() != ".mtx") continue;
     SCOPED_TRACE(file.path().filename().string());
     Triplets const matrix = ReadMatrixMarket(file.path().string());
@@ -129,7 +131,7 @@ TEST(SecondOpinion, AgreesOnEveryEntryOfEveryFile) {
     ++compared;
   }
 
-  EXPECT_GT(compared, 0) << "no .mtx file in " << (given ? given : "the own folder");
+  EXPECT_GT(compared, 0) << "no .mtx file in " << folder;
 }
 
 }  // namespace
