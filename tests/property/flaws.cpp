@@ -1,0 +1,102 @@
+#include "tests/property/flaws.h"
+
+#include <vector>
+
+namespace Pavex {
+
+namespace {
+
+// The flaws with which every rank comes to the refusal from the records alone.
+std::vector<Flaw> FittingFlaws(Round const& round) {
+  Piece const& reference = round.Reference();
+  bool const pieces = round.holding == Holding::PIECES;
+  bool const bands = pieces && reference.partition != 2;
+  std::vector<Flaw> fitting = {Flaw::PATTERN,   Flaw::ATTRIBUTE,    Flaw::STORE,
+                               Flaw::PARTITION, Flaw::GLOBAL_SHAPE, Flaw::VALUES};
+  if (pieces && round.pieces.size() > 2) fitting.push_back(Flaw::SOME_EMPTY);
+  if (bands) fitting.push_back(Flaw::GAP);
+  if (bands && round.IsDense() && reference.withValues) fitting.push_back(Flaw::CROSS_EXTENT);
+  if (bands && round.IsCompressed()) fitting.push_back(Flaw::WRONG_AXIS);
+  return fitting;
+}
+
+void Empty(Round const& round, Piece& piece) {
+  piece.entries.clear();
+  piece.hasOffsets = false;
+  if (round.format != Format::COO) piece.rows = 0;
+}
+
+void WidenWhole(Round& round) {
+  for (Piece& piece : round.pieces)
+    ++(piece.partition == 0 ? piece.globalCols : piece.globalRows);
+}
+
+// Bands of columns of a compressed-row matrix: each has the lengths of all rows, and those of
+// the later pieces do not fit behind each other. One row more than the whole has, as there is
+// room for one length too many. The same with rows and columns exchanged.
+void TurnBands(Round& round) {
+  Whole const& whole = round.wholes[0];
+  for (Piece& piece : round.pieces) {
+    long const extent = piece.partition == 0 ? piece.rows : piece.cols;
+    piece.partition = 1 - piece.partition;
+    piece.rows = piece.partition == 0 ? extent : whole.rows + 1;
+    piece.cols = piece.partition == 0 ? whole.cols + 1 : extent;
+    piece.entries.clear();
+    piece.hasOffsets = false;
+    piece.spare = 1;
+    piece.globalRows = whole.rows;
+    piece.globalCols = whole.cols;
+  }
+}
+
+void ApplyTo(Round& round, Piece& piece) {
+  switch (round.flaw) {
+    case Flaw::SOME_EMPTY:
+      return Empty(round, piece);
+    case Flaw::GAP:
+      ++piece.begin;
+      break;
+    case Flaw::PATTERN:
+      ++piece.pattern;
+      break;
+    case Flaw::ATTRIBUTE:
+      ++piece.attribute;
+      break;
+    case Flaw::STORE:
+      if (round.IsDense())
+        piece.rowMajor = !piece.rowMajor;
+      else
+        piece.part = piece.part == 0 ? 1 : 0;
+      break;
+    case Flaw::PARTITION:
+      piece.partition = piece.partition == 0 ? 1 : 0;
+      break;
+    case Flaw::GLOBAL_SHAPE:
+      ++piece.globalRows;
+      break;
+    case Flaw::VALUES:
+      piece.withValues = !piece.withValues;
+      break;
+    case Flaw::CROSS_EXTENT:
+      return WidenWhole(round);
+    case Flaw::WRONG_AXIS:
+      return TurnBands(round);
+    case Flaw::NONE:
+      break;
+  }
+}
+
+}  // namespace
+
+void AddFlaw(Rng& rng, Round& round) {
+  if (round.holding == Holding::ONE) return;  // nothing is compared then
+  std::vector<Flaw> const fitting = FittingFlaws(round);
+  auto const last = static_cast<long>(fitting.size()) - 1;
+  round.flaw = fitting[static_cast<std::size_t>(rng.Between(0, last))];
+  // Not the first rank, whose partition decides on the mode, and which neighbours compare with.
+  auto const rank =
+      static_cast<std::size_t>(rng.Between(1, static_cast<long>(round.pieces.size()) - 1));
+  ApplyTo(round, round.pieces[rank]);
+}
+
+}  // namespace Pavex

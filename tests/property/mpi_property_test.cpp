@@ -1,0 +1,38 @@
+#include "pavex/comm/mpi_comm.h"
+#include "pavex/runtime/log.h"
+#include "tests/property/property.h"
+
+#include <gtest/gtest.h>
+#include <mpi.h>
+
+namespace Pavex {
+namespace {
+
+// Where processes spin while they wait, a job with more of them than cores crawls.
+#ifdef MPICH_VERSION
+constexpr bool kSpins = true;
+#else
+constexpr bool kSpins = false;
+#endif
+
+long DefaultCases(int processes) {
+  return kSpins && processes > 2 ? 100 : 2000;
+}
+
+TEST(AggregatorPropertyOverMpi, GathersUpdatesAndScattersAsTheModel) {
+  auto const comm = std::make_shared<MpiComm>(MPI_COMM_WORLD);
+  auto const options = PropertyOptions::FromEnvironment(DefaultCases(comm->Size()));
+  std::printf("seed %lu, cases %ld to %ld\n", options.seed, options.first,
+              options.first + options.cases - 1);
+  Log::mMaxLogLevel = -1;  // refusals are part of the cases
+
+  for (long number = options.first; number < options.first + options.cases; ++number) {
+    std::string const difference = RunCase(options.seed, number, comm);
+    // Ends the job: the other ranks would wait for this one.
+    if (!difference.empty()) FAIL() << difference;
+  }
+  Log::mMaxLogLevel = LOG_ERROR;
+}
+
+}  // namespace
+}  // namespace Pavex
