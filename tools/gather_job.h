@@ -1,0 +1,25 @@
+// The main job: pieces on every rank, gathered, updated, scattered, and checked after each
+// step.
+
+#pragma once
+
+#include "tools/matrix_market.h"
+#include "tools/options.h"
+#include "tools/ranks.h"
+#include "tools/report.h"
+#include "tools/source.h"
+
+#include <memory>
+
+namespace Pavex::Tool {
+
+struct GatherResult {
+  GatherReport mReport;  // filled where rank 0 lives
+  // The gathered matrix on its way into options.mOutput, to be committed if it is worth it.
+  std::unique_ptr<MatrixMarketWriter> mOutput;
+};
+
+// Throws InputError for input that the options do not fit, JobError for a failed operation.
+GatherResult RunGather(Source const& source, GatherOptions const& options, Ranks& ranks);
+
+}  // namespace Pavex::Tool

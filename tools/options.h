@@ -1,0 +1,62 @@
+// What the command lets the user choose, and the words for it.
+
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace Pavex::Tool {
+
+enum class Format { COO, CSR, CSC, DENSE_ROW, DENSE_COL };
+enum class Partition { ROWS, COLUMNS, ENTRIES, ONE, ALL };
+enum class ValueKind { FLOAT, DOUBLE, COMPLEX_FLOAT, COMPLEX_DOUBLE };
+enum class IndexKind { INT, LONG };
+enum class LogLevel { SILENT, FATAL, ERROR, DEBUG };
+
+inline bool IsDense(Format format) {
+  return format == Format::DENSE_ROW || format == Format::DENSE_COL;
+}
+inline bool IsCompressed(Format format) {
+  return format == Format::CSR || format == Format::CSC;
+}
+inline bool IsComplex(ValueKind kind) {
+  return kind == ValueKind::COMPLEX_FLOAT || kind == ValueKind::COMPLEX_DOUBLE;
+}
+
+// The word for a choice, as it is typed behind the option: "dense-row".
+char const* NameOf(Format format);
+char const* NameOf(Partition partition);
+char const* NameOf(ValueKind kind);
+char const* NameOf(IndexKind kind);
+char const* NameOf(LogLevel level);
+
+// The choice that `word` stands for. Throws InputError that names `option` and all its words.
+template <typename Choice>
+Choice ParseChoice(std::string const& option, std::string const& word);
+
+// The options of `pavex gather`.
+struct GatherOptions {
+  std::string mFile;  // one of these two is set
+  std::string mGenerate;
+  int mRanks = 4;
+  Format mFormat = Format::COO;
+  Partition mPartition = Partition::ROWS;
+  std::optional<ValueKind> mValue;  // unset: double, or complex double for complex input
+  IndexKind mIndex = IndexKind::INT;
+  int mHolder = 0;  // the rank that holds the matrix with Partition::ONE
+  bool mToAll = false;
+  bool mWithValues = true;
+  bool mScatter = false;
+  int mUpdates = 0;
+  long mPad = 0;  // dense: leading dimension minus run length
+  int mBase = 0;  // compressed: the first offset
+  LogLevel mLogLevel = LogLevel::ERROR;
+  std::string mOutput;
+  std::string mJson;
+};
+
+// Throws InputError for options that exclude each other or do not fit the matrix format; the
+// message says what to use instead.
+void CheckCombination(GatherOptions const& options);
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,28 @@
+// Runs a function on every rank of a job, whatever carries the ranks.
+
+#pragma once
+
+#include "pavex/runtime/comm.h"
+
+#include <functional>
+#include <memory>
+
+namespace Pavex::Tool {
+
+class Ranks {
+ public:
+  using Body = std::function<void(std::shared_ptr<Comm> const& comm)>;
+
+  virtual ~Ranks() = default;
+
+  virtual int Count() const = 0;
+
+  // Runs `body` on the ranks that live in this process and returns when they have ended. If
+  // some throw, the exception thrown first reaches the caller: the others follow from it.
+  virtual void Run(Body const& body) = 0;
+};
+
+// `count` threads of this process.
+std::unique_ptr<Ranks> MakeLocalRanks(int count);
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,103 @@
+#include "tools/report.h"
+
+#include <cstdarg>
+
+namespace Pavex::Tool {
+
+namespace {
+
+__attribute__((format(printf, 2, 3))) void Append(std::string& text, char const* format, ...) {
+  char line[512];
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  text += line;
+}
+
+double Megabytes(long bytes) {
+  return static_cast<double>(bytes) * 1e-6;
+}
+
+void AppendHead(GatherReport const& report, std::string& text) {
+  GatherOptions const& options = report.mOptions;
+  text += report.mInput;
+  Append(text, ": %ld x %ld, %ld entries, %s\n", report.mWhole.mRows, report.mWhole.mCols,
+         report.mWhole.mEntries, report.mField.c_str());
+  Append(text, "%s of %s%s with %s indices, %s, gathered on %s\n\n", NameOf(options.mFormat),
+         options.mWithValues ? "" : "the pattern without ", NameOf(report.mValue),
+         NameOf(options.mIndex),
+         options.mPartition == Partition::ONE   ? "whole on one rank"
+         : options.mPartition == Partition::ALL ? "whole on every rank"
+                                                : NameOf(options.mPartition),
+         options.mToAll ? "every rank" : "rank 0");
+}
+
+void AppendPieces(GatherReport const& report, std::string& text) {
+  Append(text, "pieces, mode %s\n", report.Mode());
+  text += "  rank        rows     columns       begin     entries         MB\n";
+  for (std::size_t rank = 0; rank < report.mRanks.size(); ++rank) {
+    RankRecord const& record = report.mRanks[rank];
+    Append(text, "  %4zu  %10ld  %10ld  %10ld  %10ld  %9.3f\n", rank, record.mRows,
+           record.mCols, record.mBegin, record.mEntries, Megabytes(record.mBytes));
+  }
+}
+
+void AppendArrivals(GatherReport const& report, std::string& text) {
+  text += "\ngathered\n";
+  text += "  rank        rows     columns     entries  MB arrived  MB borrowed  peak pool MB\n";
+  for (std::size_t rank = 0; rank < report.mRanks.size(); ++rank) {
+    RankRecord const& record = report.mRanks[rank];
+    if (record.mReceiver)
+      Append(text, "  %4zu  %10ld  %10ld  %10ld  %10.3f  %11.3f  %12.3f\n", rank,
+             record.mGatheredRows, record.mGatheredCols, record.mGatheredEntries,
+             Megabytes(record.mArrivedBytes), Megabytes(record.mBorrowedBytes),
+             Megabytes(record.mPeakPoolBytes));
+    else
+      Append(text, "  %4zu  %10s  %10s  %10s  %10s  %11s  %12.3f\n", rank, "-", "-", "-", "-",
+             "-", Megabytes(record.mPeakPoolBytes));
+  }
+}
+
+void AppendTimings(GatherReport const& report, std::string& text) {
+  text += "\nstep               ms          MB      GB/s\n";
+  for (Timing const& timing : report.mTimings)
+    Append(text, "%-10s %10.3f  %10.3f  %8.2f\n", timing.mStep.c_str(), timing.mSeconds * 1e3,
+           Megabytes(timing.mBytes), timing.GigabytesPerSecond());
+}
+
+}  // namespace
+
+// One process, or the whole on each: all. The holder alone: one.
+char const* GatherReport::Mode() const {
+  if (mRanks.size() == 1 || mOptions.mPartition == Partition::ALL) return "CENTRALIZED_ALL";
+  return mOptions.mPartition == Partition::ONE ? "CENTRALIZED_ONE" : "DISTRIBUTED";
+}
+
+bool GatherReport::Verified() const {
+  bool checked = false;
+  for (RankRecord const& record : mRanks)
+    checked = checked || record.mReceiver;
+  return checked && Difference().empty();
+}
+
+std::string GatherReport::Difference() const {
+  for (std::size_t rank = 0; rank < mRanks.size(); ++rank)
+    if (mRanks[rank].mDifference[0] != '\0')
+      return "rank " + std::to_string(rank) + ", " + mRanks[rank].mDifference;
+  return "";
+}
+
+std::string InText(GatherReport const& report) {
+  std::string text;
+  AppendHead(report, text);
+  AppendPieces(report, text);
+  AppendArrivals(report, text);
+  AppendTimings(report, text);
+  text += report.Verified() ? "\nverified: every entry is that of the input"
+                            : "\nNOT verified: " + report.Difference();
+  if (report.Verified() && report.mTimings.size() > 1) text += ", after every step";
+  return text + "\n";
+}
+
+}  // namespace Pavex::Tool

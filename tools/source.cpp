@@ -1,0 +1,154 @@
+#include "tools/source.h"
+
+#include "tools/generate.h"
+#include "tools/matrix_market.h"
+#include "tools/row_order.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <vector>
+
+namespace Pavex::Tool {
+
+namespace {
+
+template <typename V>
+void Trim(std::vector<V>& values, long begin, long end) {
+  values.erase(values.begin() + end, values.end());
+  values.erase(values.begin(), values.begin() + begin);
+}
+
+class FileSource final : public Source {
+ public:
+  explicit FileSource(std::string const& path) {
+    std::string const name = std::filesystem::path(path).filename().string();
+    Progress progress("reading " + name);
+    mMatrix = ReadMatrixMarket(path, progress.Function());
+    mName = path;
+    mField = mMatrix.mField;
+    mWhole = {mMatrix.mRows, mMatrix.mCols, static_cast<long>(mMatrix.Entries())};
+    CheckEntries();
+    mByRow = OrderByRow(mMatrix.Entries(), mWhole.mRows,
+                        [this](std::size_t k) { return mMatrix.mRow[k]; });
+  }
+
+  Triplets Cut(Piece const& piece, ProgressFunction const&) const override {
+    Triplets cut = Empty();
+    bool const allInside = piece.Rows() == mWhole.mRows && piece.Cols() == mWhole.mCols;
+    if (allInside) cut.Reserve(static_cast<std::size_t>(piece.mEntryEnd - piece.mEntryBegin));
+    for (long k = piece.mEntryBegin; k < piece.mEntryEnd; ++k) {
+      auto const at = static_cast<std::size_t>(k);
+      long const row = mMatrix.mRow[at];
+      long const col = mMatrix.mCol[at];
+      if (row >= piece.mRowBegin && row < piece.mRowEnd && col >= piece.mColBegin &&
+          col < piece.mColEnd)
+        Copy(at, cut);
+    }
+    return cut;
+  }
+
+  Triplets Rows(long begin, long end) const override {
+    auto const firstOf = [this](long row) {
+      auto const below = [this](std::uint32_t k, long limit) {
+        return mMatrix.mRow[k] < limit;
+      };
+      return std::lower_bound(mByRow.begin(), mByRow.end(), row, below);
+    };
+    auto const last = firstOf(end);
+    Triplets rows = Empty();
+    for (auto k = firstOf(begin); k != last; ++k)
+      Copy(*k, rows);
+    return rows;
+  }
+
+ private:
+  Triplets Empty() const {
+    Triplets empty;
+    empty.mRows = mMatrix.mRows;
+    empty.mCols = mMatrix.mCols;
+    empty.mField = mMatrix.mField;
+    empty.mSymmetry = mMatrix.mSymmetry;
+    empty.mDense = mMatrix.mDense;
+    return empty;
+  }
+
+  void Copy(std::size_t k, Triplets& to) const {
+    to.Add(mMatrix.mRow[k], mMatrix.mCol[k], mMatrix.mReal[k],
+           mMatrix.IsComplex() ? mMatrix.mImag[k] : 0);
+  }
+
+  Triplets mMatrix;
+  std::vector<std::uint32_t> mByRow;  // entry numbers
+};
+
+class GeneratorSource final : public Source {
+ public:
+  explicit GeneratorSource(std::string const& description) : mGenerator(description) {
+    mName = description;
+    mWhole = {mGenerator.Rows(), mGenerator.Cols(), mGenerator.Entries()};
+    CheckEntries();
+  }
+
+  Triplets Cut(Piece const& piece, ProgressFunction const& progress) const override {
+    if (piece.Rows() == 0 || piece.Cols() == 0) return mGenerator.Empty();
+    if (piece.Cols() != mWhole.mCols) {
+      Triplets cut = mGenerator.Empty();
+      mGenerator.AppendCols(piece.mColBegin, piece.mColEnd, cut, progress);
+      return cut;
+    }
+    if (piece.mEntryBegin != 0 || piece.mEntryEnd != mWhole.mEntries)
+      return CutEntries(piece.mEntryBegin, piece.mEntryEnd, progress);
+    Triplets cut = mGenerator.Empty();
+    mGenerator.AppendRows(piece.mRowBegin, piece.mRowEnd, cut, progress);
+    return cut;
+  }
+
+  Triplets Rows(long begin, long end) const override {
+    Triplets rows = mGenerator.Empty();
+    mGenerator.AppendRows(begin, end, rows);
+    return rows;
+  }
+
+ private:
+  // Makes the rows that hold the entries [begin, end) and drops what is too much of the first
+  // and the last.
+  Triplets CutEntries(long begin, long end, ProgressFunction const& progress) const {
+    long row = 0;
+    long before = 0;  // entries above `row`
+    for (long next; (next = before + mGenerator.Entries(row, row + 1)) <= begin; ++row)
+      before = next;
+    long const firstRow = row;
+    long const tooMany = begin - before;
+    while (before < end) {
+      before += mGenerator.Entries(row, row + 1);
+      ++row;
+    }
+    Triplets cut = mGenerator.Empty();
+    mGenerator.AppendRows(firstRow, row, cut, progress);
+    Trim(cut.mRow, tooMany, tooMany + end - begin);
+    Trim(cut.mCol, tooMany, tooMany + end - begin);
+    Trim(cut.mReal, tooMany, tooMany + end - begin);
+    return cut;
+  }
+
+  Generator mGenerator;
+};
+
+}  // namespace
+
+void Source::CheckEntries() const {
+  if (mWhole.mEntries > kMaxEntries)
+    throw InputError(mName + " has " + std::to_string(mWhole.mEntries) +
+                     " entries, more than the " + std::to_string(kMaxEntries) +
+                     " that one gather can place");
+}
+
+std::unique_ptr<Source> OpenFile(std::string const& path) {
+  return std::make_unique<FileSource>(path);
+}
+
+std::unique_ptr<Source> OpenGenerator(std::string const& description) {
+  return std::make_unique<GeneratorSource>(description);
+}
+
+}  // namespace Pavex::Tool

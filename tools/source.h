@@ -1,0 +1,52 @@
+// Where the entries of the matrix come from: a file or a generator.
+
+#pragma once
+
+#include "tools/pieces.h"
+#include "tools/progress.h"
+#include "tools/triplets.h"
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string>
+
+namespace Pavex::Tool {
+
+// Counts and displacements of a gather are 32-bit.
+constexpr long kMaxEntries = std::numeric_limits<std::int32_t>::max();
+
+// Immutable once made: threads share it.
+class Source {
+ public:
+  virtual ~Source() = default;
+
+  // The file's name or the generator's description.
+  std::string const& Name() const { return mName; }
+  Extent const& Whole() const { return mWhole; }
+  Field Kind() const { return mField; }
+
+  // The entries of `piece` in the order of the source, with global indices.
+  virtual Triplets Cut(Piece const& piece, ProgressFunction const& progress) const = 0;
+
+  // The entries of the rows [begin, end), row by row, entries of one row in the order of the
+  // source. Does not go through Cut, so that what was cut can be checked against it.
+  virtual Triplets Rows(long begin, long end) const = 0;
+
+ protected:
+  // Throws InputError if there are more entries than a gather can place.
+  void CheckEntries() const;
+
+  std::string mName;
+  Extent mWhole;
+  Field mField = Field::Real;
+};
+
+// Reads the file whole. Throws InputError.
+std::unique_ptr<Source> OpenFile(std::string const& path);
+
+// `description` is KIND:SIZE as the generators know it; nothing is generated yet. Throws
+// InputError.
+std::unique_ptr<Source> OpenGenerator(std::string const& description);
+
+}  // namespace Pavex::Tool

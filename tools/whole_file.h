@@ -1,0 +1,13 @@
+// Writes a small file whole or not at all.
+
+#pragma once
+
+#include <string>
+
+namespace Pavex::Tool {
+
+// A regular file keeps its former contents until the new ones are complete; a device or a pipe
+// is written directly. Throws InputError with "path: fault".
+void WriteWholeFile(std::string const& path, std::string const& text);
+
+}  // namespace Pavex::Tool
