@@ -16,7 +16,6 @@ using ::testing::IsEmpty;
 
 constexpr char kMismatch[] =
     "[ERROR] The input matrix is inconsistent with that in the gather phase.\n";
-constexpr char kNotGathered[] = "[ERROR] Gather should be executed first\n";
 constexpr char kNoValues[] = "[ERROR] Local matrix has no values when we need it.\n";
 
 // Two row bands of a 10 x 7 matrix.

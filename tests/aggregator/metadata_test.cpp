@@ -259,17 +259,9 @@ TEST(InitMetadata, WrapsCountsAndDisplacementsBeyondTheRangeOfInt) {
 
 // --- Failures
 
-struct Outcome {
-  PavexStatus status = STATUS_OK;
-  std::string output;
-};
-
 Outcome Init(RankUnderTest<>& rank, MatrixBase const& local) {
   rank.aggregator.SetComm(rank.comm);
-  Outcome outcome;
-  outcome.output =
-      CaptureStdout([&] { outcome.status = rank.aggregator.InitMetadata(local, true, 0); });
-  return outcome;
+  return Watch([&] { return rank.aggregator.InitMetadata(local, true, 0); });
 }
 
 TEST(InitMetadata, ReportsAFailedExchange) {

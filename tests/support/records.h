@@ -5,22 +5,14 @@
 #include "pavex/aggregator/local_info.h"
 #include "pavex/matrix/store_type.h"
 #include "pavex/runtime/buffer.h"
-#include "tests/support/capture.h"
 #include "tests/support/log_level.h"
+#include "tests/support/outcome.h"
 
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
 namespace Pavex {
-
-// What `count` callers in a row print about a failed status.
-inline std::string StatusLines(int count, PavexStatus status) {
-  std::string lines;
-  for (int i = 0; i < count; ++i)
-    lines += std::string("[ERROR] ") + PavexStatusStr(status) + "\n";
-  return lines;
-}
 
 using Records = std::vector<MatrixLocalInfo>;
 
