@@ -36,9 +36,9 @@ class LocalGroup;
 //
 // Matching. Send meets the Recv of its destination with the same tag and returns when the data
 // has been taken over (there is no buffering, so a rank cannot send to itself); a collective
-// meets when every rank is in the same one with the same root. All operations work with one
-// rank, with zero counts and with null buffers of zero counts. Where regions of a receive
-// buffer overlap, the piece of the higher rank wins.
+// meets when every rank is in the same one with the same root. Collectives work
+// with one rank, all operations with zero counts, which need no buffers. Where regions of a
+// receive buffer overlap, the piece of the higher rank wins.
 //
 // Failing. Every failure is STATUS_COMM_FAILED:
 //   - a rank or root outside 0 .. Size() - 1: at once, on this rank alone;
@@ -46,6 +46,7 @@ class LocalGroup;
 //     (negative count, negative displacement of a piece that is not empty, unknown type, null
 //     buffer, in-place marker where it is not legal): on every rank that takes part; no data is
 //     moved;
+//   - no memory for the plan of the copies: likewise;
 //   - operations that can never meet. A rank that runs outside an operation may still do
 //     anything. A rank in Send or Recv can go on if its partner can; the ranks in one
 //     collective can go on if all the others can. Whoever waits and cannot go on by these rules
