@@ -1,0 +1,283 @@
+// What a gather costs between the ranks of one process: bandwidth against memcpy by as many
+// threads, latency, peak memory, and the cases that copy nothing. Warm buffers on both sides.
+
+#include "bench/runner.h"
+#include "pavex/comm/local_comm.h"
+#include "pavex/pavex.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Pavex::Bench {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// One rank's row band of the 7-point operator on n x n x n points, in both sparse formats.
+struct Band {
+  std::vector<int> ptr{0};
+  std::vector<int> row;
+  std::vector<int> col;
+  std::vector<double> values;
+  MatrixCOO<double, int> coo;
+  MatrixCSR<double, int> csr;
+
+  Band(int n, int rank, int ranks) {
+    long const points = static_cast<long>(n) * n * n;
+    long const begin = points * rank / ranks;
+    long const end = points * (rank + 1) / ranks;
+    for (long i = begin; i < end; ++i)
+      AppendRow(n, i);
+    auto const entries = static_cast<long>(col.size());
+    coo = MatrixCOO<double, int>::Borrow(end - begin, points, entries, row.data(), col.data(),
+                                         values.data());
+    coo.PlaceIn(points, points, MatrixPartition::RowWise(begin));
+    csr = MatrixCSR<double, int>::Borrow(end - begin, points, ptr.data(), col.data(),
+                                         values.data());
+    csr.PlaceIn(points, points, MatrixPartition::RowWise(begin));
+  }
+
+  void AppendRow(long n, long i) {
+    long const x = i % n;
+    long const y = i / n % n;
+    long const z = i / (n * n);
+    auto const append = [&](bool inside, long j) {
+      if (!inside) return;
+      row.push_back(static_cast<int>(i));
+      col.push_back(static_cast<int>(j));
+      values.push_back(i == j ? 6.0 : -1.0);
+    };
+    append(z > 0, i - n * n);
+    append(y > 0, i - n);
+    append(x > 0, i - 1);
+    append(true, i);
+    append(x + 1 < n, i + 1);
+    append(y + 1 < n, i + n);
+    append(z + 1 < n, i + n * n);
+    ptr.push_back(static_cast<int>(col.size()));
+  }
+};
+
+// The ranks of a job with their pieces, pools and aggregators, which stay warm between the
+// runs.
+struct Job {
+  std::vector<Band> bands;
+  std::vector<MemoryPool> pools;
+  std::vector<std::unique_ptr<Aggregator<double, int>>> aggregators;
+
+  Job(int n, int ranks) : pools(static_cast<std::size_t>(ranks)) {
+    bands.reserve(pools.size());
+    for (int rank = 0; rank < ranks; ++rank) {
+      bands.emplace_back(n, rank, ranks);
+      aggregators.push_back(
+          std::make_unique<Aggregator<double, int>>(&pools[static_cast<std::size_t>(rank)]));
+    }
+  }
+
+  int Ranks() const { return static_cast<int>(bands.size()); }
+
+  long Entries() const {
+    long entries = 0;
+    for (Band const& band : bands)
+      entries += band.coo.NNZ();
+    return entries;
+  }
+
+  // Runs `operation(comm, aggregator, band)` on every rank; false if any failed.
+  template <typename Operation>
+  bool Run(Operation operation) {
+    std::vector<PavexStatus> statuses(bands.size(), STATUS_OK);
+    LocalComm::Run(Ranks(), [&](std::shared_ptr<Comm> const& comm) {
+      auto const rank = static_cast<std::size_t>(comm->Rank());
+      statuses[rank] = operation(comm, *aggregators[rank], bands[rank]);
+    });
+    return std::all_of(statuses.begin(), statuses.end(),
+                       [](PavexStatus status) { return status == STATUS_OK; });
+  }
+};
+
+// As many threads as ranks, each copying its own share of the same arrays into warm memory.
+class PlainCopy {
+ public:
+  explicit PlainCopy(Job const& job) : mJob(job), mTo(job.bands.size()) {}
+
+  void Run(bool offsets, bool rows, bool cols, bool values) {
+    std::vector<std::thread> threads;
+    for (std::size_t rank = 0; rank < mTo.size(); ++rank) {
+      threads.emplace_back([=] {
+        Band const& band = mJob.bands[rank];
+        Arrays& to = mTo[rank];
+        if (offsets) Copy(band.ptr, to.ptr);
+        if (rows) Copy(band.row, to.row);
+        if (cols) Copy(band.col, to.col);
+        if (values) Copy(band.values, to.values);
+      });
+    }
+    for (std::thread& thread : threads)
+      thread.join();
+  }
+
+ private:
+  struct Arrays {
+    std::vector<int> ptr;
+    std::vector<int> row;
+    std::vector<int> col;
+    std::vector<double> values;
+  };
+
+  template <typename E>
+  static void Copy(std::vector<E> const& from, std::vector<E>& to) {
+    to.resize(from.size());
+    std::memcpy(to.data(), from.data(), from.size() * sizeof(E));
+  }
+
+  Job const& mJob;
+  std::vector<Arrays> mTo;
+};
+
+void MeasureBandwidth(Runner& runner, int n) {
+  Job job(n, 4);
+  PlainCopy copy(job);
+  bool ok = true;
+  std::string const label = "4 ranks, " + std::to_string(job.Entries()) + " entries";
+
+  runner.Compare("COO gather, " + label, {"memcpy", [&] { copy.Run(false, true, true, true); }},
+                 {{"Pavex",
+                   [&] {
+                     ok &= job.Run([](auto const& comm, auto& aggregator, Band& band) {
+                       return aggregator.Gather(comm, band.coo, true);
+                     });
+                   },
+                   1 / 0.8}});
+  auto const peak = static_cast<long>(job.pools[0].PeakBytesInUse());
+  long const needed = job.Entries() * 16 + 4 * 72 + 2 * 4 * 4;
+  runner.Report("COO gather, receiver's peak over arrays, records and counts",
+                static_cast<double>(peak - needed), "bytes");
+  runner.Expect(peak == needed, "COO gather takes no byte more than it delivers and records");
+
+  runner.Compare("CSR gather, " + label, {"memcpy", [&] { copy.Run(true, false, true, true); }},
+                 {{"Pavex",
+                   [&] {
+                     ok &= job.Run([](auto const& comm, auto& aggregator, Band& band) {
+                       return aggregator.Gather(comm, band.csr, true);
+                     });
+                   },
+                   1 / 0.75}});
+  runner.Compare("CSR update, " + label,
+                 {"memcpy", [&] { copy.Run(false, false, false, true); }},
+                 {{"Pavex",
+                   [&] {
+                     ok &= job.Run([](auto const& comm, auto& aggregator, Band& band) {
+                       aggregator.SetComm(comm);
+                       return aggregator.Update(band.csr);
+                     });
+                   },
+                   1 / 0.85}});
+  runner.Expect(ok, "every operation succeeds");
+}
+
+double Median(std::vector<double>& values) {
+  auto const middle = values.begin() + static_cast<long>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+// Median time of `operation` in microseconds.
+template <typename Operation>
+double MedianMicroseconds(int repetitions, Operation operation) {
+  std::vector<double> times;
+  for (int i = 0; i < repetitions; ++i) {
+    auto const start = Clock::now();
+    operation();
+    times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
+  }
+  return Median(times);
+}
+
+void MeasureLatency(Runner& runner) {
+  double median = 0;
+  bool ok = true;
+  LocalComm::Run(2, [&](std::shared_ptr<Comm> const& comm) {
+    int index[] = {0, 1, 2, 3};
+    double values[] = {1, 2, 3, 4};
+    auto piece = MatrixCOO<double, int>::Borrow(8, 8, 4, index, index, values);
+    piece.PlaceIn(8, 8, MatrixPartition::NonzeroWise());
+    MemoryPool pool;
+    Aggregator<double, int> aggregator(&pool);
+    bool mine = true;
+    double const time = MedianMicroseconds(
+        20000, [&] { mine &= aggregator.Gather(comm, piece, true) == STATUS_OK; });
+    if (comm->Rank() != 0) return;
+    median = time;
+    ok = mine && aggregator.Target()->NNZ() == 8;
+  });
+  runner.Expect(ok, "gather of 8 entries succeeds");
+  runner.Report("gather of 8 entries, 2 ranks, median (at most 15)", median, "us");
+}
+
+// Counts what a pool hands out.
+class CountingPool : public MemoryPool {
+ public:
+  PavexStatus Allocate(void** block, std::size_t bytes) override {
+    mBytes += bytes;
+    return MemoryPool::Allocate(block, bytes);
+  }
+  std::size_t mBytes = 0;
+};
+
+void MeasureSingle(Runner& runner, int n) {
+  Band band(n, 0, 1);
+  auto const comm = std::make_shared<SelfComm>();
+  CountingPool pool;
+  Aggregator<double, int> aggregator(&pool);
+  bool ok = aggregator.Gather(comm, band.csr, true) == STATUS_OK;
+  runner.Expect(ok && pool.mBytes == sizeof(MatrixLocalInfo),
+                "one process: nothing but its record is allocated");
+  double const time = MedianMicroseconds(
+      10000, [&] { ok &= aggregator.Gather(comm, band.csr, true) == STATUS_OK; });
+  auto& whole = dynamic_cast<MatrixCSR<double, int>&>(*aggregator.Target());
+  runner.Expect(ok && whole.mValues.mData == band.values.data(),
+                "one process: nothing is copied");
+  runner.Report(
+      "gather of " + std::to_string(whole.NNZ()) + " entries, one process, median (at most 5)",
+      time, "us");
+}
+
+// Every rank holds the whole dense matrix: gathered to all and scattered back without a copy.
+void CheckScatterInPlace(Runner& runner) {
+  bool ok[2] = {};
+  LocalComm::Run(2, [&](std::shared_ptr<Comm> const& comm) {
+    std::vector<double> values(1 << 16, 1.0);
+    auto whole = MatrixDense<double, int>::Borrow(256, 256, true, 256, values.data());
+    CountingPool pool;
+    Aggregator<double, int> aggregator(&pool);
+    bool const done = aggregator.Allgather(comm, whole, true) == STATUS_OK &&
+                      aggregator.Scatter(whole) == STATUS_OK;
+    ok[comm->Rank()] = done && pool.mBytes == 2 * sizeof(MatrixLocalInfo);
+  });
+  runner.Expect(ok[0] && ok[1],
+                "allgather then scatter of the whole allocates its records only");
+}
+
+}  // namespace
+}  // namespace Pavex::Bench
+
+int main(int argc, char** argv) {
+  using namespace Pavex::Bench;
+  std::int64_t n = 163;
+  Runner runner("local_gather", "Gathers between the ranks of one process (LocalComm)");
+  runner.Option("n", n, "points along each edge of the 7-point operator");
+  runner.Parse(argc, argv);
+
+  MeasureBandwidth(runner, static_cast<int>(n));
+  MeasureLatency(runner);
+  MeasureSingle(runner, static_cast<int>(std::min<std::int64_t>(n, 64)));
+  CheckScatterInPlace(runner);
+  return runner.Finish();
+}
