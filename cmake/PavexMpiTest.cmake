@@ -9,14 +9,17 @@ set(PAVEX_MPI_ENVIRONMENT
     OMPI_MCA_rmaps_base_oversubscribe=1
     OMPI_MCA_btl_vader_single_copy_mechanism=none)
 
-# pavex_add_mpi_job(<test> <processes> <program> [<argument>...]): one ctest that runs the target
-# <program> on that many processes, and fails if it takes more than 10 minutes. Only one such
-# job runs at a time: two of them would wait for each other's cores.
+# pavex_add_mpi_job(<test> <processes> <program> [<argument>...] [CHECKER <command>...]): one ctest
+# that runs the target <program> on that many processes, under <command> if there is one, and
+# fails if it takes more than 5 minutes. Only one such job runs at a time: two of them would wait
+# for each other's cores.
 function(pavex_add_mpi_job test processes program)
+  cmake_parse_arguments(ARG "" "" "CHECKER" ${ARGN})
   add_test(NAME ${test}
-           COMMAND ${MPIEXEC_EXECUTABLE} ${MPIEXEC_NUMPROC_FLAG} ${processes} ${MPIEXEC_PREFLAGS}
-                   $<TARGET_FILE:${program}> ${MPIEXEC_POSTFLAGS} ${ARGN})
-  set_tests_properties(${test} PROPERTIES PROCESSORS ${processes} RESOURCE_LOCK mpi TIMEOUT 600
+           COMMAND ${ARG_CHECKER} ${MPIEXEC_EXECUTABLE} ${MPIEXEC_NUMPROC_FLAG} ${processes}
+                   ${MPIEXEC_PREFLAGS} $<TARGET_FILE:${program}> ${MPIEXEC_POSTFLAGS}
+                   ${ARG_UNPARSED_ARGUMENTS})
+  set_tests_properties(${test} PROPERTIES PROCESSORS ${processes} RESOURCE_LOCK mpi TIMEOUT 300
                        LABELS mpi ENVIRONMENT "${PAVEX_MPI_ENVIRONMENT}")
 endfunction()
 

@@ -42,15 +42,19 @@ namespace Pavex {
 // Null buffers are fine where nothing goes out or comes in. The in-place marker stands for
 // MPI_IN_PLACE: Allgather, Allgatherv, Alltoallv, Allreduce, and Gatherv on the root.
 //
-// After a failed collective. A failure may be seen on one rank alone while the others wait for
-// it or have sent to it already, and what is still under way cannot be called back. What an
-// application may do depends on whether the others come out of the operation:
-// - with small pieces MPI has taken them into its own buffers, so the other ranks return and
-//   all can go on, over a new MpiComm. Make it from the same MPI communicator and leave the
-//   spent one undestroyed until MPI is finalised: a late message of the failed operation then
-//   finds its old duplicate and never the new one.
-// - with large pieces the other ranks may be blocked inside MPI until the failing rank
-//   receives, which it will not do. End the job (MPI_Abort) there.
+// After a failed collective. A failure - MPI's, or that of a pool between two operations - may
+// be seen on one rank alone, and what the others have sent meanwhile cannot be called back.
+// What an application may do then depends on whether the others come out of their operation:
+// - While small pieces are collected onto one rank and that rank fails, they do: MPI has taken
+//   their pieces into its own buffers. All ranks can go on over a new MpiComm, made from the
+//   same MPI communicator. Leave the spent one undestroyed until MPI is finalised: a late
+//   message of the failed operation then finds its old duplicate and never the new one.
+// - With large pieces, or where every rank waits for all others (Barrier, Allgather,
+// Allgatherv,
+//   Allreduce, Alltoallv, and Bcast from the failing rank), they may stay inside MPI for ever.
+//   End the job then (MPI_Abort).
+// Agreeing by Allreduce on the worst status after every step that can fail on one rank alone,
+// before the next collective is entered, keeps the second case away.
 //
 // Threads: needs MPI_THREAD_FUNNELED and no more; every call, construction and destruction
 // included, is made by the thread that initialised MPI. With MPI_THREAD_SERIALIZED any one
