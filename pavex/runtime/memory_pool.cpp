@@ -70,12 +70,12 @@ MemoryPool::~MemoryPool() {
 PavexStatus MemoryPool::Allocate(void** block, std::size_t bytes) {
   if (bytes > kMaxBytes) return STATUS_OUT_OF_MEMORY;
   void* taken = bytes == 0 ? gEmptyBlock : mCache.Take(bytes);
+  FitCache(mBytesInUse + bytes);  // also for a partly released block, which grows again
   if (taken == nullptr) taken = TakeFromSystem(bytes);
   if (taken == nullptr) return STATUS_OUT_OF_MEMORY;
   ++mBlocksInUse;
   mBytesInUse += bytes;
   mPeakBytesInUse = std::max(mPeakBytesInUse, mBytesInUse);
-  FitCache(mBytesInUse);  // a partly released block is about to grow again
   *block = taken;
   return STATUS_OK;
 }
@@ -100,7 +100,6 @@ void MemoryPool::ReleaseCached() {
 }
 
 void* MemoryPool::TakeFromSystem(std::size_t bytes) {
-  FitCache(mBytesInUse + bytes);
   void* const block = SystemTake(bytes);
   if (block != nullptr || mCache.Blocks() == 0) return block;
   ReleaseCached();
