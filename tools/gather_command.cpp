@@ -115,11 +115,11 @@ void AddNumber(CLI::App& command, std::string const& name, Number& number, long 
   };
   command.add_option(name, number, help)
       ->check(CLI::Validator(check, ""))
-      ->capture_default_str();
+      ->option_text("N [" + std::to_string(number) + "]");
 }
 
 void AddOptions(CLI::App& command, GatherOptions& options, Words& words) {
-  command.add_option("FILE", options.mFile, "Matrix Market file to gather");
+  command.add_option("FILE", options.mFile, "Matrix Market file to gather")->option_text(" ");
   command.add_option("--generate", options.mGenerate, "Generate the matrix instead")
       ->option_text("KIND:SIZE");
   AddNumber(command, "--ranks", options.mRanks, 1, kMostRanks, "Number of ranks");

@@ -1,8 +1,10 @@
 // The `pavex` command: finds the subcommand and turns every failure into one line on standard
-// error and an exit code: 1 for a job that failed, 2 for a command line that makes no sense.
+// error and exit code 1.
 
 #include "tools/commands.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -10,10 +12,14 @@
 
 namespace {
 
-int Fail(std::string const& message, int exitCode) {
+// One line, whatever a file name or an argument holds.
+int Fail(std::string message) {
+  std::replace_if(
+      message.begin(), message.end(), [](unsigned char c) { return std::iscntrl(c) != 0; },
+      '?');
   std::fflush(stdout);
   std::fprintf(stderr, "pavex: %s\n", message.c_str());
-  return exitCode;
+  return 1;
 }
 
 int Run(int argc, char** argv) {
@@ -23,12 +29,19 @@ int Run(int argc, char** argv) {
   app.footer("\nStart with: pavex gather --generate poisson3d:20");
   int exitCode = 0;
   Pavex::Tool::AddGather(app, exitCode);
+
+  std::string const first = argc > 1 ? argv[1] : "";
+  auto const isFirst = [&first](CLI::App* command) { return command->check_name(first); };
+  bool const known = !app.get_subcommands(isFirst).empty();
+  if (!known && !first.empty() && first[0] != '-')
+    return Fail("unknown subcommand \"" + first + "\"; see pavex --help");
   try {
     app.parse(argc, argv);
   } catch (CLI::Success const& help) {
     return app.exit(help);
   } catch (CLI::ParseError const& error) {
-    return Fail(std::string(error.what()) + "; see pavex --help", 2);
+    return Fail(std::string(error.what()) + "; see pavex " + (known ? first + " " : "") +
+                "--help");
   }
   return exitCode;
 }
@@ -38,11 +51,11 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     int const exitCode = Run(argc, argv);
-    if (std::fflush(stdout) != 0) return Fail("cannot write to standard output", 1);
+    if (std::fflush(stdout) != 0) return Fail("cannot write to standard output");
     return exitCode;
   } catch (std::bad_alloc const&) {
-    return Fail("not enough memory", 1);
+    return Fail("not enough memory");
   } catch (std::exception const& error) {
-    return Fail(error.what(), 1);
+    return Fail(error.what());
   }
 }

@@ -19,6 +19,12 @@ double Megabytes(long bytes) {
   return static_cast<double>(bytes) * 1e-6;
 }
 
+std::string Cut(Partition partition) {
+  if (partition == Partition::ONE) return "whole on one rank";
+  if (partition == Partition::ALL) return "whole on every rank";
+  return std::string("cut by ") + NameOf(partition);
+}
+
 void AppendHead(GatherReport const& report, std::string& text) {
   GatherOptions const& options = report.mOptions;
   text += report.mInput;
@@ -26,10 +32,7 @@ void AppendHead(GatherReport const& report, std::string& text) {
          report.mWhole.mEntries, report.mField.c_str());
   Append(text, "%s of %s%s with %s indices, %s, gathered on %s\n\n", NameOf(options.mFormat),
          options.mWithValues ? "" : "the pattern without ", NameOf(report.mValue),
-         NameOf(options.mIndex),
-         options.mPartition == Partition::ONE   ? "whole on one rank"
-         : options.mPartition == Partition::ALL ? "whole on every rank"
-                                                : NameOf(options.mPartition),
+         NameOf(options.mIndex), Cut(options.mPartition).c_str(),
          options.mToAll ? "every rank" : "rank 0");
 }
 
