@@ -87,7 +87,8 @@ PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, Buffer<I>& offsets) 
   if (status != STATUS_OK || mMode == CENTRALIZED_ALL) return status;
   if (mMode == DISTRIBUTED) return GatherLengths(local, size, count, offsets);
 
-  if (mLocalIsWhole && ptr.mSize == 0) {  // without offsets every row (column) is empty
+  bool const sends = mLocalIsWhole && mRoot != mSourceRank;
+  if (sends && ptr.mSize == 0) {  // without offsets every row (column) is empty
     status = Log::Report(mPool->Get(offsets, entries));
     if (status != STATUS_OK) return status;
     std::fill_n(offsets.mData, entries, I{0});

@@ -1,4 +1,4 @@
-// One small matrix in the shares of two ranks, for the tests of the front doors.
+// One small coordinate matrix, in the shares of two ranks or whole on one.
 
 #pragma once
 
@@ -10,11 +10,19 @@
 namespace Pavex {
 
 // The share of rank `rank` of a 4 x 5 matrix of two ranks.
-inline CooPiece<> Share(int rank) {
-  CooPiece<> piece = rank == 0 ? CooPiece<>(4, 5, {0, 1}, {0, 2}, {10, 20})
-                               : CooPiece<>(4, 5, {3, 1, 2}, {4, 0, 2}, {30, 40, 50});
+template <typename T = double, typename I = int>
+CooPiece<T, I> Share(int rank) {
+  CooPiece<T, I> piece = rank == 0 ? CooPiece<T, I>(4, 5, {0, 1}, {0, 2}, {10, 20})
+                                   : CooPiece<T, I>(4, 5, {3, 1, 2}, {4, 0, 2}, {30, 40, 50});
   piece.matrix.PlaceIn(4, 5, MatrixPartition::NonzeroWise());
   return piece;
+}
+
+// The whole 4 x 5 matrix on rank `holder`, an empty one elsewhere.
+template <typename T = double, typename I = int>
+CooPiece<T, I> WholeOn(int holder, int rank) {
+  return rank == holder ? CooPiece<T, I>(4, 5, {0, 1, 3}, {0, 2, 4}, {10, 20, 30})
+                        : CooPiece<T, I>(0, 0, {}, {}, {});
 }
 
 // Rank `rank` of the two that hold the shares.
