@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the benchmarks in Release, in the folder build-bench, and runs them.
+# Builds the benchmarks in Release, in the folder build/bench, and runs them. Those over MPI, named
+# mpi_..., run with Open MPI on 2 processes.
 #
 #   bench/run.sh                        all of them
 #   bench/run.sh dense_reorder          one of them
@@ -7,11 +8,12 @@
 #   bench/run.sh dense_reorder --mib 64 one, with an option of its own (--help lists them)
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-build=$root/build-bench
+build=$root/build/bench
+. "$root/cmake/setup.sh"
+need "${build_packages[@]}" libopenmpi-dev openmpi-bin
 
-generator=()
-command -v ninja >/dev/null && [ ! -e "$build/CMakeCache.txt" ] && generator=(-G Ninja)
-cmake -S "$root" -B "$build" "${generator[@]}" -DCMAKE_BUILD_TYPE=Release -DPAVEX_BENCH=ON \
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DPAVEX_BENCH=ON -DPAVEX_MPI=ON \
+  -DMPI_CXX_COMPILER=mpicxx.openmpi -DMPIEXEC_EXECUTABLE=/usr/bin/mpiexec.openmpi \
   -DPAVEX_TESTS=OFF -DPAVEX_TOOLS=OFF -DPAVEX_EXAMPLES=OFF >/dev/null
 
 name=
@@ -21,9 +23,13 @@ if [ $# -gt 0 ] && [ "${1#-}" = "$1" ]; then
 fi
 cmake --build "$build" --parallel --target "${name:+bench_}${name:-all}" >&2
 
+export OMPI_ALLOW_RUN_AS_ROOT=1 OMPI_ALLOW_RUN_AS_ROOT_CONFIRM=1
 programs=("$build"/bench/bench_*)
 [ -n "$name" ] && programs=("$build/bench/bench_$name")
 for program in "${programs[@]}"; do
-  "$program" "$@"
+  case "$program" in
+    */bench_mpi_*) mpiexec.openmpi -n 2 "$program" "$@" ;;
+    *) "$program" "$@" ;;
+  esac
   echo
 done

@@ -1,0 +1,342 @@
+// What a gather costs over MPI, in multiples of hand-written MPI calls that move the identical
+// bytes and build the same lengths, offsets and counts. Run under the launcher, see run.sh.
+
+#include "bench/runner.h"
+#include "pavex/comm/mpi_comm.h"
+#include "pavex/pavex.h"
+
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Pavex::Bench {
+namespace {
+
+int Rank() {
+  int rank = 0;
+  MPI_Comm_rank(MPI_COMM_WORLD, &rank);
+  return rank;
+}
+
+int Size() {
+  int size = 0;
+  MPI_Comm_size(MPI_COMM_WORLD, &size);
+  return size;
+}
+
+// The operations of all processes, in step: the runner on rank 0 names the next one to the
+// others.
+class Team {
+ public:
+  // Registered on every process in the same order. On rank 0 the result runs the operation on
+  // all.
+  std::function<void()> Add(std::function<void()> operation) {
+    mOperations.push_back(std::move(operation));
+    return [this, number = static_cast<int>(mOperations.size()) - 1]() mutable {
+      MPI_Bcast(&number, 1, MPI_INT, 0, MPI_COMM_WORLD);
+      mOperations[static_cast<std::size_t>(number)]();
+    };
+  }
+
+  // Serves rank 0 until it dismisses the others.
+  void Follow() {
+    for (;;) {
+      int number = 0;
+      MPI_Bcast(&number, 1, MPI_INT, 0, MPI_COMM_WORLD);
+      if (number < 0) return;
+      mOperations[static_cast<std::size_t>(number)]();
+    }
+  }
+
+  static void Dismiss() {
+    int number = -1;
+    MPI_Bcast(&number, 1, MPI_INT, 0, MPI_COMM_WORLD);
+  }
+
+ private:
+  std::vector<std::function<void()>> mOperations;
+};
+
+// This process's row band of the 7-point operator on n x n x n points.
+struct Band {
+  long points;
+  long begin;
+  std::vector<int> ptr{0};
+  std::vector<int> col;
+  std::vector<double> values;
+  MatrixCSR<double, int> csr;
+
+  explicit Band(long n) : points(n * n * n), begin(points * Rank() / Size()) {
+    long const end = points * (Rank() + 1) / Size();
+    for (long i = begin; i < end; ++i)
+      AppendRow(n, i);
+    csr = MatrixCSR<double, int>::Borrow(end - begin, points, ptr.data(), col.data(),
+                                         values.data());
+    csr.PlaceIn(points, points, MatrixPartition::RowWise(begin));
+  }
+
+  void AppendRow(long n, long i) {
+    long const x = i % n;
+    long const y = i / n % n;
+    long const z = i / (n * n);
+    long const neighbours[] = {
+        z > 0 ? i - n * n : -1, y > 0 ? i - n : -1,     x > 0 ? i - 1 : -1,        i,
+        x + 1 < n ? i + 1 : -1, y + 1 < n ? i + n : -1, z + 1 < n ? i + n * n : -1};
+    for (long const j : neighbours) {
+      if (j < 0) continue;
+      col.push_back(static_cast<int>(j));
+      values.push_back(i == j ? 6.0 : -1.0);
+    }
+    ptr.push_back(static_cast<int>(col.size()));
+  }
+};
+
+// The hand-written gather of a band to rank 0 or to all. What it takes stays warm in it.
+class HandWritten {
+ public:
+  HandWritten(Band const& band, bool toAll)
+      : mBand(band), mToAll(toAll), mReceives(toAll || Rank() == 0) {}
+
+  void Gather() {
+    ExchangeRecords();
+    GatherOffsets();
+    Reserve(mCol, mEntries);
+    GatherArray(mBand.col.data(), mBand.col.size(), mCol.get(), MPI_INT);
+    Reserve(mValues, mEntries);
+    GatherArray(mBand.values.data(), mBand.values.size(), mValues.get(), MPI_DOUBLE);
+  }
+
+  void Update() {
+    GatherArray(mBand.values.data(), mBand.values.size(), mValues.get(), MPI_DOUBLE);
+  }
+
+ private:
+  template <typename E>
+  void Reserve(std::unique_ptr<E[]>& array, long size) {
+    if (mReceives && !array) array.reset(new E[static_cast<std::size_t>(size)]);
+  }
+
+  void ExchangeRecords() {
+    mRecords.resize(static_cast<std::size_t>(Size()));
+    MatrixLocalInfo& mine = mRecords[static_cast<std::size_t>(Rank())];
+    mine.rows = static_cast<long>(mBand.ptr.size()) - 1;
+    mine.partition.begin = mBand.begin;
+    mine.nnz = static_cast<long>(mBand.col.size());
+    MPI_Allgather(MPI_IN_PLACE, 0, MPI_BYTE, mRecords.data(), sizeof(MatrixLocalInfo), MPI_BYTE,
+                  MPI_COMM_WORLD);
+    mCounts.clear();
+    mDispls.clear();
+    mEntries = 0;
+    for (MatrixLocalInfo const& record : mRecords) {
+      mCounts.push_back(static_cast<int>(record.nnz));
+      mDispls.push_back(static_cast<int>(mEntries));
+      mEntries += record.nnz;
+    }
+  }
+
+  void GatherOffsets() {
+    mRows.clear();
+    mBegins.clear();
+    for (MatrixLocalInfo const& record : mRecords) {
+      mRows.push_back(static_cast<int>(record.rows));
+      mBegins.push_back(static_cast<int>(record.partition.begin));
+    }
+    mLengths.resize(mBand.ptr.size() - 1);
+    for (std::size_t i = 0; i < mLengths.size(); ++i)
+      mLengths[i] = mBand.ptr[i + 1] - mBand.ptr[i];
+    Reserve(mPtr, mBand.points + 1);
+    GatherTo(mLengths.data(), mLengths.size(), mPtr.get(), mRows.data(), mBegins.data(),
+             MPI_INT);
+    if (!mReceives) return;
+    int sum = 0;
+    for (long i = 0; i < mBand.points; ++i) {
+      int const length = mPtr[static_cast<std::size_t>(i)];
+      mPtr[static_cast<std::size_t>(i)] = sum;
+      sum += length;
+    }
+    mPtr[static_cast<std::size_t>(mBand.points)] = sum;
+  }
+
+  void GatherArray(void const* from, std::size_t count, void* to, MPI_Datatype type) {
+    GatherTo(from, count, to, mCounts.data(), mDispls.data(), type);
+  }
+
+  void GatherTo(void const* from, std::size_t count, void* to, int const* counts,
+                int const* displs, MPI_Datatype type) {
+    int const sent = static_cast<int>(count);
+    if (mToAll) {
+      MPI_Allgatherv(from, sent, type, to, counts, displs, type, MPI_COMM_WORLD);
+    } else {
+      MPI_Gatherv(from, sent, type, to, counts, displs, type, 0, MPI_COMM_WORLD);
+    }
+  }
+
+  Band const& mBand;
+  bool mToAll;
+  bool mReceives;
+  std::vector<MatrixLocalInfo> mRecords;
+  std::vector<int> mCounts;
+  std::vector<int> mDispls;
+  std::vector<int> mRows;
+  std::vector<int> mBegins;
+  std::vector<int> mLengths;
+  long mEntries = 0;
+  std::unique_ptr<int[]> mPtr;
+  std::unique_ptr<int[]> mCol;
+  std::unique_ptr<double[]> mValues;
+};
+
+// Pavex on the same band.
+struct Gatherer {
+  std::shared_ptr<Comm> comm = std::make_shared<MpiComm>(MPI_COMM_WORLD);
+  MemoryPool pool;
+  Aggregator<double, int> aggregator{&pool};
+  bool correct = true;
+
+  void Expect(PavexStatus status) { correct &= status == STATUS_OK; }
+};
+
+std::function<void()> Times(int count, std::function<void()> const& operation) {
+  return [=] {
+    for (int i = 0; i < count; ++i)
+      operation();
+  };
+}
+
+void MeasureOperator(Runner* runner, long n, double limit, bool fresh) {
+  Band const band(n);
+  Gatherer root;
+  Gatherer all;
+  HandWritten handRoot(band, false);
+  HandWritten handAll(band, true);
+  auto const gatherRoot = [&] {
+    root.Expect(root.aggregator.Gather(root.comm, band.csr, true));
+  };
+
+  // A small gather takes microseconds: many of them make one repetition.
+  int const count = n < 32 ? 2000 : 1;
+  Team team;
+  auto const times = [&](std::function<void()> const& operation) {
+    return team.Add(Times(count, operation));
+  };
+  auto const handGather = times([&] { handRoot.Gather(); });
+  auto const gather = times(gatherRoot);
+  auto const handAllgather = times([&] { handAll.Gather(); });
+  auto const allgather =
+      times([&] { all.Expect(all.aggregator.Allgather(all.comm, band.csr, true)); });
+  auto const handUpdate = times([&] { handRoot.Update(); });
+  auto const update = times([&] { root.Expect(root.aggregator.Update(band.csr)); });
+  auto const handFresh = team.Add([&] { HandWritten(band, false).Gather(); });
+  auto const first = team.Add([&] {
+    MemoryPool pool;
+    Aggregator<double, int> aggregator(&pool);
+    root.Expect(aggregator.Gather(root.comm, band.csr, true));
+  });
+  auto const repeated = team.Add(gatherRoot);
+
+  if (runner == nullptr) {
+    team.Follow();
+    return;
+  }
+  std::string const label =
+      "n = " + std::to_string(n) + (count > 1 ? ", " + std::to_string(count) + " times" : "");
+  runner->Compare("CSR to rank 0, " + label, {"MPI calls", handGather},
+                  {{"Pavex", gather, limit}});
+  runner->Compare("CSR to all, " + label, {"MPI calls", handAllgather},
+                  {{"Pavex", allgather, limit}});
+  runner->Compare("CSR update, " + label, {"MPI calls", handUpdate},
+                  {{"Pavex", update, limit}});
+  if (fresh) {
+    runner->Compare("CSR to rank 0, " + label, {"fresh arrays", handFresh},
+                    {{"first", first, 0.6}, {"repeated", repeated, 0.4}});
+  }
+  Team::Dismiss();
+  runner->Expect(root.correct && all.correct,
+                 "every operation succeeds, n = " + std::to_string(n));
+}
+
+// Row bands of a column-major matrix to rank 0 and back, against packed pieces moved by MPI and
+// copied into place run by run.
+void MeasureDense(Runner* runner, long rows, long cols) {
+  long const begin = rows * Rank() / Size();
+  long const mine = rows * (Rank() + 1) / Size() - begin;
+  std::vector<double> values(static_cast<std::size_t>(mine * cols), 1.0 + Rank());
+  auto local = MatrixDense<double, int>::Borrow(mine, cols, false, mine, values.data());
+  local.PlaceIn(rows, cols, MatrixPartition::RowWise(begin));
+
+  Gatherer root;
+  std::vector<int> counts;
+  std::vector<int> displs;
+  for (int p = 0; p < Size(); ++p) {
+    displs.push_back(static_cast<int>(rows * p / Size() * cols));
+    counts.push_back(static_cast<int>((rows * (p + 1) / Size() - rows * p / Size()) * cols));
+  }
+  auto const whole = static_cast<std::size_t>(Rank() == 0 ? rows * cols : 0);
+  std::vector<double> packed(whole);
+  std::vector<double> global(whole);
+  auto const forEachRun = [&](auto const& copy) {
+    if (Rank() != 0) return;
+    for (int p = 0; p < Size(); ++p) {
+      long const from = rows * p / Size();
+      long const length = rows * (p + 1) / Size() - from;
+      for (long j = 0; j < cols; ++j)
+        copy(global.data() + j * rows + from, packed.data() + from * cols + j * length,
+             static_cast<std::size_t>(length) * sizeof(double));
+    }
+  };
+  int const sent = static_cast<int>(values.size());
+
+  Team team;
+  auto const handGather = team.Add([&] {
+    MPI_Gatherv(values.data(), sent, MPI_DOUBLE, packed.data(), counts.data(), displs.data(),
+                MPI_DOUBLE, 0, MPI_COMM_WORLD);
+    forEachRun([](double* to, double const* from, std::size_t n) { std::memcpy(to, from, n); });
+  });
+  auto const gather =
+      team.Add([&] { root.Expect(root.aggregator.Gather(root.comm, local, true)); });
+  auto const handScatter = team.Add([&] {
+    forEachRun([](double const* from, double* to, std::size_t n) { std::memcpy(to, from, n); });
+    MPI_Scatterv(packed.data(), counts.data(), displs.data(), MPI_DOUBLE, values.data(), sent,
+                 MPI_DOUBLE, 0, MPI_COMM_WORLD);
+  });
+  auto const scatter = team.Add([&] { root.Expect(root.aggregator.Scatter(local)); });
+
+  if (runner == nullptr) {
+    team.Follow();
+    return;
+  }
+  std::string const label = std::to_string(rows) + " x " + std::to_string(cols);
+  runner->Compare("dense to rank 0, " + label, {"MPI calls", handGather},
+                  {{"Pavex", gather, 1.0}});
+  runner->Compare("dense back, " + label, {"MPI calls", handScatter},
+                  {{"Pavex", scatter, 1.0}});
+  Team::Dismiss();
+  runner->Expect(root.correct, "every dense operation succeeds");
+}
+
+int Main(int argc, char** argv) {
+  std::int64_t n = 160;
+  Runner runner("mpi_gather", "Gathers over MPI on " + std::to_string(Size()) + " processes");
+  runner.Option("n", n, "points along each edge of the largest 7-point operator");
+  if (Rank() == 0) runner.Parse(argc, argv);
+  MPI_Bcast(&n, 1, MPI_INT64_T, 0, MPI_COMM_WORLD);
+
+  Runner* const mine = Rank() == 0 ? &runner : nullptr;
+  MeasureOperator(mine, 8, 1.25, false);
+  MeasureOperator(mine, 64, 1.05, false);
+  MeasureOperator(mine, n, 1.05, true);
+  MeasureDense(mine, 262144, 32);
+  return Rank() == 0 ? runner.Finish() : 0;
+}
+
+}  // namespace
+}  // namespace Pavex::Bench
+
+int main(int argc, char** argv) {
+  MPI_Init(&argc, &argv);
+  int const code = Pavex::Bench::Main(argc, argv);
+  MPI_Finalize();
+  return code;
+}
