@@ -64,7 +64,7 @@ std::string MappingFlags(void const* address) {
 TEST(MemoryPool, AlignsBlocksTo64Bytes) {
   MemoryPool pool;
 
-  for (std::size_t const bytes : {0, 1, 8, 63, 64, 65, 1000, 100000}) {
+  for (std::size_t const bytes : std::vector<std::size_t>{0, 1, 8, 63, 64, 65, 1000, 100000}) {
     void* const first = Take(pool, bytes);
     void* const second = Take(pool, bytes);
 

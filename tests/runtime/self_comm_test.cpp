@@ -11,7 +11,7 @@ class SelfCommTest : public ::testing::Test {
   static constexpr int kOne = 1;
   static constexpr int kZero = 0;
 
-  SelfComm const mComm;
+  SelfComm const mComm{};
   double const mSent = 4;
   double mReceived = 7;
 };
