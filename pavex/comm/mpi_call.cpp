@@ -28,14 +28,6 @@ MPI_Datatype MpiType(Datatype type) noexcept {
   return MPI_DATATYPE_NULL;
 }
 
-bool MpiIsLive() noexcept {
-  int initialized = 0;
-  int finalized = 0;
-  MPI_Initialized(&initialized);
-  MPI_Finalized(&finalized);
-  return initialized != 0 && finalized == 0;
-}
-
 MpiCall::MpiCall(char const* operation, int rank, int size)
     : mOperation(operation), mRank(rank), mSize(rank < 0 ? -1 : size) {
   if (rank < 0) Refuse(STATUS_COMM_FAILED, "no live MPI communicator");

@@ -11,9 +11,6 @@ namespace Pavex {
 // outside the enumeration.
 MPI_Datatype MpiType(Datatype type) noexcept;
 
-// Whether MPI has been initialised and not yet finalised.
-bool MpiIsLive() noexcept;
-
 // One operation on its way. Describe it first (To, Out, In: the first bad argument is kept),
 // then ask Ready before MPI is called and hand MPI's return code to Done:
 //

@@ -24,6 +24,19 @@ MPI_Datatype MpiNumber(Datatype type) {
   return type == DATATYPE_BYTE ? MPI_UNSIGNED_CHAR : MpiType(type);
 }
 
+bool Finalized() {
+  int finalized = 0;
+  MPI_Finalized(&finalized);
+  return finalized != 0;
+}
+
+// Whether MPI has been initialised and not yet finalised.
+bool MpiIsLive() {
+  int initialized = 0;
+  MPI_Initialized(&initialized);
+  return initialized != 0 && !Finalized();
+}
+
 }  // namespace
 
 MpiComm::MpiComm(MPI_Comm comm) {
@@ -46,17 +59,17 @@ MpiComm::MpiComm(MPI_Comm comm) {
 }
 
 MpiComm::~MpiComm() {
-  if (mComm == MPI_COMM_NULL || !MpiIsLive()) return;
+  if (mComm == MPI_COMM_NULL || Finalized()) return;
   MpiCall call("~MpiComm", mRank, mSize);
   call.Done(MPI_Comm_free(&mComm));
 }
 
 int MpiComm::Rank() const {
-  return mRank >= 0 && MpiIsLive() ? mRank : -1;
+  return mRank >= 0 && !Finalized() ? mRank : -1;
 }
 
 int MpiComm::Size() const {
-  return mSize >= 0 && MpiIsLive() ? mSize : -1;
+  return mSize >= 0 && !Finalized() ? mSize : -1;
 }
 
 PavexStatus MpiComm::Barrier() const {
