@@ -200,6 +200,17 @@ TEST(CooGather, TakesThePartCodeOfTheReferenceProcess) {
   }
 }
 
+TEST(CooGather, TakesThePartCodeOfTheHolderNotTheOwn) {
+  CooPiece<> holder = WholeOn(1, 1);
+  holder.matrix.mPart = 1;
+  CooPiece<> const empty = WholeOn(1, 0);
+  RankUnderTest<> rank(ScriptedRank(0, {&empty.matrix, &holder.matrix}));
+
+  ASSERT_EQ(Gather(rank, empty.matrix).status, STATUS_OK);
+
+  EXPECT_EQ((rank.Target<MatrixCOO<double, int>>().mPart), 1);
+}
+
 TEST(CooGather, TakesEveryOddPartCodeForTwo) {
   RankUnderTest<> rank = SingleRank();
   CooPiece<> piece = Share(0);

@@ -234,6 +234,22 @@ TEST(Gather, ReportsMissingValuesOnceMore) {
   EXPECT_THAT(rank.comm->DataTexts(), ElementsAre("Allgather(in place 72 byte; 72 byte)"));
 }
 
+TEST(Gather, FailsOnEachProcessWithoutValuesOfADistributedMatrix) {
+  LogLevel const quiet(LOG_ERROR - 1);
+  LocalComm::Run(2, [](std::shared_ptr<Comm> const& comm) {
+    RankUnderTest<> rank(comm);
+    CooPiece<> piece = comm->Rank() == 0 ? CooPiece<>(4, 5, {0, 1}, {0, 2}, {10, 20})
+                                         : CooPiece<>(4, 5, {3}, {4}, {});
+    piece.matrix.PlaceIn(4, 5, MatrixPartition::NonzeroWise());
+
+    PavexStatus const status = rank.aggregator.Gather(rank.comm, piece.matrix, true);
+
+    // The other one waits in vain.
+    EXPECT_EQ(status, comm->Rank() == 1 ? STATUS_INCONSISTENT : STATUS_COMM_FAILED);
+    EXPECT_EQ(rank.aggregator.Target(), nullptr);
+  });
+}
+
 TEST(Gather, PassesPatternsThatEveryProcessHoldsWholeDespiteTheFlag) {
   CooPiece<> const own(4, 5, {0, 1}, {0, 2}, {});
   RankUnderTest<> rank(ScriptedRank(0, {&own.matrix, &own.matrix}));

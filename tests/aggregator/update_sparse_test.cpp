@@ -250,6 +250,23 @@ TYPED_TEST(UpdateSparse, FailsBeforeAnyTransferOnAMatrixOfOtherEntries) {
   }
 }
 
+TYPED_TEST(UpdateSparse, FailsOnTheProcessWhoseMatrixChangedWhateverTheOthersDo) {
+  LogLevel const quiet(LOG_ERROR - 1);
+  LocalComm::Run(2, [](std::shared_ptr<Comm> const& comm) {
+    RankUnderTest<> rank(comm);
+    auto const old = TypeParam::Share(comm->Rank(), Old(comm->Rank()));
+    ASSERT_EQ(rank.aggregator.Gather(rank.comm, old.matrix, true), STATUS_OK);
+    auto const fresh = TypeParam::Share(0, New(0));
+
+    PavexStatus const status = rank.aggregator.Update(fresh.matrix);
+
+    EXPECT_EQ(status, comm->Rank() == 1 ? STATUS_MISMATCH : STATUS_COMM_FAILED);
+    if (comm->Rank() == 0) {
+      EXPECT_THAT(Elements(TestFixture::Values(rank)), ElementsAre(10, 20, 30, 40, 50));
+    }
+  });
+}
+
 TYPED_TEST(UpdateSparse, FailsBeforeAnyTransferWithoutValues) {
   for (int const ownRank : {0, 1}) {
     RankUnderTest<> rank = TestFixture::Scripted(ownRank);
