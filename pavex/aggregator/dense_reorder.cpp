@@ -22,7 +22,7 @@ constexpr std::size_t kLine = 64;
 // Runs of this many bytes go out without the scratch; shorter ones of a block, side by side,
 // form a tile of at most this width.
 constexpr std::size_t kTileWidth = 512;
-constexpr std::size_t kTileBytes = 32768;
+constexpr std::size_t kTileBytes = 32768;  // at most
 // Runs of a tile that lie a multiple of this many bytes apart would meet in a few sets of the
 // cache; they are moved one line further apart.
 constexpr std::size_t kConflict = 256;
@@ -227,7 +227,13 @@ void MoveBlock(Pieces const& pieces, Block block, std::size_t ld, char* comm,
 template <typename Comm, typename Global>
 void WalkBlocks(Pieces const& pieces, std::size_t ld, Comm* comm, Global* global) {
   auto const runs = static_cast<std::size_t>(pieces.Runs(0));
-  std::size_t const step = kTileBytes / std::min(ld, kTileWidth);
+  // Gathering, a tile only has to give each piece a stretch of a few lines: with few pieces it
+  // may be so small that its sources stay in the first cache as well.
+  std::size_t tileBytes = kTileBytes;
+  if constexpr (std::is_const_v<Comm>)
+    tileBytes = std::clamp(static_cast<std::size_t>(pieces.Count()) * 8 * kLine, kTileBytes / 4,
+                           kTileBytes);
+  std::size_t const step = tileBytes / std::min(ld, kTileWidth);
   Out const out(runs * ld);
   for (std::size_t first = 0; first < runs; first += step)
     MoveBlock(pieces, {first, std::min(step, runs - first)}, ld, comm, global, out);
