@@ -25,7 +25,7 @@ constexpr std::size_t kTileWidth = 512;
 constexpr std::size_t kTileBytes = 32768;  // at most
 // Runs of a tile that lie a multiple of this many bytes apart would meet in a few sets of the
 // cache; they are moved one line further apart.
-constexpr std::size_t kConflict = 256;
+constexpr std::size_t kConflict = 512;
 constexpr std::size_t kScratchBytes = kTileBytes + kTileBytes / kConflict * kLine;
 // A smaller target is left in the caches for whoever reads it next.
 constexpr std::size_t kStreamFromBytes = std::size_t{2} << 20;
