@@ -3,7 +3,6 @@
 
 #include "pavex/comm/local_comm.h"
 #include "tests/support/arrays.h"
-#include "tests/support/arrays.h"
 #include "tests/support/dense_rank.h"
 #include "tests/support/log_level.h"
 

@@ -1,0 +1,287 @@
+// The way back of a gathered dense matrix: which calls are made on which rank, where the values
+// land, and what is left alone.
+
+#include "pavex/comm/local_comm.h"
+#include "tests/support/dense_rank.h"
+#include "tests/support/instances.h"
+#include "tests/support/log_level.h"
+#include "tests/support/ownership.h"
+
+#include <gmock/gmock.h>
+#include <numeric>
+
+namespace Pavex {
+namespace {
+
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// Gathers onto rank 0 or onto all ranks and forgets what that took.
+template <typename Rank>
+void GatherFirst(Rank& rank, bool toAll = false) {
+  ASSERT_EQ((toAll ? rank.Allgather() : rank.Gather()).status, STATUS_OK);
+  rank.rank.ForgetThePast();
+}
+
+// Numbers the elements of the gathered matrix 0, 1, ... as they stand.
+void NumberTarget(DenseRank<>& rank) {
+  Buffer<double>& values = rank.Target().mValues;
+  std::iota(values.mData, values.mData + values.mSize, 0.0);
+}
+
+// --- Every rank holds a piece, one root
+
+template <typename TypeParam>
+class DenseScatterOf : public testing::Test {};
+TYPED_TEST_SUITE(DenseScatterOf, AllInstances);
+
+TYPED_TEST(DenseScatterOf, PiecesIsOneScatterv) {
+  using T = typename TypeParam::Value;
+  using I = typename TypeParam::Index;
+  DenseRank<T, I> zero(0, Pieces(RowShare<T, I>(0, true), RowShare<T, I>(1, true)));
+  DenseRank<T, I> one(1, Pieces(RowShare<T, I>(0, true), RowShare<T, I>(1, true)));
+  one.script->On(CommOp::SCATTERV, Deliver<T>({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+  GatherFirst(zero);
+  GatherFirst(one);
+
+  ASSERT_EQ(zero.Scatter(zero.local).status, STATUS_OK);
+  ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
+
+  std::string const type = kTypeName<T>;
+  EXPECT_THAT(zero.Calls(),
+              ElementsAre("Scatterv({5, 10} at {0, 5} " + type + "; 5 " + type + "; root 0)"));
+  EXPECT_THAT(one.Calls(), ElementsAre("Scatterv(" + type + "; 10 " + type + "; root 0)"));
+  EXPECT_EQ(one.local.values, Numbers<T>({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+}
+
+TEST(DenseScatter, ReceivesPackedPieceInPlace) {
+  DenseRank<> one(1, Pieces(ColumnShare(0, true), ColumnShare(1, true)));
+  GatherFirst(one);
+
+  ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
+
+  EXPECT_EQ(one.rank.comm->Calls().back().recvbuf, one.local.values.data());
+  EXPECT_THAT(one.Events(), IsEmpty());
+}
+
+TEST(DenseScatter, ReceivesPaddedPieceThroughPackedBlockAndLeavesGapsAlone) {
+  DenseRank<> one(1, Pieces(ColumnShare(0, true), ColumnShare(1, true, 2)));
+  one.script->On(CommOp::SCATTERV, Deliver({1, 2, 3, 4, 5, 6, 7, 8, 9}));
+  GatherFirst(one);
+
+  ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
+
+  EXPECT_THAT(one.local.values, ElementsAre(1, 2, 3, kGap, kGap, 4, 5, 6, kGap, kGap, 7, 8, 9));
+  EXPECT_EQ(one.Events(), (std::vector<PoolEvent>{Took(9 * 8), GaveBack(9 * 8)}));
+}
+
+TEST(DenseScatter, ReceivesSingleRunInPlaceWhateverItsLeadingDimension) {
+  auto const share = [](int rank) {
+    return DensePiece<>(3, 1, false, 5, {1, 2, 3}).In(3, 2, MatrixPartition::ColumnWise(rank));
+  };
+  DenseRank<> one(1, Pieces(share(0), share(1)));
+  GatherFirst(one);
+
+  ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
+
+  EXPECT_EQ(one.rank.comm->Calls().back().recvbuf, one.local.values.data());
+}
+
+TEST(DenseScatter, GivesTheCommunicationLayoutBackBeforeItUnpacks) {
+  DenseRank<> zero(0, Pieces(ColumnShare(0, true, 1), ColumnShare(1, true)));
+  GatherFirst(zero);
+
+  ASSERT_EQ(zero.Scatter(zero.local).status, STATUS_OK);
+
+  EXPECT_EQ(zero.Events(), (std::vector<PoolEvent>{Took(15 * 8), Took(6 * 8), GaveBack(15 * 8),
+                                                   GaveBack(6 * 8)}));
+}
+
+TEST(DenseScatter, LeavesTheGatheredMatrixAsItWasAndMayBeRepeated) {
+  DenseRank<> zero(0, Pieces(ColumnShare(0, true), ColumnShare(1, true)));
+  GatherFirst(zero);
+  NumberTarget(zero);
+  std::vector<double> const before = zero.TargetValues();
+
+  ASSERT_EQ(zero.Scatter(zero.local).status, STATUS_OK);
+  ASSERT_EQ(zero.Scatter(zero.local).status, STATUS_OK);
+
+  EXPECT_EQ(zero.TargetValues(), before);
+}
+
+TEST(DenseScatter, ReturnsEveryPieceToItsOwner) {
+  for (bool const rowMajor : {true, false}) {
+    LocalComm::Run(2, [&](std::shared_ptr<Comm> const& comm) {
+      int const self = comm->Rank();
+      RankUnderTest<> rank(comm);
+      DensePiece<> local = ColumnShare(self, rowMajor, 1);
+      std::vector<double> const before = local.values;
+      ASSERT_EQ(rank.aggregator.Gather(rank.comm, local.matrix, true), STATUS_OK);
+      for (double& value : local.values)
+        value = value == kGap ? kGap : 0;
+
+      ASSERT_EQ(rank.aggregator.Scatter(local.matrix), STATUS_OK);
+
+      EXPECT_EQ(local.values, before);
+    });
+  }
+}
+
+// --- One rank holds the whole
+
+TEST(DenseScatterToOneHolder, IsOneMessageFromTheRoot) {
+  DenseRank<> zero(0, Pieces(EmptyShare(true), WholeShare(true)));
+  DenseRank<> one(1, Pieces(EmptyShare(true), WholeShare(true)));
+  GatherFirst(zero);
+  GatherFirst(one);
+
+  ASSERT_EQ(zero.Scatter(zero.local).status, STATUS_OK);
+  ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
+
+  EXPECT_THAT(zero.Calls(), ElementsAre("Send(15 double to 1 tag 52)"));
+  EXPECT_THAT(one.Calls(), ElementsAre("Recv(15 double from 0 tag 52)"));
+  EXPECT_EQ(zero.rank.comm->Calls().back().sendbuf, zero.Target().mValues.mData);
+  EXPECT_EQ(one.rank.comm->Calls().back().recvbuf, one.local.values.data());
+  EXPECT_THAT(zero.Events(), IsEmpty());
+  EXPECT_THAT(one.Events(), IsEmpty());
+}
+
+TEST(DenseScatterToOneHolder, IsUnpackedToTheHoldersLeadingDimension) {
+  DenseRank<> one(1, Pieces(EmptyShare(false), WholeShare(false, 1)));
+  one.script->On(CommOp::RECV, Deliver({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}));
+  GatherFirst(one);
+
+  ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
+
+  EXPECT_THAT(one.local.values, ElementsAre(1, 2, 3, kGap, 4, 5, 6, kGap, 7, 8, 9, kGap, 10, 11,
+                                            12, kGap, 13, 14, 15));
+  EXPECT_EQ(one.Events(), (std::vector<PoolEvent>{Took(15 * 8), GaveBack(15 * 8)}));
+}
+
+TEST(DenseScatterToOneHolder, LeavesBystandersAlone) {
+  DenseRank<> two(2, Pieces(EmptyShare(true), WholeShare(true), EmptyShare(true)));
+  GatherFirst(two);
+
+  ASSERT_EQ(two.Scatter(two.local).status, STATUS_OK);
+
+  EXPECT_THAT(two.Calls(), IsEmpty());
+  EXPECT_THAT(two.Events(), IsEmpty());
+}
+
+TEST(DenseScatterToOneHolder, ThatIsTheRootIsLocal) {
+  DenseRank<> zero(0, Pieces(WholeShare(true, 1), EmptyShare(true)));
+  GatherFirst(zero);
+  NumberTarget(zero);
+
+  ASSERT_EQ(zero.Scatter(zero.local).status, STATUS_OK);
+
+  EXPECT_THAT(zero.Calls(), IsEmpty());
+  EXPECT_THAT(zero.Events(), IsEmpty());
+  EXPECT_THAT(zero.local.values,
+              ElementsAre(0, 1, 2, 3, 4, kGap, 5, 6, 7, 8, 9, kGap, 10, 11, 12, 13, 14));
+}
+
+// --- Every rank holds the whole, one root
+
+TEST(DenseScatterToAllHolders, IsBroadcastFromTheRootsArray) {
+  DenseRank<> zero(0, Pieces(WholeShare(true), WholeShare(true)));
+  DenseRank<> one(1, Pieces(WholeShare(true), WholeShare(true)));
+  GatherFirst(zero);
+  GatherFirst(one);
+
+  ASSERT_EQ(zero.Scatter(zero.local).status, STATUS_OK);
+  ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
+
+  EXPECT_THAT(zero.Calls(), ElementsAre("Bcast(15 double; root 0)"));
+  EXPECT_THAT(one.Calls(), ElementsAre("Bcast(15 double; root 0)"));
+  EXPECT_EQ(zero.rank.comm->Calls().back().recvbuf, zero.local.values.data());
+  EXPECT_EQ(one.rank.comm->Calls().back().recvbuf, one.local.values.data());
+}
+
+TEST(DenseScatterToAllHolders, PacksThePaddedArrayOfTheRoot) {
+  DenseRank<> zero(0, Pieces(WholeShare(true, 2), WholeShare(true)));
+  GatherFirst(zero);
+  std::vector<double> const before = zero.local.values;
+
+  ASSERT_EQ(zero.Scatter(zero.local).status, STATUS_OK);
+
+  EXPECT_EQ(zero.Events(), (std::vector<PoolEvent>{Took(15 * 8), GaveBack(15 * 8)}));
+  EXPECT_EQ(zero.local.values, before);
+}
+
+// --- Every rank has the gathered matrix
+
+TEST(DenseScatterEverywhere, FindsItsOwnArrayWhereEveryRankHoldsTheWhole) {
+  for (int const self : {0, 1}) {
+    DenseRank<> rank(self, Pieces(WholeShare(true, 1), WholeShare(true, 1)));
+    GatherFirst(rank, true);
+    std::vector<double> const before = rank.local.values;
+
+    ExpectOutcome(rank.Scatter(rank.local), STATUS_OK, "");
+
+    EXPECT_EQ(rank.local.values, before);
+    EXPECT_THAT(rank.Calls(), IsEmpty());
+    EXPECT_THAT(rank.Events(), IsEmpty());
+  }
+}
+
+TEST(DenseScatterEverywhere, CopiesConsecutiveBlockOfRowBandFromItsDisplacement) {
+  DenseRank<> one(1, Pieces(RowShare(0, true), RowShare(1, true, 1)));
+  GatherFirst(one, true);
+  NumberTarget(one);
+
+  ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
+
+  EXPECT_THAT(one.local.values, ElementsAre(5, 6, 7, 8, 9, kGap, 10, 11, 12, 13, 14));
+  EXPECT_THAT(one.Calls(), IsEmpty());
+  EXPECT_THAT(one.Events(), IsEmpty());
+}
+
+TEST(DenseScatterEverywhere, StridesThroughColumnMajorMatrixFromTheBeginOfRowBand) {
+  DenseRank<> one(1, Pieces(RowShare(0, false), RowShare(1, false, 1)));
+  GatherFirst(one, true);
+  NumberTarget(one);
+
+  ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
+
+  EXPECT_THAT(one.local.values,
+              ElementsAre(1, 2, kGap, 4, 5, kGap, 7, 8, kGap, 10, 11, kGap, 13, 14));
+}
+
+TEST(DenseScatterEverywhere, CountsTheBeginFromTheFirstRanksBand) {
+  // Columns 3 to 5 of the global matrix, on two ranks.
+  auto const share = [](int begin, int cols) {
+    return DenseBlock(1, 2, begin + 1, cols, true).In(2, 9, MatrixPartition::ColumnWise(begin));
+  };
+  DenseRank<> one(1, Pieces(share(2, 1), share(3, 2)));
+  GatherFirst(one, true);
+  NumberTarget(one);
+
+  ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
+
+  EXPECT_THAT(one.local.values, ElementsAre(1, 2, 4, 5));
+}
+
+TEST(DenseScatterEverywhere, IsRefusedOnEveryRankIfAnyPieceReachesOutside) {
+  // In rank order both fit side by side; by its begin the second does not.
+  auto const share = [](int begin, int cols) {
+    MatrixPartition partition = MatrixPartition::NonzeroWise();
+    partition.begin = begin;
+    return DenseBlock(1, 2, 1, cols, true).In(2, 3, partition);
+  };
+  for (int const self : {0, 1}) {
+    DenseRank<> rank(self, Pieces(share(0, 1), share(2, 2)));
+    GatherFirst(rank, true);
+    std::vector<double> const before = rank.local.values;
+
+    Outcome const scattered = rank.Scatter(rank.local);
+
+    ExpectOutcome(scattered, STATUS_INCONSISTENT, StatusLines(1, STATUS_INCONSISTENT));
+    EXPECT_EQ(rank.local.values, before);
+    EXPECT_THAT(rank.Calls(), IsEmpty());
+  }
+}
+
+}  // namespace
+}  // namespace Pavex
