@@ -27,6 +27,8 @@ constexpr std::size_t kTileBytes = 32768;  // at most
 // cache; they are moved one line further apart.
 constexpr std::size_t kConflict = 512;
 constexpr std::size_t kScratchBytes = kTileBytes + kTileBytes / kConflict * kLine;
+// More sources than this are too many for the processor to foresee by itself.
+constexpr int kManyPieces = 16;
 // A smaller target is left in the caches for whoever reads it next.
 constexpr std::size_t kStreamFromBytes = std::size_t{2} << 20;
 
@@ -134,6 +136,17 @@ void Stream(char* to, char const* from, std::size_t bytes) {
   std::memcpy(to, from, bytes);
 }
 
+// Asks for `bytes` bytes that are read soon.
+void Prefetch(char const* from, std::size_t bytes) {
+#if defined(__SSE2__)
+  for (std::size_t i = 0; i < bytes; i += kLine)
+    _mm_prefetch(from + i, _MM_HINT_T0);
+#else
+  static_cast<void>(from);
+  static_cast<void>(bytes);
+#endif
+}
+
 // What leaves a block of runs for the target: streamed unless the target is small.
 class Out {
  public:
@@ -191,6 +204,10 @@ void MoveBlock(Pieces const& pieces, Block block, std::size_t ld, char const* co
     for (; p < end; ++p) {
       std::size_t const length = pieces.LengthBytes(p);
       Source const packed{comm + block.first * length, length};
+      if (pieces.Count() > kManyPieces && p + 1 < end) {
+        std::size_t const next = pieces.LengthBytes(p + 1);
+        Prefetch(comm + runs * length + block.first * next, next * block.count);
+      }
       if (alone)
         out.Put({global, ld}, packed, length, block.count);
       else
