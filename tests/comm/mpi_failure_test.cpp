@@ -27,9 +27,12 @@ bool Fails(char const* function) {
 
 }  // namespace Pavex
 
+// The library must find the functions of this binary also if it is a shared one.
+#define PAVEX_FAKE_MPI extern "C" __attribute__((visibility("default")))
+
 // Defines int MPI_<name>(<parameters>), which fails or calls PMPI_<name>(<arguments>).
 #define PAVEX_FAKE(name, parameters, arguments)           \
-  extern "C" int MPI_##name parameters {                  \
+  PAVEX_FAKE_MPI int MPI_##name parameters {              \
     if (Pavex::Fails("MPI_" #name)) return MPI_ERR_OTHER; \
     return PMPI_##name arguments;                         \
   }                                                       \
@@ -78,7 +81,7 @@ PAVEX_FAKE(Bcast, (void* buf, int count, MPI_Datatype type, int root, MPI_Comm c
            (buf, count, type, root, comm));
 
 // The text of the failures made here has two lines, as that of some MPIs has.
-extern "C" int MPI_Error_string(int code, char* text, int* length) {
+PAVEX_FAKE_MPI int MPI_Error_string(int code, char* text, int* length) {
   if (Pavex::gFake.mFailing.empty()) return PMPI_Error_string(code, text, length);
   std::strcpy(text, "the network is down\n(made to fail)");
   *length = static_cast<int>(std::strlen(text));
