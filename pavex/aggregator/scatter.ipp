@@ -29,10 +29,14 @@ PavexStatus Aggregator<T, I>::ScatterDense(MatrixDense<T, I> const& local) {
   auto* const whole = dynamic_cast<MatrixDense<T, I>*>(mTarget);
   if (mRoot == -1) return CopyOwnPiece(*whole, local);
 
+  PavexStatus status = CheckDense(local.mRowMajor);
+  if (status != STATUS_OK) return status;
+  bool const inside = HoldsItsRuns(local) && (!mIsReceiver || HoldsItsRuns(*whole));
+  if (!inside) return Log::Report(STATUS_INCONSISTENT);
+
   Buffer<T> packed;
   if (mIsReceiver) {
-    if (!HoldsItsRuns(*whole)) return Log::Report(STATUS_INCONSISTENT);
-    PavexStatus const status = Log::Report(PackDenseValues(*whole, packed));
+    status = Log::Report(PackDenseValues(*whole, packed));
     if (status != STATUS_OK) return status;
   }
   return ScatterDenseValues(packed, local);
@@ -45,7 +49,7 @@ PavexStatus Aggregator<T, I>::CopyOwnPiece(MatrixDense<T, I> const& whole,
   if (!PiecesFit(whole)) return Log::Report(STATUS_INCONSISTENT);
   T const* const piece = whole.mValues.mData + LocalSubmatOffset(local);
   if (piece == local.mValues.mData) return STATUS_OK;
-  if (!HoldsItsRuns(whole)) return Log::Report(STATUS_INCONSISTENT);
+  if (!HoldsItsRuns(whole) || !HoldsItsRuns(local)) return Log::Report(STATUS_INCONSISTENT);
   CopyRuns(local.Runs(), local.RunLength(), piece, whole.mLd, local.mValues.mData, local.mLd);
   return STATUS_OK;
 }
@@ -72,10 +76,8 @@ template <typename T, typename I>
 PavexStatus Aggregator<T, I>::ScatterDenseValues(Buffer<T> const& global,
                                                  MatrixDense<T, I> const& local) {
   constexpr Datatype kType = DatatypeOf<T>::kValue;
-  PavexStatus status = CheckDense(local.mRowMajor);
-  if (status != STATUS_OK) return status;
   long const entries = local.NNZ();
-
+  PavexStatus status = STATUS_OK;
   Buffer<T> received;
   if (mMode == DISTRIBUTED) {
     Buffer<T> commValues;

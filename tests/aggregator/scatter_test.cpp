@@ -13,7 +13,6 @@
 namespace Pavex {
 namespace {
 
-using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
