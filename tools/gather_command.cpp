@@ -133,10 +133,8 @@ void AddOptions(CLI::App& command, GatherOptions& options, Words& words) {
   AddNumber(command, "--holder", options.mHolder, 0, kMostRanks - 1,
             "With --partition one, the rank that holds the matrix");
   addWord("--to", words.mTo, "root (rank 0) or all");
-  addWord(
-      "--value", words.mValue,
-      "float, double, complex-float or complex-double; without it double, or complex-double "
-      "for complex input");
+  addWord("--value", words.mValue,
+          "float, double, complex-float or complex-double; default as the input");
   addWord("--index", words.mIndex, "int or long");
   command.add_flag("--no-values", words.mNoValues, "Gather the pattern alone");
   AddNumber(command, "--updates", options.mUpdates, 0, kMostUpdates,

@@ -96,6 +96,12 @@ long Generator::Entries(long begin, long end) const {
   return entries;
 }
 
+// Each point of a grid has itself and six neighbours, without those beyond the six faces.
+long Generator::Entries() const {
+  bool const grid = mKind == Kind::Poisson || mKind == Kind::Convection;
+  return grid ? 7 * mRows - 6 * mSize * mSize : Entries(0, mRows);
+}
+
 Triplets Generator::Empty() const {
   Triplets piece;
   piece.mRows = mRows;

@@ -30,7 +30,7 @@ class Generator {
 
   // The number of entries in the rows [begin, end), counted without making them.
   long Entries(long begin, long end) const;
-  long Entries() const { return Entries(0, mRows); }
+  long Entries() const;
 
   // A matrix of the right shape without entries, to append to.
   Triplets Empty() const;

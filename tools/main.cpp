@@ -33,7 +33,8 @@ int Run(int argc, char** argv) {
   std::string const first = argc > 1 ? argv[1] : "";
   auto const isFirst = [&first](CLI::App* command) { return command->check_name(first); };
   bool const known = !app.get_subcommands(isFirst).empty();
-  if (!known && !first.empty() && first[0] != '-')
+  if (argc < 2) return Fail("name a subcommand; see pavex --help");
+  if (!known && first[0] != '-')
     return Fail("unknown subcommand \"" + first + "\"; see pavex --help");
   try {
     app.parse(argc, argv);

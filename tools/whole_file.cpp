@@ -36,7 +36,7 @@ void WriteWholeFile(std::string const& path, std::string const& text) {
   if (done) return;
   int const error = errno;
   if (!direct) unlink(written.c_str());
-  throw InputError(path + ": " + std::strerror(error));
+  throw InputError(path + ": cannot be written: " + std::strerror(error));
 }
 
 }  // namespace Pavex::Tool
