@@ -16,19 +16,19 @@ namespace Pavex {
 
 // The names that a test communicator gives to the element types.
 template <typename E>
-constexpr char const* kTypeName = nullptr;
+inline constexpr char const* kTypeName = nullptr;
 template <>
-constexpr char const* kTypeName<int> = "int";
+inline constexpr char const* kTypeName<int> = "int";
 template <>
-constexpr char const* kTypeName<long> = "long";
+inline constexpr char const* kTypeName<long> = "long";
 template <>
-constexpr char const* kTypeName<float> = "float";
+inline constexpr char const* kTypeName<float> = "float";
 template <>
-constexpr char const* kTypeName<double> = "double";
+inline constexpr char const* kTypeName<double> = "double";
 template <>
-constexpr char const* kTypeName<std::complex<float>> = "complex float";
+inline constexpr char const* kTypeName<std::complex<float>> = "complex float";
 template <>
-constexpr char const* kTypeName<std::complex<double>> = "complex double";
+inline constexpr char const* kTypeName<std::complex<double>> = "complex double";
 
 // Whole numbers as elements of any value or index type.
 template <typename E>
