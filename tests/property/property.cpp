@@ -41,6 +41,7 @@ class CaseOf {
   std::string RunRound(Round const& round, bool intoNew) {
     Piece const& piece = round.PieceOf(mRank);
     Local gathered(round, mRank, GATHERED, piece.hasValues, Version(GATHERED));
+    std::vector<T> const sent = gathered.Values();
     PavexStatus const status =
         round.toAll ? mAggregator.Allgather(mComm, gathered.Matrix(), piece.withValues)
                     : mAggregator.Gather(mComm, gathered.Matrix(), piece.withValues);
@@ -57,6 +58,7 @@ class CaseOf {
       return "status of the update is " + std::to_string(updateStatus);
     difference = CheckTarget(round, gathered, updated, UPDATED, true);
     if (!difference.empty()) return "after the update: " + difference;
+    if (gathered.Values() != sent) return "the values of the matrix gathered have changed";
 
     Local fresh(round, mRank, SCATTERED, true, Version(GATHERED));
     difference = round.IsDense() ? CheckScatter(round, intoNew ? fresh : updated)
