@@ -2,65 +2,11 @@
 
 #include "tools/gather_rank.h"
 #include "tools/input_error.h"
-
-#include <complex>
-#include <variant>
+#include "tools/type_choice.h"
 
 namespace Pavex::Tool {
 
 namespace {
-
-// A type to choose at run time.
-template <typename T>
-struct Tag {
-  using Type = T;
-};
-
-using ValueTag =
-    std::variant<Tag<float>, Tag<double>, Tag<std::complex<float>>, Tag<std::complex<double>>>;
-using IndexTag = std::variant<Tag<int>, Tag<long>>;
-
-ValueTag TagOf(ValueKind kind) {
-  switch (kind) {
-    case ValueKind::FLOAT:
-      return Tag<float>();
-    case ValueKind::DOUBLE:
-      return Tag<double>();
-    case ValueKind::COMPLEX_FLOAT:
-      return Tag<std::complex<float>>();
-    case ValueKind::COMPLEX_DOUBLE:
-      break;
-  }
-  return Tag<std::complex<double>>();
-}
-
-IndexTag TagOf(IndexKind kind) {
-  if (kind == IndexKind::INT) return Tag<int>();
-  return Tag<long>();
-}
-
-ValueKind ChooseValue(Source const& source, GatherOptions const& options) {
-  bool const complexInput = source.Kind() == Field::Complex;
-  if (!options.mValue) return complexInput ? ValueKind::COMPLEX_DOUBLE : ValueKind::DOUBLE;
-  if (complexInput && options.mWithValues && !IsComplex(*options.mValue))
-    throw InputError(source.Name() + " is complex and does not fit into --value " +
-                     NameOf(*options.mValue) + ": use complex-float or complex-double");
-  return *options.mValue;
-}
-
-char const* FieldWord(Field field) {
-  switch (field) {
-    case Field::Real:
-      return "real";
-    case Field::Integer:
-      return "integer";
-    case Field::Complex:
-      return "complex";
-    case Field::Pattern:
-      break;
-  }
-  return "pattern";
-}
 
 void RefuseTooLarge(Source const& source, GatherOptions const& options) {
   Extent const& whole = source.Whole();
@@ -75,7 +21,7 @@ void RefuseTooLarge(Source const& source, GatherOptions const& options) {
 
 GatherResult RunGather(Source const& source, GatherOptions const& options, Ranks& ranks) {
   RefuseTooLarge(source, options);
-  ValueKind const value = ChooseValue(source, options);
+  ValueKind const value = ChooseValue(source, options.mValue, options.mWithValues);
   GatherResult result;
   auto const run = [&](auto valueTag, auto indexTag) {
     using T = typename decltype(valueTag)::Type;
@@ -84,11 +30,11 @@ GatherResult RunGather(Source const& source, GatherOptions const& options, Ranks
       GatherRank<T, I>(comm, source, options).Run(result);
     });
   };
-  std::visit(run, TagOf(value), TagOf(options.mIndex));
+  WithTypes(value, options.mIndex, run);
 
   GatherReport& report = result.mReport;
   report.mInput = source.Name();
-  report.mField = FieldWord(source.Kind());
+  report.mField = NameOf(source.Kind());
   report.mWhole = source.Whole();
   report.mOptions = options;
   report.mValue = value;

@@ -5,6 +5,7 @@
 #include "pavex/aggregator/aggregator.h"
 #include "pavex/runtime/memory_pool.h"
 #include "tools/collect.h"
+#include "tools/empty_pieces.h"
 #include "tools/gather_job.h"
 #include "tools/local_matrix.h"
 #include "tools/verify.h"
@@ -34,7 +35,6 @@ class GatherRank {
   using Clock = std::chrono::steady_clock;
 
   void BuildPiece();
-  void RefuseEmptyPieces() const;
   std::string OtherCut() const;
   void Gather();
   void Update();
@@ -66,7 +66,7 @@ class GatherRank {
 template <typename T, typename I>
 void GatherRank<T, I>::Run(GatherResult& result) {
   BuildPiece();
-  RefuseEmptyPieces();
+  RefuseEmptyPieces(FromEveryRank(*mComm, mRecord), mSource.Whole(), mOptions);
   Gather();
   Check("after the gather");
   for (int update = 1; update <= mOptions.mUpdates; ++update) {
@@ -104,34 +104,6 @@ void GatherRank<T, I>::BuildPiece() {
   mRecord.mBegin = matrix.mPartition.begin;
   mRecord.mEntries = matrix.NNZ();
   mRecord.mBytes = mLocal->Bytes();
-}
-
-// A coordinate piece without entries, or any piece without rows or columns, would be taken for
-// one of a rank that has no part in the matrix; and no array of values is without elements.
-template <typename T, typename I>
-void GatherRank<T, I>::RefuseEmptyPieces() const {
-  std::vector<RankRecord> const records = FromEveryRank(*mComm, mRecord);
-  if (records.size() == 1 || mOptions.mPartition == Partition::ALL) return;
-  bool const one = mOptions.mPartition == Partition::ONE;
-  bool const needsEntries = mOptions.mFormat == Format::COO || mOptions.mWithValues;
-  for (std::size_t rank = 0; rank < records.size(); ++rank) {
-    RankRecord const& record = records[rank];
-    bool const noEntries = needsEntries && record.mEntries == 0;
-    bool const empty = noEntries || record.mRows == 0 || record.mCols == 0;
-    if (!empty || (one && static_cast<int>(rank) != mOptions.mHolder)) continue;
-    std::string const who = "rank " + std::to_string(rank) + " would be left empty: ";
-    if (one) throw InputError(who + "the matrix has no entries; use --partition all");
-    throw InputError(who + "its " + NameOf(mOptions.mPartition) +
-                     " hold no entries; use fewer --ranks" + OtherCut());
-  }
-}
-
-// The cut by entries, as a way out of an empty piece; empty if it is none.
-template <typename T, typename I>
-std::string GatherRank<T, I>::OtherCut() const {
-  if (mSource.Whole().mEntries < mComm->Size()) return "";
-  return mOptions.mFormat == Format::COO ? " or --partition entries"
-                                         : " or --format coo --partition entries";
 }
 
 template <typename T, typename I>

@@ -1,0 +1,49 @@
+#include "tools/type_choice.h"
+
+#include "tools/input_error.h"
+
+namespace Pavex::Tool {
+
+ValueTag TagOf(ValueKind kind) {
+  switch (kind) {
+    case ValueKind::FLOAT:
+      return Tag<float>();
+    case ValueKind::DOUBLE:
+      return Tag<double>();
+    case ValueKind::COMPLEX_FLOAT:
+      return Tag<std::complex<float>>();
+    case ValueKind::COMPLEX_DOUBLE:
+      break;
+  }
+  return Tag<std::complex<double>>();
+}
+
+IndexTag TagOf(IndexKind kind) {
+  if (kind == IndexKind::INT) return Tag<int>();
+  return Tag<long>();
+}
+
+ValueKind ChooseValue(Source const& source, std::optional<ValueKind> asked, bool withValues) {
+  bool const complexInput = source.Kind() == Field::Complex;
+  if (!asked) return complexInput ? ValueKind::COMPLEX_DOUBLE : ValueKind::DOUBLE;
+  if (complexInput && withValues && !IsComplex(*asked))
+    throw InputError(source.Name() + " is complex and does not fit into --value " +
+                     NameOf(*asked) + ": use complex-float or complex-double");
+  return *asked;
+}
+
+char const* NameOf(Field field) {
+  switch (field) {
+    case Field::Real:
+      return "real";
+    case Field::Integer:
+      return "integer";
+    case Field::Complex:
+      return "complex";
+    case Field::Pattern:
+      break;
+  }
+  return "pattern";
+}
+
+}  // namespace Pavex::Tool
