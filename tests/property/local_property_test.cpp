@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <string>
 
 namespace Pavex {
 namespace {
@@ -16,13 +17,17 @@ class AggregatorProperty : public testing::TestWithParam<int> {
   void SetUp() override { Log::mMaxLogLevel = -1; }  // refusals are part of the cases
   void TearDown() override { Log::mMaxLogLevel = LOG_ERROR; }
 };
-INSTANTIATE_TEST_SUITE_P(Ranks, AggregatorProperty, testing::Range(1, 8));
+INSTANTIATE_TEST_SUITE_P(OnLocalComm, AggregatorProperty, testing::Range(1, 8),
+                         [](auto const& ranks) {
+                           return "Ranks" + std::to_string(ranks.param);
+                         });
 
 void RunCases(std::uint64_t seed, long first, long end, std::shared_ptr<Comm> const& comm) {
   for (long number = first; number < end; ++number) {
     std::string const difference = RunCase(seed, number, comm);
     if (difference.empty()) continue;
-    ADD_FAILURE() << difference;
+    ADD_FAILURE() << difference << " local_property_test --gtest_filter=*/Ranks"
+                  << comm->Size();
     return;
   }
 }

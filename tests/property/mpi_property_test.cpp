@@ -29,7 +29,7 @@ TEST(AggregatorPropertyOverMpi, GathersUpdatesAndScattersAsTheModel) {
   for (long number = options.first; number < options.first + options.cases; ++number) {
     std::string const difference = RunCase(options.seed, number, comm);
     // Ends the job: the other ranks would wait for this one.
-    if (!difference.empty()) FAIL() << difference;
+    if (!difference.empty()) FAIL() << difference << " mpi_property_test";
   }
   Log::mMaxLogLevel = LOG_ERROR;
 }
