@@ -120,6 +120,24 @@ TEST(RefusedScatter, TellsTheElementCountAlikeOnEveryRank) {
   }
 }
 
+TEST(RefusedScatter, ReadsNothingBehindThePatternOfNarrowRowBands) {
+  // Rows of two elements where the whole has rows of three: at the leading dimension of the
+  // whole, the last row of the second band ends behind the 12 elements that were gathered.
+  auto const share = [](int begin, int rows) {
+    return DenseBlock(1 + begin, rows, 1, 2, true).In(6, 3, MatrixPartition::RowWise(begin));
+  };
+  for (int const self : {0, 1}) {
+    DenseRank<> rank(self, Pieces(share(0, 4), share(4, 2)), false);
+    GatherFirst(rank, true);
+    std::vector<double> const before = rank.local.values;
+
+    Outcome const scattered = rank.Scatter(rank.local);
+
+    ExpectOutcome(scattered, STATUS_INCONSISTENT, StatusLines(1, STATUS_INCONSISTENT));
+    EXPECT_EQ(rank.local.values, before);
+  }
+}
+
 // The values are not checked where every rank holds the whole.
 TEST(RefusedScatter, WritesToNoMatrixWithoutValuesWhereEveryRankHoldsTheWhole) {
   for (bool const toAll : {false, true}) {
