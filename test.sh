@@ -16,7 +16,7 @@ case "${1:-}" in
   *) echo "test.sh: unknown option '$1'; see the head of the file" >&2; exit 2 ;;
 esac
 
-need "${build_packages[@]}" ccache libgtest-dev libgmock-dev libsuitesparse-dev \
+need "${build_packages[@]}" ccache libgtest-dev libgmock-dev libeigen3-dev libsuitesparse-dev \
   libopenmpi-dev openmpi-bin libmpich-dev mpich
 
 jobs=$(nproc)

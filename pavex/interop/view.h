@@ -1,0 +1,58 @@
+// What the views of other libraries' matrices share.
+
+#pragma once
+
+#include "pavex/matrix/matrix_base.h"
+#include "pavex/matrix/store.h"
+#include "pavex/matrix/store_type.h"
+
+#include <stdexcept>
+
+namespace Pavex {
+
+// Throws std::invalid_argument with `message` unless `condition` holds.
+inline void RequireForView(bool condition, char const* message) {
+  if (!condition) throw std::invalid_argument(message);
+}
+
+// The arrays of a compressed matrix, CSR or CSC, with the types that they have.
+template <typename T, typename I>
+struct CompressedArrays {
+  std::int64_t rows;
+  std::int64_t cols;
+  long nnz;
+  I* ptr;
+  I* idx;
+  T* values;
+};
+
+// The arrays of `matrix` if it is of that kind (CSR or CSC) and of the types T and I, has its
+// values and has offsets that start at 0; else throws std::invalid_argument.
+template <typename T, typename I>
+CompressedArrays<T, I> CompressedArraysOf(MatrixBase const& matrix, StoreKind kind) {
+  PavexMatrixStore store;
+  matrix.Query(store);
+  RequireForView(StoreKindOf(store.type) == kind,
+                 kind == StoreKind::CSR ? "The matrix to view is not a MatrixCSR."
+                                        : "The matrix to view is not a MatrixCSC.");
+  RequireForView(matrix.mValueType == ValueTypeOf<T>::kCode,
+                 "The matrix to view has another value type.");
+  RequireForView(matrix.mIndexType == IndexTypeOf<I>::kCode,
+                 "The matrix to view has another index type.");
+
+  // The views of both kinds have the same shape.
+  auto const& arrays = kind == StoreKind::CSR ? store.csr : store.csc;
+  auto* const ptr = static_cast<I*>(arrays.ptr);
+  long const nnz = matrix.NNZ();
+  RequireForView(ptr != nullptr && *ptr == 0,
+                 "The offsets of the matrix to view do not start at 0.");
+  RequireForView(nnz == 0 || matrix.HasValues(), "The matrix to view has no values.");
+  return {store.rows,
+          store.cols,
+          nnz,
+          ptr,
+          static_cast<I*>(arrays.idx),
+          static_cast<T*>(arrays.values)};
+}
+
+}  // namespace Pavex
