@@ -130,6 +130,11 @@ void AddOptions(CLI::App& command, GatherOptions& options, Words& words) {
   };
   addWord("--format", words.mFormat, "coo, csr, csc, dense-row or dense-col");
   addWord("--partition", words.mPartition, "rows, columns, entries, one or all");
+  command
+      .add_option("--cuts", options.mCuts,
+                  "Where the pieces but the first begin, instead of pieces of equal size")
+      ->delimiter(',')
+      ->option_text("N,N,...");
   AddNumber(command, "--holder", options.mHolder, 0, kMostRanks - 1,
             "With --partition one, the rank that holds the matrix");
   addWord("--to", words.mTo, "root (rank 0) or all");

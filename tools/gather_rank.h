@@ -7,6 +7,7 @@
 #include "tools/collect.h"
 #include "tools/empty_pieces.h"
 #include "tools/gather_job.h"
+#include "tools/gathered_bytes.h"
 #include "tools/local_matrix.h"
 #include "tools/verify.h"
 #include "tools/write_gathered.h"
@@ -43,9 +44,9 @@ class GatherRank {
   template <typename Operation>
   void Time(char const* step, Operation const& operation);
 
-  // Bytes of the gathered arrays that are new on this rank (or borrowed from the piece); of the
-  // values alone or of all arrays.
-  long GatheredBytes(bool borrowed, bool valuesOnly);
+  long OwnGatheredBytes(bool borrowed, bool valuesOnly) {
+    return GatheredBytes<T, I>(mAggregator.Target(), mLocal->Matrix(), borrowed, valuesOnly);
+  }
 
   void Check(std::string const& when);
   void KeepDifference(std::string const& when, std::string const& difference);
@@ -88,8 +89,8 @@ void GatherRank<T, I>::Run(GatherResult& result) {
 template <typename T, typename I>
 void GatherRank<T, I>::BuildPiece() {
   int const rank = mComm->Rank();
-  Piece const piece =
-      CutPiece(mSource.Whole(), mOptions.mPartition, mComm->Size(), rank, mOptions.mHolder);
+  Piece const piece = CutPiece(mSource.Whole(), mOptions.mPartition, mComm->Size(), rank,
+                               mOptions.mHolder, mOptions.mCuts);
   if (rank == 0) {  // one bar is enough: the others make as many entries
     Progress progress("building the pieces");
     mLocal = std::make_unique<LocalMatrix<T, I>>(mSource.Cut(piece, progress.Function()), piece,
@@ -129,8 +130,8 @@ void GatherRank<T, I>::Gather() {
     mRecord.mGatheredRows = gathered->mRows;
     mRecord.mGatheredCols = gathered->mCols;
     mRecord.mGatheredEntries = gathered->NNZ();
-    mRecord.mArrivedBytes = GatheredBytes(false, false);
-    mRecord.mBorrowedBytes = GatheredBytes(true, false);
+    mRecord.mArrivedBytes = OwnGatheredBytes(false, false);
+    mRecord.mBorrowedBytes = OwnGatheredBytes(true, false);
   }
   mTimings.back().mBytes = SumOfAll(*mComm, mRecord.mArrivedBytes);
 }
@@ -140,14 +141,14 @@ void GatherRank<T, I>::Update() {
   std::vector<T> const former = mLocal->Advance();
   ++mSteps;
   Time("update", [this] { return mAggregator.Update(mLocal->Matrix()); });
-  mTimings.back().mBytes = SumOfAll(*mComm, GatheredBytes(false, true));
+  mTimings.back().mBytes = SumOfAll(*mComm, OwnGatheredBytes(false, true));
 }
 
 // The gathered values take one more step, as a solver would change them; then every rank's
 // piece must show it.
 template <typename T, typename I>
 void GatherRank<T, I>::Scatter() {
-  bool const borrows = mAggregator.Target() != nullptr && GatheredBytes(true, true) > 0;
+  bool const borrows = mAggregator.Target() != nullptr && OwnGatheredBytes(true, true) > 0;
   if (mAggregator.Target() != nullptr) Advance(*mAggregator.Target());
   ++mSteps;
   Time("scatter", [this] { return mAggregator.Scatter(mLocal->Matrix()); });
@@ -173,42 +174,6 @@ void GatherRank<T, I>::Advance(MatrixBase& gathered) const {
     for (long col = 0; col < store.cols; ++col)
       values[rowMajor ? row * store.dense.ld + col : col * store.dense.ld + row] +=
           StepIncrement<T>(row, col);
-}
-
-template <typename T, typename I>
-long GatherRank<T, I>::GatheredBytes(bool borrowed, bool valuesOnly) {
-  struct Array {
-    void const* mData;
-    long mBytes;
-  };
-  auto const arrays = [valuesOnly](MatrixBase const& matrix) {
-    PavexMatrixStore store;
-    matrix.Query(store);
-    long const entries = matrix.NNZ();
-    long const valueBytes = entries * static_cast<long>(sizeof(T));
-    long const indexBytes = valuesOnly ? 0 : entries * static_cast<long>(sizeof(I));
-    if (store.type == STORE_COO_0)
-      return std::vector<Array>{{store.coo.row, indexBytes},
-                                {store.coo.col, indexBytes},
-                                {store.coo.values, store.coo.values ? valueBytes : 0}};
-    if (store.type != STORE_CSR_0 && store.type != STORE_CSC_0)
-      return std::vector<Array>{{store.dense.values, valueBytes}};
-    long const count = store.type == STORE_CSR_0 ? store.rows : store.cols;
-    long const offsetBytes = valuesOnly ? 0 : (count + 1) * static_cast<long>(sizeof(I));
-    return std::vector<Array>{{store.csr.ptr, offsetBytes},
-                              {store.csr.idx, indexBytes},
-                              {store.csr.values, store.csr.values ? valueBytes : 0}};
-  };
-  if (mAggregator.Target() == nullptr) return 0;
-  auto const own = arrays(mLocal->Matrix());
-  long bytes = 0;
-  for (Array const& array : arrays(*mAggregator.Target())) {
-    bool const isOwn = std::any_of(own.begin(), own.end(), [&](Array const& other) {
-      return other.mData != nullptr && other.mData == array.mData;
-    });
-    if (isOwn == borrowed) bytes += array.mBytes;
-  }
-  return bytes;
 }
 
 template <typename T, typename I>

@@ -115,6 +115,10 @@ void CheckCombination(GatherOptions const& options) {
   if (options.mHolder >= options.mRanks)
     throw InputError("--holder " + std::to_string(options.mHolder) +
                      " is not one of the ranks 0 to " + std::to_string(options.mRanks - 1));
+  bool const bands =
+      options.mPartition != Partition::ONE && options.mPartition != Partition::ALL;
+  if (!options.mCuts.empty() && !bands)
+    throw InputError("--cuts goes with --partition rows, columns or entries only");
   if (options.mPad != 0 && !dense)
     throw InputError("--ld goes with --format dense-row or dense-col only");
   if (options.mBase != 0 && !IsCompressed(options.mFormat))

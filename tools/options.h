@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Pavex::Tool {
 
@@ -43,7 +44,8 @@ struct GatherOptions {
   Partition mPartition = Partition::ROWS;
   std::optional<ValueKind> mValue;  // unset: double, or complex double for complex input
   IndexKind mIndex = IndexKind::INT;
-  int mHolder = 0;  // the rank that holds the matrix with Partition::ONE
+  std::vector<long> mCuts;  // where the bands begin but the first; empty: bands of equal size
+  int mHolder = 0;          // the rank that holds the matrix with Partition::ONE
   bool mToAll = false;
   bool mWithValues = true;
   bool mScatter = false;

@@ -5,6 +5,8 @@
 #include "pavex/matrix/partition.h"
 #include "tools/options.h"
 
+#include <vector>
+
 namespace Pavex::Tool {
 
 // The share of one rank: the entries numbered [mEntryBegin, mEntryEnd) in the order of the
@@ -32,7 +34,10 @@ struct Extent {
 // The piece of `rank`, one of `ranks`. Bands have the same number of rows (columns, entries) up
 // to one. Example: 10 rows on 4 ranks are cut into the bands [0, 2), [2, 5), [5, 7), [7, 10).
 // With Partition::ONE, `holder` has all and the others a 0 x 0 piece.
+// `cuts`, where given, are the first rows (columns, entries) of all bands but the first: the
+// cuts 1, 4, 9 give the bands [0, 1), [1, 4), [4, 9), [9, 10).
 // Throws InputError if a band would have no rows (columns, entries); one rank may have none.
-Piece CutPiece(Extent const& whole, Partition partition, int ranks, int rank, int holder);
+Piece CutPiece(Extent const& whole, Partition partition, int ranks, int rank, int holder,
+               std::vector<long> const& cuts = {});
 
 }  // namespace Pavex::Tool
