@@ -29,6 +29,7 @@ int Run(int argc, char** argv) {
   app.footer("\nStart with: pavex gather --generate poisson3d:20");
   int exitCode = 0;
   Pavex::Tool::AddGather(app, exitCode);
+  Pavex::Tool::AddSolve(app, exitCode);
 
   std::string const first = argc > 1 ? argv[1] : "";
   auto const isFirst = [&first](CLI::App* command) { return command->check_name(first); };

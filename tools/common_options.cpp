@@ -1,0 +1,102 @@
+#include "tools/common_options.h"
+
+#include "pavex/runtime/log.h"
+#include "tools/input_error.h"
+
+#include <cstdint>
+
+namespace Pavex::Tool {
+
+namespace {
+
+std::int32_t LogNumber(LogLevel level) {
+  switch (level) {
+    case LogLevel::SILENT:
+      return -1;
+    case LogLevel::FATAL:
+      return LOG_FATAL;
+    case LogLevel::ERROR:
+      return LOG_ERROR;
+    case LogLevel::DEBUG:
+      break;
+  }
+  return LOG_DEBUG;
+}
+
+template <typename Number>
+CLI::Option* Add(CLI::App& command, std::string const& name, Number& number, long low,
+                 long high, std::string const& help) {
+  auto const check = [low, high](std::string const& text) -> std::string {
+    long value = 0;
+    bool const isNumber = CLI::detail::lexical_cast(text, value);
+    if (isNumber && value >= low && value <= high) return "";
+    return "\"" + text + "\" is not a whole number from " + std::to_string(low) + " to " +
+           std::to_string(high);
+  };
+  return command.add_option(name, number, help)
+      ->check(CLI::Validator(check, ""))
+      ->option_text("N [" + std::to_string(number) + "]");
+}
+
+}  // namespace
+
+CLI::Option* AddNumber(CLI::App& command, std::string const& name, int& number, long low,
+                       long high, std::string const& help) {
+  return Add(command, name, number, low, high, help);
+}
+
+CLI::Option* AddNumber(CLI::App& command, std::string const& name, long& number, long low,
+                       long high, std::string const& help) {
+  return Add(command, name, number, low, high, help);
+}
+
+void AddInput(CLI::App& command, GatherOptions& options, std::string const& fileHelp) {
+  command.add_option("FILE", options.mFile, fileHelp)->option_text(" ");
+  command.add_option("--generate", options.mGenerate, "Generate the matrix instead")
+      ->option_text("KIND:SIZE");
+}
+
+void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
+               std::string const& formats) {
+  AddNumber(command, "--ranks", options.mRanks, 1, kMostRanks, "Number of ranks");
+  auto const addWord = [&command](char const* name, std::string& word,
+                                  std::string const& choices) {
+    command.add_option(name, word, choices)
+        ->capture_default_str()
+        ->option_text(word.empty() ? "WORD" : "WORD [" + word + "]");
+  };
+  addWord("--format", words.mFormat, formats);
+  addWord("--partition", words.mPartition, "rows, columns, entries, one or all");
+  command
+      .add_option("--cuts", options.mCuts,
+                  "Where the pieces but the first begin, instead of pieces of equal size")
+      ->delimiter(',')
+      ->option_text("N,N,...");
+  AddNumber(command, "--holder", options.mHolder, 0, kMostRanks - 1,
+            "With --partition one, the rank that holds the matrix");
+  addWord("--to", words.mTo, "root (rank 0) or all");
+  addWord("--value", words.mValue,
+          "float, double, complex-float or complex-double; default as the input");
+  addWord("--index", words.mIndex, "int or long");
+  AddNumber(command, "--base", options.mBase, 0, 1, "csr, csc: first offset of a piece");
+  addWord("--log-level", words.mLogLevel, "silent, fatal, error or debug, of the library");
+}
+
+void AddReportFile(CLI::App& command, GatherOptions& options) {
+  command.add_option("--json", options.mJson, "Write the report for programs to this file")
+      ->option_text("FILE");
+}
+
+void Understand(CommonWords const& words, GatherOptions& options) {
+  options.mFormat = ParseChoice<Format>("--format", words.mFormat);
+  options.mPartition = ParseChoice<Partition>("--partition", words.mPartition);
+  if (!words.mValue.empty()) options.mValue = ParseChoice<ValueKind>("--value", words.mValue);
+  options.mIndex = ParseChoice<IndexKind>("--index", words.mIndex);
+  options.mLogLevel = ParseChoice<LogLevel>("--log-level", words.mLogLevel);
+  if (words.mTo != "root" && words.mTo != "all")
+    throw InputError("--to: unknown \"" + words.mTo + "\", choose one of root, all");
+  options.mToAll = words.mTo == "all";
+  Log::mMaxLogLevel = LogNumber(options.mLogLevel);
+}
+
+}  // namespace Pavex::Tool

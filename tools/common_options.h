@@ -1,0 +1,43 @@
+// The options that the subcommands share.
+
+#pragma once
+
+#include "tools/options.h"
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+namespace Pavex::Tool {
+
+constexpr int kMostRanks = 4096;
+constexpr long kMostPad = 1 << 20;
+
+// The options that are words, before they are understood.
+struct CommonWords {
+  std::string mFormat = "coo";
+  std::string mPartition = "rows";
+  std::string mValue;
+  std::string mIndex = "int";
+  std::string mTo = "root";
+  std::string mLogLevel = "error";
+};
+
+// A number option whose refusal names the range.
+CLI::Option* AddNumber(CLI::App& command, std::string const& name, int& number, long low,
+                       long high, std::string const& help);
+CLI::Option* AddNumber(CLI::App& command, std::string const& name, long& number, long low,
+                       long high, std::string const& help);
+
+// FILE and --generate.
+void AddInput(CLI::App& command, GatherOptions& options, std::string const& fileHelp);
+// From --ranks to --log-level.
+void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
+               std::string const& formats);
+// --json.
+void AddReportFile(CLI::App& command, GatherOptions& options);
+
+// Takes the words over into the options, and the level into the log of the library. Throws
+// InputError for an unknown word.
+void Understand(CommonWords const& words, GatherOptions& options);
+
+}  // namespace Pavex::Tool

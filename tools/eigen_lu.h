@@ -1,0 +1,108 @@
+// The sparse LU of Eigen.
+
+#pragma once
+
+#include "tools/lu_faults.h"
+#include "tools/solver_input.h"
+#include "tools/sparse_lu.h"
+
+#include <Eigen/SparseLU>
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <string>
+
+namespace Pavex::Tool {
+
+// For every type. Works on a copy of its own of what SolverInput shows.
+template <typename T, typename I>
+class EigenLu final : public SparseLu<T, I> {
+ public:
+  std::string Name() const override;
+  void Analyse(MatrixBase const& gathered) override;
+  void Factor(MatrixBase const& gathered) override;
+  void Solve(DenseView<T const> const& b, DenseView<T> const& x) override;
+  std::string Reading() const override { return mInput.Description(); }
+
+ private:
+  using Columns = typename SolverInput<T, I>::Columns;
+  using Vector = Eigen::Matrix<T, Eigen::Dynamic, 1>;
+
+  // Opens the diagonal of U.
+  class Factors : public Eigen::SparseLU<Columns, Eigen::COLAMDOrdering<I>> {
+   public:
+    // The smallest absolute value on it over the largest.
+    double PivotRatio() const;
+  };
+
+  Vector SolveOnce(Vector const& b);
+  Vector Residual(Vector const& b, Vector const& x) const;
+
+  SolverInput<T, I> mInput;
+  std::unique_ptr<Factors> mFactors;
+};
+
+template <typename T, typename I>
+std::string EigenLu<T, I>::Name() const {
+  return "SparseLU of Eigen " + std::to_string(EIGEN_WORLD_VERSION) + "." +
+         std::to_string(EIGEN_MAJOR_VERSION) + "." + std::to_string(EIGEN_MINOR_VERSION);
+}
+
+template <typename T, typename I>
+double EigenLu<T, I>::Factors::PivotRatio() const {
+  double smallest = std::numeric_limits<double>::infinity();
+  double largest = 0;
+  for (Eigen::Index j = 0; j < this->cols(); ++j) {
+    for (typename Factors::SCMatrix::InnerIterator it(this->m_Lstore, j); it; ++it) {
+      if (it.index() != j) continue;
+      double const pivot = static_cast<double>(std::abs(it.value()));
+      smallest = std::min(smallest, pivot);
+      largest = std::max(largest, pivot);
+    }
+  }
+  return largest > 0 ? smallest / largest : 0;
+}
+
+template <typename T, typename I>
+void EigenLu<T, I>::Analyse(MatrixBase const& gathered) {
+  mInput.Read(gathered);
+  mFactors = std::make_unique<Factors>();
+  mFactors->analyzePattern(mInput.View());
+}
+
+template <typename T, typename I>
+void EigenLu<T, I>::Factor(MatrixBase const& gathered) {
+  mInput.Read(gathered);
+  mFactors->factorize(mInput.View());
+  if (mFactors->info() == Eigen::InvalidInput) throw JobError(kNoMemory);
+  if (mFactors->info() != Eigen::Success)
+    throw JobError(std::string(kSingular) + "SparseLU met a zero pivot");
+}
+
+template <typename T, typename I>
+typename EigenLu<T, I>::Vector EigenLu<T, I>::SolveOnce(Vector const& b) {
+  if (mInput.IsTransposed()) return mFactors->transpose().solve(b);
+  return mFactors->solve(b);
+}
+
+template <typename T, typename I>
+typename EigenLu<T, I>::Vector EigenLu<T, I>::Residual(Vector const& b, Vector const& x) const {
+  Columns const columns = mInput.View();
+  if (mInput.IsTransposed()) return b - columns.transpose() * x;
+  return b - columns * x;
+}
+
+template <typename T, typename I>
+void EigenLu<T, I>::Solve(DenseView<T const> const& b, DenseView<T> const& x) {
+  constexpr int kRefinements = 2;
+  for (long j = 0; j < b.mCount; ++j) {
+    Vector const right = Eigen::Map<Vector const>(b.Column(j), b.mRows);
+    Vector solution = SolveOnce(right);
+    for (int step = 0; step < kRefinements; ++step)
+      solution += SolveOnce(Residual(right, solution));
+    Eigen::Map<Vector>(x.Column(j), x.mRows) = solution;
+  }
+}
+
+}  // namespace Pavex::Tool

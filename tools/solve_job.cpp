@@ -1,0 +1,80 @@
+#include "tools/solve_job.h"
+
+#include "tools/input_error.h"
+#include "tools/solve_rank.h"
+#include "tools/type_choice.h"
+
+#include <string>
+
+namespace Pavex::Tool {
+
+namespace {
+
+std::string Shape(long rows, long cols) {
+  return std::to_string(rows) + " x " + std::to_string(cols);
+}
+
+void RefuseUnsolvable(Source const& source) {
+  Extent const& whole = source.Whole();
+  if (whole.mRows != whole.mCols)
+    throw InputError(source.Name() + " is " + Shape(whole.mRows, whole.mCols) +
+                     ": only a square matrix can be solved");
+  if (whole.mRows == 0) throw InputError(source.Name() + " is empty: nothing to solve");
+}
+
+Triplets ReadRhs(std::string const& path, Source const& source, ValueKind value) {
+  Triplets rhs = ReadMatrixMarket(path);
+  long const unknowns = source.Whole().mRows;
+  if (rhs.mRows != unknowns)
+    throw InputError(path + " has " + std::to_string(rhs.mRows) + " rows, but " +
+                     source.Name() + " has " + std::to_string(unknowns));
+  if (rhs.mCols == 0) throw InputError(path + " has no columns: nothing to solve");
+  if (rhs.IsComplex() && !IsComplex(value))
+    throw InputError(path + " is complex: use --value complex-double or complex-float");
+  return rhs;
+}
+
+SolveProblem MakeProblem(Source const& source, SolveOptions const& options, ValueKind value) {
+  SolveProblem problem{source, options, {}, 0, 0, {}};
+  problem.mUnknowns = source.Whole().mRows;
+  problem.mGrid = GridOf(options.mOperator.mGenerate, problem.mUnknowns);
+  if (!options.mRhsFile.empty()) problem.mRhs = ReadRhs(options.mRhsFile, source, value);
+  problem.mCount = problem.mRhs ? problem.mRhs->mCols : options.mRhs;
+  if (problem.mUnknowns > kMaxEntries / problem.mCount)
+    throw InputError("right-hand sides of " + Shape(problem.mUnknowns, problem.mCount) +
+                     " have more than the " + std::to_string(kMaxEntries) +
+                     " elements that one gather can place: use fewer");
+  return problem;
+}
+
+}  // namespace
+
+SolveResult RunSolve(Source const& source, SolveOptions const& options, Ranks& ranks) {
+  RefuseUnsolvable(source);
+  ValueKind const value = ChooseValue(source, options.mOperator.mValue, true);
+  SolveProblem const problem = MakeProblem(source, options, value);
+  SolveResult result;
+  WithTypes(value, options.mOperator.mIndex, [&](auto valueTag, auto indexTag) {
+    using T = typename decltype(valueTag)::Type;
+    using I = typename decltype(indexTag)::Type;
+    ranks.Run([&](std::shared_ptr<Comm> const& comm) {
+      SolveRank<T, I> rank(comm, problem);
+      rank.Run(comm->Rank() == 0 ? &result : nullptr);
+    });
+  });
+
+  result.mGrid = problem.mGrid;
+  SolveReport& report = result.mReport;
+  report.mOptions = options;
+  report.mOptions.mRhs = static_cast<int>(problem.mCount);
+  report.mInput = source.Name();
+  report.mField = NameOf(source.Kind());
+  report.mValue = value;
+  report.mUnknowns = problem.mUnknowns;
+  report.mEntries = source.Whole().mEntries;
+  report.mRanks = ranks.Count();
+  report.mKnowsError = !problem.mRhs;
+  return result;
+}
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,42 @@
+// The working cycle of a solver: pieces on every rank, gathered, factored, solved, the
+// solutions scattered, and again with new values.
+
+#pragma once
+
+#include "tools/grid.h"
+#include "tools/matrix_market.h"
+#include "tools/ranks.h"
+#include "tools/solve_options.h"
+#include "tools/solve_report.h"
+#include "tools/source.h"
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace Pavex::Tool {
+
+// What all ranks of the process read. Immutable.
+struct SolveProblem {
+  Source const& mSource;
+  SolveOptions const& mOptions;
+  Grid mGrid;
+  long mUnknowns = 0;
+  long mCount = 0;               // right-hand sides
+  std::optional<Triplets> mRhs;  // unset: made from the known solution
+};
+
+struct SolveResult {
+  SolveReport mReport;
+  Grid mGrid;
+  // Where rank 0 lives: the real parts of the first solution of the last step.
+  std::vector<double> mSolution;
+  // Likewise, and if options ask for it: all solutions of the last step on their way into the
+  // file, to be committed.
+  std::unique_ptr<MatrixMarketWriter> mOutput;
+};
+
+// Throws InputError for input that cannot be solved, JobError for a failed operation or solve.
+SolveResult RunSolve(Source const& source, SolveOptions const& options, Ranks& ranks);
+
+}  // namespace Pavex::Tool

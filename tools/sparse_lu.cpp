@@ -1,0 +1,35 @@
+#include "tools/sparse_lu.h"
+
+#include "pavex/matrix/instances.h"
+#include "tools/eigen_lu.h"
+#ifdef PAVEX_UMFPACK
+#include "tools/umfpack_lu.h"
+#endif
+
+#include <complex>
+#include <type_traits>
+
+namespace Pavex::Tool {
+
+template <typename T, typename I>
+std::unique_ptr<SparseLu<T, I>> MakeSparseLu() {
+#ifdef PAVEX_UMFPACK
+  constexpr bool kDouble = std::is_same_v<T, double> || std::is_same_v<T, std::complex<double>>;
+  if constexpr (kDouble) return std::make_unique<UmfpackLu<T, I>>();
+#endif
+  return std::make_unique<EigenLu<T, I>>();
+}
+
+std::string SolversAndLicence() {
+#ifdef PAVEX_UMFPACK
+  return "solves with UMFPACK and Eigen; with UMFPACK in it, this program is under the GPL 3";
+#else
+  return "solves with Eigen";
+#endif
+}
+
+#define PAVEX_MAKE(T, I) template std::unique_ptr<SparseLu<T, I>> MakeSparseLu<T, I>();
+PAVEX_FOR_EACH_INSTANCE(PAVEX_MAKE)
+#undef PAVEX_MAKE
+
+}  // namespace Pavex::Tool
