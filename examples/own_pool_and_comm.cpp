@@ -32,10 +32,10 @@ struct SocketComm : Comm {
   int Rank() const override { return mRank; }
   int Size() const override { return 2; }
   PavexStatus Send(void const* buf, int n, Datatype type, int, int) const override {
-    return Ok(send(mSocket, buf, Bytes(n, type), MSG_NOSIGNAL) == Bytes(n, type));
+    return Ok(send(mSocket, buf, Bytes(n, type), MSG_NOSIGNAL), Bytes(n, type));
   }
   PavexStatus Recv(void* buf, int n, Datatype type, int, int) const override {
-    return Ok(n == 0 || recv(mSocket, buf, Bytes(n, type), MSG_WAITALL) == Bytes(n, type));
+    return Ok(n == 0 ? 0 : recv(mSocket, buf, Bytes(n, type), MSG_WAITALL), Bytes(n, type));
   }
   PavexStatus Bcast(void* buf, int n, Datatype type, int root) const override {
     return mRank == root ? Send(buf, n, type, mPeer, 0) : Recv(buf, n, type, mPeer, 0);
@@ -65,8 +65,8 @@ struct SocketComm : Comm {
     int const counts[] = {n, n}, displs[] = {0, n};
     return Allgatherv(out, n, type, in, counts, displs, type);
   }
-  static PavexStatus Ok(bool complete) { return complete ? STATUS_OK : kPeerLost; }
-  static ssize_t Bytes(int n, Datatype type) { return ssize_t(n * DatatypeSize(type)); }
+  static std::size_t Bytes(int n, Datatype type) { return unsigned(n) * DatatypeSize(type); }
+  static PavexStatus Ok(ssize_t n, size_t all) { return size_t(n) == all ? 0 : kPeerLost; }
   static char* At(void const* buf, int displ, Datatype type) {
     return static_cast<char*>(const_cast<void*>(buf)) + Bytes(displ, type);
   }

@@ -36,9 +36,10 @@ struct Rows {
   // The values of a step, in the array that the piece has borrowed.
   void Assemble(int step) {
     double const k = Conductivity(step);
+    double* value = values.data();
     for (int i = begin; i < end; ++i) {
-      for (int at = ptr[i - begin]; at < ptr[i - begin + 1]; ++at)
-        values[at] = col[at] == i ? 1 / kTimeStep + 2 * k : -k;
+      for (int j = i - 1; j <= i + 1; ++j)
+        if (j >= 0 && j < kPoints) *value++ = j == i ? 1 / kTimeStep + 2 * k : -k;
     }
   }
 };
