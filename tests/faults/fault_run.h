@@ -1,0 +1,80 @@
+// What both kinds of fault runs do with one rank.
+
+#pragma once
+
+#include "tests/faults/faulty_rank.h"
+#include "tests/support/instances.h"
+
+#include <string>
+#include <vector>
+
+namespace Pavex {
+
+// Bytes that the aggregator keeps of the first `count` calls, whatever comes after them.
+inline std::size_t KeptBytes(std::vector<Step> const& steps, std::size_t count) {
+  std::size_t bytes = 0;
+  for (std::size_t k = 0; k < count; ++k)
+    bytes += steps[k].IsKept() ? steps[k].bytes : 0;
+  return bytes;
+}
+
+// One operation on one rank of a round, with all that can be said about it beforehand.
+template <typename T, typename I>
+struct FaultRun {
+  FaultRun(Round const& round, int rank, Operation op)
+      : operation(op),
+        steps(StepsOf(round, rank, op, FaultyRank<T, I>::kBytes)),
+        gatherSteps(StepsOf(round, rank, Operation::GATHER, FaultyRank<T, I>::kBytes)) {}
+
+  // What the aggregator keeps when the operation succeeds or fails at `step`.
+  std::size_t KeptAtSuccess() const { return KeptBytes(gatherSteps, gatherSteps.size()); }
+  std::size_t KeptAtFailure(std::size_t step) const {
+    return operation == Operation::GATHER ? KeptBytes(steps, step) : KeptAtSuccess();
+  }
+
+  // Checks the rank on which `injection` was planned. Empty if all is right.
+  std::string CheckInjected(FaultyRank<T, I>& rank, Injection const& injection,
+                            PavexStatus status) const {
+    Differences is;
+    is.Equal("whether the fault has struck", rank.FaultStruck(), true);
+    is.Equal("status", status, injection.status);
+    if (!is.First().empty()) return is.First();
+    bool const inPlace = operation == Operation::SCATTER && rank.ReceivesInPlace() &&
+                         injection.mode == TraceComm::AFTERWARDS;
+    std::string difference = rank.CheckFailure(operation, inPlace);
+    if (difference.empty())
+      difference = rank.CheckCalls(steps, injection.step + 1, injection.isPool);
+    if (difference.empty()) difference = rank.CheckMemory(KeptAtFailure(injection.step));
+    return difference;
+  }
+
+  // Checks a rank on which `done`, this operation or another gather, was to succeed.
+  std::string CheckDone(FaultyRank<T, I>& rank, Operation done, PavexStatus status) const {
+    Differences is;
+    is.Equal("status", status, STATUS_OK);
+    if (!is.First().empty()) return is.First();
+    std::string difference = rank.CheckSuccess(done);
+    bool const again = done == Operation::GATHER;
+    std::vector<Step> const& made = again ? gatherSteps : steps;
+    if (difference.empty()) difference = rank.CheckCalls(made, made.size(), false);
+    if (difference.empty()) difference = rank.CheckMemory(KeptAtSuccess());
+    return difference;
+  }
+
+  Operation const operation;
+  std::vector<Step> const steps;
+  std::vector<Step> const gatherSteps;
+};
+
+// The records alone fail in four ways, in a first and in a second gather.
+constexpr long kLeastFaultsPerKind = 8;
+
+// The instances for which faults are injected.
+#ifdef PAVEX_TESTS_ALL
+using FaultInstances = AllInstances;
+#else
+using FaultInstances =
+    ::testing::Types<Instance<double, int>, Instance<std::complex<float>, long>>;
+#endif
+
+}  // namespace Pavex

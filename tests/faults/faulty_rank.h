@@ -1,0 +1,252 @@
+// One rank of a job in which something fails: what it holds, what it runs, and what must be
+// true of it afterwards.
+
+#pragma once
+
+#include "pavex/aggregator/aggregator.h"
+#include "tests/faults/injection.h"
+#include "tests/property/target_check.h"
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Pavex {
+
+template <typename T, typename I>
+class FaultyRank {
+ public:
+  static constexpr ElementBytes kBytes{sizeof(T), sizeof(I)};
+
+  FaultyRank(Round const& round, int rank)
+      : mRound(round),
+        mPiece(round.PieceOf(rank)),
+        mRank(rank),
+        mGathered(round, rank, GATHERED, mPiece.hasValues, VersionOf(GATHERED)),
+        mUpdated(round, rank, UPDATED, true, VersionOf(UPDATED)),
+        mScattered(round, rank, SCATTERED, true, VersionOf(SCATTERED)) {}
+
+  // What the operations from now on run over. The calls are counted afresh.
+  void Bind(std::shared_ptr<Comm> inner) {
+    mComm = std::make_shared<TraceComm>(std::move(inner));
+    mPool.Fail(Fault());
+  }
+
+  // Runs what must have succeeded before `operation` can begin.
+  PavexStatus Prepare(Operation operation) {
+    if (operation == Operation::GATHER) return STATUS_OK;
+    PavexStatus const status = Run(Operation::GATHER);
+    if (status != STATUS_OK || operation != Operation::SCATTER) return status;
+    return Run(Operation::UPDATE);
+  }
+
+  // Lets a call of the next operation fail.
+  void Plan(Injection const& injection) {
+    if (injection.isPool)
+      mPool.Fail(injection.ToFault());
+    else
+      mComm->Fail(injection.ToFault(), injection.mode);
+  }
+
+  PavexStatus Run(Operation operation) {
+    mPool.ForgetEvents();
+    mComm->ForgetCalls();
+    switch (operation) {
+      case Operation::GATHER:
+      case Operation::GATHER_AGAIN:
+        return mRound.toAll
+                   ? mAggregator.Allgather(mComm, mGathered.Matrix(), mPiece.withValues)
+                   : mAggregator.Gather(mComm, mGathered.Matrix(), mPiece.withValues);
+      case Operation::UPDATE:
+        return mAggregator.Update(mUpdated.Matrix());
+      case Operation::UPDATE_COO:
+        return mAggregator.UpdateCOO(dynamic_cast<MatrixCOO<T, I> const&>(mUpdated.Matrix()));
+      case Operation::SCATTER:
+        break;
+    }
+    mHasScattered = true;
+    return mAggregator.Scatter(mScattered.Matrix());
+  }
+
+  // The first thing that is not as it must be after `operation` has succeeded.
+  std::string CheckSuccess(Operation operation) {
+    std::string difference = IsGather(operation) ? CheckTarget(GATHERED) : CheckTarget(UPDATED);
+    if (!difference.empty()) return difference;
+    difference = CheckLocals(!mHasScattered);
+    if (!difference.empty() || operation != Operation::SCATTER) return difference;
+    return CheckScattered();
+  }
+
+  // The same after it has failed. `inPlace` tells whether the scattered values may have arrived
+  // all the same.
+  std::string CheckFailure(Operation operation, bool inPlace) {
+    std::string const difference = CheckLocals(!inPlace);
+    if (!difference.empty()) return difference;
+    if (inPlace) return CheckPartlyScattered();
+    if (!IsGather(operation))
+      return CheckTarget(operation == Operation::SCATTER ? UPDATED : GATHERED);
+    Differences is;
+    is.Equal("whether there is a gathered matrix", mAggregator.Target() != nullptr, false);
+    return is.First();
+  }
+
+  // Whether the last operation has made the first `count` of `steps` and no other call;
+  // `refused` tells whether the last one was refused by the pool.
+  std::string CheckCalls(std::vector<Step> const& steps, std::size_t count, bool refused) {
+    std::vector<std::size_t> wantedBytes;
+    std::vector<CommOp> wantedOps;
+    for (std::size_t k = 0; k < count; ++k) {
+      if (steps[k].isPool)
+        wantedBytes.push_back(steps[k].bytes);
+      else
+        wantedOps.push_back(steps[k].op);
+    }
+    Differences is;
+    is.Equal("whether the bytes asked of the pool are right", AskedBytes() == wantedBytes,
+             true);
+    is.Equal("whether the communicator's calls are right", CalledOps() == wantedOps, true);
+    is.Equal("whether the pool has refused", Refusals() != 0, refused);
+    return is.First();
+  }
+
+  // Whether the pool lacks what the gathered matrix must own and `kept` bytes besides.
+  std::string CheckMemory(std::size_t kept) {
+    Differences is;
+    is.Equal("bytes taken from the pool", mPool.OutstandingBytes(), kept + mOwnedBytes);
+    return is.First();
+  }
+
+  // How many calls the last operation has made.
+  std::size_t MadeCalls() const { return AskedBytes().size() + CalledOps().size(); }
+
+  bool FaultStruck() const { return mPool.FaultStruck() || mComm->FaultStruck(); }
+
+  // Whether a scatter receives straight into the local matrix.
+  bool ReceivesInPlace() const {
+    bool const receives =
+        mRound.holding == Holding::PIECES || (mRound.HoldsWhole(mRank) && mRank != 0);
+    return receives && mPiece.IsPacked(SCATTERED);
+  }
+
+ private:
+  using Local = LocalMatrix<T, I>;
+
+  struct Contents {
+    explicit Contents(Local const& local) : arrays(local.Arrays()) {
+      if (arrays.first != nullptr) Copy(*arrays.first, first);
+      if (arrays.second != nullptr) Copy(*arrays.second, second);
+      Copy(*arrays.values, values);
+    }
+    template <typename E>
+    static void Copy(Buffer<E> const& array, std::vector<E>& copy) {
+      copy.assign(array.mData, array.mData + array.mSize);
+    }
+    bool operator==(Contents const& other) const {
+      return first == other.first && second == other.second && values == other.values;
+    }
+
+    ArraysOf<T, I> arrays;
+    std::vector<I> first;
+    std::vector<I> second;
+    std::vector<T> values;
+  };
+
+  static bool IsGather(Operation operation) {
+    return operation == Operation::GATHER || operation == Operation::GATHER_AGAIN;
+  }
+  static long VersionOf(Phase phase) { return phase + 1; }
+
+  std::string CheckTarget(Phase phase) {
+    bool const moved = phase != GATHERED || mRound.Reference().withValues;
+    TargetCheck<T, I> check(mRound, mRank, mPool, mGathered,
+                            phase == GATHERED ? mGathered : mUpdated, phase, VersionOf(phase),
+                            moved);
+    std::string const difference = check.Run(mAggregator.Target());
+    mOwnedBytes = check.OwnedBytes();
+    return difference;
+  }
+
+  std::string CheckLocals(bool withScattered) {
+    Differences is;
+    is.Equal("whether the gathered local matrix is as before",
+             Contents(mGathered) == mGatheredBefore, true);
+    is.Equal("whether the local matrix of the update is as before",
+             Contents(mUpdated) == mUpdatedBefore, true);
+    if (withScattered) {
+      is.Equal("whether the local matrix of the scatter is as before",
+               Contents(mScattered) == mScatteredBefore, true);
+    }
+    return is.First();
+  }
+
+  // What a scatter must bring, padding included.
+  std::vector<T> ExpectedValues() const {
+    std::vector<T> expected = mScatteredBefore.values;
+    if (mRound.holding == Holding::ONE && !mRound.HoldsWhole(mRank)) return expected;
+    bool const fromRoot = mRound.holding == Holding::ALL && !mRound.toAll;
+    std::vector<Entry> const& entries = fromRoot ? mRound.PieceOf(0).entries : mPiece.entries;
+    for (std::size_t k = 0; k < entries.size(); ++k)
+      expected[mScattered.DenseIndex(static_cast<long>(k))] =
+          ValueOf<T>(VersionOf(UPDATED), entries[k].number);
+    return expected;
+  }
+
+  std::string CheckScattered() {
+    Differences is;
+    is.Equal("whether the scattered values are right", mScattered.Values() == ExpectedValues(),
+             true);
+    return is.First();
+  }
+
+  std::string CheckPartlyScattered() {
+    std::vector<T> const expected = ExpectedValues();
+    Differences is;
+    for (std::size_t k = 0; k < expected.size(); ++k) {
+      T const value = mScattered.Values()[k];
+      bool const known = value == expected[k] || value == mScatteredBefore.values[k];
+      is.Equal("whether local value " + std::to_string(k) + " is an old or a new one", known,
+               true);
+    }
+    if (!is.First().empty()) return is.First();
+    return CheckTarget(UPDATED);
+  }
+
+  std::vector<std::size_t> AskedBytes() const {
+    std::vector<std::size_t> asked;
+    for (PoolEvent const& event : mPool.Events()) {
+      if (event.kind != PoolEvent::GAVE_BACK) asked.push_back(event.bytes);
+    }
+    return asked;
+  }
+  long Refusals() const {
+    return std::count_if(
+        mPool.Events().begin(), mPool.Events().end(),
+        [](PoolEvent const& event) { return event.kind == PoolEvent::REFUSED; });
+  }
+  std::vector<CommOp> CalledOps() const {
+    std::vector<CommOp> ops;
+    for (CommCall const& call : mComm->Calls()) {
+      if (call.op != CommOp::RANK && call.op != CommOp::SIZE) ops.push_back(call.op);
+    }
+    return ops;
+  }
+
+  Round const& mRound;
+  Piece const& mPiece;
+  int const mRank;
+  Local mGathered;
+  Local mUpdated;
+  Local mScattered;
+  Contents const mGatheredBefore{mGathered};
+  Contents const mUpdatedBefore{mUpdated};
+  Contents const mScatteredBefore{mScattered};
+  LedgerPool mPool;
+  std::shared_ptr<TraceComm> mComm;
+  Aggregator<T, I> mAggregator{&mPool};
+  bool mHasScattered = false;
+  std::size_t mOwnedBytes = 0;  // by the gathered matrix, when last checked
+};
+
+}  // namespace Pavex

@@ -1,0 +1,24 @@
+// The cases in which faults are injected: one for every kind of matrix, cut and request.
+
+#pragma once
+
+#include "tests/property/round.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace Pavex {
+
+// What tells the kinds apart: format, holding, partition of pieces, who receives, with or
+// without values, whether a dense matrix is padded, whether a lone holder receives, and whether
+// all ranks are empty.
+std::string KindOf(Round const& round);
+
+// How many kinds there are for so many ranks.
+std::size_t CountOfKinds(int ranks);
+
+// A random round without flaw of each kind, always the same.
+std::vector<Round> OneRoundOfEachKind(int ranks);
+
+}  // namespace Pavex
