@@ -11,6 +11,7 @@
 #include "pavex/matrix/instances.h"
 
 #include <memory>
+#include <type_traits>
 
 namespace Pavex {
 
@@ -58,7 +59,8 @@ class PAVEX_API Aggregator : public AggregatorBase {
   // Fills the value array of `local`, the dense matrix that this process gathered, with its
   // piece of the gathered matrix; elements between its runs are left alone. Errors as for
   // Update, and STATUS_NOT_SUPPORTED for a sparse matrix. A failed transfer may leave values
-  // partly overwritten where they are received in place.
+  // partly overwritten where they are received in place. STATUS_INCONSISTENT also where this
+  // process's arrays are too short, which only it can see: the others may then wait for it.
   PavexStatus Scatter(MatrixBase& local);
 
  private:
@@ -73,6 +75,7 @@ class PAVEX_API Aggregator : public AggregatorBase {
   PavexStatus Dense2Comm(bool rowMajor, Buffer<T> const& global, Buffer<T>& commValues);
   PavexStatus Comm2Dense(bool rowMajor, Buffer<T>& values);
   PavexStatus CheckDense(bool rowMajor) const;
+  int Pieces() const;
   long LeadingDimension(bool rowMajor) const { return rowMajor ? mCols : mRows; }
 
   // Dense gather and update: dense.ipp.
@@ -110,6 +113,10 @@ class PAVEX_API Aggregator : public AggregatorBase {
   template <typename M>
   PavexStatus GatherLengths(M const& local, int size, long count, Buffer<I>& offsets);
 };
+
+static_assert(sizeof(Aggregator<double, int>) == sizeof(AggregatorBase),
+              "holds nothing beyond its base");
+static_assert(!std::is_polymorphic_v<Aggregator<double, int>>, "has no virtual function");
 
 #define PAVEX_EXTERN(T, I) extern template class Aggregator<T, I>;
 PAVEX_FOR_EACH_INSTANCE(PAVEX_EXTERN)

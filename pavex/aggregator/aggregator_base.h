@@ -31,7 +31,8 @@ class PAVEX_API AggregatorBase {
   // The communicator of the last gather: the very pointer that the object holds. Local.
   std::shared_ptr<Comm> const& GetComm() const { return mComm; }
 
-  // Binds another communicator and releases the previous one. Local.
+  // Binds another communicator and releases the previous one. Local. Meant for the next gather;
+  // an Update or Scatter over a communicator of another size than the gather's is undefined.
   void SetComm(std::shared_ptr<Comm> const& comm) { mComm = comm; }
 
   // Deletes the gathered matrix, if any; nothing else changes. Local.
@@ -41,15 +42,13 @@ class PAVEX_API AggregatorBase {
   explicit AggregatorBase(MemoryPool* pool) : mPool(pool) {}
   ~AggregatorBase();
 
-  // --- The exchange of the records
-  // -------------------------------------------------------------
+  // The exchange of the records.
 
   // Replaces `infos` by one record per process, all filled. Collective.
   PavexStatus GatherLocalInfo(MatrixBase const& local, bool withValues,
                               Buffer<MatrixLocalInfo>& infos);
 
-  // --- The mode and the agreement of the records: local, alike on every process
-  // -----------------
+  // The mode and the agreement of the records: local, alike on every process.
 
   // Decides the mode. `source` is the first process whose matrix is not empty, -2 if all are.
   static PavexStatus DetermineMode(Buffer<MatrixLocalInfo> const& infos, DistMatrixMode& mode,
@@ -59,8 +58,7 @@ class PAVEX_API AggregatorBase {
   // Only a notice about this process's own partition; never fails.
   PavexStatus CheckForOneMode(Buffer<MatrixLocalInfo> const& infos) const;
 
-  // --- The metadata of a gather
-  // -----------------------------------------------------------------
+  // The metadata of a gather.
 
   // First step of every gather: exchanges the records, decides the mode and fills every member
   // below from mMode on. `root` is the receiving rank, -1 for every process. Collective.

@@ -103,6 +103,7 @@ PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, Buffer<I>& offsets) 
 template <typename T, typename I>
 template <typename M>
 bool Aggregator<T, I>::LengthsFit(long count) const {
+  if (!FitsMemory<I>(WrappingAdd(count, 1L))) return false;
   for (std::int64_t p = 0; p < mLocalInfos.mSize; ++p) {
     MatrixLocalInfo const& info = mLocalInfos.mData[p];
     std::int64_t const length = PickCompressed<M>(info.rows, info.cols);

@@ -95,6 +95,12 @@ PavexStatus Aggregator<T, I>::PackDenseValues(MatrixDense<T, I> const& matrix,
   return STATUS_OK;
 }
 
+// The processes, of which no more are read than there are records: after SetComm there may be.
+template <typename T, typename I>
+int Aggregator<T, I>::Pieces() const {
+  return std::min(mComm->Size(), static_cast<int>(mLocalInfos.mSize));
+}
+
 // Global to communication layout: a view of `global` where they coincide, else a reordered
 // copy.
 template <typename T, typename I>
@@ -107,7 +113,7 @@ PavexStatus Aggregator<T, I>::Dense2Comm(bool rowMajor, Buffer<T> const& global,
   Log::Debug("[%s] Reorder values of dense matrix to send out.\n");
   PavexStatus const status = Log::Report(mPool->Get(commValues, global.mSize));
   if (status != STATUS_OK) return status;
-  GlobalToComm(sizeof(T), mLocalInfos, mComm->Size(), rowMajor, LeadingDimension(rowMajor),
+  GlobalToComm(sizeof(T), mLocalInfos, Pieces(), rowMajor, LeadingDimension(rowMajor),
                global.mData, commValues.mData);
   return STATUS_OK;
 }
@@ -120,7 +126,7 @@ PavexStatus Aggregator<T, I>::Comm2Dense(bool rowMajor, Buffer<T>& values) {
   Buffer<T> ordered;
   PavexStatus const status = Log::Report(mPool->Get(ordered, values.mSize));
   if (status != STATUS_OK) return status;
-  CommToGlobal(sizeof(T), mLocalInfos, mComm->Size(), rowMajor, LeadingDimension(rowMajor),
+  CommToGlobal(sizeof(T), mLocalInfos, Pieces(), rowMajor, LeadingDimension(rowMajor),
                values.mData, ordered.mData);
   values.Swap(ordered);
   return STATUS_OK;
@@ -135,7 +141,8 @@ PavexStatus Aggregator<T, I>::CheckDense(bool rowMajor) const {
     return STATUS_INCONSISTENT;
   }
   if (ContiguousLocalSubmat(rowMajor)) return STATUS_OK;
-  bool const inside = ReorderStaysInside(mLocalInfos, static_cast<int>(mLocalInfos.mSize),
+  bool const inside = FitsMemory<T>(mNnz) &&
+                      ReorderStaysInside(mLocalInfos, static_cast<int>(mLocalInfos.mSize),
                                          rowMajor, LeadingDimension(rowMajor), mNnz);
   return inside ? STATUS_OK : Log::Report(STATUS_INCONSISTENT);
 }

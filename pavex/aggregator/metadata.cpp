@@ -85,6 +85,9 @@ void AggregatorBase::FillFromReference(MatrixLocalInfo const& reference, int ran
 // [0, 28] and 70 entries.
 PavexStatus AggregatorBase::FillFromPieces() {
   long const pieces = mLocalInfos.mSize;
+  for (long p = 0; p < pieces; ++p) {  // a negative count would reach the communicator
+    if (mLocalInfos.mData[p].nnz < 0) return Log::Report(STATUS_INCONSISTENT);
+  }
   if (mIsReceiver) {
     PavexStatus status = Log::Report(mPool->Get(mCounts, pieces));
     if (status != STATUS_OK) return status;

@@ -29,14 +29,9 @@ PavexStatus Aggregator<T, I>::ScatterDense(MatrixDense<T, I> const& local) {
   auto* const whole = dynamic_cast<MatrixDense<T, I>*>(mTarget);
   if (mRoot == -1) return CopyOwnPiece(*whole, local);
 
-  PavexStatus status = CheckDense(local.mRowMajor);
-  if (status != STATUS_OK) return status;
-  bool const inside = HoldsItsRuns(local) && (!mIsReceiver || HoldsItsRuns(*whole));
-  if (!inside) return Log::Report(STATUS_INCONSISTENT);
-
   Buffer<T> packed;
-  if (mIsReceiver) {
-    status = Log::Report(PackDenseValues(*whole, packed));
+  if (mIsReceiver && HoldsItsRuns(*whole)) {
+    PavexStatus const status = Log::Report(PackDenseValues(*whole, packed));
     if (status != STATUS_OK) return status;
   }
   return ScatterDenseValues(packed, local);
@@ -58,6 +53,7 @@ PavexStatus Aggregator<T, I>::CopyOwnPiece(MatrixDense<T, I> const& whole,
 template <typename T, typename I>
 bool Aggregator<T, I>::PiecesFit(MatrixDense<T, I> const& whole) const {
   if (mMode != DISTRIBUTED) return true;
+  if (!FitsMemory<T>(mNnz)) return false;
   bool const rowMajor = whole.mRowMajor;
   bool const consecutive =
       mPartition.type == (rowMajor ? PARTITION_ROW_WISE : PARTITION_COLUMN_WISE);
@@ -76,8 +72,11 @@ template <typename T, typename I>
 PavexStatus Aggregator<T, I>::ScatterDenseValues(Buffer<T> const& global,
                                                  MatrixDense<T, I> const& local) {
   constexpr Datatype kType = DatatypeOf<T>::kValue;
+  PavexStatus status = CheckDense(local.mRowMajor);
+  if (status != STATUS_OK) return status;
+  bool const inside = HoldsItsRuns(local) && (!mIsReceiver || global.mSize >= mNnz);
+  if (!inside) return Log::Report(STATUS_INCONSISTENT);
   long const entries = local.NNZ();
-  PavexStatus status = STATUS_OK;
   Buffer<T> received;
   if (mMode == DISTRIBUTED) {
     Buffer<T> commValues;

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <limits>
 #include <type_traits>
 
 namespace Pavex {
@@ -23,6 +24,13 @@ template <typename Int>
 constexpr Int WrappingMul(Int a, Int b) noexcept {
   using Unsigned = std::make_unsigned_t<Int>;
   return static_cast<Int>(static_cast<Unsigned>(a) * static_cast<Unsigned>(b));
+}
+
+// Whether an array of `count` elements of E can exist; a byte count beyond wraps to a smaller
+// one.
+template <typename E>
+constexpr bool FitsMemory(long count) noexcept {
+  return count >= 0 && count <= std::numeric_limits<long>::max() / static_cast<long>(sizeof(E));
 }
 
 }  // namespace Pavex

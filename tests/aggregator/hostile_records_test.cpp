@@ -1,0 +1,128 @@
+// Records of peers whose numbers would lead outside an array are refused before anything moves.
+
+#include "pavex/aggregator/aggregator.h"
+#include "tests/support/aggregator_probe.h"
+#include "tests/support/ledger_pool.h"
+#include "tests/support/log_level.h"
+#include "tests/support/records.h"
+#include "tests/support/scripted_comm.h"
+#include "tests/support/trace_comm.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Pavex {
+namespace {
+
+constexpr long kHuge = 1L << 60;
+
+// Rank 0 of two, whose peer sends `peer` as its record.
+std::shared_ptr<TraceComm> WithPeer(MatrixLocalInfo const& own, MatrixLocalInfo const& peer) {
+  auto const scripted = std::make_shared<ScriptedComm>(0, 2);
+  scripted->SetRecords(Records{own, peer});
+  return std::make_shared<TraceComm>(scripted);
+}
+
+// Only the records have travelled.
+void ExpectNothingMoved(TraceComm const& comm) {
+  ASSERT_EQ(comm.DataTexts().size(), 1U);
+  EXPECT_EQ(comm.DataTexts()[0].rfind("Allgather(", 0), 0U) << comm.DataTexts()[0];
+}
+
+TEST(HostileRecords, RefusesCompressedRowsWhoseOffsetsWrapInBytes) {
+  LogLevel const silent(-1);
+  LedgerPool pool;
+  int ptr[] = {0, 1, 2, 3};
+  int col[] = {0, 0, 0};
+  double values[] = {1, 2, 3};
+  auto local = MatrixCSR<double, int>::Borrow(3, 1, ptr, col, values);
+  local.PlaceIn(3, 1, MatrixPartition::RowWise(0));
+  MatrixLocalInfo peer = RecordOf(local, true);
+  peer.partition.begin = 3;
+  peer.rows = 4 * kHuge;
+  peer.nnz = 0;
+  auto const comm = WithPeer(RecordOf(local, true), peer);
+  Aggregator<double, int> aggregator(&pool);
+
+  PavexStatus const status = aggregator.Gather(comm, local, true);
+
+  EXPECT_EQ(status, STATUS_INCONSISTENT);
+  ExpectNothingMoved(*comm);
+}
+
+TEST(HostileRecords, RefusesDensePiecesWhoseStorageWrapsInBytes) {
+  LogLevel const silent(-1);
+  MemoryPool pool;
+  std::vector<double> values(64);
+  auto local = MatrixDense<double, int>::Borrow(64, 1, true, 1, values.data());
+  local.PlaceIn(kHuge + 32, 2, MatrixPartition::ColumnWise(0));
+  MatrixLocalInfo peer = RecordOf(local, true);
+  peer.partition.begin = 1;
+  peer.rows = 1;
+  peer.nnz = 2 * kHuge;
+  auto const comm = WithPeer(RecordOf(local, true), peer);
+  Aggregator<double, int> aggregator(&pool);
+
+  PavexStatus const status = aggregator.Gather(comm, local, true);
+
+  EXPECT_EQ(status, STATUS_INCONSISTENT);
+  ExpectNothingMoved(*comm);
+}
+
+TEST(HostileRecords, RefusesAScatterFromStorageThatWrapsInBytes) {
+  LogLevel const silent(-1);
+  MemoryPool pool;
+  double values[] = {1, 2, 3, 4};
+  auto local = MatrixDense<double, int>::Borrow(2, 2, false, 2, values);
+  local.PlaceIn(4, 2, MatrixPartition::RowWise(0));
+  MatrixLocalInfo peer = RecordOf(local, false);
+  peer.partition.begin = 2;
+  peer.nnz = 4 * kHuge + 4;
+  auto const comm = WithPeer(RecordOf(local, false), peer);
+  Aggregator<double, int> aggregator(&pool);
+  ASSERT_EQ(aggregator.Allgather(comm, local, false), STATUS_OK);
+
+  PavexStatus const status = aggregator.Scatter(local);
+
+  EXPECT_EQ(status, STATUS_INCONSISTENT);
+  EXPECT_EQ(values[3], 4);
+}
+
+TEST(HostileRecords, RefusesANegativeEntryCount) {
+  LogLevel const silent(-1);
+  LedgerPool pool;
+  int index[] = {0, 1, 2, 3};
+  double values[] = {1, 2, 3, 4};
+  auto local = MatrixCOO<double, int>::Borrow(4, 4, 4, index, index, values);
+  local.PlaceIn(4, 4, MatrixPartition::NonzeroWise());
+  MatrixLocalInfo peer = RecordOf(local, true);
+  peer.nnz = -3;
+  auto const comm = WithPeer(RecordOf(local, true), peer);
+  Aggregator<double, int> aggregator(&pool);
+
+  PavexStatus const status = aggregator.Gather(comm, local, true);
+
+  EXPECT_EQ(status, STATUS_INCONSISTENT);
+  ExpectNothingMoved(*comm);
+}
+
+TEST(HostileRecords, ReadsNoMoreRecordsThanTheGatherHad) {
+  LogLevel const silent(-1);
+  MemoryPool pool;
+  double values[] = {1, 2, 3, 4};
+  auto local = MatrixDense<double, int>::Borrow(2, 2, true, 2, values);
+  local.PlaceIn(2, 4, MatrixPartition::ColumnWise(0));
+  MatrixLocalInfo peer = RecordOf(local, true);
+  peer.partition.begin = 2;
+  Aggregator<double, int> aggregator(&pool);
+  ASSERT_EQ(aggregator.Gather(WithPeer(RecordOf(local, true), peer), local, true), STATUS_OK);
+
+  aggregator.SetComm(std::make_shared<ScriptedComm>(0, 5));
+
+  EXPECT_EQ(aggregator.Scatter(local), STATUS_OK);
+}
+
+}  // namespace
+}  // namespace Pavex
