@@ -2,13 +2,15 @@
 
 #pragma once
 
+#include "tools/job.h"
+
 #include <CLI/CLI.hpp>
 
 namespace Pavex::Tool {
 
 // Adds a subcommand to `app`. When it was given, parsing runs it, which sets `exitCode` or
-// throws.
-void AddGather(CLI::App& app, int& exitCode);
-void AddSolve(CLI::App& app, int& exitCode);
+// throws; `job` is not ended by it.
+void AddGather(CLI::App& app, Job& job, int& exitCode);
+void AddSolve(CLI::App& app, Job& job, int& exitCode);
 
 }  // namespace Pavex::Tool

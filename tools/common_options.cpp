@@ -4,6 +4,7 @@
 #include "tools/input_error.h"
 
 #include <cstdint>
+#include <optional>
 
 namespace Pavex::Tool {
 
@@ -58,13 +59,17 @@ void AddInput(CLI::App& command, GatherOptions& options, std::string const& file
 
 void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
                std::string const& formats) {
-  AddNumber(command, "--ranks", options.mRanks, 1, kMostRanks, "Number of ranks");
+  AddNumber(command, "--ranks", options.mRanks, 1, kMostRanks,
+            "Number of ranks; under MPI the number of processes");
   auto const addWord = [&command](char const* name, std::string& word,
                                   std::string const& choices) {
     command.add_option(name, word, choices)
         ->capture_default_str()
         ->option_text(word.empty() ? "WORD" : "WORD [" + word + "]");
   };
+  addWord(
+      "--comm", words.mComm,
+      "mpi or local (threads of this process); without it mpi under a launcher of MPI jobs");
   addWord("--format", words.mFormat, formats);
   addWord("--partition", words.mPartition, "rows, columns, entries, one or all");
   command
@@ -93,10 +98,19 @@ void Understand(CommonWords const& words, GatherOptions& options) {
   if (!words.mValue.empty()) options.mValue = ParseChoice<ValueKind>("--value", words.mValue);
   options.mIndex = ParseChoice<IndexKind>("--index", words.mIndex);
   options.mLogLevel = ParseChoice<LogLevel>("--log-level", words.mLogLevel);
+  if (!words.mComm.empty()) options.mComm = ParseChoice<CommKind>("--comm", words.mComm);
   if (words.mTo != "root" && words.mTo != "all")
     throw InputError("--to: unknown \"" + words.mTo + "\", choose one of root, all");
   options.mToAll = words.mTo == "all";
   Log::mMaxLogLevel = LogNumber(options.mLogLevel);
+}
+
+std::unique_ptr<Ranks> MakeRanks(Job& job, CLI::App const& command, GatherOptions& options) {
+  std::optional<int> count;
+  if (command.count("--ranks") > 0) count = options.mRanks;
+  auto ranks = job.MakeRanks(options.mComm, count);
+  options.mRanks = ranks->Count();
+  return ranks;
 }
 
 }  // namespace Pavex::Tool

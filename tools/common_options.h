@@ -2,9 +2,11 @@
 
 #pragma once
 
+#include "tools/job.h"
 #include "tools/options.h"
 
 #include <CLI/CLI.hpp>
+#include <memory>
 #include <string>
 
 namespace Pavex::Tool {
@@ -20,6 +22,7 @@ struct CommonWords {
   std::string mIndex = "int";
   std::string mTo = "root";
   std::string mLogLevel = "error";
+  std::string mComm;
 };
 
 // A number option whose refusal names the range.
@@ -39,5 +42,8 @@ void AddReportFile(CLI::App& command, GatherOptions& options);
 // Takes the words over into the options, and the level into the log of the library. Throws
 // InputError for an unknown word.
 void Understand(CommonWords const& words, GatherOptions& options);
+
+// The ranks that --comm and --ranks of `command` ask for; sets mRanks to their number.
+std::unique_ptr<Ranks> MakeRanks(Job& job, CLI::App const& command, GatherOptions& options);
 
 }  // namespace Pavex::Tool

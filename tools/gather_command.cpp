@@ -1,7 +1,7 @@
 // `pavex gather`: its options, and what becomes of the result.
 
-#include "pavex/runtime/log.h"
 #include "tools/commands.h"
+#include "tools/common_options.h"
 #include "tools/gather_job.h"
 #include "tools/input_error.h"
 #include "tools/job_error.h"
@@ -15,8 +15,6 @@ namespace Pavex::Tool {
 
 namespace {
 
-constexpr int kMostRanks = 4096;
-constexpr long kMostPad = 1 << 20;
 constexpr int kMostUpdates = 10000;
 
 constexpr char const* kExamples =
@@ -38,6 +36,8 @@ constexpr char const* kExamples =
     "      rank 2 holds everything; the library tells what it decides\n"
     "  pavex gather A.mtx --format csr --output whole.mtx --json report.json\n"
     "      write the gathered matrix, and the report for programs\n"
+    "  mpirun -n 4 pavex gather A.mtx --format csr\n"
+    "      on 4 processes over MPI\n"
     "\nWhat --generate knows: poisson3d:N and convection3d:N on N x N x N points, random:N "
     "sparse\n"
     "with a few full rows, dense:ROWSxCOLS.\n"
@@ -47,130 +47,71 @@ constexpr char const* kExamples =
     "and\n"
     "all give the whole matrix to one rank or to every rank.\n";
 
-// The options that are words, before they are understood.
-struct Words {
-  std::string mFormat = "coo";
-  std::string mPartition = "rows";
-  std::string mValue;
-  std::string mIndex = "int";
-  std::string mTo = "root";
-  std::string mLogLevel = "error";
-  bool mNoValues = false;
-};
-
-void Understand(Words const& words, GatherOptions& options) {
-  options.mFormat = ParseChoice<Format>("--format", words.mFormat);
-  options.mPartition = ParseChoice<Partition>("--partition", words.mPartition);
-  if (!words.mValue.empty()) options.mValue = ParseChoice<ValueKind>("--value", words.mValue);
-  options.mIndex = ParseChoice<IndexKind>("--index", words.mIndex);
-  options.mLogLevel = ParseChoice<LogLevel>("--log-level", words.mLogLevel);
-  if (words.mTo != "root" && words.mTo != "all")
-    throw InputError("--to: unknown \"" + words.mTo + "\", choose one of root, all");
-  options.mToAll = words.mTo == "all";
-  options.mWithValues = !words.mNoValues;
-}
-
-std::int32_t LogNumber(LogLevel level) {
-  switch (level) {
-    case LogLevel::SILENT:
-      return -1;
-    case LogLevel::FATAL:
-      return LOG_FATAL;
-    case LogLevel::ERROR:
-      return LOG_ERROR;
-    case LogLevel::DEBUG:
-      break;
-  }
-  return LOG_DEBUG;
-}
-
-int Gather(GatherOptions const& options) {
-  CheckCombination(options);
-  Log::mMaxLogLevel = LogNumber(options.mLogLevel);
-  auto const source =
+// The input as this process needs it: a process with one rank that receives nothing keeps no
+// more than that rank's piece.
+std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks) {
+  auto source =
       options.mFile.empty() ? OpenGenerator(options.mGenerate) : OpenFile(options.mFile);
-  auto const ranks = MakeLocalRanks(options.mRanks);
-  GatherResult const result = RunGather(*source, options, *ranks);
+  int const rank = ranks.FirstHere();
+  if (ranks.Kind() == CommKind::MPI && rank != 0 && !options.mToAll)
+    source->Keep(CutPiece(source->Whole(), options.mPartition, ranks.Count(), rank,
+                          options.mHolder, options.mCuts));
+  return source;
+}
 
+// Rank 0's process alone speaks and writes.
+void Publish(GatherResult const& result, GatherOptions const& options) {
   GatherReport const& report = result.mReport;
-  bool const verified = report.Verified();
   std::fputs(InText(report).c_str(), stdout);
-  if (result.mOutput != nullptr && verified) result.mOutput->Commit();
+  if (result.mOutput != nullptr && report.Verified()) result.mOutput->Commit();
   if (!options.mJson.empty()) WriteWholeFile(options.mJson, InJson(report));
-  if (!verified)
-    throw JobError("the gathered matrix is not that of the input: " + report.Difference());
+}
+
+int Gather(GatherOptions const& options, Ranks& ranks) {
+  CheckCombination(options);
+  auto const source = OpenSource(options, ranks);
+  GatherResult const result = RunGather(*source, options, ranks);
+  if (ranks.FirstHere() == 0) Publish(result, options);
+  if (!result.mReport.Verified())
+    throw JobError("the gathered matrix is not that of the input: " +
+                   result.mReport.Difference());
   return 0;
 }
 
-// A number option whose refusal names the range.
-template <typename Number>
-void AddNumber(CLI::App& command, std::string const& name, Number& number, long low, long high,
-               std::string const& help) {
-  auto const check = [low, high](std::string const& text) -> std::string {
-    long value = 0;
-    bool const isNumber = CLI::detail::lexical_cast(text, value);
-    if (isNumber && value >= low && value <= high) return "";
-    return "\"" + text + "\" is not a whole number from " + std::to_string(low) + " to " +
-           std::to_string(high);
-  };
-  command.add_option(name, number, help)
-      ->check(CLI::Validator(check, ""))
-      ->option_text("N [" + std::to_string(number) + "]");
-}
-
-void AddOptions(CLI::App& command, GatherOptions& options, Words& words) {
-  command.add_option("FILE", options.mFile, "Matrix Market file to gather")->option_text(" ");
-  command.add_option("--generate", options.mGenerate, "Generate the matrix instead")
-      ->option_text("KIND:SIZE");
-  AddNumber(command, "--ranks", options.mRanks, 1, kMostRanks, "Number of ranks");
-  auto const addWord = [&command](char const* name, std::string& word, char const* choices) {
-    command.add_option(name, word, choices)
-        ->capture_default_str()
-        ->option_text(word.empty() ? "WORD" : "WORD [" + word + "]");
-  };
-  addWord("--format", words.mFormat, "coo, csr, csc, dense-row or dense-col");
-  addWord("--partition", words.mPartition, "rows, columns, entries, one or all");
-  command
-      .add_option("--cuts", options.mCuts,
-                  "Where the pieces but the first begin, instead of pieces of equal size")
-      ->delimiter(',')
-      ->option_text("N,N,...");
-  AddNumber(command, "--holder", options.mHolder, 0, kMostRanks - 1,
-            "With --partition one, the rank that holds the matrix");
-  addWord("--to", words.mTo, "root (rank 0) or all");
-  addWord("--value", words.mValue,
-          "float, double, complex-float or complex-double; default as the input");
-  addWord("--index", words.mIndex, "int or long");
-  command.add_flag("--no-values", words.mNoValues, "Gather the pattern alone");
+void AddOptions(CLI::App& command, GatherOptions& options, CommonWords& words, bool& noValues) {
+  AddInput(command, options, "Matrix Market file to gather");
+  AddCommon(command, options, words, "coo, csr, csc, dense-row or dense-col");
+  command.add_flag("--no-values", noValues, "Gather the pattern alone");
   AddNumber(command, "--updates", options.mUpdates, 0, kMostUpdates,
             "Send new values that many times after the gather");
   command.add_flag("--scatter", options.mScatter,
                    "Dense: change the gathered values and send them back");
   AddNumber(command, "--ld", options.mPad, 0, kMostPad,
             "Dense: unused elements between the rows (columns) of a piece");
-  AddNumber(command, "--base", options.mBase, 0, 1, "csr, csc: first offset of a piece");
-  addWord("--log-level", words.mLogLevel, "silent, fatal, error or debug, of the library");
   command.add_option("--output", options.mOutput, "Write the gathered matrix to this file")
       ->option_text("FILE.mtx");
-  command.add_option("--json", options.mJson, "Write the report for programs to this file")
-      ->option_text("FILE");
+  AddReportFile(command, options);
 }
 
 }  // namespace
 
-void AddGather(CLI::App& app, int& exitCode) {
+void AddGather(CLI::App& app, Job& job, int& exitCode) {
   struct State {
     GatherOptions mOptions;
-    Words mWords;
+    CommonWords mWords;
+    bool mNoValues = false;
   };
   auto const state = std::make_shared<State>();
   CLI::App* const command = app.add_subcommand(
       "gather", "Cut a matrix into pieces, gather them and check the result");
   command->footer(kExamples);
-  AddOptions(*command, state->mOptions, state->mWords);
-  command->callback([state, &exitCode] {
-    Understand(state->mWords, state->mOptions);
-    exitCode = Gather(state->mOptions);
+  AddOptions(*command, state->mOptions, state->mWords, state->mNoValues);
+  command->callback([state, command, &job, &exitCode] {
+    GatherOptions& options = state->mOptions;
+    Understand(state->mWords, options);
+    options.mWithValues = !state->mNoValues;
+    auto const ranks = MakeRanks(job, *command, options);
+    exitCode = Gather(options, *ranks);
   });
 }
 

@@ -27,12 +27,14 @@ GatherResult RunGather(Source const& source, GatherOptions const& options, Ranks
     using T = typename decltype(valueTag)::Type;
     using I = typename decltype(indexTag)::Type;
     ranks.Run([&](std::shared_ptr<Comm> const& comm) {
-      GatherRank<T, I>(comm, source, options).Run(result);
+      GatherRank<T, I> rank(comm, source, options);
+      rank.Run(comm->Rank() == ranks.FirstHere() ? &result : nullptr);
     });
   };
   WithTypes(value, options.mIndex, run);
 
   GatherReport& report = result.mReport;
+  report.mComm = ranks.Kind();
   report.mInput = source.Name();
   report.mField = NameOf(source.Kind());
   report.mWhole = source.Whole();

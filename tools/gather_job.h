@@ -14,8 +14,9 @@
 namespace Pavex::Tool {
 
 struct GatherResult {
-  GatherReport mReport;  // filled where rank 0 lives
-  // The gathered matrix on its way into options.mOutput, to be committed if it is worth it.
+  GatherReport mReport;
+  // Where rank 0 lives: the gathered matrix on its way into options.mOutput, to be committed if
+  // it is worth it.
   std::unique_ptr<MatrixMarketWriter> mOutput;
 };
 

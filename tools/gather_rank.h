@@ -29,8 +29,8 @@ class GatherRank {
              GatherOptions const& options)
       : mComm(comm), mSource(source), mOptions(options), mAggregator(&mPool) {}
 
-  // `result` is written on rank 0 alone.
-  void Run(GatherResult& result);
+  // `result` is set on one rank of each process, rank 0 among them.
+  void Run(GatherResult* result);
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -65,7 +65,7 @@ class GatherRank {
 };
 
 template <typename T, typename I>
-void GatherRank<T, I>::Run(GatherResult& result) {
+void GatherRank<T, I>::Run(GatherResult* result) {
   BuildPiece();
   RefuseEmptyPieces(FromEveryRank(*mComm, mRecord), mSource.Whole(), mOptions);
   Gather();
@@ -74,16 +74,15 @@ void GatherRank<T, I>::Run(GatherResult& result) {
     Update();
     Check("after update " + std::to_string(update));
   }
-  bool const isRoot = mComm->Rank() == 0;
-  if (isRoot && !mOptions.mOutput.empty())
-    result.mOutput = WriteGathered<T, I>(mOptions.mOutput, *mAggregator.Target());
+  if (mComm->Rank() == 0 && !mOptions.mOutput.empty())
+    result->mOutput = WriteGathered<T, I>(mOptions.mOutput, *mAggregator.Target());
   if (mOptions.mScatter) Scatter();
 
   mRecord.mPeakPoolBytes = static_cast<long>(mPool.PeakBytesInUse());
   std::vector<RankRecord> records = FromEveryRank(*mComm, mRecord);
-  if (!isRoot) return;
-  result.mReport.mRanks = std::move(records);
-  result.mReport.mTimings = std::move(mTimings);
+  if (result == nullptr) return;
+  result->mReport.mRanks = std::move(records);
+  result->mReport.mTimings = std::move(mTimings);
 }
 
 template <typename T, typename I>

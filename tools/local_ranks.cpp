@@ -15,7 +15,9 @@ class LocalRanks final : public Ranks {
  public:
   explicit LocalRanks(int count) : mCount(count) {}
 
+  CommKind Kind() const override { return CommKind::LOCAL; }
   int Count() const override { return mCount; }
+  int FirstHere() const override { return 0; }
 
   void Run(Body const& body) override {
     std::mutex mutex;

@@ -2,6 +2,8 @@
 // error and exit code 1.
 
 #include "tools/commands.h"
+#include "tools/input_error.h"
+#include "tools/job.h"
 
 #include <algorithm>
 #include <cctype>
@@ -10,54 +12,58 @@
 #include <new>
 #include <string>
 
+namespace Pavex::Tool {
+
 namespace {
 
-// One line, whatever a file name or an argument holds.
-int Fail(std::string message) {
+// Whatever a file name or an argument holds.
+std::string OneLine(std::string message) {
   std::replace_if(
       message.begin(), message.end(), [](unsigned char c) { return std::iscntrl(c) != 0; },
       '?');
-  std::fflush(stdout);
-  std::fprintf(stderr, "pavex: %s\n", message.c_str());
-  return 1;
+  return message;
 }
 
-int Run(int argc, char** argv) {
+int Run(Job& job, int argc, char** argv) {
   CLI::App app("Gather distributed matrices, and see that it was done right.", "pavex");
   app.set_version_flag("--version", "pavex " PAVEX_VERSION);
   app.require_subcommand(1);
   app.footer("\nStart with: pavex gather --generate poisson3d:20");
   int exitCode = 0;
-  Pavex::Tool::AddGather(app, exitCode);
-  Pavex::Tool::AddSolve(app, exitCode);
+  AddGather(app, job, exitCode);
+  AddSolve(app, job, exitCode);
 
   std::string const first = argc > 1 ? argv[1] : "";
   auto const isFirst = [&first](CLI::App* command) { return command->check_name(first); };
   bool const known = !app.get_subcommands(isFirst).empty();
-  if (argc < 2) return Fail("name a subcommand; see pavex --help");
+  if (argc < 2) throw InputError("name a subcommand; see pavex --help");
   if (!known && first[0] != '-')
-    return Fail("unknown subcommand \"" + first + "\"; see pavex --help");
+    throw InputError("unknown subcommand \"" + first + "\"; see pavex --help");
   try {
     app.parse(argc, argv);
   } catch (CLI::Success const& help) {
-    return app.exit(help);
+    return job.Speaks() ? app.exit(help) : 0;
   } catch (CLI::ParseError const& error) {
-    return Fail(std::string(error.what()) + "; see pavex " + (known ? first + " " : "") +
-                "--help");
+    throw InputError(std::string(error.what()) + "; see pavex " + (known ? first + " " : "") +
+                     "--help");
   }
   return exitCode;
 }
 
 }  // namespace
 
+}  // namespace Pavex::Tool
+
 int main(int argc, char** argv) {
+  Pavex::Tool::Job job;
   try {
-    int const exitCode = Run(argc, argv);
-    if (std::fflush(stdout) != 0) return Fail("cannot write to standard output");
+    int const exitCode = Pavex::Tool::Run(job, argc, argv);
+    if (std::fflush(stdout) != 0) return job.Fail("cannot write to standard output");
+    job.Finish();
     return exitCode;
   } catch (std::bad_alloc const&) {
-    return Fail("not enough memory");
+    return job.Fail("not enough memory");
   } catch (std::exception const& error) {
-    return Fail(error.what());
+    return job.Fail(Pavex::Tool::OneLine(error.what()));
   }
 }

@@ -31,6 +31,7 @@ constexpr Word<LogLevel> kLevels[] = {{LogLevel::SILENT, "silent"},
                                       {LogLevel::FATAL, "fatal"},
                                       {LogLevel::ERROR, "error"},
                                       {LogLevel::DEBUG, "debug"}};
+constexpr Word<CommKind> kComms[] = {{CommKind::MPI, "mpi"}, {CommKind::LOCAL, "local"}};
 
 template <typename Choice, std::size_t N>
 char const* Find(Word<Choice> const (&words)[N], Choice choice) {
@@ -83,6 +84,9 @@ char const* NameOf(IndexKind kind) {
 char const* NameOf(LogLevel level) {
   return Find(kLevels, level);
 }
+char const* NameOf(CommKind kind) {
+  return Find(kComms, kind);
+}
 
 template <>
 Format ParseChoice<Format>(std::string const& option, std::string const& word) {
@@ -103,6 +107,10 @@ IndexKind ParseChoice<IndexKind>(std::string const& option, std::string const& w
 template <>
 LogLevel ParseChoice<LogLevel>(std::string const& option, std::string const& word) {
   return Parse(kLevels, option, word);
+}
+template <>
+CommKind ParseChoice<CommKind>(std::string const& option, std::string const& word) {
+  return Parse(kComms, option, word);
 }
 
 void CheckCombination(GatherOptions const& options) {

@@ -13,6 +13,10 @@ enum class Partition { ROWS, COLUMNS, ENTRIES, ONE, ALL };
 enum class ValueKind { FLOAT, DOUBLE, COMPLEX_FLOAT, COMPLEX_DOUBLE };
 enum class IndexKind { INT, LONG };
 enum class LogLevel { SILENT, FATAL, ERROR, DEBUG };
+// What carries the ranks: processes under MPI, or threads of one process.
+enum class CommKind { MPI, LOCAL };
+
+constexpr int kDefaultRanks = 4;  // where MPI does not give their number
 
 inline bool IsDense(Format format) {
   return format == Format::DENSE_ROW || format == Format::DENSE_COL;
@@ -30,6 +34,7 @@ char const* NameOf(Partition partition);
 char const* NameOf(ValueKind kind);
 char const* NameOf(IndexKind kind);
 char const* NameOf(LogLevel level);
+char const* NameOf(CommKind kind);
 
 // The choice that `word` stands for. Throws InputError that names `option` and all its words.
 template <typename Choice>
@@ -39,7 +44,8 @@ Choice ParseChoice(std::string const& option, std::string const& word);
 struct GatherOptions {
   std::string mFile;  // one of these two is set
   std::string mGenerate;
-  int mRanks = 4;
+  std::optional<CommKind> mComm;  // unset: as this process was started
+  int mRanks = kDefaultRanks;
   Format mFormat = Format::COO;
   Partition mPartition = Partition::ROWS;
   std::optional<ValueKind> mValue;  // unset: double, or complex double for complex input

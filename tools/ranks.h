@@ -3,6 +3,7 @@
 #pragma once
 
 #include "pavex/runtime/comm.h"
+#include "tools/options.h"
 
 #include <functional>
 #include <memory>
@@ -15,7 +16,11 @@ class Ranks {
 
   virtual ~Ranks() = default;
 
+  virtual CommKind Kind() const = 0;
   virtual int Count() const = 0;
+
+  // The lowest rank that lives in this process.
+  virtual int FirstHere() const = 0;
 
   // Runs `body` on the ranks that live in this process and returns when they have ended. If
   // some throw, the exception thrown first reaches the caller: the others follow from it.

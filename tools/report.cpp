@@ -30,10 +30,12 @@ void AppendHead(GatherReport const& report, std::string& text) {
   text += report.mInput;
   Append(text, ": %ld x %ld, %ld entries, %s\n", report.mWhole.mRows, report.mWhole.mCols,
          report.mWhole.mEntries, report.mField.c_str());
-  Append(text, "%s of %s%s with %s indices, %s, gathered on %s\n\n", NameOf(options.mFormat),
+  Append(text, "%s of %s%s with %s indices, %s, gathered on %s", NameOf(options.mFormat),
          options.mWithValues ? "" : "the pattern without ", NameOf(report.mValue),
          NameOf(options.mIndex), Cut(options.mPartition).c_str(),
          options.mToAll ? "every rank" : "rank 0");
+  if (report.mComm == CommKind::MPI) text += ", over MPI";
+  text += "\n\n";
 }
 
 void AppendPieces(GatherReport const& report, std::string& text) {

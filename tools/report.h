@@ -47,6 +47,7 @@ struct Timing {
 };
 
 struct GatherReport {
+  CommKind mComm = CommKind::LOCAL;
   std::string mInput;
   std::string mField;
   Extent mWhole;

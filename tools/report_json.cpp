@@ -59,6 +59,7 @@ std::string InJson(GatherReport const& report) {
                {"columns", report.mWhole.mCols},
                {"entries", report.mWhole.mEntries},
                {"field", report.mField},
+               {"comm", NameOf(report.mComm)},
                {"ranks", report.mRanks.size()},
                {"format", NameOf(options.mFormat)},
                {"partition", NameOf(options.mPartition)},

@@ -35,13 +35,13 @@ constexpr char const* kExamples =
     "      three right-hand sides with padded columns, solved on every rank\n"
     "\nBy default A is given as coordinates; the solvers take csc and csr without a copy.\n";
 
-int Solve(SolveOptions const& options) {
+int Solve(SolveOptions const& options, Ranks& ranks) {
   CheckSolve(options);
   GatherOptions const& forOperator = options.mOperator;
   auto const source = forOperator.mFile.empty() ? OpenGenerator(forOperator.mGenerate)
                                                 : OpenFile(forOperator.mFile);
-  auto const ranks = MakeLocalRanks(forOperator.mRanks);
-  SolveResult const result = RunSolve(*source, options, *ranks);
+  SolveResult const result = RunSolve(*source, options, ranks);
+  if (ranks.FirstHere() != 0) return 0;
   std::fputs(InText(result.mReport).c_str(), stdout);
   if (result.mOutput != nullptr) result.mOutput->Commit();
   if (!forOperator.mJson.empty()) WriteWholeFile(forOperator.mJson, InJson(result.mReport));
@@ -69,7 +69,7 @@ void AddOptions(CLI::App& command, SolveOptions& options, CommonWords& words) {
 
 }  // namespace
 
-void AddSolve(CLI::App& app, int& exitCode) {
+void AddSolve(CLI::App& app, Job& job, int& exitCode) {
   struct State {
     SolveOptions mOptions;
     CommonWords mWords;
@@ -79,9 +79,10 @@ void AddSolve(CLI::App& app, int& exitCode) {
       "solve", "Cut a matrix and right-hand sides into pieces, gather, solve and scatter");
   command->footer(kExamples);
   AddOptions(*command, state->mOptions, state->mWords);
-  command->callback([state, &exitCode] {
+  command->callback([state, command, &job, &exitCode] {
     Understand(state->mWords, state->mOptions.mOperator);
-    exitCode = Solve(state->mOptions);
+    auto const ranks = MakeRanks(job, *command, state->mOptions.mOperator);
+    exitCode = Solve(state->mOptions, *ranks);
   });
 }
 

@@ -28,15 +28,16 @@ class FileSource final : public Source {
     mField = mMatrix.mField;
     mWhole = {mMatrix.mRows, mMatrix.mCols, static_cast<long>(mMatrix.Entries())};
     CheckEntries();
-    mByRow = OrderByRow(mMatrix.Entries(), mWhole.mRows,
-                        [this](std::size_t k) { return mMatrix.mRow[k]; });
+    OrderRows();
   }
 
   Triplets Cut(Piece const& piece, ProgressFunction const&) const override {
     Triplets cut = Empty();
     bool const allInside = piece.Rows() == mWhole.mRows && piece.Cols() == mWhole.mCols;
-    if (allInside) cut.Reserve(static_cast<std::size_t>(piece.mEntryEnd - piece.mEntryBegin));
-    for (long k = piece.mEntryBegin; k < piece.mEntryEnd; ++k) {
+    long const begin = mIsPiece ? 0 : piece.mEntryBegin;
+    long const end = mIsPiece ? static_cast<long>(mMatrix.Entries()) : piece.mEntryEnd;
+    if (allInside) cut.Reserve(static_cast<std::size_t>(end - begin));
+    for (long k = begin; k < end; ++k) {
       auto const at = static_cast<std::size_t>(k);
       long const row = mMatrix.mRow[at];
       long const col = mMatrix.mCol[at];
@@ -61,7 +62,18 @@ class FileSource final : public Source {
     return rows;
   }
 
+  void Keep(Piece const& piece) override {
+    mMatrix = Cut(piece, {});
+    mIsPiece = true;
+    OrderRows();
+  }
+
  private:
+  void OrderRows() {
+    mByRow = OrderByRow(mMatrix.Entries(), mWhole.mRows,
+                        [this](std::size_t k) { return mMatrix.mRow[k]; });
+  }
+
   Triplets Empty() const {
     Triplets empty;
     empty.mRows = mMatrix.mRows;
@@ -78,6 +90,7 @@ class FileSource final : public Source {
   }
 
   Triplets mMatrix;
+  bool mIsPiece = false;              // mMatrix has lost what lies outside one piece
   std::vector<std::uint32_t> mByRow;  // entry numbers
 };
 
@@ -108,6 +121,8 @@ class GeneratorSource final : public Source {
     mGenerator.AppendRows(begin, end, rows);
     return rows;
   }
+
+  void Keep(Piece const&) override {}  // nothing is held
 
  private:
   // Makes the rows that hold the entries [begin, end) and drops what is too much of the first

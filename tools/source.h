@@ -16,7 +16,7 @@ namespace Pavex::Tool {
 // Counts and displacements of a gather are 32-bit.
 constexpr long kMaxEntries = std::numeric_limits<std::int32_t>::max();
 
-// Immutable once made: threads share it.
+// Immutable but for Keep: threads share it.
 class Source {
  public:
   virtual ~Source() = default;
@@ -32,6 +32,10 @@ class Source {
   // The entries of the rows [begin, end), row by row, entries of one row in the order of the
   // source. Does not go through Cut, so that what was cut can be checked against it.
   virtual Triplets Rows(long begin, long end) const = 0;
+
+  // Forgets the entries outside `piece`, for a process that holds no other one and receives
+  // nothing. From then on `piece` is the only one to cut, and Rows gives what lies inside it.
+  virtual void Keep(Piece const& piece) = 0;
 
  protected:
   // Throws InputError if there are more entries than a gather can place.

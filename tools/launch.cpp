@@ -1,0 +1,34 @@
+#include "tools/launch.h"
+
+#include <cstdlib>
+
+namespace Pavex::Tool {
+
+namespace {
+
+int NumberIn(char const* variable) {
+  char const* const text = std::getenv(variable);
+  return text != nullptr ? std::atoi(text) : 0;
+}
+
+Launch Read(char const* sizeVariable, char const* rankVariable) {
+  return {sizeVariable, NumberIn(sizeVariable), NumberIn(rankVariable)};
+}
+
+}  // namespace
+
+Launch AnnouncedBy(MpiKind kind) {
+  if (kind == MpiKind::OpenMpi) return Read("OMPI_COMM_WORLD_SIZE", "OMPI_COMM_WORLD_RANK");
+  if (kind == MpiKind::Mpich) return Read("PMI_SIZE", "PMI_RANK");
+  return Launch();
+}
+
+Launch Announced(MpiKind own) {
+  for (MpiKind const kind : {own, MpiKind::OpenMpi, MpiKind::Mpich}) {
+    Launch const launch = AnnouncedBy(kind);
+    if (launch.mSize > 0) return launch;
+  }
+  return Launch();
+}
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,30 @@
+// What the launcher of an MPI job leaves in the environment of the processes that it starts:
+// known before MPI is initialised, and in a build without MPI too.
+
+#pragma once
+
+#include <string>
+
+namespace Pavex::Tool {
+
+// One launcher's word on the job of this process.
+struct Launch {
+  std::string mVariable;  // that holds the number of processes: "OMPI_COMM_WORLD_SIZE"
+  int mSize = 0;          // processes of the job; 0: no launcher
+  int mRank = 0;          // of this process
+
+  // Several processes were started to work together.
+  bool IsJob() const { return mSize >= 2; }
+};
+
+// The implementations whose launchers are known. Unknown: another one, or none.
+enum class MpiKind { Unknown, OpenMpi, Mpich };
+
+// What the launcher of `kind` announces.
+Launch AnnouncedBy(MpiKind kind);
+
+// What any launcher announces; where several do, because one job was started from inside
+// another, the word of the launcher of `own` counts.
+Launch Announced(MpiKind own);
+
+}  // namespace Pavex::Tool
