@@ -17,7 +17,7 @@ case "${1:-}" in
 esac
 
 need "${build_packages[@]}" ccache libgtest-dev libgmock-dev libeigen3-dev libsuitesparse-dev \
-  libopenmpi-dev openmpi-bin libmpich-dev mpich
+  libopenmpi-dev openmpi-bin libmpich-dev mpich iproute2
 
 jobs=$(nproc)
 export CTEST_OUTPUT_ON_FAILURE=1 CTEST_NO_TESTS_ACTION=error CCACHE_BASEDIR=$PWD
