@@ -49,9 +49,8 @@ namespace Pavex {
 //   their pieces into its own buffers. All ranks can go on over a new MpiComm, made from the
 //   same MPI communicator. Leave the spent one undestroyed until MPI is finalised: a late
 //   message of the failed operation then finds its old duplicate and never the new one.
-// - With large pieces, or where every rank waits for all others (Barrier, Allgather,
-// Allgatherv,
-//   Allreduce, Alltoallv, and Bcast from the failing rank), they may stay inside MPI for ever.
+// - With large pieces, or where every rank waits for all others (Barrier, Allgather, Allreduce,
+//   Allgatherv, Alltoallv, and Bcast from the failing rank), they may stay inside MPI for ever.
 //   End the job then (MPI_Abort).
 // Agreeing by Allreduce on the worst status after every step that can fail on one rank alone,
 // before the next collective is entered, keeps the second case away.
