@@ -1,4 +1,6 @@
-# The pavex command under launchers of MPI jobs.
+# The pavex command under launchers of MPI jobs; also of a build without MPI, which must refuse them.
+
+include(${PROJECT_SOURCE_DIR}/cmake/PavexMpiTest.cmake)
 
 set(once bash ${CMAKE_CURRENT_SOURCE_DIR}/once.sh)
 set(verified "verified: every entry is that of the input.*")
