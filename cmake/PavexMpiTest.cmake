@@ -23,6 +23,9 @@ function(pavex_add_mpi_job test processes program)
                        LABELS mpi ENVIRONMENT "${PAVEX_MPI_ENVIRONMENT}")
 endfunction()
 
+# Builds every test of label mpi and nothing else.
+add_custom_target(mpi_tests)
+
 # pavex_mpi_test(<name> PROCESSES <n>... SOURCES <file>... [LIBS <target>...] [ARGS <arg>...]
 #                [NO_MAIN]):
 # a GoogleTest binary over MPI, and one ctest <name>.np<n> for each process count. The binary gets
@@ -31,7 +34,7 @@ endfunction()
 function(pavex_mpi_test name)
   cmake_parse_arguments(ARG "NO_MAIN" "" "PROCESSES;SOURCES;LIBS;ARGS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
-  pavex_settings(${name})
+  pavex_test_settings(${name})
   target_link_libraries(${name} PRIVATE Pavex::mpi ${ARG_LIBS} GTest::gmock GTest::gtest)
   if(NOT ARG_NO_MAIN)
     target_link_libraries(${name} PRIVATE pavex_mpi_main)

@@ -3,6 +3,7 @@
 #include "pavex/comm/local_comm.h"
 #include "tests/support/arrays.h"
 #include "tests/support/formats.h"
+#include "tests/support/instances.h"
 #include "tests/support/log_level.h"
 #include "tests/support/shares.h"
 
@@ -69,16 +70,7 @@ std::vector<int> New(int rank) {
 
 template <typename Format>
 class UpdateSparseOf : public ::testing::Test {};
-using Instances =
-    ::testing::Types<Coo<float, int>, Coo<float, long>, Coo<double, int>, Coo<double, long>,
-                     Coo<std::complex<float>, int>, Coo<std::complex<float>, long>,
-                     Coo<std::complex<double>, int>, Coo<std::complex<double>, long>,
-                     Csr<float, int>, Csr<float, long>, Csr<double, int>, Csr<double, long>,
-                     Csr<std::complex<float>, int>, Csr<std::complex<float>, long>,
-                     Csr<std::complex<double>, int>, Csr<std::complex<double>, long>,
-                     Csc<float, int>, Csc<float, long>, Csc<double, int>, Csc<double, long>,
-                     Csc<std::complex<float>, int>, Csc<std::complex<float>, long>,
-                     Csc<std::complex<double>, int>, Csc<std::complex<double>, long>>;
+using Instances = EveryInstanceOf<Coo, Csr, Csc>;
 TYPED_TEST_SUITE(UpdateSparseOf, Instances);
 
 TYPED_TEST(UpdateSparseOf, PutsNewValuesWhereTheOldOnesStood) {

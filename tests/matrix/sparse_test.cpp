@@ -6,6 +6,7 @@
 #include "pavex/matrix/csc.h"
 #include "pavex/matrix/csr.h"
 #include "tests/support/arrays.h"
+#include "tests/support/instances.h"
 #include "tests/support/ledger_pool.h"
 
 #include <complex>
@@ -79,17 +80,7 @@ class SparseMatrix : public ::testing::Test {
   }
 };
 
-using SparseTypes = ::testing::Types<
-    MatrixCOO<float, int>, MatrixCOO<float, long>, MatrixCOO<double, int>,
-    MatrixCOO<double, long>, MatrixCOO<std::complex<float>, int>,
-    MatrixCOO<std::complex<float>, long>, MatrixCOO<std::complex<double>, int>,
-    MatrixCOO<std::complex<double>, long>, MatrixCSR<float, int>, MatrixCSR<float, long>,
-    MatrixCSR<double, int>, MatrixCSR<double, long>, MatrixCSR<std::complex<float>, int>,
-    MatrixCSR<std::complex<float>, long>, MatrixCSR<std::complex<double>, int>,
-    MatrixCSR<std::complex<double>, long>, MatrixCSC<float, int>, MatrixCSC<float, long>,
-    MatrixCSC<double, int>, MatrixCSC<double, long>, MatrixCSC<std::complex<float>, int>,
-    MatrixCSC<std::complex<float>, long>, MatrixCSC<std::complex<double>, int>,
-    MatrixCSC<std::complex<double>, long>>;
+using SparseTypes = EveryInstanceOf<MatrixCOO, MatrixCSR, MatrixCSC>;
 TYPED_TEST_SUITE(SparseMatrix, SparseTypes);
 
 TYPED_TEST(SparseMatrix, CountsItsEntries) {

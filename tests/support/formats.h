@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "tests/support/instances.h"
 #include "tests/support/pieces.h"
 
 #include <gtest/gtest.h>
@@ -56,15 +57,7 @@ struct CscFormat {
 using CompressedFormats = ::testing::Types<CsrFormat<>, CscFormat<>>;
 
 // Both formats of every instance.
-using CompressedInstances =
-    ::testing::Types<CsrFormat<float, int>, CsrFormat<float, long>, CsrFormat<double, int>,
-                     CsrFormat<double, long>, CsrFormat<std::complex<float>, int>,
-                     CsrFormat<std::complex<float>, long>, CsrFormat<std::complex<double>, int>,
-                     CsrFormat<std::complex<double>, long>, CscFormat<float, int>,
-                     CscFormat<float, long>, CscFormat<double, int>, CscFormat<double, long>,
-                     CscFormat<std::complex<float>, int>, CscFormat<std::complex<float>, long>,
-                     CscFormat<std::complex<double>, int>,
-                     CscFormat<std::complex<double>, long>>;
+using CompressedInstances = EveryInstanceOf<CsrFormat, CscFormat>;
 
 // The band of rank `rank` of a matrix of three rows (columns) and five columns (rows). The
 // offsets of rank 0 start at 1.
