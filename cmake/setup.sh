@@ -15,5 +15,7 @@ need() {
   "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# What the library and the pavex command are built with.
-build_packages=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev)
+# What the library and the pavex command are built with; without an optimised BLAS the solver would
+# spend most of its time in the reference one.
+build_packages=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libeigen3-dev
+  libsuitesparse-dev libopenblas-dev)

@@ -7,9 +7,6 @@
 #include "tools/sparse_lu.h"
 
 #include <Eigen/SparseLU>
-#include <algorithm>
-#include <cmath>
-#include <limits>
 #include <memory>
 #include <string>
 
@@ -29,12 +26,7 @@ class EigenLu final : public SparseLu<T, I> {
   using Columns = typename SolverInput<T, I>::Columns;
   using Vector = Eigen::Matrix<T, Eigen::Dynamic, 1>;
 
-  // Opens the diagonal of U.
-  class Factors : public Eigen::SparseLU<Columns, Eigen::COLAMDOrdering<I>> {
-   public:
-    // The smallest absolute value on it over the largest.
-    double PivotRatio() const;
-  };
+  using Factors = Eigen::SparseLU<Columns, Eigen::COLAMDOrdering<I>>;
 
   Vector SolveOnce(Vector const& b);
   Vector Residual(Vector const& b, Vector const& x) const;
@@ -47,21 +39,6 @@ template <typename T, typename I>
 std::string EigenLu<T, I>::Name() const {
   return "SparseLU of Eigen " + std::to_string(EIGEN_WORLD_VERSION) + "." +
          std::to_string(EIGEN_MAJOR_VERSION) + "." + std::to_string(EIGEN_MINOR_VERSION);
-}
-
-template <typename T, typename I>
-double EigenLu<T, I>::Factors::PivotRatio() const {
-  double smallest = std::numeric_limits<double>::infinity();
-  double largest = 0;
-  for (Eigen::Index j = 0; j < this->cols(); ++j) {
-    for (typename Factors::SCMatrix::InnerIterator it(this->m_Lstore, j); it; ++it) {
-      if (it.index() != j) continue;
-      double const pivot = static_cast<double>(std::abs(it.value()));
-      smallest = std::min(smallest, pivot);
-      largest = std::max(largest, pivot);
-    }
-  }
-  return largest > 0 ? smallest / largest : 0;
 }
 
 template <typename T, typename I>

@@ -5,6 +5,7 @@
 #include "tools/gather_job.h"
 #include "tools/input_error.h"
 #include "tools/job_error.h"
+#include "tools/open_source.h"
 #include "tools/whole_file.h"
 
 #include <cstdio>
@@ -38,26 +39,14 @@ constexpr char const* kExamples =
     "      write the gathered matrix, and the report for programs\n"
     "  mpirun -n 4 pavex gather A.mtx --format csr\n"
     "      on 4 processes over MPI\n"
-    "\nWhat --generate knows: poisson3d:N and convection3d:N on N x N x N points, random:N "
-    "sparse\n"
-    "with a few full rows, dense:ROWSxCOLS.\n"
+    "\nWhat --generate knows: poisson2d:N, poisson3d:N, convection2d:N and convection3d:N on "
+    "grids\n"
+    "of N points a side, random:N sparse with a few full rows, dense:ROWSxCOLS.\n"
     "What can be cut how: coo by rows, columns or entries; csr by rows; csc by columns; dense "
     "by\n"
     "rows or columns. Bands have the same number of rows (columns, entries) up to one. one "
     "and\n"
     "all give the whole matrix to one rank or to every rank.\n";
-
-// The input as this process needs it: a process with one rank that receives nothing keeps no
-// more than that rank's piece.
-std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks) {
-  auto source =
-      options.mFile.empty() ? OpenGenerator(options.mGenerate) : OpenFile(options.mFile);
-  int const rank = ranks.FirstHere();
-  if (ranks.Kind() == CommKind::MPI && rank != 0 && !options.mToAll)
-    source->Keep(CutPiece(source->Whole(), options.mPartition, ranks.Count(), rank,
-                          options.mHolder, options.mCuts));
-  return source;
-}
 
 // Rank 0's process alone speaks and writes.
 void Publish(GatherResult const& result, GatherOptions const& options) {

@@ -10,8 +10,11 @@ namespace Pavex::Tool {
 
 namespace {
 
-constexpr long kLargestGrid = 1290;  // 1290^3 rows are the most below kMaxExtent
-constexpr char const* kKinds = "poisson3d:N, convection3d:N, random:N, dense:ROWSxCOLS";
+// The largest N for which N^2 (N^3) rows stay below kMaxExtent.
+constexpr long kLargestGrid2d = 46340;
+constexpr long kLargestGrid3d = 1290;
+constexpr char const* kKinds =
+    "poisson2d:N, poisson3d:N, convection2d:N, convection3d:N, random:N, dense:ROWSxCOLS";
 
 [[noreturn]] void Fail(std::string const& description, std::string const& fault) {
   throw InputError("cannot generate \"" + description + "\": " + fault);
@@ -69,10 +72,12 @@ Generator::Generator(std::string const& description) {
   if (colon == std::string::npos) Fail(description, std::string("expected one of ") + kKinds);
   std::string const kind = description.substr(0, colon);
   std::string_view const size = std::string_view(description).substr(colon + 1);
-  if (kind == "poisson3d" || kind == "convection3d") {
-    mKind = kind == "poisson3d" ? Kind::Poisson : Kind::Convection;
-    mSize = ParseSize(description, size, kLargestGrid);
-    mRows = mCols = mSize * mSize * mSize;
+  bool const poisson = kind == "poisson2d" || kind == "poisson3d";
+  if (poisson || kind == "convection2d" || kind == "convection3d") {
+    mKind = poisson ? Kind::Poisson : Kind::Convection;
+    mAxes = kind[kind.size() - 2] - '0';
+    mSize = ParseSize(description, size, mAxes == 2 ? kLargestGrid2d : kLargestGrid3d);
+    mRows = mCols = mSize * mSize * (mAxes == 3 ? mSize : 1);
   } else if (kind == "random") {
     mKind = Kind::Random;
     mRows = mCols = mSize = ParseSize(description, size, kMaxExtent);
@@ -96,10 +101,11 @@ long Generator::Entries(long begin, long end) const {
   return entries;
 }
 
-// Each point of a grid has itself and six neighbours, without those beyond the six faces.
+// Each point of a grid has itself and two neighbours along each axis, without those beyond the
+// two faces across it, of mRows / mSize points each.
 long Generator::Entries() const {
-  bool const grid = mKind == Kind::Poisson || mKind == Kind::Convection;
-  return grid ? 7 * mRows - 6 * mSize * mSize : Entries(0, mRows);
+  if (mAxes == 0) return Entries(0, mRows);
+  return mRows + 2 * mAxes * (mRows - mRows / mSize);
 }
 
 Triplets Generator::Empty() const {
@@ -155,8 +161,8 @@ long Generator::RowEntries(long row) const {
       break;
   }
   long entries = 1;
-  for (long place : {row % mSize, row / mSize % mSize, row / (mSize * mSize)})
-    entries += (place > 0 ? 1 : 0) + (place < mSize - 1 ? 1 : 0);
+  for (int axis = 0; axis < mAxes; ++axis, row /= mSize)
+    entries += (row % mSize > 0 ? 1 : 0) + (row % mSize < mSize - 1 ? 1 : 0);
   return entries;
 }
 
@@ -166,17 +172,20 @@ long Generator::RowEntries(long row) const {
 void Generator::AppendGridRow(long row, long begin, long end, Triplets& piece) const {
   constexpr double kFlow[3] = {0.5, 0.25, 0.125};
   bool const convection = mKind == Kind::Convection;
+  double diagonal = 0;
+  for (int axis = 0; axis < mAxes; ++axis)
+    diagonal += 2 + (convection ? kFlow[axis] : 0);
   long const stride[3] = {1, mSize, mSize * mSize};
   auto const add = [&](long col, double value) {
     if (col >= begin && col < end) piece.Add(row, col, value);
   };
 
-  for (int axis = 2; axis >= 0; --axis) {
+  for (int axis = mAxes - 1; axis >= 0; --axis) {
     if (row / stride[axis] % mSize > 0)
       add(row - stride[axis], convection ? -1 - kFlow[axis] : -1);
   }
-  add(row, convection ? 6 + kFlow[0] + kFlow[1] + kFlow[2] : 6);
-  for (int axis = 0; axis < 3; ++axis) {
+  add(row, diagonal);
+  for (int axis = 0; axis < mAxes; ++axis) {
     if (row / stride[axis] % mSize < mSize - 1) add(row + stride[axis], -1);
   }
 }

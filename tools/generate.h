@@ -13,7 +13,9 @@
 namespace Pavex::Tool {
 
 // One generated matrix, described by "KIND:SIZE":
+//   poisson2d:N       5-point Laplace operator on N x N points, symmetric
 //   poisson3d:N       7-point Laplace operator on N x N x N points, symmetric
+//   convection2d:N,
 //   convection3d:N    the same with upwind convection, unsymmetric values
 //   random:N          N x N, 8 to 12 entries a row and, from N = 1000 on, 4 hub rows of N / 10;
 //                     diagonally dominant, so not singular
@@ -27,6 +29,11 @@ class Generator {
   long Rows() const { return mRows; }
   long Cols() const { return mCols; }
   bool IsDense() const { return mKind == Kind::Dense; }
+
+  // The points that the rows stand for: Side() along each of Axes() axes, the first fastest.
+  // 0 axes: no grid.
+  int Axes() const { return mAxes; }
+  long Side() const { return mSize; }
 
   // The number of entries in the rows [begin, end), counted without making them.
   long Entries(long begin, long end) const;
@@ -57,6 +64,7 @@ class Generator {
 
   Kind mKind;
   long mSize = 0;  // N of the kinds that have one
+  int mAxes = 0;   // of a grid
   long mRows = 0;
   long mCols = 0;
 };

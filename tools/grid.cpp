@@ -1,16 +1,13 @@
 #include "tools/grid.h"
 
-#include <cmath>
+#include "tools/generate.h"
 
 namespace Pavex::Tool {
 
 Grid GridOf(std::string const& generate, long unknowns) {
-  std::string const kind = generate.substr(0, generate.find(':'));
-  for (int const axes : {2, 3}) {
-    std::string const ending = std::to_string(axes) + "d";
-    bool const isGrid = kind.size() > ending.size() &&
-                        kind.compare(kind.size() - ending.size(), ending.size(), ending) == 0;
-    if (isGrid) return {std::lround(std::pow(static_cast<double>(unknowns), 1.0 / axes)), axes};
+  if (!generate.empty()) {
+    Generator const generator(generate);
+    if (generator.Axes() > 0) return {generator.Side(), generator.Axes()};
   }
   return {unknowns, 1};
 }

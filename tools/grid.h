@@ -7,7 +7,7 @@
 namespace Pavex::Tool {
 
 // mSide points along each of mAxes axes; unknown i is the point whose coordinate along axis a
-// is i / mSide^a % mSide. What comes from a file is a line of mSide unknowns.
+// is i / mSide^a % mSide. Unknowns of any other problem stand in one line.
 struct Grid {
   long mSide = 0;
   int mAxes = 1;
@@ -19,7 +19,7 @@ struct Grid {
   }
 };
 
-// Of KIND:SIZE where the generator makes a grid, else a line of `unknowns`.
+// Of KIND:SIZE where the generator makes a grid, else (empty for a file) a line of `unknowns`.
 Grid GridOf(std::string const& generate, long unknowns);
 
 }  // namespace Pavex::Tool

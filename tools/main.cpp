@@ -4,6 +4,7 @@
 #include "tools/commands.h"
 #include "tools/input_error.h"
 #include "tools/job.h"
+#include "tools/sparse_lu.h"
 
 #include <algorithm>
 #include <cctype>
@@ -25,8 +26,10 @@ std::string OneLine(std::string message) {
 }
 
 int Run(Job& job, int argc, char** argv) {
-  CLI::App app("Gather distributed matrices, and see that it was done right.", "pavex");
-  app.set_version_flag("--version", "pavex " PAVEX_VERSION);
+  CLI::App app(
+      "Gather distributed matrices and solve with them, and see that it was done right.",
+      "pavex");
+  app.set_version_flag("--version", "pavex " PAVEX_VERSION "\n" + SolversAndLicence());
   app.require_subcommand(1);
   app.footer("\nStart with: pavex gather --generate poisson3d:20");
   int exitCode = 0;

@@ -3,7 +3,7 @@
 #include "pavex/runtime/log.h"
 #include "tools/commands.h"
 #include "tools/common_options.h"
-#include "tools/input_error.h"
+#include "tools/open_source.h"
 #include "tools/solve_job.h"
 #include "tools/whole_file.h"
 
@@ -33,13 +33,14 @@ constexpr char const* kExamples =
     "      five times more with values that changed, sent by updates\n"
     "  pavex solve A.mtx --format csr --rhs 3 --ld 8 --to all --json report.json\n"
     "      three right-hand sides with padded columns, solved on every rank\n"
+    "  mpirun -n 4 pavex solve A.mtx --format csr\n"
+    "      on 4 processes over MPI\n"
     "\nBy default A is given as coordinates; the solvers take csc and csr without a copy.\n";
 
 int Solve(SolveOptions const& options, Ranks& ranks) {
   CheckSolve(options);
   GatherOptions const& forOperator = options.mOperator;
-  auto const source = forOperator.mFile.empty() ? OpenGenerator(forOperator.mGenerate)
-                                                : OpenFile(forOperator.mFile);
+  auto const source = OpenSource(forOperator, ranks);
   SolveResult const result = RunSolve(*source, options, ranks);
   if (ranks.FirstHere() != 0) return 0;
   std::fputs(InText(result.mReport).c_str(), stdout);

@@ -11,13 +11,23 @@
 
 namespace Pavex::Tool {
 
+namespace {
+
+#ifdef PAVEX_UMFPACK
+template <typename T, typename I>
+using BestLu =
+    std::conditional_t<std::is_same_v<T, double> || std::is_same_v<T, std::complex<double>>,
+                       UmfpackLu<T, I>, EigenLu<T, I>>;
+#else
+template <typename T, typename I>
+using BestLu = EigenLu<T, I>;
+#endif
+
+}  // namespace
+
 template <typename T, typename I>
 std::unique_ptr<SparseLu<T, I>> MakeSparseLu() {
-#ifdef PAVEX_UMFPACK
-  constexpr bool kDouble = std::is_same_v<T, double> || std::is_same_v<T, std::complex<double>>;
-  if constexpr (kDouble) return std::make_unique<UmfpackLu<T, I>>();
-#endif
-  return std::make_unique<EigenLu<T, I>>();
+  return std::make_unique<BestLu<T, I>>();
 }
 
 std::string SolversAndLicence() {

@@ -109,8 +109,8 @@ TEST(BadSize, IsNamedWithTheCure) {
                 "a dense matrix of 216000 x 216000 has more than the 2147483647 elements that "
                 "one gather can place: use a sparse --format");
   ExpectRefused({"gather", "--generate", "cube:3"},
-                "cannot generate \"cube:3\": unknown kind \"cube\", known: poisson3d:N, "
-                "convection3d:N, random:N, dense:ROWSxCOLS");
+                "cannot generate \"cube:3\": unknown kind \"cube\", known: poisson2d:N, "
+                "poisson3d:N, convection2d:N, convection3d:N, random:N, dense:ROWSxCOLS");
 }
 
 // Row 1 of 3 is empty.

@@ -35,8 +35,9 @@ std::vector<Entry> Entries(Triplets const& matrix) {
 class EveryKind : public testing::TestWithParam<char const*> {};
 
 INSTANTIATE_TEST_SUITE_P(Generate, EveryKind,
-                         testing::Values("poisson3d:5", "convection3d:5", "random:1200",
-                                         "random:3", "dense:7x5"));
+                         testing::Values("poisson2d:6", "poisson3d:5", "convection2d:6",
+                                         "convection3d:5", "random:1200", "random:3",
+                                         "dense:7x5"));
 
 TEST_P(EveryKind, MakesTheSameRowsHoweverTheyAreCut) {
   Generator const generator(GetParam());
@@ -122,6 +123,29 @@ TEST(Generate, StrengthensTheUpwindNeighboursOfConvection) {
   EXPECT_THAT(row.mReal, ElementsAre(-1.125, -1.25, -1.5, 6.875, -1.0, -1.0, -1.0));
 }
 
+TEST(Generate, GivesAnInnerPointOfAPlaneFourNeighbours) {
+  Generator const poisson("poisson2d:3");
+  Generator const convection("convection2d:3");
+  Triplets row = poisson.Empty();
+  Triplets windy = convection.Empty();
+
+  poisson.AppendRows(4, 5, row);
+  convection.AppendRows(4, 5, windy);
+
+  EXPECT_EQ(poisson.Rows(), 9);
+  EXPECT_EQ(poisson.Entries(), 33);
+  EXPECT_THAT(row.mCol, ElementsAre(1, 3, 4, 5, 7));
+  EXPECT_THAT(row.mReal, ElementsAre(-1.0, -1.0, 4.0, -1.0, -1.0));
+  EXPECT_THAT(windy.mReal, ElementsAre(-1.25, -1.5, 4.75, -1.0, -1.0));
+}
+
+TEST(Generate, TellsTheGridOfItsPoints) {
+  EXPECT_EQ(Generator("poisson2d:7").Axes(), 2);
+  EXPECT_EQ(Generator("convection3d:4").Axes(), 3);
+  EXPECT_EQ(Generator("convection3d:4").Side(), 4);
+  EXPECT_EQ(Generator("random:9").Axes(), 0);
+}
+
 TEST(Generate, MakesRandomRowsOfEightToTwelveEntriesAndFourHubs) {
   Generator const generator("random:2000");
   std::map<long, int> rowsOfLength;
@@ -160,15 +184,17 @@ TEST(Generate, FillsADenseMatrixWithValuesBetweenMinusOneAndOne) {
 TEST(Generate, RefusesADescriptionWithoutSize) {
   EXPECT_THAT(
       [] { Generator("poisson3d"); },
-      ThrowsMessage<InputError>("cannot generate \"poisson3d\": expected one of poisson3d:N, "
-                                "convection3d:N, random:N, dense:ROWSxCOLS"));
+      ThrowsMessage<InputError>("cannot generate \"poisson3d\": expected one of poisson2d:N, "
+                                "poisson3d:N, convection2d:N, convection3d:N, random:N, "
+                                "dense:ROWSxCOLS"));
 }
 
 TEST(Generate, RefusesUnknownKinds) {
-  EXPECT_THAT([] { Generator("poisson2d:5"); },
+  EXPECT_THAT([] { Generator("poisson4d:5"); },
               ThrowsMessage<InputError>(
-                  "cannot generate \"poisson2d:5\": unknown kind \"poisson2d\", known: "
-                  "poisson3d:N, convection3d:N, random:N, dense:ROWSxCOLS"));
+                  "cannot generate \"poisson4d:5\": unknown kind \"poisson4d\", known: "
+                  "poisson2d:N, poisson3d:N, convection2d:N, convection3d:N, random:N, "
+                  "dense:ROWSxCOLS"));
 }
 
 TEST(Generate, RefusesSizesThatAreNoNumbers) {

@@ -2,10 +2,15 @@
 
 #include "tools/input_error.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <string>
+#include <vector>
 
 namespace Pavex::Tool {
 namespace {
+
+using testing::ThrowsMessage;
 
 constexpr Extent kWhole{10, 7, 23};
 
@@ -43,6 +48,35 @@ TEST(CutPiece, GivesSharesOfTheEntriesInTheWholeShape) {
   EXPECT_EQ(second.Rows(), 10);
   EXPECT_EQ(second.Cols(), 7);
   EXPECT_EQ(second.mPartition.type, PARTITION_NONZERO_WISE);
+}
+
+TEST(CutPiece, CutsWhereItIsTold) {
+  std::vector<long> const cuts = {1, 4, 9};
+  long const begins[] = {0, 1, 4, 9, 10};
+
+  for (int rank = 0; rank < 4; ++rank) {
+    Piece const piece = CutPiece(kWhole, Partition::ROWS, 4, rank, 0, cuts);
+
+    EXPECT_EQ(piece.mRowBegin, begins[rank]);
+    EXPECT_EQ(piece.mRowEnd, begins[rank + 1]);
+    EXPECT_EQ(piece.mPartition.begin, begins[rank]);
+  }
+  EXPECT_EQ(CutPiece(kWhole, Partition::ENTRIES, 2, 1, 0, {20}).mEntryBegin, 20);
+  EXPECT_EQ(CutPiece(kWhole, Partition::COLUMNS, 2, 0, 0, {6}).mColEnd, 6);
+}
+
+TEST(CutPiece, RefusesCutsThatDoNotFit) {
+  auto const cut = [](std::vector<long> const& cuts) {
+    CutPiece(kWhole, Partition::ROWS, 3, 0, 0, cuts);
+  };
+
+  EXPECT_THAT([&] { cut({4}); },
+              ThrowsMessage<InputError>("--cuts: 3 ranks need 2 cut points, not 1"));
+  std::string const disorder =
+      "--cuts: the cut points have to ascend between 0 and the 10 rows";
+  EXPECT_THAT([&] { cut({5, 5}); }, ThrowsMessage<InputError>(disorder));
+  EXPECT_THAT([&] { cut({0, 5}); }, ThrowsMessage<InputError>(disorder));
+  EXPECT_THAT([&] { cut({5, 10}); }, ThrowsMessage<InputError>(disorder));
 }
 
 TEST(CutPiece, GivesTheHolderEverythingAndTheOthersNothing) {
