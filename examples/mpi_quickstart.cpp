@@ -1,6 +1,6 @@
 // Each process assembles its rows of a distributed operator; rank 0 gathers the whole matrix
-// and later gets the values of another time step. Run: mpirun -n 4
-// build/openmpi/examples/mpi_quickstart
+// and later gets the values of another time step.
+// Run: mpirun -n 4 build/openmpi/examples/mpi_quickstart
 #include <cstdio>
 #include <vector>
 
