@@ -1,5 +1,7 @@
 # Tests that run as MPI jobs, started by the launcher of this build tree's own MPI.
 
+include_guard(DIRECTORY)
+
 # MPI jobs here start more processes than there are cores, also as root in a container. Open MPI
 # wants to be told; MPICH reads none of these. Bandwidth does not matter to the tests, so Open MPI
 # does without the cross-memory copies that containers tend to forbid.
