@@ -15,3 +15,4 @@
 #include "pavex/runtime/memory_pool.h"
 #include "pavex/runtime/self_comm.h"
 #include "pavex/runtime/status.h"
+#include "pavex/runtime/version.h"

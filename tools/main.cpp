@@ -1,6 +1,7 @@
 // The `pavex` command: finds the subcommand and turns every failure into one line on standard
 // error and exit code 1.
 
+#include "pavex/runtime/version.h"
 #include "tools/commands.h"
 #include "tools/input_error.h"
 #include "tools/job.h"
@@ -29,7 +30,8 @@ int Run(Job& job, int argc, char** argv) {
   CLI::App app(
       "Gather distributed matrices and solve with them, and see that it was done right.",
       "pavex");
-  app.set_version_flag("--version", "pavex " PAVEX_VERSION "\n" + SolversAndLicence());
+  app.set_version_flag("--version",
+                       std::string("pavex ") + PavexVersion() + "\n" + SolversAndLicence());
   app.require_subcommand(1);
   app.footer("\nStart with: pavex gather --generate poisson3d:20");
   int exitCode = 0;

@@ -1,3 +1,4 @@
+#include "pavex/runtime/version.h"
 #include "tools/report.h"
 
 #include <nlohmann/json.hpp>
@@ -53,7 +54,7 @@ Json Steps(GatherReport const& report) {
 std::string InJson(GatherReport const& report) {
   GatherOptions const& options = report.mOptions;
   Json json = {{"command", "gather"},
-               {"version", PAVEX_VERSION},
+               {"version", PavexVersion()},
                {"input", report.mInput},
                {"rows", report.mWhole.mRows},
                {"columns", report.mWhole.mCols},

@@ -1,3 +1,4 @@
+#include "pavex/runtime/version.h"
 #include "tools/solve_report.h"
 
 #include <nlohmann/json.hpp>
@@ -36,7 +37,7 @@ Json Steps(SolveReport const& report) {
 std::string InJson(SolveReport const& report) {
   GatherOptions const& options = report.mOptions.mOperator;
   Json const json = {{"command", "solve"},
-                     {"version", PAVEX_VERSION},
+                     {"version", PavexVersion()},
                      {"input", report.mInput},
                      {"unknowns", report.mUnknowns},
                      {"entries", report.mEntries},

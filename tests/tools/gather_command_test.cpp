@@ -1,6 +1,7 @@
 // The real command: every format, partition and type on small matrices, its files, and the
 // matrices of a folder.
 
+#include "pavex/runtime/version.h"
 #include "run_pavex.h"
 #include "temporary_folder.h"
 #include "tools/matrix_market.h"

@@ -1,0 +1,55 @@
+# What cmake --install puts where. The tree can be moved afterwards: every path in it is relative.
+# Components: runtime (shared libraries), development (headers, link libraries, package files),
+# tool (the pavex command).
+
+include(CMakePackageConfigHelpers)
+include(GNUInstallDirs)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Pavex)
+file(RELATIVE_PATH pkg_config_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
+     ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" pkg_config_prefix ${pkg_config_prefix})
+
+# pavex_install_library(<target> <export> <pkg-config name>): a library with its headers, its
+# CMake targets and its pkg-config file.
+function(pavex_install_library target export pkg_config)
+  install(TARGETS ${target} EXPORT ${export}
+          LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
+          ARCHIVE COMPONENT development
+          FILE_SET HEADERS COMPONENT development)
+  install(EXPORT ${export} NAMESPACE Pavex:: DESTINATION ${package_dir} COMPONENT development)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/${pkg_config}.pc.in ${pkg_config}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${pkg_config}.pc
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endfunction()
+
+pavex_install_library(pavex PavexTargets pavex)
+pavex_install_library(pavex_local PavexLocalTargets pavex-local)
+if(PAVEX_MPI)
+  list(TRANSFORM MPI_CXX_INCLUDE_DIRS PREPEND -I OUTPUT_VARIABLE mpi_cflags)
+  list(JOIN mpi_cflags " " mpi_cflags)
+  list(JOIN MPI_CXX_LIBRARIES " " mpi_libs)
+  pavex_install_library(pavex_mpi PavexMpiTargets pavex-mpi)
+endif()
+
+configure_package_config_file(cmake/PavexConfig.cmake.in PavexConfig.cmake
+                              INSTALL_DESTINATION ${package_dir}
+                              NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+# From 1.0 on: SameMajorVersion, as the name of the shared library says.
+write_basic_package_version_file(PavexConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/PavexConfig.cmake
+              ${CMAKE_CURRENT_BINARY_DIR}/PavexConfigVersion.cmake
+        DESTINATION ${package_dir} COMPONENT development)
+
+if(PAVEX_TOOLS)
+  file(RELATIVE_PATH tool_to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  set_target_properties(pavex_command PROPERTIES INSTALL_RPATH "$ORIGIN/${tool_to_libraries}")
+  install(TARGETS pavex_command RUNTIME COMPONENT tool)
+  install(FILES docs/man/pavex.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+  install(FILES tools/completion/pavex.bash RENAME pavex
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tool)
+endif()
+
+if(PROJECT_IS_TOP_LEVEL)
+  include(cmake/PavexDebian.cmake)
+endif()

@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# headers.sh WORK COMPILER...: the headers of the package in WORK/moved are the public ones, and
+# each of them compiles on its own. Headers of other libraries' matrices are left to their tests.
+set -euo pipefail
+work=$1
+shift
+include=$work/moved/include
+
+cd "$include"
+internal=$(find . -name '*.ipp' -o -name '*.h' | grep -E '\.ipp$|/(dense_reorder|local_group|local_operation|local_transfer|mpi_call|sparse|wrapping)\.h$' || true)
+if [ -n "$internal" ]; then
+  echo "Internal headers are installed:" $internal
+  exit 1
+fi
+
+count=0
+for header in $(find pavex -name '*.h' -not -path 'pavex/interop/*' -not -name mpi_comm.h); do
+  echo "#include <$header>" |
+    "$@" -std=c++17 -Wall -Wextra -Wpedantic -Werror -I"$include" -fsyntax-only -x c++ -
+  count=$((count + 1))
+done
+echo "$count headers compile on their own."
+[ "$count" -gt 20 ]

@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# use.sh cmake|pkg-config|subproject KIND WORK CONSUMERS [CMAKE-ARGUMENT...]: builds the consumer
+# programs against the package in WORK/moved (subproject: against the sources) and runs them.
+# KIND is static or shared. With CONSUMER_MPI=ON in the environment the program over MPI too, by
+# MPIEXEC, which is a launcher with the option for the number of processes.
+set -euo pipefail
+way=$1 kind=$2 work=$3 consumers=$4
+shift 4
+mpi=${CONSUMER_MPI:-OFF}
+build=$work/$way
+programs=(core local)
+[ "$mpi" = OFF ] || programs+=(mpi)
+
+rm -rf "$build"
+case "$way" in
+  cmake)
+    cmake -S "$consumers/consumer" -B "$build" -DCMAKE_PREFIX_PATH="$work/moved" \
+      -DCONSUMER_MPI="$mpi" "$@"
+    cmake --build "$build"
+    ;;
+  subproject)
+    shared=OFF
+    [ "$kind" = static ] || shared=ON
+    cmake -S "$consumers/subproject" -B "$build" -DPAVEX_SOURCE="$(cd "$consumers/../.." && pwd)" \
+      -DBUILD_SHARED_LIBS=$shared -DPAVEX_MPI="$mpi" -DPAVEX_WERROR=ON \
+      -DCMAKE_BUILD_TYPE=Release "$@"
+    cmake --build "$build" -j 2
+    ;;
+  pkg-config)
+    mkdir "$build"
+    libraries=$(dirname "$(dirname "$(find "$work/moved" -name pavex.pc)")")
+    export PKG_CONFIG_PATH=$libraries/pkgconfig
+    [ "$kind" = shared ] || export PKG_CONFIG_FLAGS=--static
+    make -C "$build" -f "$consumers/consumer/Makefile" SOURCE="$consumers/consumer" \
+      programs="${programs[*]}"
+    export LD_LIBRARY_PATH=$libraries
+    ;;
+esac
+
+# says TEXT COMMAND...: the command succeeds and its output begins with the text.
+says() {
+  local expected=$1 said
+  shift
+  said=$("$@")
+  echo "$said"
+  [[ $said = "$expected"* ]] || { echo "\"$expected\" was expected"; exit 1; }
+}
+
+for program in core local; do
+  linked=$(ldd "$build/$program")
+  if [[ $kind = shared && $linked != *libpavex.so.* || $kind = static && $linked = *libpavex* ]]
+  then
+    echo "$program is not linked to the $kind library:"
+    echo "$linked"
+    exit 1
+  fi
+done
+version=$(sed -n 's/#define PAVEX_VERSION "\(.*\)"/\1/p' "$consumers/../../pavex/runtime/version.h")
+says "core: right, $version, $kind, Release, " "$build/core"
+says "local: right on 3 ranks" "$build/local"
+[ "$mpi" = OFF ] || says "mpi: right on 2 ranks" $MPIEXEC 2 "$build/mpi"
