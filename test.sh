@@ -17,42 +17,38 @@ case "${1:-}" in
 esac
 
 need "${build_packages[@]}" ccache libgtest-dev libgmock-dev libeigen3-dev libsuitesparse-dev \
-  libopenmpi-dev openmpi-bin libmpich-dev mpich iproute2
+  libopenmpi-dev openmpi-bin libmpich-dev mpich iproute2 make dpkg-dev file groff-base
 
 jobs=$(nproc)
-export CTEST_OUTPUT_ON_FAILURE=1 CTEST_NO_TESTS_ACTION=error CCACHE_BASEDIR=$PWD
-
-# build TREE TARGET CMAKE-ARGUMENT...: configures build/TREE and builds the target.
-build() {
-  local tree=build/$1 target=$2
-  shift 2
-  echo "== $tree"
-  cmake -B "$tree" -G Ninja -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DPAVEX_TESTS_ALL=$all \
-    "$@" >"$tree.log" 2>&1 || { cat "$tree.log"; return 1; }
-  cmake --build "$tree" -j "$jobs" --target "$target" >>"$tree.log" 2>&1 ||
-    { tail -n 60 "$tree.log"; return 1; }
-}
-
-# run TREE CTEST-ARGUMENT...: runs the tests of build/TREE.
-run() {
-  local tree=build/$1
-  shift
-  ctest --test-dir "$tree" -j "$jobs" --progress "$@"
-}
+export CCACHE_BASEDIR=$PWD
 
 # The sanitizers take two of the eight instantiations, with --all every one.
-sanitized=(-DCMAKE_BUILD_TYPE=Debug -DPAVEX_BENCH=OFF -DPAVEX_EXAMPLES=OFF)
-[ $all = ON ] || sanitized+=(-DPAVEX_TWO_INSTANCES=ON)
-openmpi=(-DPAVEX_MPI=ON -DMPI_CXX_COMPILER=mpicxx.openmpi -DMPIEXEC_EXECUTABLE=/usr/bin/mpiexec.openmpi)
-mpich=(-DPAVEX_MPI=ON -DMPI_CXX_COMPILER=mpicxx.mpich -DMPIEXEC_EXECUTABLE=/usr/bin/mpiexec.mpich)
+two=OFF
+[ $all = ON ] || two=ON
+
+# build PRESET [CMAKE-BUILD-ARGUMENT...]: configures and builds build/PRESET.
+build() {
+  local preset=$1 log=build/$1.log
+  shift
+  echo "== build/$preset"
+  cmake --preset "$preset" -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DPAVEX_TESTS_ALL=$all \
+    -DPAVEX_TWO_INSTANCES=$two >"$log" 2>&1 || { cat "$log"; return 1; }
+  cmake --build --preset "$preset" -j "$jobs" "$@" >>"$log" 2>&1 ||
+    { tail -n 60 "$log"; return 1; }
+}
+
+# run PRESET CTEST-ARGUMENT...: runs the tests of build/PRESET.
+run() {
+  ctest --preset "$1" -j "$jobs" --progress "${@:2}"
+}
 
 mkdir -p build
-build asan all "${sanitized[@]}" \
-  -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1 -fsanitize=address,undefined -fno-sanitize-recover=all"
-run asan
-build tsan thread_tests "${sanitized[@]}" -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1 -fsanitize=thread"
-run tsan -R '^(local_comm_test|local_property_test)[.]'
-build mpich mpi_tests -DCMAKE_BUILD_TYPE=Release "${mpich[@]}"
+build asan
+run asan -LE package  # which build the library by themselves: once is enough
+build tsan
+run tsan
+two=OFF
+build mpich --target mpi_tests
 run mpich -L mpi
-build openmpi all -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS=-D_GLIBCXX_ASSERTIONS "${openmpi[@]}"
+build openmpi
 run openmpi
