@@ -8,6 +8,7 @@ _pavex_choices() {
     --to) echo root all ;;
     --value) echo float double complex-float complex-double ;;
     --index) echo int long ;;
+    --comm) echo mpi local ;;
     --log-level) echo silent fatal error debug ;;
     --generate) echo poisson3d: convection3d: random: dense: ;;
   esac
