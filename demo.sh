@@ -1,20 +1,19 @@
 #!/usr/bin/env bash
 # Set-up and the main job, from a bare Debian 12 machine.
 #
-#   ./demo.sh              gathers a 3-D convection-diffusion operator with 28.5 million entries
-#                          from 4 ranks to one, sends new values, and checks every entry
-#   ./demo.sh A.mtx        does the same with a Matrix Market file
+#   ./demo.sh              solves a 3-D convection-diffusion problem on 4 ranks: each holds a band
+#                          of the operator, one factors and solves, all check the residual; then
+#                          five time steps with new values
+#   ./demo.sh A.mtx        gathers a Matrix Market file, sends new values twice, and checks every
+#                          entry; solves with it if it is square
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/cmake/setup.sh"
 
 if [ $# -gt 1 ] || [ "${1:-}" = --help ]; then
-  sed -n '2,6s/^# \{0,1\}//p' "$0" >&2
+  sed -n '2,8s/^# \{0,1\}//p' "$0" >&2
   exit 2
 fi
-input=(--generate convection3d:160)
-[ $# -eq 0 ] || input=("$1")
-
 need "${build_packages[@]}"
 tree=$here/build/release
 mkdir -p "$tree"
@@ -25,7 +24,19 @@ echo "Building in build/release"
     cmake --build "$tree" --target pavex_command
 } >"$tree/demo.log" 2>&1 || { tail -n 60 "$tree/demo.log" >&2; exit 1; }
 
-command=("$tree/tools/pavex" gather "${input[@]}" --ranks 4 --updates 2)
-echo "pavex ${command[*]:1}"
-echo
-exec "${command[@]}"
+run() {
+  echo
+  echo "pavex $*"
+  echo
+  "$tree/tools/pavex" "$@"
+}
+
+if [ $# -eq 0 ]; then
+  run solve --generate convection3d:30 --ranks 4 --format csc --partition columns --steps 5
+else
+  run gather "$1" --ranks 4 --updates 2
+  # The size line is the first that is no comment.
+  if awk '!/^%/ && NF {exit $1 != $2}' "$1"; then
+    run solve "$1" --ranks 4 --format csr
+  fi
+fi
