@@ -22,33 +22,26 @@ need "${build_packages[@]}" ccache libgtest-dev libgmock-dev libeigen3-dev libsu
 jobs=$(nproc)
 export CCACHE_BASEDIR=$PWD
 
-# The sanitizers take two of the eight instantiations, with --all every one.
-two=OFF
-[ $all = ON ] || two=ON
-
-# build PRESET [CMAKE-BUILD-ARGUMENT...]: configures and builds build/PRESET.
-build() {
-  local preset=$1 log=build/$1.log
-  shift
-  echo "== build/$preset"
-  cmake --preset "$preset" -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DPAVEX_TESTS_ALL=$all \
-    -DPAVEX_TWO_INSTANCES=$two >"$log" 2>&1 || { cat "$log"; return 1; }
-  cmake --build --preset "$preset" -j "$jobs" "$@" >>"$log" 2>&1 ||
-    { tail -n 60 "$log"; return 1; }
-}
-
-# run PRESET CTEST-ARGUMENT...: runs the tests of build/PRESET.
-run() {
-  ctest --preset "$1" -j "$jobs" --progress "${@:2}"
-}
+sanitized=(-DCMAKE_BUILD_TYPE=Debug -DPAVEX_BENCH=OFF -DPAVEX_EXAMPLES=OFF)
+address=-DCMAKE_CXX_FLAGS_DEBUG="-O0 -g1 -fsanitize=address,undefined -fno-sanitize-recover=all"
+thread=-DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1 -fsanitize=thread"
+openmpi=(-DPAVEX_MPI=ON -DMPI_CXX_COMPILER=mpicxx.openmpi -DMPIEXEC_EXECUTABLE=/usr/bin/mpiexec.openmpi)
+mpich=(-DPAVEX_MPI=ON -DMPI_CXX_COMPILER=mpicxx.mpich -DMPIEXEC_EXECUTABLE=/usr/bin/mpiexec.mpich)
 
 mkdir -p build
-build asan
-run asan -LE package  # which build the library by themselves: once is enough
-build tsan
-run tsan
-two=OFF
-build mpich --target mpi_tests
+# Under the sanitizers the library and the reading of files, on two of the eight instantiations;
+# with --all everything on all of them.
+if [ $all = ON ]; then
+  build asan all "${sanitized[@]}" "$address"
+  run asan
+else
+  sanitized+=(-DPAVEX_TWO_INSTANCES=ON)
+  build asan address_tests "${sanitized[@]}" "$address"
+  run asan -L '^(aggregator|comm|input|matrix|property|runtime)$'
+fi
+build tsan thread_tests "${sanitized[@]}" "$thread"
+run tsan -R '^(local_comm_test|local_property_test)[.]'
+build mpich mpi_tests -DCMAKE_BUILD_TYPE=Release "${mpich[@]}"
 run mpich -L mpi
-build openmpi
+build openmpi all -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS=-D_GLIBCXX_ASSERTIONS "${openmpi[@]}"
 run openmpi
