@@ -22,26 +22,35 @@ need "${build_packages[@]}" ccache libgtest-dev libgmock-dev libeigen3-dev libsu
 jobs=$(nproc)
 export CCACHE_BASEDIR=$PWD
 
-sanitized=(-DCMAKE_BUILD_TYPE=Debug -DPAVEX_BENCH=OFF -DPAVEX_EXAMPLES=OFF)
-address=-DCMAKE_CXX_FLAGS_DEBUG="-O0 -g1 -fsanitize=address,undefined -fno-sanitize-recover=all"
-thread=-DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1 -fsanitize=thread"
-openmpi=(-DPAVEX_MPI=ON -DMPI_CXX_COMPILER=mpicxx.openmpi -DMPIEXEC_EXECUTABLE=/usr/bin/mpiexec.openmpi)
-mpich=(-DPAVEX_MPI=ON -DMPI_CXX_COMPILER=mpicxx.mpich -DMPIEXEC_EXECUTABLE=/usr/bin/mpiexec.mpich)
+# build PRESET TARGET [CMAKE-ARGUMENT...]: configures build/PRESET and builds the target.
+build() {
+  local preset=$1 target=$2 log=build/$1.log
+  echo "== build/$preset"
+  cmake --preset "$preset" -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DPAVEX_TESTS_ALL=$all \
+    "${@:3}" >"$log" 2>&1 || { cat "$log"; return 1; }
+  cmake --build "build/$preset" -j "$jobs" --target "$target" >>"$log" 2>&1 ||
+    { tail -n 60 "$log"; return 1; }
+}
+
+# run PRESET CTEST-ARGUMENT...: runs the tests of build/PRESET.
+run() {
+  ctest --preset "$1" -j "$jobs" --progress "${@:2}"
+}
 
 mkdir -p build
 # Under the sanitizers the library and the reading of files, on two of the eight instantiations;
-# with --all everything on all of them.
+# with --all everything on all of them, but for the packages, which build the library themselves.
 if [ $all = ON ]; then
-  build asan all "${sanitized[@]}" "$address"
-  run asan
+  build asan all -DPAVEX_TWO_INSTANCES=OFF
+  run asan -LE package
+  build tsan thread_tests -DPAVEX_TWO_INSTANCES=OFF
 else
-  sanitized+=(-DPAVEX_TWO_INSTANCES=ON)
-  build asan address_tests "${sanitized[@]}" "$address"
+  build asan address_tests -DPAVEX_TWO_INSTANCES=ON
   run asan -L '^(aggregator|comm|input|matrix|property|runtime)$'
+  build tsan thread_tests -DPAVEX_TWO_INSTANCES=ON
 fi
-build tsan thread_tests "${sanitized[@]}" "$thread"
-run tsan -R '^(local_comm_test|local_property_test)[.]'
-build mpich mpi_tests -DCMAKE_BUILD_TYPE=Release "${mpich[@]}"
+run tsan
+build mpich mpi_tests
 run mpich -L mpi
-build openmpi all -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS=-D_GLIBCXX_ASSERTIONS "${openmpi[@]}"
+build openmpi all
 run openmpi
