@@ -1,6 +1,5 @@
 // `pavex solve`: its options, and what becomes of the result.
 
-#include "pavex/runtime/log.h"
 #include "tools/commands.h"
 #include "tools/common_options.h"
 #include "tools/open_source.h"
