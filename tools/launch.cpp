@@ -24,11 +24,14 @@ Launch AnnouncedBy(MpiKind kind) {
 }
 
 Launch Announced(MpiKind own) {
+  Launch announced;
   for (MpiKind const kind : {own, MpiKind::OpenMpi, MpiKind::Mpich}) {
     Launch const launch = AnnouncedBy(kind);
-    if (launch.mSize > 0) return launch;
+    if (launch.mSize > 1) return launch;
+    if (announced.mSize < 1)
+      announced = launch;  // one process: an outer launcher may have said so
   }
-  return Launch();
+  return announced;
 }
 
 }  // namespace Pavex::Tool

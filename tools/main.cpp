@@ -11,6 +11,7 @@
 #include <cctype>
 #include <cstdio>
 #include <exception>
+#include <iostream>
 #include <new>
 #include <string>
 
@@ -63,7 +64,8 @@ int main(int argc, char** argv) {
   Pavex::Tool::Job job;
   try {
     int const exitCode = Pavex::Tool::Run(job, argc, argv);
-    if (std::fflush(stdout) != 0) return job.Fail("cannot write to standard output");
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || !std::cout)
+      return job.Fail("cannot write to standard output");
     job.Finish();
     return exitCode;
   } catch (std::bad_alloc const&) {

@@ -116,6 +116,8 @@ CommKind ParseChoice<CommKind>(std::string const& option, std::string const& wor
 void CheckCombination(GatherOptions const& options) {
   if (options.mFile.empty() == options.mGenerate.empty())
     throw InputError("name either a Matrix Market file or --generate KIND:SIZE");
+  if (!options.mOutput.empty() && options.mOutput == options.mJson)
+    throw InputError("--output and --json name the same file");
   CheckPartition(options.mFormat, options.mPartition);
   bool const dense = IsDense(options.mFormat);
   if (options.mHolder != 0 && options.mPartition != Partition::ONE)

@@ -63,6 +63,7 @@ bool Overlap(std::vector<std::pair<char*, char*>>& regions) {
 // Plans the copies from all `senders` to `receiver`.
 bool PlanReceiver(Operations const& operations, std::vector<int> const& senders, int receiver,
                   LocalWork& work) {
+  if (Of(operations, receiver).mRecv.InPlace()) return false;
   std::vector<std::pair<char*, char*>> targets;
   targets.reserve(senders.size());
   for (int const sender : senders) {
@@ -87,7 +88,8 @@ bool Reducible(LocalOperation const& operation) {
   LocalRegion const operand = operation.mSend.For(0);
   bool const complex =
       operand.mType == DATATYPE_COMPLEX_FLOAT || operand.mType == DATATYPE_COMPLEX_DOUBLE;
-  return !operation.mSend.InPlace() && operand.Valid() && operation.mRecv.For(0).Valid() &&
+  return !operation.mSend.InPlace() && !operation.mRecv.InPlace() && operand.Valid() &&
+         operation.mRecv.For(0).Valid() &&
          (operation.mReduce == REDUCE_SUM ||
           (!complex && (operation.mReduce == REDUCE_MIN || operation.mReduce == REDUCE_MAX)));
 }

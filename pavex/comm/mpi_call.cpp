@@ -65,9 +65,8 @@ void MpiCall::In(int const* counts, int const* displs, Datatype type) {
   mIn = Sum(counts, displs);
 }
 
-void MpiCall::NotInPlace(void const* sendbuf) {
-  if (sendbuf == &Comm::IN_PLACE_OBJ)
-    Refuse(STATUS_INVALID_VALUE, "in place is not possible here");
+void MpiCall::NotInPlace(void const* buf) {
+  if (buf == &Comm::IN_PLACE_OBJ) Refuse(STATUS_INVALID_VALUE, "in place is not possible here");
 }
 
 void MpiCall::CheckType(Datatype type) {
@@ -76,6 +75,10 @@ void MpiCall::CheckType(Datatype type) {
 }
 
 long MpiCall::Sum(int const* counts, int const* displs) {
+  if (counts == nullptr || displs == nullptr) {
+    Refuse(STATUS_INVALID_VALUE, "there are no counts or no displacements");
+    return 0;
+  }
   long sum = 0;
   for (int r = 0; r < mSize; ++r) {
     sum += counts[r];

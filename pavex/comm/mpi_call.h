@@ -41,7 +41,7 @@ class MpiCall {
   void In(int const* counts, int const* displs, Datatype type);
 
   // `sendbuf` must not be the in-place marker.
-  void NotInPlace(void const* sendbuf);
+  void NotInPlace(void const* buf);
 
   // Keeps `status` and the reason, printf-like, unless an earlier argument was bad already.
   __attribute__((format(printf, 3, 4))) void Refuse(PavexStatus status, char const* format,

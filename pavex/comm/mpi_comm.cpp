@@ -92,6 +92,7 @@ PavexStatus MpiComm::Recv(void* buf, int count, Datatype type, int source, int t
   MpiCall call("Recv", Rank(), mSize);
   call.To(source);
   call.Tag(tag);
+  call.NotInPlace(buf);
   call.In(count, type);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   MPI_Status message;
@@ -112,7 +113,10 @@ PavexStatus MpiComm::Gatherv(void const* sendbuf, int sendcount, Datatype sendty
   call.To(root);
   if (mRank != root) call.NotInPlace(sendbuf);
   if (sendbuf != &IN_PLACE_OBJ) call.Out(sendcount, sendtype);
-  if (mRank == root) call.In(recvcounts, displs, recvtype);
+  if (mRank == root) {
+    call.NotInPlace(recvbuf);
+    call.In(recvcounts, displs, recvtype);
+  }
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   return call.Done(MPI_Gatherv(call.SendBuffer(sendbuf), sendcount, MpiType(sendtype), recvbuf,
                                recvcounts, displs, MpiType(recvtype), root, mComm));
@@ -127,6 +131,7 @@ PavexStatus MpiComm::Scatterv(void const* sendbuf, int const* sendcounts, int co
     call.NotInPlace(sendbuf);
     call.Out(sendcounts, displs, sendtype);
   }
+  call.NotInPlace(recvbuf);
   call.In(recvcount, recvtype);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   return call.Done(MPI_Scatterv(call.SendBuffer(sendbuf), sendcounts, displs, MpiType(sendtype),
@@ -138,6 +143,7 @@ PavexStatus MpiComm::Alltoallv(void const* sendbuf, int const* sendcounts, int c
                                int const* rdispls, Datatype recvtype) const {
   MpiCall call("Alltoallv", Rank(), mSize);
   if (sendbuf != &IN_PLACE_OBJ) call.Out(sendcounts, sdispls, sendtype);
+  call.NotInPlace(recvbuf);
   call.In(recvcounts, rdispls, recvtype);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   return call.Done(MPI_Alltoallv(call.SendBuffer(sendbuf), sendcounts, sdispls,
@@ -149,6 +155,7 @@ PavexStatus MpiComm::Allgather(void const* sendbuf, int sendcount, Datatype send
                                void* recvbuf, int recvcount, Datatype recvtype) const {
   MpiCall call("Allgather", Rank(), mSize);
   if (sendbuf != &IN_PLACE_OBJ) call.Out(sendcount, sendtype);
+  call.NotInPlace(recvbuf);
   call.In(recvcount, recvtype, mSize);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   return call.Done(MPI_Allgather(call.SendBuffer(sendbuf), sendcount, MpiType(sendtype),
@@ -160,6 +167,7 @@ PavexStatus MpiComm::Allgatherv(void const* sendbuf, int sendcount, Datatype sen
                                 Datatype recvtype) const {
   MpiCall call("Allgatherv", Rank(), mSize);
   if (sendbuf != &IN_PLACE_OBJ) call.Out(sendcount, sendtype);
+  call.NotInPlace(recvbuf);
   call.In(recvcounts, displs, recvtype);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   return call.Done(MPI_Allgatherv(call.SendBuffer(sendbuf), sendcount, MpiType(sendtype),
@@ -169,6 +177,7 @@ PavexStatus MpiComm::Allgatherv(void const* sendbuf, int sendcount, Datatype sen
 PavexStatus MpiComm::Allreduce(void const* sendbuf, void* recvbuf, int count, Datatype type,
                                ReduceOp op) const {
   MpiCall call("Allreduce", Rank(), mSize);
+  call.NotInPlace(recvbuf);
   call.Out(count, type);
   call.In(count, type);
   if (MpiOp(op) == MPI_OP_NULL)
@@ -181,6 +190,7 @@ PavexStatus MpiComm::Allreduce(void const* sendbuf, void* recvbuf, int count, Da
 PavexStatus MpiComm::Bcast(void* buf, int count, Datatype type, int root) const {
   MpiCall call("Bcast", Rank(), mSize);
   call.To(root);
+  call.NotInPlace(buf);
   if (mRank == root)
     call.Out(count, type);
   else

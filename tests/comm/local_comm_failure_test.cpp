@@ -133,6 +133,20 @@ TEST(LocalCommMismatch, GathervWithoutCountsOnRootFailsOnAllRanks) {
   EXPECT_TRUE(target.Untouched());
 }
 
+TEST(LocalCommMismatch, InPlaceMarkerAsReceiveBufferFailsOnAllRanks) {
+  auto* const marker = const_cast<std::int32_t*>(&Comm::IN_PLACE_OBJ);
+
+  auto const gathered = RunRanks(2, [&](Comm const& comm, int rank) {
+    return comm.Allgather(&rank, 1, DATATYPE_INT, marker, 1, DATATYPE_INT);
+  });
+  auto const reduced = RunRanks(2, [&](Comm const& comm, int rank) {
+    return comm.Allreduce(&rank, marker, 1, DATATYPE_INT, REDUCE_SUM);
+  });
+
+  EXPECT_EQ(gathered, All(2, kFailed));
+  EXPECT_EQ(reduced, All(2, kFailed));
+}
+
 TEST(LocalCommMismatch, GathervInPlaceOffTheRootFailsOnAllRanks) {
   int const counts[] = {1, 1};
   int const displs[] = {0, 1};

@@ -232,6 +232,28 @@ TEST_F(MpiCommRefusal, TheInPlaceMarkerWhereItHasNoMeaning) {
   }
 }
 
+TEST_F(MpiCommRefusal, TheInPlaceMarkerAsAReceiveBuffer) {
+  auto* const marker = const_cast<std::int32_t*>(&Comm::IN_PLACE_OBJ);
+  std::string const reason = "in place is not possible here";
+
+  Outcome const received =
+      OutcomeOf([&] { return mComm.Recv(marker, 1, DATATYPE_INT, 0, 50); });
+  Outcome const sent = OutcomeOf([&] { return mComm.Bcast(marker, 1, DATATYPE_INT, mRank); });
+
+  ExpectRefused(received, "Recv", "peer 0, 0 out, 1 in", reason);
+  ExpectRefused(sent, "Bcast", "peer " + Own() + ", 1 out, 0 in", reason);
+}
+
+TEST_F(MpiCommRefusal, MissingCountsOnTheRoot) {
+  Outcome const gathered = OutcomeOf([&] {
+    return mComm.Gatherv(nullptr, 0, DATATYPE_INT, nullptr, nullptr, nullptr, DATATYPE_INT,
+                         mRank);
+  });
+
+  ExpectRefused(gathered, "Gatherv", "peer " + Own() + ", 0 out, 0 in",
+                "there are no counts or no displacements");
+}
+
 TEST_F(MpiCommRefusal, LeavesTheReceiveBufferAlone) {
   std::vector<int> const displs = Ranked(0, -1);
 

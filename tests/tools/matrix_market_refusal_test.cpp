@@ -129,6 +129,10 @@ TEST(MatrixMarketRefusal, RefusesMoreEntriesThanTheFileCanHoldBeforeReservingMem
             ":2: a file of 65 bytes cannot hold 4000000000000000000 entries");
 }
 
+TEST(MatrixMarketRefusal, NamesTheLineOfAMissingValueInAShortFile) {
+  EXPECT_EQ(FaultOf(kReal + "4 4 4\n1 1 1\n2 2 2\n3 3\n4 4 4\n"), ":5: the value is missing");
+}
+
 TEST(MatrixMarketRefusal, RefusesEntriesOfAnEmptyMatrix) {
   EXPECT_EQ(FaultOf(kReal + "0 3 1\n1 1 1\n"),
             ":2: a matrix without rows or columns has no entries");

@@ -21,6 +21,13 @@ foreach(variable OMPI_COMM_WORLD PMI)
                        PROPERTIES LABELS "tools;mpi")
 endforeach()
 
+# A job of one that an outer launcher announces does not hide the larger one.
+add_test(NAME command.announced.by_two_launchers
+         COMMAND ${once} fails "pavex: .*_SIZE ${alone}"
+                 env OMPI_COMM_WORLD_SIZE=1 OMPI_COMM_WORLD_RANK=0 PMI_SIZE=3 PMI_RANK=0
+                 ${pavex} gather --generate poisson3d:3)
+set_tests_properties(command.announced.by_two_launchers PROPERTIES LABELS "tools;mpi")
+
 foreach(launcher mpiexec.openmpi mpiexec.mpich)
   find_program(PAVEX_${launcher} ${launcher})
   if(NOT PAVEX_${launcher} OR (PAVEX_MPI AND PAVEX_${launcher} STREQUAL MPIEXEC_EXECUTABLE))
