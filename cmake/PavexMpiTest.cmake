@@ -21,6 +21,7 @@ function(pavex_add_mpi_job test processes program)
            COMMAND ${ARG_CHECKER} ${MPIEXEC_EXECUTABLE} ${MPIEXEC_NUMPROC_FLAG} ${processes}
                    ${MPIEXEC_PREFLAGS} $<TARGET_FILE:${program}> ${MPIEXEC_POSTFLAGS}
                    ${ARG_UNPARSED_ARGUMENTS})
+  add_dependencies(mpi_tests ${program})
   set_tests_properties(${test} PROPERTIES PROCESSORS ${processes} RESOURCE_LOCK mpi TIMEOUT 300
                        LABELS mpi ENVIRONMENT "${PAVEX_MPI_ENVIRONMENT}")
 endfunction()
