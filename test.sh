@@ -17,7 +17,8 @@ case "${1:-}" in
 esac
 
 need "${build_packages[@]}" ccache libgtest-dev libgmock-dev libeigen3-dev libsuitesparse-dev \
-  libopenmpi-dev openmpi-bin libmpich-dev mpich iproute2 make dpkg-dev file groff-base
+  libopenmpi-dev openmpi-bin libmpich-dev mpich iproute2 make dpkg-dev file groff-base \
+  clang libclang-rt-dev clang-tidy clang-format cppcheck valgrind doxygen graphviz gcovr python3
 
 jobs=$(nproc)
 export CCACHE_BASEDIR=$PWD CCACHE_SLOPPINESS=pch_defines,time_macros

@@ -156,7 +156,7 @@ void MeasureBandwidth(Runner& runner, int n) {
                    },
                    1 / 0.8}});
   auto const peak = static_cast<long>(job.pools[0].PeakBytesInUse());
-  long const needed = job.Entries() * 16 + 4 * 72 + 2 * 4 * 4;
+  long const needed = job.Entries() * 16 + 4L * 72 + 2L * 4 * 4;
   runner.Report("COO gather, receiver's peak over arrays, records and counts",
                 static_cast<double>(peak - needed), "bytes");
   runner.Expect(peak == needed, "COO gather takes no byte more than it delivers and records");

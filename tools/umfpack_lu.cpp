@@ -36,8 +36,8 @@ struct UmfpackLu<T, I>::State {
     if (status != UMFPACK_OK) Fail(status, std::string(Variant::kName) + function);
   }
 
-  double mControl[UMFPACK_CONTROL];
-  double mInfo[UMFPACK_INFO];
+  double mControl[UMFPACK_CONTROL] = {};
+  double mInfo[UMFPACK_INFO] = {};
   void* mSymbolic = nullptr;
   void* mNumeric = nullptr;
 };
