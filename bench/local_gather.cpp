@@ -6,7 +6,6 @@
 #include "pavex/pavex.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -16,8 +15,6 @@
 
 namespace Pavex::Bench {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // One rank's row band of the 7-point operator on n x n x n points, in both sparse formats.
 struct Band {
@@ -182,24 +179,6 @@ void MeasureBandwidth(Runner& runner, int n) {
   runner.Expect(ok, "every operation succeeds");
 }
 
-double Median(std::vector<double>& values) {
-  auto const middle = values.begin() + static_cast<long>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
-
-// Median time of `operation` in microseconds.
-template <typename Operation>
-double MedianMicroseconds(int repetitions, Operation operation) {
-  std::vector<double> times;
-  for (int i = 0; i < repetitions; ++i) {
-    auto const start = Clock::now();
-    operation();
-    times.push_back(std::chrono::duration<double, std::micro>(Clock::now() - start).count());
-  }
-  return Median(times);
-}
-
 void MeasureLatency(Runner& runner) {
   double median = 0;
   bool ok = true;
@@ -211,10 +190,10 @@ void MeasureLatency(Runner& runner) {
     MemoryPool pool;
     Aggregator<double, int> aggregator(&pool);
     bool mine = true;
-    double const time = MedianMicroseconds(
+    double const time = MedianSeconds(
         20000, [&] { mine &= aggregator.Gather(comm, piece, true) == STATUS_OK; });
     if (comm->Rank() != 0) return;
-    median = time;
+    median = time * 1e6;
     ok = mine && aggregator.Target()->NNZ() == 8;
   });
   runner.Expect(ok, "gather of 8 entries succeeds");
@@ -239,14 +218,14 @@ void MeasureSingle(Runner& runner, int n) {
   bool ok = aggregator.Gather(comm, band.csr, true) == STATUS_OK;
   runner.Expect(ok && pool.mBytes == sizeof(MatrixLocalInfo),
                 "one process: nothing but its record is allocated");
-  double const time = MedianMicroseconds(
-      10000, [&] { ok &= aggregator.Gather(comm, band.csr, true) == STATUS_OK; });
+  double const time =
+      MedianSeconds(10000, [&] { ok &= aggregator.Gather(comm, band.csr, true) == STATUS_OK; });
   auto& whole = dynamic_cast<MatrixCSR<double, int>&>(*aggregator.Target());
   runner.Expect(ok && whole.mValues.mData == band.values.data(),
                 "one process: nothing is copied");
   runner.Report(
       "gather of " + std::to_string(whole.NNZ()) + " entries, one process, median (at most 5)",
-      time, "us");
+      time * 1e6, "us");
 }
 
 // Every rank holds the whole dense matrix: gathered to all and scattered back without a copy.

@@ -67,6 +67,13 @@ std::string RatioText(Subject const& subject, Times const& times) {
 
 }  // namespace
 
+double MedianSeconds(int repetitions, std::function<void()> const& run) {
+  std::vector<double> times;
+  for (int i = 0; i < repetitions; ++i)
+    times.push_back(Seconds(run));
+  return Median(std::move(times));
+}
+
 Runner::Runner(std::string name, std::string title)
     : mName(std::move(name)), mTitle(std::move(title)) {}
 

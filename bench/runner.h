@@ -13,6 +13,9 @@ namespace Pavex::Bench {
 // The seed of everything random in a benchmark, so that every run sees the same data.
 constexpr std::uint64_t kSeed = 20240501;
 
+// Median time of so many runs.
+double MedianSeconds(int repetitions, std::function<void()> const& run);
+
 // One thing to time.
 struct Subject {
   std::string name;           // heads its column
