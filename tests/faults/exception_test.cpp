@@ -1,0 +1,115 @@
+// Exceptions that a pool or a communicator of the application throws: they pass through, and
+// leave the object as a failed status at the same point would.
+
+#include "tests/support/pieces.h"
+#include "tests/support/shares.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <stdexcept>
+
+namespace Pavex {
+namespace {
+
+struct Thrown : std::exception {};
+
+// Throws instead of serving its n-th request from now on.
+class ThrowingPool : public LedgerPool {
+ public:
+  PavexStatus Allocate(void** block, std::size_t bytes) override {
+    if (--mLeft == 0) throw Thrown();
+    return LedgerPool::Allocate(block, bytes);
+  }
+  void ThrowAt(int nth) { mLeft = nth; }
+
+ private:
+  int mLeft = 0;
+};
+
+// Throws instead of making its n-th call that moves data from now on.
+class ThrowingComm : public TraceComm {
+ public:
+  using TraceComm::TraceComm;
+  void ThrowAt(int nth) { mLeft = nth; }
+
+ protected:
+  PavexStatus Handle(CommCall& call) const override {
+    bool const moves = call.op != CommOp::RANK && call.op != CommOp::SIZE;
+    if (moves && --mLeft == 0) throw Thrown();
+    return TraceComm::Handle(call);
+  }
+
+ private:
+  int mutable mLeft = 0;
+};
+
+// Rank 0 of two, which receives the shares of both.
+struct ThrowingRank {
+  ThrowingRank()
+      : comm(std::make_shared<ThrowingComm>(ScriptedRank(0, {&own.matrix, &other.matrix}))),
+        aggregator(&pool) {}
+
+  PavexStatus Gather() { return aggregator.Gather(comm, own.matrix, true); }
+  PavexStatus Update() { return aggregator.Update(own.matrix); }
+  double const* TargetValues() {
+    return dynamic_cast<MatrixCOO<double, int>&>(*aggregator.Target()).mValues.mData;
+  }
+
+  CooPiece<> own = Share(0);
+  CooPiece<> other = Share(1);
+  ThrowingPool pool;
+  std::shared_ptr<ThrowingComm> comm;
+  Aggregator<double, int> aggregator;
+};
+
+// What a gather takes and calls: records, counts, displacements and three arrays; the exchange
+// and three transfers.
+constexpr int kBlocksOfGather = 6;
+constexpr int kCallsOfGather = 4;
+
+TEST(ExceptionOfThePool, LeavesNoGatheredMatrixAndAGatherThatSucceedsAfterwards) {
+  for (int nth = 1; nth <= kBlocksOfGather; ++nth) {
+    ThrowingRank rank;
+    rank.pool.ThrowAt(nth);
+
+    EXPECT_THROW(rank.Gather(), Thrown);
+
+    EXPECT_EQ(rank.aggregator.Target(), nullptr);
+    EXPECT_LE(rank.pool.OutstandingBlocks(), 3U);  // records, counts, displacements
+    EXPECT_EQ(rank.Gather(), STATUS_OK);
+    EXPECT_EQ(rank.pool.OutstandingBlocks(), 6U);
+  }
+}
+
+TEST(ExceptionOfTheCommunicator, LeavesNoGatheredMatrixAndAGatherThatSucceedsAfterwards) {
+  for (int nth = 1; nth <= kCallsOfGather; ++nth) {
+    ThrowingRank rank;
+    rank.comm->ThrowAt(nth);
+
+    EXPECT_THROW(rank.Gather(), Thrown);
+
+    EXPECT_EQ(rank.aggregator.Target(), nullptr);
+    EXPECT_LE(rank.pool.OutstandingBlocks(), 3U);
+    EXPECT_EQ(rank.Gather(), STATUS_OK);
+    EXPECT_EQ(rank.pool.OutstandingBlocks(), 6U);
+  }
+}
+
+TEST(ExceptionInAnUpdate, LeavesTheOldValues) {
+  ThrowingRank rank;
+  ASSERT_EQ(rank.Gather(), STATUS_OK);
+  double const* const before = rank.TargetValues();
+
+  rank.pool.ThrowAt(1);
+  EXPECT_THROW(rank.Update(), Thrown);
+  EXPECT_EQ(rank.TargetValues(), before);
+  EXPECT_EQ(rank.pool.OutstandingBlocks(), 6U);
+
+  rank.comm->ThrowAt(1);
+  EXPECT_THROW(rank.Update(), Thrown);
+  EXPECT_EQ(rank.TargetValues(), before);
+  EXPECT_EQ(rank.pool.OutstandingBlocks(), 6U);
+}
+
+}  // namespace
+}  // namespace Pavex
