@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# messages_test.sh SOURCE-DIR: the tables of docs/guide.md that open with "| message" list exactly
+# what the library can log, letter by letter: the texts of its lines, the reasons in those of
+# MpiComm, and the texts of the statuses.
+set -euo pipefail
+cd "$1"
+
+logged() {
+  {
+    grep -rhoE '"\[%s\] [^"]+"' pavex | sed -E 's/^"\[%s\] (.*)\\n"$/\1/; s/\\n$//'
+    tr -d '\n' <pavex/comm/mpi_comm.cpp | grep -oE '(Refuse|Fail)\(STATUS_[A-Z_]+, *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
+    tr -d '\n' <pavex/comm/mpi_call.cpp | grep -oE 'Refuse\(STATUS_[A-Z_]+, *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
+    sed -nE 's/^ *return "(.*)";$/\1/p' pavex/runtime/status.cpp
+  } | grep -vxF -e '%s' -e 'Success' | sort -u
+}
+listed() {
+  awk '/^\| message/ {on = 1; next} !/^\|/ {on = 0} on && /^\| `/' docs/guide.md |
+    sed -E 's/^\| `([^`]*)`.*/\1/' | sort -u
+}
+
+diff <(logged) <(listed) || { echo "< logged, but not in docs/guide.md; > the other way round"; exit 1; }
+echo "$(logged | wc -l) messages"
+[ "$(logged | wc -l)" -gt 35 ]

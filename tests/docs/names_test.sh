@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# names_test.sh SOURCE-DIR: every path and every test (`Suite.Name`) that a document names in
+# backticks exists.
+set -euo pipefail
+cd "$1"
+
+tests=$(find tests -name '*.cpp' -exec cat {} + | tr -d '\n' |
+  grep -oE 'TEST(_[FP])?\([A-Za-z0-9]+, *[A-Za-z0-9]+' | sed -E 's/.*\(//; s/, */./')
+
+paths=0 named=0 missing=0
+while read -r document name; do
+  case "$name" in
+    */*)
+      paths=$((paths + 1))
+      compgen -G "$name" >/dev/null && continue ;;
+    *)
+      named=$((named + 1))
+      grep -qxF "$name" <<<"$tests" && continue ;;
+  esac
+  echo "$document names $name, which does not exist"
+  missing=$((missing + 1))
+done < <(for document in ./*.md docs/*.md; do
+  grep -oE '`[^` ]+`' "$document" | tr -d '`' |
+    grep -E '^(bench|cmake|docs|examples|packaging|pavex|tests|tools)/[A-Za-z0-9_./*-]*$|^[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]+$' |
+    sed "s|^|$document |" || true
+done)
+echo "$paths paths and $named tests named, $missing of them missing"
+[ "$paths" -gt 10 ] && [ "$missing" -eq 0 ]
