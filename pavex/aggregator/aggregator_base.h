@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace Pavex {
 
@@ -37,6 +38,29 @@ class PAVEX_API AggregatorBase {
 
   // Deletes the gathered matrix, if any; nothing else changes. Local.
   void Clear();
+
+  // The mode that the last gather to come so far decided; DISTRIBUTED before the first. Local.
+  DistMatrixMode Mode() const { return mMode; }
+
+  // What the last exchange of records showed, as lines of text: one line per process, the mode,
+  // and the gathered shape or, where the records were refused, the first pair of processes at
+  // fault with both values and what was expected. Meant for a reader; the wording may change.
+  // Example, where the second band should begin at row 10:
+  //
+  //   2 processes
+  //   process 0: STORE_CSR_0, row-wise from 0, 10 x 7, 28 entries, of 20 x 7, [...] with values
+  //   process 1: STORE_CSR_0, row-wise from 11, 9 x 7, 42 entries, of 20 x 7, [...] with values
+  //   mode DISTRIBUTED: every process holds a piece
+  //   refused: process 1 begins at row 11; expected 10, behind the 10 rows of process 0 from 0
+  //   (a gap)
+  //
+  // Computed from the records alone, so after a complete exchange it is the same on every
+  // process; records that never arrived are named. What no record tells is not in it: a refused
+  // communicator, memory, a failed transfer, missing values, sizes that do not fit the format's
+  // arrays. A gather that ends before its exchange leaves the records of the earlier one, an
+  // Update or Scatter those of its gather. Local, and needs no communicator; std::bad_alloc
+  // may leave, as from any std::string.
+  std::string Describe() const;
 
  protected:
   explicit AggregatorBase(MemoryPool* pool) : mPool(pool) {}
@@ -102,7 +126,7 @@ class PAVEX_API AggregatorBase {
 
  private:
   void FillFromReference(MatrixLocalInfo const& reference, int rank, int root);
-  PavexStatus FillFromPieces();
+  PavexStatus FillFromPieces(MatrixLocalInfo const& reference);
 };
 
 static_assert(sizeof(AggregatorBase) == 240, "part of the binary interface");

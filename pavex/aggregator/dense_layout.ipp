@@ -19,6 +19,7 @@
 
 #include "pavex/aggregator/aggregator.h"
 #include "pavex/aggregator/dense_reorder.h"
+#include "pavex/aggregator/rules.h"
 #include "pavex/runtime/log.h"
 #include "pavex/runtime/wrapping.h"
 
@@ -136,7 +137,7 @@ PavexStatus Aggregator<T, I>::Comm2Dense(bool rowMajor, Buffer<T>& values) {
 // on every process.
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::CheckDense(bool rowMajor) const {
-  if (WrappingMul(mRows, mCols) != mNnz) {
+  if (!FillsShape(mRows, mCols, mNnz)) {
     Log::Error("[%s] The Global NNZ(%ld) not equal to %ld * %ld.\n", mNnz, mRows, mCols);
     return STATUS_INCONSISTENT;
   }

@@ -11,7 +11,7 @@ namespace Pavex {
 
 namespace {
 
-void Describe(MatrixBase const& local, bool withValues, MatrixLocalInfo& info) {
+void FillRecord(MatrixBase const& local, bool withValues, MatrixLocalInfo& info) {
   info.withValues = withValues;
   info.pattern = local.mPattern;
   info.attribute = local.mAttribute;
@@ -39,7 +39,7 @@ PavexStatus AggregatorBase::GatherLocalInfo(MatrixBase const& local, bool withVa
   if (status != STATUS_OK) return status;
   infos.Install(new (block) MatrixLocalInfo[static_cast<std::size_t>(size)], size, mPool);
 
-  Describe(local, withValues, infos.mData[rank]);
+  FillRecord(local, withValues, infos.mData[rank]);
   if (size == 1) return STATUS_OK;
   return Log::Report(mComm->Allgather(&Comm::IN_PLACE_OBJ, kBytes, DATATYPE_BYTE, infos.mData,
                                       kBytes, DATATYPE_BYTE));

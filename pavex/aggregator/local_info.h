@@ -18,6 +18,19 @@ enum DistMatrixMode : std::int32_t {
   CENTRALIZED_ONE = 2   // one process holds the whole matrix, the others hold empty ones
 };
 
+// The enumerator's name; "unknown" for any other value.
+inline char const* DistMatrixModeStr(DistMatrixMode mode) noexcept {
+  switch (mode) {
+    case DISTRIBUTED:
+      return "DISTRIBUTED";
+    case CENTRALIZED_ALL:
+      return "CENTRALIZED_ALL";
+    case CENTRALIZED_ONE:
+      return "CENTRALIZED_ONE";
+  }
+  return "unknown";
+}
+
 // The record of one process. It crosses process boundaries as 72 raw bytes, so that all
 // processes of a job must share byte order and this layout:
 //
@@ -33,18 +46,24 @@ enum DistMatrixMode : std::int32_t {
 //       56     8  cols
 //       64     8  nnz
 //
-// A new record has its partition set (none, begin 0) and the rest as the memory holds it.
+// A new record has no partition, and else what no matrix has, until it arrives.
 struct MatrixLocalInfo {
-  bool withValues;                 // the caller's flag: aggregate values as well as the pattern
-  std::int32_t pattern;            // MatrixBase::mPattern
-  std::int32_t attribute;          // MatrixBase::mAttribute
-  PavexMatrixStoreType storeType;  // MatrixBase::StoreType()
-  MatrixPartition partition;       // MatrixBase::mPartition
-  std::int64_t globalRows;         // MatrixBase::mGlobalRows
-  std::int64_t globalCols;         // MatrixBase::mGlobalCols
-  std::int64_t rows;               // MatrixBase::mRows
-  std::int64_t cols;               // MatrixBase::mCols
-  std::int64_t nnz;                // MatrixBase::NNZ()
+  bool withValues = false;      // the caller's flag: aggregate values as well as the pattern
+  std::int32_t pattern = -1;    // MatrixBase::mPattern
+  std::int32_t attribute = -1;  // MatrixBase::mAttribute
+  PavexMatrixStoreType storeType =
+      static_cast<PavexMatrixStoreType>(-1);  // MatrixBase::StoreType()
+  MatrixPartition partition;                  // MatrixBase::mPartition
+  std::int64_t globalRows = -1;               // MatrixBase::mGlobalRows
+  std::int64_t globalCols = -1;               // MatrixBase::mGlobalCols
+  std::int64_t rows = -1;                     // MatrixBase::mRows
+  std::int64_t cols = -1;                     // MatrixBase::mCols
+  std::int64_t nnz = -1;                      // MatrixBase::NNZ()
+
+  // Whether a process has filled it.
+  bool Arrived() const noexcept {
+    return storeType != -1 || rows != -1 || cols != -1 || nnz != -1;
+  }
 
   // The flag of a peer is a byte that may hold anything; any value but 0 is true.
   bool WithValues() const noexcept {

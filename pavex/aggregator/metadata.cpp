@@ -1,6 +1,7 @@
 // What every path of a gather works from, and the checks of the operations that follow it.
 
 #include "pavex/aggregator/aggregator_base.h"
+#include "pavex/aggregator/rules.h"
 #include "pavex/runtime/log.h"
 #include "pavex/runtime/wrapping.h"
 
@@ -60,7 +61,7 @@ PavexStatus AggregatorBase::InitMetadata(MatrixBase const& local, bool withValue
 
   MatrixLocalInfo const& reference = mLocalInfos.mData[source == -2 ? 0 : source];
   FillFromReference(reference, rank, root);
-  return mMode == DISTRIBUTED ? FillFromPieces() : STATUS_OK;
+  return mMode == DISTRIBUTED ? FillFromPieces(reference) : STATUS_OK;
 }
 
 // The agreed attributes, and the shape as long as the reference process holds the whole matrix.
@@ -83,50 +84,33 @@ void AggregatorBase::FillFromReference(MatrixLocalInfo const& reference, int ran
 // The shape of the pieces together, and on receivers where each piece's entries go. Example:
 // two row bands of a 10 x 7 matrix with 28 and 42 entries give counts [28, 42], displacements
 // [0, 28] and 70 entries.
-PavexStatus AggregatorBase::FillFromPieces() {
-  long const pieces = mLocalInfos.mSize;
-  for (long p = 0; p < pieces; ++p) {  // a negative count would reach the communicator
-    if (mLocalInfos.mData[p].nnz < 0) return Log::Report(STATUS_INCONSISTENT);
-  }
+PavexStatus AggregatorBase::FillFromPieces(MatrixLocalInfo const& reference) {
+  // A negative count would reach the communicator.
+  if (FindNegativeCount(mLocalInfos) >= 0) return Log::Report(STATUS_INCONSISTENT);
   if (mIsReceiver) {
+    long const pieces = mLocalInfos.mSize;
     PavexStatus status = Log::Report(mPool->Get(mCounts, pieces));
     if (status != STATUS_OK) return status;
     status = Log::Report(mPool->Get(mDispls, pieces));
     if (status != STATUS_OK) return status;
-  }
 
-  long entries = 0;
-  long rows = 0;
-  long cols = 0;
-  for (long p = 0; p < pieces; ++p) {
-    MatrixLocalInfo const& info = mLocalInfos.mData[p];
-    if (mIsReceiver) {
-      mCounts.mData[p] = static_cast<int>(info.nnz);
-      mDispls.mData[p] = static_cast<int>(entries);
+    long before = 0;
+    for (long p = 0; p < pieces; ++p) {
+      long const entries = mLocalInfos.mData[p].nnz;
+      mCounts.mData[p] = static_cast<int>(entries);
+      mDispls.mData[p] = static_cast<int>(before);
+      before = WrappingAdd(before, entries);
     }
-    entries = WrappingAdd(entries, info.nnz);
-    rows = WrappingAdd(rows, info.rows);
-    cols = WrappingAdd(cols, info.cols);
   }
 
-  switch (mPartition.type) {
-    case PARTITION_ROW_WISE:
-      mRows = rows;
-      mCols = mGlobalCols;
-      break;
-    case PARTITION_COLUMN_WISE:
-      mRows = mGlobalRows;
-      mCols = cols;
-      break;
-    case PARTITION_NONZERO_WISE:
-      mRows = mGlobalRows;
-      mCols = mGlobalCols;
-      break;
-    default:
-      Log::Error("[%s] Unexpected partition type %d\n", mPartition.type);
-      return STATUS_INVALID_VALUE;
+  GatheredShape const shape = ShapeOfPieces(mLocalInfos, reference);
+  if (!shape.mKnown) {
+    Log::Error("[%s] Unexpected partition type %d\n", mPartition.type);
+    return STATUS_INVALID_VALUE;
   }
-  mNnz = entries;
+  mRows = shape.mRows;
+  mCols = shape.mCols;
+  mNnz = shape.mNnz;
   return STATUS_OK;
 }
 
