@@ -68,9 +68,9 @@ std::string RatioText(Subject const& subject, Times const& times) {
 }  // namespace
 
 double MedianSeconds(int repetitions, std::function<void()> const& run) {
-  std::vector<double> times;
-  for (int i = 0; i < repetitions; ++i)
-    times.push_back(Seconds(run));
+  std::vector<double> times(static_cast<std::size_t>(repetitions));
+  for (double& time : times)
+    time = Seconds(run);
   return Median(std::move(times));
 }
 

@@ -34,7 +34,7 @@ void Show(char const* what, std::shared_ptr<Comm> const& comm, Matrix const& pie
   std::printf("\n");
 }
 
-void BandsOfRows(std::shared_ptr<Comm> const& comm, int rank) {
+void BandsOfRows(std::shared_ptr<Comm> const& comm, long rank) {
   int ptr[] = {0, 2, 4};  // the piece's own offsets, columns of the whole
   int col[2][4] = {{0, 1, 1, 3}, {0, 2, 2, 3}};
   double values[2][4] = {{11, 12, 22, 24}, {31, 33, 43, 44}};
@@ -43,7 +43,7 @@ void BandsOfRows(std::shared_ptr<Comm> const& comm, int rank) {
   Show("bands of rows", comm, piece);
 }
 
-void BandsOfColumns(std::shared_ptr<Comm> const& comm, int rank) {
+void BandsOfColumns(std::shared_ptr<Comm> const& comm, long rank) {
   int ptr[] = {0, 2, 4};  // the piece's own offsets, rows of the whole
   int row[2][4] = {{0, 2, 0, 1}, {2, 3, 1, 3}};
   double values[2][4] = {{11, 31, 12, 22}, {33, 43, 24, 44}};
@@ -53,14 +53,14 @@ void BandsOfColumns(std::shared_ptr<Comm> const& comm, int rank) {
 }
 
 // Laid side by side again on the receiver.
-void DenseBandsOfColumns(std::shared_ptr<Comm> const& comm, int rank) {
+void DenseBandsOfColumns(std::shared_ptr<Comm> const& comm, long rank) {
   double values[2][8] = {{11, 12, 0, 22, 31, 0, 0, 0}, {0, 0, 0, 24, 33, 0, 43, 44}};
   auto piece = Dense::Borrow(4, 2, true, 2, values[rank]);
   piece.PlaceIn(4, 4, MatrixPartition::ColumnWise(2 * rank));
   Show("dense bands", comm, piece);
 }
 
-void AnyEntries(std::shared_ptr<Comm> const& comm, int rank) {
+void AnyEntries(std::shared_ptr<Comm> const& comm, long rank) {
   int row[2][4] = {{3, 0, 2, 1}, {0, 3, 1, 2}};  // of the whole
   int col[2][4] = {{3, 0, 2, 1}, {1, 2, 3, 0}};
   double values[2][4] = {{44, 11, 33, 22}, {12, 43, 24, 31}};
@@ -69,7 +69,7 @@ void AnyEntries(std::shared_ptr<Comm> const& comm, int rank) {
   Show("any entries", comm, piece);
 }
 
-void WholeOnOneRank(std::shared_ptr<Comm> const& comm, int rank) {
+void WholeOnOneRank(std::shared_ptr<Comm> const& comm, long rank) {
   int ptr[] = {0, 2, 4, 6, 8};
   int col[] = {0, 1, 1, 3, 0, 2, 2, 3};
   double values[] = {11, 12, 22, 24, 31, 33, 43, 44};
