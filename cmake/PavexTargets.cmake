@@ -8,6 +8,10 @@ function(pavex_settings target)
   if(PAVEX_WERROR)
     target_compile_options(${target} PRIVATE -Werror)
   endif()
+  if(PAVEX_FUZZ)
+    target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+    target_link_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+  endif()
 endfunction()
 
 # The number in the name that a shared library is linked by: while the major version is 0, each

@@ -1,0 +1,132 @@
+// Any words as the arguments of pavex, one a line. They are understood or refused with an error
+// of the parser or an InputError; what is understood is inside its ranges, and the pieces that
+// it asks for are the whole matrix. Nothing is read, run or written.
+
+#include "tests/fuzz/require.h"
+#include "tools/commands.h"
+#include "tools/common_options.h"
+#include "tools/generate.h"
+#include "tools/input_error.h"
+#include "tools/open_source.h"
+#include "tools/pieces.h"
+#include "tools/solve_job.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace Pavex::Tool {
+namespace {
+
+// Ends the command at the point where it would open its input.
+struct Understood {};
+
+void CheckRanges(GatherOptions const& options, Ranks const& ranks) {
+  Require(ranks.Kind() == CommKind::LOCAL, "a build without MPI runs on threads");
+  Require(ranks.Count() == options.mRanks, "there are as many ranks as the options say");
+  Require(options.mRanks >= 1 && options.mRanks <= kMostRanks, "--ranks is in its range");
+  Require(options.mHolder >= 0 && options.mHolder < options.mRanks, "the holder is a rank");
+  Require(options.mUpdates >= 0, "--updates is not negative");
+  Require(options.mPad >= 0 && options.mPad <= kMostPad, "--ld is in its range");
+  Require(options.mBase == 0 || options.mBase == 1, "--base is 0 or 1");
+  Require(options.mFile.empty() != options.mGenerate.empty(), "there is one input");
+}
+
+Extent WholeOf(GatherOptions const& options) {
+  if (options.mGenerate.empty()) return {100, 80, 500};
+  Generator const generator(options.mGenerate);
+  return {generator.Rows(), generator.Cols(), generator.Rows()};
+}
+
+// Where the bands of `partition` begin and end.
+std::pair<long, long> BandOf(Piece const& piece, Partition partition) {
+  switch (partition) {
+    case Partition::ROWS:
+      return {piece.mRowBegin, piece.mRowEnd};
+    case Partition::COLUMNS:
+      return {piece.mColBegin, piece.mColEnd};
+    default:
+      return {piece.mEntryBegin, piece.mEntryEnd};
+  }
+}
+
+void CheckPieces(GatherOptions const& options) {
+  Extent const whole = WholeOf(options);
+  Piece all;
+  all.mRowEnd = whole.mRows;
+  all.mColEnd = whole.mCols;
+  all.mEntryEnd = whole.mEntries;
+  bool const bands =
+      options.mPartition != Partition::ONE && options.mPartition != Partition::ALL;
+  long end = 0;
+  for (int rank = 0; rank < options.mRanks; ++rank) {
+    Piece const piece = CutPiece(whole, options.mPartition, options.mRanks, rank,
+                                 options.mHolder, options.mCuts);
+    auto const [first, last] = BandOf(piece, options.mPartition);
+    if (!bands) continue;
+    Require(first == end && (last > first || options.mRanks == 1), "bands follow each other");
+    end = last;
+  }
+  if (bands)
+    Require(end == BandOf(all, options.mPartition).second, "the last band ends the matrix");
+}
+
+std::vector<std::string> WordsOf(std::string_view text) {
+  std::vector<std::string> words = {"pavex"};
+  while (!text.empty()) {
+    std::string_view const line = text.substr(0, text.find('\n'));
+    words.emplace_back(line.substr(0, line.find('\0')));  // as the system would hand it over
+    text.remove_prefix(std::min(text.size(), line.size() + 1));
+  }
+  return words;
+}
+
+void Run(std::string_view text) {
+  std::vector<std::string> words = WordsOf(text);
+  std::vector<char*> arguments;
+  for (std::string& word : words)
+    arguments.push_back(word.data());
+
+  Job job;
+  CLI::App app("fuzzed", "pavex");
+  app.require_subcommand(1);
+  int exitCode = 0;
+  AddGather(app, job, exitCode);
+  AddSolve(app, job, exitCode);
+  try {
+    app.parse(static_cast<int>(arguments.size()), arguments.data());
+  } catch (Understood const&) {
+  } catch (InputError const&) {
+  } catch (CLI::ParseError const& error) {
+    std::ostringstream printed;
+    app.exit(error, printed, printed);
+  }
+}
+
+}  // namespace
+
+// In place of those of the command, which would do the work.
+
+std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks) {
+  CheckRanges(options, ranks);
+  CheckPieces(options);
+  throw Understood();
+}
+
+SolveResult RunSolve(Source const&, SolveOptions const&, Ranks&) {
+  std::abort();
+}
+
+}  // namespace Pavex::Tool
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+  Pavex::Tool::Run({reinterpret_cast<char const*>(data), size});
+  return 0;
+}
