@@ -18,4 +18,4 @@ need() {
 # What the library and the pavex command are built with; without an optimised BLAS the solver would
 # spend most of its time in the reference one.
 build_packages=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libeigen3-dev
-  libsuitesparse-dev libopenblas-dev)
+  libsuitesparse-dev libopenblas-dev libcairo2-dev)

@@ -92,6 +92,11 @@ void AddReportFile(CLI::App& command, GatherOptions& options) {
       ->option_text("FILE");
 }
 
+void AddPlot(CLI::App& command, GatherOptions& options, std::string const& help) {
+  command.add_option("--plot", options.mPlot, help + "; .svg, .png or .pdf")
+      ->option_text("FILE");
+}
+
 void Understand(CommonWords const& words, GatherOptions& options) {
   options.mFormat = ParseChoice<Format>("--format", words.mFormat);
   options.mPartition = ParseChoice<Partition>("--partition", words.mPartition);

@@ -38,6 +38,8 @@ void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
                std::string const& formats);
 // --json.
 void AddReportFile(CLI::App& command, GatherOptions& options);
+// --plot; `help` says what the picture shows.
+void AddPlot(CLI::App& command, GatherOptions& options, std::string const& help);
 
 // Takes the words over into the options, and the level into the log of the library. Throws
 // InputError for an unknown word.

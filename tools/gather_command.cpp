@@ -2,10 +2,12 @@
 
 #include "tools/commands.h"
 #include "tools/common_options.h"
+#include "tools/draw_pattern.h"
 #include "tools/gather_job.h"
 #include "tools/input_error.h"
 #include "tools/job_error.h"
 #include "tools/open_source.h"
+#include "tools/plot_file.h"
 #include "tools/whole_file.h"
 
 #include <cstdio>
@@ -37,6 +39,8 @@ constexpr char const* kExamples =
     "      rank 2 holds everything; the library tells what it decides\n"
     "  pavex gather A.mtx --format csr --output whole.mtx --json report.json\n"
     "      write the gathered matrix, and the report for programs\n"
+    "  pavex gather A.mtx --plot pattern.svg\n"
+    "      draw the pattern of A, each entry in the colour of the rank that held it\n"
     "  mpirun -n 4 pavex gather A.mtx --format csr\n"
     "      on 4 processes over MPI\n"
     "\nWhat --generate knows: poisson2d:N, poisson3d:N, convection2d:N and convection3d:N on "
@@ -54,10 +58,14 @@ void Publish(GatherResult const& result, GatherOptions const& options) {
   std::fputs(InText(report).c_str(), stdout);
   if (result.mOutput != nullptr && report.Verified()) result.mOutput->Commit();
   if (!options.mJson.empty()) WriteWholeFile(options.mJson, InJson(report));
+  if (result.mPattern && report.Verified())
+    WriteWholeFile(options.mPlot,
+                   DrawPattern(report, *result.mPattern, KindOfPicture(options.mPlot)));
 }
 
 int Gather(GatherOptions const& options, Ranks& ranks) {
   CheckCombination(options);
+  CheckPlot(options.mPlot, ranks);
   auto const source = OpenSource(options, ranks);
   GatherResult const result = RunGather(*source, options, ranks);
   if (ranks.FirstHere() == 0) Publish(result, options);
@@ -80,6 +88,7 @@ void AddOptions(CLI::App& command, GatherOptions& options, CommonWords& words, b
   command.add_option("--output", options.mOutput, "Write the gathered matrix to this file")
       ->option_text("FILE.mtx");
   AddReportFile(command, options);
+  AddPlot(command, options, "Draw the gathered pattern, coloured by rank, into this file");
 }
 
 }  // namespace

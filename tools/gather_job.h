@@ -5,11 +5,13 @@
 
 #include "tools/matrix_market.h"
 #include "tools/options.h"
+#include "tools/pattern_cells.h"
 #include "tools/ranks.h"
 #include "tools/report.h"
 #include "tools/source.h"
 
 #include <memory>
+#include <optional>
 
 namespace Pavex::Tool {
 
@@ -18,6 +20,8 @@ struct GatherResult {
   // Where rank 0 lives: the gathered matrix on its way into options.mOutput, to be committed if
   // it is worth it.
   std::unique_ptr<MatrixMarketWriter> mOutput;
+  // Likewise, if options.mPlot asks for it and no difference was found.
+  std::optional<PatternCells> mPattern;
 };
 
 // Throws InputError for input that the options do not fit, JobError for a failed operation.

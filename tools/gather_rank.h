@@ -9,6 +9,7 @@
 #include "tools/gather_job.h"
 #include "tools/gathered_bytes.h"
 #include "tools/local_matrix.h"
+#include "tools/pattern_of.h"
 #include "tools/verify.h"
 #include "tools/write_gathered.h"
 
@@ -67,7 +68,8 @@ class GatherRank {
 template <typename T, typename I>
 void GatherRank<T, I>::Run(GatherResult* result) {
   BuildPiece();
-  RefuseEmptyPieces(FromEveryRank(*mComm, mRecord), mSource.Whole(), mOptions);
+  std::vector<RankRecord> const pieces = FromEveryRank(*mComm, mRecord);
+  RefuseEmptyPieces(pieces, mSource.Whole(), mOptions);
   Gather();
   Check("after the gather");
   for (int update = 1; update <= mOptions.mUpdates; ++update) {
@@ -76,6 +78,8 @@ void GatherRank<T, I>::Run(GatherResult* result) {
   }
   if (mComm->Rank() == 0 && !mOptions.mOutput.empty())
     result->mOutput = WriteGathered<T, I>(mOptions.mOutput, *mAggregator.Target());
+  if (mComm->Rank() == 0 && !mOptions.mPlot.empty() && mRecord.mDifference[0] == '\0')
+    result->mPattern = PatternOf<T, I>(*mAggregator.Target(), pieces, mOptions.mPartition);
   if (mOptions.mScatter) Scatter();
 
   mRecord.mPeakPoolBytes = static_cast<long>(mPool.PeakBytesInUse());

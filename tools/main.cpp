@@ -2,6 +2,7 @@
 // error and exit code 1.
 
 #include "pavex/runtime/version.h"
+#include "tools/canvas.h"
 #include "tools/commands.h"
 #include "tools/input_error.h"
 #include "tools/job.h"
@@ -31,8 +32,9 @@ int Run(Job& job, int argc, char** argv) {
   CLI::App app(
       "Gather distributed matrices and solve with them, and see that it was done right.",
       "pavex");
-  app.set_version_flag("--version",
-                       std::string("pavex ") + PavexVersion() + "\n" + SolversAndLicence());
+  app.set_version_flag("--version", std::string("pavex ") + PavexVersion() + "\n" +
+                                        SolversAndLicence() +
+                                        (CanDraw() ? "\ndraws with Cairo" : "\ncannot draw"));
   app.require_subcommand(1);
   app.footer("\nStart with: pavex gather --generate poisson3d:20");
   int exitCode = 0;

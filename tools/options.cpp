@@ -2,6 +2,9 @@
 
 #include "tools/input_error.h"
 
+#include <filesystem>
+#include <system_error>
+
 namespace Pavex::Tool {
 
 namespace {
@@ -67,6 +70,17 @@ void CheckPartition(Format format, Partition partition) {
                      ": csc is cut by columns; use --partition columns or --format csr");
 }
 
+void RefuseSameFile(std::string const& option, std::string const& path,
+                    std::string const& other, std::string const& otherPath) {
+  std::error_code ignored;
+  auto const canonical = [&ignored](std::string const& name) {
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(name, ignored), ignored);
+  };
+  if (path.empty() || otherPath.empty()) return;
+  if (path == otherPath || canonical(path) == canonical(otherPath))
+    throw InputError(option + " and " + other + " name the same file");
+}
+
 }  // namespace
 
 char const* NameOf(Format format) {
@@ -116,8 +130,9 @@ CommKind ParseChoice<CommKind>(std::string const& option, std::string const& wor
 void CheckCombination(GatherOptions const& options) {
   if (options.mFile.empty() == options.mGenerate.empty())
     throw InputError("name either a Matrix Market file or --generate KIND:SIZE");
-  if (!options.mOutput.empty() && options.mOutput == options.mJson)
-    throw InputError("--output and --json name the same file");
+  RefuseSameFile("--output", options.mOutput, "--json", options.mJson);
+  RefuseSameFile("--output", options.mOutput, "--plot", options.mPlot);
+  RefuseSameFile("--json", options.mJson, "--plot", options.mPlot);
   CheckPartition(options.mFormat, options.mPartition);
   bool const dense = IsDense(options.mFormat);
   if (options.mHolder != 0 && options.mPartition != Partition::ONE)

@@ -61,6 +61,7 @@ struct GatherOptions {
   LogLevel mLogLevel = LogLevel::ERROR;
   std::string mOutput;
   std::string mJson;
+  std::string mPlot;
 };
 
 // Throws InputError for options that exclude each other or do not fit the matrix format; the

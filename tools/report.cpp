@@ -25,19 +25,6 @@ std::string Cut(Partition partition) {
   return std::string("cut by ") + NameOf(partition);
 }
 
-void AppendHead(GatherReport const& report, std::string& text) {
-  GatherOptions const& options = report.mOptions;
-  text += report.mInput;
-  Append(text, ": %ld x %ld, %ld entries, %s\n", report.mWhole.mRows, report.mWhole.mCols,
-         report.mWhole.mEntries, report.mField.c_str());
-  Append(text, "%s of %s%s with %s indices, %s, gathered on %s", NameOf(options.mFormat),
-         options.mWithValues ? "" : "the pattern without ", NameOf(report.mValue),
-         NameOf(options.mIndex), Cut(options.mPartition).c_str(),
-         options.mToAll ? "every rank" : "rank 0");
-  if (report.mComm == CommKind::MPI) text += ", over MPI";
-  text += "\n\n";
-}
-
 void AppendPieces(GatherReport const& report, std::string& text) {
   Append(text, "pieces, mode %s\n", report.Mode());
   text += "  rank        rows     columns       begin     entries         MB\n";
@@ -93,9 +80,22 @@ std::string GatherReport::Difference() const {
   return "";
 }
 
-std::string InText(GatherReport const& report) {
+std::string Head(GatherReport const& report) {
   std::string text;
-  AppendHead(report, text);
+  GatherOptions const& options = report.mOptions;
+  text += report.mInput;
+  Append(text, ": %ld x %ld, %ld entries, %s\n", report.mWhole.mRows, report.mWhole.mCols,
+         report.mWhole.mEntries, report.mField.c_str());
+  Append(text, "%s of %s%s with %s indices, %s, gathered on %s", NameOf(options.mFormat),
+         options.mWithValues ? "" : "the pattern without ", NameOf(report.mValue),
+         NameOf(options.mIndex), Cut(options.mPartition).c_str(),
+         options.mToAll ? "every rank" : "rank 0");
+  if (report.mComm == CommKind::MPI) text += ", over MPI";
+  return text + "\n";
+}
+
+std::string InText(GatherReport const& report) {
+  std::string text = Head(report) + "\n";
   AppendPieces(report, text);
   AppendArrivals(report, text);
   AppendTimings(report, text);

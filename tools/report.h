@@ -65,6 +65,8 @@ struct GatherReport {
   std::string Difference() const;
 };
 
+// What was gathered and how: two lines.
+std::string Head(GatherReport const& report);
 std::string InText(GatherReport const& report);
 std::string InJson(GatherReport const& report);
 

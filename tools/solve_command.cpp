@@ -2,7 +2,9 @@
 
 #include "tools/commands.h"
 #include "tools/common_options.h"
+#include "tools/draw_solve.h"
 #include "tools/open_source.h"
+#include "tools/plot_file.h"
 #include "tools/solve_job.h"
 #include "tools/whole_file.h"
 
@@ -28,6 +30,8 @@ constexpr char const* kExamples =
     "      on 4 ranks, for a right-hand side with a known smooth solution\n"
     "  pavex solve A.mtx --rhs-file b.mtx --output x.mtx\n"
     "      for right-hand sides of your own\n"
+    "  pavex solve --generate poisson2d:200 --steps 3 --plot solution.png\n"
+    "      draw the solution on the grid, and the times of the four solves\n"
     "  pavex solve --generate convection3d:30 --format csc --partition columns --steps 5\n"
     "      five times more with values that changed, sent by updates\n"
     "  pavex solve A.mtx --format csr --rhs 3 --ld 8 --to all --json report.json\n"
@@ -39,12 +43,15 @@ constexpr char const* kExamples =
 int Solve(SolveOptions const& options, Ranks& ranks) {
   CheckSolve(options);
   GatherOptions const& forOperator = options.mOperator;
+  CheckPlot(forOperator.mPlot, ranks);
   auto const source = OpenSource(forOperator, ranks);
   SolveResult const result = RunSolve(*source, options, ranks);
   if (ranks.FirstHere() != 0) return 0;
   std::fputs(InText(result.mReport).c_str(), stdout);
   if (result.mOutput != nullptr) result.mOutput->Commit();
   if (!forOperator.mJson.empty()) WriteWholeFile(forOperator.mJson, InJson(result.mReport));
+  if (!forOperator.mPlot.empty())
+    WriteWholeFile(forOperator.mPlot, DrawSolve(result, KindOfPicture(forOperator.mPlot)));
   return 0;
 }
 
@@ -65,6 +72,8 @@ void AddOptions(CLI::App& command, SolveOptions& options, CommonWords& words) {
   command.add_option("--output", options.mOperator.mOutput, "Write the solutions to this file")
       ->option_text("FILE.mtx");
   AddReportFile(command, options.mOperator);
+  AddPlot(command, options.mOperator,
+          "Draw the solution and the times of the steps into this file");
 }
 
 }  // namespace

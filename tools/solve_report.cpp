@@ -26,20 +26,6 @@ std::string Cut(Partition partition) {
   return std::string("cut by ") + NameOf(partition);
 }
 
-void AppendHead(SolveReport const& report, std::string& text) {
-  GatherOptions const& options = report.mOptions.mOperator;
-  text += report.mInput;
-  Append(text, ": %ld x %ld, %ld entries, %s\n", report.mUnknowns, report.mUnknowns,
-         report.mEntries, report.mField.c_str());
-  Append(text, "%s of %s with %s indices, %s, %d rank%s, gathered on %s\n",
-         NameOf(options.mFormat), NameOf(report.mValue), NameOf(options.mIndex),
-         Cut(options.mPartition).c_str(), report.mRanks, report.mRanks == 1 ? "" : "s",
-         options.mToAll ? "every rank" : "rank 0");
-  Append(text, "%d right-hand side%s\n", report.mOptions.mRhs,
-         report.mOptions.mRhs == 1 ? "" : "s");
-  text += "solver: " + report.mSolver + "; reads " + report.mReading + "\n";
-}
-
 void AppendTimes(SolveReport const& report, std::string& text) {
   text += "\n        gather/update     analyse    factor     solve         scatter\n";
   text += "step      ms        MB        ms        ms        ms        ms        MB\n";
@@ -86,9 +72,23 @@ double SolveReport::AggregationShare() const {
   return whole > 0 ? AggregationSeconds() / whole : 0;
 }
 
-std::string InText(SolveReport const& report) {
+std::string Head(SolveReport const& report) {
   std::string text;
-  AppendHead(report, text);
+  GatherOptions const& options = report.mOptions.mOperator;
+  text += report.mInput;
+  Append(text, ": %ld x %ld, %ld entries, %s\n", report.mUnknowns, report.mUnknowns,
+         report.mEntries, report.mField.c_str());
+  Append(text, "%s of %s with %s indices, %s, %d rank%s, gathered on %s\n",
+         NameOf(options.mFormat), NameOf(report.mValue), NameOf(options.mIndex),
+         Cut(options.mPartition).c_str(), report.mRanks, report.mRanks == 1 ? "" : "s",
+         options.mToAll ? "every rank" : "rank 0");
+  Append(text, "%d right-hand side%s\n", report.mOptions.mRhs,
+         report.mOptions.mRhs == 1 ? "" : "s");
+  return text + "solver: " + report.mSolver + "; reads " + report.mReading + "\n";
+}
+
+std::string InText(SolveReport const& report) {
+  std::string text = Head(report);
   AppendTimes(report, text);
   AppendAccuracy(report, text);
   Append(text, "\naggregation: %.2f ms of %.2f ms, %.1f %%\n",

@@ -58,6 +58,8 @@ struct SolveReport {
   double AggregationShare() const;
 };
 
+// What was solved and how: four lines.
+std::string Head(SolveReport const& report);
 std::string InText(SolveReport const& report);
 std::string InJson(SolveReport const& report);
 

@@ -10,6 +10,7 @@
 #include "tools/open_source.h"
 #include "tools/pieces.h"
 #include "tools/solve_job.h"
+#include "tools/whole_file.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -121,6 +122,12 @@ std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ra
 }
 
 SolveResult RunSolve(Source const&, SolveOptions const&, Ranks&) {
+  std::abort();
+}
+
+void RefuseUnwritable(std::string const&) {}
+
+void WriteWholeFile(std::string const&, std::string const&) {
   std::abort();
 }
 

@@ -34,5 +34,6 @@ class Pavex(CMakePackage):
             self.define("PAVEX_BENCH", False),
             self.define("PAVEX_EXAMPLES", False),
             self.define("PAVEX_UMFPACK", False),
+            self.define("PAVEX_CAIRO", False),
             self.define("PAVEX_WERROR", False),
         ]

@@ -1,0 +1,99 @@
+// What the pictures are drawn on, whatever kind of file they become.
+
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Pavex::Tool {
+
+enum class PictureKind { SVG, PNG, PDF };
+
+struct Colour {
+  std::uint8_t mRed;
+  std::uint8_t mGreen;
+  std::uint8_t mBlue;
+
+  bool operator==(Colour const& other) const {
+    return mRed == other.mRed && mGreen == other.mGreen && mBlue == other.mBlue;
+  }
+};
+
+// Lengths on a canvas are points, counted from its upper left corner to the right and down.
+struct Point {
+  double mX;
+  double mY;
+};
+
+struct Box {
+  double mX;
+  double mY;
+  double mWidth;
+  double mHeight;
+
+  double Right() const { return mX + mWidth; }
+  double Bottom() const { return mY + mHeight; }
+};
+
+// A point is that many pixels in a PNG file and in the rasters of the other kinds.
+constexpr int kPixelsPerPoint = 2;
+
+// Coloured cells, row by row from the top.
+struct Raster {
+  long mWidth = 0;
+  long mHeight = 0;
+  std::vector<Colour> mCells;
+
+  Colour& At(long column, long row) {
+    return mCells[static_cast<std::size_t>(row * mWidth + column)];
+  }
+  Colour const& At(long column, long row) const {
+    return mCells[static_cast<std::size_t>(row * mWidth + column)];
+  }
+};
+
+enum class Align { LEFT, CENTRE, RIGHT };
+
+struct TextStyle {
+  double mSize = 11;
+  Align mAlign = Align::LEFT;
+  bool mBold = false;
+};
+
+constexpr Colour kInk{34, 34, 34};
+constexpr Colour kFaintInk{150, 150, 150};
+constexpr Colour kPaper{255, 255, 255};
+
+// Used by one thread. Throws std::bad_alloc or InputError if the picture cannot be drawn.
+class Canvas {
+ public:
+  virtual ~Canvas() = default;
+
+  virtual void Fill(Box const& box, Colour colour) = 0;
+  // A thin line around the box, outside it.
+  virtual void Frame(Box const& box) = 0;
+  virtual void Line(std::vector<Point> const& points, Colour colour, double width) = 0;
+  virtual void Dot(Point const& centre, Colour colour, double radius) = 0;
+  // Fills the box with the cells, each of which gets sharp edges.
+  virtual void Image(Box const& box, Raster const& raster) = 0;
+  // `at` is on the base line, at the left end, the middle or the right end of the text. Bytes
+  // that cannot be shown become question marks.
+  virtual void Text(Point const& at, std::string const& text, TextStyle const& style) = 0;
+  virtual double Width(std::string const& text, TextStyle const& style) const = 0;
+
+  // The bytes of the file. The last thing that a canvas does.
+  virtual std::string Finish() = 0;
+};
+
+// Whether this build can draw.
+bool CanDraw();
+
+// A white canvas. Only where CanDraw().
+std::unique_ptr<Canvas> MakeCanvas(PictureKind kind, double width, double height);
+
+// `text` without the bytes that are no UTF-8 and without control characters: each becomes "?".
+std::string Showable(std::string const& text);
+
+}  // namespace Pavex::Tool
