@@ -96,3 +96,11 @@ command_job(too_many 4 fails "pavex: 4 ranks cannot share 2 rows .*" --generate 
 command_job(no_output 3 fails "pavex: absent/whole.mtx: .*" ${generated} --output absent/whole.mtx)
 command_job(one_without_file 1 fails "pavex: absent.mtx: .*"
             ${file} : ${MPIEXEC_NUMPROC_FLAG} 1 ${pavex} gather absent.mtx)
+
+# Rank 0 alone draws, and alone finds out that it cannot.
+if(PAVEX_CAIRO)
+  command_job(plot 3 succeeds ${verified} ${generated} --partition entries
+              --plot ${CMAKE_CURRENT_BINARY_DIR}/pattern.svg)
+  command_job(no_plot 3 fails "pavex: absent/a.png: cannot be written: .*"
+              ${generated} --plot absent/a.png)
+endif()
