@@ -18,6 +18,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Pavex::Tool {
@@ -26,9 +27,8 @@ namespace Pavex::Tool {
 template <typename T, typename I>
 class GatherRank {
  public:
-  GatherRank(std::shared_ptr<Comm> const& comm, Source const& source,
-             GatherOptions const& options)
-      : mComm(comm), mSource(source), mOptions(options), mAggregator(&mPool) {}
+  GatherRank(std::shared_ptr<Comm> comm, Source const& source, GatherOptions const& options)
+      : mComm(std::move(comm)), mSource(source), mOptions(options), mAggregator(&mPool) {}
 
   // `result` is set on one rank of each process, rank 0 among them.
   void Run(GatherResult* result);

@@ -105,7 +105,7 @@ long Generator::Entries(long begin, long end) const {
 // two faces across it, of mRows / mSize points each.
 long Generator::Entries() const {
   if (mAxes == 0) return Entries(0, mRows);
-  return mRows + 2 * mAxes * (mRows - mRows / mSize);
+  return mRows + 2L * mAxes * (mRows - mRows / mSize);
 }
 
 Triplets Generator::Empty() const {
@@ -174,7 +174,7 @@ void Generator::AppendGridRow(long row, long begin, long end, Triplets& piece) c
   bool const convection = mKind == Kind::Convection;
   double diagonal = 0;
   for (int axis = 0; axis < mAxes; ++axis)
-    diagonal += 2 + (convection ? kFlow[axis] : 0);
+    diagonal += 2 + (convection ? kFlow[axis] : 0);  // NOLINT: there are at most 3 axes
   long const stride[3] = {1, mSize, mSize * mSize};
   auto const add = [&](long col, double value) {
     if (col >= begin && col < end) piece.Add(row, col, value);

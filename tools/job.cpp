@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <thread>
+#include <utility>
 
 namespace Pavex::Tool {
 
@@ -32,7 +33,7 @@ void Print(std::string const& message) {
 // The ranks are the processes; one lives here.
 class MpiRanks final : public Ranks {
  public:
-  explicit MpiRanks(std::shared_ptr<Comm> const& world) : mWorld(world) {}
+  explicit MpiRanks(std::shared_ptr<Comm> world) : mWorld(std::move(world)) {}
 
   CommKind Kind() const override { return CommKind::MPI; }
   int Count() const override { return mWorld->Size(); }

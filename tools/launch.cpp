@@ -20,13 +20,13 @@ Launch Read(char const* sizeVariable, char const* rankVariable) {
 Launch AnnouncedBy(MpiKind kind) {
   if (kind == MpiKind::OpenMpi) return Read("OMPI_COMM_WORLD_SIZE", "OMPI_COMM_WORLD_RANK");
   if (kind == MpiKind::Mpich) return Read("PMI_SIZE", "PMI_RANK");
-  return Launch();
+  return {};
 }
 
 Launch Announced(MpiKind own) {
   Launch announced;
   for (MpiKind const kind : {own, MpiKind::OpenMpi, MpiKind::Mpich}) {
-    Launch const launch = AnnouncedBy(kind);
+    Launch launch = AnnouncedBy(kind);
     if (launch.mSize > 1) return launch;
     if (announced.mSize < 1)
       announced = launch;  // one process: an outer launcher may have said so

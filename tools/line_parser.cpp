@@ -34,7 +34,7 @@ std::string Quoted(std::string_view word) {
 
 std::string_view LineParser::NextWord() const {
   char const* const end = std::find_if(mNext, mEnd, IsBlank);
-  return std::string_view(mNext, static_cast<std::size_t>(end - mNext));
+  return {mNext, static_cast<std::size_t>(end - mNext)};
 }
 
 std::string_view LineParser::RequiredWord(char const* what) const {

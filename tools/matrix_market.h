@@ -57,7 +57,7 @@ class MatrixMarketWriter {
   void Commit();
 
  private:
-  MatrixMarketWriter(std::string const& path, Field field, long entries, std::string header);
+  MatrixMarketWriter(std::string path, Field field, long entries, std::string header);
 
   void Open();
   void BeginEntry(long row, long col);

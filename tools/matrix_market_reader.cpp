@@ -168,8 +168,8 @@ void Reading::CheckRoomInFile() {
   long const valueBytes = mMatrix.mField == Field::Pattern   ? 0
                           : mMatrix.mField == Field::Complex ? 4
                                                              : 2;
-  // The last line may go without its end.
-  if (mCount > (mReader.BytesLeft() + 1) / (indexBytes + valueBytes))
+  // The last line may go without its end. An array is no pattern, so the sum is not 0.
+  if (mCount > (mReader.BytesLeft() + 1) / (indexBytes + valueBytes))  // NOLINT
     mReader.Fail("a file of " + std::to_string(mReader.FileBytes()) + " bytes cannot hold " +
                  std::to_string(mCount) + " entries");
 }
@@ -190,7 +190,7 @@ LineParser Reading::EntryLine(long entry) {
     mReader.Fail("the file ends after " + std::to_string(entry) + " of " +
                  std::to_string(mCount) + " entries");
   if (line.front() == '%') mReader.Fail("a comment after the size line");
-  return LineParser(mReader, line);
+  return {mReader, line};
 }
 
 void Reading::ReadValue(LineParser& parser, double& real, double& imag) {

@@ -37,21 +37,20 @@ std::string Banner(char const* format, Field field) {
 
 MatrixMarketWriter MatrixMarketWriter::Coordinate(std::string const& path, Field field,
                                                   long rows, long cols, long entries) {
-  return MatrixMarketWriter(path, field, entries,
-                            Banner("coordinate", field) + std::to_string(rows) + " " +
-                                std::to_string(cols) + " " + std::to_string(entries) + "\n");
+  return {path, field, entries,
+          Banner("coordinate", field) + std::to_string(rows) + " " + std::to_string(cols) +
+              " " + std::to_string(entries) + "\n"};
 }
 
 MatrixMarketWriter MatrixMarketWriter::Array(std::string const& path, Field field, long rows,
                                              long cols) {
-  return MatrixMarketWriter(
-      path, field, rows * cols,
-      Banner("array", field) + std::to_string(rows) + " " + std::to_string(cols) + "\n");
+  return {path, field, rows * cols,
+          Banner("array", field) + std::to_string(rows) + " " + std::to_string(cols) + "\n"};
 }
 
-MatrixMarketWriter::MatrixMarketWriter(std::string const& path, Field field, long entries,
+MatrixMarketWriter::MatrixMarketWriter(std::string path, Field field, long entries,
                                        std::string header)
-    : mPath(path), mField(field), mEntriesLeft(entries), mText(std::move(header)) {
+    : mPath(std::move(path)), mField(field), mEntriesLeft(entries), mText(std::move(header)) {
   Open();
 }
 

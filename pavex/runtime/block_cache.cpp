@@ -42,7 +42,7 @@ BlockCache::Kept BlockCache::Oldest() const noexcept {
 }
 
 void BlockCache::TakeOldest() noexcept {
-  Pop(Find(mOldest->bytes));
+  Take(mOldest->bytes);
 }
 
 void BlockCache::TrimOldest(std::size_t backed) noexcept {
