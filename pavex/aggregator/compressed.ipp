@@ -19,12 +19,6 @@
 namespace Pavex {
 namespace {
 
-// Rows for CSR, columns for CSC.
-template <typename M>
-std::int64_t PickCompressed(std::int64_t rows, std::int64_t cols) {
-  return SparseTraits<M>::kByRows ? rows : cols;
-}
-
 // Lengths of the rows (columns) from their offsets; a piece without offsets has only empty
 // ones.
 template <typename I>

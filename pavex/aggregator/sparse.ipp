@@ -6,40 +6,13 @@
 
 #include "pavex/aggregator/aggregator.h"
 #include "pavex/aggregator/transfer.ipp"
+#include "pavex/matrix/sparse_traits.h"
 #include "pavex/matrix/store_type.h"
 #include "pavex/runtime/log.h"
 
 #include <utility>
 
 namespace Pavex {
-namespace {
-
-// The index arrays of each sparse class in their order; for the compressed classes whether the
-// first holds row or column offsets.
-template <typename M>
-struct SparseTraits;
-
-template <typename T, typename I>
-struct SparseTraits<MatrixCOO<T, I>> {
-  static constexpr auto kFirst = &MatrixCOO<T, I>::mRowIdx;
-  static constexpr auto kSecond = &MatrixCOO<T, I>::mColIdx;
-};
-
-template <typename T, typename I>
-struct SparseTraits<MatrixCSR<T, I>> {
-  static constexpr auto kFirst = &MatrixCSR<T, I>::mRowPtr;
-  static constexpr auto kSecond = &MatrixCSR<T, I>::mColIdx;
-  static constexpr bool kByRows = true;
-};
-
-template <typename T, typename I>
-struct SparseTraits<MatrixCSC<T, I>> {
-  static constexpr auto kFirst = &MatrixCSC<T, I>::mColPtr;
-  static constexpr auto kSecond = &MatrixCSC<T, I>::mRowIdx;
-  static constexpr bool kByRows = false;
-};
-
-}  // namespace
 
 // Where the whole matrix lies here already its array is borrowed, wanted or not; elsewhere a
 // receiver gets `count` elements if they are wanted, and the others only send.

@@ -4,7 +4,6 @@
 
 #include "pavex/matrix/store.h"
 #include "pavex/runtime/buffer.h"
-#include "pavex/runtime/wrapping.h"
 
 #include <cstdint>
 
@@ -14,15 +13,6 @@ namespace Pavex {
 inline PavexMatrixStoreType SparseStoreType(PavexMatrixStoreType first, std::int32_t part) {
   std::int32_t const offset = part == 0 ? 0 : (part == 1 ? 1 : 2);
   return static_cast<PavexMatrixStoreType>(first + offset);
-}
-
-// Entries of a compressed matrix: the difference of the last and the first offset, whatever the
-// base, formed in the width of the index type.
-template <typename I>
-long CompressedNNZ(Buffer<I> const& ptr, std::int64_t compressed, std::int64_t rows,
-                   std::int64_t cols) {
-  if (ptr.mSize == 0 || rows == 0 || cols == 0) return 0;
-  return WrappingSub(ptr.mData[compressed], ptr.mData[0]);
 }
 
 // Sizes the three arrays of a new sparse matrix.

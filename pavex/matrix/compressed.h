@@ -1,0 +1,52 @@
+// What compressed row and compressed column storage share.
+
+#pragma once
+
+#include "pavex/matrix/matrix_base.h"
+#include "pavex/runtime/buffer.h"
+
+#include <cstdint>
+
+namespace Pavex {
+
+class Allocator;
+
+// The base of MatrixCSR and MatrixCSC; M is the one of them. "Lines" are the rows of a CSR and
+// the columns of a CSC. M names three arrays: the offsets, one more than there are lines, the
+// index of each entry within its line, and the values, empty for a pattern.
+//
+// The entries of line i are those from offset[i] - offset[0] to before offset[i + 1] -
+// offset[0]; the offsets may start at any base. In a distributed matrix the indices are global.
+template <typename M, typename T, typename I>
+class PAVEX_API MatrixCompressed : public MatrixBase {
+ public:
+  std::int32_t mPart = 0;  // part code 0, 1 or 2
+
+  // A `rows` x `cols` matrix over the caller's arrays, which must outlive their use by the
+  // matrix: an offset more than there are lines, whose last minus first is the number of
+  // entries, and that many indices and values. A null `values` gives a pattern.
+  static M Borrow(std::int64_t rows, std::int64_t cols, I* offsets, I* indices, T* values);
+
+  // Makes `matrix` a `rows` x `cols` matrix with room for `nnz` entries, uninitialised, from
+  // `allocator`, which must outlive it. On a failed status `matrix` is as it was.
+  static PavexStatus Create(Allocator& allocator, std::int64_t rows, std::int64_t cols,
+                            std::int64_t nnz, bool withValues, M& matrix);
+
+  // The last minus the first offset; 0 without offsets, or if mRows or mCols is 0.
+  long NNZ() const override;
+
+  // See MatrixBase.
+  PavexMatrixStoreType StoreType() const override;
+  // See MatrixBase.
+  bool HasValues() const override;
+  // See MatrixBase.
+  void SetValues(void* values) override;
+  // See MatrixBase.
+  void Query(PavexMatrixStore& store) const override;
+
+ protected:
+  // An empty 0 x 0 matrix.
+  MatrixCompressed() : MatrixBase(ValueTypeOf<T>::kCode, IndexTypeOf<I>::kCode) {}
+};
+
+}  // namespace Pavex
