@@ -30,6 +30,7 @@ namespace Pavex {
 template <typename T, typename I>
 class PAVEX_API Aggregator : public AggregatorBase {
  public:
+  // Takes all memory from `pool`, which stays the caller's. Local.
   explicit Aggregator(MemoryPool* pool);
   ~Aggregator();
 

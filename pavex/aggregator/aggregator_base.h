@@ -63,6 +63,7 @@ class PAVEX_API AggregatorBase {
   std::string Describe() const;
 
  protected:
+  // `pool` stays the caller's. Local.
   explicit AggregatorBase(MemoryPool* pool) : mPool(pool) {}
   ~AggregatorBase();
 
@@ -77,7 +78,9 @@ class PAVEX_API AggregatorBase {
   // Decides the mode. `source` is the first process whose matrix is not empty, -2 if all are.
   static PavexStatus DetermineMode(Buffer<MatrixLocalInfo> const& infos, DistMatrixMode& mode,
                                    int& source);
+  // Whether pieces that form one matrix agree, each with the next.
   static PavexStatus CheckForDistMode(Buffer<MatrixLocalInfo> const& infos);
+  // Whether whole matrices agree, each with the first.
   static PavexStatus CheckForAllMode(Buffer<MatrixLocalInfo> const& infos);
   // Only a notice about this process's own partition; never fails.
   PavexStatus CheckForOneMode(Buffer<MatrixLocalInfo> const& infos) const;
@@ -106,21 +109,26 @@ class PAVEX_API AggregatorBase {
   MemoryPool* mPool;                    // not owned; outlives the aggregator
   MatrixBase* mTarget = nullptr;        // gathered matrix, owned; null on non-receivers
   Buffer<MatrixLocalInfo> mLocalInfos;  // one record per process, by rank
-  DistMatrixMode mMode = DISTRIBUTED;
-  int mSourceRank = -2;        // holder of the whole: a rank, -1 everybody, -2 nobody
-  bool mLocalIsWhole = false;  // the local matrix is the whole matrix
-  int mRoot = 0;               // receiving rank, -1 for every process
-  bool mIsReceiver = false;
-  bool mWithValues = false;  // values are aggregated as well as the pattern
-  std::int32_t mPattern = 0;
-  std::int32_t mAttribute = 0;
+  DistMatrixMode mMode = DISTRIBUTED;   // as decided by the records
+  int mSourceRank = -2;                 // holder of the whole: a rank, -1 everybody, -2 nobody
+  bool mLocalIsWhole = false;           // the local matrix is the whole matrix
+  int mRoot = 0;                        // receiving rank, -1 for every process
+  bool mIsReceiver = false;             // gets the gathered matrix
+  bool mWithValues = false;             // values are aggregated as well as the pattern
+
+  // Of the reference process.
+  std::int32_t mPattern = 0;    // the application's code
+  std::int32_t mAttribute = 0;  // the application's code
+  // The class and part of its matrix.
   PavexMatrixStoreType mStoreType = static_cast<PavexMatrixStoreType>(-1);
-  MatrixPartition mPartition;  // of the reference process
-  long mGlobalRows = 0;
-  long mGlobalCols = 0;
-  long mRows = 0;  // shape and entries of the gathered matrix
-  long mCols = 0;
-  long mNnz = 0;
+  MatrixPartition mPartition;  // how its piece sits in the whole
+  long mGlobalRows = 0;        // as declared
+  long mGlobalCols = 0;        // as declared
+
+  // Of the gathered matrix.
+  long mRows = 0;       // as the pieces give
+  long mCols = 0;       // as the pieces give
+  long mNnz = 0;        // entries
   Buffer<int> mCounts;  // DISTRIBUTED, receivers: entries of each process
   Buffer<int> mDispls;  // and where they start in the gathered arrays
 

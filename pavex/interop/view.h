@@ -18,12 +18,12 @@ inline void RequireForView(bool condition, char const* message) {
 // The arrays of a compressed matrix, CSR or CSC, with the types that they have.
 template <typename T, typename I>
 struct CompressedArrays {
-  std::int64_t rows;
-  std::int64_t cols;
-  long nnz;
-  I* ptr;
-  I* idx;
-  T* values;
+  std::int64_t rows;  // of the whole
+  std::int64_t cols;  // of the whole
+  long nnz;           // entries
+  I* ptr;             // rows + 1 (CSR) or cols + 1 (CSC) offsets
+  I* idx;             // column (CSR) or row (CSC) of each entry
+  T* values;          // value of each entry
 };
 
 // The arrays of `matrix` if it is of that kind (CSR or CSC) and of the types T and I, has its

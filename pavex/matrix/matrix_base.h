@@ -62,6 +62,8 @@ class PAVEX_API MatrixBase {
   // Stored entries of the local piece.
   virtual long NNZ() const = 0;
 
+  // The store type, formed of the storage class and what it reports of itself (part code or
+  // order of the elements).
   virtual PavexMatrixStoreType StoreType() const = 0;
 
   // Whether a value array is present; without one the matrix carries its pattern only.
@@ -85,6 +87,7 @@ class PAVEX_API MatrixBase {
   }
 
  protected:
+  // The codes of the element types of the derived class.
   MatrixBase(std::int32_t valueType, std::int32_t indexType)
       : mValueType(valueType), mIndexType(indexType) {}
   MatrixBase(MatrixBase&&) = default;

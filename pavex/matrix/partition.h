@@ -7,6 +7,7 @@
 
 namespace Pavex {
 
+// What a piece is of the whole.
 enum PartitionType : std::int32_t {
   PARTITION_ROW_WISE = 0,      // a band of whole rows
   PARTITION_COLUMN_WISE = 1,   // a band of whole columns
@@ -14,14 +15,20 @@ enum PartitionType : std::int32_t {
   PARTITION_NONE = 3           // not declared as a piece of a larger matrix
 };
 
+// The kind of a piece and where it begins.
 struct MatrixPartition {
   std::int32_t type = PARTITION_NONE;  // a PartitionType; any number may arrive from a peer
   std::int64_t begin = 0;  // first global row (row-wise) or column (column-wise) of the piece
 
+  // A band of whole rows from the global row `begin` on.
   static MatrixPartition RowWise(std::int64_t begin) { return {PARTITION_ROW_WISE, begin}; }
+
+  // A band of whole columns from the global column `begin` on.
   static MatrixPartition ColumnWise(std::int64_t begin) {
     return {PARTITION_COLUMN_WISE, begin};
   }
+
+  // Any share of the entries.
   static MatrixPartition NonzeroWise() { return {PARTITION_NONZERO_WISE, 0}; }
 };
 

@@ -32,26 +32,29 @@ enum PavexMatrixStoreType : std::int32_t {
 //       16     4  type (4 bytes of padding follow)
 //       24    32  one of the views, whose members are 8 bytes each
 struct PavexMatrixStore {
+  // Of a dense matrix.
   struct DenseView {
-    void* values;
+    void* values;     // its first element
     std::int64_t ld;  // elements between the starts of consecutive runs
   };
+  // Of a compressed row or column matrix.
   struct CompressedView {
     void* ptr;     // offsets, rows + 1 (CSR) or cols + 1 (CSC)
     void* idx;     // column (CSR) or row (CSC) of each entry
     void* values;  // null if the matrix carries its pattern only
   };
+  // Of a coordinate matrix.
   struct CooView {
     std::int64_t
-        nnz;  // length of the value array: 0 for a matrix that carries its pattern only
-    void* row;
-    void* col;
-    void* values;
+        nnz;       // length of the value array: 0 for a matrix that carries its pattern only
+    void* row;     // row of each entry
+    void* col;     // column of each entry
+    void* values;  // null if the matrix carries its pattern only
   };
 
-  std::int64_t rows;
-  std::int64_t cols;
-  PavexMatrixStoreType type;
+  std::int64_t rows;          // of the piece
+  std::int64_t cols;          // of the piece
+  PavexMatrixStoreType type;  // names the view that is filled
   union {
     DenseView dense;
     CompressedView csr;

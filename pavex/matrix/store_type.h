@@ -29,6 +29,7 @@ inline int GetMatrixPart(PavexMatrixStoreType type) {
 // The storage classes that a store type can name.
 enum class StoreKind { DENSE, CSR, CSC, COO, UNKNOWN };
 
+// The class of a store type; UNKNOWN for a number that is none.
 inline StoreKind StoreKindOf(PavexMatrixStoreType type) noexcept {
   switch (type) {
     case STORE_TYPE_0:

@@ -23,9 +23,9 @@ class BlockCache {
   // A kept block: the size that it serves, and how much of that, counted from the start, is
   // backed by memory.
   struct Kept {
-    void* block;
-    std::size_t bytes;
-    std::size_t backed;
+    void* block;         // its first byte
+    std::size_t bytes;   // the size of the requests that it serves
+    std::size_t backed;  // bytes that memory stands behind
   };
 
   // Keeps `block`, fully backed, for a request of `bytes` bytes.
@@ -44,8 +44,9 @@ class BlockCache {
   // Notes that of Oldest() only the first `backed` bytes, at least kMinBlockBytes, still are.
   void TrimOldest(std::size_t backed) noexcept;
 
-  // Number of the blocks kept, and the sum of their backed bytes.
+  // Number of the blocks kept.
   std::size_t Blocks() const noexcept { return mBlocks; }
+  // The sum of their backed bytes.
   std::size_t Bytes() const noexcept { return mBytes; }
 
  private:

@@ -12,23 +12,27 @@
 
 namespace Pavex {
 
-constexpr std::int32_t LOG_FATAL = 0;
-constexpr std::int32_t LOG_ERROR = 1;
-constexpr std::int32_t LOG_DEBUG = 4;
+constexpr std::int32_t LOG_FATAL = 0;  // the line before an abort
+constexpr std::int32_t LOG_ERROR = 1;  // failed steps
+constexpr std::int32_t LOG_DEBUG = 4;  // notices
 
+// Any thread may log. Local.
 class PAVEX_API Log {
  public:
   // Lines of level L appear while mMaxLogLevel >= L: LOG_ERROR at the start, a negative level
   // silences everything. Read without synchronisation: set it before threads that log start.
   static std::int32_t mMaxLogLevel;
 
+  // Whether lines of that level appear.
   static bool Enabled(std::int32_t level) noexcept { return mMaxLogLevel >= level; }
 
-  // `format` opens with "[%s]", which takes the level's word, and ends with a newline.
+  // One line if its level is enabled. `format` opens with "[%s]", which takes the level's word,
+  // and ends with a newline.
   template <typename... Args>
   static void Error(char const* format, Args... args) {
     if (Enabled(LOG_ERROR)) std::printf(format, "ERROR", args...);
   }
+  // The same on the level LOG_DEBUG.
   template <typename... Args>
   static void Debug(char const* format, Args... args) {
     if (Enabled(LOG_DEBUG)) std::printf(format, "DEBUG", args...);

@@ -29,8 +29,8 @@ namespace Pavex {
 // pool per rank.
 class PAVEX_API MemoryPool : public Allocator {
  public:
-  static constexpr std::size_t kAlignment = 64;
-  static constexpr std::size_t kHugeBytes = std::size_t{8} << 20;
+  static constexpr std::size_t kAlignment = 64;                    // bytes
+  static constexpr std::size_t kHugeBytes = std::size_t{8} << 20;  // served in huge pages
 
   // The default limit: the most that was in use at once.
   static constexpr std::size_t kPeakInUse = static_cast<std::size_t>(-1);
@@ -51,11 +51,15 @@ class PAVEX_API MemoryPool : public Allocator {
   // Gives every cached block back to the system.
   void ReleaseCached();
 
+  // Bytes that are handed out now.
   std::size_t BytesInUse() const { return mBytesInUse; }
+  // The most that was handed out at once.
   std::size_t PeakBytesInUse() const { return mPeakBytesInUse; }
-  // Without what the system got back of partly released blocks.
+  // Bytes held for later requests, without what the system got back of partly released blocks.
   std::size_t BytesCached() const { return mCache.Bytes(); }
+  // Number of the blocks that are handed out now.
   std::size_t BlocksInUse() const { return mBlocksInUse; }
+  // Number of the blocks that are held for later requests.
   std::size_t BlocksCached() const { return mCache.Blocks(); }
 
  private:

@@ -19,6 +19,7 @@ namespace Pavex {
 using ::PavexStatus;
 using ::PavexStatusStr;
 
+// Success.
 constexpr PavexStatus STATUS_OK = 0;
 // A store type, a leading dimension or a communicator operation that is not handled.
 constexpr PavexStatus STATUS_NOT_SUPPORTED = -2;
