@@ -11,6 +11,7 @@ namespace Pavex::Tool {
 // Adds a subcommand to `app`. When it was given, parsing runs it, which sets `exitCode` or
 // throws; `job` is not ended by it.
 void AddGather(CLI::App& app, Job& job, int& exitCode);
+void AddPlan(CLI::App& app, Job& job, int& exitCode);
 void AddSolve(CLI::App& app, Job& job, int& exitCode);
 
 }  // namespace Pavex::Tool

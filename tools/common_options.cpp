@@ -87,6 +87,12 @@ void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
   addWord("--log-level", words.mLogLevel, "silent, fatal, error or debug, of the library");
 }
 
+void AddPieceOptions(CLI::App& command, GatherOptions& options, bool& noValues) {
+  command.add_flag("--no-values", noValues, "Gather the pattern alone");
+  AddNumber(command, "--ld", options.mPad, 0, kMostPad,
+            "Dense: unused elements between the rows (columns) of a piece");
+}
+
 void AddReportFile(CLI::App& command, GatherOptions& options) {
   command.add_option("--json", options.mJson, "Write the report for programs to this file")
       ->option_text("FILE");

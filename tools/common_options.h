@@ -36,6 +36,8 @@ void AddInput(CLI::App& command, GatherOptions& options, std::string const& file
 // From --ranks to --log-level.
 void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
                std::string const& formats);
+// --no-values and --ld.
+void AddPieceOptions(CLI::App& command, GatherOptions& options, bool& noValues);
 // --json.
 void AddReportFile(CLI::App& command, GatherOptions& options);
 // --plot; `help` says what the picture shows.

@@ -78,13 +78,11 @@ int Gather(GatherOptions const& options, Ranks& ranks) {
 void AddOptions(CLI::App& command, GatherOptions& options, CommonWords& words, bool& noValues) {
   AddInput(command, options, "Matrix Market file to gather");
   AddCommon(command, options, words, "coo, csr, csc, dense-row or dense-col");
-  command.add_flag("--no-values", noValues, "Gather the pattern alone");
+  AddPieceOptions(command, options, noValues);
   AddNumber(command, "--updates", options.mUpdates, 0, kMostUpdates,
             "Send new values that many times after the gather");
   command.add_flag("--scatter", options.mScatter,
                    "Dense: change the gathered values and send them back");
-  AddNumber(command, "--ld", options.mPad, 0, kMostPad,
-            "Dense: unused elements between the rows (columns) of a piece");
   command.add_option("--output", options.mOutput, "Write the gathered matrix to this file")
       ->option_text("FILE.mtx");
   AddReportFile(command, options);

@@ -127,6 +127,7 @@ void GatherRank<T, I>::Gather() {
                ? mAggregator.Allgather(mComm, mLocal->Matrix(), mOptions.mWithValues)
                : mAggregator.Gather(mComm, mLocal->Matrix(), mOptions.mWithValues);
   });
+  mRecord.mMode = mAggregator.Mode();
   MatrixBase const* const gathered = mAggregator.Target();
   mRecord.mReceiver = gathered != nullptr;
   if (mRecord.mReceiver) {

@@ -95,17 +95,31 @@ Generator::Generator(std::string const& description) {
 
 long Generator::Entries(long begin, long end) const {
   if (mKind == Kind::Dense) return (end - begin) * mCols;
+  if (mAxes != 0) return GridEntriesAbove(end) - GridEntriesAbove(begin);
   long entries = 0;
   for (long row = begin; row < end; ++row)
-    entries += RowEntries(row);
+    entries += RandomRowEntries(row);
   return entries;
 }
 
-// Each point of a grid has itself and two neighbours along each axis, without those beyond the
-// two faces across it, of mRows / mSize points each.
 long Generator::Entries() const {
-  if (mAxes == 0) return Entries(0, mRows);
-  return mRows + 2L * mAxes * (mRows - mRows / mSize);
+  return Entries(0, mRows);
+}
+
+// Each point of a grid has itself and two neighbours along each axis, but for those beyond the
+// two faces across it. Along an axis of stride s the points of a face are s in a row, once in
+// every s * mSize.
+long Generator::GridEntriesAbove(long row) const {
+  long entries = row;
+  long stride = 1;
+  for (int axis = 0; axis < mAxes; ++axis, stride *= mSize) {
+    long const period = stride * mSize;
+    long const rest = row % period;
+    long const lower = row / period * stride + std::min(rest, stride);
+    long const upper = row / period * stride + std::max(rest - (period - stride), 0L);
+    entries += 2 * row - lower - upper;
+  }
+  return entries;
 }
 
 Triplets Generator::Empty() const {
@@ -149,21 +163,9 @@ void Generator::AppendBlock(long rowBegin, long rowEnd, long colBegin, long colE
   }
 }
 
-long Generator::RowEntries(long row) const {
-  switch (mKind) {
-    case Kind::Dense:
-      return mCols;
-    case Kind::Random:
-      if (IsHubRow(row, mSize)) return mSize / 10;
-      return std::min(mSize, 8 + static_cast<long>(Hash(row, kDegreeDraw) % 5));
-    case Kind::Poisson:
-    case Kind::Convection:
-      break;
-  }
-  long entries = 1;
-  for (int axis = 0; axis < mAxes; ++axis, row /= mSize)
-    entries += (row % mSize > 0 ? 1 : 0) + (row % mSize < mSize - 1 ? 1 : 0);
-  return entries;
+long Generator::RandomRowEntries(long row) const {
+  if (IsHubRow(row, mSize)) return mSize / 10;
+  return std::min(mSize, 8 + static_cast<long>(Hash(row, kDegreeDraw) % 5));
 }
 
 // Neighbours in ascending order: the lower ones from the slowest axis to the fastest, the point
@@ -193,7 +195,7 @@ void Generator::AppendGridRow(long row, long begin, long end, Triplets& piece) c
 // The columns are cut into as many bands as the row has entries; each band gives one column:
 // the diagonal if it lies there, else a drawn one. So they ascend and never repeat.
 void Generator::AppendRandomRow(long row, long begin, long end, Triplets& piece) const {
-  long const entries = RowEntries(row);
+  long const entries = RandomRowEntries(row);
   double const dominant = static_cast<double>(entries);  // others are below 1 each
   for (long k = 0; k < entries; ++k) {
     long const low = k * mSize / entries;

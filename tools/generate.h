@@ -54,7 +54,8 @@ class Generator {
  private:
   enum class Kind { Poisson, Convection, Random, Dense };
 
-  long RowEntries(long row) const;
+  long RandomRowEntries(long row) const;
+  long GridEntriesAbove(long row) const;  // in the rows [0, row)
   void AppendBlock(long rowBegin, long rowEnd, long colBegin, long colEnd, Triplets& piece,
                    ProgressFunction const& progress) const;
   // Append what lies in the columns [begin, end) of one row.

@@ -39,6 +39,7 @@ int Run(Job& job, int argc, char** argv) {
   app.footer("\nStart with: pavex gather --generate poisson3d:20");
   int exitCode = 0;
   AddGather(app, job, exitCode);
+  AddPlan(app, job, exitCode);
   AddSolve(app, job, exitCode);
 
   std::string const first = argc > 1 ? argv[1] : "";

@@ -60,12 +60,6 @@ void AppendTimings(GatherReport const& report, std::string& text) {
 
 }  // namespace
 
-// One process, or the whole on each: all. The holder alone: one.
-char const* GatherReport::Mode() const {
-  if (mRanks.size() == 1 || mOptions.mPartition == Partition::ALL) return "CENTRALIZED_ALL";
-  return mOptions.mPartition == Partition::ONE ? "CENTRALIZED_ONE" : "DISTRIBUTED";
-}
-
 bool GatherReport::Verified() const {
   bool checked = false;
   for (RankRecord const& record : mRanks)

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "pavex/aggregator/local_info.h"
 #include "tools/options.h"
 #include "tools/pieces.h"
 
@@ -20,6 +21,8 @@ struct RankRecord {
   long mBegin = 0;
   long mEntries = 0;
   long mBytes = 0;
+
+  DistMatrixMode mMode = DISTRIBUTED;  // as the library decided
 
   // The gathered matrix, on receivers. Its arrays are either new ones that arrived, or borrowed
   // from the piece.
@@ -56,8 +59,8 @@ struct GatherReport {
   std::vector<RankRecord> mRanks;
   std::vector<Timing> mTimings;
 
-  // How the library sees pieces of this partition.
-  char const* Mode() const;
+  // How the library sees the pieces; the same on every rank.
+  char const* Mode() const { return DistMatrixModeStr(mRanks.front().mMode); }
 
   // No rank found a difference, and at least one had something to check.
   bool Verified() const;

@@ -96,10 +96,10 @@ class FileSource final : public Source {
 
 class GeneratorSource final : public Source {
  public:
-  explicit GeneratorSource(std::string const& description) : mGenerator(description) {
+  GeneratorSource(std::string const& description, EntryLimit limit) : mGenerator(description) {
     mName = description;
     mWhole = {mGenerator.Rows(), mGenerator.Cols(), mGenerator.Entries()};
-    CheckEntries();
+    if (limit == EntryLimit::GATHER) CheckEntries();
   }
 
   Triplets Cut(Piece const& piece, ProgressFunction const& progress) const override {
@@ -120,6 +120,19 @@ class GeneratorSource final : public Source {
     Triplets rows = mGenerator.Empty();
     mGenerator.AppendRows(begin, end, rows);
     return rows;
+  }
+
+  long CountRows(long begin, long end) const override { return mGenerator.Entries(begin, end); }
+
+  // The pattern of a grid is symmetric, and a dense matrix has its columns full.
+  std::vector<long> CountCols(std::vector<long> const& bounds) const override {
+    if (mGenerator.Axes() == 0 && !mGenerator.IsDense()) return Source::CountCols(bounds);
+    std::vector<long> counts;
+    for (std::size_t band = 0; band + 1 < bounds.size(); ++band)
+      counts.push_back(mGenerator.IsDense()
+                           ? (bounds[band + 1] - bounds[band]) * mWhole.mRows
+                           : mGenerator.Entries(bounds[band], bounds[band + 1]));
+    return counts;
   }
 
   void Keep(Piece const&) override {}  // nothing is held
@@ -151,6 +164,23 @@ class GeneratorSource final : public Source {
 
 }  // namespace
 
+long Source::CountRows(long begin, long end) const {
+  return static_cast<long>(Rows(begin, end).Entries());
+}
+
+std::vector<long> Source::CountCols(std::vector<long> const& bounds) const {
+  constexpr long kRowsAtOnce = 1 << 12;
+  std::vector<long> counts(bounds.size() - 1);
+  for (long row = 0; row < mWhole.mRows; row += kRowsAtOnce) {
+    Triplets const rows = Rows(row, std::min(row + kRowsAtOnce, mWhole.mRows));
+    for (long const col : rows.mCol) {
+      auto const end = std::upper_bound(bounds.begin(), bounds.end(), col);
+      ++counts[static_cast<std::size_t>(end - bounds.begin()) - 1];
+    }
+  }
+  return counts;
+}
+
 void Source::CheckEntries() const {
   if (mWhole.mEntries > kMaxEntries)
     throw InputError(mName + " has " + std::to_string(mWhole.mEntries) +
@@ -162,8 +192,8 @@ std::unique_ptr<Source> OpenFile(std::string const& path) {
   return std::make_unique<FileSource>(path);
 }
 
-std::unique_ptr<Source> OpenGenerator(std::string const& description) {
-  return std::make_unique<GeneratorSource>(description);
+std::unique_ptr<Source> OpenGenerator(std::string const& description, EntryLimit limit) {
+  return std::make_unique<GeneratorSource>(description, limit);
 }
 
 }  // namespace Pavex::Tool

@@ -10,6 +10,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Pavex::Tool {
 
@@ -33,6 +34,11 @@ class Source {
   // source. Does not go through Cut, so that what was cut can be checked against it.
   virtual Triplets Rows(long begin, long end) const = 0;
 
+  // The number of entries in the rows [begin, end), and in each band of columns between two
+  // neighbours of `bounds`; a generator counts most of them without making them.
+  virtual long CountRows(long begin, long end) const;
+  virtual std::vector<long> CountCols(std::vector<long> const& bounds) const;
+
   // Forgets the entries outside `piece`, for a process that holds no other one and receives
   // nothing. From then on `piece` is the only one to cut, and Rows gives what lies inside it.
   virtual void Keep(Piece const& piece) = 0;
@@ -49,8 +55,12 @@ class Source {
 // Reads the file whole. Throws InputError.
 std::unique_ptr<Source> OpenFile(std::string const& path);
 
+// Whether a source may have more entries than a gather can place: to count, not to gather.
+enum class EntryLimit { GATHER, NONE };
+
 // `description` is KIND:SIZE as the generators know it; nothing is generated yet. Throws
 // InputError.
-std::unique_ptr<Source> OpenGenerator(std::string const& description);
+std::unique_ptr<Source> OpenGenerator(std::string const& description,
+                                      EntryLimit limit = EntryLimit::GATHER);
 
 }  // namespace Pavex::Tool

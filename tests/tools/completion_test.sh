@@ -19,6 +19,7 @@ offers() {
 
 [ "$(complete -p pavex)" = "complete -F _pavex pavex" ] || exit 1
 offers "gather" g
+offers "plan" p
 offers "--help --version" -
 offers "--version" --v
 offers "--format" gather --fo

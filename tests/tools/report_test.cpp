@@ -73,15 +73,12 @@ TEST(Report, ShowsPiecesArrivalsAndRates) {
   EXPECT_THAT(text, HasSubstr("gather          2.000       4.000      2.00\n"));
 }
 
-TEST(Report, KnowsTheModeOfThePieces) {
+TEST(Report, TellsTheModeThatTheLibraryDecided) {
   GatherReport report = TwoRanks();
-  report.mOptions.mPartition = Partition::ONE;
-  EXPECT_STREQ(report.Mode(), "CENTRALIZED_ONE");
-  report.mOptions.mPartition = Partition::ALL;
-  EXPECT_STREQ(report.Mode(), "CENTRALIZED_ALL");
-  report.mOptions.mPartition = Partition::ROWS;
-  report.mRanks.resize(1);
-  EXPECT_STREQ(report.Mode(), "CENTRALIZED_ALL");
+  for (RankRecord& record : report.mRanks)
+    record.mMode = CENTRALIZED_ONE;
+
+  EXPECT_THAT(InText(report), HasSubstr("pieces, mode CENTRALIZED_ONE\n"));
 }
 
 TEST(ReportJson, HoldsWhatTheTextHolds) {

@@ -1,0 +1,68 @@
+// `pavex plan`: the gather of the same options, without one.
+
+#include "tools/commands.h"
+#include "tools/common_options.h"
+#include "tools/job_error.h"
+#include "tools/plan.h"
+#include "tools/whole_file.h"
+
+#include <cstdio>
+#include <memory>
+
+namespace Pavex::Tool {
+
+namespace {
+
+constexpr char const* kExamples =
+    "\nTells what pavex gather will do with the same options: the mode that the pieces give, "
+    "who\n"
+    "receives, the messages and their bytes, the peak of each rank's pool, and what to beware "
+    "of.\n"
+    "Nothing is gathered, and of a generated matrix the entries are only counted: it need not "
+    "fit\n"
+    "into memory. The exit code is 0 only if the gather accepts the pieces.\n"
+    "\nExamples:\n"
+    "  pavex plan A.mtx --format csr --ranks 16\n"
+    "  pavex plan --generate poisson3d:1000 --ranks 1000 --format csr --to all\n";
+
+void Publish(Plan const& plan) {
+  std::fputs(InText(plan).c_str(), stdout);
+  if (!plan.mOptions.mJson.empty()) WriteWholeFile(plan.mOptions.mJson, InJson(plan));
+}
+
+int MakeAndPublish(GatherOptions const& options, Ranks const& ranks) {
+  CheckCombination(options);
+  auto const source = options.mFile.empty() ? OpenGenerator(options.mGenerate, EntryLimit::NONE)
+                                            : OpenFile(options.mFile);
+  Plan const plan = MakePlan(*source, options);
+  if (ranks.FirstHere() == 0) Publish(plan);
+  if (!plan.mAccepted) throw JobError("a gather refuses these pieces");
+  return 0;
+}
+
+}  // namespace
+
+void AddPlan(CLI::App& app, Job& job, int& exitCode) {
+  struct State {
+    GatherOptions mOptions;
+    CommonWords mWords;
+    bool mNoValues = false;
+  };
+  auto const state = std::make_shared<State>();
+  CLI::App* const command =
+      app.add_subcommand("plan", "Tell what a gather will do, before anything moves");
+  command->footer(kExamples);
+  AddInput(*command, state->mOptions, "Matrix Market file whose gather is planned");
+  AddCommon(*command, state->mOptions, state->mWords, "coo, csr, csc, dense-row or dense-col");
+  AddPieceOptions(*command, state->mOptions, state->mNoValues);
+  AddReportFile(*command, state->mOptions);
+  command->callback([state, command, &job, &exitCode] {
+    GatherOptions& options = state->mOptions;
+    Understand(state->mWords, options);
+    options.mWithValues = !state->mNoValues;
+    auto const ranks = MakeRanks(job, *command, options);
+    exitCode = MakeAndPublish(options, *ranks);
+  });
+}
+
+}  // namespace Pavex::Tool

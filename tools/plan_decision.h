@@ -1,0 +1,48 @@
+// The decision of the library about pieces that are known by their counts alone.
+
+#pragma once
+
+#include "pavex/aggregator/local_info.h"
+#include "pavex/matrix/matrix_base.h"
+#include "pavex/runtime/status.h"
+
+#include <string>
+#include <vector>
+
+namespace Pavex::Tool {
+
+// The local matrix of one rank without its arrays.
+class CountedMatrix final : public MatrixBase {
+ public:
+  CountedMatrix(PavexMatrixStoreType type, long rows, long cols, long entries)
+      : MatrixBase(0, 0), mType(type), mEntries(entries) {
+    SetShape(rows, cols);
+  }
+
+  long NNZ() const override { return mEntries; }
+  PavexMatrixStoreType StoreType() const override { return mType; }
+  bool HasValues() const override { return false; }
+  void SetValues(void*) override {}
+  void Query(PavexMatrixStore&) const override {}
+
+ private:
+  PavexMatrixStoreType mType;
+  long mEntries;
+};
+
+struct PieceDecision {
+  PavexStatus mStatus = STATUS_OK;  // of the checks of a gather; the rest is set on success
+  DistMatrixMode mMode = DISTRIBUTED;
+  int mSource = -2;  // the holder in CENTRALIZED_ONE
+  MatrixPartition mPartition;
+  long mRows = 0;  // of the gathered matrix
+  long mCols = 0;
+  long mEntries = 0;
+  std::string mDescription;  // set in any case
+};
+
+// One matrix for each rank. Runs the first step of a gather over a communicator that knows all
+// records.
+PieceDecision DecideOn(std::vector<CountedMatrix> const& pieces, bool withValues);
+
+}  // namespace Pavex::Tool
