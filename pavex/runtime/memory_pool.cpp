@@ -12,6 +12,12 @@ namespace {
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
 constexpr std::size_t kMapGranule = std::size_t{64} << 10;  // a multiple of every page size
 
+// How far behind the start of a page a mapped block begins. The system copies between processes
+// several times more slowly where the target lies a few bytes further into its page than the
+// source. A large array of the application usually begins right behind a page's start: half a
+// small page keeps well away from it, whichever side is the target.
+constexpr std::size_t kIntoPage = 2048;
+
 // Far above any real block, far below where sums of sizes wrap around.
 constexpr std::size_t kMaxBytes = std::size_t{1} << 62;
 
@@ -24,20 +30,25 @@ constexpr std::size_t RoundUp(std::size_t value, std::size_t unit) {
   return (value + unit - 1) / unit * unit;
 }
 
-// A mapping that starts at a huge page, cut out of one that is a huge page longer. Null if the
-// system refuses.
+// What is mapped for a block of `bytes` bytes.
+constexpr std::size_t MappedBytes(std::size_t bytes) {
+  return RoundUp(kIntoPage + bytes, kMapGranule);
+}
+
+// A block in a mapping that starts at a huge page, cut out of one that is a huge page longer.
+// Null if the system refuses.
 void* MapHuge(std::size_t bytes) {
-  std::size_t const size = RoundUp(bytes, kMapGranule);
+  std::size_t const size = MappedBytes(bytes);
   void* const mapped = mmap(nullptr, size + kHugePage, PROT_READ | PROT_WRITE,
                             MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (mapped == MAP_FAILED) return nullptr;
   auto const address = reinterpret_cast<std::uintptr_t>(mapped);
   std::size_t const before = RoundUp(address, kHugePage) - address;
-  unsigned char* const block = static_cast<unsigned char*>(mapped) + before;
+  unsigned char* const mapping = static_cast<unsigned char*>(mapped) + before;
   if (before > 0) munmap(mapped, before);
-  if (before < kHugePage) munmap(block + size, kHugePage - before);
-  madvise(block, size, MADV_HUGEPAGE);  // a wish: small pages serve too
-  return block;
+  if (before < kHugePage) munmap(mapping + size, kHugePage - before);
+  madvise(mapping, size, MADV_HUGEPAGE);  // a wish: small pages serve too
+  return mapping + kIntoPage;
 }
 
 void* SystemTake(std::size_t bytes) {
@@ -49,12 +60,13 @@ void* SystemTake(std::size_t bytes) {
 // a whole.
 std::size_t BackedAfterTrim(BlockCache::Kept const& kept, std::size_t excess) {
   if (kept.bytes < MemoryPool::kHugeBytes || kept.backed <= excess) return 0;
-  return (kept.backed - excess) / kMapGranule * kMapGranule;
+  std::size_t const end = (kIntoPage + kept.backed - excess) / kMapGranule * kMapGranule;
+  return end - std::min(end, kIntoPage);
 }
 
 void SystemGiveBack(void* block, std::size_t bytes) {
   if (bytes >= MemoryPool::kHugeBytes)
-    munmap(block, RoundUp(bytes, kMapGranule));
+    munmap(static_cast<unsigned char*>(block) - kIntoPage, MappedBytes(bytes));
   else
     std::free(block);
 }
@@ -117,8 +129,8 @@ void MemoryPool::FitCache(std::size_t bytesInUse) {
       GiveBackOldest();
       continue;
     }
-    madvise(static_cast<unsigned char*>(oldest.block) + kept, oldest.bytes - kept,
-            MADV_DONTNEED);
+    madvise(static_cast<unsigned char*>(oldest.block) + kept,
+            MappedBytes(oldest.bytes) - kIntoPage - kept, MADV_DONTNEED);
     mCache.TrimOldest(kept);
   }
 }

@@ -11,8 +11,8 @@ namespace Pavex {
 
 // Takes blocks from the system, aligned to 64 bytes, and keeps those that come back: a later
 // request of exactly the same size gets one of them without touching the system, and its pages
-// need not be faulted in again. Blocks of kHugeBytes and more start at a 2 MiB boundary and ask
-// the system for huge pages, whose first use costs about half.
+// need not be faulted in again. Blocks of kHugeBytes and more start 2 KiB behind a 2 MiB
+// boundary and ask the system for huge pages, whose first use costs about half.
 //
 // What it holds, in use and cached together, is limited: by default to the most that was in use
 // at once so far, so that caching never raises the peak of the process. Where that would be
