@@ -124,27 +124,26 @@ void Runner::PrintColumns(Subject const& baseline, std::vector<Subject> const& s
 void Runner::Compare(std::string const& label, Subject const& baseline,
                      std::vector<Subject> const& subjects) {
   PrintColumns(baseline, subjects);
-  baseline.run();
-  for (Subject const& subject : subjects)
+  std::vector<Subject> all{baseline};
+  all.insert(all.end(), subjects.begin(), subjects.end());
+  for (Subject const& subject : all)
     subject.run();
-  Times base;
-  std::vector<Times> times(subjects.size());
+  std::vector<Times> times(all.size());
   for (int repetition = 0; repetition < mRepetitions; ++repetition) {
-    double const unit = Seconds(baseline.run);
-    base.seconds.push_back(unit);
-    base.ratios.push_back(1);
-    for (std::size_t i = 0; i < subjects.size(); ++i) {
-      times[i].seconds.push_back(Seconds(subjects[i].run));
-      times[i].ratios.push_back(times[i].seconds.back() / unit);
+    for (std::size_t turn = 0; turn < all.size(); ++turn) {
+      std::size_t const i = repetition % 2 == 0 ? turn : all.size() - 1 - turn;
+      times[i].seconds.push_back(Seconds(all[i].run));
     }
+    for (Times& each : times)
+      each.ratios.push_back(each.seconds.back() / times[0].seconds.back());
   }
 
-  nlohmann::ordered_json row{{"label", label}, {"subjects", {ToJson(baseline, base)}}};
+  nlohmann::ordered_json row{{"label", label}, {"subjects", {ToJson(baseline, times[0])}}};
   std::printf("%-*s%*.3f ms", kLabelWidth, label.c_str(), kColumnWidth - 3,
-              Median(base.seconds) * 1e3);
-  for (std::size_t i = 0; i < subjects.size(); ++i) {
-    std::printf("%*s", kColumnWidth, RatioText(subjects[i], times[i]).c_str());
-    row["subjects"].push_back(ToJson(subjects[i], times[i]));
+              Median(times[0].seconds) * 1e3);
+  for (std::size_t i = 1; i < all.size(); ++i) {
+    std::printf("%*s", kColumnWidth, RatioText(all[i], times[i]).c_str());
+    row["subjects"].push_back(ToJson(all[i], times[i]));
   }
   std::printf("\n");
   std::fflush(stdout);

@@ -46,8 +46,9 @@ class Runner {
   void Parse(int argc, char const* const* argv);
 
   // Runs everything once to warm up, then times `baseline` and the subjects in turn, repetition
-  // by repetition, so that whatever else the machine does meets them all alike. The ratio of a
-  // subject is the median over the repetitions of its time divided by the baseline's.
+  // by repetition, every other time in the reverse order, so that whatever else the machine
+  // does and what each leaves in the caches meets them all alike. The ratio of a subject is the
+  // median over the repetitions of its time divided by the baseline's.
   void Compare(std::string const& label, Subject const& baseline,
                std::vector<Subject> const& subjects);
 
