@@ -14,6 +14,10 @@ namespace {
 // Up to this size one rank copies everything at once: handing out the work would cost more.
 constexpr std::size_t kSmall = std::size_t{1} << 15;
 
+// Likewise up to this mean size of the pieces: each rank that helps looks at every piece, which
+// of n * n small ones on many ranks takes far longer than to copy them.
+constexpr std::size_t kSmallPiece = std::size_t{1} << 10;
+
 // How often a rank looks for its partners before it sleeps: shortly with the
 // processor to itself, then letting other threads run in between.
 constexpr int kPauses = 20;
@@ -109,7 +113,8 @@ void LocalGroup::Start(std::vector<int> const& partners) {
     if (!PlanLocalWork(operations, work)) {
       return End(partners, STATUS_COMM_FAILED);
     }
-    if (work.mOrdered || work.Bytes() <= kSmall) {
+    std::size_t const bytes = work.Bytes();
+    if (work.mOrdered || bytes <= kSmall || bytes <= kSmallPiece * work.mPieces.size()) {
       work.DoAll();
       return End(partners, STATUS_OK);
     }
