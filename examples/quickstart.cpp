@@ -5,6 +5,11 @@
 #include <pavex/pavex.h>
 
 #include <cstdio>
+#include <stdexcept>
+
+void Check(PavexStatus status) {
+  if (status != Pavex::STATUS_OK) throw std::runtime_error(PavexStatusStr(status));
+}
 
 void Work(std::shared_ptr<Pavex::Comm> const& comm) {
   long const begin = 2L * comm->Rank();
@@ -16,9 +21,9 @@ void Work(std::shared_ptr<Pavex::Comm> const& comm) {
 
   Pavex::MemoryPool pool;
   Pavex::Aggregator<double, int> aggregator(&pool);
-  if (aggregator.Gather(comm, piece, true) != Pavex::STATUS_OK) return;
+  Check(aggregator.Gather(comm, piece, true));
   for (double& value : values) value *= 10;
-  if (aggregator.Update(piece) != Pavex::STATUS_OK) return;
+  Check(aggregator.Update(piece));
   if (aggregator.Target() == nullptr) return;  // only rank 0 receives
 
   auto& whole = dynamic_cast<Pavex::MatrixCSR<double, int>&>(*aggregator.Target());
