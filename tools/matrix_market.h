@@ -4,6 +4,7 @@
 #pragma once
 
 #include "tools/input_error.h"
+#include "tools/output_file.h"
 #include "tools/progress.h"
 #include "tools/triplets.h"
 
@@ -23,10 +24,8 @@ namespace Pavex::Tool {
 // anything else, before it reserves memory that a file of this size could not fill.
 Triplets ReadMatrixMarket(std::string const& path, ProgressFunction const& progress = {});
 
-// Writes one general matrix, entry by entry, into a temporary file beside the target; Commit
-// gives it its name. Destroyed without Commit, it removes the temporary file, so that an older
-// target stays untouched. (A target that is no regular file, such as a pipe, is written
-// directly.) Values keep their full precision: reading gives the same bits.
+// Writes one general matrix, entry by entry, into an OutputFile, which Commit completes. Values
+// keep their full precision: reading gives the same bits.
 // Throws InputError with "path: fault", a full disk included. Not shared between threads.
 class MatrixMarketWriter {
  public:
@@ -39,7 +38,6 @@ class MatrixMarketWriter {
 
   MatrixMarketWriter(MatrixMarketWriter const&) = delete;
   MatrixMarketWriter& operator=(MatrixMarketWriter const&) = delete;
-  ~MatrixMarketWriter();
 
   // Appends the entry at the 0-based position; without a value for Field::Pattern.
   void Entry(long row, long col);
@@ -53,13 +51,12 @@ class MatrixMarketWriter {
   void Value(std::complex<float> value);
   void Value(std::complex<double> value);
 
-  // Ends the file, makes sure that it reached the disk and renames it to the target.
+  // Ends the file and gives it its name.
   void Commit();
 
  private:
-  MatrixMarketWriter(std::string path, Field field, long entries, std::string header);
+  MatrixMarketWriter(std::string const& path, Field field, long entries, std::string header);
 
-  void Open();
   void BeginEntry(long row, long col);
   template <class V>
   void Write(long row, long col, V value);
@@ -72,16 +69,11 @@ class MatrixMarketWriter {
   void AppendNumber(R value);
   void EndLine();
   void Flush();
-  [[noreturn]] void Fail(std::string const& fault) const;
-  [[noreturn]] void FailSystem() const;  // with the text of errno
 
-  std::string mPath;
-  std::string mTarget;     // mPath behind symbolic links
-  std::string mTemporary;  // empty once it has its name, and where mPath is written directly
+  OutputFile mFile;
   Field mField;
   long mEntriesLeft;  // of those that the header announces
   std::string mText;  // not handed to the system yet
-  int mFile = -1;
 };
 
 // Writes the entries in coordinate general format with the field of `matrix`.

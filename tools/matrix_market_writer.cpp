@@ -1,13 +1,9 @@
 #include "tools/matrix_market.h"
 
-#include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <cstring>
-#include <fcntl.h>
-#include <filesystem>
 #include <stdexcept>
-#include <unistd.h>
+#include <utility>
 
 namespace Pavex::Tool {
 
@@ -48,35 +44,9 @@ MatrixMarketWriter MatrixMarketWriter::Array(std::string const& path, Field fiel
           Banner("array", field) + std::to_string(rows) + " " + std::to_string(cols) + "\n"};
 }
 
-MatrixMarketWriter::MatrixMarketWriter(std::string path, Field field, long entries,
+MatrixMarketWriter::MatrixMarketWriter(std::string const& path, Field field, long entries,
                                        std::string header)
-    : mPath(std::move(path)), mField(field), mEntriesLeft(entries), mText(std::move(header)) {
-  Open();
-}
-
-// A symbolic link keeps pointing at the file. A device or a pipe cannot be replaced by another
-// file: it is written directly.
-void MatrixMarketWriter::Open() {
-  std::error_code ignored;
-  auto const status = std::filesystem::status(mPath, ignored);
-  bool const exists = std::filesystem::exists(status);
-  int flags = O_WRONLY | O_CLOEXEC;
-  if (!exists || std::filesystem::is_regular_file(status)) {
-    mTarget = exists ? std::filesystem::canonical(mPath, ignored).string() : mPath;
-    mTemporary = mTarget + "." + std::to_string(getpid()) + ".part";
-    flags |= O_CREAT | O_EXCL;
-  }
-  mFile = open(mTemporary.empty() ? mPath.c_str() : mTemporary.c_str(), flags, 0666);
-  if (mFile < 0) {
-    mTemporary.clear();  // not ours to remove
-    FailSystem();
-  }
-}
-
-MatrixMarketWriter::~MatrixMarketWriter() {
-  if (mFile >= 0) close(mFile);
-  if (!mTemporary.empty()) unlink(mTemporary.c_str());
-}
+    : mFile(path), mField(field), mEntriesLeft(entries), mText(std::move(header)) {}
 
 void MatrixMarketWriter::Entry(long row, long col) {
   BeginEntry(row, col);
@@ -146,7 +116,7 @@ void MatrixMarketWriter::AppendInteger(long value) {
 // The shortest text that reads back to the same bits; an integer goes without exponent.
 template <class R>
 void MatrixMarketWriter::AppendNumber(R value) {
-  if (!std::isfinite(value)) Fail("the format has no infinite values and no NaN");
+  if (!std::isfinite(value)) mFile.Fail("the format has no infinite values and no NaN");
   char digits[400];  // the largest double has 309 digits
   auto const end = mField == Field::Integer ? std::to_chars(digits, std::end(digits), value,
                                                             std::chars_format::fixed)
@@ -161,15 +131,7 @@ void MatrixMarketWriter::EndLine() {
 }
 
 void MatrixMarketWriter::Flush() {
-  char const* next = mText.data();
-  std::size_t left = mText.size();
-  while (left > 0) {
-    ssize_t const written = write(mFile, next, left);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) FailSystem();
-    next += written;
-    left -= static_cast<std::size_t>(written);
-  }
+  mFile.Write(mText);
   mText.clear();
 }
 
@@ -177,23 +139,7 @@ void MatrixMarketWriter::Commit() {
   if (mEntriesLeft != 0)
     throw std::logic_error("the header announces another number of entries than were written");
   Flush();
-  bool const synced = mTemporary.empty() || fsync(mFile) == 0;
-  int const syncError = errno;
-  bool const closed = close(mFile) == 0;
-  mFile = -1;
-  if (!synced) errno = syncError;
-  if (!synced || !closed) FailSystem();
-  if (mTemporary.empty()) return;
-  if (rename(mTemporary.c_str(), mTarget.c_str()) != 0) FailSystem();
-  mTemporary.clear();
-}
-
-void MatrixMarketWriter::Fail(std::string const& fault) const {
-  throw InputError(mPath + ": cannot be written: " + fault);
-}
-
-void MatrixMarketWriter::FailSystem() const {
-  Fail(std::strerror(errno));
+  mFile.Commit();
 }
 
 void WriteMatrixMarket(std::string const& path, Triplets const& matrix) {
