@@ -6,9 +6,17 @@
 #include "tools/solver_input.h"
 #include "tools/sparse_lu.h"
 
-#include <Eigen/SparseLU>
+#include <Eigen/SparseCore>
 #include <memory>
+#include <new>
 #include <string>
+
+// Where memory runs out, SparseLU would catch the exception and use arrays that it has just
+// freed. Without this macro it lets the exception pass.
+#pragma push_macro("EIGEN_EXCEPTIONS")
+#undef EIGEN_EXCEPTIONS
+#include <Eigen/SparseLU>
+#pragma pop_macro("EIGEN_EXCEPTIONS")
 
 namespace Pavex::Tool {
 
@@ -16,6 +24,7 @@ namespace Pavex::Tool {
 template <typename T, typename I>
 class EigenLu final : public SparseLu<T, I> {
  public:
+  static void Reserve() {}
   std::string Name() const override;
   void Analyse(MatrixBase const& gathered) override;
   void Factor(MatrixBase const& gathered) override;
@@ -51,8 +60,12 @@ void EigenLu<T, I>::Analyse(MatrixBase const& gathered) {
 template <typename T, typename I>
 void EigenLu<T, I>::Factor(MatrixBase const& gathered) {
   mInput.Read(gathered);
-  mFactors->factorize(mInput.View());
-  if (mFactors->info() == Eigen::InvalidInput) throw JobError(kNoMemory);
+  try {
+    mFactors->factorize(mInput.View());
+  } catch (std::bad_alloc const&) {
+    (void)mFactors.release();  // its destructor would free an array twice
+    throw JobError(kNoMemory);
+  }
   if (mFactors->info() != Eigen::Success)
     throw JobError(std::string(kSingular) + "SparseLU met a zero pivot");
 }

@@ -7,14 +7,19 @@
 #include "tools/input_error.h"
 #include "tools/job.h"
 #include "tools/sparse_lu.h"
+#ifdef PAVEX_UMFPACK
+#include "tools/blas.h"
+#endif
 
 #include <algorithm>
 #include <cctype>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <iostream>
 #include <new>
 #include <string>
+#include <vector>
 
 namespace Pavex::Tool {
 
@@ -64,6 +69,10 @@ int Run(Job& job, int argc, char** argv) {
 }  // namespace Pavex::Tool
 
 int main(int argc, char** argv) {
+#ifdef PAVEX_UMFPACK
+  Pavex::Tool::UseOneBlasThread(argv);
+#endif
+  std::signal(SIGXFSZ, SIG_IGN);  // what writes beyond the limit says so itself
   Pavex::Tool::Job job;
   try {
     int const exitCode = Pavex::Tool::Run(job, argc, argv);

@@ -2,6 +2,7 @@
 
 #include "tools/input_error.h"
 #include "tools/solve_rank.h"
+#include "tools/sparse_lu.h"
 #include "tools/type_choice.h"
 
 #include <string>
@@ -20,26 +21,44 @@ void RefuseUnsolvable(Source const& source) {
     throw InputError(source.Name() + " is " + Shape(whole.mRows, whole.mCols) +
                      ": only a square matrix can be solved");
   if (whole.mRows == 0) throw InputError(source.Name() + " is empty: nothing to solve");
+  if (whole.mEntries == 0) throw InputError(source.Name() + " has no entries: it is singular");
 }
 
-Triplets ReadRhs(std::string const& path, Source const& source, ValueKind value) {
-  Triplets rhs = ReadMatrixMarket(path);
+std::unique_ptr<Source> OpenRhs(std::string const& path, Source const& source,
+                                ValueKind value) {
+  auto rhs = OpenFile(path);
+  Extent const& whole = rhs->Whole();
   long const unknowns = source.Whole().mRows;
-  if (rhs.mRows != unknowns)
-    throw InputError(path + " has " + std::to_string(rhs.mRows) + " rows, but " +
+  if (whole.mRows != unknowns)
+    throw InputError(path + " has " + std::to_string(whole.mRows) + " rows, but " +
                      source.Name() + " has " + std::to_string(unknowns));
-  if (rhs.mCols == 0) throw InputError(path + " has no columns: nothing to solve");
-  if (rhs.IsComplex() && !IsComplex(value))
+  if (whole.mCols == 0) throw InputError(path + " has no columns: nothing to solve");
+  if (rhs->Kind() == Field::Complex && !IsComplex(value))
     throw InputError(path + " is complex: use --value complex-double or complex-float");
   return rhs;
 }
 
-SolveProblem MakeProblem(Source const& source, SolveOptions const& options, ValueKind value) {
+// A process with one rank forgets the rows of the others.
+void KeepOwnRows(Source& rhs, Extent const& whole, GatherOptions const& options,
+                 Ranks const& ranks) {
+  if (ranks.Kind() != CommKind::MPI) return;
+  Piece rows = CutRows(whole, options, ranks.Count(), ranks.FirstHere());
+  rows.mColEnd = rhs.Whole().mCols;
+  rows.mEntryEnd = rhs.Whole().mEntries;
+  rhs.Keep(rows);
+}
+
+SolveProblem MakeProblem(Source const& source, SolveOptions const& options, ValueKind value,
+                         Ranks const& ranks) {
   SolveProblem problem{source, options, {}, 0, 0, {}};
   problem.mUnknowns = source.Whole().mRows;
   problem.mGrid = GridOf(options.mOperator.mGenerate, problem.mUnknowns);
-  if (!options.mRhsFile.empty()) problem.mRhs = ReadRhs(options.mRhsFile, source, value);
-  problem.mCount = problem.mRhs ? problem.mRhs->mCols : options.mRhs;
+  problem.mCount = options.mRhs;
+  if (!options.mRhsFile.empty()) {
+    problem.mRhs = OpenRhs(options.mRhsFile, source, value);
+    problem.mCount = problem.mRhs->Whole().mCols;
+    KeepOwnRows(*problem.mRhs, source.Whole(), options.mOperator, ranks);
+  }
   if (problem.mUnknowns > kMaxEntries / problem.mCount)
     throw InputError("right-hand sides of " + Shape(problem.mUnknowns, problem.mCount) +
                      " have more than the " + std::to_string(kMaxEntries) +
@@ -49,14 +68,23 @@ SolveProblem MakeProblem(Source const& source, SolveOptions const& options, Valu
 
 }  // namespace
 
+Piece CutRows(Extent const& whole, GatherOptions const& options, int ranks, int rank) {
+  bool const held =
+      options.mPartition == Partition::ONE || options.mPartition == Partition::ALL;
+  bool const byEntries = options.mPartition == Partition::ENTRIES;  // whose cuts are no rows
+  return CutPiece(whole, held ? options.mPartition : Partition::ROWS, ranks, rank,
+                  options.mHolder, byEntries ? std::vector<long>() : options.mCuts);
+}
+
 SolveResult RunSolve(Source const& source, SolveOptions const& options, Ranks& ranks) {
   RefuseUnsolvable(source);
   ValueKind const value = ChooseValue(source, options.mOperator.mValue, true);
-  SolveProblem const problem = MakeProblem(source, options, value);
+  SolveProblem const problem = MakeProblem(source, options, value, ranks);
   SolveResult result;
   WithTypes(value, options.mOperator.mIndex, [&](auto valueTag, auto indexTag) {
     using T = typename decltype(valueTag)::Type;
     using I = typename decltype(indexTag)::Type;
+    if (ranks.FirstHere() == 0 || options.mOperator.mToAll) ReserveSparseLu<T, I>();
     ranks.Run([&](std::shared_ptr<Comm> const& comm) {
       SolveRank<T, I> rank(comm, problem);
       rank.Run(comm->Rank() == 0 ? &result : nullptr);

@@ -11,7 +11,6 @@
 #include "tools/source.h"
 
 #include <memory>
-#include <optional>
 #include <vector>
 
 namespace Pavex::Tool {
@@ -23,7 +22,7 @@ struct SolveProblem {
   Grid mGrid;
   long mUnknowns = 0;
   long mCount = 0;               // right-hand sides
-  std::optional<Triplets> mRhs;  // unset: made from the known solution
+  std::unique_ptr<Source> mRhs;  // null: made from the known solution
 };
 
 struct SolveResult {
@@ -35,6 +34,10 @@ struct SolveResult {
   // file, to be committed.
   std::unique_ptr<MatrixMarketWriter> mOutput;
 };
+
+// The rows of the right-hand sides that go with the piece of the operator on `rank`, one of
+// `ranks`; `whole` is the extent of the operator. Throws InputError.
+Piece CutRows(Extent const& whole, GatherOptions const& options, int ranks, int rank);
 
 // Throws InputError for input that cannot be solved, JobError for a failed operation or solve.
 SolveResult RunSolve(Source const& source, SolveOptions const& options, Ranks& ranks);

@@ -51,7 +51,6 @@ class SolveRank {
     char mText[256] = "";
   };
 
-  Piece CutRows(Piece const& piece) const;
   void BuildPieces();
   void ChangeOperator();
   void FillRhs();
@@ -106,16 +105,6 @@ void SolveRank<T, I>::Run(SolveResult* result) {
   if (result != nullptr) KeepSolution(*result);
 }
 
-// The rows of the right-hand side that go with a piece of the operator.
-template <typename T, typename I>
-Piece SolveRank<T, I>::CutRows(Piece const& piece) const {
-  Partition const partition = mOptions.mPartition;
-  if (partition == Partition::ONE || partition == Partition::ALL) return piece;
-  bool const bands = partition != Partition::ENTRIES;
-  return CutPiece(mProblem.mSource.Whole(), Partition::ROWS, mComm->Size(), mComm->Rank(), 0,
-                  bands ? mOptions.mCuts : std::vector<long>());
-}
-
 template <typename T, typename I>
 void SolveRank<T, I>::BuildPieces() {
   Extent const& whole = mProblem.mSource.Whole();
@@ -129,7 +118,7 @@ void SolveRank<T, I>::BuildPieces() {
   record.mEntries = mLocal->Matrix().NNZ();
   RefuseEmptyPieces(FromEveryRank(*mComm, record), whole, mOptions);
 
-  Piece const rows = CutRows(piece);
+  Piece const rows = CutRows(whole, mOptions, mComm->Size(), mComm->Rank());
   mB = std::make_unique<DensePiece<T, I>>(rows, whole.mRows, mProblem.mCount, mOptions.mPad);
   mX = std::make_unique<DensePiece<T, I>>(rows, whole.mRows, mProblem.mCount, mOptions.mPad);
 }
@@ -166,15 +155,12 @@ void SolveRank<T, I>::FillRhs() {
 
 template <typename T, typename I>
 void SolveRank<T, I>::FillRhsFromFile() {
-  Triplets const& rhs = *mProblem.mRhs;
   for (long row = mB->Begin(); row < mB->End(); ++row)
     for (long column = 0; column < mProblem.mCount; ++column)
       mB->At(row, column) = T{};
-  for (std::size_t k = 0; k < rhs.Entries(); ++k) {
-    long const row = rhs.mRow[k];
-    if (row >= mB->Begin() && row < mB->End())
-      mB->At(row, rhs.mCol[k]) += InputValue<T>(rhs, k);
-  }
+  Triplets const rhs = mProblem.mRhs->Rows(mB->Begin(), mB->End());
+  for (std::size_t k = 0; k < rhs.Entries(); ++k)
+    mB->At(rhs.mRow[k], rhs.mCol[k]) += InputValue<T>(rhs, k);
 }
 
 // The first step gathers, the others update.

@@ -30,6 +30,11 @@ std::unique_ptr<SparseLu<T, I>> MakeSparseLu() {
   return std::make_unique<BestLu<T, I>>();
 }
 
+template <typename T, typename I>
+void ReserveSparseLu() {
+  BestLu<T, I>::Reserve();
+}
+
 std::string SolversAndLicence() {
 #ifdef PAVEX_UMFPACK
   return "solves with UMFPACK and Eigen; with UMFPACK in it, this program is under the GPL 3";
@@ -38,7 +43,9 @@ std::string SolversAndLicence() {
 #endif
 }
 
-#define PAVEX_MAKE(T, I) template std::unique_ptr<SparseLu<T, I>> MakeSparseLu<T, I>();
+#define PAVEX_MAKE(T, I)                                         \
+  template std::unique_ptr<SparseLu<T, I>> MakeSparseLu<T, I>(); \
+  template void ReserveSparseLu<T, I>();
 PAVEX_FOR_EACH_INSTANCE(PAVEX_MAKE)
 #undef PAVEX_MAKE
 

@@ -49,6 +49,11 @@ class SparseLu {
 template <typename T, typename I>
 std::unique_ptr<SparseLu<T, I>> MakeSparseLu();
 
+// Claims what MakeSparseLu's solver has to have before the matrix takes the memory. Throws
+// JobError.
+template <typename T, typename I>
+void ReserveSparseLu();
+
 // What `pavex --version` says of the solvers and of the licence that follows from them.
 std::string SolversAndLicence();
 

@@ -1,5 +1,6 @@
 #include "tools/umfpack_lu.h"
 
+#include "tools/blas.h"
 #include "tools/lu_faults.h"
 #include "tools/umfpack_variant.h"
 
@@ -49,6 +50,11 @@ template <typename T, typename I>
 UmfpackLu<T, I>::~UmfpackLu() = default;
 
 template <typename T, typename I>
+void UmfpackLu<T, I>::Reserve() {
+  ReserveBlas();
+}
+
+template <typename T, typename I>
 std::string UmfpackLu<T, I>::Name() const {
   return "UMFPACK " + std::to_string(UMFPACK_MAIN_VERSION) + "." +
          std::to_string(UMFPACK_SUB_VERSION) + "." + std::to_string(UMFPACK_SUBSUB_VERSION) +
@@ -72,6 +78,7 @@ void UmfpackLu<T, I>::Factor(MatrixBase const& gathered) {
   mInput.Read(gathered);
   auto const columns = mInput.View();
   State::Variant::FreeNumeric(&mState->mNumeric);
+  BlasTurn const turn;
   State::Require(State::Variant::Numeric(columns.outerIndexPtr(), columns.innerIndexPtr(),
                                          columns.valuePtr(), mState->mSymbolic,
                                          &mState->mNumeric, mState->mControl, mState->mInfo),

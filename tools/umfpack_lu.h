@@ -17,6 +17,8 @@ class UmfpackLu final : public SparseLu<T, I> {
   UmfpackLu();
   ~UmfpackLu() override;
 
+  static void Reserve();
+
   std::string Name() const override;
   void Analyse(MatrixBase const& gathered) override;
   void Factor(MatrixBase const& gathered) override;

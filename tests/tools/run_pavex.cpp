@@ -10,9 +10,10 @@
 
 namespace Pavex::Tool {
 
-CommandResult RunPavex(std::vector<std::string> const& arguments) {
+namespace {
+
+CommandResult Run(std::vector<std::string> words, std::vector<std::string> const& arguments) {
   TemporaryFolder folder;
-  std::vector<std::string> words = {PAVEX_COMMAND};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
   for (std::string& word : words)
@@ -38,6 +39,19 @@ CommandResult RunPavex(std::vector<std::string> const& arguments) {
   result.output = folder.Read("out");
   result.errors = folder.Read("err");
   return result;
+}
+
+}  // namespace
+
+CommandResult RunPavex(std::vector<std::string> const& arguments) {
+  return Run({PAVEX_COMMAND}, arguments);
+}
+
+CommandResult RunPavexWithin(long megabytes, std::vector<std::string> const& arguments) {
+  std::string const limit = std::to_string(megabytes * 1000);  // ulimit counts kilobytes
+  return Run({"/bin/sh", "-c", "ulimit -v " + limit + " && exec timeout 60 \"$@\"", "sh",
+              PAVEX_COMMAND},
+             arguments);
 }
 
 }  // namespace Pavex::Tool
