@@ -2,6 +2,8 @@
 
 #include "pavex/runtime/log.h"
 #include "tools/input_error.h"
+#include "tools/source.h"
+#include "tools/whole_file.h"
 
 #include <cstdint>
 #include <optional>
@@ -24,9 +26,7 @@ std::int32_t LogNumber(LogLevel level) {
   return LOG_DEBUG;
 }
 
-template <typename Number>
-CLI::Option* Add(CLI::App& command, std::string const& name, Number& number, long low,
-                 long high, std::string const& help) {
+CLI::Validator WholeNumber(long low, long high) {
   auto const check = [low, high](std::string const& text) -> std::string {
     long value = 0;
     bool const isNumber = CLI::detail::lexical_cast(text, value);
@@ -34,8 +34,14 @@ CLI::Option* Add(CLI::App& command, std::string const& name, Number& number, lon
     return "\"" + text + "\" is not a whole number from " + std::to_string(low) + " to " +
            std::to_string(high);
   };
+  return CLI::Validator(check, "");
+}
+
+template <typename Number>
+CLI::Option* Add(CLI::App& command, std::string const& name, Number& number, long low,
+                 long high, std::string const& help) {
   return command.add_option(name, number, help)
-      ->check(CLI::Validator(check, ""))
+      ->check(WholeNumber(low, high))
       ->option_text("N [" + std::to_string(number) + "]");
 }
 
@@ -76,6 +82,7 @@ void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
       .add_option("--cuts", options.mCuts,
                   "Where the pieces but the first begin, instead of pieces of equal size")
       ->delimiter(',')
+      ->check(WholeNumber(1, kMaxEntries))
       ->option_text("N,N,...");
   AddNumber(command, "--holder", options.mHolder, 0, kMostRanks - 1,
             "With --partition one, the rank that holds the matrix");
@@ -101,6 +108,11 @@ void AddReportFile(CLI::App& command, GatherOptions& options) {
 void AddPlot(CLI::App& command, GatherOptions& options, std::string const& help) {
   command.add_option("--plot", options.mPlot, help + "; .svg, .png or .pdf")
       ->option_text("FILE");
+}
+
+void RequireOutputs(GatherOptions const& options) {
+  for (std::string const& path : {options.mOutput, options.mJson})
+    if (!path.empty()) RefuseUnwritable(path);
 }
 
 void Understand(CommonWords const& words, GatherOptions& options) {

@@ -43,6 +43,9 @@ void AddReportFile(CLI::App& command, GatherOptions& options);
 // --plot; `help` says what the picture shows.
 void AddPlot(CLI::App& command, GatherOptions& options, std::string const& help);
 
+// Throws InputError if a file that is to be written cannot be; for the process that writes it.
+void RequireOutputs(GatherOptions const& options);
+
 // Takes the words over into the options, and the level into the log of the library. Throws
 // InputError for an unknown word.
 void Understand(CommonWords const& words, GatherOptions& options);

@@ -50,7 +50,10 @@ constexpr char const* kExamples =
     "by\n"
     "rows or columns. Bands have the same number of rows (columns, entries) up to one. one "
     "and\n"
-    "all give the whole matrix to one rank or to every rank.\n";
+    "all give the whole matrix to one rank or to every rank. A matrix has at most 2147483647 "
+    "rows,\n"
+    "columns and entries, also with --index long. Entries that a file repeats stay apart in\n"
+    "sparse formats; dense ones hold their sum.\n";
 
 // Rank 0's process alone speaks and writes.
 void Publish(GatherResult const& result, GatherOptions const& options) {
@@ -66,7 +69,9 @@ void Publish(GatherResult const& result, GatherOptions const& options) {
 int Gather(GatherOptions const& options, Ranks& ranks) {
   CheckCombination(options);
   CheckPlot(options.mPlot, ranks);
-  auto const source = OpenSource(options, ranks);
+  if (ranks.FirstHere() == 0) RequireOutputs(options);
+  bool const receives = options.mToAll || ranks.FirstHere() == 0;
+  auto const source = OpenSource(options, ranks, receives);  // to check what arrives
   GatherResult const result = RunGather(*source, options, ranks);
   if (ranks.FirstHere() == 0) Publish(result, options);
   if (!result.mReport.Verified())

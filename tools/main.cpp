@@ -33,6 +33,20 @@ std::string OneLine(std::string message) {
   return message;
 }
 
+// What CLI11 found, in words that name the option and what is wrong with it.
+std::string InOwnWords(CLI::App const& app, CLI::ParseError const& error) {
+  std::vector<std::string> const unexpected = app.remaining(true);
+  if (!unexpected.empty() && unexpected[0][0] == '-')
+    return "unknown option \"" + unexpected[0] + "\"";
+  if (!unexpected.empty()) return "\"" + unexpected[0] + "\" is one input too many";
+  std::string const text = error.what();
+  std::string const option = text.substr(0, text.find(':'));
+  if (dynamic_cast<CLI::ArgumentMismatch const*>(&error) != nullptr)
+    return option +
+           (text.find("At Most") == std::string::npos ? " needs a value" : " is given twice");
+  return text;
+}
+
 int Run(Job& job, int argc, char** argv) {
   CLI::App app(
       "Gather distributed matrices and solve with them, and see that it was done right.",
@@ -58,7 +72,7 @@ int Run(Job& job, int argc, char** argv) {
   } catch (CLI::Success const& help) {
     return job.Speaks() ? app.exit(help) : 0;
   } catch (CLI::ParseError const& error) {
-    throw InputError(std::string(error.what()) + "; see pavex " + (known ? first + " " : "") +
+    throw InputError(InOwnWords(app, error) + "; see pavex " + (known ? first + " " : "") +
                      "--help");
   }
   return exitCode;

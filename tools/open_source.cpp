@@ -4,12 +4,12 @@
 
 namespace Pavex::Tool {
 
-std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks) {
+std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks,
+                                   bool whole) {
   auto source =
       options.mFile.empty() ? OpenGenerator(options.mGenerate) : OpenFile(options.mFile);
-  int const rank = ranks.FirstHere();
-  if (ranks.Kind() == CommKind::MPI && rank != 0 && !options.mToAll)
-    source->Keep(CutPiece(source->Whole(), options.mPartition, ranks.Count(), rank,
+  if (!whole && ranks.Kind() == CommKind::MPI)
+    source->Keep(CutPiece(source->Whole(), options.mPartition, ranks.Count(), ranks.FirstHere(),
                           options.mHolder, options.mCuts));
   return source;
 }

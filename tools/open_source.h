@@ -10,8 +10,9 @@
 
 namespace Pavex::Tool {
 
-// The input as this process needs it: a process with one rank that receives nothing keeps no
-// more than that rank's piece. Throws InputError.
-std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks);
+// The input as this process needs it: all of it if `whole` or if several ranks live here, else
+// no more than the piece of its rank. Throws InputError.
+std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks,
+                                   bool whole);
 
 }  // namespace Pavex::Tool

@@ -128,8 +128,11 @@ CommKind ParseChoice<CommKind>(std::string const& option, std::string const& wor
 }
 
 void CheckCombination(GatherOptions const& options) {
-  if (options.mFile.empty() == options.mGenerate.empty())
-    throw InputError("name either a Matrix Market file or --generate KIND:SIZE");
+  if (options.mFile.empty() && options.mGenerate.empty())
+    throw InputError("name a Matrix Market file or --generate KIND:SIZE");
+  if (!options.mFile.empty() && !options.mGenerate.empty())
+    throw InputError("\"" + options.mFile + "\" and --generate " + options.mGenerate +
+                     " name two inputs: leave one out");
   RefuseSameFile("--output", options.mOutput, "--json", options.mJson);
   RefuseSameFile("--output", options.mOutput, "--plot", options.mPlot);
   RefuseSameFile("--json", options.mJson, "--plot", options.mPlot);

@@ -38,13 +38,16 @@ constexpr char const* kExamples =
     "      three right-hand sides with padded columns, solved on every rank\n"
     "  mpirun -n 4 pavex solve A.mtx --format csr\n"
     "      on 4 processes over MPI\n"
-    "\nBy default A is given as coordinates; the solvers take csc and csr without a copy.\n";
+    "\nBy default A is given as coordinates; the solvers take csc and csr without a copy.\n"
+    "A matrix has at most 2147483647 rows and entries, also with --index long. Entries that a\n"
+    "file repeats are summed before they are factored.\n";
 
 int Solve(SolveOptions const& options, Ranks& ranks) {
   CheckSolve(options);
   GatherOptions const& forOperator = options.mOperator;
   CheckPlot(forOperator.mPlot, ranks);
-  auto const source = OpenSource(forOperator, ranks);
+  if (ranks.FirstHere() == 0) RequireOutputs(forOperator);
+  auto const source = OpenSource(forOperator, ranks, false);
   SolveResult const result = RunSolve(*source, options, ranks);
   if (ranks.FirstHere() != 0) return 0;
   std::fputs(InText(result.mReport).c_str(), stdout);

@@ -115,7 +115,7 @@ void Run(std::string_view text) {
 
 // In place of those of the command, which would do the work.
 
-std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks) {
+std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks, bool) {
   CheckRanges(options, ranks);
   CheckPieces(options);
   throw Understood();

@@ -27,12 +27,14 @@ void ExpectGatherRefused(Words words, std::string const& line) {
 TEST(BadCommand, IsNamed) {
   ExpectRefused({}, "name a subcommand; see pavex --help");
   ExpectRefused({"collect"}, "unknown subcommand \"collect\"; see pavex --help");
-  ExpectRefused({"gather"}, "name either a Matrix Market file or --generate KIND:SIZE");
+  ExpectRefused({"gather"}, "name a Matrix Market file or --generate KIND:SIZE");
   ExpectRefused({"gather", "a.mtx", "--generate", "poisson3d:3"},
-                "name either a Matrix Market file or --generate KIND:SIZE");
-  ExpectGatherRefused({"--bogus"},
-                      "The following argument was not expected: --bogus; see "
-                      "pavex gather --help");
+                "\"a.mtx\" and --generate poisson3d:3 name two inputs: leave one out");
+  ExpectRefused({"--bogus"}, "unknown option \"--bogus\"; see pavex --help");
+  ExpectRefused({"--bogus", "gather", "a.mtx"}, "unknown option \"--bogus\"; see pavex --help");
+  ExpectGatherRefused({"--bogus"}, "unknown option \"--bogus\"; see pavex gather --help");
+  ExpectRefused({"gather", "a.mtx", "b.mtx"},
+                "\"b.mtx\" is one input too many; see pavex gather --help");
 }
 
 TEST(BadNumber, IsNamedWithItsRange) {
@@ -45,6 +47,14 @@ TEST(BadNumber, IsNamedWithItsRange) {
   ExpectGatherRefused({"--holder", "-1"}, "--holder: \"-1\"" + range + "0 to 4095" + help);
   ExpectGatherRefused({"--base", "2"}, "--base: \"2\"" + range + "0 to 1" + help);
   ExpectGatherRefused({"--ld", "-1"}, "--ld: \"-1\"" + range + "0 to 1048576" + help);
+}
+
+TEST(BadValue, IsNamedWithItsOption) {
+  std::string const help = "; see pavex gather --help";
+  ExpectGatherRefused({"--ranks"}, "--ranks needs a value" + help);
+  ExpectGatherRefused({"--ranks", "2", "--ranks", "3"}, "--ranks is given twice" + help);
+  ExpectGatherRefused({"--cuts", "1,a,3"},
+                      "--cuts: \"a\" is not a whole number from 1 to 2147483647" + help);
 }
 
 TEST(BadWord, IsNamedWithTheWordsThatExist) {
@@ -176,6 +186,27 @@ TEST(BadOutput, LeavesNothingBehind) {
             "pavex: " + missing + ": cannot be written: No such file or directory\n");
   EXPECT_EQ(json.exitCode, 1);
   EXPECT_TRUE(folder.Names().empty());
+}
+
+// The input is looked at later.
+TEST(BadOutput, IsNamedBeforeTheWork) {
+  TemporaryFolder folder;
+  std::string const missing = folder.Path("missing/x");
+
+  for (char const* subcommand : {"gather", "solve"})
+    for (char const* option : {"--output", "--json"})
+      ExpectRefused({subcommand, "absent.mtx", option, missing},
+                    missing + ": cannot be written: No such file or directory");
+}
+
+TEST(Output, OnStandardOutputInAFileStandsBesideTheReport) {
+  CommandResult const result = RunPavex(
+      {"gather", "--generate", "dense:2x1", "--ranks", "1", "--output", "/dev/stdout"});
+
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_NE(result.output.find("%%MatrixMarket matrix coordinate real general\n2 1 2\n1 1 "),
+            std::string::npos);
+  EXPECT_NE(result.output.find("verified: every entry"), std::string::npos);
 }
 
 TEST(BadOutput, KeepsAnOlderFileWhenTheInputIsBad) {

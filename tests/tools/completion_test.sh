@@ -25,7 +25,7 @@ offers "--version" --v
 offers "--format" gather --fo
 offers "--no-values" gather --format csr --no
 offers "dense-row dense-col" gather --format d
-offers "poisson3d:" gather --generate p
+offers "poisson2d: poisson3d:" gather --generate p
 offers "" gather --generate poisson3d :
 offers "" gather --ranks ""
 

@@ -85,7 +85,7 @@ command_job(local 1 succeeds "coo of double with int indices, cut by rows, gathe
             ${generated} --comm local --ranks 4)
 
 # Failures of all processes alike.
-command_job(bad_option 3 fails "pavex: The following argument was not expected: --bad. see .*" --bad)
+command_job(bad_option 3 fails "pavex: unknown option .--bad.. see .*" --bad)
 command_job(bad_ranks 3 fails "pavex: --ranks 2 in an MPI job whose size is 3: .*"
             ${generated} --ranks 2)
 command_job(no_file 3 fails "pavex: absent.mtx: .*" absent.mtx)

@@ -17,6 +17,19 @@ foreach(processes 1 2 4)
 endforeach()
 solve_job(held_elsewhere 3 succeeds ${solved} ${problem} --partition one --holder 2)
 
+# Each process keeps its own part of both files. The solution is 1 2 3 4, of which one line shows.
+set(diagonal ${CMAKE_CURRENT_BINARY_DIR}/diagonal.mtx)
+file(WRITE ${diagonal} "%%MatrixMarket matrix coordinate real general
+4 4 4\n1 1 2\n2 2 4\n3 3 5\n4 4 10\n")
+set(right ${CMAKE_CURRENT_BINARY_DIR}/right.mtx)
+file(WRITE ${right} "%%MatrixMarket matrix array real general\n4 1\n2\n8\n15\n40\n")
+foreach(cut rows columns entries one all)
+  solve_job(files.${cut} 3 succeeds "3 0" ${diagonal} --rhs-file ${right} --partition ${cut}
+            --value complex-double --output /dev/stdout)
+endforeach()
+solve_job(files.to_all 3 succeeds "3 0" ${diagonal} --rhs-file ${right} --partition one --holder 1
+          --value complex-double --to all --output /dev/stdout)
+
 # Failures that only the receiver meets, and every process has to hear of.
 set(singular ${CMAKE_CURRENT_BINARY_DIR}/singular.mtx)
 file(WRITE ${singular} "%%MatrixMarket matrix coordinate real general

@@ -42,6 +42,14 @@ TEST(SolveRefusal, NamesTheShapeOfAMatrixThatIsNotSquare) {
                 "dense:4x3 is 4 x 3: only a square matrix can be solved");
 }
 
+TEST(SolveRefusal, CallsAMatrixWithoutEntriesSingular) {
+  TemporaryFolder folder;
+  std::string const a = folder.Write("a.mtx", std::string(kCoordinate) + "2 2 0\n");
+
+  for (char const* value : {"float", "double"})
+    ExpectFailure({a, "--ranks", "1", "--value", value}, a + " has no entries: it is singular");
+}
+
 TEST(SolveRefusal, NamesTheLengthsOfARhsThatDoesNotFit) {
   TemporaryFolder folder;
   std::string const b = folder.Write("b.mtx", std::string(kArray) + "3 1\n1\n2\n3\n");

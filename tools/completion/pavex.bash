@@ -10,7 +10,7 @@ _pavex_choices() {
     --index) echo int long ;;
     --comm) echo mpi local ;;
     --log-level) echo silent fatal error debug ;;
-    --generate) echo poisson3d: convection3d: random: dense: ;;
+    --generate) echo poisson2d: poisson3d: convection2d: convection3d: random: dense: ;;
   esac
 }
 
