@@ -142,8 +142,7 @@ PavexStatus Aggregator<T, I>::CheckDense(bool rowMajor) const {
     return STATUS_INCONSISTENT;
   }
   if (ContiguousLocalSubmat(rowMajor)) return STATUS_OK;
-  bool const inside = FitsMemory<T>(mNnz) &&
-                      ReorderStaysInside(mLocalInfos, static_cast<int>(mLocalInfos.mSize),
+  bool const inside = ReorderStaysInside(mLocalInfos, static_cast<int>(mLocalInfos.mSize),
                                          rowMajor, LeadingDimension(rowMajor), mNnz);
   return inside ? STATUS_OK : Log::Report(STATUS_INCONSISTENT);
 }

@@ -161,10 +161,12 @@ std::string ResultLine(Decision const& decision, Infos const& infos) {
   Disagreement const found = FindDisagreement(mode, infos);
   if (found.mFlaw != Flaw::NONE) return "refused: " + Explain(found, mode, infos) + "\n";
 
-  std::int64_t const negative = mode == DISTRIBUTED ? FindNegativeCount(infos) : -1;
-  if (negative >= 0)
-    return "refused: " + Process(negative) + " has " + Text(infos.mData[negative].nnz) +
-           " entries; expected 0 or more\n";
+  std::int64_t const bad = mode == DISTRIBUTED ? FindBadCount(infos) : -1;
+  if (bad >= 0) {
+    std::int64_t const entries = infos.mData[bad].nnz;
+    return "refused: " + Process(bad) + " has " + Text(entries) + " entries; expected " +
+           (entries < 0 ? "0 or more" : "no more together than memory can hold") + "\n";
+  }
 
   std::int64_t const referenceRank = decision.mSource == -2 ? 0 : decision.mSource;
   MatrixLocalInfo const& reference = infos.mData[referenceRank];

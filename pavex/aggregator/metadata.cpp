@@ -85,8 +85,9 @@ void AggregatorBase::FillFromReference(MatrixLocalInfo const& reference, int ran
 // two row bands of a 10 x 7 matrix with 28 and 42 entries give counts [28, 42], displacements
 // [0, 28] and 70 entries.
 PavexStatus AggregatorBase::FillFromPieces(MatrixLocalInfo const& reference) {
-  // A negative count would reach the communicator.
-  if (FindNegativeCount(mLocalInfos) >= 0) return Log::Report(STATUS_INCONSISTENT);
+  // The communicator would get a negative count, or one that leads behind an array whose size
+  // in bytes has wrapped.
+  if (FindBadCount(mLocalInfos) >= 0) return Log::Report(STATUS_INCONSISTENT);
   if (mIsReceiver) {
     long const pieces = mLocalInfos.mSize;
     PavexStatus status = Log::Report(mPool->Get(mCounts, pieces));

@@ -3,6 +3,7 @@
 #include "pavex/matrix/store_type.h"
 #include "pavex/runtime/wrapping.h"
 
+#include <complex>
 #include <initializer_list>
 
 namespace Pavex {
@@ -101,9 +102,12 @@ Disagreement FindDisagreement(DistMatrixMode mode, Buffer<MatrixLocalInfo> const
   return {};
 }
 
-std::int64_t FindNegativeCount(Buffer<MatrixLocalInfo> const& infos) {
-  for (std::int64_t p = 0; p < infos.mSize; ++p)
-    if (infos.mData[p].nnz < 0) return p;
+std::int64_t FindBadCount(Buffer<MatrixLocalInfo> const& infos) {
+  long entries = 0;
+  for (std::int64_t p = 0; p < infos.mSize; ++p) {
+    entries = WrappingAdd(entries, infos.mData[p].nnz);
+    if (infos.mData[p].nnz < 0 || !FitsMemory<std::complex<double>>(entries)) return p;
+  }
   return -1;
 }
 

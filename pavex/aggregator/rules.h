@@ -46,8 +46,9 @@ struct Disagreement {
 // compared.
 Disagreement FindDisagreement(DistMatrixMode mode, Buffer<MatrixLocalInfo> const& infos);
 
-// The first process with a negative number of entries, -1 if there is none.
-std::int64_t FindNegativeCount(Buffer<MatrixLocalInfo> const& infos);
+// The first process with a negative number of entries, or with which there are more than an
+// array of any type can hold; -1 if there is none.
+std::int64_t FindBadCount(Buffer<MatrixLocalInfo> const& infos);
 
 struct GatheredShape {
   long mRows = 0;

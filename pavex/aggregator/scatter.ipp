@@ -53,7 +53,6 @@ PavexStatus Aggregator<T, I>::CopyOwnPiece(MatrixDense<T, I> const& whole,
 template <typename T, typename I>
 bool Aggregator<T, I>::PiecesFit(MatrixDense<T, I> const& whole) const {
   if (mMode != DISTRIBUTED) return true;
-  if (!FitsMemory<T>(mNnz)) return false;
   bool const rowMajor = whole.mRowMajor;
   bool const consecutive =
       mPartition.type == (rowMajor ? PARTITION_ROW_WISE : PARTITION_COLUMN_WISE);

@@ -365,6 +365,15 @@ TEST(Describe, TellsANegativeNumberOfEntries) {
             "refused: process 1 has -3 entries; expected 0 or more\n");
 }
 
+TEST(Describe, TellsWhereTheEntriesTogetherBecomeTooMany) {
+  MatrixLocalInfo many = RowBand(10, 5);
+  many.nnz = 1L << 59;
+
+  EXPECT_EQ(Refusal({RowBand(0, 10), many}),
+            "refused: process 1 has 576460752303423488 entries; expected no more together than "
+            "memory can hold\n");
+}
+
 TEST(Describe, TellsAStoreTypeThatNobodyKnows) {
   MatrixLocalInfo odd = Whole();
   odd.storeType = static_cast<PavexMatrixStoreType>(13);

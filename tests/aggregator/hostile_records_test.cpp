@@ -8,7 +8,10 @@
 #include "tests/support/scripted_comm.h"
 #include "tests/support/trace_comm.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <gtest/gtest.h>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -71,9 +74,9 @@ TEST(HostileRecords, RefusesDensePiecesWhoseStorageWrapsInBytes) {
   ExpectNothingMoved(*comm);
 }
 
-TEST(HostileRecords, RefusesAScatterFromStorageThatWrapsInBytes) {
+TEST(HostileRecords, RefusesADensePatternWhoseStorageWrapsInBytes) {
   LogLevel const silent(-1);
-  MemoryPool pool;
+  LedgerPool pool;
   double values[] = {1, 2, 3, 4};
   auto local = MatrixDense<double, int>::Borrow(2, 2, false, 2, values);
   local.PlaceIn(4, 2, MatrixPartition::RowWise(0));
@@ -82,30 +85,52 @@ TEST(HostileRecords, RefusesAScatterFromStorageThatWrapsInBytes) {
   peer.nnz = 4 * kHuge + 4;
   auto const comm = WithPeer(RecordOf(local, false), peer);
   Aggregator<double, int> aggregator(&pool);
-  ASSERT_EQ(aggregator.Allgather(comm, local, false), STATUS_OK);
 
-  PavexStatus const status = aggregator.Scatter(local);
+  PavexStatus const status = aggregator.Allgather(comm, local, false);
 
   EXPECT_EQ(status, STATUS_INCONSISTENT);
-  EXPECT_EQ(values[3], 4);
+  ExpectNothingMoved(*comm);
 }
 
-TEST(HostileRecords, RefusesANegativeEntryCount) {
+// A gather of 4 entries beside peers that claim to have as many as `peers` says.
+void ExpectCountsRefused(std::vector<std::int64_t> const& peers) {
   LogLevel const silent(-1);
   LedgerPool pool;
   int index[] = {0, 1, 2, 3};
   double values[] = {1, 2, 3, 4};
   auto local = MatrixCOO<double, int>::Borrow(4, 4, 4, index, index, values);
   local.PlaceIn(4, 4, MatrixPartition::NonzeroWise());
-  MatrixLocalInfo peer = RecordOf(local, true);
-  peer.nnz = -3;
-  auto const comm = WithPeer(RecordOf(local, true), peer);
+  Records records(peers.size() + 1, RecordOf(local, true));
+  for (std::size_t p = 0; p < peers.size(); ++p)
+    records[p + 1].nnz = peers[p];
+  auto const scripted = std::make_shared<ScriptedComm>(0, static_cast<int>(records.size()));
+  scripted->SetRecords(records);
+  auto const comm = std::make_shared<TraceComm>(scripted);
   Aggregator<double, int> aggregator(&pool);
 
   PavexStatus const status = aggregator.Gather(comm, local, true);
 
   EXPECT_EQ(status, STATUS_INCONSISTENT);
   ExpectNothingMoved(*comm);
+}
+
+TEST(HostileRecords, RefusesANegativeEntryCount) {
+  ExpectCountsRefused({-3});
+}
+
+// As 32-bit counts 2^31 - 1 each, while the sum is 3.
+TEST(HostileRecords, RefusesEntryCountsWhoseSumWraps) {
+  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+
+  ExpectCountsRefused({kMost - (1L << 31), kMost - (1L << 31), (1L << 32) + 1});
+}
+
+// As 32-bit counts 2^31 - 1 each, while the arrays of 2^62 + 2 indices and values have 8 and 16
+// bytes.
+TEST(HostileRecords, RefusesEntryCountsWhoseArraysWrapInBytes) {
+  constexpr std::int64_t kCount = (1L << 31) - 1;
+
+  ExpectCountsRefused({kCount + 4 * kHuge - (1L << 32), kCount});
 }
 
 TEST(HostileRecords, ReadsNoMoreRecordsThanTheGatherHad) {
