@@ -211,14 +211,19 @@ PropertyOptions PropertyOptions::FromEnvironment(long defaultCases) {
   return options;
 }
 
-std::string RunCase(std::uint64_t seed, long number, std::shared_ptr<Comm> const& comm) {
-  Rng rng(seed, static_cast<std::uint64_t>(number));
+std::string RunCase(Rng& rng, std::shared_ptr<Comm> const& comm) {
   NamedInstance const& instance = kInstances[static_cast<std::size_t>(rng.Between(0, 7))];
   std::string const difference = instance.run(rng, comm);
   if (difference.empty()) return "";
   return "rank " + std::to_string(comm->Rank()) + " of " + std::to_string(comm->Size()) + ", " +
-         instance.name + ", " + difference +
-         "\nAgain: PAVEX_PROPERTY_SEED=" + std::to_string(seed) +
+         instance.name + ", " + difference;
+}
+
+std::string RunCase(std::uint64_t seed, long number, std::shared_ptr<Comm> const& comm) {
+  Rng rng(seed, static_cast<std::uint64_t>(number));
+  std::string const difference = RunCase(rng, comm);
+  if (difference.empty()) return "";
+  return difference + "\nAgain: PAVEX_PROPERTY_SEED=" + std::to_string(seed) +
          " PAVEX_PROPERTY_FIRST=" + std::to_string(number) + " PAVEX_PROPERTY_CASES=1";
 }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "pavex/runtime/comm.h"
+#include "tests/property/rng.h"
 
 #include <cstdint>
 #include <memory>
@@ -26,5 +27,9 @@ struct PropertyOptions {
 // scattered. Collective. Returns what went wrong first on this rank and how to see it again;
 // empty if all is right. Failures of the ledger of the memory go to GoogleTest.
 std::string RunCase(std::uint64_t seed, long number, std::shared_ptr<Comm> const& comm);
+
+// The same for the case that `rng` chooses, alike on every rank; does not know how to see it
+// again.
+std::string RunCase(Rng& rng, std::shared_ptr<Comm> const& comm);
 
 }  // namespace Pavex

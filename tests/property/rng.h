@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace Pavex {
@@ -12,10 +13,16 @@ class Rng {
  public:
   Rng(std::uint64_t seed, std::uint64_t stream) : mState(Mix(seed) ^ Mix(~stream)) {}
 
-  // A number from `first` to `last`, both included.
+  // The choices that `size` bytes at `bytes`, which outlive it, spell: one byte decides each of
+  // them, so that a fuzzer can change one by itself. When the bytes are used up, each is its
+  // last one.
+  Rng(std::uint8_t const* bytes, std::size_t size) : mBytes(bytes), mEnd(bytes + size) {}
+
+  // A number from `first` to `last`, both included; of the first 256 if it comes from bytes.
   long Between(long first, long last) {
+    if (mBytes == mEnd && mBytes != nullptr) return last;
     auto const choices = static_cast<std::uint64_t>(last - first + 1);
-    return first + static_cast<long>(Next() % choices);
+    return first + static_cast<long>((mBytes == nullptr ? Next() : *mBytes++) % choices);
   }
 
   bool OneIn(long n) { return Between(1, n) == 1; }
@@ -30,7 +37,9 @@ class Rng {
 
   std::uint64_t Next() { return Mix(mState += 0x9e3779b97f4a7c15); }
 
-  std::uint64_t mState;
+  std::uint64_t mState = 0;
+  std::uint8_t const* mBytes = nullptr;  // null: the stream of numbers
+  std::uint8_t const* mEnd = nullptr;
 };
 
 }  // namespace Pavex

@@ -1,0 +1,35 @@
+// One rank of a job whose other ranks are nothing but their records.
+
+#pragma once
+
+#include "pavex/aggregator/local_info.h"
+#include "tests/support/comm_call.h"
+
+#include <vector>
+
+namespace Pavex {
+
+// The exchange of the records brings `records`. What else the other ranks are asked for they
+// send and take as the arguments say, as a communicator does whose peers mean what they
+// announced: every element that is to be sent is read, every element that is to be received is
+// written. A call that no communicator would carry out fails with STATUS_COMM_FAILED: one with
+// a negative count or displacement, or whose own piece has two lengths.
+class AnnouncedComm : public CallComm {
+ public:
+  // `own`: the exchange also overwrites the record of this rank. `records` outlive the object.
+  AnnouncedComm(int rank, std::vector<MatrixLocalInfo> const& records, bool own)
+      : CallComm(rank, static_cast<int>(records.size())), mRecords(records), mOwn(own) {}
+
+ protected:
+  PavexStatus Handle(CommCall& call) const override;
+
+ private:
+  void Exchange(void* records) const;
+  PavexStatus Collect(CommCall const& call) const;
+  PavexStatus Distribute(CommCall const& call) const;
+
+  std::vector<MatrixLocalInfo> const& mRecords;
+  bool const mOwn;
+};
+
+}  // namespace Pavex

@@ -1,0 +1,20 @@
+// The statuses that an operation may end with when anybody may have made up its input.
+
+#pragma once
+
+#include "pavex/runtime/status.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace Pavex {
+
+// STATUS_OUT_OF_MEMORY comes from the pool, STATUS_COMM_FAILED from the communicator.
+inline bool IsKnownStatus(PavexStatus status) {
+  constexpr PavexStatus kKnown[] = {
+      STATUS_OK,       STATUS_NOT_SUPPORTED, STATUS_OUT_OF_MEMORY, STATUS_INVALID_VALUE,
+      STATUS_MISMATCH, STATUS_WRONG_ORDER,   STATUS_INCONSISTENT,  STATUS_COMM_FAILED};
+  return std::find(std::begin(kKnown), std::end(kKnown), status) != std::end(kKnown);
+}
+
+}  // namespace Pavex

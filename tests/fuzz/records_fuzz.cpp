@@ -1,0 +1,242 @@
+// Records of any bytes. Every rank comes to the expected conclusion about them and tells it in
+// the same words; and a rank whose own matrix is what its record says takes the peers at their
+// word, gathers, updates and scatters with a known status, and reads and writes nothing outside
+// its arrays.
+//
+// The input: a byte for the number of ranks, a byte of choices, then 72 bytes a rank. Missing
+// bytes are 0.
+
+#include "pavex/aggregator/aggregator.h"
+#include "pavex/matrix/store_type.h"
+#include "tests/fuzz/announced_comm.h"
+#include "tests/fuzz/conclusion.h"
+#include "tests/fuzz/known_status.h"
+#include "tests/fuzz/quiet.h"
+#include "tests/fuzz/require.h"
+#include "tests/fuzz/small_pool.h"
+#include "tests/property/local_matrix.h"
+#include "tests/support/aggregator_probe.h"
+#include "tests/support/log_level.h"
+
+#include <algorithm>
+#include <complex>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+namespace Pavex {
+namespace {
+
+constexpr std::size_t kRecordBytes = sizeof(MatrixLocalInfo);
+
+struct Input {
+  bool toAll = false;
+  bool hasValues = true;  // the local matrices have their values
+  bool wide = false;      // the largest elements instead of the smallest
+  bool debug = false;
+  long padding = 0;  // of dense matrices
+  Records records;
+};
+
+int RankCount(Input const& input) {
+  return static_cast<int>(input.records.size());
+}
+
+Input Parse(std::uint8_t const* data, std::size_t size) {
+  std::vector<std::uint8_t> bytes(data, data + size);
+  bytes.resize(std::max<std::size_t>(size, 2));
+  std::size_t const ranks = 1 + bytes[0] % 8U;
+  std::uint8_t const choices = bytes[1];
+  bytes.resize(2 + ranks * kRecordBytes);
+
+  Input input;
+  input.toAll = (choices & 1U) != 0;
+  input.hasValues = (choices & 2U) == 0;
+  input.wide = (choices & 4U) != 0;
+  input.debug = (choices & 8U) != 0;
+  input.padding = (choices >> 4U) & 3U;
+  input.records.resize(ranks);
+  std::memcpy(static_cast<void*>(input.records.data()), bytes.data() + 2, ranks * kRecordBytes);
+  return input;
+}
+
+// --- The conclusion
+
+// `text`: what the rank tells about it.
+Conclusion Conclude(Records const& records, int rank, bool toAll, std::string& text) {
+  SmallPool pool;
+  AggregatorProbe<double, int> aggregator(&pool);
+  aggregator.SetComm(std::make_shared<AnnouncedComm>(rank, records, true));
+  MatrixDense<double, int> const nothing;
+
+  Conclusion conclusion;
+  conclusion.status = aggregator.InitMetadata(nothing, false, toAll ? -1 : 0);
+  text = aggregator.Describe();
+  if (conclusion.status != STATUS_OK) return conclusion;
+  conclusion.mode = aggregator.mMode;
+  conclusion.source = aggregator.mSourceRank;
+  conclusion.withValues = aggregator.mWithValues;
+  conclusion.rows = aggregator.mRows;
+  conclusion.cols = aggregator.mCols;
+  conclusion.entries = aggregator.mNnz;
+  return conclusion;
+}
+
+void CheckConclusions(Input const& input, Conclusion const& expected) {
+  if (RankCount(input) == 1) return;  // nothing is exchanged
+  std::string firstText;
+  for (int rank = 0; rank < RankCount(input); ++rank) {
+    std::string text;
+    Require(Conclude(input.records, rank, input.toAll, text) == expected,
+            "every rank comes to the expected conclusion");
+    if (rank == 0) firstText = text;
+    Require(text == firstText, "all ranks tell the same");
+    Require(expected.status == STATUS_OK || text.find("refused: ") != std::string::npos,
+            "a refusal is told as one");
+  }
+}
+
+// --- The operations
+
+Format FormatOf(PavexMatrixStoreType type) {
+  switch (StoreKindOf(type)) {
+    case StoreKind::CSR:
+      return Format::CSR;
+    case StoreKind::CSC:
+      return Format::CSC;
+    case StoreKind::COO:
+      return Format::COO;
+    default:
+      return type == STORE_DENSE_ROW_MAJOR ? Format::DENSE_ROW : Format::DENSE_COL;
+  }
+}
+
+// Whether a small matrix of the library can say this of itself.
+bool CanExist(MatrixLocalInfo const& info) {
+  constexpr long kMostExtent = 16;
+  constexpr long kMostEntries = 64;
+  bool const small = info.rows >= 0 && info.rows <= kMostExtent && info.cols >= 0 &&
+                     info.cols <= kMostExtent && info.nnz >= 0 && info.nnz <= kMostEntries;
+  if (!small) return false;
+  if (info.storeType == STORE_DENSE_ROW_MAJOR || info.storeType == STORE_DENSE_COL_MAJOR)
+    return info.nnz == info.rows * info.cols;
+  bool const sparse = info.storeType >= STORE_CSR_0 && info.storeType <= STORE_COO_2;
+  return sparse && (info.nnz == 0 || (info.rows > 0 && info.cols > 0));
+}
+
+Piece PieceOf(MatrixLocalInfo const& info, long padding) {
+  Piece piece;
+  piece.rows = info.rows;
+  piece.cols = info.cols;
+  piece.globalRows = info.globalRows;
+  piece.globalCols = info.globalCols;
+  piece.partition = info.partition.type;
+  piece.begin = info.partition.begin;
+  piece.pattern = info.pattern;
+  piece.attribute = info.attribute;
+  piece.withValues = info.WithValues();
+  piece.entries.resize(static_cast<std::size_t>(info.nnz), Entry{0, 0, 1});
+  piece.rowMajor = info.storeType == STORE_DENSE_ROW_MAJOR;
+  piece.paddings.fill(padding);
+  piece.part = GetMatrixPart(info.storeType);
+  piece.hasOffsets = info.nnz != 0 || padding > 0;
+  return piece;
+}
+
+// Every array of the gathered matrix that the pool gave is as long as it says.
+template <typename E>
+void RequireRoom(Buffer<E> const& array, LedgerPool const& pool) {
+  if (array.mAllocator == nullptr) return;
+  Require(array.mSize >= 0 &&
+              static_cast<std::size_t>(array.mSize) <= pool.SizeOf(array.mData) / sizeof(E),
+          "a gathered array has room for its elements");
+}
+
+template <typename T, typename I>
+void RequireRoom(Format format, MatrixBase const& target, LedgerPool const& pool) {
+  ArraysOf<T, I> const arrays(format, target);
+  RequireRoom(*arrays.values, pool);
+  if (arrays.first != nullptr) RequireRoom(*arrays.first, pool);
+  if (arrays.second != nullptr) RequireRoom(*arrays.second, pool);
+}
+
+template <typename T, typename I>
+void Operate(Input const& input, int rank, Conclusion const& conclusion) {
+  MatrixLocalInfo const& info = input.records[static_cast<std::size_t>(rank)];
+  Round round;
+  round.format = FormatOf(info.storeType);
+  round.pieces.resize(input.records.size());
+  round.pieces[static_cast<std::size_t>(rank)] = PieceOf(info, input.padding);
+  LocalMatrix<T, I> local(round, rank, GATHERED, input.hasValues, 1);
+
+  SmallPool pool;
+  Aggregator<T, I> aggregator(&pool);
+  auto const comm = std::make_shared<AnnouncedComm>(rank, input.records, false);
+  bool const withValues = info.WithValues();
+  PavexStatus const status = input.toAll
+                                 ? aggregator.Allgather(comm, local.Matrix(), withValues)
+                                 : aggregator.Gather(comm, local.Matrix(), withValues);
+  Require(IsKnownStatus(status), "the status of the gather is a known one");
+  Require(conclusion.status == STATUS_OK || status == conclusion.status,
+          "refused records fail the gather");
+  bool const receives = input.toAll || rank == 0;
+  Require((aggregator.Target() != nullptr) == (status == STATUS_OK && receives),
+          "receivers have a matrix after success");
+  // (The holder of the whole is believed in what it says of it.)
+  if (aggregator.Target() != nullptr && conclusion.mode == DISTRIBUTED)
+    RequireRoom<T, I>(round.format, *aggregator.Target(), pool);
+
+  Require(IsKnownStatus(aggregator.Update(local.Matrix())),
+          "the status of the update is a known one");
+  Require(IsKnownStatus(aggregator.Scatter(local.Matrix())),
+          "the status of the scatter is a known one");
+}
+
+// The one exception: the holder of the whole matrix has one of another class than this rank.
+bool MayThrow(Input const& input, int rank, Conclusion const& conclusion) {
+  if (conclusion.status != STATUS_OK || conclusion.mode != CENTRALIZED_ONE) return false;
+  auto const kindOf = [&input](int of) {
+    return StoreKindOf(input.records[static_cast<std::size_t>(of)].storeType);
+  };
+  return kindOf(rank) != kindOf(conclusion.source);
+}
+
+void OperateOnRank(Input const& input, int rank, Conclusion const& conclusion) {
+  try {
+    if (input.wide)
+      Operate<std::complex<double>, long>(input, rank, conclusion);
+    else
+      Operate<float, int>(input, rank, conclusion);
+  } catch (std::bad_cast const&) {
+    Require(MayThrow(input, rank, conclusion), "only a matrix of another class is thrown at");
+  }
+}
+
+void Run(Input const& input) {
+  // A partition type without a name ends the process where it is to be printed.
+  bool const named =
+      std::all_of(input.records.begin(), input.records.end(), [](MatrixLocalInfo const& info) {
+        return info.partition.type >= PARTITION_ROW_WISE &&
+               info.partition.type <= PARTITION_NONE;
+      });
+  LogLevel const level(input.debug && named ? LOG_DEBUG : LOG_ERROR);
+
+  Conclusion const expected = ExpectedConclusion(input.records);
+  CheckConclusions(input, expected);
+  for (int rank = 0; rank < RankCount(input); ++rank)
+    if (CanExist(input.records[static_cast<std::size_t>(rank)]))
+      OperateOnRank(input, rank, expected);
+}
+
+}  // namespace
+}  // namespace Pavex
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+  [[maybe_unused]] static bool const quiet = Pavex::BeQuiet();
+  Pavex::Run(Pavex::Parse(data, size));
+  return 0;
+}

@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Fuzzes for longer than the tests do.
+#
+#   tests/fuzz/run.sh [TARGET] [SECONDS]     default: every target in turn, 600 seconds each
+#
+# Builds the preset fuzz, and keeps in build/fuzz-corpus/TARGET what it finds, so that the next run
+# goes on from there. An input that breaks the target is left beside that folder as
+# TARGET-crash-... (leak-, oom-, timeout-): mend the cause and keep the input in
+# tests/fuzz/corpus/TARGET under a name that says what it showed; every tree replays it there.
+#
+# To take over into a folder of the corpus the smallest inputs that reach something new:
+#   build/fuzz/tests/fuzz/TARGET_fuzz -merge=1 tests/fuzz/corpus/TARGET build/fuzz-corpus/TARGET
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+
+targets=(${1:-gathers matrix_market options records})
+seconds=${2:-600}
+
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz
+
+for target in "${targets[@]}"; do
+  found=build/fuzz-corpus/$target
+  mkdir -p "$found"
+  echo "== $target, $seconds seconds; its findings are in $found"
+  nice build/fuzz/tests/fuzz/"${target}"_fuzz -max_total_time="$seconds" -max_len=4096 \
+    -rss_limit_mb=1024 -malloc_limit_mb=256 -timeout=120 -print_final_stats=1 \
+    -artifact_prefix="$found-" "$found" tests/fuzz/corpus/"$target"
+done
