@@ -70,7 +70,7 @@ struct Shown {
       mPlane = PlaneOf(result.mGrid, result.mSolution, static_cast<long>(kSide));
       mRange = RangeOf(mPlane.mValues);
     } else {
-      mRuns = RunsOf(result.mSolution, static_cast<long>(kSide));
+      mRuns = RunsOf(result.mSolution, static_cast<long>(kSide) * kPixelsPerPoint);
       mRange = RangeOf(result.mSolution);
     }
     mMarks = ValueMarks(mRange.mLow, mRange.mHigh, 9);
