@@ -82,6 +82,29 @@ TEST(MatrixCOO, ShowsTheLengthOfItsValueArrayAsItsEntryCount) {
   EXPECT_EQ(store.coo.values, nullptr);
 }
 
+TEST(MatrixCOO, ShowsTheValuesInUseNotTheRoomForThem) {
+  int rowIdx[3] = {0, 1, 2};
+  int colIdx[3] = {0, 1, 2};
+  double values[3] = {};
+  auto matrix = MatrixCOO<double, int>::Borrow(3, 3, 3, rowIdx, colIdx, values);
+  matrix.mValues.mSize = 2;
+  PavexMatrixStore store = MarkedStore();
+
+  matrix.Query(store);
+
+  EXPECT_EQ(store.coo.nnz, 2);
+}
+
+TEST(MatrixCOO, CountsItsRowIndices) {
+  int rowIdx[2] = {0, 1};
+  int colIdx[2] = {0, 1};
+  auto matrix = MatrixCOO<double, int>::Borrow(2, 2, 2, rowIdx, colIdx, nullptr);
+
+  matrix.mColIdx.mSize = 1;
+
+  EXPECT_EQ(matrix.NNZ(), 2);
+}
+
 TEST(MatrixCOO, CountsTheEntriesOfAPattern) {
   int rowIdx[2] = {0, 1};
   int colIdx[2] = {0, 1};

@@ -131,6 +131,22 @@ TEST(MatrixDense, BorrowsFromTheFirstToTheLastElement) {
   EXPECT_TRUE(matrix.HasValues());
 }
 
+TEST(MatrixDense, BorrowsASingleRunAndRunsOfASingleElement) {
+  std::vector<double> values(9);
+
+  EXPECT_EQ(Dense::Borrow(1, 3, true, 4, values.data()).mValues.mSize, 3);
+  EXPECT_EQ(Dense::Borrow(3, 1, true, 4, values.data()).mValues.mSize, 9);
+}
+
+TEST(MatrixDense, HasNoValuesInRoomThatIsNotUsed) {
+  std::vector<double> values(6);
+  Dense matrix = Dense::Borrow(3, 2, true, 2, values.data());
+
+  matrix.mValues.mSize = 0;
+
+  EXPECT_FALSE(matrix.HasValues());
+}
+
 TEST(MatrixDense, BorrowsNoElementOfAnEmptyMatrix) {
   double value = 0;
 

@@ -62,6 +62,17 @@ TEST(MatrixBase, TellsItsPlaceInTheWholeMatrix) {
   EXPECT_EQ(matrix.mCols, 3);
 }
 
+TEST(MatrixBase, TellsItsPlaceAmongTheColumns) {
+  MatrixDense<double, int> matrix = MatrixDense<double, int>::Borrow(2, 3, true, 3, nullptr);
+
+  matrix.PlaceIn(2, 10, MatrixPartition::ColumnWise(4));
+
+  EXPECT_EQ(matrix.mGlobalRows, 2);
+  EXPECT_EQ(matrix.mGlobalCols, 10);
+  EXPECT_EQ(matrix.mPartition.type, PARTITION_COLUMN_WISE);
+  EXPECT_EQ(matrix.mPartition.begin, 4);
+}
+
 TEST(MatrixBase, FreesTheArraysOfTheDerivedClassWhenDeleted) {
   LedgerPool pool;
   auto created = std::make_unique<MatrixCSR<double, int>>();

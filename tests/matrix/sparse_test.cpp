@@ -135,6 +135,17 @@ TYPED_TEST(SparseMatrix, HasValuesWhenTheirArrayIsNotEmpty) {
   EXPECT_EQ(matrix.NNZ(), 3);
 }
 
+TYPED_TEST(SparseMatrix, CountsTheElementsInUseNotTheRoomForThem) {
+  LedgerPool pool;
+  TypeParam matrix = this->Make(pool);
+
+  Sparse<TypeParam>::First(matrix).mSize = 0;
+  matrix.mValues.mSize = 0;
+
+  EXPECT_EQ(matrix.NNZ(), 0);
+  EXPECT_FALSE(matrix.HasValues());
+}
+
 TYPED_TEST(SparseMatrix, GivesItsArraysBackInReverseOrder) {
   using T = typename Sparse<TypeParam>::Value;
   using I = typename Sparse<TypeParam>::Index;
@@ -302,6 +313,19 @@ TYPED_TEST(SparseMatrix, IsCreatedWithRoomForItsEntries) {
   EXPECT_EQ(matrix.mGlobalCols, 3);
   EXPECT_EQ(Sparse<TypeParam>::Second(matrix).mSize, 3);
   EXPECT_TRUE(LedgerPool::Untouched(matrix.mValues.mData, 3 * sizeof(T)));
+}
+
+TYPED_TEST(SparseMatrix, IsCreatedWithTheShapeAskedFor) {
+  LedgerPool pool;
+  TypeParam matrix;
+
+  PavexStatus const status = TypeParam::Create(pool, 2, 5, 1, true, matrix);
+
+  EXPECT_EQ(status, STATUS_OK);
+  EXPECT_EQ(matrix.mRows, 2);
+  EXPECT_EQ(matrix.mCols, 5);
+  EXPECT_EQ(matrix.mGlobalRows, 2);
+  EXPECT_EQ(matrix.mGlobalCols, 5);
 }
 
 TYPED_TEST(SparseMatrix, IsCreatedAsAPatternWithoutAValueArray) {

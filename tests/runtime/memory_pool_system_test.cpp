@@ -1,0 +1,85 @@
+// What the pool takes from the system, and what the system has back.
+
+#include "pavex/runtime/memory_pool.h"
+
+#include <cstring>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+namespace Pavex {
+namespace {
+
+constexpr std::size_t kMiB = std::size_t{1} << 20;
+constexpr std::size_t kPage = std::size_t{64} << 10;  // a multiple of every page size
+
+void* Take(MemoryPool& pool, std::size_t bytes) {
+  void* block = nullptr;
+  EXPECT_EQ(pool.Allocate(&block, bytes), STATUS_OK);
+  return block;
+}
+
+// A written block of `bytes` bytes that `pool` keeps.
+unsigned char* PutWritten(MemoryPool& pool, std::size_t bytes) {
+  void* const block = Take(pool, bytes);
+  std::memset(block, 1, bytes);
+  pool.Deallocate(block, bytes);
+  return static_cast<unsigned char*>(block);
+}
+
+// Whether memory stands behind the page that starts at `address`.
+bool IsBacked(unsigned char* address) {
+  unsigned char resident = 0;
+  EXPECT_EQ(mincore(address, 1, &resident), 0);
+  return (resident & 1) != 0;
+}
+
+// Pages of the address space in use.
+long Pages() {
+  long pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  return pages;
+}
+
+// The sizes differ so that the mappings they are cut out of start at different places.
+TEST(MemoryPoolAndSystem, GivesTheWholeAddressRangeOfALargeBlockBack) {
+  constexpr int kRounds = 64;
+  MemoryPool pool;
+  pool.SetLimit(0);
+  PutWritten(pool, 8 * kMiB);
+  long const before = Pages();
+
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    std::size_t const bytes = 8 * kMiB + round * kPage;
+    pool.Deallocate(Take(pool, bytes), bytes);
+  }
+
+  EXPECT_LT(Pages() - before, kRounds);
+}
+
+TEST(MemoryPoolAndSystem, GivesTheMemoryBehindTheTailOfALargeBlockBack) {
+  MemoryPool pool;
+  unsigned char* const block = PutWritten(pool, 8 * kMiB);
+
+  pool.SetLimit(4 * kMiB);
+
+  EXPECT_EQ(pool.BytesCached(), 4 * kMiB);
+  EXPECT_TRUE(IsBacked(block + 4 * kMiB - kPage));
+  EXPECT_FALSE(IsBacked(block + 4 * kMiB));
+  EXPECT_FALSE(IsBacked(block + 8 * kMiB - kPage));
+}
+
+TEST(MemoryPoolAndSystem, TrimsALargeBlockAgain) {
+  MemoryPool pool;
+  unsigned char* const block = PutWritten(pool, 8 * kMiB);
+  pool.SetLimit(4 * kMiB);
+
+  pool.SetLimit(2 * kMiB);
+
+  EXPECT_EQ(pool.BytesCached(), 2 * kMiB);
+  EXPECT_TRUE(IsBacked(block));
+  EXPECT_FALSE(IsBacked(block + 2 * kMiB));
+}
+
+}  // namespace
+}  // namespace Pavex
