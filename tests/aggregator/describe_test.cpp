@@ -374,6 +374,14 @@ TEST(Describe, TellsWhereTheEntriesTogetherBecomeTooMany) {
             "memory can hold\n");
 }
 
+TEST(Describe, TellsANegativeNumberOfEntriesOfTheFirstProcess) {
+  MatrixLocalInfo negative = RowBand(0, 10);
+  negative.nnz = -1;
+
+  EXPECT_EQ(Refusal({negative, RowBand(10, 5)}),
+            "refused: process 0 has -1 entries; expected 0 or more\n");
+}
+
 TEST(Describe, TellsAStoreTypeThatNobodyKnows) {
   MatrixLocalInfo odd = Whole();
   odd.storeType = static_cast<PavexMatrixStoreType>(13);

@@ -70,6 +70,22 @@ TEST(FrontDoors, AllgatherOntoEveryRank) {
   });
 }
 
+TEST(FrontDoors, GatherPiecesAfterAWholeMatrix) {
+  LocalComm::Run(2, [](std::shared_ptr<Comm> const& comm) {
+    RankUnderTest<> rank(comm);
+    CooPiece<> const whole(4, 5, {0, 1}, {0, 2}, {10, 20});
+    CooPiece<> const piece = Share(comm->Rank());
+    ASSERT_EQ(rank.aggregator.Allgather(rank.comm, whole.matrix, true), STATUS_OK);
+    ASSERT_TRUE(rank.aggregator.mLocalIsWhole);
+
+    ASSERT_EQ(rank.aggregator.Allgather(rank.comm, piece.matrix, true), STATUS_OK);
+
+    EXPECT_FALSE(rank.aggregator.mLocalIsWhole);
+    EXPECT_EQ(rank.aggregator.mSourceRank, -2);
+    EXPECT_EQ(rank.aggregator.Target()->NNZ(), Share(0).matrix.NNZ() + Share(1).matrix.NNZ());
+  });
+}
+
 TEST(FrontDoors, StampTheGatheredMatrixWithTheReferenceProcessesDescription) {
   LocalComm::Run(2, [](std::shared_ptr<Comm> const& comm) {
     RankUnderTest<> rank(comm);
@@ -120,6 +136,16 @@ TEST(NullCommunicator, IsRefusedByAllgatherToo) {
       Watch([&] { return rank.aggregator.Allgather(nullptr, piece.matrix, true); });
 
   ExpectOutcome(outcome, -7, StatusLines(1, -7));
+}
+
+TEST(NullCommunicator, CostsAllgatherTheOldMatrixToo) {
+  RankUnderTest<> rank = SingleRank();
+  CooPiece<> const piece = Share(0);
+  ASSERT_EQ(Gather(rank, piece.matrix).status, STATUS_OK);
+
+  Watch([&] { return rank.aggregator.Allgather(nullptr, piece.matrix, true); });
+
+  EXPECT_EQ(rank.aggregator.Target(), nullptr);
 }
 
 TEST(NullCommunicator, LeavesNothingToUpdate) {
