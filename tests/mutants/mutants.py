@@ -1,0 +1,245 @@
+#!/usr/bin/env python3
+"""Shows whether the tests notice a library that is wrong: changes it in small ways, one at a
+time, and runs the quick tests on each.
+
+  tests/mutants/mutants.py                        everything
+  tests/mutants/mutants.py --only dense_reorder   the sources whose path holds these letters
+
+Needs Python 3 of Debian 12 and what the tests need; nothing that has to be installed for it
+alone. Works on a copy below build/mutants; see docs/mutants.md. Ends with 1 if a mutant survives
+that survivors.txt does not explain, if fewer than 95 % are caught, or a whole run makes fewer
+than 500.
+"""
+
+import argparse
+import math
+import os
+import re
+import resource
+import signal
+import subprocess
+import sys
+from collections import Counter
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+from sites import Source, render
+
+HERE = Path(__file__).resolve().parent
+ROOT = HERE.parent.parent
+SOURCES = ['pavex/runtime', 'pavex/matrix', 'pavex/aggregator', 'pavex/comm/local_*']
+# The binaries and which of their tests; long ones apart, so that they come last.
+TESTS = [('runtime/runtime_test', '*'), ('matrix/matrix_test', '*'),
+         ('aggregator/aggregator_test', '*'), ('aggregator/dense_test', '*'),
+         ('aggregator/dense_reorder_test', '-*BeyondTheCaches*'),
+         ('aggregator/dense_reorder_test', '*BeyondTheCaches*'), ('comm/local_comm_test', '*')]
+AT_LEAST, CAUGHT_SHARE = 500, 0.95
+CAUGHT = ('failed', 'crashed', 'timeout')
+
+
+class Mutant:
+    def __init__(self, number, path, site, change, line, occurrence):
+        self.number, self.path, self.site, self.kind = number, path, site, site.kind
+        again = f' ({occurrence})' if occurrence > 1 else ''
+        self.key = f'{path} | {site.kind}: {change}{again} | {line}'
+        self.outcome = None
+
+
+class Tree:
+    """The copy, and the mutants in it."""
+
+    def __init__(self, build):
+        self.root, self.build = build / 'tree', build / 'binaries'
+        self.dropped = build / 'dropped.txt'  # what did not compile, also for the next run
+        self.files, self.mutants, self.spans, self.count = {}, [], {}, 0
+        for pattern in SOURCES:
+            for path in sorted(ROOT.glob(pattern + ('' if '*' in pattern else '/*'))):
+                name = str(path.relative_to(ROOT))
+                if path.suffix in ('.h', '.cpp', '.ipp'):
+                    self.find(name, path.read_text())
+
+    def find(self, name, text):
+        sites, keys = Source(text).sites, Counter()
+        dropped = self.dropped.read_text().splitlines() if self.dropped.exists() else []
+        for site in sorted(sites, key=lambda site: (site.start, site.end)):
+            site.first = self.count
+            self.count += len(site.changes)
+            begin = text.rindex('\n', 0, site.start) + 1
+            line = text[begin:text.index('\n', begin)].strip()
+            for number, change in enumerate(site.changes):
+                keys[site.kind, change, begin] += 1
+                mutant = Mutant(site.first + number, name, site, change, line,
+                                keys[site.kind, change, begin])
+                if mutant.key not in dropped:
+                    self.mutants.append(mutant)
+        kept = {mutant.site.first for mutant in self.mutants}
+        self.files[name] = (text, [site for site in sites if site.first in kept])
+
+    def write(self):
+        for folder in ('CMakeLists.txt', 'cmake', 'pavex', 'tests'):
+            files = [ROOT / folder] if (ROOT / folder).is_file() else (ROOT / folder).rglob('*')
+            for path in filter(Path.is_file, files):
+                name = str(path.relative_to(ROOT))
+                content = path.read_bytes()
+                if name in self.files:
+                    mutated, self.spans[name] = render(*self.files[name])
+                    content = mutated.encode()
+                target = self.root / name
+                if not target.exists() or target.read_bytes() != content:
+                    target.parent.mkdir(parents=True, exist_ok=True)
+                    target.write_bytes(content)
+
+    def compile(self, jobs):
+        """Builds the tests; sites that do not compile are dropped on the way."""
+        self.write()
+        subprocess.run(
+            ['cmake', '-S', self.root, '-B', self.build, '-G', 'Ninja',
+             '-DCMAKE_BUILD_TYPE=Release', '-DCMAKE_CXX_FLAGS_RELEASE=-O1', '-DPAVEX_WERROR=OFF',
+             f'-DCMAKE_CXX_FLAGS=-w -include {HERE / "mutant.h"}', '-DPAVEX_TWO_INSTANCES=ON',
+             '-DPAVEX_TOOLS=OFF', '-DPAVEX_EXAMPLES=OFF', '-DPAVEX_BENCH=OFF',
+             '-DPAVEX_INSTALL=OFF'], check=True, stdout=subprocess.DEVNULL)
+        # The libraries first: most of what does not compile shows before the tests are built.
+        for targets in (['pavex', 'pavex_local'], {Path(path).name for path, _ in TESTS}):
+            while not self.ninja(targets, jobs):
+                self.write()
+
+    def ninja(self, targets, jobs):
+        """True if all is built, false if that takes another try without some sites."""
+        built = subprocess.run(['ninja', '-C', self.build, '-k', '0', '-j', str(jobs), *targets],
+                               capture_output=True, text=True)
+        if built.returncode == 0:
+            return True
+        if not self.drop(set(re.findall(r'^([^\s:]+):(\d+):(\d+): error:', built.stdout, re.M))):
+            sys.exit(built.stdout[-10000:] + 'The copy does not compile.')
+        return False
+
+    def drop(self, errors):
+        """Takes the innermost site around each error out; false if there is none."""
+        dropped = set()
+        for path, line, column in errors:
+            name = os.path.relpath(self.build / path, self.root)
+            if name not in self.files:
+                continue
+            lines = (self.root / name).read_text().splitlines(keepends=True)
+            at = sum(map(len, lines[:int(line) - 1])) + int(column) - 1
+            around = [(end - start, first) for first, (start, end) in self.spans[name].items()
+                      if start <= at < end]
+            if around:
+                dropped.add(min(around)[1])
+        for name, (text, sites) in self.files.items():
+            self.files[name] = (text, [site for site in sites if site.first not in dropped])
+        with self.dropped.open('a') as file:
+            file.writelines(m.key + '\n' for m in self.mutants if m.site.first in dropped)
+        self.mutants = [m for m in self.mutants if m.site.first not in dropped]
+        return bool(dropped)
+
+
+def children_seconds():
+    """The processor time of all processes that have ended."""
+    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return usage.ru_utime + usage.ru_stime
+
+
+class Test:
+    """A test binary or a part of it: how long it takes, and which mutants it reaches."""
+
+    def __init__(self, tree, path, pattern):
+        self.path, self.pattern = tree.build / 'tests' / path, pattern
+        self.name = Path(path).name + ('' if pattern == '*' else ' ' + pattern)
+        self.cpu_limit, self.wall_limit = 600, 600
+        seen = tree.build / 'seen'
+        seen.unlink(missing_ok=True)
+        before = children_seconds()
+        if self.run(PAVEX_MUTANTS_SEEN=str(seen)) is not None:
+            sys.exit(f'{self.name} fails without any mutant.')
+        self.seconds = children_seconds() - before
+        # A mutant may wait for ever as well as run for ever; the machine may be busy.
+        self.cpu_limit, self.wall_limit = math.ceil(2 + 3 * self.seconds), 60 + 10 * self.seconds
+        self.seen = seen.read_bytes()
+
+    def run(self, **environment):
+        """None if every test passes, or what went wrong."""
+        limits = ['prlimit', '--core=0', f'--as={8 << 30}', f'--cpu={self.cpu_limit}']
+        try:
+            result = subprocess.run(
+                [*limits, self.path, f'--gtest_filter={self.pattern}', '--gtest_fail_fast'],
+                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL,
+                timeout=self.wall_limit, env={**os.environ, **environment})
+        except subprocess.TimeoutExpired:
+            return 'timeout'
+        if result.returncode == 0:
+            return None
+        if result.returncode in (-signal.SIGXCPU, -signal.SIGKILL):
+            return 'timeout'
+        return 'crashed' if result.returncode < 0 else 'failed'
+
+
+def judge(mutant, tests):
+    reached = [test for test in tests if test.seen[mutant.number]]
+    mutant.outcome = 'survived' if reached else 'not reached'
+    for test in reached:
+        outcome = test.run(PAVEX_MUTANT=str(mutant.number))
+        if outcome is not None:
+            mutant.outcome = outcome
+            return
+
+
+def table(title, mutants, group):
+    columns = (*CAUGHT, 'survived', 'not reached')
+    print(f'\n{title:36}{"mutants":>12}' + ''.join(f'{column:>12}' for column in columns))
+    groups = sorted({group(mutant) for mutant in mutants})
+    for name in [*groups, 'all'] if len(groups) > 1 else groups:
+        outcomes = Counter(m.outcome for m in mutants if name == 'all' or group(m) == name)
+        print(f'{name:36}{sum(outcomes.values()):12}' +
+              ''.join(f'{outcomes[column]:12}' for column in columns))
+
+
+def explained():
+    """The survivors that survivors.txt lists."""
+    lines = (HERE / 'survivors.txt').read_text().splitlines()
+    return {line.strip() for line in lines if line.strip() and not line.startswith('#')}
+
+
+def report(mutants, only):
+    table('file', mutants, lambda mutant: mutant.path)
+    table('kind', mutants, lambda mutant: mutant.kind)
+    caught = sum(mutant.outcome in CAUGHT for mutant in mutants)
+    survivors = {m.key: m.outcome for m in mutants if m.outcome not in CAUGHT}
+    listed = explained()
+    new = [key for key in survivors if key not in listed]
+    gone = [key for key in listed if only in key.split(' | ')[0] and key not in survivors]
+    print(f'\n{caught} of {len(mutants)} mutants caught, {caught / len(mutants):.1%}; '
+          f'{len(survivors) - len(new)} survivors explained in survivors.txt')
+    for key in new:
+        print(f'{survivors[key]}: {key}')
+    for key in gone:
+        print(f'explained, but no survivor: {key}')
+    enough = only or len(mutants) >= AT_LEAST
+    return enough and caught >= CAUGHT_SHARE * len(mutants) and not new and not gone
+
+
+def main():
+    options = argparse.ArgumentParser(description=__doc__,
+                                      formatter_class=argparse.RawDescriptionHelpFormatter)
+    options.add_argument('--only', default='', metavar='PATH', help='part of the sources\' paths')
+    options.add_argument('--build', type=Path, default=ROOT / 'build/mutants', metavar='FOLDER')
+    options.add_argument('--jobs', type=int, default=os.cpu_count())
+    arguments = options.parse_args()
+
+    tree = Tree(arguments.build.resolve())
+    print('building', flush=True)
+    tree.compile(arguments.jobs)
+    print(f'{len(tree.mutants)} mutants; {tree.count - len(tree.mutants)} more do not compile')
+    mutants = [mutant for mutant in tree.mutants if arguments.only in mutant.path]
+    tests = sorted((Test(tree, *test) for test in TESTS), key=lambda test: test.seconds)
+    for test in tests:
+        print(f'{test.name}: {test.seconds:.1f} s, reaches {sum(test.seen)}', flush=True)
+    with ThreadPoolExecutor(arguments.jobs) as pool:
+        for done, _ in enumerate(pool.map(lambda m: judge(m, tests), mutants), 1):
+            if done % 100 == 0:
+                print(f'{done} of {len(mutants)}', flush=True)
+    return 0 if report(mutants, arguments.only) else 1
+
+
+if __name__ == '__main__':
+    sys.exit(main())
