@@ -23,7 +23,8 @@ from collections import Counter
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-from sites import Source, render
+sys.dont_write_bytecode = True
+from sites import Source, render  # noqa: E402
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
