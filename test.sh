@@ -39,18 +39,21 @@ run() {
 }
 
 mkdir -p build
-# Under the sanitizers the library and the reading of files, on two of the eight instantiations;
-# with --all everything on all of them, but for the packages, which build the library themselves.
+# Under the sanitizers and clang++ the library, the reading of files and a short run of the fuzz
+# targets, on two of the eight instantiations and with fewer random cases; with --all everything on
+# all of them, but for the packages, which build the library themselves.
 if [ $all = ON ]; then
   build asan all -DPAVEX_TWO_INSTANCES=OFF
   run asan -LE package
   build tsan thread_tests -DPAVEX_TWO_INSTANCES=OFF
 else
   build asan address_tests -DPAVEX_TWO_INSTANCES=ON
-  run asan -L '^(aggregator|comm|input|matrix|property|runtime)$'
+  export PAVEX_PROPERTY_CASES=1000
+  run asan -L '^(aggregator|comm|fuzz|input|matrix|property|runtime)$'
   build tsan thread_tests -DPAVEX_TWO_INSTANCES=ON
 fi
 run tsan
+unset PAVEX_PROPERTY_CASES
 # Under MPICH the communicator and the library, with --all the command too.
 build mpich mpi_tests -DPAVEX_TOOLS=$all
 run mpich -L mpi
