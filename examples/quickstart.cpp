@@ -1,6 +1,7 @@
-// clang-format off: kept as short as it reads on the front page
 // Two ranks hold two rows each of a 4 x 4 matrix; rank 0 gathers it, then gets new values.
 // Run: build/openmpi/examples/quickstart (no arguments, no MPI)
+// As short as it reads on the front page:
+// clang-format off
 #include <pavex/comm/local_comm.h>
 #include <pavex/pavex.h>
 

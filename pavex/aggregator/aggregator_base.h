@@ -80,7 +80,7 @@ class PAVEX_API AggregatorBase {
                                    int& source);
   // Whether pieces that form one matrix agree, each with the next.
   static PavexStatus CheckForDistMode(Buffer<MatrixLocalInfo> const& infos);
-  // Whether whole matrices agree, each with the first.
+  // Whether whole matrices agree, each with the next.
   static PavexStatus CheckForAllMode(Buffer<MatrixLocalInfo> const& infos);
   // Only a notice about this process's own partition; never fails.
   PavexStatus CheckForOneMode(Buffer<MatrixLocalInfo> const& infos) const;
@@ -104,6 +104,9 @@ class PAVEX_API AggregatorBase {
   // Position of a local band's first row or column inside the gathered matrix. Local.
   long LocalRowColBegin(MatrixPartition const& partition) const;
 
+  // mRoot of an object that no gather has filled.
+  static constexpr int kNoRoot = -2;
+
   // Declared in the order in which their destruction, reversed, gives the memory back.
   std::shared_ptr<Comm> mComm;          // of the last gather; shared with the caller
   MemoryPool* mPool;                    // not owned; outlives the aggregator
@@ -112,7 +115,7 @@ class PAVEX_API AggregatorBase {
   DistMatrixMode mMode = DISTRIBUTED;   // as decided by the records
   int mSourceRank = -2;                 // holder of the whole: a rank, -1 everybody, -2 nobody
   bool mLocalIsWhole = false;           // the local matrix is the whole matrix
-  int mRoot = 0;                        // receiving rank, -1 for every process
+  int mRoot = kNoRoot;                  // receiving rank, -1 for every process
   bool mIsReceiver = false;             // gets the gathered matrix
   bool mWithValues = false;             // values are aggregated as well as the pattern
 

@@ -16,7 +16,8 @@ void FillRecord(MatrixBase const& local, bool withValues, MatrixLocalInfo& info)
   info.pattern = local.mPattern;
   info.attribute = local.mAttribute;
   info.storeType = local.StoreType();
-  info.partition = local.mPartition;
+  info.partition.type = local.mPartition.type;
+  info.partition.begin = local.mPartition.begin;
   info.globalRows = local.mGlobalRows;
   info.globalCols = local.mGlobalCols;
   info.rows = local.mRows;

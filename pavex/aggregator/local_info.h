@@ -46,7 +46,8 @@ inline char const* DistMatrixModeStr(DistMatrixMode mode) noexcept {
 //       56     8  cols
 //       64     8  nnz
 //
-// A new record has no partition, and else what no matrix has, until it arrives.
+// A new record has no partition, and a store type, shapes and entries that no matrix has, until
+// it arrives.
 struct MatrixLocalInfo {
   bool withValues = false;      // the caller's flag: aggregate values as well as the pattern
   std::int32_t pattern = -1;    // MatrixBase::mPattern

@@ -54,8 +54,8 @@ PavexStatus AggregatorBase::InitMetadata(MatrixBase const& local, bool withValue
       mSourceRank = -2;
       status = CheckForDistMode(mLocalInfos);
       break;
-    default:
-      return UnknownMode(mMode);
+    default:                      // GCOVR_EXCL_LINE: one of the three was decided
+      return UnknownMode(mMode);  // GCOVR_EXCL_LINE
   }
   if (Log::Report(status) != STATUS_OK) return status;
 
@@ -146,8 +146,8 @@ PavexStatus AggregatorBase::CheckConsistency(MatrixBase const& local) const {
 }
 
 PavexStatus AggregatorBase::CheckAfterGather(MatrixBase const& local) const {
-  bool const hasRecords = mComm != nullptr && mLocalInfos.mSize != 0;
-  if (!hasRecords || (mIsReceiver && mTarget == nullptr)) return NotGathered();
+  bool const gathered = mComm != nullptr && mLocalInfos.mSize != 0 && mRoot != kNoRoot;
+  if (!gathered || (mIsReceiver && mTarget == nullptr)) return NotGathered();
 
   PavexStatus const status = CheckConsistency(local);
   if (status == STATUS_WRONG_ORDER) return status;  // its own line says it all

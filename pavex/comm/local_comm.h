@@ -14,7 +14,7 @@ class LocalGroup;
 // One rank of a group of n ranks that live in one process, a thread each. Needs nothing but the
 // standard library: the embedded default for trying the library, for unit tests and for
 // programs on one machine. Data goes in one copy from the sender's memory to the receiver's;
-// the ranks of a large operation share that copying. It logs nothing.
+// the ranks of a large operation with large pieces share that copying. It logs nothing.
 //
 // What may be shared between ranks, and what must live how long:
 //

@@ -9,9 +9,7 @@
 
 namespace Pavex {
 
-class Allocator;
-
-// The base of MatrixCSR and MatrixCSC; M is the one of them. "Lines" are the rows of a CSR and
+// The base of MatrixCSR and MatrixCSC; M is one of them. "Lines" are the rows of a CSR and
 // the columns of a CSC. M names three arrays: the offsets, one more than there are lines, the
 // index of each entry within its line, and the values, empty for a pattern.
 //
@@ -47,6 +45,8 @@ class PAVEX_API MatrixCompressed : public MatrixBase {
  protected:
   // An empty 0 x 0 matrix.
   MatrixCompressed() : MatrixBase(ValueTypeOf<T>::kCode, IndexTypeOf<I>::kCode) {}
+  MatrixCompressed(MatrixCompressed&&) = default;
+  MatrixCompressed& operator=(MatrixCompressed&&) = default;
 };
 
 }  // namespace Pavex

@@ -263,6 +263,15 @@ TEST(FailedGather, LeavesNothingToUpdateOnAReceiver) {
   ExpectOutcome(Watch([&] { return rank.aggregator.Update(piece.matrix); }), -11, kNotGathered);
 }
 
+TEST(FailedGather, LeavesNothingToUpdateIfItWasTheFirst) {
+  RankUnderTest<> rank = ShareRank(0);
+  CooPiece<> piece = Share(0);
+  piece.matrix.mPattern += 1;
+  ASSERT_EQ(Gather(rank, piece.matrix).status, STATUS_INCONSISTENT);
+
+  ExpectOutcome(Watch([&] { return rank.aggregator.Update(piece.matrix); }), -11, kNotGathered);
+}
+
 TEST(FailedGather, MayBeFollowedByAGatherThatSucceeds) {
   RankUnderTest<> rank = ShareRank(0);
   CooPiece<> const piece = Share(0);

@@ -55,12 +55,19 @@ TEST(MatrixLocalInfo, HoldsWhatNoMatrixHasUntilItArrives) {
 
   EXPECT_FALSE(info->Arrived());
   EXPECT_EQ(At<char>(*info, 0), 0);
-  for (std::size_t const offset : {4, 8, 12})
+  for (std::size_t const offset : {4UL, 8UL, 12UL})
     EXPECT_EQ(At<std::int32_t>(*info, offset), -1);
   EXPECT_EQ(At<std::int32_t>(*info, 16), 3);
   EXPECT_EQ(At<std::int64_t>(*info, 24), 0);
-  for (std::size_t const offset : {32, 40, 48, 56, 64})
+  for (std::size_t const offset : {32UL, 40UL, 48UL, 56UL, 64UL})
     EXPECT_EQ(At<std::int64_t>(*info, offset), -1);
+}
+
+TEST(DistMatrixModeStr, NamesTheThreeModesAndNoOther) {
+  EXPECT_STREQ(DistMatrixModeStr(DISTRIBUTED), "DISTRIBUTED");
+  EXPECT_STREQ(DistMatrixModeStr(CENTRALIZED_ALL), "CENTRALIZED_ALL");
+  EXPECT_STREQ(DistMatrixModeStr(CENTRALIZED_ONE), "CENTRALIZED_ONE");
+  EXPECT_STREQ(DistMatrixModeStr(static_cast<DistMatrixMode>(99)), "unknown");
 }
 
 TEST(MatrixLocalInfo, TakesAnyByteButZeroForAFlagThatIsSet) {
@@ -280,6 +287,7 @@ TEST(GatherLocalInfo, LeavesThePaddingAsTheMemoryHeldIt) {
   ASSERT_EQ(rank.aggregator.GatherLocalInfo(piece.matrix, true, infos), STATUS_OK);
 
   EXPECT_TRUE(UntouchedFrom(infos.mData[0], 1, 3));
+  EXPECT_TRUE(UntouchedFrom(infos.mData[0], 20, 4));
 }
 
 TEST(GatherLocalInfo, RefusesACommunicatorWithoutItselfBeforeItAllocates) {

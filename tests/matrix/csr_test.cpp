@@ -8,10 +8,16 @@
 
 #include <gtest/gtest.h>
 #include <limits>
+#include <type_traits>
 #include <vector>
 
 namespace Pavex {
 namespace {
+
+// What rows and columns share is not a matrix of its own.
+using Shared = MatrixCompressed<MatrixCSR<double, int>, double, int>;
+static_assert(!std::is_constructible_v<Shared, MatrixCSR<double, int>&&>);
+static_assert(!std::is_assignable_v<Shared&, MatrixCSR<double, int>&&>);
 
 template <typename Instance>
 class MatrixCSRTest : public ::testing::Test {};
