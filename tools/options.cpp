@@ -83,6 +83,22 @@ void RefuseSameFile(std::string const& option, std::string const& path,
 
 }  // namespace
 
+PavexMatrixStoreType StoreTypeOf(Format format) {
+  switch (format) {
+    case Format::COO:
+      return STORE_COO_0;
+    case Format::CSR:
+      return STORE_CSR_0;
+    case Format::CSC:
+      return STORE_CSC_0;
+    case Format::DENSE_ROW:
+      return STORE_DENSE_ROW_MAJOR;
+    case Format::DENSE_COL:
+      break;
+  }
+  return STORE_DENSE_COL_MAJOR;
+}
+
 char const* NameOf(Format format) {
   return Find(kFormats, format);
 }

@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include "pavex/matrix/store.h"
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,6 +29,9 @@ inline bool IsCompressed(Format format) {
 inline bool IsComplex(ValueKind kind) {
   return kind == ValueKind::COMPLEX_FLOAT || kind == ValueKind::COMPLEX_DOUBLE;
 }
+
+// The store type of the matrices that the library sees; sparse ones have part code 0.
+PavexMatrixStoreType StoreTypeOf(Format format);
 
 // The word for a choice, as it is typed behind the option: "dense-row".
 char const* NameOf(Format format);

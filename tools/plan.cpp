@@ -14,22 +14,6 @@ constexpr long kRecordBytes = sizeof(MatrixLocalInfo);
 constexpr long kCountBytes = sizeof(int);
 constexpr long kNearLimit = kMaxEntries / 10 * 9;
 
-PavexMatrixStoreType StoreTypeOf(Format format) {
-  switch (format) {
-    case Format::COO:
-      return STORE_COO_0;
-    case Format::CSR:
-      return STORE_CSR_0;
-    case Format::CSC:
-      return STORE_CSC_0;
-    case Format::DENSE_ROW:
-      return STORE_DENSE_ROW_MAJOR;
-    case Format::DENSE_COL:
-      break;
-  }
-  return STORE_DENSE_COL_MAJOR;
-}
-
 // The entries of all pieces, counted without a matrix in memory.
 std::vector<long> CountEntries(Source const& source, GatherOptions const& options,
                                std::vector<Piece> const& pieces) {

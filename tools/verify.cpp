@@ -15,22 +15,6 @@ namespace Pavex::Tool {
 
 namespace {
 
-PavexMatrixStoreType StoreTypeOf(Format format) {
-  switch (format) {
-    case Format::COO:
-      return STORE_COO_0;
-    case Format::CSR:
-      return STORE_CSR_0;
-    case Format::CSC:
-      return STORE_CSC_0;
-    case Format::DENSE_ROW:
-      return STORE_DENSE_ROW_MAJOR;
-    case Format::DENSE_COL:
-      break;
-  }
-  return STORE_DENSE_COL_MAJOR;
-}
-
 // Calls use(row, entries of the row in `chunk`: first, last) for the rows [begin, end) of the
 // source until it returns a difference. Takes the source in chunks of about a million entries.
 template <typename Use>
