@@ -3,22 +3,25 @@
 #
 #   ./test.sh              what every change must pass; under 20 minutes on 2 cores
 #   ./test.sh --all        the slow tests as well; under an hour
+#   ./test.sh --coverage   the library's tests alone, and which lines and branches of pavex/ they
+#                          reach
 #
 # PAVEX_MATRIX_DIR names a folder of Matrix Market files that are read and gathered as well.
 set -euo pipefail
 cd "$(dirname "$0")"
 . cmake/setup.sh
 
-all=OFF
+all=OFF coverage=OFF
 case "${1:-}" in
   --all) all=ON ;;
+  --coverage) coverage=ON ;;
   "") ;;
   *) echo "test.sh: unknown option '$1'; see the head of the file" >&2; exit 2 ;;
 esac
 
 need "${build_packages[@]}" ccache libgtest-dev libgmock-dev libeigen3-dev libsuitesparse-dev \
   libopenmpi-dev openmpi-bin libmpich-dev mpich iproute2 make dpkg-dev file groff-base \
-  clang libclang-rt-dev clang-tidy clang-format cppcheck valgrind doxygen graphviz gcovr python3
+  clang libclang-rt-dev clang-tidy clang-format cppcheck valgrind doxygen gcovr
 
 jobs=$(nproc)
 export CCACHE_BASEDIR=$PWD CCACHE_SLOPPINESS=pch_defines,time_macros
@@ -39,6 +42,12 @@ run() {
 }
 
 mkdir -p build
+if [ $coverage = ON ]; then
+  build coverage coverage_tests
+  find build/coverage -name '*.gcda' -delete
+  run coverage -L '^(aggregator|comm|faults|fuzz|matrix|mpi|property|runtime)$'
+  exec gcovr --config tests/gcovr.cfg
+fi
 # Under the sanitizers and clang++ the library, the reading of files and a short run of the fuzz
 # targets, on two of the eight instantiations and with fewer random cases; with --all everything on
 # all of them, but for the packages, which build the library themselves.

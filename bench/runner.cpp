@@ -59,7 +59,8 @@ nlohmann::ordered_json ToJson(Subject const& subject, Times const& times) {
 std::string RatioText(Subject const& subject, Times const& times) {
   char text[64];
   if (subject.atMost > 0)
-    std::snprintf(text, sizeof text, "%.2f (at most %g)", Median(times.ratios), subject.atMost);
+    std::snprintf(text, sizeof text, "%.2f (at most %.3g)", Median(times.ratios),
+                  subject.atMost);
   else
     std::snprintf(text, sizeof text, "%.2f", Median(times.ratios));
   return text;

@@ -63,7 +63,6 @@ struct TextStyle {
 };
 
 constexpr Colour kInk{34, 34, 34};
-constexpr Colour kFaintInk{150, 150, 150};
 constexpr Colour kPaper{255, 255, 255};
 
 // Used by one thread. Throws std::bad_alloc or InputError if the picture cannot be drawn.

@@ -1,3 +1,5 @@
+// Showable of canvas.h, which every kind of picture needs and the tests reach without Cairo.
+
 #include "tools/canvas.h"
 
 #include <cstddef>

@@ -27,7 +27,6 @@ class SolverInput {
 
   // View() is the transpose of the operator.
   bool IsTransposed() const { return mIsTransposed; }
-  bool IsInPlace() const { return mIsInPlace; }
 
   // As in "csr in place, as the transpose".
   std::string Description() const;

@@ -221,6 +221,7 @@ void MoveBlock(Pieces const& pieces, Block block, std::size_t ld, char const* co
 }
 
 // Takes a block apart: each piece is packed in the scratch and leaves from there.
+// NOLINTNEXTLINE(readability-non-const-parameter): `comm` is written through the targets
 void MoveBlock(Pieces const& pieces, Block block, std::size_t ld, char* comm,
                char const* global, Out const& out) {
   alignas(kLine) char scratch[kScratchBytes];

@@ -1,10 +1,11 @@
 // Matrices of Eigen as local pieces, and gathered matrices as matrices of Eigen: no array is
 // copied, in neither direction. Header-only and not part of pavex.h; needs Eigen 3.3 or later.
 //
-//   Eigen::SparseMatrix<double, Eigen::RowMajor> rows = ...;     // this rank's rows, global
-//   columns auto piece = Pavex::BorrowEigenSparse(rows);                 // a MatrixCSR<double,
-//   int> piece.PlaceIn(n, n, Pavex::MatrixPartition::RowWise(begin)); aggregator.Gather(comm,
-//   piece, true); if (aggregator.Target() != nullptr) {
+//   Eigen::SparseMatrix<double, Eigen::RowMajor> rows = ...;  // this rank's, global columns
+//   auto piece = Pavex::BorrowEigenSparse(rows);              // a MatrixCSR<double, int>
+//   piece.PlaceIn(n, n, Pavex::MatrixPartition::RowWise(begin));
+//   aggregator.Gather(comm, piece, true);
+//   if (aggregator.Target() != nullptr) {
 //     auto whole = Pavex::ViewAsEigen<decltype(rows)>(*aggregator.Target());  // an Eigen::Map
 //   }
 //

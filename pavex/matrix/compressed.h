@@ -45,8 +45,8 @@ class PAVEX_API MatrixCompressed : public MatrixBase {
  protected:
   // An empty 0 x 0 matrix.
   MatrixCompressed() : MatrixBase(ValueTypeOf<T>::kCode, IndexTypeOf<I>::kCode) {}
-  MatrixCompressed(MatrixCompressed&&) = default;
-  MatrixCompressed& operator=(MatrixCompressed&&) = default;
+  MatrixCompressed(MatrixCompressed&&) noexcept = default;
+  MatrixCompressed& operator=(MatrixCompressed&&) noexcept = default;
 };
 
 }  // namespace Pavex

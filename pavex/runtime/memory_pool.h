@@ -22,7 +22,8 @@ namespace Pavex {
 //
 // All numbers count requested bytes. What the system hands out is more by rounding each block
 // up to a multiple of 64 bytes, from kHugeBytes on by 2 KiB in front and then to a multiple of
-// 64 KiB, of which the untouched pages cost nothing. Requests of 0 bytes share one block that is not null; they count as blocks.
+// 64 KiB, of which the untouched pages cost nothing. Requests of 0 bytes share one block that
+// is not null; they count as blocks.
 //
 // Meant to be derived from: an application that overrides Allocate and Deallocate leaves all of
 // the above unused. Blocks in use when the pool is destroyed are lost. Local, and no lock: one

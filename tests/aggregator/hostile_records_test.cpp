@@ -55,6 +55,27 @@ TEST(HostileRecords, RefusesCompressedRowsWhoseOffsetsWrapInBytes) {
   ExpectNothingMoved(*comm);
 }
 
+TEST(HostileRecords, RefusesCompressedPiecesWithANegativeNumberOfRows) {
+  LogLevel const silent(-1);
+  LedgerPool pool;
+  int ptr[] = {0, 1, 2, 3};
+  int col[] = {0, 0, 0};
+  double values[] = {1, 2, 3};
+  auto local = MatrixCSR<double, int>::Borrow(3, 1, ptr, col, values);
+  local.PlaceIn(3, 1, MatrixPartition::RowWise(0));
+  MatrixLocalInfo peer = RecordOf(local, true);
+  peer.partition.begin = 3;
+  peer.rows = -1;
+  peer.nnz = 0;
+  auto const comm = WithPeer(RecordOf(local, true), peer);
+  Aggregator<double, int> aggregator(&pool);
+
+  PavexStatus const status = aggregator.Gather(comm, local, true);
+
+  EXPECT_EQ(status, STATUS_INCONSISTENT);
+  ExpectNothingMoved(*comm);
+}
+
 TEST(HostileRecords, RefusesDensePiecesWhoseStorageWrapsInBytes) {
   LogLevel const silent(-1);
   MemoryPool pool;

@@ -133,6 +133,19 @@ TEST(LocalCommMismatch, GathervWithoutCountsOnRootFailsOnAllRanks) {
   EXPECT_TRUE(target.Untouched());
 }
 
+TEST(LocalCommMismatch, GathervWithoutDisplacementsOnRootFailsOnAllRanks) {
+  Guarded target;
+  int const counts[] = {1, 1};
+
+  auto const statuses = RunRanks(2, [&](Comm const& comm, int rank) {
+    return comm.Gatherv(&rank, 1, DATATYPE_INT, target.mValues, counts, nullptr, DATATYPE_INT,
+                        0);
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
+  EXPECT_TRUE(target.Untouched());
+}
+
 TEST(LocalCommMismatch, InPlaceMarkerAsReceiveBufferFailsOnAllRanks) {
   auto* const marker = const_cast<std::int32_t*>(&Comm::IN_PLACE_OBJ);
 
@@ -236,6 +249,26 @@ TEST(LocalCommMismatch, AllreduceRefusesWhatHasNoMeaning) {
   });
 
   EXPECT_EQ(statuses, All(1, kFailed));
+}
+
+TEST(LocalCommMismatch, AllreduceOfOtherTypeFailsOnAllRanks) {
+  Statuses const statuses = RunRanks(2, [](Comm const& comm, int rank) {
+    float const mine = 1;
+    float result = 0;
+    return comm.Allreduce(&mine, &result, 1, rank == 0 ? DATATYPE_INT : DATATYPE_FLOAT,
+                          REDUCE_SUM);
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
+}
+
+TEST(LocalCommMismatch, AllreduceWithoutOperandFailsOnAllRanks) {
+  Statuses const statuses = RunRanks(2, [](Comm const& comm, int rank) {
+    int result = 0;
+    return comm.Allreduce(rank == 0 ? nullptr : &rank, &result, 1, DATATYPE_INT, REDUCE_SUM);
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
 }
 
 TEST(LocalCommMismatch, LaterOperationsWorkAsBefore) {

@@ -12,6 +12,8 @@
 #   build/fuzz/tests/fuzz/TARGET_fuzz -merge=1 tests/fuzz/corpus/TARGET build/fuzz-corpus/TARGET
 set -euo pipefail
 cd "$(dirname "$0")/../.."
+. cmake/setup.sh
+need "${build_packages[@]}" libgtest-dev libgmock-dev clang libclang-rt-dev
 
 targets=(${1:-gathers matrix_market options records})
 seconds=${2:-600}

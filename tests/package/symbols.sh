@@ -5,7 +5,7 @@ set -euo pipefail
 work=$1
 
 public='Allocator|MemoryPool|Log|Comm|SelfComm|LocalComm|MpiComm|MatrixBase|AggregatorBase'
-public+='|MatrixDense<.*>|MatrixCSR<.*>|MatrixCSC<.*>|MatrixCOO<.*>|Aggregator<.*>'
+public+='|MatrixCompressed<.*>|MatrixDense<.*>|MatrixCSR<.*>|MatrixCSC<.*>|MatrixCOO<.*>|Aggregator<.*>'
 member="((int|void|[a-z]+) )?Pavex::($public)::.+"
 about="(vtable|typeinfo|typeinfo name) for Pavex::($public)"
 function='Pavex::DatatypeSize\(Pavex::Datatype\)|PavexStatusStr\(int\)|PavexVersion\(\)|PavexBuildInfo\(\)'
