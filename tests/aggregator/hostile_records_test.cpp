@@ -34,7 +34,8 @@ void ExpectNothingMoved(TraceComm const& comm) {
   EXPECT_EQ(comm.DataTexts()[0].rfind("Allgather(", 0), 0U) << comm.DataTexts()[0];
 }
 
-TEST(HostileRecords, RefusesCompressedRowsWhoseOffsetsWrapInBytes) {
+// A gather of 3 compressed rows before a peer that claims to have as many as `rows` says.
+void ExpectRowsRefused(std::int64_t rows) {
   LogLevel const silent(-1);
   LedgerPool pool;
   int ptr[] = {0, 1, 2, 3};
@@ -44,7 +45,7 @@ TEST(HostileRecords, RefusesCompressedRowsWhoseOffsetsWrapInBytes) {
   local.PlaceIn(3, 1, MatrixPartition::RowWise(0));
   MatrixLocalInfo peer = RecordOf(local, true);
   peer.partition.begin = 3;
-  peer.rows = 4 * kHuge;
+  peer.rows = rows;
   peer.nnz = 0;
   auto const comm = WithPeer(RecordOf(local, true), peer);
   Aggregator<double, int> aggregator(&pool);
@@ -55,25 +56,12 @@ TEST(HostileRecords, RefusesCompressedRowsWhoseOffsetsWrapInBytes) {
   ExpectNothingMoved(*comm);
 }
 
+TEST(HostileRecords, RefusesCompressedRowsWhoseOffsetsWrapInBytes) {
+  ExpectRowsRefused(4 * kHuge);
+}
+
 TEST(HostileRecords, RefusesCompressedPiecesWithANegativeNumberOfRows) {
-  LogLevel const silent(-1);
-  LedgerPool pool;
-  int ptr[] = {0, 1, 2, 3};
-  int col[] = {0, 0, 0};
-  double values[] = {1, 2, 3};
-  auto local = MatrixCSR<double, int>::Borrow(3, 1, ptr, col, values);
-  local.PlaceIn(3, 1, MatrixPartition::RowWise(0));
-  MatrixLocalInfo peer = RecordOf(local, true);
-  peer.partition.begin = 3;
-  peer.rows = -1;
-  peer.nnz = 0;
-  auto const comm = WithPeer(RecordOf(local, true), peer);
-  Aggregator<double, int> aggregator(&pool);
-
-  PavexStatus const status = aggregator.Gather(comm, local, true);
-
-  EXPECT_EQ(status, STATUS_INCONSISTENT);
-  ExpectNothingMoved(*comm);
+  ExpectRowsRefused(-1);
 }
 
 TEST(HostileRecords, RefusesDensePiecesWhoseStorageWrapsInBytes) {
