@@ -62,7 +62,7 @@ std::vector<Round> OneRoundOfEachKind(int ranks) {
        ++draw) {
     Rng rng(kSeed, draw);
     Round round = MakeRound(rng, ranks);
-    if (round.flaw == Flaw::NONE) byKind.emplace(KindOf(round), std::move(round));
+    if (round.flaw == RoundFlaw::NONE) byKind.emplace(KindOf(round), std::move(round));
   }
   std::vector<Round> rounds;
   for (auto& [kind, round] : byKind)

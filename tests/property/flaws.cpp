@@ -7,16 +7,18 @@ namespace Pavex {
 namespace {
 
 // The flaws with which every rank comes to the refusal from the records alone.
-std::vector<Flaw> FittingFlaws(Round const& round) {
+std::vector<RoundFlaw> FittingFlaws(Round const& round) {
   Piece const& reference = round.Reference();
   bool const pieces = round.holding == Holding::PIECES;
   bool const bands = pieces && reference.partition != 2;
-  std::vector<Flaw> fitting = {Flaw::PATTERN,   Flaw::ATTRIBUTE,    Flaw::STORE,
-                               Flaw::PARTITION, Flaw::GLOBAL_SHAPE, Flaw::VALUES};
-  if (pieces && round.pieces.size() > 2) fitting.push_back(Flaw::SOME_EMPTY);
-  if (bands) fitting.push_back(Flaw::GAP);
-  if (bands && round.IsDense() && reference.withValues) fitting.push_back(Flaw::CROSS_EXTENT);
-  if (bands && round.IsCompressed()) fitting.push_back(Flaw::WRONG_AXIS);
+  std::vector<RoundFlaw> fitting = {RoundFlaw::PATTERN,      RoundFlaw::ATTRIBUTE,
+                                    RoundFlaw::STORE,        RoundFlaw::PARTITION,
+                                    RoundFlaw::GLOBAL_SHAPE, RoundFlaw::VALUES};
+  if (pieces && round.pieces.size() > 2) fitting.push_back(RoundFlaw::SOME_EMPTY);
+  if (bands) fitting.push_back(RoundFlaw::GAP);
+  if (bands && round.IsDense() && reference.withValues)
+    fitting.push_back(RoundFlaw::CROSS_EXTENT);
+  if (bands && round.IsCompressed()) fitting.push_back(RoundFlaw::WRONG_AXIS);
   return fitting;
 }
 
@@ -51,37 +53,37 @@ void TurnBands(Round& round) {
 
 void ApplyTo(Round& round, Piece& piece) {
   switch (round.flaw) {
-    case Flaw::SOME_EMPTY:
+    case RoundFlaw::SOME_EMPTY:
       return Empty(round, piece);
-    case Flaw::GAP:
+    case RoundFlaw::GAP:
       ++piece.begin;
       break;
-    case Flaw::PATTERN:
+    case RoundFlaw::PATTERN:
       ++piece.pattern;
       break;
-    case Flaw::ATTRIBUTE:
+    case RoundFlaw::ATTRIBUTE:
       ++piece.attribute;
       break;
-    case Flaw::STORE:
+    case RoundFlaw::STORE:
       if (round.IsDense())
         piece.rowMajor = !piece.rowMajor;
       else
         piece.part = piece.part == 0 ? 1 : 0;
       break;
-    case Flaw::PARTITION:
+    case RoundFlaw::PARTITION:
       piece.partition = piece.partition == 0 ? 1 : 0;
       break;
-    case Flaw::GLOBAL_SHAPE:
+    case RoundFlaw::GLOBAL_SHAPE:
       ++piece.globalRows;
       break;
-    case Flaw::VALUES:
+    case RoundFlaw::VALUES:
       piece.withValues = !piece.withValues;
       break;
-    case Flaw::CROSS_EXTENT:
+    case RoundFlaw::CROSS_EXTENT:
       return WidenWhole(round);
-    case Flaw::WRONG_AXIS:
+    case RoundFlaw::WRONG_AXIS:
       return TurnBands(round);
-    case Flaw::NONE:
+    case RoundFlaw::NONE:
       break;
   }
 }
@@ -90,7 +92,7 @@ void ApplyTo(Round& round, Piece& piece) {
 
 void AddFlaw(Rng& rng, Round& round) {
   if (round.holding == Holding::ONE) return;  // nothing is compared then
-  std::vector<Flaw> const fitting = FittingFlaws(round);
+  std::vector<RoundFlaw> const fitting = FittingFlaws(round);
   auto const last = static_cast<long>(fitting.size()) - 1;
   round.flaw = fitting[static_cast<std::size_t>(rng.Between(0, last))];
   // Not the first rank, whose partition decides on the mode, and which neighbours compare with.

@@ -45,7 +45,7 @@ class CaseOf {
     PavexStatus const status =
         round.toAll ? mAggregator.Allgather(mComm, gathered.Matrix(), piece.withValues)
                     : mAggregator.Gather(mComm, gathered.Matrix(), piece.withValues);
-    if (round.flaw != Flaw::NONE) return CheckRefusal(round, status);
+    if (round.flaw != RoundFlaw::NONE) return CheckRefusal(round, status);
     if (status != STATUS_OK) return "status of the gather is " + std::to_string(status);
     CountMetadata(round);
     bool const moved = round.Reference().withValues;
@@ -70,7 +70,7 @@ class CaseOf {
 
   std::string CheckRefusal(Round const& round, PavexStatus status) {
     Differences is;
-    if (round.flaw == Flaw::CROSS_EXTENT || round.flaw == Flaw::WRONG_AXIS)
+    if (round.flaw == RoundFlaw::CROSS_EXTENT || round.flaw == RoundFlaw::WRONG_AXIS)
       CountMetadata(round);  // seen only when the metadata are complete
     is.Equal("status of the flawed gather", status, STATUS_INCONSISTENT);
     is.Equal("whether there is a gathered matrix", mAggregator.Target() != nullptr, false);

@@ -270,7 +270,7 @@ std::string Describe(Round const& round) {
   text += ", partition " + std::to_string(reference.partition);
   text += round.toAll ? ", to all" : ", to rank 0";
   text += reference.withValues ? ", with values" : ", pattern only";
-  if (round.flaw != Flaw::NONE)
+  if (round.flaw != RoundFlaw::NONE)
     text += ", flaw " + std::to_string(static_cast<int>(round.flaw));
   return text;
 }

@@ -17,7 +17,7 @@ enum class Format { DENSE_ROW, DENSE_COL, COO, CSR, CSC };
 enum class Holding { PIECES, ONE, ALL };
 
 // What makes a gather fail on every rank with STATUS_INCONSISTENT.
-enum class Flaw {
+enum class RoundFlaw {
   NONE,
   SOME_EMPTY,    // neither all, nor all but one, nor none of the ranks are empty
   GAP,           // neighbouring bands do not touch
@@ -84,7 +84,7 @@ struct Whole {
 struct Round {
   Format format = Format::COO;
   Holding holding = Holding::ALL;
-  Flaw flaw = Flaw::NONE;
+  RoundFlaw flaw = RoundFlaw::NONE;
   bool toAll = false;         // Allgather instead of Gather
   int holder = 0;             // ONE: the rank that holds the whole
   long indexBase = 0;         // of the index arrays

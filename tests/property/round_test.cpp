@@ -33,7 +33,7 @@ std::vector<long> NumbersOf(std::vector<Entry> const& entries) {
 TEST(RandomRounds, ReachEveryPartitionThatTheFormatAllowsThroughBothDoors) {
   std::set<std::tuple<Format, int, bool, bool>> seen;
   ForEachRound(2, [&](int ranks, Round const& round) {
-    if (round.holding != Holding::PIECES || round.flaw != Flaw::NONE) return;
+    if (round.holding != Holding::PIECES || round.flaw != RoundFlaw::NONE) return;
     Piece const& reference = round.Reference();
     seen.insert({round.format, reference.partition, round.toAll, reference.withValues});
     EXPECT_EQ(round.pieces.size(), static_cast<std::size_t>(ranks));
@@ -56,10 +56,10 @@ TEST(RandomRounds, ReachHoldersOfEveryRankAndFormat) {
 }
 
 TEST(RandomRounds, ReachEveryFlaw) {
-  std::set<Flaw> seen;
+  std::set<RoundFlaw> seen;
   ForEachRound(2, [&](int, Round const& round) { seen.insert(round.flaw); });
 
-  EXPECT_EQ(seen.size(), static_cast<std::size_t>(Flaw::WRONG_AXIS) + 1);
+  EXPECT_EQ(seen.size(), static_cast<std::size_t>(RoundFlaw::WRONG_AXIS) + 1);
 }
 
 TEST(RandomRounds, ReachTheCornersOfStorage) {
@@ -72,7 +72,7 @@ TEST(RandomRounds, ReachTheCornersOfStorage) {
   bool rootOfOtherOrder = false;
   bool allEmpty = false;
   ForEachRound(2, [&](int, Round const& round) {
-    if (round.flaw != Flaw::NONE) return;
+    if (round.flaw != RoundFlaw::NONE) return;
     Piece const& first = round.PieceOf(0);
     bool const pieces = round.holding == Holding::PIECES;
     padded |= round.IsDense() && pieces && !first.IsPacked(GATHERED);
@@ -101,7 +101,7 @@ TEST(RandomRounds, ReachTheCornersOfStorage) {
 
 TEST(RandomRounds, HavePiecesThatTogetherAreTheWhole) {
   ForEachRound(2, [](int, Round const& round) {
-    if (round.holding != Holding::PIECES || round.flaw != Flaw::NONE) return;
+    if (round.holding != Holding::PIECES || round.flaw != RoundFlaw::NONE) return;
     std::vector<long> pieces;
     for (Piece const& piece : round.pieces) {
       std::vector<long> const numbers = NumbersOf(piece.entries);
