@@ -45,26 +45,29 @@ mkdir -p build
 if [ $coverage = ON ]; then
   build coverage coverage_tests
   find build/coverage -name '*.gcda' -delete
-  run coverage -L '^(aggregator|comm|faults|fuzz|matrix|mpi|property|runtime)$'
+  run coverage -L '^(aggregator|comm|faults|fuzz|interop|matrix|mpi|property|runtime)$'
   exec gcovr --config tests/gcovr.cfg
 fi
 # Under the sanitizers and clang++ the library, the reading of files and a short run of the fuzz
-# targets, on two of the eight instantiations and with fewer random cases; with --all everything on
-# all of them, but for the packages, which build the library themselves.
+# targets, on two of the eight instantiations, with fewer random cases and the faults of two ranks;
+# with --all everything on all of them, but for the packages, which build the library themselves,
+# and for the lack of memory, which AddressSanitizer would meet first.
 if [ $all = ON ]; then
   build asan all -DPAVEX_TWO_INSTANCES=OFF
-  run asan -LE package
+  run asan -LE '^(memory|package)$'
   build tsan thread_tests -DPAVEX_TWO_INSTANCES=OFF
+  run tsan
 else
   build asan address_tests -DPAVEX_TWO_INSTANCES=ON
   export PAVEX_PROPERTY_CASES=1000
-  run asan -L '^(aggregator|comm|fuzz|input|matrix|property|runtime)$'
+  run asan -L '^(aggregator|comm|faults|fuzz|input|interop|matrix|property|runtime)$' \
+    -E 'FaultsAmongPeers|FaultChains.*(Three|Four)'
   build tsan thread_tests -DPAVEX_TWO_INSTANCES=ON
+  run tsan -E 'FaultsAmongPeers.*(Three|Four)'
 fi
-run tsan
 unset PAVEX_PROPERTY_CASES
 # Under MPICH the communicator and the library, with --all the command too.
 build mpich mpi_tests -DPAVEX_TOOLS=$all
 run mpich -L mpi
-build openmpi all
+build openmpi all -DPAVEX_EVERY_FAULT=$all
 run openmpi

@@ -78,7 +78,7 @@ class FaultyJob {
 
 // Threads make each of these faults expensive.
 std::vector<Injection> PeerInjections(std::vector<Step> const& steps) {
-#ifdef PAVEX_TESTS_ALL
+#ifdef PAVEX_EVERY_FAULT
   return AllInjections(steps);
 #else
   return TwoInjectionsEach(steps);

@@ -2,10 +2,8 @@
 
 #include "pavex/matrix/csc.h"
 #include "pavex/matrix/csr.h"
-#include "tools/eigen_lu.h"
+#include "tests/support/instances.h"
 #ifdef PAVEX_UMFPACK
-#include "tools/umfpack_lu.h"
-
 #include <SuiteSparse_config.h>
 #endif
 
@@ -17,26 +15,6 @@ namespace Pavex::Tool {
 namespace {
 
 using testing::ThrowsMessage;
-
-#ifdef PAVEX_UMFPACK
-using Solvers =
-    testing::Types<EigenLu<float, int>, EigenLu<double, long>,
-                   EigenLu<std::complex<float>, long>, EigenLu<std::complex<double>, int>,
-                   UmfpackLu<double, int>, UmfpackLu<double, long>,
-                   UmfpackLu<std::complex<double>, int>, UmfpackLu<std::complex<double>, long>>;
-#else
-using Solvers =
-    testing::Types<EigenLu<float, int>, EigenLu<double, long>,
-                   EigenLu<std::complex<float>, long>, EigenLu<std::complex<double>, int>>;
-#endif
-
-template <typename Lu>
-struct TypesOf;
-template <template <typename, typename> class Lu, typename T, typename I>
-struct TypesOf<Lu<T, I>> {
-  using Value = T;
-  using Index = I;
-};
 
 // 4 for a real type, 4 + 3i for a complex one.
 template <typename T>
@@ -50,32 +28,32 @@ T Corner() {
 // The arrays of the compressed columns of
 //   2 1
 //   0 c    with c = Corner()
-template <typename Lu>
+template <typename Types>
 class SparseLuOf : public testing::Test {
  protected:
-  using Value = typename TypesOf<Lu>::Value;
-  using Index = typename TypesOf<Lu>::Index;
+  using Value = typename Types::Value;
+  using Index = typename Types::Index;
 
   // Solves with two right-hand sides, columns 3 elements apart.
   void ExpectSolution(MatrixBase const& matrix, std::vector<Value> const& expected) {
     std::vector<Value> const b = {Value(4), Value(8), Value(-1), Value(2), Value(0), Value(-1)};
     std::vector<Value> x(6, Value(-1));
-    Lu lu;
-    lu.Analyse(matrix);
-    lu.Factor(matrix);
+    mLu->Analyse(matrix);
+    mLu->Factor(matrix);
 
-    lu.Solve({b.data(), 2, 2, 3}, {x.data(), 2, 2, 3});
+    mLu->Solve({b.data(), 2, 2, 3}, {x.data(), 2, 2, 3});
 
     for (std::size_t k = 0; k < 6; ++k)
       EXPECT_LT(std::abs(x[k] - expected[k]), 1e-6) << k;
   }
 
+  std::unique_ptr<SparseLu<Value, Index>> mLu = MakeSparseLu<Value, Index>();
   Index mOffsets[3] = {0, 1, 3};
   Index mOthers[3] = {0, 0, 1};
   Value mValues[3] = {Value(2), Value(1), Corner<Value>()};
 };
 
-TYPED_TEST_SUITE(SparseLuOf, Solvers);
+TYPED_TEST_SUITE(SparseLuOf, AllInstances);
 
 TYPED_TEST(SparseLuOf, SolvesWithCompressedColumns) {
   using T = typename TestFixture::Value;
@@ -103,14 +81,13 @@ TYPED_TEST(SparseLuOf, FactorsNewValuesOfTheAnalysedPattern) {
                                                                   this->mOthers, this->mValues);
   std::vector<T> const b = {T(6), T(4)};
   std::vector<T> x(2);
-  TypeParam lu;
-  lu.Analyse(matrix);
-  lu.Factor(matrix);
+  this->mLu->Analyse(matrix);
+  this->mLu->Factor(matrix);
   T next[] = {T(1), T(1), T(2)};
 
   matrix.SetValues(next);
-  lu.Factor(matrix);
-  lu.Solve({b.data(), 2, 1, 2}, {x.data(), 2, 1, 2});
+  this->mLu->Factor(matrix);
+  this->mLu->Solve({b.data(), 2, 1, 2}, {x.data(), 2, 1, 2});
 
   EXPECT_LT(std::abs(x[0] - T(4)), 1e-6);
   EXPECT_LT(std::abs(x[1] - T(2)), 1e-6);
@@ -121,11 +98,10 @@ TYPED_TEST(SparseLuOf, CallsAMatrixWithAZeroPivotSingular) {
   this->mValues[2] = T(0);
   auto const matrix = MatrixCSC<T, typename TestFixture::Index>::Borrow(
       2, 2, this->mOffsets, this->mOthers, this->mValues);
-  TypeParam lu;
-  lu.Analyse(matrix);
+  this->mLu->Analyse(matrix);
 
   EXPECT_THAT(
-      [&] { lu.Factor(matrix); },
+      [&] { this->mLu->Factor(matrix); },
       ThrowsMessage<JobError>(testing::StartsWith("the matrix is numerically singular: ")));
 }
 
@@ -155,17 +131,17 @@ class FailingMemory {
   void* (*mFormer)(std::size_t) = SuiteSparse_config.malloc_func;
 };
 
-TEST(UmfpackLu, SaysWhenMemoryDoesNotSuffice) {
+TEST(MakeSparseLu, GivesAnUmfpackThatSaysWhenMemoryDoesNotSuffice) {
   int offsets[] = {0, 1, 2};
   int others[] = {0, 1};
   double values[] = {1, 2};
   auto const matrix = MatrixCSC<double, int>::Borrow(2, 2, offsets, others, values);
-  UmfpackLu<double, int> lu;
-  lu.Analyse(matrix);
+  auto const lu = MakeSparseLu<double, int>();
+  lu->Analyse(matrix);
 
   FailingMemory const failing;
 
-  EXPECT_THAT([&] { lu.Factor(matrix); },
+  EXPECT_THAT([&] { lu->Factor(matrix); },
               ThrowsMessage<JobError>("not enough memory for the factorisation"));
 }
 
