@@ -41,6 +41,12 @@ run() {
   ctest --preset "$1" -j "$jobs" --progress "${@:2}"
 }
 
+# count_faults PRESET: how many faults the last run injected.
+count_faults() {
+  awk '/^[0-9]+ faults injected/ {count += $1} END {print count " faults injected in build/" tree}' \
+    tree="$1" "build/$1/Testing/Temporary/LastTest.log"
+}
+
 mkdir -p build
 if [ $coverage = ON ]; then
   build coverage coverage_tests
@@ -55,6 +61,7 @@ fi
 if [ $all = ON ]; then
   build asan all -DPAVEX_TWO_INSTANCES=OFF
   run asan -LE '^(memory|package)$'
+  count_faults asan
   build tsan thread_tests -DPAVEX_TWO_INSTANCES=OFF
   run tsan
 else
@@ -62,6 +69,7 @@ else
   export PAVEX_PROPERTY_CASES=1000
   run asan -L '^(aggregator|comm|faults|fuzz|input|interop|matrix|property|runtime)$' \
     -E 'FaultsAmongPeers|FaultChains.*(Three|Four)'
+  count_faults asan
   build tsan thread_tests -DPAVEX_TWO_INSTANCES=ON
   run tsan -E 'FaultsAmongPeers.*(Three|Four)'
 fi
