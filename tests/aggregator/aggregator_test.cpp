@@ -11,6 +11,7 @@
 namespace Pavex {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 constexpr char kMismatch[] =
@@ -263,13 +264,40 @@ TEST(FailedGather, LeavesNothingToUpdateOnAReceiver) {
   ExpectOutcome(Watch([&] { return rank.aggregator.Update(piece.matrix); }), -11, kNotGathered);
 }
 
-TEST(FailedGather, LeavesNothingToUpdateIfItWasTheFirst) {
-  RankUnderTest<> rank = ShareRank(0);
-  CooPiece<> piece = Share(0);
-  piece.matrix.mPattern += 1;
-  ASSERT_EQ(Gather(rank, piece.matrix).status, STATUS_INCONSISTENT);
+TEST(FailedGather, LeavesNothingToUpdateAnywhereIfItWasTheFirstAndTheRecordsDisagreed) {
+  for (int const ownRank : {0, 1}) {
+    RankUnderTest<> rank = ShareRank(ownRank);
+    CooPiece<> piece = Share(ownRank);
+    piece.matrix.mPattern += 1;
+    ASSERT_EQ(Gather(rank, piece.matrix).status, STATUS_INCONSISTENT);
 
-  ExpectOutcome(Watch([&] { return rank.aggregator.Update(piece.matrix); }), -11, kNotGathered);
+    Outcome const outcome = Watch([&] { return rank.aggregator.Update(piece.matrix); });
+
+    ExpectOutcome(outcome, -11, kNotGathered);
+  }
+}
+
+TEST(FailedGather, LetsAnUpdateElsewhereMoveValuesIfTheRecordsAgreed) {
+  RankUnderTest<> rank = ShareRank(1);
+  CooPiece<> const piece = Share(1);
+  rank.comm->Fail(Fault::Once(2, -77));
+  ASSERT_EQ(Gather(rank, piece.matrix).status, -77);
+  rank.ForgetThePast();
+
+  EXPECT_EQ(rank.aggregator.Update(piece.matrix), STATUS_OK);
+  EXPECT_THAT(rank.comm->DataTexts(), ElementsAre("Gatherv(3 double; double; root 0)"));
+}
+
+TEST(FailedGather, LeavesTheReceiversOfTheEarlierOneIfItsRecordsDidNotArrive) {
+  RankUnderTest<> rank = ShareRank(1);
+  CooPiece<> const piece = Share(1);
+  ASSERT_EQ(Gather(rank, piece.matrix).status, STATUS_OK);
+  rank.comm->Fail(Fault::Once(1, -77));
+  ASSERT_EQ(rank.aggregator.Allgather(rank.comm, piece.matrix, true), -77);
+  rank.ForgetThePast();
+
+  EXPECT_EQ(rank.aggregator.Update(piece.matrix), STATUS_OK);
+  EXPECT_THAT(rank.comm->DataTexts(), ElementsAre("Gatherv(3 double; double; root 0)"));
 }
 
 TEST(FailedGather, MayBeFollowedByAGatherThatSucceeds) {

@@ -186,5 +186,19 @@ TEST(FailedDenseUpdate, IsReportedOnSendersToo) {
   ExpectOutcome(updated, kFailure, StatusLines(3, kFailure));
 }
 
+TEST(FailedDenseUpdate, MayBeFollowedByOneThatSucceeds) {
+  DenseRank<> zero(0, Pieces(RowShare(0, true), RowShare(1, true)));
+  ASSERT_EQ(zero.Gather().status, STATUS_OK);
+  zero.script->Return(CommOp::GATHERV, kFailure);
+  ASSERT_EQ(zero.Update(zero.local).status, kFailure);
+  zero.script->On(CommOp::GATHERV,
+                  Deliver({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}));
+
+  ExpectOutcome(zero.Update(zero.local), STATUS_OK, "");
+
+  EXPECT_THAT(zero.TargetValues(),
+              ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15));
+}
+
 }  // namespace
 }  // namespace Pavex

@@ -282,6 +282,18 @@ TEST(FailedScatter, IsReportedOnceIfTheWholeDoesNotArrive) {
   }
 }
 
+TEST(FailedScatter, MayBeFollowedByOneThatSucceeds) {
+  DenseRank<> zero = PaddedRoot();
+  GatherFirst(zero);
+  zero.script->Return(CommOp::SCATTERV, kFailure);
+  ASSERT_EQ(zero.Scatter(zero.local).status, kFailure);
+  zero.script->On(CommOp::SCATTERV, Deliver({1, 2, 3, 4, 5, 6}));
+
+  ExpectOutcome(zero.Scatter(zero.local), STATUS_OK, "");
+
+  EXPECT_THAT(zero.local.values, ElementsAre(1, 2, kGap, 3, 4, kGap, 5, 6));
+}
+
 TEST(FailedScatter, PrintsNothingBelowTheErrorLevel) {
   LogLevel const level(LOG_FATAL);
   DenseRank<> zero = PaddedRoot();

@@ -339,6 +339,24 @@ TYPED_TEST(UpdateSparse, ReportsAFailedBroadcastOnceAndKeepsTheOldValues) {
   }
 }
 
+TYPED_TEST(UpdateSparse, SucceedsAfterOneThatFailed) {
+  LogLevel const quiet(LOG_ERROR - 1);
+  LocalComm::Run(2, [](std::shared_ptr<Comm> const& comm) {
+    RankUnderTest<> rank(comm);
+    auto const old = TypeParam::Share(comm->Rank(), Old(comm->Rank()));
+    ASSERT_EQ(rank.aggregator.Gather(rank.comm, old.matrix, true), STATUS_OK);
+    auto const fresh = TypeParam::Share(comm->Rank(), New(comm->Rank()));
+    rank.comm->Fail(Fault::Once(1, -77));
+    ASSERT_EQ(rank.aggregator.Update(fresh.matrix), -77);
+
+    ASSERT_EQ(rank.aggregator.Update(fresh.matrix), STATUS_OK);
+
+    if (comm->Rank() == 0) {
+      EXPECT_THAT(Elements(TestFixture::Values(rank)), ElementsAre(11, 21, 31, 41, 51));
+    }
+  });
+}
+
 TYPED_TEST(UpdateSparse, PrintsNothingBelowTheErrorLevel) {
   RankUnderTest<> rank = TestFixture::Scripted(0);
   auto const piece = TypeParam::Share(0, Old(0));
