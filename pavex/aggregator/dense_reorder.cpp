@@ -13,8 +13,8 @@ namespace Pavex {
 namespace {
 
 // Walking the pieces one after the other, run by run, fetches and writes every line of the
-// target once per piece that has a part in it: beside one memcpy, 2 to 7 times as slow for runs
-// of 8 doubles, 7 to 49 times for single ones. So pieces that tile the matrix are walked in
+// target once per piece that has a part in it: beside one memcpy, 2 to 8 times as slow for runs
+// of 8 doubles, 6 to 33 times for single ones. So pieces that tile the matrix are walked in
 // blocks of runs. What leaves a block as one stretch of the target is assembled in a scratch
 // that stays in the first caches, and goes out with streaming stores, which write whole lines
 // without fetching them. bench/dense_reorder.cpp measures both.
