@@ -19,8 +19,8 @@ namespace Pavex {
 //
 // Shares the communicator, borrows the pool (which must outlive it) and owns the gathered
 // matrix and its buffers. Where the caller's local matrix already is the whole one, the
-// gathered matrix borrows its arrays instead of copying them: the local matrix must then
-// outlive the gathered one.
+// gathered matrix borrows its arrays instead of copying them: the arrays must then outlive the
+// gathered matrix, and with them a local matrix that owns them.
 //
 // Gather, Allgather, Update, UpdateCOO and Scatter are collective: every process of the
 // communicator calls the same operation in the same order with its own local matrix. They
@@ -36,9 +36,11 @@ class PAVEX_API Aggregator : public AggregatorBase {
 
   // Gathers the whole matrix onto rank 0 of `comm`. `withValues` false asks for the pattern
   // only; the flag of the first process whose matrix is not empty decides. An earlier result is
-  // deleted first, also if the gather fails. Errors: STATUS_INVALID_VALUE without a usable
-  // communicator or for an unknown partition, STATUS_INCONSISTENT if the processes disagree or
-  // values are missing, STATUS_NOT_SUPPORTED for an unknown store type.
+  // deleted first, also if the gather fails. Errors on every process alike: STATUS_INCONSISTENT
+  // if the pieces do not fit together, STATUS_INVALID_VALUE for an unknown partition,
+  // STATUS_NOT_SUPPORTED for an unknown store type. Errors on this process alone, while the
+  // others may wait for it: STATUS_INVALID_VALUE without a usable communicator,
+  // STATUS_INCONSISTENT without values that it must send.
   PavexStatus Gather(std::shared_ptr<Comm> const& comm, MatrixBase const& local,
                      bool withValues);
 
@@ -48,9 +50,12 @@ class PAVEX_API Aggregator : public AggregatorBase {
 
   // Sends the values of `local`, which has the pattern and shape that this process gathered,
   // into the gathered matrix. Where the gathered matrix borrows, it then borrows the values of
-  // this `local`. Errors: STATUS_WRONG_ORDER without a gather, STATUS_MISMATCH if `local` is
-  // not the matrix gathered, STATUS_INCONSISTENT if it has no values. On a failure the gathered
-  // matrix keeps its values.
+  // this `local`. Errors on this process alone, while the others may wait for it:
+  // STATUS_WRONG_ORDER without a gather, STATUS_MISMATCH if `local` is not the matrix gathered,
+  // STATUS_INCONSISTENT if it has no values. Of a dense matrix also STATUS_NOT_SUPPORTED if it
+  // is whole on every process and comes with another leading dimension (nobody waits), and
+  // after a gather of the pattern STATUS_INCONSISTENT on every process if the pieces do not
+  // tile the whole. On a failure the gathered matrix keeps its values.
   PavexStatus Update(MatrixBase const& local);
 
   // Update of a gathered coordinate matrix without any check: a gather of a coordinate matrix
@@ -59,9 +64,10 @@ class PAVEX_API Aggregator : public AggregatorBase {
 
   // Fills the value array of `local`, the dense matrix that this process gathered, with its
   // piece of the gathered matrix; elements between its runs are left alone. Errors as for
-  // Update, and STATUS_NOT_SUPPORTED for a sparse matrix. A failed transfer may leave values
-  // partly overwritten where they are received in place. STATUS_INCONSISTENT also where this
-  // process's arrays are too short, which only it can see: the others may then wait for it.
+  // Update, but the leading dimension may be another one; STATUS_NOT_SUPPORTED on every process
+  // for a sparse matrix. A failed transfer may leave values partly overwritten where they are
+  // received in place. STATUS_INCONSISTENT also where this process's arrays are too short,
+  // which only it can see: the others may then wait for it.
   PavexStatus Scatter(MatrixBase& local);
 
  private:

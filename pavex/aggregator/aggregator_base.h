@@ -32,8 +32,8 @@ class PAVEX_API AggregatorBase {
   // The communicator of the last gather: the very pointer that the object holds. Local.
   std::shared_ptr<Comm> const& GetComm() const { return mComm; }
 
-  // Binds another communicator and releases the previous one. Local. Meant for the next gather;
-  // an Update or Scatter over a communicator of another size than the gather's is undefined.
+  // Binds another communicator, for later Updates and Scatters, and releases the previous one.
+  // It must have the processes of the gather in the same order. A gather binds its own. Local.
   void SetComm(std::shared_ptr<Comm> const& comm) { mComm = comm; }
 
   // Deletes the gathered matrix, if any; nothing else changes. Local.

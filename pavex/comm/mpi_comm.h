@@ -40,7 +40,8 @@ namespace Pavex {
 //                         in-place marker where it has no meaning. Only arguments that are read
 //                         on this rank count.
 // Null buffers are fine where nothing goes out or comes in. The in-place marker stands for
-// MPI_IN_PLACE: Allgather, Allgatherv, Alltoallv, Allreduce, and Gatherv on the root.
+// MPI_IN_PLACE: in Allgather and Allgatherv, in Gatherv on the root, and, beyond what Comm
+// promises, in Alltoallv and Allreduce.
 //
 // After a failed collective. A failure - MPI's, or that of a pool between two operations - may
 // be seen on one rank alone, and what the others have sent meanwhile cannot be called back.

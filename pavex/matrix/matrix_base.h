@@ -31,6 +31,7 @@ struct ValueTypeOf<std::complex<double>> {
   static constexpr std::int32_t kCode = 3;
 };
 
+// The same for the index types.
 template <typename I>
 struct IndexTypeOf;
 template <>
@@ -66,7 +67,8 @@ class PAVEX_API MatrixBase {
   // order of the elements).
   virtual PavexMatrixStoreType StoreType() const = 0;
 
-  // Whether a value array is present; without one the matrix carries its pattern only.
+  // Whether there are value elements; without them the matrix carries its pattern only. Tells
+  // their number alone: true after SetValues(nullptr) if the matrix has entries.
   virtual bool HasValues() const = 0;
 
   // Makes the matrix use the caller's value array, which the caller keeps alive and which is

@@ -16,9 +16,10 @@ enum ReduceOp : std::int32_t { REDUCE_SUM = 0, REDUCE_MIN = 1, REDUCE_MAX = 2 };
 // A group of processes, seen by one of them. Implemented by SelfComm, LocalComm, MpiComm or the
 // application; shared through std::shared_ptr. Every operation is const and blocking; all but
 // Rank, Size, Send and Recv are collective: every rank enters them in the same order with
-// matching arguments. Ranks, counts and displacements are 32-bit; displacements count elements
-// from the start of the buffer. The order of the virtual functions is part of the binary
-// interface.
+// matching arguments. They return STATUS_OK or any other status, which comes out of the
+// aggregator unchanged. Ranks, counts and displacements are 32-bit; displacements count
+// elements from the start of the buffer. The order of the virtual functions is part of the
+// binary interface.
 class PAVEX_API Comm {
  public:
   // Its address as send buffer means in-place: the rank's own contribution already stands at
@@ -41,7 +42,7 @@ class PAVEX_API Comm {
   // STATUS_NOT_SUPPORTED.
   virtual PavexStatus Barrier() const;
 
-  // Sends `count` elements to rank `dest`.
+  // Sends `count` elements to rank `dest` with tag `tag`.
   virtual PavexStatus Send(void const* buf, int count, Datatype type, int dest,
                            int tag) const = 0;
 

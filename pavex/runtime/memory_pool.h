@@ -36,6 +36,7 @@ class PAVEX_API MemoryPool : public Allocator {
   // The default limit: the most that was in use at once.
   static constexpr std::size_t kPeakInUse = static_cast<std::size_t>(-1);
 
+  // Holds no block yet.
   MemoryPool();
   ~MemoryPool() override;
 
@@ -74,5 +75,7 @@ class PAVEX_API MemoryPool : public Allocator {
   std::size_t mBlocksInUse = 0;
   std::size_t mLimit = kPeakInUse;
 };
+
+static_assert(sizeof(MemoryPool) == 80, "part of the binary interface");
 
 }  // namespace Pavex
