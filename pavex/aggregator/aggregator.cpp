@@ -37,7 +37,7 @@ PavexStatus Aggregator<T, I>::Allgather(std::shared_ptr<Comm> const& comm,
                                         MatrixBase const& local, bool withValues) {
   Clear();
   SetComm(comm);
-  return Gather(local, withValues, -1);
+  return Gather(local, withValues, kEverybody);
 }
 
 template <typename T, typename I>
@@ -68,16 +68,6 @@ PavexStatus Aggregator<T, I>::GatherByStoreType(MatrixBase const& local) {
       break;
   }
   return Unsupported(mStoreType);
-}
-
-// The gathered matrix describes itself as the reference process does.
-template <typename T, typename I>
-void Aggregator<T, I>::StampTarget() {
-  mTarget->mPattern = mPattern;
-  mTarget->mAttribute = mAttribute;
-  mTarget->mPartition = mPartition;
-  mTarget->mGlobalRows = mGlobalRows;
-  mTarget->mGlobalCols = mGlobalCols;
 }
 
 template <typename T, typename I>

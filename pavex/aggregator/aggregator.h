@@ -73,17 +73,12 @@ class PAVEX_API Aggregator : public AggregatorBase {
  private:
   PavexStatus Gather(MatrixBase const& local, bool withValues, int root);
   PavexStatus GatherByStoreType(MatrixBase const& local);
-  void StampTarget();
 
   // Dense layouts: dense_layout.ipp. `rowMajor` is the flag of the caller's local matrix.
-  bool ContiguousLocalSubmat(bool rowMajor) const;
   long LocalSubmatOffset(MatrixDense<T, I> const& local) const;
   PavexStatus PackDenseValues(MatrixDense<T, I> const& matrix, Buffer<T>& packed);
   PavexStatus Dense2Comm(bool rowMajor, Buffer<T> const& global, Buffer<T>& commValues);
   PavexStatus Comm2Dense(bool rowMajor, Buffer<T>& values);
-  PavexStatus CheckDense(bool rowMajor) const;
-  int Pieces() const;
-  long LeadingDimension(bool rowMajor) const { return rowMajor ? mCols : mRows; }
 
   // Dense gather and update: dense.ipp.
   PavexStatus GatherDense(MatrixDense<T, I> const& local);

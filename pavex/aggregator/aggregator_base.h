@@ -43,9 +43,10 @@ class PAVEX_API AggregatorBase {
   DistMatrixMode Mode() const { return mMode; }
 
   // What the last exchange of records showed, as lines of text: one line per process, the mode,
-  // and the gathered shape or, where the records were refused, the first pair of processes at
-  // fault with both values and what was expected. Meant for a reader; the wording may change.
-  // Example, where the second band should begin at row 10:
+  // and the gathered shape ("agreed") or, where the records were refused, the first process or
+  // pair of neighbours at fault, the values and what was expected ("refused"). Negative sizes
+  // of an only holder are told ("unsound"), but no gather looks at them. Meant for a reader;
+  // the wording may change. Example, where the second band should begin at row 10:
   //
   //   2 processes
   //   process 0: STORE_CSR_0, row-wise from 0, 10 x 7, 28 entries, of 20 x 7, [...] with values
@@ -56,9 +57,9 @@ class PAVEX_API AggregatorBase {
   //
   // Computed from the records alone, so after a complete exchange it is the same on every
   // process; records that never arrived are named. What no record tells is not in it: a refused
-  // communicator, memory, a failed transfer, missing values, sizes that do not fit the format's
-  // arrays. A gather that ends before its exchange leaves the records of the earlier one, an
-  // Update or Scatter those of its gather. Local, and needs no communicator; std::bad_alloc
+  // communicator, memory, a failed transfer, missing values, arrays that are shorter than the
+  // record says. A gather that ends before its exchange leaves the records of the earlier one,
+  // an Update or Scatter those of its gather. Local, and needs no communicator; std::bad_alloc
   // may leave, as from any std::string.
   std::string Describe() const;
 
@@ -75,7 +76,8 @@ class PAVEX_API AggregatorBase {
 
   // The mode and the agreement of the records: local, alike on every process.
 
-  // Decides the mode. `source` is the first process whose matrix is not empty, -2 if all are.
+  // Decides the mode. `source` is the first process whose matrix is not empty, kNobody if all
+  // are.
   static PavexStatus DetermineMode(Buffer<MatrixLocalInfo> const& infos, DistMatrixMode& mode,
                                    int& source);
   // Whether pieces that form one matrix agree, each with the next.
@@ -88,7 +90,7 @@ class PAVEX_API AggregatorBase {
   // The metadata of a gather.
 
   // First step of every gather: exchanges the records, decides the mode and fills every member
-  // below from mMode on. `root` is the receiving rank, -1 for every process. Collective.
+  // below from mMode on. `root` is the receiving rank or kEverybody. Collective.
   PavexStatus InitMetadata(MatrixBase const& local, bool withValues, int root);
 
   // Whether `local` still is the matrix that this process passed to the gather; a process
@@ -101,11 +103,22 @@ class PAVEX_API AggregatorBase {
   // The checks with which every operation after a gather begins. Local.
   PavexStatus CheckAfterGather(MatrixBase const& local) const;
 
+  // Writes the agreed codes, partition and global shape into the gathered matrix. Local.
+  void StampTarget();
+
   // Position of a local band's first row or column inside the gathered matrix. Local.
   long LocalRowColBegin(MatrixPartition const& partition) const;
 
-  // mRoot of an object that no gather has filled.
-  static constexpr int kNoRoot = -2;
+  // The layouts of dense values. `rowMajor` is the flag of the caller's local matrix. Local.
+
+  // Whether communication and global layout coincide.
+  bool ContiguousLocalSubmat(bool rowMajor) const;
+  // Whether the gathered shape and entries belong together, and every piece lands inside. Alike
+  // on every process.
+  PavexStatus CheckDense(bool rowMajor) const;
+  // How many records a reordering reads.
+  int Pieces() const;
+  long LeadingDimension(bool rowMajor) const { return rowMajor ? mCols : mRows; }
 
   // Declared in the order in which their destruction, reversed, gives the memory back.
   std::shared_ptr<Comm> mComm;          // of the last gather; shared with the caller
@@ -113,9 +126,9 @@ class PAVEX_API AggregatorBase {
   MatrixBase* mTarget = nullptr;        // gathered matrix, owned; null on non-receivers
   Buffer<MatrixLocalInfo> mLocalInfos;  // one record per process, by rank
   DistMatrixMode mMode = DISTRIBUTED;   // as decided by the records
-  int mSourceRank = -2;                 // holder of the whole: a rank, -1 everybody, -2 nobody
+  int mSourceRank = kNobody;            // holder of the whole: a rank, kEverybody or kNobody
   bool mLocalIsWhole = false;           // the local matrix is the whole matrix
-  int mRoot = kNoRoot;                  // receiving rank, -1 for every process
+  int mRoot = kNobody;                  // receiving rank or kEverybody; kNobody before a gather
   bool mIsReceiver = false;             // gets the gathered matrix
   bool mWithValues = false;             // values are aggregated as well as the pattern
 

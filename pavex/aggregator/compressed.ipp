@@ -10,6 +10,7 @@
 
 #pragma once
 
+#include "pavex/aggregator/rules.h"
 #include "pavex/aggregator/sparse.ipp"
 #include "pavex/runtime/wrapping.h"
 
@@ -98,14 +99,8 @@ template <typename T, typename I>
 template <typename M>
 bool Aggregator<T, I>::LengthsFit(long count) const {
   if (!FitsMemory<I>(WrappingAdd(count, 1L))) return false;
-  for (std::int64_t p = 0; p < mLocalInfos.mSize; ++p) {
-    MatrixLocalInfo const& info = mLocalInfos.mData[p];
-    std::int64_t const length = PickCompressed<M>(info.rows, info.cols);
-    std::int64_t const begin = LocalRowColBegin(info.partition);
-    if (length < 0 || begin < 0 || begin - 1 > count || length - 1 > count - begin)
-      return false;
-  }
-  return true;
+  return FindLengthsOutside(SparseTraits<M>::kByRows, mPartition.begin, count, mLocalInfos) ==
+         kNobody;
 }
 
 template <typename T, typename I>

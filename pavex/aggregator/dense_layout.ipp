@@ -7,11 +7,8 @@
 //
 // A run is a row of a row-major matrix, a column of a column-major one. Where the pieces are
 // bands across the runs they lie side by side in each run of the global layout, and values are
-// reordered between it and the communication layout. Example: a 3 x 5 row-major matrix cut by
-// columns, rank 0 with columns 0 and 1, rank 1 with columns 2 to 4. Rank 1's element at row 1,
-// local column 0 is packed element 3; it travels as element 6 + 3 = 9, behind the 6 elements of
-// rank 0, and lands at 2 + 1 * 5 + 0 = 7: row 1, column 2. Elsewhere the two layouts are the
-// same.
+// reordered between it and the communication layout; dense_reorder.h has an example. Elsewhere
+// the two layouts are the same.
 //
 // Included by aggregator.cpp.
 
@@ -19,9 +16,7 @@
 
 #include "pavex/aggregator/aggregator.h"
 #include "pavex/aggregator/dense_reorder.h"
-#include "pavex/aggregator/rules.h"
 #include "pavex/runtime/log.h"
-#include "pavex/runtime/wrapping.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -61,14 +56,6 @@ bool IsPacked(MatrixDense<T, I> const& matrix) {
 
 }  // namespace
 
-// Whether communication and global layout coincide.
-template <typename T, typename I>
-bool Aggregator<T, I>::ContiguousLocalSubmat(bool rowMajor) const {
-  if (mMode != DISTRIBUTED) return true;
-  if (rowMajor) return mPartition.type == PARTITION_ROW_WISE || mRows == 1;
-  return mPartition.type == PARTITION_COLUMN_WISE || mCols == 1;
-}
-
 // Where this process's piece starts in the global layout.
 template <typename T, typename I>
 long Aggregator<T, I>::LocalSubmatOffset(MatrixDense<T, I> const& local) const {
@@ -94,12 +81,6 @@ PavexStatus Aggregator<T, I>::PackDenseValues(MatrixDense<T, I> const& matrix,
   CopyRuns(matrix.Runs(), matrix.RunLength(), matrix.mValues.mData, matrix.mLd, packed.mData,
            matrix.RunLength());
   return STATUS_OK;
-}
-
-// The processes, of which no more are read than there are records: after SetComm there may be.
-template <typename T, typename I>
-int Aggregator<T, I>::Pieces() const {
-  return std::min(mComm->Size(), static_cast<int>(mLocalInfos.mSize));
 }
 
 // Global to communication layout: a view of `global` where they coincide, else a reordered
@@ -131,20 +112,6 @@ PavexStatus Aggregator<T, I>::Comm2Dense(bool rowMajor, Buffer<T>& values) {
                values.mData, ordered.mData);
   values.Swap(ordered);
   return STATUS_OK;
-}
-
-// Whether the gathered shape and entries belong together, and every piece lands inside. Alike
-// on every process.
-template <typename T, typename I>
-PavexStatus Aggregator<T, I>::CheckDense(bool rowMajor) const {
-  if (!FillsShape(mRows, mCols, mNnz)) {
-    Log::Error("[%s] The Global NNZ(%ld) not equal to %ld * %ld.\n", mNnz, mRows, mCols);
-    return STATUS_INCONSISTENT;
-  }
-  if (ContiguousLocalSubmat(rowMajor)) return STATUS_OK;
-  bool const inside = ReorderStaysInside(mLocalInfos, static_cast<int>(mLocalInfos.mSize),
-                                         rowMajor, LeadingDimension(rowMajor), mNnz);
-  return inside ? STATUS_OK : Log::Report(STATUS_INCONSISTENT);
 }
 
 }  // namespace Pavex

@@ -286,24 +286,24 @@ void Walk(Pieces const& pieces, long ld, Comm* comm, Global* global) {
 
 }  // namespace
 
-bool ReorderStaysInside(Buffer<MatrixLocalInfo> const& infos, int pieces, bool rowMajor,
-                        long ld, long total) noexcept {
+std::int64_t FindRunsOutside(Buffer<MatrixLocalInfo> const& infos, int pieces, bool rowMajor,
+                             long ld, long total) noexcept {
   Pieces const all(1, infos, pieces, rowMajor);
-  if (ld < 0 || total < 0) return false;
+  if (ld < 0 || total < 0) return 0;
   std::int64_t commLeft = total;
   std::int64_t globalLeft = total;
   for (int p = 0; p < pieces; ++p) {
     std::int64_t const length = all.Length(p);
     std::int64_t const runs = all.Runs(p);
-    if (length < 0 || runs < 0) return false;
+    if (length < 0 || runs < 0) return p;
     if (length > 0 && runs > 0) {
-      if (length > globalLeft || runs > commLeft / length) return false;
-      if (ld > 0 && runs - 1 > (globalLeft - length) / ld) return false;
+      if (length > globalLeft || runs > commLeft / length) return p;
+      if (ld > 0 && runs - 1 > (globalLeft - length) / ld) return p;
       commLeft -= length * runs;
     }
     globalLeft -= std::min(length, globalLeft);
   }
-  return true;
+  return kNobody;
 }
 
 void CommToGlobal(std::size_t elementBytes, Buffer<MatrixLocalInfo> const& infos, int pieces,

@@ -7,6 +7,7 @@
 #include "pavex/runtime/buffer.h"
 
 #include <cstddef>
+#include <cstdint>
 
 namespace Pavex {
 
@@ -29,10 +30,11 @@ namespace Pavex {
 // earlier pieces) + k * `ld`. Where pieces overlap, the later one wins; elements that no run
 // reaches keep what they had. Each function reads the first `pieces` records.
 
-// Whether every element that the walk reads or writes lies in arrays of `total` elements, the
-// same on both sides. False for a negative extent. Must hold before the two moves below.
-bool ReorderStaysInside(Buffer<MatrixLocalInfo> const& infos, int pieces, bool rowMajor,
-                        long ld, long total) noexcept;
+// The first process with an element that the walk would read or write outside arrays of `total`
+// elements, the same on both sides, or with a negative extent; kNobody if there is none, which
+// must be so before the two moves below. A negative `ld` or `total` is put down to process 0.
+std::int64_t FindRunsOutside(Buffer<MatrixLocalInfo> const& infos, int pieces, bool rowMajor,
+                             long ld, long total) noexcept;
 
 // Moves the values from the communication to the global layout, as opaque elements of
 // `elementBytes` bytes. The two arrays do not overlap.

@@ -1,8 +1,10 @@
 // The records of a gather in words. Any number may stand in a record of another process.
 
 #include "pavex/aggregator/aggregator_base.h"
+#include "pavex/aggregator/dense_reorder.h"
 #include "pavex/aggregator/rules.h"
 #include "pavex/matrix/store_type.h"
+#include "pavex/runtime/wrapping.h"
 
 namespace Pavex {
 
@@ -84,13 +86,31 @@ std::string IgnoredPartitions(Infos const& infos) {
          PartitionName(infos.mData[first].partition.type) + ")";
 }
 
+bool IsDense(PavexMatrixStoreType type) {
+  return type == STORE_DENSE_ROW_MAJOR || type == STORE_DENSE_COL_MAJOR;
+}
+
+// Nor is the order of dense values: a receiver takes them as if they stood in its own order.
+std::string IgnoredOrders(std::int64_t holder, Infos const& infos) {
+  PavexMatrixStoreType const order = infos.mData[holder].storeType;
+  if (!IsDense(order)) return "";
+  for (std::int64_t p = 0; p < infos.mSize; ++p) {
+    PavexMatrixStoreType const other = infos.mData[p].storeType;
+    if (IsDense(other) && other != order)
+      return "; " + Process(p) + " has " + StoreName(other) + ", " + Process(holder) + " has " +
+             StoreName(order) + ", and each takes what it receives in its own order";
+  }
+  return "";
+}
+
 std::string ModeLine(Decision const& decision, Infos const& infos) {
   std::string line = std::string("mode ") + DistMatrixModeStr(decision.mMode) + ": ";
   if (decision.mMode == DISTRIBUTED)
     line += "every process holds a piece";
   else if (decision.mMode == CENTRALIZED_ONE)
-    line += Process(decision.mSource) + " holds the whole matrix" + IgnoredPartitions(infos);
-  else if (decision.mSource == -2)
+    line += Process(decision.mSource) + " holds the whole matrix" + IgnoredPartitions(infos) +
+            IgnoredOrders(decision.mSource, infos);
+  else if (decision.mSource == kNobody)
     line += "no process holds anything";
   else
     line += infos.mSize == 1 ? "a single process holds the whole matrix"
@@ -149,40 +169,155 @@ std::string Explain(Disagreement const& found, DistMatrixMode mode, Infos const&
   return "";  // GCOVR_EXCL_LINE
 }
 
-GatheredShape ShapeOf(DistMatrixMode mode, MatrixLocalInfo const& reference,
-                      Infos const& infos) {
-  if (mode == DISTRIBUTED) return ShapeOfPieces(infos, reference);
-  return {reference.rows, reference.cols, reference.nnz, true};
+// --- What a gather with these records comes to
+
+struct Gathering {
+  Infos const& mInfos;
+  DistMatrixMode mMode;
+  std::int64_t mReferenceRank;
+  MatrixLocalInfo const& mReference;
+  StoreKind mKind;
+  GatheredShape mShape;
+};
+
+Gathering GatheringOf(Decision const& decision, Infos const& infos) {
+  std::int64_t const rank = decision.mSource == kNobody ? 0 : decision.mSource;
+  MatrixLocalInfo const& reference = infos.mData[rank];
+  GatheredShape const shape =
+      decision.mMode == DISTRIBUTED
+          ? ShapeOfPieces(infos, reference)
+          : GatheredShape{reference.rows, reference.cols, reference.nnz, true};
+  return {infos, decision.mMode, rank, reference, StoreKindOf(reference.storeType), shape};
 }
 
-// What the gather comes to, or why it does not.
-std::string ResultLine(Decision const& decision, Infos const& infos) {
-  DistMatrixMode const mode = decision.mMode;
-  Disagreement const found = FindDisagreement(mode, infos);
-  if (found.mFlaw != Flaw::NONE) return "refused: " + Explain(found, mode, infos) + "\n";
+// Each of the following says why the gather fails, or nothing if not for this reason.
 
-  std::int64_t const bad = mode == DISTRIBUTED ? FindBadCount(infos) : -1;
-  if (bad >= 0) {
-    std::int64_t const entries = infos.mData[bad].nnz;
-    return "refused: " + Process(bad) + " has " + Text(entries) + " entries; expected " +
-           (entries < 0 ? "0 or more" : "no more together than memory can hold") + "\n";
+std::string WhyDisagreeing(Gathering const& gathering) {
+  Disagreement const found = FindDisagreement(gathering.mMode, gathering.mInfos);
+  return found.mFlaw == Flaw::NONE ? "" : Explain(found, gathering.mMode, gathering.mInfos);
+}
+
+std::string WhyTooMany(Gathering const& gathering) {
+  if (gathering.mMode != DISTRIBUTED) return "";
+  std::int64_t const bad = FindBadCount(gathering.mInfos);
+  if (bad == kNobody) return "";
+  std::int64_t const entries = gathering.mInfos.mData[bad].nnz;
+  return Process(bad) + " has " + Text(entries) + " entries; expected " +
+         (entries < 0 ? "0 or more" : "no more together than memory can hold");
+}
+
+std::string WhyUnknown(Gathering const& gathering) {
+  if (gathering.mKind != StoreKind::UNKNOWN) return "";
+  return Process(gathering.mReferenceRank) + " has " +
+         StoreName(gathering.mReference.storeType) + "; expected 0 to 12";
+}
+
+// In CENTRALIZED_ONE no formats are compared, but the matrix of another class than the holder's
+// throws on its own process.
+std::string WhyOfAnotherClass(Gathering const& gathering) {
+  Infos const& infos = gathering.mInfos;
+  for (std::int64_t p = 0; p < infos.mSize; ++p) {
+    if (StoreKindOf(infos.mData[p].storeType) == gathering.mKind) continue;
+    return Process(p) + " has " + StoreName(infos.mData[p].storeType) + ", " +
+           Process(gathering.mReferenceRank) + " has " +
+           StoreName(gathering.mReference.storeType) +
+           "; expected the same format (std::bad_cast where it is another)";
   }
+  return "";
+}
 
-  std::int64_t const referenceRank = decision.mSource == -2 ? 0 : decision.mSource;
-  MatrixLocalInfo const& reference = infos.mData[referenceRank];
-  StoreKind const kind = StoreKindOf(reference.storeType);
-  if (kind == StoreKind::UNKNOWN)
-    return "refused: " + Process(referenceRank) + " has " + StoreName(reference.storeType) +
-           "; expected 0 to 12\n";
+std::string WhyLengthsDoNotFit(Gathering const& gathering) {
+  bool const byRows = gathering.mKind == StoreKind::CSR;
+  if (gathering.mMode != DISTRIBUTED || (!byRows && gathering.mKind != StoreKind::CSC))
+    return "";
+  std::string const what = byRows ? " rows" : " columns";
+  std::int64_t const count = byRows ? gathering.mShape.mRows : gathering.mShape.mCols;
+  // Offsets of the smaller index type in as much memory would still be more than there is.
+  if (!FitsMemory<long>(WrappingAdd(count, std::int64_t{1})))
+    return "the pieces have " + Text(count) + what + " together; expected what memory can hold";
 
-  GatheredShape const shape = ShapeOf(mode, reference, infos);
+  std::int64_t const first = gathering.mReference.partition.begin;
+  std::int64_t const outside = FindLengthsOutside(byRows, first, count, gathering.mInfos);
+  if (outside == kNobody) return "";
+  MatrixLocalInfo const& info = gathering.mInfos.mData[outside];
+  return Process(outside) + " has " + Text(byRows ? info.rows : info.cols) + what +
+         " placed from " + Text(WrappingSub(info.partition.begin, first)) +
+         " on; expected inside the " + Text(count) + " gathered";
+}
+
+// A band as wide (high) as it should not be; nothing if there is none.
+std::string OtherExtent(Gathering const& gathering) {
+  std::int32_t const cut = gathering.mReference.partition.type;
+  if (cut == PARTITION_NONZERO_WISE) return "";
+  bool const byRows = cut == PARTITION_ROW_WISE;
+  std::int64_t const expected = byRows ? gathering.mShape.mCols : gathering.mShape.mRows;
+  for (std::int64_t p = 0; p < gathering.mInfos.mSize; ++p) {
+    MatrixLocalInfo const& info = gathering.mInfos.mData[p];
+    std::int64_t const extent = byRows ? info.cols : info.rows;
+    if (extent != expected)
+      return Process(p) + " has " + Text(extent) + (byRows ? " columns" : " rows") +
+             "; expected " + Text(expected) + ", those of the whole";
+  }
+  return "";
+}
+
+// Whose piece lies outside the gathered dense matrix; kNobody if none does.
+std::int64_t FindDenseOutside(Gathering const& gathering) {
+  GatheredShape const& shape = gathering.mShape;
+  bool const rowMajor = gathering.mReference.storeType == STORE_DENSE_ROW_MAJOR;
+  std::int32_t const cut = gathering.mReference.partition.type;
+  if (gathering.mMode != DISTRIBUTED ||
+      PiecesAreInOrder(cut, rowMajor, shape.mRows, shape.mCols))
+    return kNobody;
+  return FindRunsOutside(gathering.mInfos, static_cast<int>(gathering.mInfos.mSize), rowMajor,
+                         rowMajor ? shape.mCols : shape.mRows, shape.mNnz);
+}
+
+// Only values are placed.
+std::string WhyDenseDoesNotFit(Gathering const& gathering) {
+  if (gathering.mKind != StoreKind::DENSE || gathering.mMode == CENTRALIZED_ALL ||
+      !gathering.mReference.WithValues())
+    return "";
+  GatheredShape const& shape = gathering.mShape;
+  bool const fills = FillsShape(shape.mRows, shape.mCols, shape.mNnz);
+  std::int64_t const outside = fills ? FindDenseOutside(gathering) : kNobody;
+  if (fills && outside == kNobody) return "";
+
+  std::string const gathered = Shape(shape.mRows, shape.mCols);
+  std::string const expected = Text(WrappingMul(shape.mRows, shape.mCols));
+  if (gathering.mMode == CENTRALIZED_ONE)
+    return Process(gathering.mReferenceRank) + " has " + gathered + " with " +
+           Text(shape.mNnz) + " entries; expected " + expected;
+  std::string const band = OtherExtent(gathering);
+  if (!band.empty()) return band;
+  if (!fills)
+    return "the pieces make a dense matrix of " + gathered + " with " + Text(shape.mNnz) +
+           " entries; expected " + expected;
+  MatrixLocalInfo const& info = gathering.mInfos.mData[outside];
+  return Process(outside) + " has " + Shape(info.rows, info.cols) +
+         ", placed behind the earlier ones; expected inside the " + gathered + " gathered";
+}
+
+// The only holder is taken at its word: what becomes of sizes that no matrix has is up to the
+// pool and the communicator.
+bool IsUnsound(Gathering const& gathering) {
+  MatrixLocalInfo const& info = gathering.mReference;
+  return gathering.mMode == CENTRALIZED_ONE && (info.rows < 0 || info.cols < 0 || info.nnz < 0);
+}
+
+std::string ResultLine(Gathering const& gathering) {
+  for (auto const why : {WhyDisagreeing, WhyTooMany, WhyUnknown, WhyOfAnotherClass,
+                         WhyLengthsDoNotFit, WhyDenseDoesNotFit}) {
+    std::string const reason = why(gathering);
+    if (!reason.empty()) return "refused: " + reason + "\n";
+  }
+  GatheredShape const& shape = gathering.mShape;
   std::string const gathered =
       Shape(shape.mRows, shape.mCols) + " with " + Text(shape.mNnz) + " entries";
-  if (kind == StoreKind::DENSE && mode != CENTRALIZED_ALL && reference.WithValues() &&
-      !FillsShape(shape.mRows, shape.mCols, shape.mNnz))
-    return "refused: the pieces make a dense matrix of " + gathered +
-           "; expected rows times columns\n";
-  return "agreed: " + gathered + ", " + Flag(reference) + "\n";
+  if (IsUnsound(gathering))
+    return "unsound: " + Process(gathering.mReferenceRank) + " has " + gathered +
+           "; expected none below 0\n";
+  return "agreed: " + gathered + ", " + Flag(gathering.mReference) + "\n";
 }
 
 std::int64_t Missing(Infos const& infos) {
@@ -208,7 +343,7 @@ std::string AggregatorBase::Describe() const {
 
   Decision const decision = DecideMode(infos);
   if (!decision.mDecided) return text + UndecidedLine(decision, infos);
-  return text + ModeLine(decision, infos) + ResultLine(decision, infos);
+  return text + ModeLine(decision, infos) + ResultLine(GatheringOf(decision, infos));
 }
 
 }  // namespace Pavex

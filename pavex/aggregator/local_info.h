@@ -18,6 +18,10 @@ enum DistMatrixMode : std::int32_t {
   CENTRALIZED_ONE = 2   // one process holds the whole matrix, the others hold empty ones
 };
 
+// In place of a rank.
+inline constexpr int kEverybody = -1;
+inline constexpr int kNobody = -2;
+
 // The enumerator's name; "unknown" for any other value.
 inline char const* DistMatrixModeStr(DistMatrixMode mode) noexcept {
   switch (mode) {
@@ -63,7 +67,8 @@ struct MatrixLocalInfo {
 
   // Whether a process has filled it.
   bool Arrived() const noexcept {
-    return storeType != -1 || rows != -1 || cols != -1 || nnz != -1;
+    return storeType != -1 || partition.type != PARTITION_NONE || rows != -1 || cols != -1 ||
+           nnz != -1;
   }
 
   // The flag of a peer is a byte that may hold anything; any value but 0 is true.

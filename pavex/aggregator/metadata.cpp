@@ -34,14 +34,14 @@ PavexStatus AggregatorBase::InitMetadata(MatrixBase const& local, bool withValue
   PavexStatus status = Log::Report(GatherLocalInfo(local, withValues, mLocalInfos));
   if (status != STATUS_OK) return status;
 
-  int source = -2;
+  int source = kNobody;
   status = Log::Report(DetermineMode(mLocalInfos, mMode, source));
   if (status != STATUS_OK) return status;
 
   switch (mMode) {
     case CENTRALIZED_ALL:
       mLocalIsWhole = true;
-      mSourceRank = -1;
+      mSourceRank = kEverybody;
       status = CheckForAllMode(mLocalInfos);
       break;
     case CENTRALIZED_ONE:
@@ -51,7 +51,7 @@ PavexStatus AggregatorBase::InitMetadata(MatrixBase const& local, bool withValue
       break;
     case DISTRIBUTED:
       mLocalIsWhole = false;
-      mSourceRank = -2;
+      mSourceRank = kNobody;
       status = CheckForDistMode(mLocalInfos);
       break;
     default:                      // GCOVR_EXCL_LINE: one of the three was decided
@@ -59,14 +59,14 @@ PavexStatus AggregatorBase::InitMetadata(MatrixBase const& local, bool withValue
   }
   if (Log::Report(status) != STATUS_OK) return status;
 
-  MatrixLocalInfo const& reference = mLocalInfos.mData[source == -2 ? 0 : source];
+  MatrixLocalInfo const& reference = mLocalInfos.mData[source == kNobody ? 0 : source];
   FillFromReference(reference, rank, root);
   return mMode == DISTRIBUTED ? FillFromPieces(reference) : STATUS_OK;
 }
 
 // The agreed attributes, and the shape as long as the reference process holds the whole matrix.
 void AggregatorBase::FillFromReference(MatrixLocalInfo const& reference, int rank, int root) {
-  mIsReceiver = root == -1 || rank == root;
+  mIsReceiver = root == kEverybody || rank == root;
   mRoot = root;
   mWithValues = reference.WithValues();
   mPattern = reference.pattern;
@@ -87,7 +87,7 @@ void AggregatorBase::FillFromReference(MatrixLocalInfo const& reference, int ran
 PavexStatus AggregatorBase::FillFromPieces(MatrixLocalInfo const& reference) {
   // The communicator would get a negative count, or one that leads behind an array whose size
   // in bytes has wrapped.
-  if (FindBadCount(mLocalInfos) >= 0) return Log::Report(STATUS_INCONSISTENT);
+  if (FindBadCount(mLocalInfos) != kNobody) return Log::Report(STATUS_INCONSISTENT);
   if (mIsReceiver) {
     long const pieces = mLocalInfos.mSize;
     PavexStatus status = Log::Report(mPool->Get(mCounts, pieces));
@@ -113,6 +113,15 @@ PavexStatus AggregatorBase::FillFromPieces(MatrixLocalInfo const& reference) {
   mCols = shape.mCols;
   mNnz = shape.mNnz;
   return STATUS_OK;
+}
+
+// The gathered matrix describes itself as the reference process does.
+void AggregatorBase::StampTarget() {
+  mTarget->mPattern = mPattern;
+  mTarget->mAttribute = mAttribute;
+  mTarget->mPartition = mPartition;
+  mTarget->mGlobalRows = mGlobalRows;
+  mTarget->mGlobalCols = mGlobalCols;
 }
 
 PavexStatus AggregatorBase::CheckLocalValues(bool needValues, MatrixBase const& local) const {
@@ -146,7 +155,7 @@ PavexStatus AggregatorBase::CheckConsistency(MatrixBase const& local) const {
 }
 
 PavexStatus AggregatorBase::CheckAfterGather(MatrixBase const& local) const {
-  bool const gathered = mComm != nullptr && mLocalInfos.mSize != 0 && mRoot != kNoRoot;
+  bool const gathered = mComm != nullptr && mLocalInfos.mSize != 0 && mRoot != kNobody;
   if (!gathered || (mIsReceiver && mTarget == nullptr)) return NotGathered();
 
   PavexStatus const status = CheckConsistency(local);

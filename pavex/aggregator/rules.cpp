@@ -70,7 +70,7 @@ Decision DecideMode(Buffer<MatrixLocalInfo> const& infos) {
   for (int i = 0; i < count; ++i) {
     if (IsEmpty(infos.mData[i])) {
       ++decision.mEmpty;
-    } else if (decision.mSource == -2) {
+    } else if (decision.mSource == kNobody) {
       decision.mSource = i;
       firstPartition = infos.mData[i].partition.type;
     }
@@ -108,7 +108,7 @@ std::int64_t FindBadCount(Buffer<MatrixLocalInfo> const& infos) {
     entries = WrappingAdd(entries, infos.mData[p].nnz);
     if (infos.mData[p].nnz < 0 || !FitsMemory<std::complex<double>>(entries)) return p;
   }
-  return -1;
+  return kNobody;
 }
 
 GatheredShape ShapeOfPieces(Buffer<MatrixLocalInfo> const& infos,
@@ -135,6 +135,22 @@ GatheredShape ShapeOfPieces(Buffer<MatrixLocalInfo> const& infos,
 
 bool FillsShape(long rows, long cols, long nnz) {
   return WrappingMul(rows, cols) == nnz;
+}
+
+std::int64_t FindLengthsOutside(bool byRows, std::int64_t first, std::int64_t count,
+                                Buffer<MatrixLocalInfo> const& infos) {
+  for (std::int64_t p = 0; p < infos.mSize; ++p) {
+    MatrixLocalInfo const& info = infos.mData[p];
+    std::int64_t const length = byRows ? info.rows : info.cols;
+    std::int64_t const begin = WrappingSub(info.partition.begin, first);
+    if (length < 0 || begin < 0 || begin - 1 > count || length - 1 > count - begin) return p;
+  }
+  return kNobody;
+}
+
+bool PiecesAreInOrder(std::int32_t partition, bool rowMajor, long rows, long cols) {
+  if (rowMajor) return partition == PARTITION_ROW_WISE || rows == 1;
+  return partition == PARTITION_COLUMN_WISE || cols == 1;
 }
 
 char const* PartitionWord(std::int32_t type) {

@@ -19,7 +19,7 @@ bool IsEmpty(MatrixLocalInfo const& info);
 struct Decision {
   bool mDecided = false;
   DistMatrixMode mMode = CENTRALIZED_ALL;  // if decided
-  int mSource = -2;                        // the first process that is not empty, -2 if all are
+  int mSource = kNobody;                   // the first process that is not empty
   int mEmpty = 0;                          // empty processes
 };
 Decision DecideMode(Buffer<MatrixLocalInfo> const& infos);
@@ -47,7 +47,7 @@ struct Disagreement {
 Disagreement FindDisagreement(DistMatrixMode mode, Buffer<MatrixLocalInfo> const& infos);
 
 // The first process with a negative number of entries, or with which there are more than an
-// array of any type can hold; -1 if there is none.
+// array of any type can hold; kNobody if there is none.
 std::int64_t FindBadCount(Buffer<MatrixLocalInfo> const& infos);
 
 struct GatheredShape {
@@ -61,6 +61,16 @@ GatheredShape ShapeOfPieces(Buffer<MatrixLocalInfo> const& infos,
                             MatrixLocalInfo const& reference);
 // Whether a dense matrix has just the entries of its shape.
 bool FillsShape(long rows, long cols, long nnz);
+
+// The first process whose lengths of rows (columns, unless `byRows`) do not land inside the
+// `count` + 1 gathered offsets of a compressed matrix; kNobody if there is none. `first`: the
+// begin whose length lands at offset 0.
+std::int64_t FindLengthsOutside(bool byRows, std::int64_t first, std::int64_t count,
+                                Buffer<MatrixLocalInfo> const& infos);
+
+// Whether the pieces of a dense matrix, cut as `partition` says, are the gathered one already
+// when they stand one after the other, so that nothing is reordered.
+bool PiecesAreInOrder(std::int32_t partition, bool rowMajor, long rows, long cols);
 
 // "row-wise", "column-wise" or "nonzero-wise"; null for any other type.
 char const* PartitionWord(std::int32_t type);

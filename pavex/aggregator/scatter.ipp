@@ -27,7 +27,7 @@ bool HoldsItsRuns(MatrixDense<T, I> const& matrix) {
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::ScatterDense(MatrixDense<T, I> const& local) {
   auto* const whole = dynamic_cast<MatrixDense<T, I>*>(mTarget);
-  if (mRoot == -1) return CopyOwnPiece(*whole, local);
+  if (mRoot == kEverybody) return CopyOwnPiece(*whole, local);
 
   Buffer<T> packed;
   if (mIsReceiver && HoldsItsRuns(*whole)) {

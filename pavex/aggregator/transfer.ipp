@@ -1,10 +1,11 @@
 // The choice between delivery to one process and delivery to all. A target rank >= 0 means that
-// process, -1 means every process; any other number goes to the communicator as a rank.
+// process, kEverybody every process; any other number goes to the communicator as a rank.
 //
 // Included by aggregator.cpp: these routines are local to it.
 
 #pragma once
 
+#include "pavex/aggregator/local_info.h"
 #include "pavex/runtime/comm.h"
 
 #include <cstdint>
@@ -15,24 +16,24 @@ namespace {
 // Tags of the point-to-point messages, so that those of different phases are never confused.
 enum Tag : std::int32_t { TAG_GATHER = 50, TAG_UPDATE = 51, TAG_SCATTER = 52 };
 
-// Collects `sendcount` elements from each process into `recvbuf` of `root` (-1: of all). The
-// receive arguments are read on receivers only, one count and displacement per process, in
+// Collects `sendcount` elements from each process into `recvbuf` of `root` (or of everybody).
+// The receive arguments are read on receivers only, one count and displacement per process, in
 // elements. Collective.
 PavexStatus GatherDistributed(void const* sendbuf, int sendcount, void* recvbuf,
                               int const* recvcounts, int const* displs, Datatype type, int root,
                               Comm const& comm) {
-  if (root == -1) {
+  if (root == kEverybody) {
     return comm.Allgatherv(sendbuf, sendcount, type, recvbuf, recvcounts, displs, type);
   }
   return comm.Gatherv(sendbuf, sendcount, type, recvbuf, recvcounts, displs, type, root);
 }
 
-// Moves the `count` elements of `buf` that rank `src` holds to `buf` of rank `dst` (-1: of
-// all). `buf` is not read on bystanders. Collective if `dst` is -1, else between `src` and
-// `dst`.
+// Moves the `count` elements of `buf` that rank `src` holds to `buf` of rank `dst` (or of
+// everybody). `buf` is not read on bystanders. Collective if `dst` is kEverybody, else between
+// `src` and `dst`.
 PavexStatus TransferCentralized(void* buf, int count, Datatype type, int src, int dst, Tag tag,
                                 Comm const& comm) {
-  if (dst == -1) return comm.Bcast(buf, count, type, src);
+  if (dst == kEverybody) return comm.Bcast(buf, count, type, src);
   if (dst == src) return STATUS_OK;
   int const rank = comm.Rank();
   if (rank == src) return comm.Send(buf, count, type, dst, tag);

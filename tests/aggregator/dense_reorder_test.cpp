@@ -39,9 +39,13 @@ class Records {
   Buffer<MatrixLocalInfo> mInfos;
 };
 
-bool StaysInside(std::vector<Extent> const& extents, long ld, long total) {
+std::int64_t FindOutside(std::vector<Extent> const& extents, long ld, long total) {
   Records const records(extents, true);
-  return ReorderStaysInside(records.Infos(), records.Count(), true, ld, total);
+  return FindRunsOutside(records.Infos(), records.Count(), true, ld, total);
+}
+
+bool StaysInside(std::vector<Extent> const& extents, long ld, long total) {
+  return FindOutside(extents, ld, total) == kNobody;
 }
 
 // Calls `visit(comm element, global element)` for every element, in the order of the walk.
@@ -132,43 +136,50 @@ TEST(DenseReorder, MovesNothingWithoutPieces) {
 
 // --- What stays inside -----------------------------------------------------------------------
 
-TEST(ReorderStaysInside, AcceptsPiecesThatTileTheMatrix) {
+TEST(FindRunsOutside, AcceptsPiecesThatTileTheMatrix) {
   EXPECT_TRUE(StaysInside({{2, 3}, {3, 3}}, 5, 15));
 }
 
-TEST(ReorderStaysInside, RefusesPackedPiecesLongerThanTheArray) {
+TEST(FindRunsOutside, RefusesPackedPiecesLongerThanTheArray) {
   EXPECT_FALSE(StaysInside({{2, 3}, {3, 3}}, 0, 14));
 }
 
-TEST(ReorderStaysInside, RefusesRunsBeyondTheGlobalArray) {
+TEST(FindRunsOutside, RefusesRunsBeyondTheGlobalArray) {
   EXPECT_TRUE(StaysInside({{1, 2}, {1, 5}}, 2, 10));
   EXPECT_FALSE(StaysInside({{1, 2}, {1, 5}}, 3, 12));
 }
 
-TEST(ReorderStaysInside, RefusesPiecesThatBeginBeyondTheGlobalArray) {
+TEST(FindRunsOutside, RefusesPiecesThatBeginBeyondTheGlobalArray) {
   EXPECT_FALSE(StaysInside({{5, 0}, {1, 1}}, 1, 5));
 }
 
-TEST(ReorderStaysInside, AcceptsAnyExtentOfPiecesWithoutElements) {
+TEST(FindRunsOutside, AcceptsAnyExtentOfPiecesWithoutElements) {
   constexpr std::int64_t kHuge = std::numeric_limits<std::int64_t>::max();
 
   EXPECT_TRUE(StaysInside({{1, 4}, {kHuge, 0}, {kHuge, 0}, {0, kHuge}}, 1, 4));
 }
 
-TEST(ReorderStaysInside, RefusesNegativeExtents) {
+TEST(FindRunsOutside, RefusesNegativeExtents) {
   EXPECT_FALSE(StaysInside({{-1, 2}}, 2, 10));
   EXPECT_FALSE(StaysInside({{1, -2}}, 2, 10));
   EXPECT_FALSE(StaysInside({{1, 2}}, -2, 10));
   EXPECT_FALSE(StaysInside({{1, 2}}, 2, -10));
 }
 
-TEST(ReorderStaysInside, RefusesProductsThatOverflow) {
+TEST(FindRunsOutside, RefusesProductsThatOverflow) {
   constexpr std::int64_t kHuge = std::numeric_limits<std::int64_t>::max();
 
   EXPECT_FALSE(StaysInside({{1L << 32, 1L << 32}}, 1, 100));
   EXPECT_FALSE(StaysInside({{1, kHuge}}, kHuge, 100));
   EXPECT_FALSE(StaysInside({{1, 2}}, kHuge, kHuge));
   EXPECT_FALSE(StaysInside({{kHuge, 1}, {kHuge, 1}}, 0, kHuge));
+}
+
+TEST(FindRunsOutside, NamesTheFirstPieceAtFault) {
+  EXPECT_EQ(FindOutside({{2, 3}, {3, 3}, {1, -1}}, 5, 15), 2);
+  EXPECT_EQ(FindOutside({{2, 3}, {3, 4}, {1, 3}}, 5, 15), 1);
+  EXPECT_EQ(FindOutside({{1, 2}, {1, 6}, {-1, 1}}, 2, 8), 1);
+  EXPECT_EQ(FindOutside({{1, 2}, {1, 2}}, -2, 4), 0);
 }
 
 // --- Against the literal walk --------------------------------------------------------------
@@ -191,7 +202,7 @@ void CompareWithLiteralWalk(std::size_t size, std::vector<Extent> const& extents
                             std::int64_t ld, std::int64_t total, std::size_t offset,
                             bool rowMajor) {
   Records const records(extents, rowMajor);
-  ASSERT_TRUE(ReorderStaysInside(records.Infos(), records.Count(), rowMajor, ld, total));
+  ASSERT_EQ(FindRunsOutside(records.Infos(), records.Count(), rowMajor, ld, total), kNobody);
   std::size_t const bytes = static_cast<std::size_t>(total) * size;
   Bytes source(bytes, 0);
   for (std::size_t i = 0; i < bytes; ++i)

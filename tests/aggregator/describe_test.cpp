@@ -390,16 +390,175 @@ TEST(Describe, TellsAStoreTypeThatNobodyKnows) {
             "refused: process 1 has unknown store type 13; expected 0 to 12\n");
 }
 
-TEST(Describe, TellsDensePiecesThatDoNotFillTheirShape) {
-  MatrixLocalInfo const first =
-      Piece(STORE_DENSE_ROW_MAJOR, MatrixPartition::RowWise(0), 4, 100, 400);
-  MatrixLocalInfo const second =
-      Piece(STORE_DENSE_ROW_MAJOR, MatrixPartition::RowWise(4), 6, 50, 300);
+TEST(Describe, TellsAnEmptyMatrixOfAnotherFormatThanTheOnlyHolders) {
+  MatrixLocalInfo other = Empty();
+  other.storeType = STORE_CSC_0;
 
-  EXPECT_EQ(VerdictAbout({first, second}),
-            "mode DISTRIBUTED: every process holds a piece\n"
-            "refused: the pieces make a dense matrix of 10 x 100 with 700 entries; expected "
-            "rows times columns\n");
+  EXPECT_EQ(VerdictAbout({Empty(), other, Whole()}),
+            "mode CENTRALIZED_ONE: process 2 holds the whole matrix\n"
+            "refused: process 1 has STORE_CSC_0, process 2 has STORE_CSR_0; expected the same "
+            "format (std::bad_cast where it is another)\n");
+}
+
+TEST(Describe, TakesAnEmptyMatrixOfTheSameFormatAndAnotherTypeOfIt) {
+  MatrixLocalInfo other = Empty();
+  other.storeType = STORE_CSR_2;
+
+  EXPECT_EQ(VerdictAbout({other, Whole()}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "agreed: 100 x 100 with 7 entries, with values\n");
+}
+
+TEST(Describe, TellsNegativeSizesOfTheOnlyHolder) {
+  MatrixLocalInfo entries = Whole();
+  entries.nnz = -3;
+  MatrixLocalInfo rows = Whole();
+  rows.rows = -7;
+  MatrixLocalInfo cols = Whole();
+  cols.cols = -1;
+
+  EXPECT_EQ(VerdictAbout({Empty(), entries}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "unsound: process 1 has 100 x 100 with -3 entries; expected none below 0\n");
+  EXPECT_EQ(VerdictAbout({rows, Empty()}),
+            "mode CENTRALIZED_ONE: process 0 holds the whole matrix\n"
+            "unsound: process 0 has -7 x 100 with 7 entries; expected none below 0\n");
+  EXPECT_EQ(VerdictAbout({Empty(), cols}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "unsound: process 1 has 100 x -1 with 7 entries; expected none below 0\n");
+}
+
+// --- Sizes that do not fit the format
+
+// A row-major one, with just the entries of its shape.
+MatrixLocalInfo DensePiece(MatrixPartition partition, std::int64_t rows, std::int64_t cols) {
+  return Piece(STORE_DENSE_ROW_MAJOR, partition, rows, cols, rows * cols);
+}
+
+// Says that the global shape is `rows` x `cols`.
+Records Of(std::int64_t rows, std::int64_t cols, Records records) {
+  for (MatrixLocalInfo& info : records) {
+    info.globalRows = rows;
+    info.globalCols = cols;
+  }
+  return records;
+}
+
+// The verdict on pieces that agree with each other.
+std::string VerdictOnPieces(Records const& records) {
+  std::string const text = VerdictAbout(records);
+  std::string const mode = "mode DISTRIBUTED: every process holds a piece\n";
+  EXPECT_EQ(text.substr(0, mode.size()), mode);
+  return text.substr(mode.size());
+}
+
+TEST(Describe, TellsCompressedPiecesThatAreCutAlongTheWrongDimension) {
+  MatrixLocalInfo const left = Piece(STORE_CSR_0, MatrixPartition::ColumnWise(5), 2, 2, 2);
+  MatrixLocalInfo const right = Piece(STORE_CSR_0, MatrixPartition::ColumnWise(7), 2, 2, 2);
+  MatrixLocalInfo const upper = Piece(STORE_CSC_0, MatrixPartition::RowWise(0), 4, 3, 2);
+  MatrixLocalInfo const lower = Piece(STORE_CSC_0, MatrixPartition::RowWise(4), 4, 3, 2);
+
+  EXPECT_EQ(VerdictOnPieces(Of(2, 4, {left, right})),
+            "refused: process 1 has 2 rows placed from 2 on; expected inside the 2 gathered\n");
+  EXPECT_EQ(VerdictOnPieces(Of(8, 3, {upper, lower})),
+            "refused: process 1 has 3 columns placed from 4 on; expected inside the 3 "
+            "gathered\n");
+}
+
+TEST(Describe, TellsANegativeNumberOfCompressedRows) {
+  EXPECT_EQ(
+      VerdictOnPieces({RowBand(0, 5), RowBand(5, -2), RowBand(3, 4)}),
+      "refused: process 1 has -2 rows placed from 5 on; expected inside the 7 gathered\n");
+}
+
+TEST(Describe, TellsMoreRowsThanThereCanBeOffsets) {
+  constexpr std::int64_t kMostOffsets = std::int64_t{1} << 60;
+
+  EXPECT_EQ(VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostOffsets - 2)}),
+            "refused: the pieces have 1152921504606846975 rows together; expected what memory "
+            "can hold\n");
+  EXPECT_EQ(VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostOffsets - 3)}),
+            "agreed: 1152921504606846974 x 100 with 14 entries, with values\n");
+}
+
+TEST(Describe, TellsTheFirstDenseBandThatIsNotAsWideAsTheWhole) {
+  EXPECT_EQ(VerdictOnPieces({DensePiece(MatrixPartition::RowWise(0), 4, 100),
+                             DensePiece(MatrixPartition::RowWise(4), 6, 50),
+                             DensePiece(MatrixPartition::RowWise(10), 6, 60)}),
+            "refused: process 1 has 50 columns; expected 100, those of the whole\n");
+  EXPECT_EQ(VerdictOnPieces({DensePiece(MatrixPartition::ColumnWise(0), 90, 4),
+                             DensePiece(MatrixPartition::ColumnWise(4), 100, 6)}),
+            "refused: process 0 has 90 rows; expected 100, those of the whole\n");
+}
+
+TEST(Describe, TellsDenseBandsThatMakeUpForEachOthersHeight) {
+  Records const pieces = Of(4, 2,
+                            {DensePiece(MatrixPartition::ColumnWise(0), 2, 1),
+                             DensePiece(MatrixPartition::ColumnWise(1), 6, 1)});
+  Records columnMajor = pieces;
+  for (MatrixLocalInfo& info : columnMajor)
+    info.storeType = STORE_DENSE_COL_MAJOR;
+
+  EXPECT_EQ(VerdictOnPieces(pieces),
+            "refused: process 0 has 2 rows; expected 4, those of the whole\n");
+  EXPECT_EQ(VerdictOnPieces(columnMajor), "agreed: 4 x 2 with 8 entries, with values\n");
+}
+
+TEST(Describe, TellsTheFirstDensePieceOutsideTheWhole) {
+  MatrixLocalInfo const wide = DensePiece(MatrixPartition::NonzeroWise(), 1, 4);
+  MatrixLocalInfo const high = DensePiece(MatrixPartition::NonzeroWise(), 4, 1);
+
+  EXPECT_EQ(VerdictOnPieces(Of(2, 4, {wide, high})),
+            "refused: process 1 has 4 x 1, placed behind the earlier ones; expected inside the "
+            "2 x 4 gathered\n");
+}
+
+TEST(Describe, TellsDensePiecesThatDoNotFillTheirShape) {
+  MatrixLocalInfo const share = DensePiece(MatrixPartition::NonzeroWise(), 4, 4);
+  MatrixLocalInfo band = DensePiece(MatrixPartition::RowWise(0), 4, 100);
+  band.nnz = 399;
+
+  EXPECT_EQ(VerdictOnPieces(Of(4, 4, {share, share})),
+            "refused: the pieces make a dense matrix of 4 x 4 with 32 entries; expected 16\n");
+  EXPECT_EQ(VerdictOnPieces({band, DensePiece(MatrixPartition::RowWise(4), 6, 100)}),
+            "refused: the pieces make a dense matrix of 10 x 100 with 999 entries; expected "
+            "1000\n");
+}
+
+TEST(Describe, TellsADenseWholeThatDoesNotFillItsShape) {
+  MatrixLocalInfo empty = DensePiece({}, 0, 0);
+  empty.nnz = 5;
+  MatrixLocalInfo whole = DensePiece({}, 4, 3);
+  whole.nnz = 11;
+
+  EXPECT_EQ(VerdictAbout({empty, whole}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "refused: process 1 has 4 x 3 with 11 entries; expected 12\n");
+}
+
+TEST(Describe, AsksForNoFitOfADensePatternAlone) {
+  MatrixLocalInfo first = DensePiece(MatrixPartition::RowWise(0), 4, 50);
+  MatrixLocalInfo second = DensePiece(MatrixPartition::RowWise(4), 6, 50);
+  first.withValues = second.withValues = false;
+
+  EXPECT_EQ(VerdictOnPieces({first, second}),
+            "agreed: 10 x 100 with 500 entries, without values\n");
+}
+
+TEST(Describe, NotesTheFirstDenseOrderThatIsNotTheHolders) {
+  MatrixLocalInfo empty = DensePiece({}, 0, 0);
+  MatrixLocalInfo other = empty;
+  other.storeType = STORE_DENSE_COL_MAJOR;
+  MatrixLocalInfo const whole = DensePiece({}, 4, 3);
+
+  EXPECT_EQ(VerdictAbout({empty, other, other, whole}),
+            "mode CENTRALIZED_ONE: process 3 holds the whole matrix; process 1 has "
+            "STORE_DENSE_COL_MAJOR, process 3 has STORE_DENSE_ROW_MAJOR, and each takes what "
+            "it receives in its own order\n"
+            "agreed: 4 x 3 with 12 entries, with values\n");
+  EXPECT_EQ(VerdictAbout({empty, whole}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "agreed: 4 x 3 with 12 entries, with values\n");
 }
 
 // --- Whatever a peer sends
@@ -456,6 +615,7 @@ TEST(Describe, TellsAnyBytes) {
 
     EXPECT_EQ(text.rfind("3 processes\nprocess 0: STORE_CSR_0, ", 0), 0U);
     EXPECT_NE(text.find("\nmode "), std::string::npos);
+    EXPECT_EQ(text.find("never arrived"), std::string::npos) << byte;
     EXPECT_NE(text.find("\nrefused: "), std::string::npos) << byte << "\n" << text;
   }
 }

@@ -25,6 +25,9 @@ struct Conclusion {
 
 bool operator==(Conclusion const& a, Conclusion const& b);
 
+// The flag of a record as the byte that it is.
+bool FlagOf(MatrixLocalInfo const& info);
+
 // `records`: of all processes, by rank; at least one, of any bytes.
 Conclusion ExpectedConclusion(Records const& records);
 

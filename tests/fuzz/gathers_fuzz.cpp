@@ -46,7 +46,7 @@ void RunSpoiled(Rng& rng, std::shared_ptr<Comm> const& comm) {
     PavexStatus const status =
         spoiled.round.toAll ? aggregator.Allgather(comm, local.Matrix(), piece.withValues)
                             : aggregator.Gather(comm, local.Matrix(), piece.withValues);
-    Require(IsKnownStatus(status), "the status of the gather is a known one");
+    Require(IsGatherStatus(status), "the status of the gather is one of a gather");
     Require(status == STATUS_OK || aggregator.Target() == nullptr,
             "no matrix is there after a failure");
     Require(IsKnownStatus(aggregator.Update(local.Matrix())),

@@ -17,4 +17,14 @@ inline bool IsKnownStatus(PavexStatus status) {
   return std::find(std::begin(kKnown), std::end(kKnown), status) != std::end(kKnown);
 }
 
+// Those of a gather, which compares with no earlier one.
+inline bool IsGatherStatus(PavexStatus status) {
+  return IsKnownStatus(status) && status != STATUS_MISMATCH && status != STATUS_WRONG_ORDER;
+}
+
+// Those that the pool or the communicator gave, on one process or on some.
+inline bool IsOthersFailure(PavexStatus status) {
+  return status == STATUS_OUT_OF_MEMORY || status == STATUS_COMM_FAILED;
+}
+
 }  // namespace Pavex

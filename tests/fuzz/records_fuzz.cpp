@@ -1,7 +1,7 @@
 // Records of any bytes. Every rank comes to the expected conclusion about them and tells it in
 // the same words; and a rank whose own matrix is what its record says takes the peers at their
 // word, gathers, updates and scatters with a known status, and reads and writes nothing outside
-// its arrays.
+// its arrays; what it tells about the gather is what became of it.
 //
 // The input: a byte for the number of ranks, a byte of choices, then 72 bytes a rank. Missing
 // bytes are 0.
@@ -138,7 +138,7 @@ Piece PieceOf(MatrixLocalInfo const& info, long padding) {
   piece.begin = info.partition.begin;
   piece.pattern = info.pattern;
   piece.attribute = info.attribute;
-  piece.withValues = info.WithValues();
+  piece.withValues = FlagOf(info);
   piece.entries.resize(static_cast<std::size_t>(info.nnz), Entry{0, 0, 1});
   piece.rowMajor = info.storeType == STORE_DENSE_ROW_MAJOR;
   piece.paddings.fill(padding);
@@ -164,8 +164,76 @@ void RequireRoom(Format format, MatrixBase const& target, LedgerPool const& pool
   if (arrays.second != nullptr) RequireRoom(*arrays.second, pool);
 }
 
+// What the gather of one rank came to.
+struct Outcome {
+  PavexStatus status = STATUS_OK;
+  bool threw = false;        // std::bad_cast
+  bool lacksValues = false;  // that it has to send
+  bool hasTarget = false;
+  std::string text;  // what the rank tells about it
+};
+
+// Nobody compares classes where one process holds the whole: a matrix of another one throws.
+bool MustThrow(Input const& input, int rank, Conclusion const& conclusion) {
+  if (conclusion.status != STATUS_OK || conclusion.mode != CENTRALIZED_ONE) return false;
+  auto const kindOf = [&input](int of) {
+    return StoreKindOf(input.records[static_cast<std::size_t>(of)].storeType);
+  };
+  StoreKind const kind = kindOf(conclusion.source);
+  return kind != StoreKind::UNKNOWN && kindOf(rank) != kind;
+}
+
+// What is told about a gather says how it ends.
+void CheckText(Outcome const& outcome, Conclusion const& conclusion) {
+  bool const agreed = outcome.text.find("\nagreed: ") != std::string::npos;
+  bool const refused = outcome.text.find("\nrefused: ") != std::string::npos;
+  Require(!agreed || !outcome.threw, "a matrix of another class is told");
+  Require(!agreed || outcome.lacksValues || outcome.status == STATUS_OK ||
+              IsOthersFailure(outcome.status),
+          "agreed records and values at hand are gathered, if the memory and the peers allow");
+  // (The others may have what they need where the class of one is another.)
+  Require(!refused || !outcome.hasTarget || conclusion.mode == CENTRALIZED_ONE,
+          "refused records give no matrix");
+}
+
+void CheckGather(Input const& input, int rank, Outcome const& outcome,
+                 Conclusion const& conclusion) {
+  Require(outcome.threw == MustThrow(input, rank, conclusion),
+          "a matrix of another class is thrown at, and no other");
+  CheckText(outcome, conclusion);
+  if (outcome.threw) return;
+  Require(IsGatherStatus(outcome.status), "the status of the gather is one of a gather");
+  Require(conclusion.status == STATUS_OK || outcome.status == conclusion.status,
+          "refused records fail the gather");
+  Require(conclusion.status != STATUS_OK || !outcome.lacksValues ||
+              outcome.status == STATUS_INCONSISTENT,
+          "missing values fail the gather");
+  bool const receives = input.toAll || rank == 0;
+  Require(outcome.hasTarget == (outcome.status == STATUS_OK && receives),
+          "receivers have a matrix after success");
+}
+
 template <typename T, typename I>
-void Operate(Input const& input, int rank, Conclusion const& conclusion) {
+Outcome GatherOn(Input const& input, int rank, Conclusion const& conclusion,
+                 MatrixBase const& local, Aggregator<T, I>& aggregator) {
+  auto const comm = std::make_shared<AnnouncedComm>(rank, input.records, false);
+  bool const withValues = FlagOf(input.records[static_cast<std::size_t>(rank)]);
+  Outcome outcome;
+  try {
+    outcome.status = input.toAll ? aggregator.Allgather(comm, local, withValues)
+                                 : aggregator.Gather(comm, local, withValues);
+  } catch (std::bad_cast const&) {
+    outcome.threw = true;
+  }
+  bool const sends = conclusion.mode == DISTRIBUTED || conclusion.source == rank;
+  outcome.lacksValues = conclusion.withValues && sends && !local.HasValues();
+  outcome.hasTarget = aggregator.Target() != nullptr;
+  outcome.text = aggregator.Describe();
+  return outcome;
+}
+
+template <typename T, typename I>
+Outcome Operate(Input const& input, int rank, Conclusion const& conclusion) {
   MatrixLocalInfo const& info = input.records[static_cast<std::size_t>(rank)];
   Round round;
   round.format = FormatOf(info.storeType);
@@ -175,45 +243,38 @@ void Operate(Input const& input, int rank, Conclusion const& conclusion) {
 
   SmallPool pool;
   Aggregator<T, I> aggregator(&pool);
-  auto const comm = std::make_shared<AnnouncedComm>(rank, input.records, false);
-  bool const withValues = info.WithValues();
-  PavexStatus const status = input.toAll
-                                 ? aggregator.Allgather(comm, local.Matrix(), withValues)
-                                 : aggregator.Gather(comm, local.Matrix(), withValues);
-  Require(IsKnownStatus(status), "the status of the gather is a known one");
-  Require(conclusion.status == STATUS_OK || status == conclusion.status,
-          "refused records fail the gather");
-  bool const receives = input.toAll || rank == 0;
-  Require((aggregator.Target() != nullptr) == (status == STATUS_OK && receives),
-          "receivers have a matrix after success");
+  Outcome const outcome = GatherOn(input, rank, conclusion, local.Matrix(), aggregator);
+  CheckGather(input, rank, outcome, conclusion);
+  if (outcome.threw) return outcome;
   // (The holder of the whole is believed in what it says of it.)
-  if (aggregator.Target() != nullptr && conclusion.mode == DISTRIBUTED)
+  if (outcome.hasTarget && conclusion.mode == DISTRIBUTED)
     RequireRoom<T, I>(round.format, *aggregator.Target(), pool);
 
   Require(IsKnownStatus(aggregator.Update(local.Matrix())),
           "the status of the update is a known one");
   Require(IsKnownStatus(aggregator.Scatter(local.Matrix())),
           "the status of the scatter is a known one");
+  return outcome;
 }
 
-// The one exception: the holder of the whole matrix has one of another class than this rank.
-bool MayThrow(Input const& input, int rank, Conclusion const& conclusion) {
-  if (conclusion.status != STATUS_OK || conclusion.mode != CENTRALIZED_ONE) return false;
-  auto const kindOf = [&input](int of) {
-    return StoreKindOf(input.records[static_cast<std::size_t>(of)].storeType);
-  };
-  return kindOf(rank) != kindOf(conclusion.source);
+// Where nothing of its own fails a rank, all end alike.
+void CheckAlike(std::vector<Outcome> const& outcomes) {
+  bool const own = std::any_of(outcomes.begin(), outcomes.end(), [](Outcome const& outcome) {
+    return outcome.threw || outcome.lacksValues || IsOthersFailure(outcome.status);
+  });
+  if (own) return;
+  for (Outcome const& outcome : outcomes)
+    Require(outcome.status == outcomes.front().status, "all ranks end with the same status");
 }
 
-void OperateOnRank(Input const& input, int rank, Conclusion const& conclusion) {
-  try {
-    if (input.wide)
-      Operate<std::complex<double>, long>(input, rank, conclusion);
-    else
-      Operate<float, int>(input, rank, conclusion);
-  } catch (std::bad_cast const&) {
-    Require(MayThrow(input, rank, conclusion), "only a matrix of another class is thrown at");
+void OperateOnRanks(Input const& input, Conclusion const& conclusion) {
+  std::vector<Outcome> outcomes;
+  for (int rank = 0; rank < RankCount(input); ++rank) {
+    if (!CanExist(input.records[static_cast<std::size_t>(rank)])) continue;
+    outcomes.push_back(input.wide ? Operate<std::complex<double>, long>(input, rank, conclusion)
+                                  : Operate<float, int>(input, rank, conclusion));
   }
+  CheckAlike(outcomes);
 }
 
 void Run(Input const& input) {
@@ -227,9 +288,7 @@ void Run(Input const& input) {
 
   Conclusion const expected = ExpectedConclusion(input.records);
   CheckConclusions(input, expected);
-  for (int rank = 0; rank < RankCount(input); ++rank)
-    if (CanExist(input.records[static_cast<std::size_t>(rank)]))
-      OperateOnRank(input, rank, expected);
+  OperateOnRanks(input, expected);
 }
 
 }  // namespace
