@@ -74,9 +74,7 @@ void LocalComm::Run(int ranks, Body const& body) {
   run(0);
   threads.Join();
   for (std::exception_ptr const& failure : failures) {
-    if (failure != nullptr) {
-      std::rethrow_exception(failure);
-    }
+    if (failure != nullptr) std::rethrow_exception(failure);
   }
 }
 

@@ -45,23 +45,17 @@ LocalGroup::LocalGroup(int ranks)
 LocalGroup::~LocalGroup() = default;
 
 PavexStatus LocalGroup::Execute(int rank, LocalOperation const& operation) {
-  if (operation.mPeer < 0 || operation.mPeer >= Size()) {
-    return STATUS_COMM_FAILED;
-  }
+  if (operation.mPeer < 0 || operation.mPeer >= Size()) return STATUS_COMM_FAILED;
   Slot& slot = At(rank);
   {
     std::lock_guard<std::mutex> const lock(mMutex);
-    if (slot.mPhase != Phase::RUNNING) {
-      return STATUS_COMM_FAILED;
-    }
+    if (slot.mPhase != Phase::RUNNING) return STATUS_COMM_FAILED;
     slot.mOperation = &operation;
     slot.mPhase = Phase::WAITING;
     Meet(rank);
   }
   AwaitChange(slot, Phase::WAITING);
-  if (slot.mPhase == Phase::COPYING) {
-    Copy(rank);
-  }
+  if (slot.mPhase == Phase::COPYING) Copy(rank);
   slot.mTransfer.reset();
   return slot.mStatus;
 }
@@ -87,9 +81,7 @@ void LocalGroup::Meet(int rank) {
 
 bool LocalGroup::MeetsPartner(int rank) {
   LocalOperation const& own = *At(rank).mOperation;
-  if (!own.PointToPoint() || !Waits(own.mPeer)) {
-    return false;
-  }
+  if (!own.PointToPoint() || !Waits(own.mPeer)) return false;
   LocalOperation const& other = *At(own.mPeer).mOperation;
   return other.PointToPoint() && other.mKind != own.mKind && other.mPeer == rank &&
          other.mTag == own.mTag;
@@ -110,9 +102,7 @@ void LocalGroup::Start(std::vector<int> const& partners) {
       operations[static_cast<std::size_t>(rank)] = At(rank).mOperation;
     }
     LocalWork work;
-    if (!PlanLocalWork(operations, work)) {
-      return End(partners, STATUS_COMM_FAILED);
-    }
+    if (!PlanLocalWork(operations, work)) return End(partners, STATUS_COMM_FAILED);
     std::size_t const bytes = work.Bytes();
     if (work.mOrdered || bytes <= kSmall || bytes <= kSmallPiece * work.mPieces.size()) {
       work.DoAll();
@@ -137,9 +127,7 @@ void LocalGroup::FailStuck() {
   for (int const rank : mAll) {
     bool const stuck = Waits(rank) || At(rank).mPhase == Phase::GONE;
     mCanGoOn[static_cast<std::size_t>(rank)] = !stuck;
-    if (stuck) {
-      mStuck.push_back(rank);
-    }
+    if (stuck) mStuck.push_back(rank);
   }
   while (ReleaseStuck([this](int rank) { return PartnerCanGoOn(rank); })) {
   }
@@ -187,9 +175,7 @@ void LocalGroup::End(std::vector<int> const& ranks, PavexStatus status) {
 void LocalGroup::AwaitChange(Slot& slot, Phase from) {
   int const pauses = mProcessorEach ? kPauses : 0;
   for (int i = 0; i < pauses + kYields; ++i) {
-    if (slot.mPhase != from) {
-      return;
-    }
+    if (slot.mPhase != from) return;
     i < pauses ? Pause() : std::this_thread::yield();
   }
   std::unique_lock<std::mutex> lock(mMutex);

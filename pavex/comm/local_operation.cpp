@@ -14,9 +14,7 @@ using Operations = std::vector<LocalOperation const*>;
 std::vector<int> Everyone(Operations const& operations) {
   std::vector<int> ranks;
   for (std::size_t r = 0; r < operations.size(); ++r) {
-    if (operations[r] != nullptr) {
-      ranks.push_back(static_cast<int>(r));
-    }
+    if (operations[r] != nullptr) ranks.push_back(static_cast<int>(r));
   }
   return ranks;
 }
@@ -40,12 +38,8 @@ bool InPlaceLegal(LocalOperation const& operation, int rank) {
 // What `from` sends to `to`. An in-place contribution stands in the sender's receive buffer.
 LocalRegion Sent(Operations const& operations, int from, int to) {
   LocalOperation const& sender = Of(operations, from);
-  if (!sender.mSend.InPlace()) {
-    return sender.mSend.For(to);
-  }
-  if (!InPlaceLegal(sender, from)) {
-    return {nullptr, -1, DATATYPE_BYTE};
-  }
+  if (!sender.mSend.InPlace()) return sender.mSend.For(to);
+  if (!InPlaceLegal(sender, from)) return {nullptr, -1, DATATYPE_BYTE};
   return sender.mRecv.For(from);
 }
 
@@ -53,9 +47,7 @@ LocalRegion Sent(Operations const& operations, int from, int to) {
 bool Overlap(std::vector<std::pair<char*, char*>>& regions) {
   std::sort(regions.begin(), regions.end());
   for (std::size_t i = 1; i < regions.size(); ++i) {
-    if (regions[i].first < regions[i - 1].second) {
-      return true;
-    }
+    if (regions[i].first < regions[i - 1].second) return true;
   }
   return false;
 }
@@ -108,20 +100,14 @@ bool PlanReduction(Operations const& operations, LocalWork& work) {
   }
   work.mType = whole.mType;
   work.mReduce = first.mReduce;
-  if (whole.mCount > 0) {
-    work.mPieces.push_back({work.mResults.front(), nullptr, whole.Bytes()});
-  }
+  if (whole.mCount > 0) work.mPieces.push_back({work.mResults.front(), nullptr, whole.Bytes()});
   return true;
 }
 
 template <typename T>
 T Combine(T a, T b, ReduceOp op) {
-  if (op == REDUCE_MIN) {
-    return std::min(a, b);
-  }
-  if (op == REDUCE_MAX) {
-    return std::max(a, b);
-  }
+  if (op == REDUCE_MIN) return std::min(a, b);
+  if (op == REDUCE_MAX) return std::max(a, b);
   if constexpr (std::is_integral_v<T>) {
     using Wrapping = std::make_unsigned_t<T>;  // an overflowing sum wraps in every integer type
     return static_cast<T>(static_cast<Wrapping>(a) + static_cast<Wrapping>(b));
@@ -228,9 +214,7 @@ LocalRegion LocalSide::For(int rank) const {
     region.mCount = given ? mCounts[rank] : -1;
     displacement = given ? mDispls[rank] : -1;
   }
-  if (region.mCount > 0 && displacement < 0) {
-    region.mCount = -1;
-  }
+  if (region.mCount > 0 && displacement < 0) region.mCount = -1;
   if (region.mData != nullptr && region.mCount > 0) {
     region.mData += displacement * static_cast<long>(DatatypeSize(mType));
   }
@@ -250,9 +234,7 @@ std::size_t LocalWork::Bytes() const {
 }
 
 void LocalWork::Do(std::size_t index, std::size_t begin, std::size_t end) const {
-  if (!mResults.empty()) {
-    return ReduceSlice(*this, begin, end);
-  }
+  if (!mResults.empty()) return ReduceSlice(*this, begin, end);
   LocalPiece const& piece = mPieces[index];
   std::memmove(piece.mTarget + begin, piece.mSource + begin, end - begin);
 }

@@ -41,9 +41,7 @@ std::size_t LocalTransfer::DoChunksOf(std::size_t piece) {
   std::size_t done = 0;
   for (;;) {
     std::size_t const begin = mTaken[piece].fetch_add(mChunk);
-    if (begin >= bytes) {
-      return done;
-    }
+    if (begin >= bytes) return done;
     std::size_t const end = std::min(begin + mChunk, bytes);
     mWork.Do(piece, begin, end);
     done += end - begin;

@@ -1,4 +1,4 @@
-// The communicator of a job of one process.
+// The communicator that needs no other process.
 
 #pragma once
 

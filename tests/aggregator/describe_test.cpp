@@ -398,6 +398,10 @@ TEST(Describe, TellsAnEmptyMatrixOfAnotherFormatThanTheOnlyHolders) {
             "mode CENTRALIZED_ONE: process 2 holds the whole matrix\n"
             "refused: process 1 has STORE_CSC_0, process 2 has STORE_CSR_0; expected the same "
             "format (std::bad_cast where it is another)\n");
+  EXPECT_EQ(VerdictAbout({Empty(), Piece(STORE_DENSE_ROW_MAJOR, {}, 2, 3, 6)}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "refused: process 0 has STORE_CSR_0, process 1 has STORE_DENSE_ROW_MAJOR; expected "
+            "the same format (std::bad_cast where it is another)\n");
 }
 
 TEST(Describe, TakesAnEmptyMatrixOfTheSameFormatAndAnotherTypeOfIt) {
@@ -491,17 +495,39 @@ TEST(Describe, TellsTheFirstDenseBandThatIsNotAsWideAsTheWhole) {
             "refused: process 0 has 90 rows; expected 100, those of the whole\n");
 }
 
-TEST(Describe, TellsDenseBandsThatMakeUpForEachOthersHeight) {
-  Records const pieces = Of(4, 2,
-                            {DensePiece(MatrixPartition::ColumnWise(0), 2, 1),
-                             DensePiece(MatrixPartition::ColumnWise(1), 6, 1)});
-  Records columnMajor = pieces;
-  for (MatrixLocalInfo& info : columnMajor)
+Records ColumnMajor(Records records) {
+  for (MatrixLocalInfo& info : records)
     info.storeType = STORE_DENSE_COL_MAJOR;
+  return records;
+}
 
-  EXPECT_EQ(VerdictOnPieces(pieces),
+TEST(Describe, TellsDenseBandsThatMakeUpForEachOthersExtentWhereTheyAreReordered) {
+  Records const columns = Of(4, 2,
+                             {DensePiece(MatrixPartition::ColumnWise(0), 2, 1),
+                              DensePiece(MatrixPartition::ColumnWise(1), 6, 1)});
+  Records const rows = Of(2, 4,
+                          {DensePiece(MatrixPartition::RowWise(0), 1, 2),
+                           DensePiece(MatrixPartition::RowWise(1), 1, 6)});
+
+  EXPECT_EQ(VerdictOnPieces(columns),
             "refused: process 0 has 2 rows; expected 4, those of the whole\n");
-  EXPECT_EQ(VerdictOnPieces(columnMajor), "agreed: 4 x 2 with 8 entries, with values\n");
+  EXPECT_EQ(VerdictOnPieces(ColumnMajor(columns)),
+            "agreed: 4 x 2 with 8 entries, with values\n");
+  EXPECT_EQ(VerdictOnPieces(ColumnMajor(rows)),
+            "refused: process 0 has 2 columns; expected 4, those of the whole\n");
+  EXPECT_EQ(VerdictOnPieces(rows), "agreed: 2 x 4 with 8 entries, with values\n");
+}
+
+TEST(Describe, TakesDenseBandsThatAreReordered) {
+  Records const columns = Of(4, 2,
+                             {DensePiece(MatrixPartition::ColumnWise(0), 4, 1),
+                              DensePiece(MatrixPartition::ColumnWise(1), 4, 1)});
+  Records const rows = Of(2, 4,
+                          {DensePiece(MatrixPartition::RowWise(0), 1, 4),
+                           DensePiece(MatrixPartition::RowWise(1), 1, 4)});
+
+  EXPECT_EQ(VerdictOnPieces(columns), "agreed: 4 x 2 with 8 entries, with values\n");
+  EXPECT_EQ(VerdictOnPieces(ColumnMajor(rows)), "agreed: 2 x 4 with 8 entries, with values\n");
 }
 
 TEST(Describe, TellsTheFirstDensePieceOutsideTheWhole) {
