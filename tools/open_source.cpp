@@ -14,4 +14,9 @@ std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ra
   return source;
 }
 
+std::unique_ptr<Source> OpenToCount(GatherOptions const& options) {
+  if (!options.mFile.empty()) return OpenFile(options.mFile);
+  return OpenGenerator(options.mGenerate, EntryLimit::NONE);
+}
+
 }  // namespace Pavex::Tool

@@ -15,4 +15,7 @@ namespace Pavex::Tool {
 std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks,
                                    bool whole);
 
+// The input to count the entries of, which need not fit into a gather. Throws InputError.
+std::unique_ptr<Source> OpenToCount(GatherOptions const& options);
+
 }  // namespace Pavex::Tool

@@ -3,6 +3,7 @@
 #include "tools/commands.h"
 #include "tools/common_options.h"
 #include "tools/job_error.h"
+#include "tools/open_source.h"
 #include "tools/plan.h"
 #include "tools/whole_file.h"
 
@@ -32,9 +33,7 @@ void Publish(Plan const& plan) {
 
 int MakeAndPublish(GatherOptions const& options, Ranks const& ranks) {
   CheckCombination(options);
-  auto const source = options.mFile.empty() ? OpenGenerator(options.mGenerate, EntryLimit::NONE)
-                                            : OpenFile(options.mFile);
-  Plan const plan = MakePlan(*source, options);
+  Plan const plan = MakePlan(*OpenToCount(options), options);
   if (ranks.FirstHere() == 0) Publish(plan);
   if (!plan.mAccepted) throw JobError("a gather refuses these pieces");
   return 0;

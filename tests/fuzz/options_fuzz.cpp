@@ -29,9 +29,12 @@ namespace {
 // Ends the command at the point where it would open its input.
 struct Understood {};
 
-void CheckRanges(GatherOptions const& options, Ranks const& ranks) {
+void CheckRanks(GatherOptions const& options, Ranks const& ranks) {
   Require(ranks.Kind() == CommKind::LOCAL, "a build without MPI runs on threads");
   Require(ranks.Count() == options.mRanks, "there are as many ranks as the options say");
+}
+
+void CheckRanges(GatherOptions const& options) {
   Require(options.mRanks >= 1 && options.mRanks <= kMostRanks, "--ranks is in its range");
   Require(options.mHolder >= 0 && options.mHolder < options.mRanks, "the holder is a rank");
   Require(options.mUpdates >= 0, "--updates is not negative");
@@ -100,6 +103,7 @@ void Run(std::string_view text) {
   app.require_subcommand(1);
   int exitCode = 0;
   AddGather(app, job, exitCode);
+  AddPlan(app, job, exitCode);
   AddSolve(app, job, exitCode);
   try {
     app.parse(static_cast<int>(arguments.size()), arguments.data());
@@ -116,7 +120,12 @@ void Run(std::string_view text) {
 // In place of those of the command, which would do the work.
 
 std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks, bool) {
-  CheckRanges(options, ranks);
+  CheckRanks(options, ranks);
+  return OpenToCount(options);
+}
+
+std::unique_ptr<Source> OpenToCount(GatherOptions const& options) {
+  CheckRanges(options);
   CheckPieces(options);
   throw Understood();
 }
