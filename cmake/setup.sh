@@ -1,6 +1,13 @@
-# Sourced by test.sh and demo.sh. need PACKAGE... installs, quietly, the Debian packages that are
-# missing; a machine that has them all is left alone.
+# Sourced by test.sh and demo.sh.
 
+# quietly COMMAND...: its output is shown only if it fails.
+quietly() {
+  local output
+  output=$("$@" 2>&1) || { local status=$?; echo "$output" >&2; return $status; }
+}
+
+# need PACKAGE...: installs the Debian packages that are missing; a machine that has them all is
+# left alone.
 need() {
   local package missing=() sudo=()
   for package in "$@"; do
@@ -11,8 +18,8 @@ need() {
   [ "$(id -u)" = 0 ] || sudo=(sudo)
   echo "Installing: ${missing[*]}"
   export DEBIAN_FRONTEND=noninteractive
-  "${sudo[@]}" apt-get update -qq >/dev/null
-  "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+  quietly "${sudo[@]}" apt-get update -qq
+  quietly "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
 # What the library and the pavex command are built with; without an optimised BLAS the solver would
