@@ -37,6 +37,14 @@ CLI::Validator WholeNumber(long low, long high) {
   return CLI::Validator(check, "");
 }
 
+// `what` the text is.
+CLI::Validator NotEmpty(std::string const& what) {
+  auto const check = [what](std::string const& text) {
+    return text.empty() ? "the " + what + " is empty" : std::string();
+  };
+  return CLI::Validator(check, "");
+}
+
 template <typename Number>
 CLI::Option* Add(CLI::App& command, std::string const& name, Number& number, long low,
                  long high, std::string const& help) {
@@ -58,8 +66,9 @@ CLI::Option* AddNumber(CLI::App& command, std::string const& name, long& number,
 }
 
 void AddInput(CLI::App& command, GatherOptions& options, std::string const& fileHelp) {
-  command.add_option("FILE", options.mFile, fileHelp)->option_text(" ");
+  AddFile(command, "FILE", options.mFile, fileHelp)->option_text(" ");
   command.add_option("--generate", options.mGenerate, "Generate the matrix instead")
+      ->check(NotEmpty("description"))
       ->option_text("KIND:SIZE");
 }
 
@@ -71,6 +80,7 @@ void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
                                   std::string const& choices) {
     command.add_option(name, word, choices)
         ->capture_default_str()
+        ->check(NotEmpty("word"))
         ->option_text(word.empty() ? "WORD" : "WORD [" + word + "]");
   };
   addWord(
@@ -100,14 +110,18 @@ void AddPieceOptions(CLI::App& command, GatherOptions& options, bool& noValues) 
             "Dense: unused elements between the rows (columns) of a piece");
 }
 
+CLI::Option* AddFile(CLI::App& command, std::string const& name, std::string& path,
+                     std::string const& help) {
+  return command.add_option(name, path, help)->check(NotEmpty("file name"));
+}
+
 void AddReportFile(CLI::App& command, GatherOptions& options) {
-  command.add_option("--json", options.mJson, "Write the report for programs to this file")
+  AddFile(command, "--json", options.mJson, "Write the report for programs to this file")
       ->option_text("FILE");
 }
 
 void AddPlot(CLI::App& command, GatherOptions& options, std::string const& help) {
-  command.add_option("--plot", options.mPlot, help + "; .svg, .png or .pdf")
-      ->option_text("FILE");
+  AddFile(command, "--plot", options.mPlot, help + "; .svg, .png or .pdf")->option_text("FILE");
 }
 
 void RequireOutputs(GatherOptions const& options) {

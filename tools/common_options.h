@@ -38,6 +38,9 @@ void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
                std::string const& formats);
 // --no-values and --ld.
 void AddPieceOptions(CLI::App& command, GatherOptions& options, bool& noValues);
+// A file to read or write, whose name cannot be empty.
+CLI::Option* AddFile(CLI::App& command, std::string const& name, std::string& path,
+                     std::string const& help);
 // --json.
 void AddReportFile(CLI::App& command, GatherOptions& options);
 // --plot; `help` says what the picture shows.

@@ -88,7 +88,7 @@ void AddOptions(CLI::App& command, GatherOptions& options, CommonWords& words, b
             "Send new values that many times after the gather");
   command.add_flag("--scatter", options.mScatter,
                    "Dense: change the gathered values and send them back");
-  command.add_option("--output", options.mOutput, "Write the gathered matrix to this file")
+  AddFile(command, "--output", options.mOutput, "Write the gathered matrix to this file")
       ->option_text("FILE.mtx");
   AddReportFile(command, options);
   AddPlot(command, options, "Draw the gathered pattern, coloured by rank, into this file");

@@ -63,16 +63,15 @@ void AddOptions(CLI::App& command, SolveOptions& options, CommonWords& words) {
   AddCommon(command, options.mOperator, words, "coo, csr or csc");
   CLI::Option* const rhs = AddNumber(command, "--rhs", options.mRhs, 1, kMostRhs,
                                      "Number of right-hand sides with known solutions");
-  command
-      .add_option("--rhs-file", options.mRhsFile,
-                  "Matrix Market file of right-hand sides, one in each column")
+  AddFile(command, "--rhs-file", options.mRhsFile,
+          "Matrix Market file of right-hand sides, one in each column")
       ->option_text("FILE.mtx")
       ->excludes(rhs);
   AddNumber(command, "--steps", options.mSteps, 0, kMostSteps,
             "Change the values and solve again that many times");
   AddNumber(command, "--ld", options.mOperator.mPad, 0, kMostPad,
             "Unused elements behind each column of a right-hand side");
-  command.add_option("--output", options.mOperator.mOutput, "Write the solutions to this file")
+  AddFile(command, "--output", options.mOperator.mOutput, "Write the solutions to this file")
       ->option_text("FILE.mtx");
   AddReportFile(command, options.mOperator);
   AddPlot(command, options.mOperator,

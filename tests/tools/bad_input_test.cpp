@@ -57,6 +57,22 @@ TEST(BadValue, IsNamedWithItsOption) {
                       "--cuts: \"a\" is not a whole number from 1 to 2147483647" + help);
 }
 
+TEST(EmptyValue, IsNamedWithItsOption) {
+  std::string const help = "; see pavex gather --help";
+  for (std::string const option : {"--output", "--json", "--plot"})
+    ExpectGatherRefused({option, ""}, option + ": the file name is empty" + help);
+  for (std::string const option : {"--comm", "--value", "--index"})
+    ExpectGatherRefused({option, ""}, option + ": the word is empty" + help);
+  ExpectRefused({"gather", ""}, "FILE: the file name is empty" + help);
+  ExpectRefused({"gather", "a.mtx", "--generate", ""},
+                "--generate: the description is empty" + help);
+  ExpectRefused({"plan", "a.mtx", "--json", ""},
+                "--json: the file name is empty; see pavex plan --help");
+  for (std::string const option : {"--rhs-file", "--output", "--json", "--plot"})
+    ExpectRefused({"solve", "a.mtx", option, ""},
+                  option + ": the file name is empty; see pavex solve --help");
+}
+
 TEST(BadWord, IsNamedWithTheWordsThatExist) {
   ExpectGatherRefused({"--format", "ell"},
                       "--format: unknown \"ell\", choose one of coo, csr, csc, dense-row, "
