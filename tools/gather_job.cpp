@@ -1,26 +1,13 @@
 #include "tools/gather_job.h"
 
 #include "tools/gather_rank.h"
-#include "tools/input_error.h"
+#include "tools/refusals.h"
 #include "tools/type_choice.h"
 
 namespace Pavex::Tool {
 
-namespace {
-
-void RefuseTooLarge(Source const& source, GatherOptions const& options) {
-  Extent const& whole = source.Whole();
-  if (IsDense(options.mFormat) && whole.mCols > 0 && whole.mRows > kMaxEntries / whole.mCols)
-    throw InputError("a dense matrix of " + std::to_string(whole.mRows) + " x " +
-                     std::to_string(whole.mCols) + " has more than the " +
-                     std::to_string(kMaxEntries) +
-                     " elements that one gather can place: use a sparse --format");
-}
-
-}  // namespace
-
 GatherResult RunGather(Source const& source, GatherOptions const& options, Ranks& ranks) {
-  RefuseTooLarge(source, options);
+  RefuseTooLarge(source.Whole(), options);
   ValueKind const value = ChooseValue(source, options.mValue, options.mWithValues);
   GatherResult result;
   auto const run = [&](auto valueTag, auto indexTag) {

@@ -5,11 +5,11 @@
 #include "pavex/aggregator/aggregator.h"
 #include "pavex/runtime/memory_pool.h"
 #include "tools/collect.h"
-#include "tools/empty_pieces.h"
 #include "tools/gather_job.h"
 #include "tools/gathered_bytes.h"
 #include "tools/local_matrix.h"
 #include "tools/pattern_of.h"
+#include "tools/refusals.h"
 #include "tools/verify.h"
 #include "tools/write_gathered.h"
 
@@ -37,7 +37,6 @@ class GatherRank {
   using Clock = std::chrono::steady_clock;
 
   void BuildPiece();
-  std::string OtherCut() const;
   void Gather();
   void Update();
   void Scatter();
@@ -69,7 +68,7 @@ template <typename T, typename I>
 void GatherRank<T, I>::Run(GatherResult* result) {
   BuildPiece();
   std::vector<RankRecord> const pieces = FromEveryRank(*mComm, mRecord);
-  RefuseEmptyPieces(pieces, mSource.Whole(), mOptions);
+  RefuseEmptyPieces(ExtentsOf(pieces), mSource.Whole(), mOptions);
   Gather();
   Check("after the gather");
   for (int update = 1; update <= mOptions.mUpdates; ++update) {

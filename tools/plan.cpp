@@ -1,7 +1,9 @@
 #include "tools/plan.h"
 
 #include "pavex/aggregator/local_info.h"
+#include "tools/input_error.h"
 #include "tools/plan_decision.h"
+#include "tools/refusals.h"
 #include "tools/type_choice.h"
 
 #include <algorithm>
@@ -13,6 +15,21 @@ namespace {
 constexpr long kRecordBytes = sizeof(MatrixLocalInfo);
 constexpr long kCountBytes = sizeof(int);
 constexpr long kNearLimit = kMaxEntries / 10 * 9;
+
+// Keeps every number of a plan below 2^63: an entry counts for at most 32 bytes in what one
+// rank receives, and for 48 in the peak of its pool.
+constexpr long kMostEntriesOfAllRanks = 1L << 57;
+
+void RefuseUncountable(Source const& source, GatherOptions const& options) {
+  Extent const& whole = source.Whole();
+  long const entries = IsDense(options.mFormat) ? whole.mRows * whole.mCols : whole.mEntries;
+  long const most = kMostEntriesOfAllRanks / options.mRanks;
+  if (entries > most)
+    throw InputError(source.Name() + " has " + std::to_string(entries) +
+                     " entries, more than the " + std::to_string(most) +
+                     " that a plan can count on " + std::to_string(options.mRanks) +
+                     (options.mRanks == 1 ? " rank" : " ranks"));
+}
 
 // The entries of all pieces, counted without a matrix in memory.
 std::vector<long> CountEntries(Source const& source, GatherOptions const& options,
@@ -204,10 +221,21 @@ void WarnOfEmptyRanks(Plan const& plan, std::vector<std::string>& warnings) {
   auto const isEmpty = [](PlanRank const& rank) { return rank.mEntries == 0; };
   auto const first = std::find_if(plan.mRanks.begin(), plan.mRanks.end(), isEmpty);
   if (first == plan.mRanks.end()) return;
-  warnings.push_back(
-      std::to_string(std::count_if(first, plan.mRanks.end(), isEmpty)) + " of " +
-      std::to_string(plan.mRanks.size()) + " ranks have no entries, the first is rank " +
-      std::to_string(first - plan.mRanks.begin()) + "; pavex gather refuses such pieces");
+  warnings.push_back(std::to_string(std::count_if(first, plan.mRanks.end(), isEmpty)) + " of " +
+                     std::to_string(plan.mRanks.size()) +
+                     " ranks have no entries, the first is rank " +
+                     std::to_string(first - plan.mRanks.begin()));
+}
+
+// With the words of the command that refuses.
+void WarnOfRefusal(Source const& source, Plan const& plan, std::vector<std::string>& warnings) {
+  try {
+    source.CheckEntries();
+    RefuseTooLarge(plan.mWhole, plan.mOptions);
+    RefuseEmptyPieces(ExtentsOf(plan.mRanks), plan.mWhole, plan.mOptions);
+  } catch (InputError const& refusal) {
+    warnings.push_back(std::string("pavex gather refuses this: ") + refusal.what());
+  }
 }
 
 void WarnOfLimit(std::string const& what, long count, std::vector<std::string>& warnings) {
@@ -217,14 +245,26 @@ void WarnOfLimit(std::string const& what, long count, std::vector<std::string>& 
                      std::to_string(kMaxEntries) + " that one gather can place");
 }
 
-void AddWarnings(PieceDecision const& decision, Plan& plan) {
+// Of counts that go to the communicator.
+void WarnOfLimits(Plan const& plan, std::vector<std::string>& warnings) {
+  auto const movesArrays = [](PlanRank const& rank) { return rank.mCalls > 1; };
+  if (std::none_of(plan.mRanks.begin(), plan.mRanks.end(), movesArrays)) return;
+  if (plan.mEntries <= kMaxEntries)  // more are refused
+    WarnOfLimit("entries", plan.mEntries, warnings);
+  if (!IsCompressed(plan.mOptions.mFormat)) return;
+  long const lengths = plan.mOptions.mFormat == Format::CSR ? plan.mRows : plan.mCols;
+  if (plan.mMode == CENTRALIZED_ONE)
+    WarnOfLimit("offsets", lengths + 1, warnings);
+  else
+    WarnOfLimit("lengths", lengths, warnings);
+}
+
+void AddWarnings(Source const& source, PieceDecision const& decision, Plan& plan) {
   std::vector<std::string>& warnings = plan.mWarnings;
   if (plan.mAccepted) WarnOfLoneBand(decision, warnings);
   WarnOfEmptyRanks(plan, warnings);
-  bool const byRows = plan.mOptions.mFormat == Format::CSR;
-  WarnOfLimit("entries", plan.mEntries, warnings);
-  if (IsCompressed(plan.mOptions.mFormat))
-    WarnOfLimit("offsets", (byRows ? plan.mRows : plan.mCols) + 1, warnings);
+  WarnOfRefusal(source, plan, warnings);
+  WarnOfLimits(plan, warnings);
 }
 
 }  // namespace
@@ -244,6 +284,7 @@ long Plan::MessageBytes() const {
 }
 
 Plan MakePlan(Source const& source, GatherOptions const& options) {
+  RefuseUncountable(source, options);
   Plan plan;
   plan.mInput = source.Name();
   plan.mField = NameOf(source.Kind());
@@ -264,7 +305,7 @@ Plan MakePlan(Source const& source, GatherOptions const& options) {
   for (PlanRank& rank : plan.mRanks)
     rank.mBytes = account.PieceBytes(rank);
   if (plan.mAccepted) account.Fill(plan.mRanks);
-  AddWarnings(decision, plan);
+  AddWarnings(source, decision, plan);
   return plan;
 }
 

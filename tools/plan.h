@@ -53,7 +53,7 @@ struct Plan {
 };
 
 // Of a gather with mRanks ranks; local. Updates and scatters are not planned. Throws InputError
-// for pieces that cannot be cut.
+// for pieces that cannot be cut, and for more entries than it can count the bytes of.
 Plan MakePlan(Source const& source, GatherOptions const& options);
 
 std::string InText(Plan const& plan);

@@ -6,12 +6,12 @@
 #include "pavex/runtime/memory_pool.h"
 #include "tools/collect.h"
 #include "tools/dense_piece.h"
-#include "tools/empty_pieces.h"
 #include "tools/gathered_bytes.h"
 #include "tools/known_problem.h"
 #include "tools/local_matrix.h"
 #include "tools/lu_faults.h"
 #include "tools/piece_product.h"
+#include "tools/refusals.h"
 #include "tools/solve_accuracy.h"
 #include "tools/solve_job.h"
 #include "tools/sparse_lu.h"
@@ -112,11 +112,9 @@ void SolveRank<T, I>::BuildPieces() {
                                mOptions.mHolder, mOptions.mCuts);
   mLocal = std::make_unique<LocalMatrix<T, I>>(mProblem.mSource.Cut(piece, {}), piece, whole,
                                                mOptions);
-  RankRecord record;
-  record.mRows = mLocal->Matrix().mRows;
-  record.mCols = mLocal->Matrix().mCols;
-  record.mEntries = mLocal->Matrix().NNZ();
-  RefuseEmptyPieces(FromEveryRank(*mComm, record), whole, mOptions);
+  MatrixBase const& matrix = mLocal->Matrix();
+  Extent const mine{matrix.mRows, matrix.mCols, matrix.NNZ()};
+  RefuseEmptyPieces(FromEveryRank(*mComm, mine), whole, mOptions);
 
   Piece const rows = CutRows(whole, mOptions, mComm->Size(), mComm->Rank());
   mB = std::make_unique<DensePiece<T, I>>(rows, whole.mRows, mProblem.mCount, mOptions.mPad);

@@ -39,14 +39,14 @@ class Source {
   virtual long CountRows(long begin, long end) const;
   virtual std::vector<long> CountCols(std::vector<long> const& bounds) const;
 
+  // Throws InputError if there are more entries than a gather can place.
+  void CheckEntries() const;
+
   // Forgets the entries outside `piece`, for a process that holds no other one and receives
   // nothing. From then on `piece` is the only one to cut, and Rows gives what lies inside it.
   virtual void Keep(Piece const& piece) = 0;
 
  protected:
-  // Throws InputError if there are more entries than a gather can place.
-  void CheckEntries() const;
-
   std::string mName;
   Extent mWhole;
   Field mField = Field::Real;

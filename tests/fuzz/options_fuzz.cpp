@@ -1,7 +1,9 @@
 // Any words as the arguments of pavex, one a line. They are understood or refused with an error
-// of the parser or an InputError; what is understood is inside its ranges, and the pieces that
-// it asks for are the whole matrix. Nothing is read, run or written.
+// of the parser or an InputError; what is understood is inside its ranges, the pieces that it
+// asks for are the whole matrix, and a plan of a generated matrix counts what is there. Nothing
+// is read, run or written.
 
+#include "pavex/runtime/log.h"
 #include "tests/fuzz/require.h"
 #include "tools/commands.h"
 #include "tools/common_options.h"
@@ -9,6 +11,7 @@
 #include "tools/input_error.h"
 #include "tools/open_source.h"
 #include "tools/pieces.h"
+#include "tools/plan.h"
 #include "tools/solve_job.h"
 #include "tools/whole_file.h"
 
@@ -82,6 +85,34 @@ void CheckPieces(GatherOptions const& options) {
     Require(end == BandOf(all, options.mPartition).second, "the last band ends the matrix");
 }
 
+void CheckUnderstood(GatherOptions const& options) {
+  CheckRanges(options);
+  CheckPieces(options);
+}
+
+// Whether planning takes next to no time: its reports have a line for each rank, and the
+// entries of a random matrix are counted one by one.
+bool IsQuickToPlan(GatherOptions const& options) {
+  if (options.mGenerate.empty() || options.mRanks > 64) return false;
+  Generator const generator(options.mGenerate);
+  return generator.IsDense() || generator.Axes() != 0 || generator.Rows() <= 1000;
+}
+
+void CheckPlan(Plan const& plan) {
+  bool const whole = plan.mOptions.mPartition == Partition::ALL;
+  long const expected = IsDense(plan.mOptions.mFormat) ? plan.mWhole.mRows * plan.mWhole.mCols
+                                                       : plan.mWhole.mEntries;
+  long entries = 0;
+  for (PlanRank const& rank : plan.mRanks) {
+    entries = whole ? rank.mEntries : entries + rank.mEntries;
+    Require(rank.mBytes >= 0 && rank.mPeakPoolBytes >= 0, "a rank holds a countable piece");
+    Require(rank.mMessageBytes >= 0 && rank.mMessageBytes <= plan.MessageBytes(),
+            "a rank receives a countable part of all bytes");
+  }
+  Require(entries == expected, "the pieces have the entries of the matrix");
+  Require(!InText(plan).empty() && !InJson(plan).empty(), "a plan can be told");
+}
+
 std::vector<std::string> WordsOf(std::string_view text) {
   std::vector<std::string> words = {"pavex"};
   while (!text.empty()) {
@@ -121,12 +152,15 @@ void Run(std::string_view text) {
 
 std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks, bool) {
   CheckRanks(options, ranks);
-  return OpenToCount(options);
+  CheckUnderstood(options);
+  throw Understood();
 }
 
 std::unique_ptr<Source> OpenToCount(GatherOptions const& options) {
-  CheckRanges(options);
-  CheckPieces(options);
+  CheckUnderstood(options);
+  Log::mMaxLogLevel = -1;
+  if (IsQuickToPlan(options))
+    CheckPlan(MakePlan(*OpenGenerator(options.mGenerate, EntryLimit::NONE), options));
   throw Understood();
 }
 

@@ -182,8 +182,77 @@ TEST(Plan, CountsAMatrixThatNoMemoryHolds) {
   EXPECT_EQ(plan.mEntries, 6994000000);
   EXPECT_EQ(plan.mRanks[0].mEntries, 1000000 + 2 * 1998000 + 1000000);
   EXPECT_THAT(plan.mWarnings,
-              ElementsAre("6994000000 entries are more than the 2147483647 that one gather can "
-                          "place"));
+              ElementsAre("pavex gather refuses this: poisson3d:1000 has 6994000000 entries, "
+                          "more than the 2147483647 that one gather can place"));
+}
+
+GatherOptions OptionsOfLargest(Format format, int ranks) {
+  GatherOptions options = Options(format, ranks);
+  options.mValue = ValueKind::COMPLEX_DOUBLE;
+  options.mIndex = IndexKind::LONG;
+  options.mToAll = true;
+  return options;
+}
+
+TEST(Plan, CountsTheBytesOfTheLargestPaddedPiece) {
+  auto const source = OpenGenerator("dense:379625062x379625062", EntryLimit::NONE);
+  GatherOptions options = OptionsOfLargest(Format::DENSE_ROW, 1);
+  options.mPad = 1 << 20;
+
+  Plan const plan = MakePlan(*source, options);
+
+  EXPECT_EQ(plan.mRanks[0].mBytes, 2312212054823471680);
+}
+
+TEST(Plan, CountsTheBytesOfTheMostMessages) {
+  auto const source = OpenGenerator("dense:47453132x47453132", EntryLimit::NONE);
+  GatherOptions options = OptionsOfLargest(Format::COO, 64);
+  options.mPartition = Partition::ENTRIES;
+
+  Plan const plan = MakePlan(*source, options);
+
+  EXPECT_EQ(plan.MessageBytes(), 4539628269004889088);
+}
+
+// The matrix twice, as its bands lie side by side, and a packed copy of a band.
+TEST(Plan, CountsTheBytesOfTheLargestBands) {
+  auto const source = OpenGenerator("dense:47453132x47453132", EntryLimit::NONE);
+  GatherOptions options = OptionsOfLargest(Format::DENSE_ROW, 64);
+  options.mPartition = Partition::COLUMNS;
+  options.mPad = 1 << 20;
+
+  Plan const plan = MakePlan(*source, options);
+
+  EXPECT_EQ(plan.mRanks[63].mPeakPoolBytes, 72620542122549760);
+}
+
+std::string RefusalOf(std::string const& input, GatherOptions const& options) {
+  try {
+    MakePlan(*OpenGenerator(input, EntryLimit::NONE), options);
+  } catch (InputError const& refusal) {
+    return refusal.what();
+  }
+  return "";
+}
+
+TEST(Plan, RefusesWhatItCannotCountTheBytesOf) {
+  GatherOptions wholes = Options(Format::DENSE_ROW, 4);
+  wholes.mPartition = Partition::ALL;
+  GatherOptions complexWholes = wholes;
+  complexWholes.mValue = ValueKind::COMPLEX_DOUBLE;
+  std::string const uncountable =
+      "dense:2147483647x2147483647 has 4611686014132420609 entries, more than the "
+      "36028797018963968 that a plan can count on 4 ranks";
+
+  EXPECT_EQ(RefusalOf("dense:2147483647x2147483647", wholes), uncountable);
+  EXPECT_EQ(RefusalOf("dense:2147483647x2147483647", complexWholes), uncountable);
+  EXPECT_EQ(RefusalOf("dense:2147483647x2147483647", Options(Format::COO, 4)), uncountable);
+  EXPECT_EQ(RefusalOf("dense:379625063x379625063", Options(Format::COO, 1)),
+            "dense:379625063x379625063 has 144115188457753969 entries, more than the "
+            "144115188075855872 that a plan can count on 1 rank");
+  EXPECT_EQ(RefusalOf("poisson3d:1290", Options(Format::DENSE_COL, 4)),
+            "poisson3d:1290 has 4608273662721000000 entries, more than the 36028797018963968 "
+            "that a plan can count on 4 ranks");
 }
 
 TEST(Plan, WarnsOfCountsNearTheLimit) {
@@ -194,6 +263,43 @@ TEST(Plan, WarnsOfCountsNearTheLimit) {
   EXPECT_THAT(plan.mWarnings,
               ElementsAre("2025000000 entries are near the 2147483647 that one gather can "
                           "place"));
+}
+
+TEST(Plan, SaysNothingOfCountsThatDoNotMove) {
+  auto const source = OpenGenerator("dense:45000x45000", EntryLimit::NONE);
+  GatherOptions options = Options(Format::CSR, 4);
+  options.mPartition = Partition::ALL;
+
+  Plan const plan = MakePlan(*source, options);
+
+  EXPECT_THAT(plan.mWarnings, IsEmpty());
+}
+
+TEST(Plan, WarnsOfOffsetsThatAHolderCannotSend) {
+  auto const source = OpenGenerator("dense:2147483647x1", EntryLimit::NONE);
+  GatherOptions options = Options(Format::CSR, 4);
+  options.mPartition = Partition::ONE;
+  options.mHolder = 2;
+
+  Plan const plan = MakePlan(*source, options);
+
+  EXPECT_THAT(
+      plan.mWarnings,
+      ElementsAre("2147483647 entries are near the 2147483647 that one gather can place",
+                  "2147483648 offsets are more than the 2147483647 that one gather can "
+                  "place"));
+}
+
+TEST(Plan, WarnsOfLengthsNearTheLimit) {
+  auto const source = OpenGenerator("dense:2147483647x1", EntryLimit::NONE);
+
+  Plan const plan = MakePlan(*source, Options(Format::CSR, 4));
+
+  EXPECT_THAT(
+      plan.mWarnings,
+      ElementsAre("2147483647 entries are near the 2147483647 that one gather can place",
+                  "2147483647 lengths are near the 2147483647 that one gather can "
+                  "place"));
 }
 
 constexpr char kFirstRowsOnly[] =
@@ -211,8 +317,9 @@ TEST(Plan, WarnsOfALoneBandThatIsTakenForTheWhole) {
   EXPECT_THAT(plan.mWarnings,
               ElementsAre("rank 0 alone is not empty: its piece is taken for the whole matrix, "
                           "though it declares a partition",
-                          "3 of 4 ranks have no entries, the first is rank 1; pavex gather "
-                          "refuses such pieces"));
+                          "3 of 4 ranks have no entries, the first is rank 1",
+                          "pavex gather refuses this: rank 1 would be left empty: its rows "
+                          "hold no entries; use fewer --ranks"));
 }
 
 TEST(Plan, DescribesThePiecesThatAGatherRefuses) {

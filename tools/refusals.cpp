@@ -1,6 +1,7 @@
-#include "tools/empty_pieces.h"
+#include "tools/refusals.h"
 
 #include "tools/input_error.h"
+#include "tools/source.h"
 
 #include <string>
 
@@ -17,21 +18,29 @@ std::string OtherCut(Extent const& whole, std::size_t ranks, GatherOptions const
 
 }  // namespace
 
-void RefuseEmptyPieces(std::vector<RankRecord> const& records, Extent const& whole,
+void RefuseTooLarge(Extent const& whole, GatherOptions const& options) {
+  if (IsDense(options.mFormat) && whole.mCols > 0 && whole.mRows > kMaxEntries / whole.mCols)
+    throw InputError("a dense matrix of " + std::to_string(whole.mRows) + " x " +
+                     std::to_string(whole.mCols) + " has more than the " +
+                     std::to_string(kMaxEntries) +
+                     " elements that one gather can place: use a sparse --format");
+}
+
+void RefuseEmptyPieces(std::vector<Extent> const& pieces, Extent const& whole,
                        GatherOptions const& options) {
-  if (records.size() == 1 || options.mPartition == Partition::ALL) return;
+  if (pieces.size() == 1 || options.mPartition == Partition::ALL) return;
   bool const one = options.mPartition == Partition::ONE;
   bool const needsEntries = options.mFormat == Format::COO || options.mWithValues;
-  for (std::size_t rank = 0; rank < records.size(); ++rank) {
-    RankRecord const& record = records[rank];
-    bool const noEntries = needsEntries && record.mEntries == 0;
-    bool const empty = noEntries || record.mRows == 0 || record.mCols == 0;
+  for (std::size_t rank = 0; rank < pieces.size(); ++rank) {
+    Extent const& piece = pieces[rank];
+    bool const noEntries = needsEntries && piece.mEntries == 0;
+    bool const empty = noEntries || piece.mRows == 0 || piece.mCols == 0;
     if (!empty || (one && static_cast<int>(rank) != options.mHolder)) continue;
     std::string const who = "rank " + std::to_string(rank) + " would be left empty: ";
     if (one) throw InputError(who + "the matrix has no entries; use --partition all");
     throw InputError(who + "its " + NameOf(options.mPartition) +
                      " hold no entries; use fewer --ranks" +
-                     OtherCut(whole, records.size(), options));
+                     OtherCut(whole, pieces.size(), options));
   }
 }
 
