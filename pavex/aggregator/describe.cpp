@@ -212,7 +212,7 @@ std::string WhyUnknown(Gathering const& gathering) {
          StoreName(gathering.mReference.storeType) + "; expected 0 to 12";
 }
 
-// In CENTRALIZED_ONE no formats are compared, but the matrix of another class than the holder's
+// In CENTRALIZED_ONE no formats are compared, but a matrix of another class than the holder's
 // throws on its own process.
 std::string WhyOfAnotherClass(Gathering const& gathering) {
   Infos const& infos = gathering.mInfos;
@@ -232,20 +232,20 @@ std::string WhyLengthsDoNotFit(Gathering const& gathering) {
     return "";
   std::string const what = byRows ? " rows" : " columns";
   std::int64_t const count = byRows ? gathering.mShape.mRows : gathering.mShape.mCols;
-  // Offsets of the smaller index type in as much memory would still be more than there is.
-  if (!FitsMemory<long>(WrappingAdd(count, std::int64_t{1})))
-    return "the pieces have " + Text(count) + what + " together; expected what memory can hold";
-
   std::int64_t const first = gathering.mReference.partition.begin;
   std::int64_t const outside = FindLengthsOutside(byRows, first, count, gathering.mInfos);
-  if (outside == kNobody) return "";
+  if (outside == kNobody) {
+    // Offsets of the smaller index type take half the bytes, which are too many as well.
+    if (FitsMemory<long>(WrappingAdd(count, std::int64_t{1}))) return "";
+    return "the pieces have " + Text(count) + what + " together; expected what memory can hold";
+  }
   MatrixLocalInfo const& info = gathering.mInfos.mData[outside];
   return Process(outside) + " has " + Text(byRows ? info.rows : info.cols) + what +
          " placed from " + Text(WrappingSub(info.partition.begin, first)) +
          " on; expected inside the " + Text(count) + " gathered";
 }
 
-// A band as wide (high) as it should not be; nothing if there is none.
+// The first band of another width (height) than the whole; nothing if there is none.
 std::string OtherExtent(Gathering const& gathering) {
   std::int32_t const cut = gathering.mReference.partition.type;
   if (cut == PARTITION_NONZERO_WISE) return "";
@@ -288,7 +288,7 @@ std::string WhyDenseDoesNotFit(Gathering const& gathering) {
   if (gathering.mMode == CENTRALIZED_ONE)
     return Process(gathering.mReferenceRank) + " has " + gathered + " with " +
            Text(shape.mNnz) + " entries; expected " + expected;
-  std::string const band = OtherExtent(gathering);
+  std::string band = OtherExtent(gathering);
   if (!band.empty()) return band;
   if (!fills)
     return "the pieces make a dense matrix of " + gathered + " with " + Text(shape.mNnz) +

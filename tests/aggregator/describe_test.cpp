@@ -2,6 +2,7 @@
 
 #include "pavex/comm/local_comm.h"
 #include "tests/support/described_matrix.h"
+#include "tests/support/described_records.h"
 #include "tests/support/log_level.h"
 #include "tests/support/records.h"
 #include "tests/support/shares.h"
@@ -38,19 +39,6 @@ std::string AfterFailure(PavexStatus expected, Records const& records, int own =
   EXPECT_EQ(rank.aggregator.Gather(rank.comm, local, info.WithValues()), expected);
 
   return rank.aggregator.Describe();
-}
-
-// What is said about `records`, however they came.
-std::string About(Records records) {
-  RankUnderTest<> rank(std::make_shared<SelfComm>());
-  rank.aggregator.mLocalInfos = View(records);
-  return rank.aggregator.Describe();
-}
-
-// Its line about the mode and what follows.
-std::string VerdictAbout(Records const& records) {
-  std::string const text = About(records);
-  return text.substr(text.find("mode "));
 }
 
 // --- Success
@@ -430,161 +418,6 @@ TEST(Describe, TellsNegativeSizesOfTheOnlyHolder) {
   EXPECT_EQ(VerdictAbout({Empty(), cols}),
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
             "unsound: process 1 has 100 x -1 with 7 entries; expected none below 0\n");
-}
-
-// --- Sizes that do not fit the format
-
-// A row-major one, with just the entries of its shape.
-MatrixLocalInfo DensePiece(MatrixPartition partition, std::int64_t rows, std::int64_t cols) {
-  return Piece(STORE_DENSE_ROW_MAJOR, partition, rows, cols, rows * cols);
-}
-
-// Says that the global shape is `rows` x `cols`.
-Records Of(std::int64_t rows, std::int64_t cols, Records records) {
-  for (MatrixLocalInfo& info : records) {
-    info.globalRows = rows;
-    info.globalCols = cols;
-  }
-  return records;
-}
-
-// The verdict on pieces that agree with each other.
-std::string VerdictOnPieces(Records const& records) {
-  std::string const text = VerdictAbout(records);
-  std::string const mode = "mode DISTRIBUTED: every process holds a piece\n";
-  EXPECT_EQ(text.substr(0, mode.size()), mode);
-  return text.substr(mode.size());
-}
-
-TEST(Describe, TellsCompressedPiecesThatAreCutAlongTheWrongDimension) {
-  MatrixLocalInfo const left = Piece(STORE_CSR_0, MatrixPartition::ColumnWise(5), 2, 2, 2);
-  MatrixLocalInfo const right = Piece(STORE_CSR_0, MatrixPartition::ColumnWise(7), 2, 2, 2);
-  MatrixLocalInfo const upper = Piece(STORE_CSC_0, MatrixPartition::RowWise(0), 4, 3, 2);
-  MatrixLocalInfo const lower = Piece(STORE_CSC_0, MatrixPartition::RowWise(4), 4, 3, 2);
-
-  EXPECT_EQ(VerdictOnPieces(Of(2, 4, {left, right})),
-            "refused: process 1 has 2 rows placed from 2 on; expected inside the 2 gathered\n");
-  EXPECT_EQ(VerdictOnPieces(Of(8, 3, {upper, lower})),
-            "refused: process 1 has 3 columns placed from 4 on; expected inside the 3 "
-            "gathered\n");
-}
-
-TEST(Describe, TellsANegativeNumberOfCompressedRows) {
-  EXPECT_EQ(
-      VerdictOnPieces({RowBand(0, 5), RowBand(5, -2), RowBand(3, 4)}),
-      "refused: process 1 has -2 rows placed from 5 on; expected inside the 7 gathered\n");
-}
-
-TEST(Describe, TellsMoreRowsThanThereCanBeOffsets) {
-  constexpr std::int64_t kMostOffsets = std::int64_t{1} << 60;
-
-  EXPECT_EQ(VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostOffsets - 2)}),
-            "refused: the pieces have 1152921504606846975 rows together; expected what memory "
-            "can hold\n");
-  EXPECT_EQ(VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostOffsets - 3)}),
-            "agreed: 1152921504606846974 x 100 with 14 entries, with values\n");
-}
-
-TEST(Describe, TellsTheFirstDenseBandThatIsNotAsWideAsTheWhole) {
-  EXPECT_EQ(VerdictOnPieces({DensePiece(MatrixPartition::RowWise(0), 4, 100),
-                             DensePiece(MatrixPartition::RowWise(4), 6, 50),
-                             DensePiece(MatrixPartition::RowWise(10), 6, 60)}),
-            "refused: process 1 has 50 columns; expected 100, those of the whole\n");
-  EXPECT_EQ(VerdictOnPieces({DensePiece(MatrixPartition::ColumnWise(0), 90, 4),
-                             DensePiece(MatrixPartition::ColumnWise(4), 100, 6)}),
-            "refused: process 0 has 90 rows; expected 100, those of the whole\n");
-}
-
-Records ColumnMajor(Records records) {
-  for (MatrixLocalInfo& info : records)
-    info.storeType = STORE_DENSE_COL_MAJOR;
-  return records;
-}
-
-TEST(Describe, TellsDenseBandsThatMakeUpForEachOthersExtentWhereTheyAreReordered) {
-  Records const columns = Of(4, 2,
-                             {DensePiece(MatrixPartition::ColumnWise(0), 2, 1),
-                              DensePiece(MatrixPartition::ColumnWise(1), 6, 1)});
-  Records const rows = Of(2, 4,
-                          {DensePiece(MatrixPartition::RowWise(0), 1, 2),
-                           DensePiece(MatrixPartition::RowWise(1), 1, 6)});
-
-  EXPECT_EQ(VerdictOnPieces(columns),
-            "refused: process 0 has 2 rows; expected 4, those of the whole\n");
-  EXPECT_EQ(VerdictOnPieces(ColumnMajor(columns)),
-            "agreed: 4 x 2 with 8 entries, with values\n");
-  EXPECT_EQ(VerdictOnPieces(ColumnMajor(rows)),
-            "refused: process 0 has 2 columns; expected 4, those of the whole\n");
-  EXPECT_EQ(VerdictOnPieces(rows), "agreed: 2 x 4 with 8 entries, with values\n");
-}
-
-TEST(Describe, TakesDenseBandsThatAreReordered) {
-  Records const columns = Of(4, 2,
-                             {DensePiece(MatrixPartition::ColumnWise(0), 4, 1),
-                              DensePiece(MatrixPartition::ColumnWise(1), 4, 1)});
-  Records const rows = Of(2, 4,
-                          {DensePiece(MatrixPartition::RowWise(0), 1, 4),
-                           DensePiece(MatrixPartition::RowWise(1), 1, 4)});
-
-  EXPECT_EQ(VerdictOnPieces(columns), "agreed: 4 x 2 with 8 entries, with values\n");
-  EXPECT_EQ(VerdictOnPieces(ColumnMajor(rows)), "agreed: 2 x 4 with 8 entries, with values\n");
-}
-
-TEST(Describe, TellsTheFirstDensePieceOutsideTheWhole) {
-  MatrixLocalInfo const wide = DensePiece(MatrixPartition::NonzeroWise(), 1, 4);
-  MatrixLocalInfo const high = DensePiece(MatrixPartition::NonzeroWise(), 4, 1);
-
-  EXPECT_EQ(VerdictOnPieces(Of(2, 4, {wide, high})),
-            "refused: process 1 has 4 x 1, placed behind the earlier ones; expected inside the "
-            "2 x 4 gathered\n");
-}
-
-TEST(Describe, TellsDensePiecesThatDoNotFillTheirShape) {
-  MatrixLocalInfo const share = DensePiece(MatrixPartition::NonzeroWise(), 4, 4);
-  MatrixLocalInfo band = DensePiece(MatrixPartition::RowWise(0), 4, 100);
-  band.nnz = 399;
-
-  EXPECT_EQ(VerdictOnPieces(Of(4, 4, {share, share})),
-            "refused: the pieces make a dense matrix of 4 x 4 with 32 entries; expected 16\n");
-  EXPECT_EQ(VerdictOnPieces({band, DensePiece(MatrixPartition::RowWise(4), 6, 100)}),
-            "refused: the pieces make a dense matrix of 10 x 100 with 999 entries; expected "
-            "1000\n");
-}
-
-TEST(Describe, TellsADenseWholeThatDoesNotFillItsShape) {
-  MatrixLocalInfo empty = DensePiece({}, 0, 0);
-  empty.nnz = 5;
-  MatrixLocalInfo whole = DensePiece({}, 4, 3);
-  whole.nnz = 11;
-
-  EXPECT_EQ(VerdictAbout({empty, whole}),
-            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
-            "refused: process 1 has 4 x 3 with 11 entries; expected 12\n");
-}
-
-TEST(Describe, AsksForNoFitOfADensePatternAlone) {
-  MatrixLocalInfo first = DensePiece(MatrixPartition::RowWise(0), 4, 50);
-  MatrixLocalInfo second = DensePiece(MatrixPartition::RowWise(4), 6, 50);
-  first.withValues = second.withValues = false;
-
-  EXPECT_EQ(VerdictOnPieces({first, second}),
-            "agreed: 10 x 100 with 500 entries, without values\n");
-}
-
-TEST(Describe, NotesTheFirstDenseOrderThatIsNotTheHolders) {
-  MatrixLocalInfo empty = DensePiece({}, 0, 0);
-  MatrixLocalInfo other = empty;
-  other.storeType = STORE_DENSE_COL_MAJOR;
-  MatrixLocalInfo const whole = DensePiece({}, 4, 3);
-
-  EXPECT_EQ(VerdictAbout({empty, other, other, whole}),
-            "mode CENTRALIZED_ONE: process 3 holds the whole matrix; process 1 has "
-            "STORE_DENSE_COL_MAJOR, process 3 has STORE_DENSE_ROW_MAJOR, and each takes what "
-            "it receives in its own order\n"
-            "agreed: 4 x 3 with 12 entries, with values\n");
-  EXPECT_EQ(VerdictAbout({empty, whole}),
-            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
-            "agreed: 4 x 3 with 12 entries, with values\n");
 }
 
 // --- Whatever a peer sends

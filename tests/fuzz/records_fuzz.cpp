@@ -243,7 +243,7 @@ Outcome Operate(Input const& input, int rank, Conclusion const& conclusion) {
 
   SmallPool pool;
   Aggregator<T, I> aggregator(&pool);
-  Outcome const outcome = GatherOn(input, rank, conclusion, local.Matrix(), aggregator);
+  Outcome outcome = GatherOn(input, rank, conclusion, local.Matrix(), aggregator);
   CheckGather(input, rank, outcome, conclusion);
   if (outcome.threw) return outcome;
   // (The holder of the whole is believed in what it says of it.)
