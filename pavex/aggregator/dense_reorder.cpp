@@ -47,11 +47,12 @@ class Pieces {
   }
   std::size_t LengthBytes(int p) const { return Bytes(Length(p)); }
 
-  // Whether the pieces, side by side, cover every run of the global array exactly once.
+  // Whether the pieces, side by side, cover every run of the global array exactly once. No
+  // extent is negative: ReorderStaysInside holds.
   bool Tile(std::int64_t ld) const {
     std::int64_t left = ld;
     for (int p = 0; p < mCount; ++p) {
-      if (Length(p) < 0 || Length(p) > left || Runs(p) < 0 || Runs(p) != Runs(0)) return false;
+      if (Length(p) > left || Runs(p) != Runs(0)) return false;
       left -= Length(p);
     }
     return ld > 0 && left == 0;

@@ -34,7 +34,8 @@ std::string StoreName(PavexMatrixStoreType type) {
 std::string PartitionName(std::int32_t type) {
   if (type == PARTITION_NONE) return "no partition";
   char const* const word = PartitionWord(type);
-  return word != nullptr ? word : "unknown partition type " + Text(type);
+  if (word == nullptr) return "unknown partition type " + Text(type);
+  return word;
 }
 
 std::string Shape(std::int64_t rows, std::int64_t cols) {

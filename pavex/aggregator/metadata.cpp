@@ -105,10 +105,10 @@ PavexStatus AggregatorBase::FillFromPieces(MatrixLocalInfo const& reference) {
   }
 
   GatheredShape const shape = ShapeOfPieces(mLocalInfos, reference);
-  if (!shape.mKnown) {
+  if (!shape.mKnown) {  // GCOVR_EXCL_START: CheckForDistMode refuses an unknown type before
     Log::Error("[%s] Unexpected partition type %d\n", mPartition.type);
     return STATUS_INVALID_VALUE;
-  }
+  }  // GCOVR_EXCL_STOP
   mRows = shape.mRows;
   mCols = shape.mCols;
   mNnz = shape.mNnz;

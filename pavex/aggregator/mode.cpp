@@ -68,7 +68,7 @@ PavexStatus AggregatorBase::CheckForOneMode(Buffer<MatrixLocalInfo> const& infos
   std::int32_t const type = infos.mData[mComm->Rank()].partition.type;
   if (type == PARTITION_NONE || !Log::Enabled(LOG_DEBUG)) return STATUS_OK;
   char const* const word = PartitionWord(type);
-  if (word == nullptr) Log::NeverBeenHere();
+  if (word == nullptr) Log::NeverBeenHere();  // GCOVR_EXCL_LINE: aborts
   Log::Debug("[%s] Partition type (%s) ignored for CENTRALIZED_ONE mode.\n", word);
   return STATUS_OK;
 }

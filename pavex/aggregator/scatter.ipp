@@ -74,7 +74,9 @@ PavexStatus Aggregator<T, I>::ScatterDenseValues(Buffer<T> const& global,
   PavexStatus status = CheckDense(local.mRowMajor);
   if (status != STATUS_OK) return status;
   bool const inside = HoldsItsRuns(local) && (!mIsReceiver || global.mSize >= mNnz);
-  if (!inside) return Log::Report(STATUS_INCONSISTENT);
+  if (!inside) {
+    return Log::Report(STATUS_INCONSISTENT);
+  }
   long const entries = local.NNZ();
   Buffer<T> received;
   if (mMode == DISTRIBUTED) {

@@ -15,7 +15,9 @@ M MatrixCompressed<M, T, I>::Borrow(std::int64_t rows, std::int64_t cols, I* off
   matrix.SetShape(rows, cols);
   (matrix.*SparseTraits<M>::kFirst).Borrow(offsets, PickCompressed<M>(rows, cols) + 1);
   (matrix.*SparseTraits<M>::kSecond).Borrow(indices, matrix.NNZ());
-  if (values != nullptr) matrix.mValues.Borrow(values, matrix.NNZ());
+  if (values != nullptr) {
+    matrix.mValues.Borrow(values, matrix.NNZ());
+  }
   return matrix;
 }
 

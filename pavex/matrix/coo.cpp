@@ -23,7 +23,9 @@ MatrixCOO<T, I> MatrixCOO<T, I>::Borrow(std::int64_t rows, std::int64_t cols, st
   matrix.SetShape(rows, cols);
   matrix.mRowIdx.Borrow(rowIdx, nnz);
   matrix.mColIdx.Borrow(colIdx, nnz);
-  if (values != nullptr) matrix.mValues.Borrow(values, nnz);
+  if (values != nullptr) {
+    matrix.mValues.Borrow(values, nnz);
+  }
   return matrix;
 }
 

@@ -41,7 +41,8 @@ MatrixDense<T, I> MatrixDense<T, I>::Borrow(std::int64_t rows, std::int64_t cols
 template <typename T, typename I>
 PavexStatus MatrixDense<T, I>::Create(Allocator& allocator, std::int64_t rows,
                                       std::int64_t cols, bool rowMajor, MatrixDense& matrix) {
-  MatrixDense created = Borrow(rows, cols, rowMajor, rowMajor ? cols : rows, nullptr);
+  std::int64_t const ld = rowMajor ? cols : rows;
+  MatrixDense created = Borrow(rows, cols, rowMajor, ld, nullptr);
   PavexStatus const status = allocator.Get(created.mValues, created.NNZ());
   if (status == STATUS_OK) matrix = std::move(created);
   return status;

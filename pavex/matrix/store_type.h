@@ -16,14 +16,14 @@ inline int GetMatrixPart(PavexMatrixStoreType type) {
   constexpr std::uint32_t kPart0 = 0x1927;
   constexpr std::uint32_t kPart1 = 0x248;
   constexpr std::uint32_t kPart2 = 0x490;
+  static_assert(kPart0 + kPart1 + kPart2 == (2U << STORE_DENSE_COL_MAJOR) - 1,
+                "every store type has one part code");
 
   auto const number = static_cast<std::uint32_t>(type);
-  if (number > STORE_DENSE_COL_MAJOR) Log::NeverBeenHere();
+  if (number > STORE_DENSE_COL_MAJOR) Log::NeverBeenHere();  // GCOVR_EXCL_LINE: aborts
   std::uint32_t const bit = 1U << number;
   if ((bit & kPart0) != 0) return 0;
-  if ((bit & kPart1) != 0) return 1;
-  if ((bit & kPart2) != 0) return 2;
-  Log::NeverBeenHere();
+  return (bit & kPart1) != 0 ? 1 : 2;
 }
 
 // The storage classes that a store type can name.

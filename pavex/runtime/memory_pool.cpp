@@ -46,7 +46,7 @@ void* MapHuge(std::size_t bytes) {
   std::size_t const before = RoundUp(address, kHugePage) - address;
   unsigned char* const mapping = static_cast<unsigned char*>(mapped) + before;
   if (before > 0) munmap(mapped, before);
-  if (before < kHugePage) munmap(mapping + size, kHugePage - before);
+  munmap(mapping + size, kHugePage - before);
   madvise(mapping, size, MADV_HUGEPAGE);  // a wish: small pages serve too
   return mapping + kIntoPage;
 }
