@@ -211,6 +211,20 @@ TEST(SecondGather, MayRunOverAnotherCommunicatorAndClass) {
 
 // --- Clear
 
+TEST(AnotherCommunicator, InWhichItsRankHasNoRecordStopsAnUpdateWithOneLine) {
+  CooPiece<> const own = Share(0);
+  CooPiece<> const other = Share(1);
+  RankUnderTest<> rank(ScriptedRank(0, {&own.matrix, &other.matrix}));
+  ASSERT_EQ(Gather(rank, own.matrix).status, STATUS_OK);
+  auto const another = std::make_shared<TraceComm>(std::make_shared<ScriptedComm>(2, 3));
+  rank.aggregator.SetComm(another);
+
+  Outcome const outcome = Watch([&] { return rank.aggregator.Update(own.matrix); });
+
+  ExpectOutcome(outcome, -11, kNotGathered);
+  EXPECT_THAT(another->DataTexts(), IsEmpty());
+}
+
 TEST(Clear, DeletesTheMatrixAndNothingElse) {
   RankUnderTest<> rank = ShareRank(0);
   CooPiece<> const piece = Share(0);

@@ -109,6 +109,19 @@ TYPED_TEST(FailedCompressedGather, ReportsNoRoomForWhatTheHolderSends) {
   }
 }
 
+TYPED_TEST(FailedCompressedGather, ReportsNoRoomForTheOffsetsThatItsHolderLacks) {
+  auto const empty = CompressedWholeOn<TypeParam>(1, 0);
+  auto const holder = TypeParam::Make(2, 5, {}, {}, {9});
+  RankUnderTest<> rank(ScriptedRank(1, {&empty.matrix, &holder.matrix}));
+  rank.pool.Fail(Fault::Once(2, -77));
+
+  Outcome const outcome = Gather(rank, holder.matrix);
+
+  ExpectOutcome(outcome, -77, StatusLines(3, -77));
+  EXPECT_EQ(rank.pool.Events(), (std::vector<PoolEvent>{Took(144), Refused(12)}));
+  EXPECT_THAT(rank.comm->DataTexts(), ElementsAre(kExchange));
+}
+
 // --- Lengths outside the offsets
 
 // Two pieces of two rows (columns) each of a matrix of two; the second begins at `begin`.

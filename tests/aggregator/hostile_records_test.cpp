@@ -64,6 +64,10 @@ TEST(HostileRecords, RefusesCompressedPiecesWithANegativeNumberOfRows) {
   ExpectRowsRefused(-1);
 }
 
+TEST(HostileRecords, RefusesCompressedRowsThatAddUpToANegativeNumber) {
+  ExpectRowsRefused(-10);
+}
+
 TEST(HostileRecords, RefusesDensePiecesWhoseStorageWrapsInBytes) {
   LogLevel const silent(-1);
   MemoryPool pool;

@@ -156,6 +156,20 @@ TEST(RefusedScatter, WritesToNoMatrixWithoutValuesWhereEveryRankHoldsTheWhole) {
   }
 }
 
+TEST(RefusedScatter, WritesToNoRunsThatGoBackwards) {
+  DenseRank<> one(1, Pieces(ColumnShare(0, true), ColumnShare(1, true)));
+  GatherFirst(one);
+  std::vector<int> const zeros(9, 0);
+  auto destination =
+      DensePiece<>(3, 3, true, -3, zeros).In(3, 5, MatrixPartition::ColumnWise(2));
+
+  Outcome const scattered = one.Scatter(destination);
+
+  ExpectOutcome(scattered, STATUS_INCONSISTENT, StatusLines(1, STATUS_INCONSISTENT));
+  EXPECT_EQ(destination.values, std::vector<double>(9, 0.0));
+  EXPECT_THAT(one.Calls(), IsEmpty());
+}
+
 TEST(RefusedScatter, ReadsNoGatheredMatrixWithoutValues) {
   for (bool const toAll : {false, true}) {
     DensePiece<> empty(3, 5, true, 5, {});

@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 #include <numeric>
+#include <utility>
 
 namespace Pavex {
 namespace {
@@ -85,6 +86,18 @@ TEST(DenseScatter, ReceivesSingleRunInPlaceWhateverItsLeadingDimension) {
   ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
 
   EXPECT_EQ(one.rank.comm->Calls().back().recvbuf, one.local.values.data());
+}
+
+TEST(DenseScatter, LeavesTheLastRunWhereAllRunsStandInOnePlace) {
+  DenseRank<> one(1, Pieces(ColumnShare(0, true), ColumnShare(1, true)));
+  GatherFirst(one);
+  one.script->On(CommOp::SCATTERV, Deliver({1, 2, 3, 4, 5, 6, 7, 8, 9}));
+  auto destination =
+      DensePiece<>(3, 3, true, 0, {0, 0, 0, kGap}).In(3, 5, MatrixPartition::ColumnWise(2));
+
+  ASSERT_EQ(one.Scatter(destination).status, STATUS_OK);
+
+  EXPECT_THAT(destination.values, ElementsAre(7, 8, 9, kGap));
 }
 
 TEST(DenseScatter, GivesTheCommunicationLayoutBackBeforeItUnpacks) {
@@ -168,6 +181,16 @@ TEST(DenseScatterToOneHolder, LeavesBystandersAlone) {
   EXPECT_THAT(two.Events(), IsEmpty());
 }
 
+TEST(DenseScatterToOneHolder, LeavesTheArrayOfABystanderWithoutColumnsAlone) {
+  DensePiece<> empty(3, 0, true, 0, {7});
+  DenseRank<> two(2, Pieces(EmptyShare(true), WholeShare(true), std::move(empty)));
+  GatherFirst(two);
+
+  ASSERT_EQ(two.Scatter(two.local).status, STATUS_OK);
+
+  EXPECT_THAT(two.local.values, ElementsAre(7));
+}
+
 TEST(DenseScatterToOneHolder, ThatIsTheRootIsLocal) {
   DenseRank<> zero(0, Pieces(WholeShare(true, 1), EmptyShare(true)));
   GatherFirst(zero);
@@ -237,6 +260,16 @@ TEST(DenseScatterEverywhere, CopiesConsecutiveBlockOfRowBandFromItsDisplacement)
   EXPECT_THAT(one.Events(), IsEmpty());
 }
 
+TEST(DenseScatterEverywhere, CopiesAPackedRowBandAtOnce) {
+  DenseRank<> one(1, Pieces(RowShare(0, true), RowShare(1, true)));
+  GatherFirst(one, true);
+  NumberTarget(one);
+
+  ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
+
+  EXPECT_THAT(one.local.values, ElementsAre(5, 6, 7, 8, 9, 10, 11, 12, 13, 14));
+}
+
 TEST(DenseScatterEverywhere, StridesThroughColumnMajorMatrixFromTheBeginOfRowBand) {
   DenseRank<> one(1, Pieces(RowShare(0, false), RowShare(1, false, 1)));
   GatherFirst(one, true);
@@ -262,15 +295,16 @@ TEST(DenseScatterEverywhere, CountsTheBeginFromTheFirstRanksBand) {
   EXPECT_THAT(one.local.values, ElementsAre(1, 2, 4, 5));
 }
 
-TEST(DenseScatterEverywhere, IsRefusedOnEveryRankIfAnyPieceReachesOutside) {
-  // In rank order both fit side by side; by its begin the second does not.
-  auto const share = [](int begin, int cols) {
+// Two shares of a matrix of `rows` rows and three columns that in rank order fit side by side;
+// by their begins the second, of two columns, does not.
+void ExpectRefusedOnEveryRank(int rows, int firstBegin, int secondBegin) {
+  auto const share = [rows](int begin, int cols) {
     MatrixPartition partition = MatrixPartition::NonzeroWise();
     partition.begin = begin;
-    return DenseBlock(1, 2, 1, cols, true).In(2, 3, partition);
+    return DenseBlock(1, rows, 1, cols, true).In(rows, 3, partition);
   };
   for (int const self : {0, 1}) {
-    DenseRank<> rank(self, Pieces(share(0, 1), share(2, 2)));
+    DenseRank<> rank(self, Pieces(share(firstBegin, 1), share(secondBegin, 2)));
     GatherFirst(rank, true);
     std::vector<double> const before = rank.local.values;
 
@@ -280,6 +314,18 @@ TEST(DenseScatterEverywhere, IsRefusedOnEveryRankIfAnyPieceReachesOutside) {
     EXPECT_EQ(rank.local.values, before);
     EXPECT_THAT(rank.Calls(), IsEmpty());
   }
+}
+
+TEST(DenseScatterEverywhere, IsRefusedIfTheLastRunOfAPieceReachesOutside) {
+  ExpectRefusedOnEveryRank(2, 0, 2);
+}
+
+TEST(DenseScatterEverywhere, IsRefusedIfTheOnlyRunOfAPieceReachesOutside) {
+  ExpectRefusedOnEveryRank(1, 0, 2);
+}
+
+TEST(DenseScatterEverywhere, IsRefusedIfAPieceBeginsBeforeTheFirst) {
+  ExpectRefusedOnEveryRank(2, 1, 0);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // What LocalComm does with operations that are wrong, disagree or can never meet.
 
+#include "tests/comm/failing_new.h"
 #include "tests/comm/local_ranks.h"
 
 #include <atomic>
@@ -243,12 +244,26 @@ TEST(LocalCommMismatch, AllreduceRefusesWhatHasNoMeaning) {
     std::complex<double> const value(1, 2);
     std::complex<double> result;
     auto const type = DATATYPE_COMPLEX_DOUBLE;
+    int const number = 1;
+    int sum = 0;
+    auto const unknown = static_cast<ReduceOp>(3);
+    EXPECT_EQ(comm.Allreduce(&number, &sum, 1, DATATYPE_INT, unknown), kFailed);
     EXPECT_EQ(comm.Allreduce(&value, &result, 1, type, REDUCE_MIN), kFailed);
-    EXPECT_EQ(comm.Allreduce(&value, &result, 1, type, static_cast<ReduceOp>(3)), kFailed);
+    EXPECT_EQ(comm.Allreduce(&value, &result, 1, type, unknown), kFailed);
     return comm.Allreduce(&Comm::IN_PLACE_OBJ, &result, 1, DATATYPE_INT, REDUCE_SUM);
   });
 
   EXPECT_EQ(statuses, All(1, kFailed));
+}
+
+TEST(LocalCommMismatch, AllreduceOfOtherCountFailsOnAllRanks) {
+  Statuses const statuses = RunRanks(2, [](Comm const& comm, int rank) {
+    int const mine[2] = {1, 1};
+    int result[2] = {};
+    return comm.Allreduce(mine, result, rank == 0 ? 2 : 1, DATATYPE_INT, REDUCE_SUM);
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
 }
 
 TEST(LocalCommMismatch, AllreduceOfOtherTypeFailsOnAllRanks) {
@@ -271,6 +286,15 @@ TEST(LocalCommMismatch, AllreduceWithoutOperandFailsOnAllRanks) {
   EXPECT_EQ(statuses, All(2, kFailed));
 }
 
+TEST(LocalCommMismatch, AllreduceWithoutPlaceForTheResultFailsOnAllRanks) {
+  Statuses const statuses = RunRanks(2, [](Comm const& comm, int rank) {
+    int result = 0;
+    return comm.Allreduce(&rank, rank == 1 ? nullptr : &result, 1, DATATYPE_INT, REDUCE_SUM);
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
+}
+
 TEST(LocalCommMismatch, LaterOperationsWorkAsBefore) {
   auto const statuses = RunRanks(3, [](Comm const& comm, int rank) {
     int value = rank;
@@ -281,6 +305,18 @@ TEST(LocalCommMismatch, LaterOperationsWorkAsBefore) {
   });
 
   EXPECT_EQ(statuses, All(3, STATUS_OK));
+}
+
+TEST(LocalCommMemory, ThatIsMissingFailsTheOperationAndLeavesTheNext) {
+  auto const statuses = RunRanks(1, [](Comm const& comm, int) {
+    FailNewAt(1);
+    PavexStatus const status = comm.Barrier();
+    FailNewAt(0);
+    EXPECT_EQ(status, kFailed);
+    return comm.Barrier();
+  });
+
+  EXPECT_EQ(statuses, All(1, STATUS_OK));
 }
 
 // --- Operations that can never meet

@@ -1,11 +1,13 @@
 // How LocalComm::Run starts and ends its ranks.
 
 #include "pavex/comm/local_comm.h"
+#include "tests/comm/failing_new.h"
 #include "tests/comm/local_ranks.h"
 
 #include <atomic>
 #include <gtest/gtest.h>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -49,6 +51,25 @@ TEST(LocalCommRun, ThrowsExceptionOfLowestRankAfterAllHaveEnded) {
 
   EXPECT_EQ(what, "rank 1");
   EXPECT_EQ(ended, 4);
+}
+
+TEST(LocalCommRun, EndsTheRanksThatHaveStartedIfAnotherCannot) {
+  bool rankOneWasAlone = false;
+  for (int nth = 1; !rankOneWasAlone; ++nth) {
+    Statuses statuses(3, 1);
+
+    FailNewAt(nth);
+    EXPECT_THROW(LocalComm::Run(3,
+                                [&](std::shared_ptr<Comm> const& comm) {
+                                  statuses[Index(comm->Rank())] = comm->Barrier();
+                                }),
+                 std::bad_alloc);
+    FailNewAt(0);
+
+    ASSERT_EQ(statuses[2], 1) << nth;
+    ASSERT_EQ(statuses[0], 1) << nth;
+    rankOneWasAlone = statuses[1] == STATUS_COMM_FAILED;
+  }
 }
 
 TEST(LocalCommRun, LeavesCommunicatorThatIsKeptWithoutPartners) {

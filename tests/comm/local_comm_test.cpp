@@ -308,6 +308,33 @@ TEST(LocalComm, EmptyPieceMayHaveAnyDisplacement) {
   EXPECT_EQ(gathered, 8);
 }
 
+// More together than one rank copies at once, if the pieces were larger.
+TEST(LocalComm, ManySmallPiecesLandWhereTheyBelong) {
+  constexpr int kRanks = 8;
+  constexpr int kEach = 100;
+  std::vector<int> const counts(kRanks, kEach);
+  std::vector<int> displs;
+  for (int r = 0; r < kRanks; ++r)
+    displs.push_back(r * kEach);
+
+  auto const statuses = RunRanks(kRanks, [&](Comm const& comm, int rank) {
+    std::vector<long> mine;
+    std::vector<long> expected;
+    for (int r = 0; r < kRanks; ++r) {
+      mine.insert(mine.end(), kEach, Mark(rank, r));
+      expected.insert(expected.end(), kEach, Mark(r, rank));
+    }
+    std::vector<long> received(mine.size(), -1);
+    PavexStatus const status =
+        comm.Alltoallv(mine.data(), counts.data(), displs.data(), DATATYPE_LONG,
+                       received.data(), counts.data(), displs.data(), DATATYPE_LONG);
+    EXPECT_EQ(received, expected) << "rank " << rank;
+    return status;
+  });
+
+  EXPECT_EQ(statuses, All(kRanks, STATUS_OK));
+}
+
 TEST(LocalComm, MessagesOfOneSenderArriveInOrder) {
   std::vector<int> got(3, -1);
 

@@ -15,6 +15,7 @@ namespace {
 struct FakeMpi {
   std::string mFailing;               // the name of the function that fails; empty: none
   std::map<std::string, int> mCalls;  // by name
+  void const* mSent = nullptr;        // the send buffer of the last MPI_Allgather
 };
 FakeMpi gFake;
 
@@ -65,10 +66,13 @@ PAVEX_FAKE(Alltoallv,
             MPI_Datatype recvtype, MPI_Comm comm),
            (sendbuf, sendcounts, sdispls, sendtype, recvbuf, recvcounts, rdispls, recvtype,
             comm));
-PAVEX_FAKE(Allgather,
-           (void const* sendbuf, int sendcount, MPI_Datatype sendtype, void* recvbuf,
-            int recvcount, MPI_Datatype recvtype, MPI_Comm comm),
-           (sendbuf, sendcount, sendtype, recvbuf, recvcount, recvtype, comm));
+PAVEX_FAKE_MPI int MPI_Allgather(void const* sendbuf, int sendcount, MPI_Datatype sendtype,
+                                 void* recvbuf, int recvcount, MPI_Datatype recvtype,
+                                 MPI_Comm comm) {
+  Pavex::gFake.mSent = sendbuf;
+  if (Pavex::Fails("MPI_Allgather")) return MPI_ERR_OTHER;
+  return PMPI_Allgather(sendbuf, sendcount, sendtype, recvbuf, recvcount, recvtype, comm);
+}
 PAVEX_FAKE(Allgatherv,
            (void const* sendbuf, int sendcount, MPI_Datatype sendtype, void* recvbuf,
             int const* recvcounts, int const* displs, MPI_Datatype recvtype, MPI_Comm comm),
@@ -246,6 +250,18 @@ TEST_F(MpiFailure, OfTheReleaseIsALine) {
   });
 
   EXPECT_EQ(log, FailureLine("~MpiComm", "peer -1, 0 out, 0 in", kReason));
+}
+
+TEST_F(MpiFailure, OfANullBufferIsLeftToMpiUnlessNothingIsReadFromIt) {
+  auto const send = [&](int count) {
+    OutcomeWithout("MPI_Allgather", [&] {
+      return mComm.Allgather(nullptr, count, DATATYPE_LONG, mReceived, count, DATATYPE_LONG);
+    });
+    return gFake.mSent;
+  };
+
+  EXPECT_EQ(send(1), nullptr);
+  EXPECT_NE(send(0), nullptr);
 }
 
 TEST_F(MpiFailure, IsNotAskedForByRefusedArguments) {

@@ -254,6 +254,16 @@ TEST_F(MpiCommRefusal, MissingCountsOnTheRoot) {
                 "there are no counts or no displacements");
 }
 
+TEST_F(MpiCommRefusal, MissingDisplacementsOnTheRoot) {
+  Outcome const gathered = OutcomeOf([&] {
+    return mComm.Gatherv(nullptr, 0, DATATYPE_INT, nullptr, mZeros.data(), nullptr,
+                         DATATYPE_INT, mRank);
+  });
+
+  ExpectRefused(gathered, "Gatherv", "peer " + Own() + ", 0 out, 0 in",
+                "there are no counts or no displacements");
+}
+
 TEST_F(MpiCommRefusal, LeavesTheReceiveBufferAlone) {
   std::vector<int> const displs = Ranked(0, -1);
 

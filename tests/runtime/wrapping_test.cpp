@@ -26,5 +26,19 @@ TEST(Wrapping, WrapsAroundAtTheEndsOfTheRange) {
   EXPECT_EQ(WrappingMul(kMinLong, -1L), kMinLong);
 }
 
+TEST(FitsMemory, HoldsUpToTheLargestArrayOfItsElements) {
+  constexpr long kMost = kMaxLong / 8;
+
+  for (long const count : {0L, 1L, kMost})
+    EXPECT_TRUE(FitsMemory<double>(count)) << count;
+  for (long const count : {kMost + 1, kMaxLong})
+    EXPECT_FALSE(FitsMemory<double>(count)) << count;
+}
+
+TEST(FitsMemory, HoldsForNoNegativeCount) {
+  for (long const count : {-1L, kMinLong})
+    EXPECT_FALSE(FitsMemory<double>(count)) << count;
+}
+
 }  // namespace
 }  // namespace Pavex

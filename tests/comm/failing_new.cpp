@@ -1,0 +1,35 @@
+#include "tests/comm/failing_new.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+thread_local int gUntilFailure = 0;
+
+}  // namespace
+
+namespace Pavex {
+
+void FailNewAt(int nth) {
+  gUntilFailure = nth;
+}
+
+}  // namespace Pavex
+
+void* operator new(std::size_t bytes) {
+  bool const fails = gUntilFailure > 0 && --gUntilFailure == 0;
+  void* const block = fails ? nullptr : std::malloc(std::max(bytes, std::size_t{1}));
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+
+void operator delete(void* block) noexcept {
+  std::free(block);
+}
+
+void operator delete(void* block, std::size_t) noexcept {
+  std::free(block);
+}

@@ -1,0 +1,10 @@
+// Memory that runs out, for the tests of LocalComm.
+
+#pragma once
+
+namespace Pavex {
+
+// Lets the `nth` operator new of this thread from now on throw std::bad_alloc; 0: none.
+void FailNewAt(int nth);
+
+}  // namespace Pavex
