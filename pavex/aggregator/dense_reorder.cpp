@@ -48,7 +48,7 @@ class Pieces {
   std::size_t LengthBytes(int p) const { return Bytes(Length(p)); }
 
   // Whether the pieces, side by side, cover every run of the global array exactly once. No
-  // extent is negative: ReorderStaysInside holds.
+  // extent is negative: FindRunsOutside found none.
   bool Tile(std::int64_t ld) const {
     std::int64_t left = ld;
     for (int p = 0; p < mCount; ++p) {
