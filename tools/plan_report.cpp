@@ -2,8 +2,8 @@
 
 #include "pavex/runtime/version.h"
 #include "tools/plan.h"
+#include "tools/report_text.h"
 
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 namespace Pavex::Tool {
@@ -12,18 +12,11 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-double Megabytes(long bytes) {
-  return static_cast<double>(bytes) * 1e-6;
-}
-
-std::string RankLine(std::size_t number, PlanRank const& rank) {
-  char line[256];
-  std::snprintf(line, sizeof line,
-                "  %4zu  %10ld  %10ld  %10ld  %10ld  %10.3f  %8s  %8ld  %11.3f  %12.3f\n",
-                number, rank.mRows, rank.mCols, rank.mBegin, rank.mEntries,
-                Megabytes(rank.mBytes), rank.mReceiver ? "yes" : "-", rank.mMessages,
-                Megabytes(rank.mMessageBytes), Megabytes(rank.mPeakPoolBytes));
-  return line;
+void AppendRank(std::size_t number, PlanRank const& rank, std::string& text) {
+  Append(text, "  %4zu  %10ld  %10ld  %10ld  %10ld  %10.3f  %8s  %8ld  %11.3f  %12.3f\n",
+         number, rank.mRows, rank.mCols, rank.mBegin, rank.mEntries, Megabytes(rank.mBytes),
+         rank.mReceiver ? "yes" : "-", rank.mMessages, Megabytes(rank.mMessageBytes),
+         Megabytes(rank.mPeakPoolBytes));
 }
 
 Json RankJson(std::size_t number, PlanRank const& rank) {
@@ -38,20 +31,6 @@ Json RankJson(std::size_t number, PlanRank const& rank) {
           {"messages", rank.mMessages},
           {"messageBytes", rank.mMessageBytes},
           {"peakPoolBytes", rank.mPeakPoolBytes}};
-}
-
-std::string Gathered(Plan const& plan) {
-  char text[160];
-  std::snprintf(text, sizeof text, "gathered: %ld x %ld, %ld entries, on %s\n", plan.mRows,
-                plan.mCols, plan.mEntries, plan.mOptions.mToAll ? "every rank" : "rank 0");
-  return text;
-}
-
-std::string Totals(Plan const& plan) {
-  char text[160];
-  std::snprintf(text, sizeof text, "messages: %ld with %.3f MB\n", plan.Messages(),
-                Megabytes(plan.MessageBytes()));
-  return text;
 }
 
 }  // namespace
@@ -72,8 +51,11 @@ std::string InText(Plan const& plan) {
         "  rank        rows     columns       begin     entries          MB  receives  messages"
         "  MB received  peak pool MB\n";
     for (std::size_t rank = 0; rank < plan.mRanks.size(); ++rank)
-      text += RankLine(rank, plan.mRanks[rank]);
-    text += "\n" + Gathered(plan) + Totals(plan);
+      AppendRank(rank, plan.mRanks[rank], text);
+    Append(text, "\ngathered: %ld x %ld, %ld entries, on %s\n", plan.mRows, plan.mCols,
+           plan.mEntries, options.mToAll ? "every rank" : "rank 0");
+    Append(text, "messages: %ld with %.3f MB\n", plan.Messages(),
+           Megabytes(plan.MessageBytes()));
   }
   for (std::string const& warning : plan.mWarnings)
     text += "warning: " + warning + "\n";
