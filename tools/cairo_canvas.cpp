@@ -1,5 +1,6 @@
 #include "tools/canvas.h"
 #include "tools/input_error.h"
+#include "tools/showable.h"
 
 #include <cairo-pdf.h>
 #include <cairo-svg.h>

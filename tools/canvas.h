@@ -92,7 +92,4 @@ bool CanDraw();
 // A white canvas. Only where CanDraw().
 std::unique_ptr<Canvas> MakeCanvas(PictureKind kind, double width, double height);
 
-// `text` without the bytes that are no UTF-8 and without control characters: each becomes "?".
-std::string Showable(std::string const& text);
-
 }  // namespace Pavex::Tool

@@ -1,5 +1,6 @@
 #include "tools/chart.h"
 
+#include "tools/showable.h"
 #include "tools/ticks.h"
 
 #include <algorithm>

@@ -1,6 +1,7 @@
 #include "tools/job.h"
 
 #include "tools/input_error.h"
+#include "tools/local_ranks.h"
 
 #include <chrono>
 #include <cstdio>

@@ -1,6 +1,7 @@
+#include "tools/local_ranks.h"
+
 #include "pavex/comm/local_comm.h"
 #include "tools/input_error.h"
-#include "tools/ranks.h"
 
 #include <exception>
 #include <mutex>

@@ -27,7 +27,4 @@ class Ranks {
   virtual void Run(Body const& body) = 0;
 };
 
-// `count` threads of this process.
-std::unique_ptr<Ranks> MakeLocalRanks(int count);
-
 }  // namespace Pavex::Tool

@@ -1,6 +1,4 @@
-// Showable of canvas.h, which every kind of picture needs and the tests reach without Cairo.
-
-#include "tools/canvas.h"
+#include "tools/showable.h"
 
 #include <cstddef>
 

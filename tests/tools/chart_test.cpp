@@ -1,5 +1,7 @@
 #include "tools/chart.h"
 
+#include "tools/showable.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,5 +1,6 @@
+#include "tools/local_ranks.h"
+
 #include "tools/job_error.h"
-#include "tools/ranks.h"
 
 #include <atomic>
 #include <gtest/gtest.h>
