@@ -74,15 +74,15 @@ Generator::Generator(std::string const& description) {
   std::string_view const size = std::string_view(description).substr(colon + 1);
   bool const poisson = kind == "poisson2d" || kind == "poisson3d";
   if (poisson || kind == "convection2d" || kind == "convection3d") {
-    mKind = poisson ? Kind::Poisson : Kind::Convection;
+    mKind = poisson ? Kind::POISSON : Kind::CONVECTION;
     mAxes = kind[kind.size() - 2] - '0';
     mSize = ParseSize(description, size, mAxes == 2 ? kLargestGrid2d : kLargestGrid3d);
     mRows = mCols = mSize * mSize * (mAxes == 3 ? mSize : 1);
   } else if (kind == "random") {
-    mKind = Kind::Random;
+    mKind = Kind::RANDOM;
     mRows = mCols = mSize = ParseSize(description, size, kMaxExtent);
   } else if (kind == "dense") {
-    mKind = Kind::Dense;
+    mKind = Kind::DENSE;
     std::size_t const cross = size.find('x');
     if (cross == std::string_view::npos)
       Fail(description, "expected dense:ROWSxCOLS, as in dense:300x200");
@@ -94,7 +94,7 @@ Generator::Generator(std::string const& description) {
 }
 
 long Generator::Entries(long begin, long end) const {
-  if (mKind == Kind::Dense) return (end - begin) * mCols;
+  if (mKind == Kind::DENSE) return (end - begin) * mCols;
   if (mAxes != 0) return GridEntriesAbove(end) - GridEntriesAbove(begin);
   long entries = 0;
   for (long row = begin; row < end; ++row)
@@ -126,8 +126,8 @@ Triplets Generator::Empty() const {
   Triplets piece;
   piece.mRows = mRows;
   piece.mCols = mCols;
-  piece.mSymmetry = mKind == Kind::Poisson ? Symmetry::Symmetric : Symmetry::General;
-  piece.mDense = mKind == Kind::Dense;
+  piece.mSymmetry = mKind == Kind::POISSON ? Symmetry::SYMMETRIC : Symmetry::GENERAL;
+  piece.mDense = mKind == Kind::DENSE;
   return piece;
 }
 
@@ -149,14 +149,14 @@ void Generator::AppendBlock(long rowBegin, long rowEnd, long colBegin, long colE
     if (progress && row % kBetweenReports == 0)
       progress(static_cast<double>(row - rowBegin) / static_cast<double>(rowEnd - rowBegin));
     switch (mKind) {
-      case Kind::Poisson:
-      case Kind::Convection:
+      case Kind::POISSON:
+      case Kind::CONVECTION:
         AppendGridRow(row, colBegin, colEnd, piece);
         break;
-      case Kind::Random:
+      case Kind::RANDOM:
         AppendRandomRow(row, colBegin, colEnd, piece);
         break;
-      case Kind::Dense:
+      case Kind::DENSE:
         AppendDenseRow(row, colBegin, colEnd, piece);
         break;
     }
@@ -173,7 +173,7 @@ long Generator::RandomRowEntries(long row) const {
 // neighbours, where the flow comes from.
 void Generator::AppendGridRow(long row, long begin, long end, Triplets& piece) const {
   constexpr double kFlow[3] = {0.5, 0.25, 0.125};
-  bool const convection = mKind == Kind::Convection;
+  bool const convection = mKind == Kind::CONVECTION;
   double diagonal = 0;
   for (int axis = 0; axis < mAxes; ++axis)
     diagonal += 2 + (convection ? kFlow[axis] : 0);  // NOLINT: there are at most 3 axes

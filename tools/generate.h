@@ -28,7 +28,7 @@ class Generator {
 
   long Rows() const { return mRows; }
   long Cols() const { return mCols; }
-  bool IsDense() const { return mKind == Kind::Dense; }
+  bool IsDense() const { return mKind == Kind::DENSE; }
 
   // The points that the rows stand for: Side() along each of Axes() axes, the first fastest.
   // 0 axes: no grid.
@@ -52,7 +52,7 @@ class Generator {
                   ProgressFunction const& progress = {}) const;
 
  private:
-  enum class Kind { Poisson, Convection, Random, Dense };
+  enum class Kind { POISSON, CONVECTION, RANDOM, DENSE };
 
   long RandomRowEntries(long row) const;
   long GridEntriesAbove(long row) const;  // in the rows [0, row)

@@ -18,14 +18,14 @@ Launch Read(char const* sizeVariable, char const* rankVariable) {
 }  // namespace
 
 Launch AnnouncedBy(MpiKind kind) {
-  if (kind == MpiKind::OpenMpi) return Read("OMPI_COMM_WORLD_SIZE", "OMPI_COMM_WORLD_RANK");
-  if (kind == MpiKind::Mpich) return Read("PMI_SIZE", "PMI_RANK");
+  if (kind == MpiKind::OPENMPI) return Read("OMPI_COMM_WORLD_SIZE", "OMPI_COMM_WORLD_RANK");
+  if (kind == MpiKind::MPICH_LIKE) return Read("PMI_SIZE", "PMI_RANK");
   return {};
 }
 
 Launch Announced(MpiKind own) {
   Launch announced;
-  for (MpiKind const kind : {own, MpiKind::OpenMpi, MpiKind::Mpich}) {
+  for (MpiKind const kind : {own, MpiKind::OPENMPI, MpiKind::MPICH_LIKE}) {
     Launch launch = AnnouncedBy(kind);
     if (launch.mSize > 1) return launch;
     if (announced.mSize < 1)

@@ -17,8 +17,9 @@ struct Launch {
   bool IsJob() const { return mSize >= 2; }
 };
 
-// The implementations whose launchers are known. Unknown: another one, or none.
-enum class MpiKind { Unknown, OpenMpi, Mpich };
+// The implementations whose launchers are known. UNKNOWN: another one, or none. (MPICH is a
+// macro of that one's header.)
+enum class MpiKind { UNKNOWN, OPENMPI, MPICH_LIKE };
 
 // What the launcher of `kind` announces.
 Launch AnnouncedBy(MpiKind kind);

@@ -39,7 +39,7 @@ class MatrixMarketWriter {
   MatrixMarketWriter(MatrixMarketWriter const&) = delete;
   MatrixMarketWriter& operator=(MatrixMarketWriter const&) = delete;
 
-  // Appends the entry at the 0-based position; without a value for Field::Pattern.
+  // Appends the entry at the 0-based position; without a value for Field::PATTERN.
   void Entry(long row, long col);
   void Entry(long row, long col, float value);
   void Entry(long row, long col, double value);

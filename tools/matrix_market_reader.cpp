@@ -18,18 +18,18 @@ struct Choice {
   E mValue;
 };
 
-enum class Format { Coordinate, Array };
+enum class FileFormat { COORDINATE, ARRAY };
 
-constexpr Choice<Format> kFormats[] = {{"coordinate", Format::Coordinate},
-                                       {"array", Format::Array}};
-constexpr Choice<Field> kFields[] = {{"real", Field::Real},
-                                     {"integer", Field::Integer},
-                                     {"complex", Field::Complex},
-                                     {"pattern", Field::Pattern}};
-constexpr Choice<Symmetry> kSymmetries[] = {{"general", Symmetry::General},
-                                            {"symmetric", Symmetry::Symmetric},
-                                            {"skew-symmetric", Symmetry::SkewSymmetric},
-                                            {"hermitian", Symmetry::Hermitian}};
+constexpr Choice<FileFormat> kFormats[] = {{"coordinate", FileFormat::COORDINATE},
+                                           {"array", FileFormat::ARRAY}};
+constexpr Choice<Field> kFields[] = {{NameOf(Field::REAL), Field::REAL},
+                                     {NameOf(Field::INTEGER), Field::INTEGER},
+                                     {NameOf(Field::COMPLEX), Field::COMPLEX},
+                                     {NameOf(Field::PATTERN), Field::PATTERN}};
+constexpr Choice<Symmetry> kSymmetries[] = {{"general", Symmetry::GENERAL},
+                                            {"symmetric", Symmetry::SYMMETRIC},
+                                            {"skew-symmetric", Symmetry::SKEW_SYMMETRIC},
+                                            {"hermitian", Symmetry::HERMITIAN}};
 
 char const* SymmetryName(Symmetry symmetry) {
   for (Choice<Symmetry> const& choice : kSymmetries) {
@@ -107,7 +107,7 @@ void Reading::ReadBanner() {
     mReader.Fail("a Matrix Market file begins with \"%%MatrixMarket\"");
   if (std::string const object = parser.Word("object"); object != "matrix")
     mReader.Fail("unknown object " + Quoted(object) + ", known: matrix");
-  mMatrix.mDense = ReadChoice(parser, "format", kFormats) == Format::Array;
+  mMatrix.mDense = ReadChoice(parser, "format", kFormats) == FileFormat::ARRAY;
   mMatrix.mField = ReadChoice(parser, "field", kFields);
   mMatrix.mSymmetry = ReadChoice(parser, "symmetry", kSymmetries);
   parser.End("the banner");
@@ -115,11 +115,11 @@ void Reading::ReadBanner() {
 }
 
 void Reading::CheckBanner() {
-  if (mMatrix.mDense && mMatrix.mField == Field::Pattern)
+  if (mMatrix.mDense && mMatrix.mField == Field::PATTERN)
     mReader.Fail("the array format has values, so the field cannot be pattern");
-  if (mMatrix.mSymmetry == Symmetry::SkewSymmetric && mMatrix.mField == Field::Pattern)
+  if (mMatrix.mSymmetry == Symmetry::SKEW_SYMMETRIC && mMatrix.mField == Field::PATTERN)
     mReader.Fail("a pattern has no sign, so it cannot be skew-symmetric");
-  if (mMatrix.mSymmetry == Symmetry::Hermitian && mMatrix.mField != Field::Complex)
+  if (mMatrix.mSymmetry == Symmetry::HERMITIAN && mMatrix.mField != Field::COMPLEX)
     mReader.Fail("a hermitian matrix has the field complex");
 }
 
@@ -132,7 +132,7 @@ void Reading::ReadSize() {
   LineParser parser(mReader, line);
   mMatrix.mRows = parser.Integer("number of rows", 0, kMaxExtent);
   mMatrix.mCols = parser.Integer("number of columns", 0, kMaxExtent);
-  if (mMatrix.mSymmetry != Symmetry::General && mMatrix.mRows != mMatrix.mCols)
+  if (mMatrix.mSymmetry != Symmetry::GENERAL && mMatrix.mRows != mMatrix.mCols)
     mReader.Fail("a " + std::string(SymmetryName(mMatrix.mSymmetry)) +
                  " matrix is square, not " + std::to_string(mMatrix.mRows) + " x " +
                  std::to_string(mMatrix.mCols));
@@ -149,12 +149,12 @@ void Reading::ReadSize() {
 long Reading::StoredArrayValues() const {
   long const rows = mMatrix.mRows;
   switch (mMatrix.mSymmetry) {
-    case Symmetry::General:
+    case Symmetry::GENERAL:
       return rows * mMatrix.mCols;
-    case Symmetry::SkewSymmetric:
+    case Symmetry::SKEW_SYMMETRIC:
       return rows * (rows - 1) / 2;
-    case Symmetry::Symmetric:
-    case Symmetry::Hermitian:
+    case Symmetry::SYMMETRIC:
+    case Symmetry::HERMITIAN:
       break;
   }
   return rows * (rows + 1) / 2;
@@ -165,8 +165,8 @@ void Reading::CheckRoomInFile() {
   constexpr long kHarmless = 1 << 20;
   if (!mReader.KnowsSize() || mCount <= kHarmless) return;
   long const indexBytes = mMatrix.mDense ? 0 : 4;  // "1 1" and a line end or a blank
-  long const valueBytes = mMatrix.mField == Field::Pattern   ? 0
-                          : mMatrix.mField == Field::Complex ? 4
+  long const valueBytes = mMatrix.mField == Field::PATTERN   ? 0
+                          : mMatrix.mField == Field::COMPLEX ? 4
                                                              : 2;
   // The last line may go without its end. An array is no pattern, so the sum is not 0.
   if (mCount > (mReader.BytesLeft() + 1) / (indexBytes + valueBytes))  // NOLINT
@@ -178,7 +178,7 @@ void Reading::CheckRoomInFile() {
 std::size_t Reading::ExpectedEntries() const {
   constexpr long kBelieved = 1 << 20;
   long const stored = mReader.KnowsSize() ? mCount : std::min(mCount, kBelieved);
-  return static_cast<std::size_t>(stored) * (mMatrix.mSymmetry == Symmetry::General ? 1 : 2);
+  return static_cast<std::size_t>(stored) * (mMatrix.mSymmetry == Symmetry::GENERAL ? 1 : 2);
 }
 
 LineParser Reading::EntryLine(long entry) {
@@ -195,15 +195,15 @@ LineParser Reading::EntryLine(long entry) {
 
 void Reading::ReadValue(LineParser& parser, double& real, double& imag) {
   switch (mMatrix.mField) {
-    case Field::Pattern:
+    case Field::PATTERN:
       break;
-    case Field::Integer:
+    case Field::INTEGER:
       real = parser.IntegerNumber("value");
       break;
-    case Field::Real:
+    case Field::REAL:
       real = parser.Number("value");
       break;
-    case Field::Complex:
+    case Field::COMPLEX:
       real = parser.Number("real part");
       imag = parser.Number("imaginary part");
       break;
@@ -225,8 +225,8 @@ void Reading::ReadCoordinates() {
 }
 
 void Reading::ReadArray() {
-  bool const general = mMatrix.mSymmetry == Symmetry::General;
-  long const belowDiagonal = mMatrix.mSymmetry == Symmetry::SkewSymmetric ? 1 : 0;
+  bool const general = mMatrix.mSymmetry == Symmetry::GENERAL;
+  long const belowDiagonal = mMatrix.mSymmetry == Symmetry::SKEW_SYMMETRIC ? 1 : 0;
   long entry = 0;
   for (long col = 0; col < mMatrix.mCols; ++col) {
     for (long row = general ? 0 : col + belowDiagonal; row < mMatrix.mRows; ++row) {
@@ -244,13 +244,13 @@ void Reading::ReadArray() {
 // `row` and `col` as in the file, 1-based.
 void Reading::CheckTriangle(long row, long col, double imag) {
   Symmetry const symmetry = mMatrix.mSymmetry;
-  if (symmetry == Symmetry::General || row > col) return;
+  if (symmetry == Symmetry::GENERAL || row > col) return;
   if (row < col)
     mReader.Fail("entry " + Position(row, col) + " lies above the diagonal of a " +
                  SymmetryName(symmetry) + " matrix");
-  if (symmetry == Symmetry::SkewSymmetric)
+  if (symmetry == Symmetry::SKEW_SYMMETRIC)
     mReader.Fail("diagonal entry " + Position(row, col) + " in a skew-symmetric matrix");
-  if (symmetry == Symmetry::Hermitian && imag != 0)
+  if (symmetry == Symmetry::HERMITIAN && imag != 0)
     mReader.Fail("diagonal entry " + Position(row, col) +
                  " of a hermitian matrix has an imaginary part");
 }
@@ -259,15 +259,15 @@ void Reading::AddWithMirror(long row, long col, double real, double imag) {
   mMatrix.Add(row, col, real, imag);
   if (row == col) return;
   switch (mMatrix.mSymmetry) {
-    case Symmetry::General:
+    case Symmetry::GENERAL:
       break;
-    case Symmetry::Symmetric:
+    case Symmetry::SYMMETRIC:
       mMatrix.Add(col, row, real, imag);
       break;
-    case Symmetry::SkewSymmetric:
+    case Symmetry::SKEW_SYMMETRIC:
       mMatrix.Add(col, row, -real, -imag);
       break;
-    case Symmetry::Hermitian:
+    case Symmetry::HERMITIAN:
       mMatrix.Add(col, row, real, -imag);
       break;
   }

@@ -11,22 +11,8 @@ namespace {
 
 constexpr std::size_t kFlushBytes = 1 << 20;
 
-char const* FieldName(Field field) {
-  switch (field) {
-    case Field::Real:
-      return "real";
-    case Field::Integer:
-      return "integer";
-    case Field::Complex:
-      return "complex";
-    case Field::Pattern:
-      break;
-  }
-  return "pattern";
-}
-
 std::string Banner(char const* format, Field field) {
-  return std::string("%%MatrixMarket matrix ") + format + " " + FieldName(field) + " general\n";
+  return std::string("%%MatrixMarket matrix ") + format + " " + NameOf(field) + " general\n";
 }
 
 }  // namespace
@@ -118,7 +104,7 @@ template <class R>
 void MatrixMarketWriter::AppendNumber(R value) {
   if (!std::isfinite(value)) mFile.Fail("the format has no infinite values and no NaN");
   char digits[400];  // the largest double has 309 digits
-  auto const end = mField == Field::Integer ? std::to_chars(digits, std::end(digits), value,
+  auto const end = mField == Field::INTEGER ? std::to_chars(digits, std::end(digits), value,
                                                             std::chars_format::fixed)
                                             : std::to_chars(digits, std::end(digits), value);
   mText.append(digits, end.ptr);
@@ -146,7 +132,7 @@ void WriteMatrixMarket(std::string const& path, Triplets const& matrix) {
   auto writer = MatrixMarketWriter::Coordinate(path, matrix.mField, matrix.mRows, matrix.mCols,
                                                static_cast<long>(matrix.Entries()));
   for (std::size_t i = 0; i < matrix.Entries(); ++i) {
-    if (matrix.mField == Field::Pattern)
+    if (matrix.mField == Field::PATTERN)
       writer.Entry(matrix.mRow[i], matrix.mCol[i]);
     else if (matrix.IsComplex())
       writer.Entry(matrix.mRow[i], matrix.mCol[i],

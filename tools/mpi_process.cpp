@@ -52,21 +52,21 @@ class LiveProcess final : public MpiProcess {
 
 MpiKind OwnMpi() {
 #if defined(OPEN_MPI)
-  return MpiKind::OpenMpi;
+  return MpiKind::OPENMPI;
 #elif defined(MPICH_VERSION)
-  return MpiKind::Mpich;
+  return MpiKind::MPICH_LIKE;
 #else
-  return MpiKind::Unknown;
+  return MpiKind::UNKNOWN;
 #endif
 }
 
 std::string OwnMpiName() {
   switch (OwnMpi()) {
-    case MpiKind::OpenMpi:
+    case MpiKind::OPENMPI:
       return "Open MPI";
-    case MpiKind::Mpich:
+    case MpiKind::MPICH_LIKE:
       return "MPICH";
-    case MpiKind::Unknown:
+    case MpiKind::UNKNOWN:
       break;
   }
   return "another MPI";

@@ -31,7 +31,7 @@ class MpiProcess {
 };
 
 // The MPI that this build uses: its kind, and its name for messages. Without MPI the kind is
-// Unknown and the name is empty.
+// UNKNOWN and the name is empty.
 MpiKind OwnMpi();
 std::string OwnMpiName();
 

@@ -5,7 +5,7 @@
 namespace Pavex::Tool {
 
 MpiKind OwnMpi() {
-  return MpiKind::Unknown;
+  return MpiKind::UNKNOWN;
 }
 
 std::string OwnMpiName() {

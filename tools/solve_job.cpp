@@ -33,7 +33,7 @@ std::unique_ptr<Source> OpenRhs(std::string const& path, Source const& source,
     throw InputError(path + " has " + std::to_string(whole.mRows) + " rows, but " +
                      source.Name() + " has " + std::to_string(unknowns));
   if (whole.mCols == 0) throw InputError(path + " has no columns: nothing to solve");
-  if (rhs->Kind() == Field::Complex && !IsComplex(value))
+  if (rhs->Kind() == Field::COMPLEX && !IsComplex(value))
     throw InputError(path + " is complex: use --value complex-double or complex-float");
   return rhs;
 }

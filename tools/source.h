@@ -49,7 +49,7 @@ class Source {
  protected:
   std::string mName;
   Extent mWhole;
-  Field mField = Field::Real;
+  Field mField = Field::REAL;
 };
 
 // Reads the file whole. Throws InputError.

@@ -9,8 +9,23 @@
 
 namespace Pavex::Tool {
 
-enum class Field { Real, Integer, Complex, Pattern };
-enum class Symmetry { General, Symmetric, SkewSymmetric, Hermitian };
+enum class Field { REAL, INTEGER, COMPLEX, PATTERN };
+// As in the banner of a file.
+constexpr char const* NameOf(Field field) {
+  switch (field) {
+    case Field::REAL:
+      return "real";
+    case Field::INTEGER:
+      return "integer";
+    case Field::COMPLEX:
+      return "complex";
+    case Field::PATTERN:
+      break;
+  }
+  return "pattern";
+}
+
+enum class Symmetry { GENERAL, SYMMETRIC, SKEW_SYMMETRIC, HERMITIAN };
 
 // The most rows or columns that the command handles: 32-bit indices keep a real entry at 16
 // bytes, so that 30 million entries take 480 MB.
@@ -21,10 +36,10 @@ constexpr long kMaxExtent = std::numeric_limits<std::int32_t>::max();
 struct Triplets {
   long mRows = 0;  // of the whole matrix, also when only a piece of it stands here
   long mCols = 0;
-  Field mField = Field::Real;
+  Field mField = Field::REAL;
   // What the source said. The entries are always those of the full matrix: both triangles of a
   // symmetric, skew-symmetric or Hermitian one.
-  Symmetry mSymmetry = Symmetry::General;
+  Symmetry mSymmetry = Symmetry::GENERAL;
   // The source was dense: a file in array format (entries column by column) or a generated
   // dense matrix (row by row). Every position is present once, unless mSymmetry mixes the
   // order.
@@ -32,10 +47,10 @@ struct Triplets {
   std::vector<std::int32_t> mRow;
   std::vector<std::int32_t> mCol;
   std::vector<double> mReal;  // 1 for each entry of a pattern
-  std::vector<double> mImag;  // as long as mReal for Field::Complex, else empty
+  std::vector<double> mImag;  // as long as mReal for Field::COMPLEX, else empty
 
   std::size_t Entries() const { return mRow.size(); }
-  bool IsComplex() const { return mField == Field::Complex; }
+  bool IsComplex() const { return mField == Field::COMPLEX; }
 
   void Reserve(std::size_t entries) {
     mRow.reserve(entries);
@@ -44,7 +59,7 @@ struct Triplets {
     if (IsComplex()) mImag.reserve(entries);
   }
 
-  // Appends one entry inside the matrix; `imag` counts for Field::Complex only.
+  // Appends one entry inside the matrix; `imag` counts for Field::COMPLEX only.
   void Add(long row, long col, double real, double imag = 0) {
     mRow.push_back(static_cast<std::int32_t>(row));
     mCol.push_back(static_cast<std::int32_t>(col));

@@ -24,26 +24,12 @@ IndexTag TagOf(IndexKind kind) {
 }
 
 ValueKind ChooseValue(Source const& source, std::optional<ValueKind> asked, bool withValues) {
-  bool const complexInput = source.Kind() == Field::Complex;
+  bool const complexInput = source.Kind() == Field::COMPLEX;
   if (!asked) return complexInput ? ValueKind::COMPLEX_DOUBLE : ValueKind::DOUBLE;
   if (complexInput && withValues && !IsComplex(*asked))
     throw InputError(source.Name() + " is complex and does not fit into --value " +
                      NameOf(*asked) + ": use complex-float or complex-double");
   return *asked;
-}
-
-char const* NameOf(Field field) {
-  switch (field) {
-    case Field::Real:
-      return "real";
-    case Field::Integer:
-      return "integer";
-    case Field::Complex:
-      return "complex";
-    case Field::Pattern:
-      break;
-  }
-  return "pattern";
 }
 
 }  // namespace Pavex::Tool

@@ -34,7 +34,4 @@ void WithTypes(ValueKind value, IndexKind index, Function const& function) {
 // the values of complex input do not fit; without `withValues` they need not.
 ValueKind ChooseValue(Source const& source, std::optional<ValueKind> asked, bool withValues);
 
-// "real", "integer", "complex", "pattern".
-char const* NameOf(Field field);
-
 }  // namespace Pavex::Tool

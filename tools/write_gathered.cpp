@@ -10,7 +10,7 @@ namespace Pavex::Tool {
 namespace {
 
 template <typename T>
-constexpr Field kField = std::is_floating_point_v<T> ? Field::Real : Field::Complex;
+constexpr Field kField = std::is_floating_point_v<T> ? Field::REAL : Field::COMPLEX;
 
 template <typename T>
 void WriteEntry(MatrixMarketWriter& writer, long row, long col, T const* value) {
@@ -66,7 +66,7 @@ std::unique_ptr<MatrixMarketWriter> WriteGathered(std::string const& path,
     return writer;
   }
   long const entries = gathered.NNZ();
-  Field const field = gathered.HasValues() ? kField<T> : Field::Pattern;
+  Field const field = gathered.HasValues() ? kField<T> : Field::PATTERN;
   std::unique_ptr<MatrixMarketWriter> writer(new MatrixMarketWriter(
       MatrixMarketWriter::Coordinate(path, field, store.rows, store.cols, entries)));
   if (entries == 0) return writer;

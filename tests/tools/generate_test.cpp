@@ -97,7 +97,7 @@ TEST(Generate, MakesThePoissonOperatorOnTwoCubedPoints) {
 
   EXPECT_EQ(generator.Rows(), 8);
   EXPECT_EQ(generator.Cols(), 8);
-  EXPECT_EQ(row.mSymmetry, Symmetry::Symmetric);
+  EXPECT_EQ(row.mSymmetry, Symmetry::SYMMETRIC);
   EXPECT_THAT(Entries(row),
               ElementsAre(Entry(5, 1, -1), Entry(5, 4, -1), Entry(5, 5, 6), Entry(5, 7, -1)));
 }
@@ -118,7 +118,7 @@ TEST(Generate, StrengthensTheUpwindNeighboursOfConvection) {
 
   generator.AppendRows(13, 14, row);
 
-  EXPECT_EQ(row.mSymmetry, Symmetry::General);
+  EXPECT_EQ(row.mSymmetry, Symmetry::GENERAL);
   EXPECT_THAT(row.mCol, ElementsAre(4, 10, 12, 13, 14, 16, 22));
   EXPECT_THAT(row.mReal, ElementsAre(-1.125, -1.25, -1.5, 6.875, -1.0, -1.0, -1.0));
 }

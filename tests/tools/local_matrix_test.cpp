@@ -116,7 +116,7 @@ TEST(LocalMatrix, HasNoValuesForAPattern) {
 
 TEST(LocalMatrix, KeepsBothPartsOfComplexValues) {
   Triplets entries;
-  entries.mField = Field::Complex;
+  entries.mField = Field::COMPLEX;
   entries.Add(2, 1, 3, -4);
 
   LocalMatrix<std::complex<float>, int> const local(entries, Rows2And3(), kWhole,

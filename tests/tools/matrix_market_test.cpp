@@ -29,8 +29,8 @@ TEST(MatrixMarketReader, ReadsRealEntriesInFileOrderWithIndicesFromZero) {
 
   EXPECT_EQ(matrix.mRows, 3);
   EXPECT_EQ(matrix.mCols, 4);
-  EXPECT_EQ(matrix.mField, Field::Real);
-  EXPECT_EQ(matrix.mSymmetry, Symmetry::General);
+  EXPECT_EQ(matrix.mField, Field::REAL);
+  EXPECT_EQ(matrix.mSymmetry, Symmetry::GENERAL);
   EXPECT_FALSE(matrix.mDense);
   EXPECT_THAT(matrix.mRow, ElementsAre(2, 0, 1));
   EXPECT_THAT(matrix.mCol, ElementsAre(3, 0, 2));
@@ -57,7 +57,7 @@ TEST(MatrixMarketReader, ReadsIntegerEntries) {
       "2 1 +9007199254740991\n"
       "2 2 0\n");
 
-  EXPECT_EQ(matrix.mField, Field::Integer);
+  EXPECT_EQ(matrix.mField, Field::INTEGER);
   EXPECT_THAT(matrix.mReal, ElementsAre(-7.0, 9007199254740991.0, 0.0));
 }
 
@@ -68,7 +68,7 @@ TEST(MatrixMarketReader, GivesEveryEntryOfAPatternTheValueOne) {
       "1 1\n"
       "2 1\n");
 
-  EXPECT_EQ(matrix.mField, Field::Pattern);
+  EXPECT_EQ(matrix.mField, Field::PATTERN);
   EXPECT_THAT(matrix.mRow, ElementsAre(0, 1, 0));
   EXPECT_THAT(matrix.mCol, ElementsAre(0, 0, 1));
   EXPECT_THAT(matrix.mReal, ElementsAre(1.0, 1.0, 1.0));
@@ -82,7 +82,7 @@ TEST(MatrixMarketReader, MirrorsASymmetricMatrixRightAfterEachEntry) {
       "3 1 2\n"
       "3 3 3\n");
 
-  EXPECT_EQ(matrix.mSymmetry, Symmetry::Symmetric);
+  EXPECT_EQ(matrix.mSymmetry, Symmetry::SYMMETRIC);
   EXPECT_THAT(matrix.mRow, ElementsAre(0, 2, 0, 2));
   EXPECT_THAT(matrix.mCol, ElementsAre(0, 0, 2, 2));
   EXPECT_THAT(matrix.mReal, ElementsAre(1.0, 2.0, 2.0, 3.0));
@@ -118,7 +118,7 @@ TEST(MatrixMarketReader, ConjugatesTheMirrorOfAHermitianMatrix) {
       "1 1 4 0\n"
       "2 1 1.5 -2\n");
 
-  EXPECT_EQ(matrix.mSymmetry, Symmetry::Hermitian);
+  EXPECT_EQ(matrix.mSymmetry, Symmetry::HERMITIAN);
   EXPECT_THAT(matrix.mReal, ElementsAre(4.0, 1.5, 1.5));
   EXPECT_THAT(matrix.mImag, ElementsAre(0.0, -2.0, 2.0));
 }

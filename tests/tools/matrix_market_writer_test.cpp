@@ -37,7 +37,7 @@ class FileSizeLimit {
 TEST(MatrixMarketWriter, WritesCoordinatesWithIndicesFromOne) {
   TemporaryFolder const folder;
 
-  auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::Real, 3, 4, 2);
+  auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::REAL, 3, 4, 2);
   writer.Entry(2, 3, 2.5);
   writer.Entry(0, 0, -1e-30);
   writer.Commit();
@@ -52,7 +52,7 @@ TEST(MatrixMarketWriter, WritesCoordinatesWithIndicesFromOne) {
 TEST(MatrixMarketWriter, WritesComplexEntries) {
   TemporaryFolder const folder;
 
-  auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::Complex, 2, 2, 2);
+  auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::COMPLEX, 2, 2, 2);
   writer.Entry(0, 1, std::complex<double>(1.5, -2));
   writer.Entry(1, 1, std::complex<float>(0.1f, 0));
   writer.Commit();
@@ -67,7 +67,7 @@ TEST(MatrixMarketWriter, WritesComplexEntries) {
 TEST(MatrixMarketWriter, WritesPatternsWithoutValues) {
   TemporaryFolder const folder;
 
-  auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::Pattern, 2, 2, 1);
+  auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::PATTERN, 2, 2, 1);
   writer.Entry(1, 0);
   writer.Commit();
 
@@ -78,7 +78,7 @@ TEST(MatrixMarketWriter, WritesPatternsWithoutValues) {
 TEST(MatrixMarketWriter, WritesIntegersWithoutExponent) {
   TemporaryFolder const folder;
 
-  auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::Integer, 1, 2, 2);
+  auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::INTEGER, 1, 2, 2);
   writer.Entry(0, 0, 1e15);
   writer.Entry(0, 1, -3.0f);
   writer.Commit();
@@ -93,11 +93,11 @@ TEST(MatrixMarketWriter, WritesIntegersWithoutExponent) {
 TEST(MatrixMarketWriter, WritesArrays) {
   TemporaryFolder const folder;
 
-  auto real = MatrixMarketWriter::Array(folder.Path("real.mtx"), Field::Real, 2, 1);
+  auto real = MatrixMarketWriter::Array(folder.Path("real.mtx"), Field::REAL, 2, 1);
   real.Value(1.5);
   real.Value(0.1f);
   real.Commit();
-  auto complex = MatrixMarketWriter::Array(folder.Path("complex.mtx"), Field::Complex, 1, 2);
+  auto complex = MatrixMarketWriter::Array(folder.Path("complex.mtx"), Field::COMPLEX, 1, 2);
   complex.Value(std::complex<double>(1, 2));
   complex.Value(std::complex<float>(3, 4));
   complex.Commit();
@@ -150,7 +150,7 @@ TEST(MatrixMarketWriter, LeavesNothingBehindWithoutCommit) {
   TemporaryFolder const folder;
 
   {
-    auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::Real, 1, 1, 1);
+    auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::REAL, 1, 1, 1);
     writer.Entry(0, 0, 1.0);
     EXPECT_EQ(folder.Names().size(), 1u);
   }
@@ -162,7 +162,7 @@ TEST(MatrixMarketWriter, ReplacesAnOlderFileOnCommitOnly) {
   TemporaryFolder const folder;
   folder.Write("a.mtx", "older");
 
-  auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::Pattern, 1, 1, 1);
+  auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::PATTERN, 1, 1, 1);
   writer.Entry(0, 0);
   std::string const before = folder.Read("a.mtx");
   writer.Commit();
@@ -178,7 +178,7 @@ TEST(MatrixMarketWriter, WritesThroughASymbolicLink) {
   folder.Write("real.mtx", "older");
   std::filesystem::create_symlink(folder.Path("real.mtx"), folder.Path("link.mtx"));
 
-  MatrixMarketWriter::Coordinate(folder.Path("link.mtx"), Field::Pattern, 1, 1, 0).Commit();
+  MatrixMarketWriter::Coordinate(folder.Path("link.mtx"), Field::PATTERN, 1, 1, 0).Commit();
 
   EXPECT_TRUE(std::filesystem::is_symlink(folder.Path("link.mtx")));
   EXPECT_EQ(folder.Read("real.mtx"),
@@ -237,7 +237,7 @@ TEST(MatrixMarketWriter, RefusesValuesThatTheFormatCannotHold) {
 
 TEST(MatrixMarketWriter, RefusesToCommitAnotherNumberOfEntriesThanAnnounced) {
   TemporaryFolder const folder;
-  auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::Real, 1, 1, 2);
+  auto writer = MatrixMarketWriter::Coordinate(folder.Path("a.mtx"), Field::REAL, 1, 1, 2);
   writer.Entry(0, 0, 1.0);
 
   EXPECT_THROW(writer.Commit(), std::logic_error);
