@@ -420,18 +420,6 @@ TEST(Describe, TellsNegativeSizesOfTheOnlyHolder) {
             "unsound: process 1 has 100 x -1 with 7 entries; expected none below 0\n");
 }
 
-TEST(Describe, DoesNotAskTheDensePiecesOfAPatternToFillTheirShape) {
-  MatrixLocalInfo first =
-      Piece(STORE_DENSE_ROW_MAJOR, MatrixPartition::RowWise(0), 4, 100, 400);
-  MatrixLocalInfo second =
-      Piece(STORE_DENSE_ROW_MAJOR, MatrixPartition::RowWise(4), 6, 50, 300);
-  first.withValues = second.withValues = false;
-
-  EXPECT_EQ(VerdictAbout({first, second}),
-            "mode DISTRIBUTED: every process holds a piece\n"
-            "agreed: 10 x 100 with 700 entries, without values\n");
-}
-
 // --- Whatever a peer sends
 
 TEST(Describe, NamesEveryStoreType) {
