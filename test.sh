@@ -66,7 +66,7 @@ if [ $all = ON ]; then
   run tsan
 else
   build asan address_tests -DPAVEX_TWO_INSTANCES=ON
-  export PAVEX_PROPERTY_CASES=1000
+  export PAVEX_PROPERTY_CASES=500
   run asan -L '^(aggregator|comm|faults|fuzz|input|interop|matrix|property|runtime)$' \
     -E 'FaultsAmongPeers|FaultChains.*(Three|Four)'
   count_faults asan
