@@ -43,7 +43,7 @@ run() {
 
 # count_faults PRESET: how many faults the last run injected.
 count_faults() {
-  awk '/^[0-9]+ faults injected/ {count += $1} END {print count " faults injected in build/" tree}' \
+  awk '/^[0-9]+ faults injected/ {count += $1} END {print count + 0 " faults injected in build/" tree}' \
     tree="$1" "build/$1/Testing/Temporary/LastTest.log"
 }
 
@@ -57,7 +57,8 @@ fi
 # Under the sanitizers and clang++ the library, the reading of files and a short run of the fuzz
 # targets, on two of the eight instantiations, with fewer random cases and the faults of two ranks;
 # with --all everything on all of them, but for the packages, which build the library themselves,
-# and for the lack of memory, which AddressSanitizer would meet first.
+# for the lack of memory, which AddressSanitizer would meet first, and for most of the ways in which
+# a call can fail among peers, which the last tree takes.
 if [ $all = ON ]; then
   build asan all -DPAVEX_TWO_INSTANCES=OFF
   run asan -LE '^(memory|package)$'

@@ -33,7 +33,7 @@ class CountedMatrix final : public MatrixBase {
 struct PieceDecision {
   PavexStatus mStatus = STATUS_OK;  // of the checks of a gather; the rest is set on success
   DistMatrixMode mMode = DISTRIBUTED;
-  int mSource = -2;  // the holder in CENTRALIZED_ONE
+  int mSource = kNobody;  // the holder in CENTRALIZED_ONE
   MatrixPartition mPartition;
   long mRows = 0;  // of the gathered matrix
   long mCols = 0;

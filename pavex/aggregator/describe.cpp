@@ -6,11 +6,17 @@
 #include "pavex/matrix/store_type.h"
 #include "pavex/runtime/wrapping.h"
 
+#include <algorithm>
+#include <limits>
+
 namespace Pavex {
 
 namespace {
 
 using Infos = Buffer<MatrixLocalInfo>;
+
+// The largest count and place of an operation.
+constexpr std::int64_t kMostCounted = std::numeric_limits<int>::max();
 
 std::string Text(std::int64_t number) {
   return std::to_string(number);
@@ -299,11 +305,27 @@ std::string WhyDenseDoesNotFit(Gathering const& gathering) {
          ", placed behind the earlier ones; expected inside the " + gathered + " gathered";
 }
 
-// The only holder is taken at its word: what becomes of sizes that no matrix has is up to the
-// pool and the communicator.
-bool IsUnsound(Gathering const& gathering) {
-  MatrixLocalInfo const& info = gathering.mReference;
-  return gathering.mMode == CENTRALIZED_ONE && (info.rows < 0 || info.cols < 0 || info.nnz < 0);
+// How many elements of one array move, together.
+std::int64_t MostMoved(Gathering const& gathering) {
+  GatheredShape const& shape = gathering.mShape;
+  if (gathering.mMode == CENTRALIZED_ALL) return 0;
+  if (gathering.mKind == StoreKind::DENSE)
+    return gathering.mReference.WithValues() ? shape.mNnz : 0;
+  if (gathering.mKind == StoreKind::COO) return shape.mNnz;
+  std::int64_t const lengths = gathering.mKind == StoreKind::CSR ? shape.mRows : shape.mCols;
+  // An only holder sends its offsets, of which there is one more.
+  bool const offsets = gathering.mMode == CENTRALIZED_ONE && lengths < kMostCounted + 1;
+  return std::max<std::int64_t>(shape.mNnz, offsets ? lengths + 1 : lengths);
+}
+
+// What should hold, but no gather looks at it: what becomes of it is up to the pool and the
+// communicator.
+std::string WhyUnsound(Gathering const& gathering) {
+  GatheredShape const& shape = gathering.mShape;
+  if (shape.mRows < 0 || shape.mCols < 0 || shape.mNnz < 0) return "none below 0";
+  if (MostMoved(gathering) > kMostCounted)
+    return "what a communicator can count, up to " + Text(kMostCounted);
+  return "";
 }
 
 std::string ResultLine(Gathering const& gathering) {
@@ -315,9 +337,13 @@ std::string ResultLine(Gathering const& gathering) {
   GatheredShape const& shape = gathering.mShape;
   std::string const gathered =
       Shape(shape.mRows, shape.mCols) + " with " + Text(shape.mNnz) + " entries";
-  if (IsUnsound(gathering))
-    return "unsound: " + Process(gathering.mReferenceRank) + " has " + gathered +
-           "; expected none below 0\n";
+  std::string const unsound = WhyUnsound(gathering);
+  if (!unsound.empty()) {
+    bool const pieces = gathering.mMode == DISTRIBUTED;
+    return "unsound: " +
+           (pieces ? "the pieces make " : Process(gathering.mReferenceRank) + " has ") +
+           gathered + "; expected " + unsound + "\n";
+  }
   return "agreed: " + gathered + ", " + Flag(gathering.mReference) + "\n";
 }
 

@@ -2,6 +2,7 @@
 
 #include "tests/support/described_records.h"
 
+#include <limits>
 #include <string>
 
 namespace Pavex {
@@ -54,8 +55,75 @@ TEST(Describe, TellsMoreRowsThanThereCanBeOffsets) {
   EXPECT_EQ(VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostOffsets - 2)}),
             "refused: the pieces have 1152921504606846975 rows together; expected what memory "
             "can hold\n");
-  EXPECT_EQ(VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostOffsets - 3)}),
-            "agreed: 1152921504606846974 x 100 with 14 entries, with values\n");
+  EXPECT_EQ(
+      VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostOffsets - 3)}),
+      "unsound: the pieces make 1152921504606846974 x 100 with 14 entries; expected what a "
+      "communicator can count, up to 2147483647\n");
+}
+
+constexpr std::int64_t kMostCounted = 2147483647;
+
+TEST(Describe, TellsMoreEntriesThanACommunicatorCounts) {
+  MatrixLocalInfo half = Piece(STORE_COO_0, MatrixPartition::NonzeroWise(), 100, 100, 1 << 30);
+  MatrixLocalInfo rest = half;
+  rest.nnz = kMostCounted - half.nnz;
+  EXPECT_EQ(VerdictOnPieces({half, rest}),
+            "agreed: 100 x 100 with 2147483647 entries, with values\n");
+
+  EXPECT_EQ(VerdictOnPieces({half, half}),
+            "unsound: the pieces make 100 x 100 with 2147483648 entries; expected what a "
+            "communicator can count, up to 2147483647\n");
+}
+
+TEST(Describe, TellsMoreRowsThanACommunicatorCounts) {
+  EXPECT_EQ(VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostCounted - 1)}),
+            "agreed: 2147483647 x 100 with 14 entries, with values\n");
+  EXPECT_EQ(VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostCounted)}),
+            "unsound: the pieces make 2147483648 x 100 with 14 entries; expected what a "
+            "communicator can count, up to 2147483647\n");
+}
+
+TEST(Describe, TellsMoreOffsetsOfAnOnlyHolderThanACommunicatorCounts) {
+  MatrixLocalInfo whole = Whole();
+  whole.rows = kMostCounted - 1;
+  EXPECT_EQ(VerdictAbout({Empty(), whole}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "agreed: 2147483646 x 100 with 7 entries, with values\n");
+
+  whole.rows = kMostCounted;
+  EXPECT_EQ(VerdictAbout({Empty(), whole}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "unsound: process 1 has 2147483647 x 100 with 7 entries; expected what a "
+            "communicator can count, up to 2147483647\n");
+  whole.rows = std::numeric_limits<std::int64_t>::max();
+  EXPECT_EQ(VerdictAbout({Empty(), whole}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "unsound: process 1 has 9223372036854775807 x 100 with 7 entries; expected what a "
+            "communicator can count, up to 2147483647\n");
+}
+
+TEST(Describe, AllowsAnyCountWhereNothingMoves) {
+  MatrixLocalInfo whole = Whole();
+  whole.nnz = kMostCounted + 1;
+  EXPECT_EQ(VerdictAbout({whole, whole}),
+            "mode CENTRALIZED_ALL: every process holds the whole matrix\n"
+            "agreed: 100 x 100 with 2147483648 entries, with values\n");
+
+  MatrixLocalInfo pattern = Piece(STORE_DENSE_ROW_MAJOR, {}, 1 << 16, 1 << 16, 1L << 32);
+  MatrixLocalInfo empty = Piece(STORE_DENSE_ROW_MAJOR, {}, 0, 0, 0);
+  pattern.withValues = false;
+  empty.withValues = false;
+  EXPECT_EQ(VerdictAbout({empty, pattern}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "agreed: 65536 x 65536 with 4294967296 entries, without values\n");
+}
+
+TEST(Describe, TellsNegativeSizesOfTheWhole) {
+  MatrixLocalInfo const six = Piece(STORE_COO_0, MatrixPartition::RowWise(0), -3, 100, 6);
+  MatrixLocalInfo const one = Piece(STORE_COO_0, MatrixPartition::RowWise(-3), 2, 100, 1);
+
+  EXPECT_EQ(VerdictOnPieces({six, one}),
+            "unsound: the pieces make -1 x 100 with 7 entries; expected none below 0\n");
 }
 
 TEST(Describe, TellsTheFirstDenseBandThatIsNotAsWideAsTheWhole) {
