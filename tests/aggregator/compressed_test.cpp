@@ -191,6 +191,21 @@ TYPED_TEST(CompressedGather, SendsOnlyZeroLengthsOfAPieceWithoutOffsets) {
   });
 }
 
+TYPED_TEST(CompressedGather, SendsOnlyZeroLengthsOfAPieceWhoseOffsetsAreNotInUse) {
+  using Format = TypeParam;
+  LocalComm::Run(2, [](std::shared_ptr<Comm> const& comm) {
+    RankUnderTest<> rank(comm);
+    auto piece = comm->Rank() == 0 ? BandOf<Format>(0) : Format::Make(2, 5, {3, 4, 6}, {}, {1});
+    Format::Place(piece, 4, 5, Format::Band(comm->Rank() == 0 ? 0 : 2));
+    if (comm->Rank() == 1) (piece.matrix.*Format::kFirst).mSize = 0;
+
+    ASSERT_EQ(rank.aggregator.Allgather(rank.comm, piece.matrix, true), STATUS_OK);
+
+    ExpectArrays<Format>(rank.Target<typename Format::Matrix>(), {0, 2, 3, 3, 3}, {0, 2, 4},
+                         {10, 20, 30});
+  });
+}
+
 TYPED_TEST(CompressedGather, SendsNothingFromAProcessWithoutRowsOrColumns) {
   using Format = TypeParam;
   auto const holder = CompressedWholeOn<Format>(0, 0);
@@ -326,6 +341,22 @@ TYPED_TEST(CompressedGather, SendsZeroOffsetsOfAHolderWithoutOffsets) {
       EXPECT_EQ(rank.pool.Events(),
                 (std::vector<PoolEvent>{Took(144), Took(12), GaveBack(12)}));
     }
+  });
+}
+
+TYPED_TEST(CompressedGather, TakesOffsetsThatAreNotInUseForNone) {
+  using Format = TypeParam;
+  LocalComm::Run(2, [](std::shared_ptr<Comm> const& comm) {
+    RankUnderTest<> rank(comm);
+    auto holder = Format::Make(2, 5, {3, 4, 5}, {}, {1});
+    (holder.matrix.*Format::kFirst).mSize = 0;
+    auto const empty = Format::Make(0, 0, {}, {}, {});
+    auto const& piece = comm->Rank() == 1 ? holder : empty;
+
+    ASSERT_EQ(rank.aggregator.Gather(rank.comm, piece.matrix, true), STATUS_OK);
+
+    if (comm->Rank() == 0)
+      ExpectArrays<Format>(rank.Target<typename Format::Matrix>(), {0, 0, 0}, {}, {});
   });
 }
 

@@ -316,6 +316,16 @@ TEST(CooGather, BorrowsTheRootsOwnArraysWhereEveryProcessHoldsTheWhole) {
   });
 }
 
+TEST(CooGather, BorrowsTheElementsInUse) {
+  RankUnderTest<> rank = SingleRank();
+  CooPiece<> piece = Share(0);
+  piece.matrix.mValues.mSize = 1;
+
+  ASSERT_EQ(Gather(rank, piece.matrix).status, STATUS_OK);
+
+  EXPECT_EQ((rank.Target<MatrixCOO<double, int>>().mValues.mSize), 1);
+}
+
 TEST(CooGather, BorrowsTheValuesAllTheSameWithoutValuesWhereEveryProcessHoldsTheWhole) {
   RankUnderTest<> rank = SingleRank();
   CooPiece<> const piece = Share(0);

@@ -273,6 +273,16 @@ TEST(DenseAllHolders, ReceiveViewOfTheirOwnArrayWithItsLeadingDimension) {
   EXPECT_EQ(zero.Events(), std::vector<PoolEvent>{Took(2 * 72)});
 }
 
+TEST(DenseAllHolders, ReceiveTheElementsInUse) {
+  DensePiece<> shorter = WholeShare(true);
+  shorter.matrix.mValues.mSize = 14;
+  DenseRank<> zero(0, Pieces(std::move(shorter), WholeShare(true)));
+
+  ASSERT_EQ(zero.Gather().status, STATUS_OK);
+
+  EXPECT_EQ(zero.Target().mValues.mSize, 14);
+}
+
 TEST(DenseAllHolders, ThatDoNotReceiveDoNothing) {
   DenseRank<> one(1, Pieces(WholeShare(true), WholeShare(true)));
 

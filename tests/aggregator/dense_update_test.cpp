@@ -30,6 +30,17 @@ TEST(DenseAllHolders, ShowNewArrayAfterUpdateWithoutCopy) {
   EXPECT_THAT(zero.Events(), IsEmpty());
 }
 
+TEST(DenseAllHolders, ShowTheElementsInUseAfterUpdate) {
+  DenseRank<> zero(0, Pieces(WholeShare(true), WholeShare(true)));
+  ASSERT_EQ(zero.Gather().status, STATUS_OK);
+  DensePiece<> shorter = WholeShare(true);
+  shorter.matrix.mValues.mSize = 14;
+
+  ASSERT_EQ(zero.Update(shorter).status, STATUS_OK);
+
+  EXPECT_EQ(zero.Target().mValues.mSize, 14);
+}
+
 TEST(DenseAllHolders, RefuseUpdateWithOtherLeadingDimension) {
   DenseRank<> zero(0, Pieces(WholeShare(true, 2), WholeShare(true, 2)));
   ASSERT_EQ(zero.Gather().status, STATUS_OK);

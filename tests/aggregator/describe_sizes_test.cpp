@@ -43,6 +43,14 @@ TEST(Describe, TellsCompressedPiecesThatAreCutAlongTheWrongDimension) {
             "gathered\n");
 }
 
+TEST(Describe, TellsACompressedPieceWithMoreRowsThanTheWhole) {
+  MatrixLocalInfo const high = Piece(STORE_CSR_0, MatrixPartition::NonzeroWise(), 4, 4, 2);
+  MatrixLocalInfo const low = Piece(STORE_CSR_0, MatrixPartition::NonzeroWise(), 2, 4, 2);
+
+  EXPECT_EQ(VerdictOnPieces(Of(2, 4, {high, low})),
+            "refused: process 0 has 4 rows placed from 0 on; expected inside the 2 gathered\n");
+}
+
 TEST(Describe, TellsANegativeNumberOfCompressedRows) {
   EXPECT_EQ(
       VerdictOnPieces({RowBand(0, 5), RowBand(5, -2), RowBand(3, 4)}),
@@ -159,6 +167,28 @@ TEST(Describe, TellsDenseBandsThatMakeUpForEachOthersExtentWhereTheyAreReordered
   EXPECT_EQ(VerdictOnPieces(rows), "agreed: 2 x 4 with 8 entries, with values\n");
 }
 
+// Behind the first piece, in the place of its columns, the second would not be inside.
+TEST(Describe, AsksForNoPlaceOfDenseBandsThatAreNotReordered) {
+  Records const rows = Of(3, 3,
+                          {DensePiece(MatrixPartition::RowWise(0), 1, 7),
+                           DensePiece(MatrixPartition::RowWise(1), 2, 1)});
+
+  EXPECT_EQ(VerdictOnPieces(rows), "agreed: 3 x 3 with 9 entries, with values\n");
+}
+
+TEST(Describe, AsksForNoPlaceOfThePiecesOfASingleRowOrColumn) {
+  MatrixLocalInfo high = DensePiece(MatrixPartition::ColumnWise(0), 2, 1);
+  high.nnz = 1;
+  MatrixLocalInfo wide = DensePiece(MatrixPartition::RowWise(0), 1, 2);
+  wide.nnz = 1;
+
+  EXPECT_EQ(VerdictOnPieces(Of(1, 3, {high, DensePiece(MatrixPartition::ColumnWise(1), 1, 2)})),
+            "agreed: 1 x 3 with 3 entries, with values\n");
+  EXPECT_EQ(VerdictOnPieces(
+                ColumnMajor(Of(3, 1, {wide, DensePiece(MatrixPartition::RowWise(1), 2, 1)}))),
+            "agreed: 3 x 1 with 3 entries, with values\n");
+}
+
 TEST(Describe, TakesDenseBandsThatAreReordered) {
   Records const columns = Of(4, 2,
                              {DensePiece(MatrixPartition::ColumnWise(0), 4, 1),
@@ -232,7 +262,20 @@ TEST(Describe, NotesTheFirstDenseOrderThatIsNotTheHolders) {
             "STORE_DENSE_COL_MAJOR, process 3 has STORE_DENSE_ROW_MAJOR, and each takes what "
             "it receives in its own order\n"
             "agreed: 4 x 3 with 12 entries, with values\n");
+  EXPECT_EQ(VerdictAbout({other, whole}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix; process 0 has "
+            "STORE_DENSE_COL_MAJOR, process 1 has STORE_DENSE_ROW_MAJOR, and each takes what "
+            "it receives in its own order\n"
+            "agreed: 4 x 3 with 12 entries, with values\n");
   EXPECT_EQ(VerdictAbout({empty, whole}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "agreed: 4 x 3 with 12 entries, with values\n");
+}
+
+TEST(Describe, AsksForNoPlaceOfTheEmptyMatricesBesideADenseWhole) {
+  MatrixLocalInfo const odd = DensePiece({}, -3, 0);
+
+  EXPECT_EQ(VerdictAbout({odd, DensePiece({}, 4, 3)}),
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
             "agreed: 4 x 3 with 12 entries, with values\n");
 }

@@ -119,6 +119,15 @@ TEST(Describe, TellsThatNobodyHoldsAnything) {
             "agreed: 0 x 0 with 0 entries, with values\n");
 }
 
+TEST(Describe, TellsTheEntriesOfTheFirstProcessWhereNobodyHoldsAnything) {
+  MatrixLocalInfo counted = Empty();
+  counted.nnz = 5;
+
+  EXPECT_EQ(VerdictAbout({counted, Empty()}),
+            "mode CENTRALIZED_ALL: no process holds anything\n"
+            "agreed: 0 x 0 with 5 entries, with values\n");
+}
+
 TEST(Describe, TellsTheOnlyHolderAndWhoIsEmpty) {
   EXPECT_EQ(About({Empty(), Whole()}),
             "2 processes\n"
@@ -132,6 +141,17 @@ TEST(Describe, TellsTheOnlyHolderAndWhoIsEmpty) {
 
 TEST(Describe, TellsThatTheOnlyHoldersPartitionIsIgnored) {
   EXPECT_EQ(VerdictAbout({Empty(), RowBand(5, 10), Empty()}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix; partitions are ignored, "
+            "the first that of process 1 (row-wise)\n"
+            "agreed: 10 x 100 with 7 entries, with values\n");
+}
+
+TEST(Describe, NamesAnIgnoredPartitionOfTheFirstAndOfTheLastProcess) {
+  EXPECT_EQ(VerdictAbout({RowBand(5, 10), Empty()}),
+            "mode CENTRALIZED_ONE: process 0 holds the whole matrix; partitions are ignored, "
+            "the first that of process 0 (row-wise)\n"
+            "agreed: 10 x 100 with 7 entries, with values\n");
+  EXPECT_EQ(VerdictAbout({Empty(), RowBand(5, 10)}),
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix; partitions are ignored, "
             "the first that of process 1 (row-wise)\n"
             "agreed: 10 x 100 with 7 entries, with values\n");
@@ -214,6 +234,18 @@ TEST(Describe, SaysWhichRecordsNeverArrived) {
             "refused: 2 of 3 records never arrived\n");
 }
 
+TEST(Describe, CountsASingleRecordThatNeverArrived) {
+  EXPECT_EQ(VerdictAbout({RowBand(0, 10), MatrixLocalInfo()}),
+            "mode not decided\n"
+            "refused: 1 of 2 records never arrived\n");
+}
+
+TEST(Describe, CountsNoRecordBesideThoseOfTheGather) {
+  Records const records = {RowBand(0, 10), RowBand(10, 5)};
+
+  EXPECT_EQ(About(records, MatrixLocalInfo()), About(records));
+}
+
 // --- Refused records
 
 TEST(Describe, TellsWhichProcessesAreEmptyAmongOthersThatAreNot) {
@@ -230,6 +262,13 @@ TEST(Describe, TellsWhichProcessesAreEmptyAmongOthersThatAreNot) {
             "mode not decided\n"
             "refused: 2 of 4 processes are empty, the first is process 2, and the others are "
             "not, the first is process 0; expected none, all or all but one empty\n");
+}
+
+TEST(Describe, TellsThatTheFirstProcessIsEmptyAmongOthersThatAreNot) {
+  EXPECT_EQ(VerdictAbout({Empty(), Empty(), Whole(), Whole()}),
+            "mode not decided\n"
+            "refused: 2 of 4 processes are empty, the first is process 0, and the others are "
+            "not, the first is process 2; expected none, all or all but one empty\n");
 }
 
 // The verdict on a refusal, checked to be one, and the same on the last process.
@@ -347,10 +386,10 @@ TEST(Describe, TellsFlagsThatDiffer) {
 
 TEST(Describe, TellsANegativeNumberOfEntries) {
   MatrixLocalInfo negative = RowBand(10, 5);
-  negative.nnz = -3;
+  negative.nnz = -1;
 
   EXPECT_EQ(Refusal({RowBand(0, 10), negative}),
-            "refused: process 1 has -3 entries; expected 0 or more\n");
+            "refused: process 1 has -1 entries; expected 0 or more\n");
 }
 
 TEST(Describe, TellsWhereTheEntriesTogetherBecomeTooMany) {
@@ -359,6 +398,22 @@ TEST(Describe, TellsWhereTheEntriesTogetherBecomeTooMany) {
 
   EXPECT_EQ(Refusal({RowBand(0, 10), many}),
             "refused: process 1 has 576460752303423488 entries; expected no more together than "
+            "memory can hold\n");
+}
+
+TEST(Describe, RefusesNoEntriesThatMemoryCanHold) {
+  MatrixLocalInfo many = RowBand(10, 5);
+  many.nnz = (1L << 59) - 8;  // beside the 7 of the other
+  MatrixLocalInfo more = many;
+  ++more.nnz;
+
+  EXPECT_EQ(
+      VerdictAbout({RowBand(0, 10), many}),
+      "mode DISTRIBUTED: every process holds a piece\n"
+      "unsound: the pieces make 15 x 100 with 576460752303423487 entries; expected what a "
+      "communicator can count, up to 2147483647\n");
+  EXPECT_EQ(Refusal({RowBand(0, 10), more}),
+            "refused: process 1 has 576460752303423481 entries; expected no more together than "
             "memory can hold\n");
 }
 
@@ -403,21 +458,33 @@ TEST(Describe, TakesAnEmptyMatrixOfTheSameFormatAndAnotherTypeOfIt) {
 
 TEST(Describe, TellsNegativeSizesOfTheOnlyHolder) {
   MatrixLocalInfo entries = Whole();
-  entries.nnz = -3;
+  entries.nnz = -1;
   MatrixLocalInfo rows = Whole();
-  rows.rows = -7;
+  rows.rows = -1;
   MatrixLocalInfo cols = Whole();
   cols.cols = -1;
 
   EXPECT_EQ(VerdictAbout({Empty(), entries}),
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
-            "unsound: process 1 has 100 x 100 with -3 entries; expected none below 0\n");
+            "unsound: process 1 has 100 x 100 with -1 entries; expected none below 0\n");
   EXPECT_EQ(VerdictAbout({rows, Empty()}),
             "mode CENTRALIZED_ONE: process 0 holds the whole matrix\n"
-            "unsound: process 0 has -7 x 100 with 7 entries; expected none below 0\n");
+            "unsound: process 0 has -1 x 100 with 7 entries; expected none below 0\n");
   EXPECT_EQ(VerdictAbout({Empty(), cols}),
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
             "unsound: process 1 has 100 x -1 with 7 entries; expected none below 0\n");
+}
+
+TEST(Describe, TakesAnOnlyHolderOfSizesZero) {
+  MatrixLocalInfo entries = Whole();
+  entries.nnz = 0;
+
+  EXPECT_EQ(VerdictAbout({Empty(), entries}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "agreed: 100 x 100 with 0 entries, with values\n");
+  EXPECT_EQ(VerdictAbout({Piece(STORE_COO_0, {}, 4, 5, 0), Piece(STORE_COO_0, {}, 0, 0, 7)}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "agreed: 0 x 0 with 7 entries, with values\n");
 }
 
 // --- Whatever a peer sends

@@ -157,6 +157,17 @@ TEST(NullCommunicator, LeavesNothingToUpdate) {
   ExpectOutcome(Watch([&] { return rank.aggregator.Update(piece.matrix); }), -11, kNotGathered);
 }
 
+TEST(LargerCommunicator, LeavesItsFurtherRanksNothingToUpdate) {
+  RankUnderTest<> rank = ShareRank(0);
+  CooPiece<> const piece = Share(0);
+  ASSERT_EQ(Gather(rank, piece.matrix).status, STATUS_OK);
+
+  rank.aggregator.SetComm(std::make_shared<ScriptedComm>(2, 3));
+
+  ExpectOutcome(Watch([&] { return rank.aggregator.Update(piece.matrix); }), STATUS_WRONG_ORDER,
+                kNotGathered);
+}
+
 TEST(UnusableCommunicator, IsRefusedBeforeAnyAllocation) {
   for (auto const& [ownRank, size] :
        {std::pair{0, 0}, std::pair{-1, -1}, std::pair{-1, 2}, std::pair{2, 2}}) {

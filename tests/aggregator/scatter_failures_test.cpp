@@ -170,6 +170,19 @@ TEST(RefusedScatter, WritesToNoRunsThatGoBackwards) {
   EXPECT_THAT(one.Calls(), IsEmpty());
 }
 
+// The array has room for the last element, but it is not in use.
+TEST(RefusedScatter, WritesNothingBehindTheElementsInUse) {
+  DenseRank<> zero(0, Pieces(WholeShare(true), WholeShare(true)));
+  GatherFirst(zero);
+  DensePiece<> shorter = WholeShare(true);
+  shorter.matrix.mValues.mSize = 14;
+
+  Outcome const scattered = zero.Scatter(shorter);
+
+  ExpectOutcome(scattered, STATUS_INCONSISTENT, StatusLines(1, STATUS_INCONSISTENT));
+  EXPECT_THAT(zero.Calls(), IsEmpty());
+}
+
 TEST(RefusedScatter, ReadsNoGatheredMatrixWithoutValues) {
   for (bool const toAll : {false, true}) {
     DensePiece<> empty(3, 5, true, 5, {});

@@ -7,6 +7,7 @@
 #include "tests/support/log_level.h"
 #include "tests/support/ownership.h"
 
+#include <functional>
 #include <gmock/gmock.h>
 #include <numeric>
 #include <utility>
@@ -77,15 +78,18 @@ TEST(DenseScatter, ReceivesPaddedPieceThroughPackedBlockAndLeavesGapsAlone) {
 }
 
 TEST(DenseScatter, ReceivesSingleRunInPlaceWhateverItsLeadingDimension) {
-  auto const share = [](int rank) {
-    return DensePiece<>(3, 1, false, 5, {1, 2, 3}).In(3, 2, MatrixPartition::ColumnWise(rank));
-  };
-  DenseRank<> one(1, Pieces(share(0), share(1)));
-  GatherFirst(one);
+  for (std::int64_t const ld : {5, 0, -2}) {
+    auto const share = [ld](int rank) {
+      return DensePiece<>(3, 1, false, ld, {1, 2, 3})
+          .In(3, 2, MatrixPartition::ColumnWise(rank));
+    };
+    DenseRank<> one(1, Pieces(share(0), share(1)));
+    GatherFirst(one);
 
-  ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
+    ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
 
-  EXPECT_EQ(one.rank.comm->Calls().back().recvbuf, one.local.values.data());
+    EXPECT_EQ(one.rank.comm->Calls().back().recvbuf, one.local.values.data());
+  }
 }
 
 TEST(DenseScatter, LeavesTheLastRunWhereAllRunsStandInOnePlace) {
@@ -204,6 +208,19 @@ TEST(DenseScatterToOneHolder, ThatIsTheRootIsLocal) {
               ElementsAre(0, 1, 2, 3, 4, kGap, 5, 6, 7, 8, 9, kGap, 10, 11, 12, 13, 14));
 }
 
+TEST(DenseScatterToOneHolder, LeavesBystandersWithoutElementsAlone) {
+  DenseRank<> noRows(1, Pieces(WholeShare(true), DensePiece<>(0, 3, true, 3, {})));
+  DenseRank<> noColumns(1, Pieces(WholeShare(true), DensePiece<>(3, 0, true, 5, {})));
+  GatherFirst(noRows);
+  GatherFirst(noColumns);
+
+  ExpectOutcome(noRows.Scatter(noRows.local), STATUS_OK, "");
+  ExpectOutcome(noColumns.Scatter(noColumns.local), STATUS_OK, "");
+
+  EXPECT_THAT(noRows.Calls(), IsEmpty());
+  EXPECT_THAT(noColumns.Calls(), IsEmpty());
+}
+
 // --- Every rank holds the whole, one root
 
 TEST(DenseScatterToAllHolders, IsBroadcastFromTheRootsArray) {
@@ -260,14 +277,42 @@ TEST(DenseScatterEverywhere, CopiesConsecutiveBlockOfRowBandFromItsDisplacement)
   EXPECT_THAT(one.Events(), IsEmpty());
 }
 
-TEST(DenseScatterEverywhere, CopiesAPackedRowBandAtOnce) {
-  DenseRank<> one(1, Pieces(RowShare(0, true), RowShare(1, true)));
+TEST(DenseScatterEverywhere, CopiesPackedBandsAlongTheRunsAsTheyAre) {
+  DenseRank<> rows(1, Pieces(RowShare(0, true), RowShare(1, true)));
+  DenseRank<> columns(1, Pieces(ColumnShare(0, false), ColumnShare(1, false)));
+  GatherFirst(rows, true);
+  GatherFirst(columns, true);
+  NumberTarget(rows);
+  NumberTarget(columns);
+
+  ASSERT_EQ(rows.Scatter(rows.local).status, STATUS_OK);
+  ASSERT_EQ(columns.Scatter(columns.local).status, STATUS_OK);
+
+  EXPECT_THAT(rows.local.values, ElementsAre(5, 6, 7, 8, 9, 10, 11, 12, 13, 14));
+  EXPECT_THAT(columns.local.values, ElementsAre(6, 7, 8, 9, 10, 11, 12, 13, 14));
+}
+
+TEST(DenseScatterEverywhere, CopiesAPieceOfASingleRun) {
+  DenseRank<> zero(0, Pieces(RowShare(0, true), RowShare(1, true)));
+  GatherFirst(zero, true);
+  NumberTarget(zero);
+
+  ASSERT_EQ(zero.Scatter(zero.local).status, STATUS_OK);
+
+  EXPECT_THAT(zero.local.values, ElementsAre(0, 1, 2, 3, 4));
+}
+
+TEST(DenseScatterEverywhere, CopiesAPieceWhoseRunsAreSingleElements) {
+  auto const share = [](int begin) {
+    return DenseBlock(1, 3, begin + 1, 1, true).In(3, 2, MatrixPartition::ColumnWise(begin));
+  };
+  DenseRank<> one(1, Pieces(share(0), share(1)));
   GatherFirst(one, true);
   NumberTarget(one);
 
   ASSERT_EQ(one.Scatter(one.local).status, STATUS_OK);
 
-  EXPECT_THAT(one.local.values, ElementsAre(5, 6, 7, 8, 9, 10, 11, 12, 13, 14));
+  EXPECT_THAT(one.local.values, ElementsAre(1, 3, 5));
 }
 
 TEST(DenseScatterEverywhere, StridesThroughColumnMajorMatrixFromTheBeginOfRowBand) {
@@ -295,16 +340,19 @@ TEST(DenseScatterEverywhere, CountsTheBeginFromTheFirstRanksBand) {
   EXPECT_THAT(one.local.values, ElementsAre(1, 2, 4, 5));
 }
 
-// Two shares of a matrix of `rows` rows and three columns that in rank order fit side by side;
-// by their begins the second, of two columns, does not.
-void ExpectRefusedOnEveryRank(int rows, int firstBegin, int secondBegin) {
-  auto const share = [rows](int begin, int cols) {
-    MatrixPartition partition = MatrixPartition::NonzeroWise();
-    partition.begin = begin;
-    return DenseBlock(1, rows, 1, cols, true).In(rows, 3, partition);
-  };
+// `rows` x `cols` entries that are said to stand from `begin` on in a matrix of another shape.
+DensePiece<> PieceAt(std::int64_t begin, int rows, int cols, std::int64_t globalRows,
+                     std::int64_t globalCols) {
+  return DenseBlock(1, rows, 1, cols, true)
+      .In(globalRows, globalCols, {PARTITION_NONZERO_WISE, begin});
+}
+
+// Expects each of two ranks to refuse the scatter of what was gathered from `first` and
+// `second`, by their begins not inside the whole.
+void ExpectOutside(std::function<DensePiece<>()> const& first,
+                   std::function<DensePiece<>()> const& second, bool withValues = true) {
   for (int const self : {0, 1}) {
-    DenseRank<> rank(self, Pieces(share(firstBegin, 1), share(secondBegin, 2)));
+    DenseRank<> rank(self, Pieces(first(), second()), withValues);
     GatherFirst(rank, true);
     std::vector<double> const before = rank.local.values;
 
@@ -316,16 +364,71 @@ void ExpectRefusedOnEveryRank(int rows, int firstBegin, int secondBegin) {
   }
 }
 
-TEST(DenseScatterEverywhere, IsRefusedIfTheLastRunOfAPieceReachesOutside) {
-  ExpectRefusedOnEveryRank(2, 0, 2);
+TEST(DenseScatterEverywhere, IsRefusedOnEveryRankIfAnyPieceReachesOutside) {
+  // In rank order both fit side by side; by its begin the second does not.
+  ExpectOutside([] { return PieceAt(0, 2, 1, 2, 3); }, [] { return PieceAt(2, 2, 2, 2, 3); });
 }
 
-TEST(DenseScatterEverywhere, IsRefusedIfTheOnlyRunOfAPieceReachesOutside) {
-  ExpectRefusedOnEveryRank(1, 0, 2);
+TEST(DenseScatterEverywhere, IsRefusedIfASingleRunReachesOutside) {
+  ExpectOutside([] { return PieceAt(0, 1, 2, 1, 4); }, [] { return PieceAt(3, 1, 2, 1, 4); });
 }
 
-TEST(DenseScatterEverywhere, IsRefusedIfAPieceBeginsBeforeTheFirst) {
-  ExpectRefusedOnEveryRank(2, 1, 0);
+TEST(DenseScatterEverywhere, IsRefusedIfRunsOfSingleElementsReachOutside) {
+  ExpectOutside([] { return PieceAt(0, 2, 1, 2, 2); }, [] { return PieceAt(2, 2, 1, 2, 2); });
+}
+
+TEST(DenseScatterEverywhere, IsRefusedIfAPieceBeginsInFrontOfTheFirst) {
+  ExpectOutside([] { return PieceAt(0, 1, 2, 1, 4); }, [] { return PieceAt(-1, 1, 2, 1, 4); });
+}
+
+TEST(DenseScatterEverywhere, IsRefusedIfTheFirstPieceHasMoreRunsThanTheWhole) {
+  auto const share = [](int rows, int cols) {
+    return DenseBlock(1, rows, 1, cols, false).In(3, 2, MatrixPartition::NonzeroWise());
+  };
+  ExpectOutside([] { return PieceAt(0, 3, 1, 2, 3); }, [] { return PieceAt(0, 1, 3, 2, 3); },
+                false);
+  ExpectOutside([&] { return share(1, 3); }, [&] { return share(1, 3); }, false);
+}
+
+// Behind the 7 elements of the first band, two runs of the whole do not begin any more.
+TEST(DenseScatterEverywhere, IsRefusedIfABandAlongTheRunsReachesOutsideFromItsDisplacement) {
+  auto const rows = [](int begin, int count, int length) {
+    return DenseBlock(1, count, 1, length, true).In(3, 3, MatrixPartition::RowWise(begin));
+  };
+  auto const columns = [](int begin, int count, int length) {
+    return DenseBlock(1, length, 1, count, false).In(3, 3, MatrixPartition::ColumnWise(begin));
+  };
+  ExpectOutside([&] { return rows(0, 1, 7); }, [&] { return rows(1, 2, 1); });
+  ExpectOutside([&] { return columns(0, 1, 7); }, [&] { return columns(1, 2, 1); });
+}
+
+// --- The records of the gather
+
+// Puts the records of `rank` between two that no matrix can have.
+std::vector<MatrixLocalInfo> PutBetweenOthers(DenseRank<>& rank) {
+  constexpr std::int64_t kHuge = std::int64_t{1} << 40;
+  Buffer<MatrixLocalInfo>& infos = rank.rank.aggregator.mLocalInfos;
+  MatrixLocalInfo const other =
+      RecordOf(DensePiece<>(kHuge, kHuge, true, kHuge, {}).matrix, true);
+  std::vector<MatrixLocalInfo> records{other, infos.mData[0], infos.mData[1], other};
+  infos.Borrow(records.data() + 1, 2);
+  infos.mCapacity = 3;
+  return records;
+}
+
+TEST(DenseScatter, LooksAtNoRecordBesideThoseOfTheGather) {
+  DenseRank<> root(0, Pieces(ColumnShare(0, true), ColumnShare(1, true)));
+  DenseRank<> one(1, Pieces(ColumnShare(0, true), ColumnShare(1, true)));
+  GatherFirst(root);
+  GatherFirst(one, true);
+  auto const rootRecords = PutBetweenOthers(root);
+  auto const oneRecords = PutBetweenOthers(one);
+  NumberTarget(one);
+
+  ExpectOutcome(root.Scatter(root.local), STATUS_OK, "");
+  ExpectOutcome(one.Scatter(one.local), STATUS_OK, "");
+
+  EXPECT_THAT(one.local.values, ElementsAre(2, 3, 4, 7, 8, 9, 12, 13, 14));
 }
 
 }  // namespace

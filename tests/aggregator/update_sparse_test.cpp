@@ -384,6 +384,18 @@ TEST(UpdateCOO, SendsTheCountOfItsMatrixToThePlacesOfTheGatherWithoutAnyCheck) {
   EXPECT_EQ(rank.comm->Calls().at(0).sendbuf, other.values.data());
 }
 
+TEST(UpdateCOO, ReturnsTheStatusOfAFailedTransferUnchanged) {
+  RankUnderTest<> rank = ShareRank(0);
+  CooPiece<> const piece = Share(0);
+  ASSERT_EQ(Gather(rank, piece.matrix).status, STATUS_OK);
+  rank.ForgetThePast();
+  rank.comm->Fail(Fault::Once(1, -77));
+
+  Outcome const outcome = Watch([&] { return rank.aggregator.UpdateCOO(piece.matrix); });
+
+  ExpectOutcome(outcome, -77, StatusLines(1, -77));
+}
+
 TEST(UpdateCOO, PutsNewValuesWhereTheOldOnesStood) {
   LocalComm::Run(2, [](std::shared_ptr<Comm> const& comm) {
     RankUnderTest<> rank(comm);

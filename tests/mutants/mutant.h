@@ -12,7 +12,7 @@
 
 namespace Mutants {
 
-constexpr int kMaxMutants = 1 << 16;
+constexpr int kMaxMutants = 1 << 17;
 
 // A byte for each mutant, set once its site is reached. In the file that PAVEX_MUTANTS_SEEN
 // names, so that what a death test or a command reaches counts as well.

@@ -4,11 +4,12 @@ time, and runs the quick tests on each.
 
   tests/mutants/mutants.py                        everything
   tests/mutants/mutants.py --only dense_reorder   the sources whose path holds these letters
+  tests/mutants/mutants.py --again                nothing; what came of the last run, once more
 
 Needs Python 3 of Debian 12 and what the tests need; nothing that has to be installed for it
 alone. Works on a copy below build/mutants; see docs/mutants.md. Ends with 1 if a mutant survives
-that survivors.txt does not explain, if fewer than 95 % are caught, or a whole run makes fewer
-than 500.
+that neither equivalent.txt nor survivors.txt explains, if fewer than 95 % of those that are not
+equivalent are caught, or a whole run makes fewer than 500.
 """
 
 import argparse
@@ -35,6 +36,7 @@ TESTS = [('runtime/runtime_test', '*'), ('matrix/matrix_test', '*'),
          ('aggregator/dense_reorder_test', '-*BeyondTheCaches*'),
          ('aggregator/dense_reorder_test', '*BeyondTheCaches*'), ('comm/local_comm_test', '*')]
 AT_LEAST, CAUGHT_SHARE = 500, 0.95
+NUMBERS_PER_FILE = 1 << 10  # mutant.h has room for those of 128 files
 CAUGHT = ('failed', 'crashed', 'timeout')
 
 
@@ -52,6 +54,7 @@ class Tree:
     def __init__(self, build):
         self.root, self.build = build / 'tree', build / 'binaries'
         self.dropped = build / 'dropped.txt'  # what did not compile, also for the next run
+        self.outcomes = build / 'outcomes.txt'  # a line as soon as it is known
         self.files, self.mutants, self.spans, self.count = {}, [], {}, 0
         for pattern in SOURCES:
             for path in sorted(ROOT.glob(pattern + ('' if '*' in pattern else '/*'))):
@@ -62,8 +65,11 @@ class Tree:
     def find(self, name, text):
         sites, keys = Source(text).sites, Counter()
         dropped = self.dropped.read_text().splitlines() if self.dropped.exists() else []
+        # Each file has numbers of its own: one that changes leaves the copies of the others alone.
+        first = NUMBERS_PER_FILE * len(self.files)
         for site in sorted(sites, key=lambda site: (site.start, site.end)):
-            site.first = self.count
+            site.first = first
+            first += len(site.changes)
             self.count += len(site.changes)
             begin = text.rindex('\n', 0, site.start) + 1
             line = text[begin:text.index('\n', begin)].strip()
@@ -77,7 +83,7 @@ class Tree:
         self.files[name] = (text, [site for site in sites if site.first in kept])
 
     def write(self):
-        for folder in ('CMakeLists.txt', 'cmake', 'pavex', 'tests'):
+        for folder in ('CMakeLists.txt', 'cmake', 'docs', 'pavex', 'tests'):
             files = [ROOT / folder] if (ROOT / folder).is_file() else (ROOT / folder).rglob('*')
             for path in filter(Path.is_file, files):
                 name = str(path.relative_to(ROOT))
@@ -134,6 +140,12 @@ class Tree:
         self.mutants = [m for m in self.mutants if m.site.first not in dropped]
         return bool(dropped)
 
+    def read_outcomes(self):
+        """What the last run found."""
+        known = dict(line.split(': ', 1)[::-1] for line in self.outcomes.read_text().splitlines())
+        for mutant in self.mutants:
+            mutant.outcome = known.get(f'{mutant.number} {mutant.key}')
+
 
 def children_seconds():
     """The processor time of all processes that have ended."""
@@ -155,7 +167,7 @@ class Test:
             sys.exit(f'{self.name} fails without any mutant.')
         self.seconds = children_seconds() - before
         # A mutant may wait for ever as well as run for ever; the machine may be busy.
-        self.cpu_limit, self.wall_limit = math.ceil(2 + 3 * self.seconds), 60 + 10 * self.seconds
+        self.cpu_limit, self.wall_limit = math.ceil(2 + 3 * self.seconds), 20 + 10 * self.seconds
         self.seen = seen.read_bytes()
 
     def run(self, **environment):
@@ -182,7 +194,20 @@ def judge(mutant, tests):
         outcome = test.run(PAVEX_MUTANT=str(mutant.number))
         if outcome is not None:
             mutant.outcome = outcome
-            return
+            break
+    return mutant
+
+
+def judge_all(mutants, tree, jobs):
+    print(f'{len(tree.mutants)} mutants; {tree.count - len(tree.mutants)} more do not compile')
+    tests = sorted((Test(tree, *test) for test in TESTS), key=lambda test: test.seconds)
+    for test in tests:
+        print(f'{test.name}: {test.seconds:.1f} s, reaches {sum(test.seen)}', flush=True)
+    with ThreadPoolExecutor(jobs) as pool, tree.outcomes.open('w', buffering=1) as outcomes:
+        for done, mutant in enumerate(pool.map(lambda m: judge(m, tests), mutants), 1):
+            print(f'{mutant.outcome}: {mutant.number} {mutant.key}', file=outcomes)
+            if done % 100 == 0:
+                print(f'{done} of {len(mutants)}', flush=True)
 
 
 def table(title, mutants, group):
@@ -195,9 +220,9 @@ def table(title, mutants, group):
               ''.join(f'{outcomes[column]:12}' for column in columns))
 
 
-def explained():
-    """The survivors that survivors.txt lists."""
-    lines = (HERE / 'survivors.txt').read_text().splitlines()
+def explained(name):
+    """The survivors that a file lists."""
+    lines = (HERE / name).read_text().splitlines()
     return {line.strip() for line in lines if line.strip() and not line.startswith('#')}
 
 
@@ -206,17 +231,20 @@ def report(mutants, only):
     table('kind', mutants, lambda mutant: mutant.kind)
     caught = sum(mutant.outcome in CAUGHT for mutant in mutants)
     survivors = {m.key: m.outcome for m in mutants if m.outcome not in CAUGHT}
-    listed = explained()
-    new = [key for key in survivors if key not in listed]
-    gone = [key for key in listed if only in key.split(' | ')[0] and key not in survivors]
-    print(f'\n{caught} of {len(mutants)} mutants caught, {caught / len(mutants):.1%}; '
-          f'{len(survivors) - len(new)} survivors explained in survivors.txt')
+    equivalent, others = explained('equivalent.txt'), explained('survivors.txt')
+    same = sum(mutant.key in equivalent and mutant.outcome not in CAUGHT for mutant in mutants)
+    share = caught / (len(mutants) - same)
+    new = [key for key in survivors if key not in equivalent | others]
+    gone = [key for key in equivalent | others
+            if only in key.split(' | ')[0] and key not in survivors]
+    print(f'\n{caught} of {len(mutants)} mutants caught, {caught / len(mutants):.1%}; {same} of '
+          f'the others are equivalent, and {share:.1%} of the rest are caught')
     for key in new:
         print(f'{survivors[key]}: {key}')
     for key in gone:
         print(f'explained, but no survivor: {key}')
     enough = only or len(mutants) >= AT_LEAST
-    return enough and caught >= CAUGHT_SHARE * len(mutants) and not new and not gone
+    return enough and share >= CAUGHT_SHARE and not new and not gone
 
 
 def main():
@@ -225,20 +253,17 @@ def main():
     options.add_argument('--only', default='', metavar='PATH', help='part of the sources\' paths')
     options.add_argument('--build', type=Path, default=ROOT / 'build/mutants', metavar='FOLDER')
     options.add_argument('--jobs', type=int, default=os.cpu_count())
+    options.add_argument('--again', action='store_true', help='report on the last run only')
     arguments = options.parse_args()
 
     tree = Tree(arguments.build.resolve())
-    print('building', flush=True)
-    tree.compile(arguments.jobs)
-    print(f'{len(tree.mutants)} mutants; {tree.count - len(tree.mutants)} more do not compile')
+    if not arguments.again:
+        tree.compile(arguments.jobs)
     mutants = [mutant for mutant in tree.mutants if arguments.only in mutant.path]
-    tests = sorted((Test(tree, *test) for test in TESTS), key=lambda test: test.seconds)
-    for test in tests:
-        print(f'{test.name}: {test.seconds:.1f} s, reaches {sum(test.seen)}', flush=True)
-    with ThreadPoolExecutor(arguments.jobs) as pool:
-        for done, _ in enumerate(pool.map(lambda m: judge(m, tests), mutants), 1):
-            if done % 100 == 0:
-                print(f'{done} of {len(mutants)}', flush=True)
+    if arguments.again:
+        tree.read_outcomes()
+    else:
+        judge_all(mutants, tree, arguments.jobs)
     return 0 if report(mutants, arguments.only) else 1
 
 

@@ -74,6 +74,23 @@ TEST(MemoryPoolAndSystem, GivesTheMemoryBehindTheTailOfALargeBlockBack) {
   EXPECT_FALSE(IsBacked(block + 8 * kMiB - 1));
 }
 
+// A mapping of 8 MiB and 64 KiB holds the block; the page behind it is free for others.
+TEST(MemoryPoolAndSystem, LeavesTheMemoryBehindTheMappingOfALargeBlockAlone) {
+  auto const page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  MemoryPool pool;
+  unsigned char* const block = PutWritten(pool, 8 * kMiB);
+  void* const wanted = block - kIntoPage + 8 * kMiB + kPage;
+  void* const neighbour = mmap(wanted, page, PROT_READ | PROT_WRITE,
+                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+  ASSERT_EQ(neighbour, wanted);
+  std::memset(neighbour, 1, page);
+
+  pool.SetLimit(4 * kMiB);
+
+  EXPECT_EQ(*static_cast<unsigned char*>(neighbour), 1);
+  munmap(neighbour, page);
+}
+
 TEST(MemoryPoolAndSystem, TrimsALargeBlockAgain) {
   MemoryPool pool;
   unsigned char* const block = PutWritten(pool, 8 * kMiB);

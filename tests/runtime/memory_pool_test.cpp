@@ -215,6 +215,19 @@ TEST(MemoryPool, GivesOnlyTheNeededTailOfALargeCachedBlockBack) {
   pool.Deallocate(large, kBytes);
 }
 
+TEST(MemoryPool, GivesNoMoreBackThanIsNeeded) {
+  constexpr std::size_t kBytes = 16 * kMiB;
+  constexpr std::size_t kGranule = 64 * 1024;
+  MemoryPool pool;
+  pool.Deallocate(Take(pool, kBytes), kBytes);
+
+  pool.SetLimit(kBytes - 2048);  // a whole number of 64 KiB of the mapping
+  EXPECT_EQ(pool.BytesCached(), kBytes - 2048);
+
+  pool.SetLimit(kBytes - 2049);
+  EXPECT_EQ(pool.BytesCached(), kBytes - 2048 - kGranule);
+}
+
 TEST(MemoryPool, KeepsNothingAtALimitOfZero) {
   MemoryPool pool;
   void* const first = Take(pool, 100);

@@ -11,10 +11,18 @@
 
 namespace Pavex {
 
-// What is said about `records`, however they came.
-inline std::string About(Records records) {
+// What is said about `records`, however they came. They stand between two that are `other`, of
+// which nothing may be said.
+inline std::string About(Records records,
+                         MatrixLocalInfo const& other = Piece(STORE_DENSE_COL_MAJOR,
+                                                              MatrixPartition::RowWise(1), 0, 0,
+                                                              3)) {
+  auto const count = static_cast<std::int64_t>(records.size());
+  records.insert(records.begin(), other);
+  records.push_back(other);
   RankUnderTest<> rank(std::make_shared<SelfComm>());
-  rank.aggregator.mLocalInfos = View(records);
+  rank.aggregator.mLocalInfos.Borrow(records.data() + 1, count);
+  rank.aggregator.mLocalInfos.mCapacity = count + 1;
   return rank.aggregator.Describe();
 }
 
