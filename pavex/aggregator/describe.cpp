@@ -201,7 +201,8 @@ Gathering GatheringOf(Decision const& decision, Infos const& infos) {
 
 std::string WhyDisagreeing(Gathering const& gathering) {
   Disagreement const found = FindDisagreement(gathering.mMode, gathering.mInfos);
-  return found.mFlaw == Flaw::NONE ? "" : Explain(found, gathering.mMode, gathering.mInfos);
+  if (found.mFlaw == Flaw::NONE) return "";
+  return Explain(found, gathering.mMode, gathering.mInfos);
 }
 
 std::string WhyTooMany(Gathering const& gathering) {
@@ -328,6 +329,11 @@ std::string WhyUnsound(Gathering const& gathering) {
   return "";
 }
 
+std::string WhoHas(Gathering const& gathering) {
+  if (gathering.mMode == DISTRIBUTED) return "the pieces make ";
+  return Process(gathering.mReferenceRank) + " has ";
+}
+
 std::string ResultLine(Gathering const& gathering) {
   for (auto const why : {WhyDisagreeing, WhyTooMany, WhyUnknown, WhyOfAnotherClass,
                          WhyLengthsDoNotFit, WhyDenseDoesNotFit}) {
@@ -338,12 +344,8 @@ std::string ResultLine(Gathering const& gathering) {
   std::string const gathered =
       Shape(shape.mRows, shape.mCols) + " with " + Text(shape.mNnz) + " entries";
   std::string const unsound = WhyUnsound(gathering);
-  if (!unsound.empty()) {
-    bool const pieces = gathering.mMode == DISTRIBUTED;
-    return "unsound: " +
-           (pieces ? "the pieces make " : Process(gathering.mReferenceRank) + " has ") +
-           gathered + "; expected " + unsound + "\n";
-  }
+  if (!unsound.empty())
+    return "unsound: " + WhoHas(gathering) + gathered + "; expected " + unsound + "\n";
   return "agreed: " + gathered + ", " + Flag(gathering.mReference) + "\n";
 }
 

@@ -67,8 +67,8 @@ MatrixDense<typename Dense::Scalar, I> BorrowConstEigenDense(
   constexpr bool kRowMajor = bool(Dense::IsRowMajor);
   long const runLength = kRowMajor ? dense.cols() : dense.rows();
   long const runs = kRowMajor ? dense.rows() : dense.cols();
-  RequireForView(dense.innerStride() == 1 || runLength < 2,
-                 "The rows (columns) of the Eigen matrix are not contiguous.");
+  bool const contiguous = runLength < 2 || dense.innerStride() == 1;
+  RequireForView(contiguous, "The rows (columns) of the Eigen matrix are not contiguous.");
   // The outer stride of a single row or column has no meaning.
   long const ld = runs > 1 ? dense.outerStride() : runLength;
   RequireForView(ld >= runLength, "The rows (columns) of the Eigen matrix overlap.");
@@ -107,6 +107,11 @@ View ViewAsEigenSparse(MatrixBase const& matrix) {
   return View(arrays.rows, arrays.cols, arrays.nnz, arrays.ptr, arrays.idx, arrays.values);
 }
 
+// Whether an extent that Eigen fixes, if it does, is that of the matrix.
+inline bool FitsExtent(std::int64_t extent, long fixed) {
+  return fixed == Eigen::Dynamic || fixed == extent;
+}
+
 // Views of a MatrixDense as a matrix, vector or array of Eigen with the same order of elements.
 template <typename View>
 View ViewAsEigenDense(MatrixBase const& matrix) {
@@ -119,13 +124,13 @@ View ViewAsEigenDense(MatrixBase const& matrix) {
                                   : "The matrix to view is not a column-major MatrixDense.");
   RequireForView(matrix.mValueType == ValueTypeOf<T>::kCode,
                  "The matrix to view has another value type.");
-  RequireForView(matrix.NNZ() == 0 || matrix.HasValues(), "The matrix to view has no values.");
-  auto const fits = [](std::int64_t size, long fixed) {
-    return fixed == Eigen::Dynamic || fixed == size;
-  };
-  RequireForView(
-      fits(store.rows, View::RowsAtCompileTime) && fits(store.cols, View::ColsAtCompileTime),
-      "The matrix to view has another shape than the Eigen class.");
+  long const nnz = matrix.NNZ();
+  bool const hasValues = matrix.HasValues();
+  bool const complete = nnz == 0 || hasValues;
+  RequireForView(complete, "The matrix to view has no values.");
+  bool const fits = FitsExtent(store.rows, View::RowsAtCompileTime) &&
+                    FitsExtent(store.cols, View::ColsAtCompileTime);
+  RequireForView(fits, "The matrix to view has another shape than the Eigen class.");
   return View(static_cast<T*>(store.dense.values), store.rows, store.cols,
               Eigen::OuterStride<>(store.dense.ld));
 }

@@ -12,7 +12,9 @@ namespace Pavex {
 
 // Throws std::invalid_argument with `message` unless `condition` holds.
 inline void RequireForView(bool condition, char const* message) {
-  if (!condition) throw std::invalid_argument(message);
+  if (!condition) {
+    throw std::invalid_argument(message);
+  }
 }
 
 // The arrays of a compressed matrix, CSR or CSC, with the types that they have.

@@ -170,5 +170,14 @@ TEST(EigenDenseRefusal, ConcernsSeveralColumnsAsAVector) {
   EXPECT_EQ(refusal, "The matrix to view has another shape than the Eigen class.");
 }
 
+TEST(EigenDenseRefusal, ConcernsAnotherNumberOfRowsThanTheFixedOne) {
+  double values[] = {1, 2};
+  auto piece = MatrixDense<double, int>::Borrow(2, 1, false, 2, values);
+
+  auto const refusal = RefusalOf([&] { ViewAsEigen<Eigen::Vector3d>(piece); });
+
+  EXPECT_EQ(refusal, "The matrix to view has another shape than the Eigen class.");
+}
+
 }  // namespace
 }  // namespace Pavex

@@ -235,6 +235,19 @@ TEST(EigenDense, BorrowsAMapWithAnOuterStride) {
   EXPECT_EQ(piece.mValues.mSize, 11);
 }
 
+TEST(EigenDense, BorrowsColumnsOfOneElementWhateverTheirInnerStride) {
+  double values[9] = {};
+  using Stride = Eigen::Stride<Eigen::Dynamic, Eigen::Dynamic>;
+  Eigen::Map<Eigen::MatrixXd, Eigen::Unaligned, Stride> map(values, 1, 3, Stride(4, 2));
+
+  MatrixDense<double, int> const piece = BorrowEigenDense(map);
+
+  EXPECT_EQ(piece.mRows, 1);
+  EXPECT_EQ(piece.mCols, 3);
+  EXPECT_EQ(piece.mLd, 4);
+  EXPECT_EQ(piece.mValues.mSize, 9);
+}
+
 TEST(EigenDense, BorrowsAReferenceToAConstMatrixForAGather) {
   Eigen::MatrixXd const eigen = Eigen::MatrixXd::Zero(4, 2);
   Eigen::Ref<Eigen::MatrixXd const> const reference(eigen);
@@ -276,6 +289,15 @@ TEST(EigenDense, ViewsOneColumnAsAVector) {
 
   EXPECT_EQ(view.data(), values);
   EXPECT_EQ(values[2], 6);
+}
+
+TEST(EigenDense, ViewsAMatrixWithoutElements) {
+  auto const piece = MatrixDense<double, int>::Borrow(0, 3, false, 1, nullptr);
+
+  auto const view = ViewAsEigen<Eigen::MatrixXd>(piece);
+
+  EXPECT_EQ(view.rows(), 0);
+  EXPECT_EQ(view.cols(), 3);
 }
 
 TEST(EigenDense, ScattersIntoTheColumnsOfEachRank) {
