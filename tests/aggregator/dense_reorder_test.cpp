@@ -124,6 +124,16 @@ TEST(DenseReorder, PassesOverEmptyPieces) {
   EXPECT_THAT(global, ElementsAre(1, 2, 3, 4));
 }
 
+TEST(DenseReorder, LosesNoTimeOnRunsWithoutElements) {
+  Records const records({{0, std::int64_t{1} << 62}, {1, 2}}, true);
+  std::vector<int> const comm{1, 2};
+  std::vector<int> global(2, -1);
+
+  CommToGlobal(sizeof(int), records.Infos(), 2, true, 1, comm.data(), global.data());
+
+  EXPECT_THAT(global, ElementsAre(1, 2));
+}
+
 TEST(DenseReorder, MovesNothingWithoutPieces) {
   Records const records({}, true);
   std::vector<int> const comm{1, 2};
@@ -151,6 +161,7 @@ TEST(FindRunsOutside, RefusesRunsBeyondTheGlobalArray) {
 
 TEST(FindRunsOutside, RefusesPiecesThatBeginBeyondTheGlobalArray) {
   EXPECT_FALSE(StaysInside({{5, 0}, {1, 1}}, 1, 5));
+  EXPECT_FALSE(StaysInside({{4, 0}, {1, 2}}, 1, 5));
 }
 
 TEST(FindRunsOutside, AcceptsAnyExtentOfPiecesWithoutElements) {
@@ -162,8 +173,8 @@ TEST(FindRunsOutside, AcceptsAnyExtentOfPiecesWithoutElements) {
 TEST(FindRunsOutside, RefusesNegativeExtents) {
   EXPECT_FALSE(StaysInside({{-1, 2}}, 2, 10));
   EXPECT_FALSE(StaysInside({{1, -2}}, 2, 10));
-  EXPECT_FALSE(StaysInside({{1, 2}}, -2, 10));
-  EXPECT_FALSE(StaysInside({{1, 2}}, 2, -10));
+  EXPECT_FALSE(StaysInside({{0, 0}}, -1, 10));
+  EXPECT_FALSE(StaysInside({{0, 0}}, 2, -1));
 }
 
 TEST(FindRunsOutside, RefusesProductsThatOverflow) {

@@ -5,6 +5,7 @@
 #include "tests/comm/local_ranks.h"
 
 #include <atomic>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <new>
@@ -65,7 +66,9 @@ TEST(LocalCommRun, ThrowsExceptionOfLowestRankAfterAllHaveEnded) {
   EXPECT_EQ(ended, 4);
 }
 
-TEST(LocalCommRun, EndsTheRanksThatHaveStartedIfAnotherCannot) {
+// Starts three ranks that run `operation`, with memory that ends earlier or later, until once
+// rank 1 alone has started; it must end.
+void ExpectRankOneEnds(std::function<PavexStatus(Comm const&)> const& operation) {
   bool rankOneWasAlone = false;
   for (int nth = 1; !rankOneWasAlone; ++nth) {
     Statuses statuses(3, 1);
@@ -73,7 +76,7 @@ TEST(LocalCommRun, EndsTheRanksThatHaveStartedIfAnotherCannot) {
     FailNewAt(nth);
     EXPECT_THROW(LocalComm::Run(3,
                                 [&](std::shared_ptr<Comm> const& comm) {
-                                  statuses[Index(comm->Rank())] = comm->Barrier();
+                                  statuses[Index(comm->Rank())] = operation(*comm);
                                 }),
                  std::bad_alloc);
     FailNewAt(0);
@@ -82,6 +85,14 @@ TEST(LocalCommRun, EndsTheRanksThatHaveStartedIfAnotherCannot) {
     ASSERT_EQ(statuses[0], 1) << nth;
     rankOneWasAlone = statuses[1] == STATUS_COMM_FAILED;
   }
+}
+
+TEST(LocalCommRun, EndsTheRanksThatHaveStartedIfAnotherCannot) {
+  int value = 0;
+
+  ExpectRankOneEnds([](Comm const& comm) { return comm.Barrier(); });
+  ExpectRankOneEnds([&](Comm const& comm) { return comm.Recv(&value, 1, DATATYPE_INT, 0, 0); });
+  ExpectRankOneEnds([&](Comm const& comm) { return comm.Recv(&value, 1, DATATYPE_INT, 2, 0); });
 }
 
 TEST(LocalCommRun, LeavesCommunicatorThatIsKeptWithoutPartners) {
