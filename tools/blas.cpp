@@ -30,13 +30,14 @@ bool HasRoom(std::size_t bytes) {
 void FactorSmallMatrix() {
   constexpr int kRows = 16;
   std::vector<int> offsets(kRows + 1);
-  std::vector<int> rows(kRows * kRows);
-  std::vector<double> values(kRows * kRows, 1);
+  constexpr std::size_t kEntries = std::size_t{kRows} * kRows;
+  std::vector<int> rows(kEntries);
+  std::vector<double> values(kEntries, 1);
   for (int col = 0; col < kRows; ++col) {
     auto const first = col * kRows;
     offsets[static_cast<std::size_t>(col) + 1] = first + kRows;
     std::iota(rows.begin() + first, rows.begin() + first + kRows, 0);
-    values[static_cast<std::size_t>(first + col)] = 2 * kRows;
+    values[static_cast<std::size_t>(first) + static_cast<std::size_t>(col)] = 2 * kRows;
   }
   using Variant = Umfpack<double, int>;
   void* symbolic = nullptr;

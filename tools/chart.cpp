@@ -115,12 +115,12 @@ double DrawHead(Canvas& canvas, std::string const& text, double width) {
 
 std::string Fitting(Canvas const& canvas, std::string const& text, TextStyle const& style,
                     double width) {
-  std::string const shown = Showable(text);
+  std::string shown = Showable(text);
   if (canvas.Width(shown, style) <= width) return shown;
   auto const isInside = [](char byte) { return (static_cast<unsigned>(byte) & 0xc0U) == 0x80; };
   for (std::size_t from = 1; from < shown.size(); ++from) {
     if (isInside(shown[from])) continue;
-    std::string const end = "..." + shown.substr(from);
+    std::string end = "..." + shown.substr(from);
     if (canvas.Width(end, style) <= width) return end;
   }
   return "";

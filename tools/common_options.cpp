@@ -34,7 +34,7 @@ CLI::Validator WholeNumber(long low, long high) {
     return "\"" + text + "\" is not a whole number from " + std::to_string(low) + " to " +
            std::to_string(high);
   };
-  return CLI::Validator(check, "");
+  return {check, ""};
 }
 
 // `what` the text is.
@@ -42,7 +42,7 @@ CLI::Validator NotEmpty(std::string const& what) {
   auto const check = [what](std::string const& text) {
     return text.empty() ? "the " + what + " is empty" : std::string();
   };
-  return CLI::Validator(check, "");
+  return {check, ""};
 }
 
 template <typename Number>

@@ -143,12 +143,12 @@ void DrawGrid(Canvas& canvas, Box const& box, CellGrid const& grid) {
   auto const across = static_cast<double>(grid.Across());
   if (!grid.IsExact() || box.mHeight < down * kCountable || box.mWidth < across * kCountable)
     return;
-  for (double row = 1; row < down; ++row) {
-    double const y = box.mY + row / down * box.mHeight;
+  for (long row = 1; row < grid.Down(); ++row) {
+    double const y = box.mY + static_cast<double>(row) / down * box.mHeight;
     canvas.Line({{box.mX, y}, {box.Right(), y}}, kGrid, 0.5);
   }
-  for (double col = 1; col < across; ++col) {
-    double const x = box.mX + col / across * box.mWidth;
+  for (long col = 1; col < grid.Across(); ++col) {
+    double const x = box.mX + static_cast<double>(col) / across * box.mWidth;
     canvas.Line({{x, box.mY}, {x, box.Bottom()}}, kGrid, 0.5);
   }
 }

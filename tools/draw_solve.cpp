@@ -131,7 +131,8 @@ void DrawRuns(Canvas& canvas, Box const& box, Runs const& runs, Range const& ran
   };
   std::vector<Point> line;
   for (Range const& run : runs.mRanges) {
-    double const x = box.mX + (static_cast<double>(line.size() / 2) + 0.5) / count * box.mWidth;
+    std::size_t const place = line.size() / 2;
+    double const x = box.mX + (static_cast<double>(place) + 0.5) / count * box.mWidth;
     line.push_back({x, yAt(run.mLow)});
     line.push_back({x, yAt(run.mHigh)});
     if (count <= kMostDots) canvas.Dot(line.back(), RankColour(0), 2.5);

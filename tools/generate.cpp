@@ -183,7 +183,7 @@ void Generator::AppendGridRow(long row, long begin, long end, Triplets& piece) c
   };
 
   for (int axis = mAxes - 1; axis >= 0; --axis) {
-    if (row / stride[axis] % mSize > 0)
+    if (row / stride[axis] % mSize > 0)  // NOLINT: as above
       add(row - stride[axis], convection ? -1 - kFlow[axis] : -1);
   }
   add(row, diagonal);
@@ -196,7 +196,7 @@ void Generator::AppendGridRow(long row, long begin, long end, Triplets& piece) c
 // the diagonal if it lies there, else a drawn one. So they ascend and never repeat.
 void Generator::AppendRandomRow(long row, long begin, long end, Triplets& piece) const {
   long const entries = RandomRowEntries(row);
-  double const dominant = static_cast<double>(entries);  // others are below 1 each
+  auto const dominant = static_cast<double>(entries);  // others are below 1 each
   for (long k = 0; k < entries; ++k) {
     long const low = k * mSize / entries;
     long const high = (k + 1) * mSize / entries;

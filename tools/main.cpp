@@ -39,7 +39,7 @@ std::string InOwnWords(CLI::App const& app, CLI::ParseError const& error) {
   if (!unexpected.empty() && unexpected[0][0] == '-')
     return "unknown option \"" + unexpected[0] + "\"";
   if (!unexpected.empty()) return "\"" + unexpected[0] + "\" is one input too many";
-  std::string const text = error.what();
+  std::string text = error.what();
   std::string const option = text.substr(0, text.find(':'));
   if (dynamic_cast<CLI::ArgumentMismatch const*>(&error) != nullptr)
     return option +

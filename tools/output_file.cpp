@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace Pavex::Tool {
 
@@ -30,7 +31,7 @@ bool IsStandardOutput(std::string const& path) {
 
 }  // namespace
 
-OutputFile::OutputFile(std::string const& path) : mPath(path) {
+OutputFile::OutputFile(std::string path) : mPath(std::move(path)) {
   if (IsStandardOutput(mPath))
     mFile = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
   else if (IsReplaceable(mPath))

@@ -16,7 +16,7 @@ namespace Pavex::Tool {
 // member throws InputError with "path: cannot be written: fault". Not shared between threads.
 class OutputFile {
  public:
-  explicit OutputFile(std::string const& path);
+  explicit OutputFile(std::string path);
   OutputFile(OutputFile const&) = delete;
   OutputFile& operator=(OutputFile const&) = delete;
   ~OutputFile();

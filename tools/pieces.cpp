@@ -78,7 +78,7 @@ Piece CutPiece(Extent const& whole, Partition partition, int ranks, int rank, in
       break;
     }
     case Partition::ONE:
-      if (rank != holder) return Piece();
+      if (rank != holder) return {};
       break;
     case Partition::ALL:
       break;

@@ -56,6 +56,7 @@ std::vector<long> CountEntries(Source const& source, GatherOptions const& option
 std::vector<CountedMatrix> CountPieces(Source const& source, GatherOptions const& options,
                                        std::vector<PlanRank>& ranks) {
   std::vector<Piece> pieces;
+  pieces.reserve(static_cast<std::size_t>(options.mRanks));
   for (int rank = 0; rank < options.mRanks; ++rank)
     pieces.push_back(CutPiece(source.Whole(), options.mPartition, options.mRanks, rank,
                               options.mHolder, options.mCuts));

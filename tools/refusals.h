@@ -17,6 +17,7 @@ void RefuseTooLarge(Extent const& whole, GatherOptions const& options);
 template <typename Record>
 std::vector<Extent> ExtentsOf(std::vector<Record> const& records) {
   std::vector<Extent> extents;
+  extents.reserve(records.size());
   for (Record const& record : records)
     extents.push_back({record.mRows, record.mCols, record.mEntries});
   return extents;

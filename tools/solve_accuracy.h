@@ -48,7 +48,7 @@ Maxima MaximaOf(SolveProblem const& problem, long column, RowSums<T> const& sums
     keep(maxima.mRhs, std::abs(right));
     keep(maxima.mComponentwise, Ratio(residual, sums.mAbsolute[at] + std::abs(right)));
     if (problem.mRhs) continue;
-    Wide<T> const exact = ExactSolution<Wide<T>>(problem.mGrid, row, column);
+    auto const exact = ExactSolution<Wide<T>>(problem.mGrid, row, column);
     keep(maxima.mError, std::abs(solution - exact));
     keep(maxima.mExact, std::abs(exact));
   }

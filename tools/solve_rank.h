@@ -25,6 +25,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Pavex::Tool {
@@ -33,8 +34,8 @@ namespace Pavex::Tool {
 template <typename T, typename I>
 class SolveRank {
  public:
-  SolveRank(std::shared_ptr<Comm> const& comm, SolveProblem const& problem)
-      : mComm(comm),
+  SolveRank(std::shared_ptr<Comm> comm, SolveProblem const& problem)
+      : mComm(std::move(comm)),
         mProblem(problem),
         mOptions(problem.mOptions.mOperator),
         mOperator(&mPool),

@@ -43,6 +43,7 @@ std::string SolversAndLicence() {
 #endif
 }
 
+// NOLINTNEXTLINE(bugprone-macro-parentheses): T and I are types
 #define PAVEX_MAKE(T, I)                                         \
   template std::unique_ptr<SparseLu<T, I>> MakeSparseLu<T, I>(); \
   template void ReserveSparseLu<T, I>();

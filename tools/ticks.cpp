@@ -43,10 +43,12 @@ std::vector<Tick> TicksBetween(double low, double high, int most) {
   Wider const span = Wider(high) - Wider(low);
   Wider const step = NiceStep(span / (most - 1));
   Wider const slack = 1e-9L;  // of a step, for bounds that are multiples but for rounding
-  Wider const last = std::floor(high / step + slack);
+  Wider const first = std::ceil(low / step - slack);
+  auto const steps = static_cast<long>(std::floor(high / step + slack) - first);
   std::vector<double> values;
-  for (Wider k = std::ceil(low / step - slack); k <= last; ++k) {
-    double const value = std::clamp(static_cast<double>(k * step), low, high);
+  for (long k = 0; k <= steps; ++k) {
+    Wider const at = (first + static_cast<Wider>(k)) * step;
+    double const value = std::clamp(static_cast<double>(at), low, high);
     if (values.empty() || values.back() != value) values.push_back(value == 0 ? 0 : value);
   }
   std::vector<std::string> const labels = Labels(values, 3);

@@ -17,6 +17,7 @@ struct Umfpack;
 #define PAVEX_OUT_REAL(values) values
 #define PAVEX_OUT_COMPLEX(values) reinterpret_cast<double*>(values), nullptr
 
+// NOLINTBEGIN(bugprone-macro-parentheses): T and I are types
 #define PAVEX_UMFPACK_VARIANT(T, I, PREFIX, PARTS)                                             \
   template <>                                                                                  \
   struct Umfpack<T, I> {                                                                       \
@@ -41,6 +42,7 @@ struct Umfpack;
     static void FreeSymbolic(void** symbolic) { PREFIX##_free_symbolic(symbolic); }            \
     static void FreeNumeric(void** numeric) { PREFIX##_free_numeric(numeric); }                \
   };
+// NOLINTEND(bugprone-macro-parentheses)
 
 PAVEX_UMFPACK_VARIANT(double, int, umfpack_di, REAL)
 PAVEX_UMFPACK_VARIANT(double, long, umfpack_dl, REAL)

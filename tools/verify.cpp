@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <complex>
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
 namespace Pavex::Tool {
@@ -158,7 +157,7 @@ std::string FindFaultInGaps(T const* values, long ld, long runs, long length) {
   T const gap = GapValue<T>();
   for (long run = 0; run + 1 < runs; ++run)
     for (long k = length; k < ld; ++k)
-      if (std::memcmp(&values[run * ld + k], &gap, sizeof(T)) != 0)
+      if (CompareBits(values[run * ld + k], gap) != 0)
         return "the gap behind run " + std::to_string(run) + " was written to";
   return "";
 }
@@ -182,7 +181,7 @@ std::string FindDifferenceInBlock(T const* values, long ld, bool rowMajor, Piece
       long const col = piece.mColBegin + c;
       T const value = AfterSteps(wanted[static_cast<std::size_t>(c)], row, col, steps);
       T const& found = values[rowMajor ? r * ld + c : c * ld + r];
-      if (std::memcmp(&value, &found, sizeof(T)) != 0)
+      if (CompareBits(value, found) != 0)
         return "the element at " + At(row, col) + " is " + InWords(found) + " instead of " +
                InWords(value);
     }

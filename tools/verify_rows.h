@@ -10,6 +10,14 @@
 
 namespace Pavex::Tool {
 
+// As std::memcmp: 0 if the bits are the same.
+template <typename T>
+int CompareBits(T const& a, T const& b) {
+  void const* const bitsOfA = &a;
+  void const* const bitsOfB = &b;
+  return std::memcmp(bitsOfA, bitsOfB, sizeof(T));
+}
+
 // One entry of a row. Equal means the same bits, so -0 is not 0.
 template <typename T>
 struct Item {
@@ -17,11 +25,11 @@ struct Item {
   T mValue;
 
   bool operator==(Item const& other) const {
-    return mCol == other.mCol && std::memcmp(&mValue, &other.mValue, sizeof(T)) == 0;
+    return mCol == other.mCol && CompareBits(mValue, other.mValue) == 0;
   }
   bool operator<(Item const& other) const {
     if (mCol != other.mCol) return mCol < other.mCol;
-    return std::memcmp(&mValue, &other.mValue, sizeof(T)) < 0;
+    return CompareBits(mValue, other.mValue) < 0;
   }
 };
 

@@ -119,6 +119,7 @@ class PAVEX_API AggregatorBase {
   PavexStatus CheckDense(bool rowMajor) const;
   // How many records a reordering reads.
   int Pieces() const;
+  // Elements from the beginning of a run of the gathered values to that of the next.
   long LeadingDimension(bool rowMajor) const { return rowMajor ? mCols : mRows; }
 
   // Declared in the order in which their destruction, reversed, gives the memory back.

@@ -18,8 +18,9 @@ enum DistMatrixMode : std::int32_t {
   CENTRALIZED_ONE = 2   // one process holds the whole matrix, the others hold empty ones
 };
 
-// In place of a rank.
+// In place of a rank: all processes, as the root of a gather that all receive.
 inline constexpr int kEverybody = -1;
+// In place of a rank: no process.
 inline constexpr int kNobody = -2;
 
 // The enumerator's name; "unknown" for any other value.
