@@ -43,8 +43,8 @@ run() {
 
 # count_faults PRESET: how many faults the last run injected.
 count_faults() {
-  awk '/^[0-9]+ faults injected/ {count += $1} END {print count + 0 " faults injected in build/" tree}' \
-    tree="$1" "build/$1/Testing/Temporary/LastTest.log"
+  awk '/^[0-9]+ faults injected/ {count += $1} END {print count + 0 " faults injected"}' \
+    "build/$1/Testing/Temporary/LastTest.log"
 }
 
 mkdir -p build

@@ -46,7 +46,8 @@ class PAVEX_API AggregatorBase {
   // and the gathered shape ("agreed") or, where the records were refused, the first process or
   // pair of neighbours at fault, the values and what was expected ("refused"). Negative sizes
   // of the whole, and more than a communicator can count, are told ("unsound"), but no gather
-  // looks at them. Meant for a reader; the wording may change. Example, where the second band should begin at row 10:
+  // looks at them. Meant for a reader; the wording may change. Example, where the second band
+  // should begin at row 10:
   //
   //   2 processes
   //   process 0: STORE_CSR_0, row-wise from 0, 10 x 7, 28 entries, of 20 x 7, [...] with values
@@ -60,8 +61,8 @@ class PAVEX_API AggregatorBase {
   // communicator, memory, a failed transfer, missing values, arrays that are shorter than the
   // record says. A gather that ends before its exchange leaves the records of the earlier one,
   // an Update or Scatter those of its gather; an Update of a dense pattern may be refused for
-  // pieces of which the gather placed no values. Local, and needs no communicator; std::bad_alloc
-  // may leave, as from any std::string.
+  // pieces of which the gather placed no values. Local, and needs no communicator;
+  // std::bad_alloc may leave, as from any std::string.
   std::string Describe() const;
 
  protected:

@@ -49,7 +49,6 @@ class LocalSide {
 
   bool InPlace() const;
   // Whole sides and slots: the common count. 0 otherwise.
-  int Count() const { return mCount; }
   // The region for `rank`; an invalid one where the arguments make no sense.
   LocalRegion For(int rank) const;
 
