@@ -91,6 +91,31 @@ TEST(Describe, TellsMoreRowsThanACommunicatorCounts) {
             "communicator can count, up to 2147483647\n");
 }
 
+TEST(Describe, TellsMoreColumnsThanACommunicatorCounts) {
+  EXPECT_EQ(VerdictOnPieces({ColumnBand(0, 1), ColumnBand(1, kMostCounted)}),
+            "unsound: the pieces make 100 x 2147483648 with 14 entries; expected what a "
+            "communicator can count, up to 2147483647\n");
+}
+
+TEST(Describe, CountsNoRowsOfCoordinates) {
+  MatrixLocalInfo const tall =
+      Piece(STORE_COO_0, MatrixPartition::RowWise(0), kMostCounted, 100, 7);
+  MatrixLocalInfo const rest =
+      Piece(STORE_COO_0, MatrixPartition::RowWise(kMostCounted), 10, 100, 7);
+
+  EXPECT_EQ(VerdictOnPieces({tall, rest}),
+            "agreed: 2147483657 x 100 with 14 entries, with values\n");
+}
+
+TEST(Describe, AllowsAsManyDenseElementsAsACommunicatorCounts) {
+  MatrixLocalInfo const empty = Piece(STORE_DENSE_ROW_MAJOR, {}, 0, 0, 0);
+  MatrixLocalInfo const whole = Piece(STORE_DENSE_ROW_MAJOR, {}, 1, kMostCounted, kMostCounted);
+
+  EXPECT_EQ(VerdictAbout({empty, whole}),
+            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n"
+            "agreed: 1 x 2147483647 with 2147483647 entries, with values\n");
+}
+
 TEST(Describe, TellsMoreOffsetsOfAnOnlyHolderThanACommunicatorCounts) {
   MatrixLocalInfo whole = Whole();
   whole.rows = kMostCounted - 1;
