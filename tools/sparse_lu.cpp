@@ -43,11 +43,12 @@ std::string SolversAndLicence() {
 #endif
 }
 
-// NOLINTNEXTLINE(bugprone-macro-parentheses): T and I are types
+// NOLINTBEGIN(bugprone-macro-parentheses): T and I are types
 #define PAVEX_MAKE(T, I)                                         \
   template std::unique_ptr<SparseLu<T, I>> MakeSparseLu<T, I>(); \
   template void ReserveSparseLu<T, I>();
 PAVEX_FOR_EACH_INSTANCE(PAVEX_MAKE)
+// NOLINTEND(bugprone-macro-parentheses)
 #undef PAVEX_MAKE
 
 }  // namespace Pavex::Tool
