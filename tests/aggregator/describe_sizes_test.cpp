@@ -97,14 +97,14 @@ TEST(Describe, TellsMoreColumnsThanACommunicatorCounts) {
             "communicator can count, up to 2147483647\n");
 }
 
-TEST(Describe, CountsNoRowsOfCoordinates) {
-  MatrixLocalInfo const tall =
-      Piece(STORE_COO_0, MatrixPartition::RowWise(0), kMostCounted, 100, 7);
+TEST(Describe, CountsNoColumnsOfCoordinates) {
+  MatrixLocalInfo const wide =
+      Piece(STORE_COO_0, MatrixPartition::ColumnWise(0), 100, kMostCounted, 7);
   MatrixLocalInfo const rest =
-      Piece(STORE_COO_0, MatrixPartition::RowWise(kMostCounted), 10, 100, 7);
+      Piece(STORE_COO_0, MatrixPartition::ColumnWise(kMostCounted), 100, 10, 7);
 
-  EXPECT_EQ(VerdictOnPieces({tall, rest}),
-            "agreed: 2147483657 x 100 with 14 entries, with values\n");
+  EXPECT_EQ(VerdictOnPieces({wide, rest}),
+            "agreed: 100 x 2147483657 with 14 entries, with values\n");
 }
 
 TEST(Describe, AllowsAsManyDenseElementsAsACommunicatorCounts) {
