@@ -15,16 +15,12 @@ namespace Pavex::Tool {
 namespace {
 
 constexpr char const* kExamples =
-    "\nTells what pavex gather will do with the same input and pieces: the mode that they "
-    "give, "
-    "who\n"
-    "receives, the messages and their bytes, the peak of each rank's pool, and what to beware "
-    "of.\n"
-    "Nothing is gathered, and of a generated matrix the entries are only counted: it need not "
-    "fit\n"
-    "into memory. The exit code is 0 only if the library accepts the pieces; a warning tells\n"
-    "what pavex gather refuses beyond that. Updates, scatters and files to write are not "
-    "planned.\n"
+    "\nTells what pavex gather will do with the same input and pieces: the mode that they\n"
+    "give, who receives, the messages and their bytes, the peak of each rank's pool, and\n"
+    "what to beware of. Nothing is gathered, and of a generated matrix the entries are only\n"
+    "counted: it need not fit into memory. The exit code is 0 only if the library accepts\n"
+    "the pieces; a warning tells what pavex gather refuses beyond that. Updates, scatters\n"
+    "and files to write are not planned.\n"
     "\nExamples:\n"
     "  pavex plan A.mtx --format csr --ranks 16\n"
     "  pavex plan --generate poisson3d:1000 --ranks 1000 --format csr --to all\n";

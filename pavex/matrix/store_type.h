@@ -16,7 +16,8 @@ inline int GetMatrixPart(PavexMatrixStoreType type) {
   constexpr std::uint32_t kPart0 = 0x1927;
   constexpr std::uint32_t kPart1 = 0x248;
   constexpr std::uint32_t kPart2 = 0x490;
-  static_assert(kPart0 + kPart1 + kPart2 == (2U << STORE_DENSE_COL_MAJOR) - 1,
+  constexpr std::uint32_t kAll = (2U << STORE_DENSE_COL_MAJOR) - 1;
+  static_assert((kPart0 | kPart1 | kPart2) == kAll && kPart0 + kPart1 + kPart2 == kAll,
                 "every store type has one part code");
 
   auto const number = static_cast<std::uint32_t>(type);
