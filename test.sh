@@ -29,7 +29,7 @@ export CCACHE_BASEDIR=$PWD CCACHE_SLOPPINESS=pch_defines,time_macros
 # build PRESET TARGET [CMAKE-ARGUMENT...]: configures build/PRESET and builds the target.
 build() {
   local preset=$1 target=$2 log=build/$1.log
-  echo "== build/$preset"
+  echo "== build/$preset, after $SECONDS s"
   cmake --preset "$preset" -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DPAVEX_TESTS_ALL=$all \
     "${@:3}" >"$log" 2>&1 || { cat "$log"; return 1; }
   cmake --build "build/$preset" -j "$jobs" --target "$target" >>"$log" 2>&1 ||
@@ -54,26 +54,26 @@ if [ $coverage = ON ]; then
   run coverage -L '^(aggregator|comm|faults|fuzz|interop|matrix|mpi|property|runtime)$'
   exec gcovr --config tests/gcovr.cfg
 fi
-# Under the sanitizers and clang++ the library, the reading of files and a short run of the fuzz
-# targets, on two of the eight instantiations, with fewer random cases and the faults of two ranks;
-# with --all everything on all of them, but for the packages, which build the library themselves,
-# for the lack of memory, which AddressSanitizer would meet first, and for most of the ways in which
-# a call can fail among peers, which the last tree takes.
+# Under the sanitizers and clang++ the whole suite, on two of the eight instantiations, with fewer
+# random cases and the faults of two ranks; with --all on all of them, with all random cases and the
+# faults of four ranks. Left to the last tree are the packages, which build the library themselves,
+# the lack of memory, which AddressSanitizer would meet first, and most of the ways in which a call
+# can fail among peers.
+address=(-LE '^(memory|package)$') thread=()
 if [ $all = ON ]; then
-  build asan all -DPAVEX_TWO_INSTANCES=OFF
-  run asan -LE '^(memory|package)$'
-  count_faults asan
-  build tsan thread_tests -DPAVEX_TWO_INSTANCES=OFF
-  run tsan
+  two_instances=OFF
 else
-  build asan address_tests -DPAVEX_TWO_INSTANCES=ON
+  two_instances=ON
+  address+=(-E 'FaultsAmongPeers|FaultChains.*(Three|Four)')
+  thread+=(-E 'FaultsAmongPeers.*(Three|Four)')
   export PAVEX_PROPERTY_CASES=500
-  run asan -L '^(aggregator|comm|faults|fuzz|input|interop|matrix|property|runtime)$' \
-    -E 'FaultsAmongPeers|FaultChains.*(Three|Four)'
-  count_faults asan
-  build tsan thread_tests -DPAVEX_TWO_INSTANCES=ON
-  run tsan -E 'FaultsAmongPeers.*(Three|Four)'
 fi
+build asan all -DPAVEX_TWO_INSTANCES=$two_instances
+# Otherwise each run of the command starts itself again, to set this.
+OPENBLAS_NUM_THREADS=1 run asan "${address[@]}"
+count_faults asan
+build tsan thread_tests -DPAVEX_TWO_INSTANCES=$two_instances
+run tsan "${thread[@]}"
 unset PAVEX_PROPERTY_CASES
 # Under MPICH the communicator and the library, with --all the command too.
 build mpich mpi_tests -DPAVEX_TOOLS=$all

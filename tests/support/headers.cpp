@@ -1,0 +1,1 @@
+// Nothing: its target precompiles the headers of the tests.
