@@ -55,10 +55,10 @@ if [ $coverage = ON ]; then
   exec gcovr --config tests/gcovr.cfg
 fi
 # Under the sanitizers and clang++ the whole suite, on two of the eight instantiations, with fewer
-# random cases and the faults of two ranks; with --all on all of them, with all random cases and the
-# faults of four ranks. Left to the last tree are the packages, which build the library themselves,
-# the lack of memory, which AddressSanitizer would meet first, and most of the ways in which a call
-# can fail among peers.
+# random cases, the faults of two ranks and no real matrices; with --all on all of them, with all
+# of that. Left to the last tree are the packages, which build the library themselves, the lack of
+# memory, which AddressSanitizer would meet first, and most of the ways in which a call can fail
+# among peers.
 address=(-LE '^(memory|package)$') thread=()
 if [ $all = ON ]; then
   two_instances=OFF
@@ -69,8 +69,11 @@ else
   export PAVEX_PROPERTY_CASES=500
 fi
 build asan all -DPAVEX_TWO_INSTANCES=$two_instances
-# Otherwise each run of the command starts itself again, to set this.
-OPENBLAS_NUM_THREADS=1 run asan "${address[@]}"
+(
+  export OPENBLAS_NUM_THREADS=1  # otherwise each run of the command starts itself again, to set it
+  [ $all = ON ] || unset PAVEX_MATRIX_DIR
+  run asan "${address[@]}"
+)
 count_faults asan
 build tsan thread_tests -DPAVEX_TWO_INSTANCES=$two_instances
 run tsan "${thread[@]}"
