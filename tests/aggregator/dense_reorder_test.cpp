@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -122,6 +123,20 @@ TEST(DenseReorder, PassesOverEmptyPieces) {
   CommToGlobal(sizeof(int), records.Infos(), 3, true, 2, comm.data(), global.data());
 
   EXPECT_THAT(global, ElementsAre(1, 2, 3, 4));
+}
+
+TEST(DenseReorder, AssemblesManyRunsOfAnOnlyPieceWithElementsAmongMany) {
+  constexpr std::int64_t kRuns = 10000;
+  std::vector<Extent> extents(64, {0, kRuns});
+  extents.front().length = 1;
+  Records const records(extents, true);
+  std::vector<int> comm(kRuns);
+  std::iota(comm.begin(), comm.end(), 0);
+  std::vector<int> global(kRuns, -1);
+
+  CommToGlobal(sizeof(int), records.Infos(), 64, true, 1, comm.data(), global.data());
+
+  EXPECT_EQ(global, comm);
 }
 
 TEST(DenseReorder, LosesNoTimeOnRunsWithoutElements) {

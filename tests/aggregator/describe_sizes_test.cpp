@@ -2,11 +2,14 @@
 
 #include "tests/support/described_records.h"
 
+#include <gmock/gmock.h>
 #include <limits>
 #include <string>
 
 namespace Pavex {
 namespace {
+
+using ::testing::EndsWith;
 
 // A row-major one, with just the entries of its shape.
 MatrixLocalInfo DensePiece(MatrixPartition partition, std::int64_t rows, std::int64_t cols) {
@@ -224,6 +227,15 @@ TEST(Describe, TakesDenseBandsThatAreReordered) {
 
   EXPECT_EQ(VerdictOnPieces(columns), "agreed: 4 x 2 with 8 entries, with values\n");
   EXPECT_EQ(VerdictOnPieces(ColumnMajor(rows)), "agreed: 2 x 4 with 8 entries, with values\n");
+}
+
+TEST(Describe, PlacesNoDensePieceBehindTheLastRecord) {
+  Records const columns = Of(4, 2,
+                             {DensePiece(MatrixPartition::ColumnWise(0), 4, 1),
+                              DensePiece(MatrixPartition::ColumnWise(1), 4, 1)});
+
+  EXPECT_THAT(About(columns, DensePiece(MatrixPartition::ColumnWise(2), 4, 1)),
+              EndsWith("agreed: 4 x 2 with 8 entries, with values\n"));
 }
 
 TEST(Describe, TellsTheFirstDensePieceOutsideTheWhole) {

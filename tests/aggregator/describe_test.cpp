@@ -187,6 +187,10 @@ TEST(Describe, HasNothingToTellBeforeTheFirstGather) {
   EXPECT_EQ(rank.aggregator.Mode(), DISTRIBUTED);
 }
 
+TEST(Describe, HasNothingToTellWhereThereIsRoomForARecordButNone) {
+  EXPECT_EQ(About({}), kNothing);
+}
+
 TEST(Describe, HasNothingToTellAfterARefusalBeforeTheExchange) {
   LogLevel const silent(-1);
   RankUnderTest<> withoutComm = SingleRank();

@@ -85,6 +85,21 @@ TEST(DetermineMode, RefusesSomeEmptyProcessesAndLeavesTheMode) {
             "matrix.\n");
 }
 
+TEST(DetermineMode, CountsTheRecordsInUseAndNotTheRoomForThem) {
+  Records records{Empty(), Whole(), Empty(), Whole()};
+  Buffer<MatrixLocalInfo> infos = View(records);
+  infos.mCapacity = 9;
+  DistMatrixMode mode = DISTRIBUTED;
+  int source = 99;
+
+  std::string const output =
+      CaptureStdout([&] { EXPECT_EQ(Probe::DetermineMode(infos, mode, source), -16); });
+
+  EXPECT_EQ(output,
+            "[ERROR] Invalid distribution mode: 2 processes (out of 4) has empty local "
+            "matrix.\n");
+}
+
 TEST(DetermineMode, TakesAFirstProcessWithoutPartitionForAHolderOfTheWhole) {
   ExpectDecided(Decide({Whole(), RowBand(0, 100)}), CENTRALIZED_ALL, 0, kAll);
 }

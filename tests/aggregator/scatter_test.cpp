@@ -195,6 +195,16 @@ TEST(DenseScatterToOneHolder, LeavesTheArrayOfABystanderWithoutColumnsAlone) {
   EXPECT_THAT(two.local.values, ElementsAre(7));
 }
 
+TEST(DenseScatterToOneHolder, EndsForABystanderWithMoreEmptyRowsThanCouldBeWalked) {
+  DensePiece<> empty(std::int64_t{1} << 62, 0, true, 5, {7});
+  DenseRank<> two(2, Pieces(EmptyShare(true), WholeShare(true), std::move(empty)));
+  GatherFirst(two);
+
+  ASSERT_EQ(two.Scatter(two.local).status, STATUS_OK);
+
+  EXPECT_THAT(two.local.values, ElementsAre(7));
+}
+
 TEST(DenseScatterToOneHolder, ThatIsTheRootIsLocal) {
   DenseRank<> zero(0, Pieces(WholeShare(true, 1), EmptyShare(true)));
   GatherFirst(zero);
@@ -429,6 +439,20 @@ TEST(DenseScatter, LooksAtNoRecordBesideThoseOfTheGather) {
   ExpectOutcome(one.Scatter(one.local), STATUS_OK, "");
 
   EXPECT_THAT(one.local.values, ElementsAre(2, 3, 4, 7, 8, 9, 12, 13, 14));
+}
+
+TEST(DenseScatter, CountsTheRecordsInUseAndNotTheRoomForThem) {
+  DenseRank<> root(0, Pieces(ColumnShare(0, true), ColumnShare(1, true)));
+  std::vector<double> sent(15);
+  root.script->On(CommOp::SCATTERV, Keep(sent));
+  GatherFirst(root);
+  NumberTarget(root);
+  auto const records = PutBetweenOthers(root);
+  root.rank.aggregator.mLocalInfos.mCapacity = 0;
+
+  ExpectOutcome(root.Scatter(root.local), STATUS_OK, "");
+
+  EXPECT_THAT(sent, ElementsAre(0, 1, 5, 6, 10, 11, 2, 3, 4, 7, 8, 9, 12, 13, 14));
 }
 
 }  // namespace

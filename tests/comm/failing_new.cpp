@@ -1,9 +1,11 @@
 #include "tests/comm/failing_new.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+#include <thread>
 
 namespace {
 
@@ -21,6 +23,7 @@ void FailNewAt(int nth) {
 
 void* operator new(std::size_t bytes) {
   bool const fails = gUntilFailure > 0 && --gUntilFailure == 0;
+  if (fails) std::this_thread::sleep_for(std::chrono::milliseconds(20));
   void* const block = fails ? nullptr : std::malloc(std::max(bytes, std::size_t{1}));
   if (block == nullptr) throw std::bad_alloc();
   return block;

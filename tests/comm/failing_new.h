@@ -4,7 +4,8 @@
 
 namespace Pavex {
 
-// Lets the `nth` operator new of this thread from now on throw std::bad_alloc; 0: none.
+// Lets the `nth` operator new of this thread from now on throw std::bad_alloc, shortly after
+// the call, so that threads that have started go on meanwhile; 0: none.
 void FailNewAt(int nth);
 
 }  // namespace Pavex

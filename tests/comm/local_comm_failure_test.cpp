@@ -128,6 +128,18 @@ TEST(LocalCommMismatch, GathervOfASingleElementToNegativeDisplacementFails) {
   EXPECT_EQ(values[0], -1);
 }
 
+TEST(LocalCommMismatch, ScattervFromNegativeDisplacementFailsEvenIfNothingIsExpected) {
+  int const values[] = {1};
+  int const counts[] = {1};
+  int const displs[] = {-1};
+
+  auto const statuses = RunRanks(1, [&](Comm const& comm, int) {
+    return comm.Scatterv(values + 1, counts, displs, DATATYPE_INT, nullptr, 0, DATATYPE_INT, 0);
+  });
+
+  EXPECT_EQ(statuses, All(1, kFailed));
+}
+
 TEST(LocalCommMismatch, GathervToANullArrayFailsOnAllRanks) {
   int const counts[] = {0, 1};
   int const displs[] = {0, 1};
@@ -405,6 +417,19 @@ TEST(LocalCommMemory, ThatIsMissingFailsTheOperationAndLeavesTheNext) {
   });
 
   EXPECT_EQ(statuses, All(1, STATUS_OK));
+}
+
+TEST(LocalCommMemory, IsNotNeededToWaitForARankThatLeaves) {
+  auto const statuses = RunRanks(2, [](Comm const& comm, int rank) {
+    if (rank == 1) return kFailed;
+    int value = 0;
+    FailNewAt(1);
+    PavexStatus const status = comm.Recv(&value, 1, DATATYPE_INT, 1, 0);
+    FailNewAt(0);
+    return status;
+  });
+
+  EXPECT_EQ(statuses, All(2, kFailed));
 }
 
 }  // namespace

@@ -74,7 +74,7 @@ void ExpectRankOneEnds(std::function<PavexStatus(Comm const&)> const& operation)
     Statuses statuses(3, 1);
 
     FailNewAt(nth);
-    EXPECT_THROW(LocalComm::Run(3,
+    ASSERT_THROW(LocalComm::Run(3,
                                 [&](std::shared_ptr<Comm> const& comm) {
                                   statuses[Index(comm->Rank())] = operation(*comm);
                                 }),

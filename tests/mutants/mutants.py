@@ -38,6 +38,18 @@ TESTS = [('runtime/runtime_test', '*'), ('matrix/matrix_test', '*'),
 AT_LEAST, CAUGHT_SHARE = 500, 0.95
 NUMBERS_PER_FILE = 1 << 10  # mutant.h has room for those of 128 files
 CAUGHT = ('failed', 'crashed', 'timeout')
+LOOK_EVERY, STILL_LOOKS = 5, 4  # seconds; looks at a process that waits for ever
+
+
+def excluded_lines(text):
+    """The lines that the measured coverage leaves out, counted from 0."""
+    excluded, inside = set(), False
+    for number, line in enumerate(text.splitlines()):
+        inside = inside or 'GCOVR_EXCL_START' in line
+        if inside or 'GCOVR_EXCL_LINE' in line:
+            excluded.add(number)
+        inside = inside and 'GCOVR_EXCL_STOP' not in line
+    return excluded
 
 
 class Mutant:
@@ -46,6 +58,10 @@ class Mutant:
         again = f' ({occurrence})' if occurrence > 1 else ''
         self.key = f'{path} | {site.kind}: {change}{again} | {line}'
         self.outcome = None
+        self.excluded = False  # from the coverage
+
+    def unreachable(self):
+        return self.excluded and self.outcome == 'not reached'
 
 
 class Tree:
@@ -63,7 +79,7 @@ class Tree:
                     self.find(name, path.read_text())
 
     def find(self, name, text):
-        sites, keys = Source(text).sites, Counter()
+        sites, keys, excluded = Source(text).sites, Counter(), excluded_lines(text)
         dropped = self.dropped.read_text().splitlines() if self.dropped.exists() else []
         # Each file has numbers of its own: one that changes leaves the copies of the others alone.
         first = NUMBERS_PER_FILE * len(self.files)
@@ -77,6 +93,7 @@ class Tree:
                 keys[site.kind, change, begin] += 1
                 mutant = Mutant(site.first + number, name, site, change, line,
                                 keys[site.kind, change, begin])
+                mutant.excluded = text.count('\n', 0, begin) in excluded
                 if mutant.key not in dropped:
                     self.mutants.append(mutant)
         kept = {mutant.site.first for mutant in self.mutants}
@@ -153,38 +170,64 @@ def children_seconds():
     return usage.ru_utime + usage.ru_stime
 
 
+def times_of(session):
+    """How long each thread of the session's processes has run and waited for a processor."""
+    times = {}
+    for process in Path('/proc').glob('[0-9]*'):
+        try:
+            if os.getsid(int(process.name)) == session:
+                times.update((task, (task / 'schedstat').read_text())
+                             for task in (process / 'task').iterdir())
+        except OSError:  # it has ended
+            pass
+    return times
+
+
 class Test:
     """A test binary or a part of it: how long it takes, and which mutants it reaches."""
 
     def __init__(self, tree, path, pattern):
         self.path, self.pattern = tree.build / 'tests' / path, pattern
         self.name = Path(path).name + ('' if pattern == '*' else ' ' + pattern)
-        self.cpu_limit, self.wall_limit = 600, 600
+        self.cpu_limit = 600
         seen = tree.build / 'seen'
         seen.unlink(missing_ok=True)
         before = children_seconds()
         if self.run(PAVEX_MUTANTS_SEEN=str(seen)) is not None:
             sys.exit(f'{self.name} fails without any mutant.')
         self.seconds = children_seconds() - before
-        # A mutant may wait for ever as well as run for ever; the machine may be busy.
-        self.cpu_limit, self.wall_limit = math.ceil(2 + 3 * self.seconds), 20 + 10 * self.seconds
+        self.cpu_limit = math.ceil(2 + 3 * self.seconds)
         self.seen = seen.read_bytes()
 
     def run(self, **environment):
         """None if every test passes, or what went wrong."""
         limits = ['prlimit', '--core=0', f'--as={8 << 30}', f'--cpu={self.cpu_limit}']
-        try:
-            result = subprocess.run(
+        with subprocess.Popen(
                 [*limits, self.path, f'--gtest_filter={self.pattern}', '--gtest_fail_fast'],
                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL,
-                timeout=self.wall_limit, env={**os.environ, **environment})
-        except subprocess.TimeoutExpired:
-            return 'timeout'
-        if result.returncode == 0:
+                start_new_session=True, env={**os.environ, **environment}) as process:
+            if not self.ends(process):
+                os.killpg(process.pid, signal.SIGKILL)
+                return 'timeout'
+        if process.returncode == 0:
             return None
-        if result.returncode in (-signal.SIGXCPU, -signal.SIGKILL):
+        if process.returncode in (-signal.SIGXCPU, -signal.SIGKILL):
             return 'timeout'
-        return 'crashed' if result.returncode < 0 else 'failed'
+        return 'crashed' if process.returncode < 0 else 'failed'
+
+    @staticmethod
+    def ends(process):
+        """False if it waits for ever. That the machine is busy, or stops it, is no such wait."""
+        looks, last = 0, None
+        while looks < STILL_LOOKS:
+            try:
+                process.wait(LOOK_EVERY)
+                return True
+            except subprocess.TimeoutExpired:
+                now = times_of(process.pid)
+                looks = looks + 1 if now == last else 0
+                last = now
+        return False
 
 
 def judge(mutant, tests):
@@ -227,6 +270,10 @@ def explained(name):
 
 
 def report(mutants, only):
+    unreachable = sum(map(Mutant.unreachable, mutants))
+    mutants = [mutant for mutant in mutants if not mutant.unreachable()]
+    print(f'\n{unreachable} mutants are left out: no test reaches them, and the coverage excludes '
+          'their lines')
     table('file', mutants, lambda mutant: mutant.path)
     table('kind', mutants, lambda mutant: mutant.kind)
     caught = sum(mutant.outcome in CAUGHT for mutant in mutants)

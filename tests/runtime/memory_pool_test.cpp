@@ -354,16 +354,27 @@ TEST(MemoryPool, RefusesANegativeCountOfElements) {
   EXPECT_EQ(buffer.mData, nullptr);
 }
 
-TEST(MemoryPool, GivesItsCacheUpBeforeItRefuses) {
+// How many blocks a pool that has cached one keeps when it refuses `bytes` bytes.
+std::size_t CachedAfterRefusal(std::size_t bytes) {
   MemoryPool pool;
   void* const block = Take(pool, 100);
   pool.Deallocate(block, 100);
-  pool.SetLimit(std::size_t{1} << 61);  // so that the limit releases nothing
+  pool.SetLimit(std::size_t{1} << 63);  // so that the limit releases nothing
   void* absurd = nullptr;
 
-  EXPECT_EQ(pool.Allocate(&absurd, std::size_t{1} << 50), STATUS_OUT_OF_MEMORY);
+  EXPECT_EQ(pool.Allocate(&absurd, bytes), STATUS_OUT_OF_MEMORY);
 
-  EXPECT_EQ(pool.BlocksCached(), 0U);
+  return pool.BlocksCached();
+}
+
+TEST(MemoryPool, GivesItsCacheUpBeforeItRefuses) {
+  EXPECT_EQ(CachedAfterRefusal(std::size_t{1} << 50), 0U);
+  EXPECT_EQ(CachedAfterRefusal(std::size_t{1} << 62), 0U);
+}
+
+TEST(MemoryPool, KeepsItsCacheIfItRefusesASizeThatCanOnlyBeNegative) {
+  EXPECT_EQ(CachedAfterRefusal((std::size_t{1} << 62) + 1), 1U);
+  EXPECT_EQ(CachedAfterRefusal(static_cast<std::size_t>(-8)), 1U);
 }
 
 TEST(MemoryPool, HandsOutABlockOfZeroBytes) {
