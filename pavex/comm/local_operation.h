@@ -48,7 +48,6 @@ class LocalSide {
                           Datatype type);
 
   bool InPlace() const;
-  // Whole sides and slots: the common count. 0 otherwise.
   // The region for `rank`; an invalid one where the arguments make no sense.
   LocalRegion For(int rank) const;
 
@@ -57,7 +56,7 @@ class LocalSide {
 
   Layout mLayout = Layout::WHOLE;
   void* mData = nullptr;
-  int mCount = 0;
+  int mCount = 0;  // of whole sides and slots
   int const* mCounts = nullptr;
   int const* mDispls = nullptr;
   Datatype mType = DATATYPE_BYTE;
