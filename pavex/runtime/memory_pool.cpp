@@ -80,11 +80,11 @@ MemoryPool::~MemoryPool() {
 }
 
 PavexStatus MemoryPool::Allocate(void** block, std::size_t bytes) {
-  if (bytes > kMaxBytes) return STATUS_OUT_OF_MEMORY;
-  void* taken = bytes == 0 ? gEmptyBlock : mCache.Take(bytes);
-  FitCache(mBytesInUse + bytes);  // also for a partly released block, which grows again
-  if (taken == nullptr) taken = TakeFromSystem(bytes);
-  if (taken == nullptr) return STATUS_OUT_OF_MEMORY;
+  void* const taken = TakeBlock(bytes);
+  if (taken == nullptr) {
+    mLastRefused = bytes;
+    return STATUS_OUT_OF_MEMORY;
+  }
   ++mBlocksInUse;
   mBytesInUse += bytes;
   mPeakBytesInUse = std::max(mPeakBytesInUse, mBytesInUse);
@@ -109,6 +109,14 @@ void MemoryPool::SetLimit(std::size_t bytes) {
 void MemoryPool::ReleaseCached() {
   while (mCache.Blocks() > 0)
     GiveBackOldest();
+}
+
+// A block kept for that size, or a new one; null if there is none.
+void* MemoryPool::TakeBlock(std::size_t bytes) {
+  if (bytes > kMaxBytes) return nullptr;
+  void* const kept = bytes == 0 ? gEmptyBlock : mCache.Take(bytes);
+  FitCache(mBytesInUse + bytes);  // also for a partly released block, which grows again
+  return kept != nullptr ? kept : TakeFromSystem(bytes);
 }
 
 void* MemoryPool::TakeFromSystem(std::size_t bytes) {

@@ -63,8 +63,12 @@ class PAVEX_API MemoryPool : public Allocator {
   std::size_t BlocksInUse() const { return mBlocksInUse; }
   // Number of the blocks that are held for later requests.
   std::size_t BlocksCached() const { return mCache.Blocks(); }
+  // Bytes of the last request that the pool refused; 0 if it has refused none. A negative count
+  // of elements shows as the number of bytes that it wraps around to.
+  std::size_t LastRefused() const { return mLastRefused; }
 
  private:
+  void* TakeBlock(std::size_t bytes);
   void* TakeFromSystem(std::size_t bytes);
   void FitCache(std::size_t bytesInUse);
   void GiveBackOldest();
@@ -74,8 +78,9 @@ class PAVEX_API MemoryPool : public Allocator {
   std::size_t mPeakBytesInUse = 0;
   std::size_t mBlocksInUse = 0;
   std::size_t mLimit = kPeakInUse;
+  std::size_t mLastRefused = 0;
 };
 
-static_assert(sizeof(MemoryPool) == 80, "part of the binary interface");
+static_assert(sizeof(MemoryPool) == 88, "part of the binary interface");
 
 }  // namespace Pavex

@@ -377,6 +377,20 @@ TEST(MemoryPool, KeepsItsCacheIfItRefusesASizeThatCanOnlyBeNegative) {
   EXPECT_EQ(CachedAfterRefusal(static_cast<std::size_t>(-8)), 1U);
 }
 
+TEST(MemoryPool, RemembersTheSizeOfTheLastRequestThatItRefused) {
+  MemoryPool pool;
+  void* absurd = nullptr;
+  EXPECT_EQ(pool.LastRefused(), 0U);
+
+  pool.Allocate(&absurd, std::size_t{1} << 50);
+  EXPECT_EQ(pool.LastRefused(), std::size_t{1} << 50);
+  pool.Allocate(&absurd, static_cast<std::size_t>(-8));
+  EXPECT_EQ(pool.LastRefused(), static_cast<std::size_t>(-8));
+
+  pool.Deallocate(Take(pool, 100), 100);
+  EXPECT_EQ(pool.LastRefused(), static_cast<std::size_t>(-8));
+}
+
 TEST(MemoryPool, HandsOutABlockOfZeroBytes) {
   MemoryPool pool;
 
