@@ -1,12 +1,16 @@
 #!/usr/bin/env bash
-# use.sh cmake|pkg-config|subproject KIND WORK CONSUMERS [CMAKE-ARGUMENT...]: builds the consumer
-# programs against the package in WORK/moved (subproject: against the sources) and runs them.
-# KIND is static or shared. With CONSUMER_MPI=ON in the environment the program over MPI too, by
-# MPIEXEC, which is a launcher with the option for the number of processes.
+# use.sh WAY KIND WORK CONSUMERS [CMAKE-ARGUMENT...]: builds the consumer programs and runs them.
+# WAY is cmake or pkg-config (against the package in WORK/moved), add_subdirectory or FetchContent
+# (against the sources). KIND is static or shared. The environment decides two more things:
+#   CONSUMER_MPI=ON       builds the program over MPI too, and runs it by MPIEXEC, which is a
+#                         launcher with the option for the number of processes
+#   CONSUMER_BUILD_TYPE   the build type of a project that contains the sources, Release if unset;
+#                         empty: the project sets none
 set -euo pipefail
 way=$1 kind=$2 work=$3 consumers=$4
 shift 4
 mpi=${CONSUMER_MPI:-OFF}
+build_type=${CONSUMER_BUILD_TYPE-Release}
 build=$work/$way
 programs=(core local)
 [ "$mpi" = OFF ] || programs+=(mpi)
@@ -18,12 +22,12 @@ case "$way" in
       -DCONSUMER_MPI="$mpi" "$@"
     cmake --build "$build"
     ;;
-  subproject)
+  add_subdirectory | FetchContent)
     shared=OFF
     [ "$kind" = static ] || shared=ON
     cmake -S "$consumers/subproject" -B "$build" -DPAVEX_SOURCE="$(cd "$consumers/../.." && pwd)" \
-      -DBUILD_SHARED_LIBS=$shared -DPAVEX_MPI="$mpi" -DPAVEX_WERROR=ON \
-      -DCMAKE_BUILD_TYPE=Release "$@"
+      -DPAVEX_WAY="$way" -DBUILD_SHARED_LIBS=$shared -DPAVEX_MPI="$mpi" -DPAVEX_WERROR=ON \
+      ${build_type:+-DCMAKE_BUILD_TYPE="$build_type"} "$@"
     cmake --build "$build" -j 2
     ;;
   pkg-config)
@@ -56,6 +60,6 @@ for program in core local; do
   fi
 done
 version=$(sed -n 's/#define PAVEX_VERSION "\(.*\)"/\1/p' "$consumers/../../pavex/runtime/version.h")
-says "core: right, $version, $kind, Release, " "$build/core"
+says "core: right, $version, $kind, ${build_type:-no build type}, " "$build/core"
 says "local: right on 3 ranks" "$build/local"
 [ "$mpi" = OFF ] || says "mpi: right on 2 ranks" $MPIEXEC 2 "$build/mpi"
