@@ -50,7 +50,7 @@ void OffsetsFromLengths(std::int64_t count, I* offsets) {
 template <typename T, typename I>
 template <typename M>
 PavexStatus Aggregator<T, I>::GatherCSRC(M const& local) {
-  Buffer<I> const& localIdx = local.*SparseTraits<M>::kSecond;
+  Buffer<I> const& localIdx = Indices(local);
   Buffer<I> offsets;
   Buffer<I> indices;
   Buffer<T> values;
@@ -75,7 +75,7 @@ PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, Buffer<I>& offsets) 
   int const size = mComm->Size();
   long const count = PickCompressed<M>(mRows, mCols);
   long const entries = WrappingAdd(count, 1L);
-  Buffer<I> const& ptr = local.*SparseTraits<M>::kFirst;
+  Buffer<I> const& ptr = Offsets(local);
   if (mMode == DISTRIBUTED && !LengthsFit<M>(count)) return Log::Report(STATUS_INCONSISTENT);
 
   PavexStatus status = PrepareArray(ptr, entries, true, offsets);
@@ -124,7 +124,7 @@ PavexStatus Aggregator<T, I>::GatherLengths(M const& local, int size, long count
   Buffer<I> lengths;
   status = Log::Report(mPool->Get(lengths, PickCompressed<M>(local.mRows, local.mCols)));
   if (status != STATUS_OK) return status;
-  LengthsFromOffsets(local.*SparseTraits<M>::kFirst, lengths);
+  LengthsFromOffsets(Offsets(local), lengths);
 
   status = Log::Report(GatherDistributed(lengths.mData, static_cast<int>(lengths.mSize),
                                          offsets.mData, counts.mData, displs.mData,

@@ -59,8 +59,8 @@ void Aggregator<T, I>::SetSparseTarget(Buffer<I>& first, Buffer<I>& second, Buff
   target->mRows = target->mGlobalRows = mRows;
   target->mCols = target->mGlobalCols = mCols;
   target->mPart = GetMatrixPart(mStoreType);
-  (target->*SparseTraits<M>::kFirst).Swap(first);
-  (target->*SparseTraits<M>::kSecond).Swap(second);
+  Offsets(*target).Swap(first);
+  Indices(*target).Swap(second);
   target->mValues.Swap(values);
   mTarget = target;
 }

@@ -13,8 +13,8 @@ M MatrixCompressed<M, T, I>::Borrow(std::int64_t rows, std::int64_t cols, I* off
                                     I* indices, T* values) {
   M matrix;
   matrix.SetShape(rows, cols);
-  (matrix.*SparseTraits<M>::kFirst).Borrow(offsets, PickCompressed<M>(rows, cols) + 1);
-  (matrix.*SparseTraits<M>::kSecond).Borrow(indices, matrix.NNZ());
+  Offsets(matrix).Borrow(offsets, PickCompressed<M>(rows, cols) + 1);
+  Indices(matrix).Borrow(indices, matrix.NNZ());
   if (values != nullptr) {
     matrix.mValues.Borrow(values, matrix.NNZ());
   }
@@ -27,9 +27,9 @@ PavexStatus MatrixCompressed<M, T, I>::Create(Allocator& allocator, std::int64_t
                                               bool withValues, M& matrix) {
   M created;
   created.SetShape(rows, cols);
-  PavexStatus const status = GetSparseArrays(
-      allocator, PickCompressed<M>(rows, cols) + 1, created.*SparseTraits<M>::kFirst, nnz,
-      created.*SparseTraits<M>::kSecond, withValues, created.mValues);
+  PavexStatus const status =
+      GetSparseArrays(allocator, PickCompressed<M>(rows, cols) + 1, Offsets(created), nnz,
+                      Indices(created), withValues, created.mValues);
   if (status == STATUS_OK) matrix = std::move(created);
   return status;
 }
@@ -37,7 +37,7 @@ PavexStatus MatrixCompressed<M, T, I>::Create(Allocator& allocator, std::int64_t
 template <typename M, typename T, typename I>
 long MatrixCompressed<M, T, I>::NNZ() const {
   auto const& matrix = static_cast<M const&>(*this);
-  Buffer<I> const& offsets = matrix.*SparseTraits<M>::kFirst;
+  Buffer<I> const& offsets = Offsets(matrix);
   if (offsets.mSize == 0 || mRows == 0 || mCols == 0) return 0;
   // In the width of the index type.
   return WrappingSub(offsets.mData[PickCompressed<M>(mRows, mCols)], offsets.mData[0]);
@@ -65,8 +65,8 @@ void MatrixCompressed<M, T, I>::Query(PavexMatrixStore& store) const {
   store.cols = mCols;
   store.type = StoreType();
   PavexMatrixStore::CompressedView& view = SparseTraits<M>::View(store);
-  view.ptr = (matrix.*SparseTraits<M>::kFirst).mData;
-  view.idx = (matrix.*SparseTraits<M>::kSecond).mData;
+  view.ptr = Offsets(matrix).mData;
+  view.idx = Indices(matrix).mData;
   view.values = matrix.mValues.mData;
 }
 

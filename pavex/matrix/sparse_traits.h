@@ -7,6 +7,9 @@
 #include "pavex/matrix/csr.h"
 #include "pavex/matrix/store.h"
 
+#include <cstdint>
+#include <type_traits>
+
 namespace Pavex {
 
 // The index arrays of each class in their order; for the compressed classes whether the first
@@ -37,6 +40,19 @@ struct SparseTraits<MatrixCSC<T, I>> {
   static constexpr PavexMatrixStoreType kStoreType = STORE_CSC_0;
   static PavexMatrixStore::CompressedView& View(PavexMatrixStore& store) { return store.csc; }
 };
+
+// The first index array of a sparse matrix: the offsets of CSR and CSC, the rows of COO. Const
+// if the matrix is.
+template <typename M>
+auto& Offsets(M& matrix) {
+  return matrix.*SparseTraits<std::remove_const_t<M>>::kFirst;
+}
+
+// The second index array: the columns of CSR and COO, the rows of CSC. Const if the matrix is.
+template <typename M>
+auto& Indices(M& matrix) {
+  return matrix.*SparseTraits<std::remove_const_t<M>>::kSecond;
+}
 
 // Rows for CSR, columns for CSC.
 template <typename M>

@@ -6,52 +6,56 @@
 #include "pavex/runtime/log.h"
 
 #include <cstdint>
+#include <iterator>
 
 namespace Pavex {
-
-// The part code (0, 1 or 2) of a store type; 0 for the dense kinds. Aborts with the fatal line
-// on a value outside 0 to 12.
-inline int GetMatrixPart(PavexMatrixStoreType type) {
-  // One bit for each store type with that part code.
-  constexpr std::uint32_t kPart0 = 0x1927;
-  constexpr std::uint32_t kPart1 = 0x248;
-  constexpr std::uint32_t kPart2 = 0x490;
-  constexpr std::uint32_t kAll = (2U << STORE_DENSE_COL_MAJOR) - 1;
-  static_assert((kPart0 | kPart1 | kPart2) == kAll && kPart0 + kPart1 + kPart2 == kAll,
-                "every store type has one part code");
-
-  auto const number = static_cast<std::uint32_t>(type);
-  if (number > STORE_DENSE_COL_MAJOR) Log::NeverBeenHere();  // GCOVR_EXCL_LINE: aborts
-  std::uint32_t const bit = 1U << number;
-  if ((bit & kPart0) != 0) return 0;
-  return (bit & kPart1) != 0 ? 1 : 2;
-}
 
 // The storage classes that a store type can name.
 enum class StoreKind { DENSE, CSR, CSC, COO, UNKNOWN };
 
+// What a store type says about a matrix.
+struct StoreTypeInfo {
+  PavexMatrixStoreType type;
+  char const* name;  // the enumerator
+  StoreKind kind;    // the storage class
+  int part;          // the part code of a sparse class; 0 for the dense kinds
+};
+
+// One row per store type, at the index of its number.
+inline constexpr StoreTypeInfo kStoreTypes[] = {
+    {STORE_TYPE_0, "STORE_TYPE_0", StoreKind::DENSE, 0},
+    {STORE_TYPE_1, "STORE_TYPE_1", StoreKind::DENSE, 0},
+    {STORE_CSR_0, "STORE_CSR_0", StoreKind::CSR, 0},
+    {STORE_CSR_1, "STORE_CSR_1", StoreKind::CSR, 1},
+    {STORE_CSR_2, "STORE_CSR_2", StoreKind::CSR, 2},
+    {STORE_CSC_0, "STORE_CSC_0", StoreKind::CSC, 0},
+    {STORE_CSC_1, "STORE_CSC_1", StoreKind::CSC, 1},
+    {STORE_CSC_2, "STORE_CSC_2", StoreKind::CSC, 2},
+    {STORE_COO_0, "STORE_COO_0", StoreKind::COO, 0},
+    {STORE_COO_1, "STORE_COO_1", StoreKind::COO, 1},
+    {STORE_COO_2, "STORE_COO_2", StoreKind::COO, 2},
+    {STORE_DENSE_ROW_MAJOR, "STORE_DENSE_ROW_MAJOR", StoreKind::DENSE, 0},
+    {STORE_DENSE_COL_MAJOR, "STORE_DENSE_COL_MAJOR", StoreKind::DENSE, 0},
+};
+
+// The row of a store type; null for a number that is none. Any number may come from a peer.
+constexpr StoreTypeInfo const* FindStoreType(PavexMatrixStoreType type) noexcept {
+  auto const number = static_cast<std::uint32_t>(type);  // a negative one becomes huge
+  return number < std::size(kStoreTypes) ? &kStoreTypes[number] : nullptr;
+}
+
 // The class of a store type; UNKNOWN for a number that is none.
-inline StoreKind StoreKindOf(PavexMatrixStoreType type) noexcept {
-  switch (type) {
-    case STORE_TYPE_0:
-    case STORE_TYPE_1:
-    case STORE_DENSE_ROW_MAJOR:
-    case STORE_DENSE_COL_MAJOR:
-      return StoreKind::DENSE;
-    case STORE_CSR_0:
-    case STORE_CSR_1:
-    case STORE_CSR_2:
-      return StoreKind::CSR;
-    case STORE_CSC_0:
-    case STORE_CSC_1:
-    case STORE_CSC_2:
-      return StoreKind::CSC;
-    case STORE_COO_0:
-    case STORE_COO_1:
-    case STORE_COO_2:
-      return StoreKind::COO;
-  }
-  return StoreKind::UNKNOWN;
+constexpr StoreKind StoreKindOf(PavexMatrixStoreType type) noexcept {
+  StoreTypeInfo const* const info = FindStoreType(type);
+  return info == nullptr ? StoreKind::UNKNOWN : info->kind;
+}
+
+// The part code (0, 1 or 2) of a store type; 0 for the dense kinds. Aborts with the fatal line
+// on a value outside 0 to 12.
+inline int GetMatrixPart(PavexMatrixStoreType type) {
+  StoreTypeInfo const* const info = FindStoreType(type);
+  if (info == nullptr) Log::NeverBeenHere();  // GCOVR_EXCL_LINE: aborts
+  return info->part;
 }
 
 }  // namespace Pavex

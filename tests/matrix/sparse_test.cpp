@@ -5,6 +5,7 @@
 #include "pavex/matrix/coo.h"
 #include "pavex/matrix/csc.h"
 #include "pavex/matrix/csr.h"
+#include "pavex/matrix/sparse_traits.h"
 #include "tests/support/arrays.h"
 #include "tests/support/instances.h"
 #include "tests/support/ledger_pool.h"
@@ -163,6 +164,23 @@ TYPED_TEST(SparseMatrix, GivesItsArraysBackInReverseOrder) {
   EXPECT_EQ(events[3].block, events[2].block);
   EXPECT_EQ(events[4].block, events[1].block);
   EXPECT_EQ(events[5].block, events[0].block);
+}
+
+TYPED_TEST(SparseMatrix, NamesItsIndexArraysInTheirOrder) {
+  using I = typename Sparse<TypeParam>::Index;
+  LedgerPool pool;
+  TypeParam matrix = this->Make(pool);
+  TypeParam const& readOnly = matrix;
+
+  Buffer<I>& first = Offsets(matrix);
+  Buffer<I>& second = Indices(matrix);
+  Buffer<I> const& readOnlyFirst = Offsets(readOnly);
+  Buffer<I> const& readOnlySecond = Indices(readOnly);
+
+  EXPECT_EQ(&first, &Sparse<TypeParam>::First(matrix));
+  EXPECT_EQ(&second, &Sparse<TypeParam>::Second(matrix));
+  EXPECT_EQ(&readOnlyFirst, &first);
+  EXPECT_EQ(&readOnlySecond, &second);
 }
 
 TYPED_TEST(SparseMatrix, MovesItsArraysAndItsDescription) {

@@ -4,14 +4,28 @@
 #include "tests/support/log_level.h"
 
 #include <csignal>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <string>
+#include <vector>
 
 namespace Pavex {
 namespace {
 
+using testing::ElementsAre;
+
 PavexMatrixStoreType Type(int number) {
   return static_cast<PavexMatrixStoreType>(number);
 }
+
+constexpr bool EveryRowIsAtItsNumber() {
+  int number = 0;
+  for (StoreTypeInfo const& info : kStoreTypes) {
+    if (info.type != number++) return false;
+  }
+  return number == 13;
+}
+static_assert(EveryRowIsAtItsNumber());
 
 ChildResult PartOfAbsurdType(int number, std::int32_t level) {
   LogLevel const gate(level);
@@ -63,6 +77,22 @@ TEST(StoreKindOf, NamesTheClassOfEveryType) {
 TEST(StoreKindOf, IsUnknownOutsideTheEnumeration) {
   EXPECT_EQ(StoreKindOf(Type(13)), StoreKind::UNKNOWN);
   EXPECT_EQ(StoreKindOf(Type(-1)), StoreKind::UNKNOWN);
+}
+
+TEST(FindStoreType, GivesTheNameOfEveryType) {
+  std::vector<std::string> names;
+  for (int number = 0; number < 13; ++number)
+    names.emplace_back(FindStoreType(Type(number))->name);
+
+  EXPECT_THAT(names, ElementsAre("STORE_TYPE_0", "STORE_TYPE_1", "STORE_CSR_0", "STORE_CSR_1",
+                                 "STORE_CSR_2", "STORE_CSC_0", "STORE_CSC_1", "STORE_CSC_2",
+                                 "STORE_COO_0", "STORE_COO_1", "STORE_COO_2",
+                                 "STORE_DENSE_ROW_MAJOR", "STORE_DENSE_COL_MAJOR"));
+}
+
+TEST(FindStoreType, IsNullOutsideTheEnumeration) {
+  for (int const number : {13, -1, 32, 0x7fffffff})
+    EXPECT_EQ(FindStoreType(Type(number)), nullptr) << number;
 }
 
 }  // namespace
