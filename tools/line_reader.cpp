@@ -79,7 +79,11 @@ bool LineReader::Refill() {
 }
 
 void LineReader::Fail(std::string const& fault) const {
-  std::string const place = mLine > 0 ? mPath + ":" + std::to_string(mLine) : mPath;
+  FailAt(mLine, fault);
+}
+
+void LineReader::FailAt(long line, std::string const& fault) const {
+  std::string const place = line > 0 ? mPath + ":" + std::to_string(line) : mPath;
   throw InputError(place + ": " + fault);
 }
 

@@ -28,6 +28,8 @@ class LineReader {
   // Throws InputError "path:line: fault" for the line that was read last, "path: fault" before
   // the first.
   [[noreturn]] void Fail(std::string const& fault) const;
+  // The same for an earlier line.
+  [[noreturn]] void FailAt(long line, std::string const& fault) const;
 
   // True when the size of the file is known in advance, which it is not for a pipe.
   bool KnowsSize() const { return mFileBytes >= 0; }

@@ -1,3 +1,4 @@
+#include "tools/boeing.h"
 #include "tools/line_parser.h"
 #include "tools/line_reader.h"
 #include "tools/matrix_market.h"
@@ -64,6 +65,8 @@ class Reading {
 
  private:
   void ReadBanner();
+  [[noreturn]] void RefuseOtherFormat();
+  bool NextIfReadable(std::string_view& line);
   void CheckBanner();
   template <class E, std::size_t N>
   E ReadChoice(LineParser& parser, char const* what, Choice<E> const (&choices)[N]);
@@ -104,7 +107,7 @@ void Reading::ReadBanner() {
   if (!mReader.Next(line)) mReader.Fail("the file is empty");
   LineParser parser(mReader, line);
   if (line.empty() || line.front() != '%' || parser.Word("banner") != "%%matrixmarket")
-    mReader.Fail("a Matrix Market file begins with \"%%MatrixMarket\"");
+    RefuseOtherFormat();
   if (std::string const object = parser.Word("object"); object != "matrix")
     mReader.Fail("unknown object " + Quoted(object) + ", known: matrix");
   mMatrix.mDense = ReadChoice(parser, "format", kFormats) == FileFormat::ARRAY;
@@ -112,6 +115,27 @@ void Reading::ReadBanner() {
   mMatrix.mSymmetry = ReadChoice(parser, "symmetry", kSymmetries);
   parser.End("the banner");
   CheckBanner();
+}
+
+// After the first line.
+void Reading::RefuseOtherFormat() {
+  std::string second;
+  std::string_view third;
+  bool const hasThree = NextIfReadable(third) && (second = third, NextIfReadable(third));
+  char const* const boeing = hasThree ? BoeingFormat(second, third) : nullptr;
+  if (boeing != nullptr)
+    mReader.FailAt(1, std::string("this is a ") + boeing +
+                          " file, and pavex reads Matrix Market files only: convert it first");
+  mReader.FailAt(1, "a Matrix Market file begins with \"%%MatrixMarket\"");
+}
+
+// As LineReader::Next, but a line that cannot be read counts as the end of the file.
+bool Reading::NextIfReadable(std::string_view& line) {
+  try {
+    return mReader.Next(line);
+  } catch (InputError const&) {
+    return false;
+  }
 }
 
 void Reading::CheckBanner() {

@@ -60,6 +60,42 @@ TEST(MatrixMarketRefusal, AsksForTheBanner) {
   EXPECT_EQ(FaultOf("% %MatrixMarket matrix coordinate real general\n"), fault);
 }
 
+TEST(MatrixMarketRefusal, NamesARutherfordBoeingFile) {
+  std::string const fault =
+      ":1: this is a Rutherford-Boeing file, and pavex reads Matrix Market files only: convert "
+      "it first";
+
+  EXPECT_EQ(FaultOf("Two by two, lower triangle                                   |17    \n"
+                    "             3             1             1             1\n"
+                    "rsa                        2             2             2             0\n"
+                    "(3I4)           (2I4)           (2E9.1)\n"
+                    "   1   2   3\n   1   2\n  1.5E+00 -2.0E+00\n"),
+            fault);
+  EXPECT_EQ(FaultOf("\n3 1 1 1\nPZE 2 2 2 0\n"), fault);
+}
+
+TEST(MatrixMarketRefusal, NamesAHarwellBoeingFile) {
+  EXPECT_EQ(
+      FaultOf("Two by two                                                   TWO     \n"
+              "             3             1             1             1             0\n"
+              "RUA                        2             2             2             0\n"
+              "(3I4)           (2I4)           (2E9.1)\n"),
+      ":1: this is a Harwell-Boeing file, and pavex reads Matrix Market files only: convert "
+      "it first");
+}
+
+TEST(MatrixMarketRefusal, TakesNoOtherTextForABoeingFile) {
+  std::string const fault = ":1: a Matrix Market file begins with \"%%MatrixMarket\"";
+
+  for (std::string const text :
+       {"title\n3 1 1\nrua 2 2 2 0\n", "title\n3 1 1 1 0 0\nrua 2 2 2 0\n",
+        "title\n3 1 1 one\nrua 2 2 2 0\n", "title\n3 1 1 1\nrux 2 2 2 0\n",
+        "title\n3 1 1 1\nru 2 2 2 0\n", "title\n3 1 1 1\nrua 2 2 2\n",
+        "title\n3 1 1 1\nrua 2 2 2 x\n", "title\n3 1 1 1\n", "title\n3 1 1 1\n\n"})
+    EXPECT_EQ(FaultOf(text), fault) << text;
+  EXPECT_EQ(FaultOf("title\n" + std::string(3 << 20, 'x') + "\n"), fault);
+}
+
 TEST(MatrixMarketRefusal, NamesTheMissingWordOfTheBanner) {
   EXPECT_EQ(FaultOf("%%MatrixMarket\n"), ":1: the object is missing");
   EXPECT_EQ(FaultOf("%%MatrixMarket matrix\n"), ":1: the format is missing");
