@@ -55,7 +55,10 @@ int Run(Job& job, int argc, char** argv) {
                                         SolversAndLicence() +
                                         (CanDraw() ? "\ndraws with Cairo" : "\ncannot draw"));
   app.require_subcommand(1);
-  app.footer("\nStart with: pavex gather --generate poisson3d:20");
+  app.footer(
+      "\nLong reading and building shows a progress bar where standard error is a terminal,\n"
+      "under mpirun that of process 0.\n"
+      "\nStart with: pavex gather --generate poisson3d:20");
   int exitCode = 0;
   AddGather(app, job, exitCode);
   AddPlan(app, job, exitCode);

@@ -1,7 +1,8 @@
 #include "tools/progress.h"
 
+#include "tools/progress_terminal.h"
+
 #include <algorithm>
-#include <cstdio>
 #include <sys/ioctl.h>
 #include <unistd.h>
 #include <utility>
@@ -13,34 +14,39 @@ namespace {
 constexpr auto kBeforeFirst = std::chrono::milliseconds(300);
 constexpr auto kBetween = std::chrono::milliseconds(100);
 
-int TerminalWidth() {
+int WidthOf(int terminal) {
   winsize size{};
-  if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  if (ioctl(terminal, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
   return 80;
+}
+
+// A bar is no reason to fail.
+void Draw(int terminal, std::string const& text) {
+  [[maybe_unused]] ssize_t const ignored = write(terminal, text.data(), text.size());
 }
 
 }  // namespace
 
 Progress::Progress(std::string label)
     : mLabel(std::move(label)),
-      mTerminal(isatty(STDERR_FILENO) == 1),
+      mTerminal(OpenProgressTerminal()),
       mNext(Clock::now() + kBeforeFirst) {}
 
 Progress::~Progress() {
-  if (mDrawn) std::fputs("\r\033[K", stderr);
+  if (mDrawn) Draw(mTerminal, "\r\033[K");
+  if (mTerminal >= 0) close(mTerminal);
 }
 
 void Progress::Show(double done) {
-  if (!mTerminal || Clock::now() < mNext) return;
+  if (mTerminal < 0 || Clock::now() < mNext) return;
   mNext = Clock::now() + kBetween;
   mDrawn = true;
   // The last column stays free: some terminals wrap when it is written.
-  std::fprintf(stderr, "\r%s\033[K", Line(mLabel, done, TerminalWidth() - 1).c_str());
-  std::fflush(stderr);
+  Draw(mTerminal, "\r" + Line(mLabel, done, WidthOf(mTerminal) - 1) + "\033[K");
 }
 
 ProgressFunction Progress::Function() {
-  if (!mTerminal) return {};
+  if (mTerminal < 0) return {};
   return [this](double done) { Show(done); };
 }
 

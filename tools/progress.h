@@ -11,9 +11,11 @@ namespace Pavex::Tool {
 // What a long operation calls now and then with the share that is done, 0 to 1; may be empty.
 using ProgressFunction = std::function<void(double done)>;
 
-// Draws one line on standard error while it is a terminal and nothing anywhere else: pipes and
-// files stay clean. The line appears after a moment, so that short work shows none, is redrawn
-// at most ten times a second, and is wiped by the destructor. Not shared between threads.
+// Draws one line on the terminal that standard error goes to, also through the launcher of an
+// MPI job (see progress_terminal.h), and nothing anywhere else: pipes and files stay clean. Of
+// the processes of an MPI job, process 0 alone draws. The line appears after a moment, so that
+// short work shows none, is redrawn at most ten times a second, and is wiped by the destructor.
+// Not shared between threads.
 //
 //   Progress progress("reading west0479.mtx");
 //   Triplets matrix = ReadMatrixMarket(path, progress.Function());
@@ -38,7 +40,7 @@ class Progress {
   using Clock = std::chrono::steady_clock;
 
   std::string mLabel;
-  bool mTerminal;
+  int mTerminal;  // -1: none
   bool mDrawn = false;
   Clock::time_point mNext;  // no redraw before
 };

@@ -1,0 +1,13 @@
+// The terminal on which a process shows how far it is.
+
+#pragma once
+
+namespace Pavex::Tool {
+
+// Opens the terminal that standard error goes to: its own one or, where a launcher of MPI jobs
+// on this machine reads standard error through a pipe, the launcher's. What is written into it
+// never reaches a pipe or a file. The caller closes the descriptor; -1 if there is no terminal,
+// and on every process of an MPI job except process 0.
+int OpenProgressTerminal();
+
+}  // namespace Pavex::Tool
