@@ -8,26 +8,30 @@
 #include <cstdio>
 #include <stdexcept>
 
-void Check(PavexStatus status) {
-  if (status != Pavex::STATUS_OK) throw std::runtime_error(PavexStatusStr(status));
+using Csr = Pavex::MatrixCSR<double, int>;
+using Aggregator = Pavex::Aggregator<double, int>;
+
+void Check(PavexStatus status, Aggregator const& aggregator) {
+  if (status == Pavex::STATUS_OK) return;
+  if (aggregator.GetComm()->Rank() == 0) std::printf("%s", aggregator.Describe().c_str());
+  throw std::runtime_error(PavexStatusStr(status));
 }
 
 void Work(std::shared_ptr<Pavex::Comm> const& comm) {
-  long const begin = 2L * comm->Rank();
   int ptr[] = {0, 2, 3};  // this rank's rows: two entries, then one
   int col[] = {0, 3, comm->Rank() + 1};
   double values[] = {1.5, 2.5, 3.5};
-  auto piece = Pavex::MatrixCSR<double, int>::Borrow(2, 4, ptr, col, values);
-  piece.PlaceIn(4, 4, Pavex::MatrixPartition::RowWise(begin));
+  auto piece = Csr::Borrow(2, 4, ptr, col, values);
+  piece.PlaceIn(4, 4, Pavex::MatrixPartition::RowWise(2L * comm->Rank()));
 
   Pavex::MemoryPool pool;
-  Pavex::Aggregator<double, int> aggregator(&pool);
-  Check(aggregator.Gather(comm, piece, true));
+  Aggregator aggregator(&pool);
+  Check(aggregator.Gather(comm, piece, true), aggregator);
   for (double& value : values) value *= 10;
-  Check(aggregator.Update(piece));
+  Check(aggregator.Update(piece), aggregator);
   if (aggregator.Target() == nullptr) return;  // only rank 0 receives
 
-  auto& whole = dynamic_cast<Pavex::MatrixCSR<double, int>&>(*aggregator.Target());
+  auto& whole = dynamic_cast<Csr&>(*aggregator.Target());
   for (long i = 0; i < whole.mRows; ++i) {
     for (int k = whole.mRowPtr.mData[i]; k < whole.mRowPtr.mData[i + 1]; ++k) {
       std::printf("(%ld, %d) %g\n", i, whole.mColIdx.mData[k], whole.mValues.mData[k]);

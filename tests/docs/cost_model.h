@@ -1,4 +1,4 @@
-// The cost model of docs/guide.md: its formulas as they stand there, and nothing else.
+// The formulas of docs/cost.md, as that page writes them, and nothing else.
 
 #pragma once
 
@@ -25,7 +25,7 @@ inline std::ostream& operator<<(std::ostream& stream, Cost const& cost) {
                 << " bytes in, peak " << cost.peak;
 }
 
-// The formulas for process `rank` of a round. The names are those of the guide.
+// The formulas for process `rank` of a round. The names are those of the page.
 class CostModel {
  public:
   CostModel(Round const& round, int rank, long valueBytes, long indexBytes)

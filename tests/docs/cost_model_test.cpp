@@ -1,5 +1,5 @@
-// The formulas of the guide against what a counting communicator and a counting pool see, for
-// every format, mode, partition and operation.
+// Compares the formulas of docs/cost.md with what a counting communicator and a counting pool
+// see, for every format, mode, partition and operation.
 
 #include "tests/docs/cost_model.h"
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# messages_test.sh SOURCE-DIR: the tables of docs/guide.md that open with "| message" list exactly
+# messages_test.sh SOURCE-DIR: the tables of docs/messages.md that open with "| message" list exactly
 # what the library can log, letter by letter: the texts of its lines, the reasons in those of
 # MpiComm, and the texts of the statuses.
 set -euo pipefail
@@ -14,10 +14,10 @@ logged() {
   } | grep -vxF -e '%s' -e 'Success' | sort -u
 }
 listed() {
-  awk '/^\| message/ {on = 1; next} !/^\|/ {on = 0} on && /^\| `/' docs/guide.md |
+  awk '/^\| message/ {on = 1; next} !/^\|/ {on = 0} on && /^\| `/' docs/messages.md |
     sed -E 's/^\| `([^`]*)`.*/\1/' | sort -u
 }
 
-diff <(logged) <(listed) || { echo "< logged, but not in docs/guide.md; > the other way round"; exit 1; }
+diff <(logged) <(listed) || { echo "< logged, but not in docs/messages.md; > the other way round"; exit 1; }
 echo "$(logged | wc -l) messages"
 [ "$(logged | wc -l)" -gt 35 ]

@@ -1,0 +1,41 @@
+// Data on standard output without the lines of the library's log: descriptor 1 is pointed to
+// standard error, and the data goes to the old descriptor. Two ranks gather a matrix, and then
+// pieces that do not fit together; the log lines of that refusal do not reach the data.
+// Run: build/openmpi/examples/data_on_stdout (no arguments, no MPI)
+#include <cstdio>
+#include <memory>
+#include <unistd.h>
+
+#include <pavex/comm/local_comm.h>
+#include <pavex/pavex.h>
+
+// Gathers two rows from each rank, the second rank's from row `second` on; rank 0 prints them.
+void Gather(std::shared_ptr<Pavex::Comm> const& comm, long second, std::FILE* data) {
+  double values[] = {1, 2, 3, 4};
+  auto piece = Pavex::MatrixDense<double, int>::Borrow(2, 2, true, 2, values);
+  piece.PlaceIn(4, 2, Pavex::MatrixPartition::RowWise(comm->Rank() == 0 ? 0 : second));
+
+  Pavex::MemoryPool pool;
+  Pavex::Aggregator<double, int> aggregator(&pool);
+  PavexStatus const status = aggregator.Gather(comm, piece, true);
+  if (comm->Rank() != 0) return;
+  if (status != Pavex::STATUS_OK) {
+    std::fprintf(data, "refused with status %d\n", status);
+    return;
+  }
+  auto const& whole =
+      dynamic_cast<Pavex::MatrixDense<double, int> const&>(*aggregator.Target());
+  for (long i = 0; i < whole.mRows; ++i)
+    std::fprintf(data, "%g %g\n", whole.mValues.mData[2 * i], whole.mValues.mData[2 * i + 1]);
+}
+
+int main() {
+  std::FILE* const data = fdopen(dup(STDOUT_FILENO), "w");
+  dup2(STDERR_FILENO, STDOUT_FILENO);  // the lines of the library go to standard error
+
+  Pavex::LocalComm::Run(2, [data](auto const& comm) {
+    Gather(comm, 2, data);
+    Gather(comm, 3, data);  // row 2 is missing
+  });
+  std::fclose(data);
+}
