@@ -15,10 +15,10 @@ enum class StoreKind { DENSE, CSR, CSC, COO, UNKNOWN };
 
 // What a store type says about a matrix.
 struct StoreTypeInfo {
-  PavexMatrixStoreType type;
-  char const* name;  // the enumerator
-  StoreKind kind;    // the storage class
-  int part;          // the part code of a sparse class; 0 for the dense kinds
+  PavexMatrixStoreType type;  // the number
+  char const* name;           // the enumerator
+  StoreKind kind;             // the storage class
+  int part;                   // the part code of a sparse class; 0 for the dense kinds
 };
 
 // One row per store type, at the index of its number.
