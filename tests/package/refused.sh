@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # refused.sh WORK FIND-ARGUMENTS TEXT...: find_package(Pavex FIND-ARGUMENTS) of the package in
-# WORK/moved fails and says each text.
+# WORK/moved fails and says each text. CONSUMER_MPI_COMPILER in the environment is the wrapper of
+# the MPI that the project finds.
 set -euo pipefail
 work=$1 arguments=$2
 shift 2
@@ -13,7 +14,8 @@ cmake_minimum_required(VERSION 3.25)
 project(Refused LANGUAGES CXX)
 find_package(Pavex $arguments)
 PROJECT
-if said=$(cmake -S "$project" -B "$project/build" -DCMAKE_PREFIX_PATH="$work/moved" 2>&1); then
+if said=$(cmake -S "$project" -B "$project/build" -DCMAKE_PREFIX_PATH="$work/moved" \
+  ${CONSUMER_MPI_COMPILER:+-DMPI_CXX_COMPILER="$CONSUMER_MPI_COMPILER"} 2>&1); then
   echo "find_package(Pavex $arguments) was not refused:"
   echo "$said"
   exit 1
