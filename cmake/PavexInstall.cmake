@@ -1,6 +1,6 @@
 # What cmake --install puts where. The tree can be moved afterwards: every path in it is relative.
-# Components: runtime (shared libraries), development (headers, link libraries, package files),
-# tool (the pavex command).
+# Components: runtime (shared libraries), development (headers, link libraries, package files,
+# documents), tool (the pavex command).
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -61,6 +61,14 @@ write_basic_package_version_file(PavexConfigVersion.cmake COMPATIBILITY SameMino
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/PavexConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/PavexConfigVersion.cmake
         DESTINATION ${package_dir} COMPONENT development)
+
+# The documents and the examples stay as far from each other as in the sources: links between them
+# hold.
+set(doc_dir ${CMAKE_INSTALL_DATADIR}/doc/pavex)
+install(FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md
+        DESTINATION ${doc_dir} COMPONENT development)
+install(DIRECTORY docs examples DESTINATION ${doc_dir} COMPONENT development
+        FILES_MATCHING PATTERN "*.md" PATTERN "*.cpp" PATTERN docs/man EXCLUDE)
 
 if(PAVEX_TOOLS)
   file(RELATIVE_PATH tool_to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})

@@ -28,7 +28,8 @@ has() {
 }
 has "$library" '/usr/lib/.*/libpavex\.so\.[0-9.]+' '/usr/lib/.*/libpavex_local\.so\.[0-9.]+'
 has libpavex-dev /usr/include/pavex/pavex.h '/usr/lib/.*/libpavex\.so' \
-  '/usr/lib/.*/cmake/Pavex/PavexConfig\.cmake' '/usr/lib/.*/pkgconfig/pavex\.pc'
+  '/usr/lib/.*/cmake/Pavex/PavexConfig\.cmake' '/usr/lib/.*/pkgconfig/pavex\.pc' \
+  /usr/share/doc/pavex/LICENSE /usr/share/doc/pavex/docs/guide.md
 has pavex /usr/bin/pavex /usr/share/man/man1/pavex.1 /usr/share/bash-completion/completions/pavex
 
 # depends PACKAGE TEXT: the package depends on that.
