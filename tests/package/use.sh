@@ -32,12 +32,16 @@ case "$way" in
     ;;
   pkg-config)
     mkdir "$build"
-    libraries=$(dirname "$(dirname "$(find "$work/moved" -name pavex.pc)")")
-    export PKG_CONFIG_PATH=$libraries/pkgconfig
-    [ "$kind" = shared ] || export PKG_CONFIG_FLAGS=--static
+    PKG_CONFIG_PATH=$(dirname "$(find "$work/moved" -name pavex.pc)")
+    export PKG_CONFIG_PATH
+    if [ "$kind" = static ]; then
+      export PKG_CONFIG_FLAGS=--static
+    else
+      LDFLAGS=-Wl,-rpath,$(pkg-config --variable=libdir pavex)
+      export LDFLAGS
+    fi
     make -C "$build" -f "$consumers/consumer/Makefile" SOURCE="$consumers/consumer" \
       programs="${programs[*]}"
-    export LD_LIBRARY_PATH=$libraries
     ;;
 esac
 
