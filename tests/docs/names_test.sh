@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# names_test.sh SOURCE-DIR: every path and every test (`Suite.Name`) that a document names in
-# backticks exists.
+# names_test.sh SOURCE-DIR: every path, every test (`Suite.Name`) and every test program (`..._test`)
+# that a document names in backticks exists.
 set -euo pipefail
 cd "$1"
 
+programs=$(find tests -name CMakeLists.txt -exec cat {} + | grep -oE '\b[a-z_]+_test\b' | sort -u)
 tests=$(find tests -name '*.cpp' -exec cat {} + | tr -d '\n' |
   grep -oE 'TEST(_[FP])?\([A-Za-z0-9]+, *[A-Za-z0-9]+' | sed -E 's/.*\(//; s/, */./')
 
@@ -13,6 +14,9 @@ while read -r document name; do
     */*)
       paths=$((paths + 1))
       compgen -G "$name" >/dev/null && continue ;;
+    *_test)
+      named=$((named + 1))
+      grep -qxF "$name" <<<"$programs" && continue ;;
     *)
       named=$((named + 1))
       grep -qxF "$name" <<<"$tests" && continue ;;
@@ -21,7 +25,7 @@ while read -r document name; do
   missing=$((missing + 1))
 done < <(for document in ./*.md docs/*.md; do
   grep -oE '`[^` ]+`' "$document" | tr -d '`' |
-    grep -E '^(bench|cmake|docs|examples|packaging|pavex|tests|tools)/[A-Za-z0-9_./*-]*$|^[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]+$' |
+    grep -E '^(bench|cmake|docs|examples|packaging|pavex|tests|tools)/[A-Za-z0-9_./*-]*$|^[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]+$|^[a-z_]+_test$' |
     sed "s|^|$document |" || true
 done)
 echo "$paths paths and $named tests named, $missing of them missing"
