@@ -75,7 +75,7 @@ if(PAVEX_TOOLS)
   set_target_properties(pavex_command PROPERTIES INSTALL_RPATH "$ORIGIN/${tool_to_libraries}")
   install(TARGETS pavex_command RUNTIME COMPONENT tool)
   install(FILES docs/man/pavex.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
-  install(FILES tools/completion/pavex.bash RENAME pavex
+  install(FILES tools/command/completion/pavex.bash RENAME pavex
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tool)
 endif()
 

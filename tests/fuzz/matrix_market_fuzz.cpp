@@ -3,8 +3,8 @@
 // entries gives each of them once.
 
 #include "tests/fuzz/require.h"
-#include "tools/matrix_market.h"
-#include "tools/source.h"
+#include "tools/source/matrix_market.h"
+#include "tools/source/source.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -5,15 +5,15 @@
 
 #include "pavex/runtime/log.h"
 #include "tests/fuzz/require.h"
-#include "tools/commands.h"
-#include "tools/common_options.h"
-#include "tools/generate.h"
-#include "tools/input_error.h"
-#include "tools/open_source.h"
-#include "tools/pieces.h"
-#include "tools/plan.h"
-#include "tools/solve_job.h"
-#include "tools/whole_file.h"
+#include "tools/choice/input_error.h"
+#include "tools/command/commands.h"
+#include "tools/command/common_options.h"
+#include "tools/cut/pieces.h"
+#include "tools/files/whole_file.h"
+#include "tools/plan/plan.h"
+#include "tools/solve/solve_job.h"
+#include "tools/source/generate.h"
+#include "tools/source/open_source.h"
 
 #include <algorithm>
 #include <cstddef>

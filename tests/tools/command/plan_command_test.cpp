@@ -1,0 +1,160 @@
+// The real command plans what the real command then reports.
+
+#include "run_pavex.h"
+#include "tests/tools/temporary_folder.h"
+
+#include <algorithm>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+namespace Pavex::Tool {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+using Words = std::vector<std::string>;
+
+nlohmann::json Report(std::string const& subcommand, Words const& options) {
+  TemporaryFolder const folder;
+  Words words = {subcommand, "--json", folder.Path("report.json")};
+  words.insert(words.end(), options.begin(), options.end());
+  CommandResult const result = RunPavex(words);
+  EXPECT_EQ(result.exitCode, 0) << result.errors;
+  return nlohmann::json::parse(folder.Read("report.json"));
+}
+
+void ExpectPlanned(Words const& options) {
+  auto const plan = Report("plan", options);
+  auto const gather = Report("gather", options);
+
+  for (char const* key : {"mode", "rows", "columns", "entries", "field", "ranks", "format",
+                          "partition", "value", "index", "withValues", "to"})
+    EXPECT_EQ(plan[key], gather[key]) << key;
+  ASSERT_EQ(plan["pieces"].size(), gather["pieces"].size());
+  for (std::size_t rank = 0; rank < plan["pieces"].size(); ++rank)
+    for (char const* key :
+         {"rank", "rows", "columns", "begin", "entries", "bytes", "peakPoolBytes"})
+      EXPECT_EQ(plan["pieces"][rank][key], gather["pieces"][rank][key]) << rank << " " << key;
+  for (auto const& gathered : gather["gathered"]) {
+    EXPECT_TRUE(plan["pieces"][gathered["rank"].get<std::size_t>()]["receives"]);
+    for (char const* key : {"rows", "columns", "entries"})
+      EXPECT_EQ(plan["gathered"][key], gathered[key]) << key;
+  }
+}
+
+TEST(PlanCommand, PlansWhatTheGatherReports) {
+  ExpectPlanned({"--generate", "convection3d:7", "--format", "csr", "--cuts", "10,11,300"});
+  ExpectPlanned({"--generate", "poisson2d:9", "--format", "csc", "--partition", "columns",
+                 "--ranks", "3", "--to", "all", "--index", "long", "--base", "1"});
+  ExpectPlanned({"--generate", "random:40", "--partition", "entries", "--no-values"});
+  ExpectPlanned({"--generate", "dense:7x9", "--format", "dense-col", "--ld", "2", "--value",
+                 "float", "--to", "all"});
+  ExpectPlanned({"--generate", "random:40", "--partition", "one", "--holder", "2"});
+}
+
+TEST(PlanCommand, AnswersForMoreThanAnyMemoryHolds) {
+  CommandResult const result =
+      RunPavex({"plan", "--generate", "poisson3d:1000", "--ranks", "1000"});
+
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_THAT(
+      result.output,
+      StartsWith("poisson3d:1000: 1000000000 x 1000000000, 6994000000 entries, real\n"));
+  EXPECT_THAT(result.output,
+              HasSubstr("\nwarning: pavex gather refuses this: poisson3d:1000 has 6994000000 "
+                        "entries, more than the 2147483647 that one gather can place\n"));
+}
+
+// What follows "warning: pavex gather refuses this: "; empty if there is no such line.
+std::string RefusalIn(std::string const& plan) {
+  std::string const begin = "\nwarning: pavex gather refuses this: ";
+  std::size_t const at = plan.find(begin);
+  if (at == std::string::npos) return "";
+  std::size_t const first = at + begin.size();
+  return plan.substr(first, plan.find('\n', first) - first);
+}
+
+// A plan without a refusal and the gather both succeed or both fail, and the gather refuses in
+// the words of the plan.
+void ExpectAgreement(std::string const& input, Words options) {
+  options.insert(options.begin(), {"", input, "--log-level", "silent"});
+  SCOPED_TRACE(testing::PrintToString(options));
+  options[0] = "plan";
+  CommandResult const plan = RunPavex(options);
+  options[0] = "gather";
+  CommandResult const gather = RunPavex(options);
+
+  std::string const refusal = RefusalIn(plan.output);
+  EXPECT_EQ(gather.exitCode, plan.exitCode != 0 || !refusal.empty() ? 1 : 0) << plan.output;
+  if (refusal.empty()) return;
+  EXPECT_EQ(gather.errors, "pavex: " + refusal + "\n");
+}
+
+struct Cuts {
+  char const* mFormat;
+  Words mPartitions;
+};
+
+void PrintTo(Cuts const& cuts, std::ostream* out) {
+  *out << cuts.mFormat;
+}
+
+class PlanOfGaps : public testing::TestWithParam<Cuts> {};
+
+// Of matrices of 4 x 4: without entries, with some in the first row alone, in the first column
+// alone, and in the first and the third row.
+TEST_P(PlanOfGaps, AgreesWithTheGather) {
+  TemporaryFolder const folder;
+  std::string const banner = "%%MatrixMarket matrix coordinate real general\n4 4 ";
+  std::string const inputs[] = {
+      folder.Write("none.mtx", banner + "0\n"),
+      folder.Write("row.mtx", banner + "4\n1 1 5\n1 2 6\n1 3 7\n1 4 8\n"),
+      folder.Write("column.mtx", banner + "4\n1 1 5\n2 1 6\n3 1 7\n4 1 8\n"),
+      folder.Write("gap.mtx", banner + "4\n1 1 5\n1 2 6\n3 1 7\n3 3 8\n")};
+  std::string const format = GetParam().mFormat;
+
+  for (std::string const& input : inputs)
+    for (std::string const& partition : GetParam().mPartitions)
+      for (char const* ranks : {"2", "4"}) {
+        Words options = {"--format", format, "--partition", partition, "--ranks", ranks};
+        ExpectAgreement(input, options);
+        options.emplace_back("--no-values");
+        if (format.substr(0, 5) != "dense") ExpectAgreement(input, options);
+      }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , PlanOfGaps,
+    testing::Values(Cuts{"coo", {"rows", "columns", "entries", "one", "all"}},
+                    Cuts{"csr", {"rows", "one", "all"}}, Cuts{"csc", {"columns", "one", "all"}},
+                    Cuts{"dense-row", {"rows", "columns", "one", "all"}},
+                    Cuts{"dense-col", {"rows", "columns", "one", "all"}}),
+    [](testing::TestParamInfo<Cuts> const& test) {
+      std::string name = test.param.mFormat;
+      std::replace(name.begin(), name.end(), '-', '_');
+      return name;
+    });
+
+TEST(PlanCommand, AgreesWithTheGatherOnTooManyEntries) {
+  ExpectAgreement("--generate=poisson3d:700", {});
+  ExpectAgreement("--generate=poisson3d:700", {"--partition", "all"});
+  ExpectAgreement("--generate=poisson3d:60", {"--format", "dense-row"});
+}
+
+TEST(PlanCommand, FailsForPiecesThatTheLibraryRefuses) {
+  TemporaryFolder const folder;
+  std::string const path = folder.Write("a.mtx",
+                                        "%%MatrixMarket matrix coordinate real general\n"
+                                        "4 4 2\n1 1 5\n3 3 6\n");
+
+  CommandResult const result = RunPavex({"plan", path, "--log-level", "silent"});
+
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_THAT(result.output, HasSubstr("\nrefused: 2 of 4 processes are empty, "));
+  EXPECT_EQ(result.errors, "pavex: a gather refuses these pieces\n");
+}
+
+}  // namespace
+}  // namespace Pavex::Tool

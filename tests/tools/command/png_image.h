@@ -1,0 +1,14 @@
+// Reads a PNG file back, for tests.
+
+#pragma once
+
+#include "tools/picture/canvas.h"
+
+#include <string>
+
+namespace Pavex::Tool {
+
+// The pixels of the file whose bytes these are. Throws std::runtime_error.
+Raster ReadPng(std::string const& bytes);
+
+}  // namespace Pavex::Tool

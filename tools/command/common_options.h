@@ -1,0 +1,59 @@
+// The options that the subcommands share.
+
+#pragma once
+
+#include "tools/choice/options.h"
+#include "tools/ranks/job.h"
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+
+namespace Pavex::Tool {
+
+constexpr int kMostRanks = 4096;
+constexpr long kMostPad = 1 << 20;
+
+// The options that are words, before they are understood.
+struct CommonWords {
+  std::string mFormat = "coo";
+  std::string mPartition = "rows";
+  std::string mValue;
+  std::string mIndex = "int";
+  std::string mTo = "root";
+  std::string mLogLevel = "error";
+  std::string mComm;
+};
+
+// A number option whose refusal names the range.
+CLI::Option* AddNumber(CLI::App& command, std::string const& name, int& number, long low,
+                       long high, std::string const& help);
+CLI::Option* AddNumber(CLI::App& command, std::string const& name, long& number, long low,
+                       long high, std::string const& help);
+
+// FILE and --generate.
+void AddInput(CLI::App& command, GatherOptions& options, std::string const& fileHelp);
+// From --ranks to --log-level.
+void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
+               std::string const& formats);
+// --no-values and --ld.
+void AddPieceOptions(CLI::App& command, GatherOptions& options, bool& noValues);
+// A file to read or write, whose name cannot be empty.
+CLI::Option* AddFile(CLI::App& command, std::string const& name, std::string& path,
+                     std::string const& help);
+// --json.
+void AddReportFile(CLI::App& command, GatherOptions& options);
+// --plot; `help` says what the picture shows.
+void AddPlot(CLI::App& command, GatherOptions& options, std::string const& help);
+
+// Throws InputError if a file that is to be written cannot be; for the process that writes it.
+void RequireOutputs(GatherOptions const& options);
+
+// Takes the words over into the options, and the level into the log of the library. Throws
+// InputError for an unknown word.
+void Understand(CommonWords const& words, GatherOptions& options);
+
+// The ranks that --comm and --ranks of `command` ask for; sets mRanks to their number.
+std::unique_ptr<Ranks> MakeRanks(Job& job, CLI::App const& command, GatherOptions& options);
+
+}  // namespace Pavex::Tool

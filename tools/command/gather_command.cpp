@@ -1,0 +1,119 @@
+// `pavex gather`: its options, and what becomes of the result.
+
+#include "tools/choice/input_error.h"
+#include "tools/choice/job_error.h"
+#include "tools/command/commands.h"
+#include "tools/command/common_options.h"
+#include "tools/files/whole_file.h"
+#include "tools/gather/draw_pattern.h"
+#include "tools/gather/gather_job.h"
+#include "tools/picture/plot_file.h"
+#include "tools/source/open_source.h"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace Pavex::Tool {
+
+namespace {
+
+constexpr int kMostUpdates = 10000;
+
+constexpr char const* kExamples =
+    "\nThe matrix is cut into one piece per rank, each rank builds its own piece, the pieces "
+    "are\n"
+    "gathered, and the gathered matrix is compared with the input entry by entry. The exit "
+    "code\n"
+    "is 0 only if they are the same.\n"
+    "\nExamples:\n"
+    "  pavex gather A.mtx\n"
+    "      on 4 ranks cut by rows, as coordinates, to rank 0\n"
+    "  pavex gather A.mtx --ranks 3 --format csc --partition columns --to all\n"
+    "      compressed columns, the whole matrix on every rank\n"
+    "  pavex gather --generate poisson3d:100 --format csr --updates 5\n"
+    "      a 7-point operator on 100^3 points, then new values five times\n"
+    "  pavex gather --generate dense:3000x500 --format dense-col --ld 8 --scatter\n"
+    "      dense with padded columns; changed values are sent back to the pieces\n"
+    "  pavex gather A.mtx --partition one --holder 2 --log-level debug\n"
+    "      rank 2 holds everything; the library tells what it decides\n"
+    "  pavex gather A.mtx --format csr --output whole.mtx --json report.json\n"
+    "      write the gathered matrix, and the report for programs\n"
+    "  pavex gather A.mtx --plot pattern.svg\n"
+    "      draw the pattern of A, each entry in the colour of the rank that held it\n"
+    "  mpirun -n 4 pavex gather A.mtx --format csr\n"
+    "      on 4 processes over MPI\n"
+    "\nWhat --generate knows: poisson2d:N, poisson3d:N, convection2d:N and convection3d:N on "
+    "grids\n"
+    "of N points a side, random:N sparse with a few full rows, dense:ROWSxCOLS.\n"
+    "What can be cut how: coo by rows, columns or entries; csr by rows; csc by columns; dense "
+    "by\n"
+    "rows or columns. Bands have the same number of rows (columns, entries) up to one. one "
+    "and\n"
+    "all give the whole matrix to one rank or to every rank. A matrix has at most 2147483647 "
+    "rows,\n"
+    "columns and entries, also with --index long. Entries that a file repeats stay apart in\n"
+    "sparse formats; dense ones hold their sum.\n";
+
+// Rank 0's process alone speaks and writes.
+void Publish(GatherResult const& result, GatherOptions const& options) {
+  GatherReport const& report = result.mReport;
+  std::fputs(InText(report).c_str(), stdout);
+  if (result.mOutput != nullptr && report.Verified()) result.mOutput->Commit();
+  if (!options.mJson.empty()) WriteWholeFile(options.mJson, InJson(report));
+  if (result.mPattern && report.Verified())
+    WriteWholeFile(options.mPlot,
+                   DrawPattern(report, *result.mPattern, KindOfPicture(options.mPlot)));
+}
+
+int Gather(GatherOptions const& options, Ranks& ranks) {
+  CheckCombination(options);
+  CheckPlot(options.mPlot, ranks);
+  if (ranks.FirstHere() == 0) RequireOutputs(options);
+  bool const receives = options.mToAll || ranks.FirstHere() == 0;
+  auto const source = OpenSource(options, ranks, receives);  // to check what arrives
+  GatherResult const result = RunGather(*source, options, ranks);
+  if (ranks.FirstHere() == 0) Publish(result, options);
+  if (!result.mReport.Verified())
+    throw JobError("the gathered matrix is not that of the input: " +
+                   result.mReport.Difference());
+  return 0;
+}
+
+void AddOptions(CLI::App& command, GatherOptions& options, CommonWords& words, bool& noValues) {
+  AddInput(command, options, "Matrix Market file to gather");
+  AddCommon(command, options, words, "coo, csr, csc, dense-row or dense-col");
+  AddPieceOptions(command, options, noValues);
+  AddNumber(command, "--updates", options.mUpdates, 0, kMostUpdates,
+            "Send new values that many times after the gather");
+  command.add_flag("--scatter", options.mScatter,
+                   "Dense: change the gathered values and send them back");
+  AddFile(command, "--output", options.mOutput, "Write the gathered matrix to this file")
+      ->option_text("FILE.mtx");
+  AddReportFile(command, options);
+  AddPlot(command, options, "Draw the gathered pattern, coloured by rank, into this file");
+}
+
+}  // namespace
+
+void AddGather(CLI::App& app, Job& job, int& exitCode) {
+  struct State {
+    GatherOptions mOptions;
+    CommonWords mWords;
+    bool mNoValues = false;
+  };
+  auto const state = std::make_shared<State>();
+  CLI::App* const command = app.add_subcommand(
+      "gather", "Cut a matrix into pieces, gather them and check the result");
+  command->footer(kExamples);
+  AddOptions(*command, state->mOptions, state->mWords, state->mNoValues);
+  command->callback([state, command, &job, &exitCode] {
+    GatherOptions& options = state->mOptions;
+    Understand(state->mWords, options);
+    options.mWithValues = !state->mNoValues;
+    auto const ranks = MakeRanks(job, *command, options);
+    exitCode = Gather(options, *ranks);
+  });
+}
+
+}  // namespace Pavex::Tool

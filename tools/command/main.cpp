@@ -1,0 +1,105 @@
+// The `pavex` command: finds the subcommand and turns every failure into one line on standard
+// error and exit code 1.
+
+#include "pavex/runtime/version.h"
+#include "tools/choice/input_error.h"
+#include "tools/command/commands.h"
+#include "tools/picture/canvas.h"
+#include "tools/ranks/job.h"
+#include "tools/solve/sparse_lu.h"
+#ifdef PAVEX_UMFPACK
+#include "tools/solve/blas.h"
+#endif
+
+#include <algorithm>
+#include <cctype>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <new>
+#include <string>
+#include <vector>
+
+namespace Pavex::Tool {
+
+namespace {
+
+// Whatever a file name or an argument holds.
+std::string OneLine(std::string message) {
+  std::replace_if(
+      message.begin(), message.end(), [](unsigned char c) { return std::iscntrl(c) != 0; },
+      '?');
+  return message;
+}
+
+// What CLI11 found, in words that name the option and what is wrong with it.
+std::string InOwnWords(CLI::App const& app, CLI::ParseError const& error) {
+  std::vector<std::string> const unexpected = app.remaining(true);
+  if (!unexpected.empty() && unexpected[0][0] == '-')
+    return "unknown option \"" + unexpected[0] + "\"";
+  if (!unexpected.empty()) return "\"" + unexpected[0] + "\" is one input too many";
+  std::string text = error.what();
+  std::string const option = text.substr(0, text.find(':'));
+  if (dynamic_cast<CLI::ArgumentMismatch const*>(&error) != nullptr)
+    return option +
+           (text.find("At Most") == std::string::npos ? " needs a value" : " is given twice");
+  return text;
+}
+
+int Run(Job& job, int argc, char** argv) {
+  CLI::App app(
+      "Gather distributed matrices and solve with them, and see that it was done right.",
+      "pavex");
+  app.set_version_flag("--version", std::string("pavex ") + PavexVersion() + "\n" +
+                                        SolversAndLicence() +
+                                        (CanDraw() ? "\ndraws with Cairo" : "\ncannot draw"));
+  app.require_subcommand(1);
+  app.footer(
+      "\nLong reading and building shows a progress bar where standard error is a terminal,\n"
+      "under mpirun that of process 0.\n"
+      "\nStart with: pavex gather --generate poisson3d:20");
+  int exitCode = 0;
+  AddGather(app, job, exitCode);
+  AddPlan(app, job, exitCode);
+  AddSolve(app, job, exitCode);
+
+  std::string const first = argc > 1 ? argv[1] : "";
+  auto const isFirst = [&first](CLI::App* command) { return command->check_name(first); };
+  bool const known = !app.get_subcommands(isFirst).empty();
+  if (argc < 2) throw InputError("name a subcommand; see pavex --help");
+  if (!known && first[0] != '-')
+    throw InputError("unknown subcommand \"" + first + "\"; see pavex --help");
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::Success const& help) {
+    return job.Speaks() ? app.exit(help) : 0;
+  } catch (CLI::ParseError const& error) {
+    throw InputError(InOwnWords(app, error) + "; see pavex " + (known ? first + " " : "") +
+                     "--help");
+  }
+  return exitCode;
+}
+
+}  // namespace
+
+}  // namespace Pavex::Tool
+
+int main(int argc, char** argv) {
+#ifdef PAVEX_UMFPACK
+  Pavex::Tool::UseOneBlasThread(argv);
+#endif
+  std::signal(SIGXFSZ, SIG_IGN);  // what writes beyond the limit says so itself
+  Pavex::Tool::Job job;
+  try {
+    int const exitCode = Pavex::Tool::Run(job, argc, argv);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || !std::cout)
+      return job.Fail("cannot write to standard output");
+    job.Finish();
+    return exitCode;
+  } catch (std::bad_alloc const&) {
+    return job.Fail("not enough memory");
+  } catch (std::exception const& error) {
+    return job.Fail(Pavex::Tool::OneLine(error.what()));
+  }
+}

@@ -1,0 +1,100 @@
+// `pavex solve`: its options, and what becomes of the result.
+
+#include "tools/command/commands.h"
+#include "tools/command/common_options.h"
+#include "tools/files/whole_file.h"
+#include "tools/picture/plot_file.h"
+#include "tools/solve/draw_solve.h"
+#include "tools/solve/solve_job.h"
+#include "tools/source/open_source.h"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace Pavex::Tool {
+
+namespace {
+
+constexpr int kMostRhs = 10000;
+constexpr int kMostSteps = 10000;
+
+constexpr char const* kExamples =
+    "\nThe matrix is cut into one piece per rank, the right-hand sides into bands of rows. "
+    "Both\n"
+    "are gathered, the matrix is factored and the systems are solved where they arrive, and "
+    "the\n"
+    "solutions are scattered to the ranks, which compute the residuals together.\n"
+    "\nExamples:\n"
+    "  pavex solve A.mtx\n"
+    "      on 4 ranks, for a right-hand side with a known smooth solution\n"
+    "  pavex solve A.mtx --rhs-file b.mtx --output x.mtx\n"
+    "      for right-hand sides of your own\n"
+    "  pavex solve --generate poisson2d:200 --steps 3 --plot solution.png\n"
+    "      draw the solution on the grid, and the times of the four solves\n"
+    "  pavex solve --generate convection3d:30 --format csc --partition columns --steps 5\n"
+    "      five times more with values that changed, sent by updates\n"
+    "  pavex solve A.mtx --format csr --rhs 3 --ld 8 --to all --json report.json\n"
+    "      three right-hand sides with padded columns, solved on every rank\n"
+    "  mpirun -n 4 pavex solve A.mtx --format csr\n"
+    "      on 4 processes over MPI\n"
+    "\nBy default A is given as coordinates; the solvers take csc and csr without a copy.\n"
+    "A matrix has at most 2147483647 rows and entries, also with --index long. Entries that a\n"
+    "file repeats are summed before they are factored.\n";
+
+int Solve(SolveOptions const& options, Ranks& ranks) {
+  CheckSolve(options);
+  GatherOptions const& forOperator = options.mOperator;
+  CheckPlot(forOperator.mPlot, ranks);
+  if (ranks.FirstHere() == 0) RequireOutputs(forOperator);
+  auto const source = OpenSource(forOperator, ranks, false);
+  SolveResult const result = RunSolve(*source, options, ranks);
+  if (ranks.FirstHere() != 0) return 0;
+  std::fputs(InText(result.mReport).c_str(), stdout);
+  if (result.mOutput != nullptr) result.mOutput->Commit();
+  if (!forOperator.mJson.empty()) WriteWholeFile(forOperator.mJson, InJson(result.mReport));
+  if (!forOperator.mPlot.empty())
+    WriteWholeFile(forOperator.mPlot, DrawSolve(result, KindOfPicture(forOperator.mPlot)));
+  return 0;
+}
+
+void AddOptions(CLI::App& command, SolveOptions& options, CommonWords& words) {
+  AddInput(command, options.mOperator, "Matrix Market file of a square matrix");
+  AddCommon(command, options.mOperator, words, "coo, csr or csc");
+  CLI::Option* const rhs = AddNumber(command, "--rhs", options.mRhs, 1, kMostRhs,
+                                     "Number of right-hand sides with known solutions");
+  AddFile(command, "--rhs-file", options.mRhsFile,
+          "Matrix Market file of right-hand sides, one in each column")
+      ->option_text("FILE.mtx")
+      ->excludes(rhs);
+  AddNumber(command, "--steps", options.mSteps, 0, kMostSteps,
+            "Change the values and solve again that many times");
+  AddNumber(command, "--ld", options.mOperator.mPad, 0, kMostPad,
+            "Unused elements behind each column of a right-hand side");
+  AddFile(command, "--output", options.mOperator.mOutput, "Write the solutions to this file")
+      ->option_text("FILE.mtx");
+  AddReportFile(command, options.mOperator);
+  AddPlot(command, options.mOperator,
+          "Draw the solution and the times of the steps into this file");
+}
+
+}  // namespace
+
+void AddSolve(CLI::App& app, Job& job, int& exitCode) {
+  struct State {
+    SolveOptions mOptions;
+    CommonWords mWords;
+  };
+  auto const state = std::make_shared<State>();
+  CLI::App* const command = app.add_subcommand(
+      "solve", "Cut a matrix and right-hand sides into pieces, gather, solve and scatter");
+  command->footer(kExamples);
+  AddOptions(*command, state->mOptions, state->mWords);
+  command->callback([state, command, &job, &exitCode] {
+    Understand(state->mWords, state->mOptions.mOperator);
+    auto const ranks = MakeRanks(job, *command, state->mOptions.mOperator);
+    exitCode = Solve(state->mOptions, *ranks);
+  });
+}
+
+}  // namespace Pavex::Tool

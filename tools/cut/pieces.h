@@ -1,0 +1,43 @@
+// How a matrix is cut into one piece for each rank: arithmetic only, no entries.
+
+#pragma once
+
+#include "pavex/matrix/partition.h"
+#include "tools/choice/options.h"
+
+#include <vector>
+
+namespace Pavex::Tool {
+
+// The share of one rank: the entries numbered [mEntryBegin, mEntryEnd) in the order of the
+// source, of those inside the rows [mRowBegin, mRowEnd) and columns [mColBegin, mColEnd).
+// All 0-based.
+struct Piece {
+  long mRowBegin = 0;
+  long mRowEnd = 0;
+  long mColBegin = 0;
+  long mColEnd = 0;
+  long mEntryBegin = 0;
+  long mEntryEnd = 0;
+  MatrixPartition mPartition;
+
+  long Rows() const { return mRowEnd - mRowBegin; }
+  long Cols() const { return mColEnd - mColBegin; }
+};
+
+struct Extent {
+  long mRows = 0;
+  long mCols = 0;
+  long mEntries = 0;
+};
+
+// The piece of `rank`, one of `ranks`. Bands have the same number of rows (columns, entries) up
+// to one. Example: 10 rows on 4 ranks are cut into the bands [0, 2), [2, 5), [5, 7), [7, 10).
+// With Partition::ONE, `holder` has all and the others a 0 x 0 piece.
+// `cuts`, where given, are the first rows (columns, entries) of all bands but the first: the
+// cuts 1, 4, 9 give the bands [0, 1), [1, 4), [4, 9), [9, 10).
+// Throws InputError if a band would have no rows (columns, entries); one rank may have none.
+Piece CutPiece(Extent const& whole, Partition partition, int ranks, int rank, int holder,
+               std::vector<long> const& cuts = {});
+
+}  // namespace Pavex::Tool

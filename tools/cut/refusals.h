@@ -1,0 +1,32 @@
+// What `pavex gather` refuses to gather, beside a source with too many entries: what the
+// library would misunderstand, or has no counts for. All throw InputError with a remedy.
+
+#pragma once
+
+#include "tools/choice/options.h"
+#include "tools/cut/pieces.h"
+
+#include <vector>
+
+namespace Pavex::Tool {
+
+// More elements than a gather can place in a dense format.
+void RefuseTooLarge(Extent const& whole, GatherOptions const& options);
+
+// Of the records of all ranks.
+template <typename Record>
+std::vector<Extent> ExtentsOf(std::vector<Record> const& records) {
+  std::vector<Extent> extents;
+  extents.reserve(records.size());
+  for (Record const& record : records)
+    extents.push_back({record.mRows, record.mCols, record.mEntries});
+  return extents;
+}
+
+// A coordinate piece without entries, or any piece without rows or columns, would be taken for
+// one of a rank that has no part in the matrix; and a gather of values wants at least one from
+// every rank. `pieces` are those of all ranks.
+void RefuseEmptyPieces(std::vector<Extent> const& pieces, Extent const& whole,
+                       GatherOptions const& options);
+
+}  // namespace Pavex::Tool

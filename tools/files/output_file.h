@@ -1,0 +1,41 @@
+// Files that the command writes: whole or not at all.
+
+#pragma once
+
+#include "tools/choice/input_error.h"
+
+#include <string>
+#include <string_view>
+
+namespace Pavex::Tool {
+
+// Writes into a temporary file beside the target; Commit gives it its name. Destroyed without
+// Commit, or ended by a signal, it leaves no temporary file and an older target as it was. The
+// new file has the permissions of the older one, and a symbolic link keeps pointing at it. A
+// target that is no regular file, such as a pipe or /dev/stdout, is written directly. Every
+// member throws InputError with "path: cannot be written: fault". Not shared between threads.
+class OutputFile {
+ public:
+  explicit OutputFile(std::string path);
+  OutputFile(OutputFile const&) = delete;
+  OutputFile& operator=(OutputFile const&) = delete;
+  ~OutputFile();
+
+  void Write(std::string_view text);
+
+  // Makes sure that everything reached the disk and renames the file to the target.
+  void Commit();
+
+  [[noreturn]] void Fail(std::string const& fault) const;
+
+ private:
+  void OpenTemporary();
+  [[noreturn]] void FailSystem() const;  // with the text of errno
+
+  std::string mPath;
+  std::string mTarget;     // mPath behind symbolic links
+  std::string mTemporary;  // empty once it has its name, and where mPath is written directly
+  int mFile = -1;
+};
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,19 @@
+// The words and numbers that the reports for readers share.
+
+#pragma once
+
+#include "tools/choice/options.h"
+
+#include <string>
+
+namespace Pavex::Tool {
+
+// Appends what printf would print, at most 511 characters.
+__attribute__((format(printf, 2, 3))) void Append(std::string& text, char const* format, ...);
+
+double Megabytes(long bytes);
+
+// How the matrix was cut: "cut by rows", "whole on one rank".
+std::string Cut(Partition partition);
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,66 @@
+// The pattern of a gathered matrix, with the ranks that held its entries.
+
+#pragma once
+
+#include "tools/choice/options.h"
+#include "tools/gather/pattern_cells.h"
+#include "tools/gather/report.h"
+#include "tools/matrix/entries.h"
+
+#include <cstddef>
+#include <vector>
+
+namespace Pavex::Tool {
+
+// The elements of each rank's block, band by band. A matrix that every rank held counts as that
+// of rank 0.
+template <typename T>
+void AddDense(PavexMatrixStore const& store, std::vector<RankRecord> const& pieces,
+              Partition partition, PatternCells& cells) {
+  bool const rowMajor = store.type == STORE_DENSE_ROW_MAJOR;
+  auto const* const values = static_cast<T const*>(store.dense.values);
+  long const ld = store.dense.ld;
+  std::size_t const ranks = partition == Partition::ALL ? 1 : pieces.size();
+  for (std::size_t rank = 0; rank < ranks; ++rank) {
+    RankRecord const& piece = pieces[rank];
+    long const rowBegin = partition == Partition::ROWS ? piece.mBegin : 0;
+    long const colBegin = partition == Partition::COLUMNS ? piece.mBegin : 0;
+    cells.BeginRank(static_cast<int>(rank));
+    for (long row = rowBegin; row < rowBegin + piece.mRows; ++row)
+      for (long col = colBegin; col < colBegin + piece.mCols; ++col)
+        cells.Add(row, col, values[rowMajor ? row * ld + col : col * ld + row] == T{});
+  }
+}
+
+// The arrays of a gathered sparse matrix are those of the pieces one behind the other, rank
+// after rank. A matrix that every rank held has as many entries as that of rank 0.
+template <typename I>
+void AddSparse(MatrixBase const& gathered, std::vector<RankRecord> const& pieces,
+               PatternCells& cells) {
+  std::size_t rank = 0;
+  auto end = static_cast<std::size_t>(pieces[0].mEntries);
+  ForEachEntry<I>(gathered, [&](long row, long col, std::size_t k) {
+    if (k >= end) {
+      while (k >= end)
+        end += static_cast<std::size_t>(pieces[++rank].mEntries);
+      cells.BeginRank(static_cast<int>(rank));
+    }
+    cells.Add(row, col);
+  });
+}
+
+template <typename T, typename I>
+PatternCells PatternOf(MatrixBase const& gathered, std::vector<RankRecord> const& pieces,
+                       Partition partition) {
+  PavexMatrixStore store;
+  gathered.Query(store);
+  PatternCells cells(store.rows, store.cols);
+  if (store.type == STORE_DENSE_ROW_MAJOR || store.type == STORE_DENSE_COL_MAJOR)
+    AddDense<T>(store, pieces, partition, cells);
+  else
+    AddSparse<I>(gathered, pieces, cells);
+  cells.End();
+  return cells;
+}
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,76 @@
+// What `pavex gather` has to say at its end, for readers and for programs.
+
+#pragma once
+
+#include "pavex/aggregator/local_info.h"
+#include "tools/choice/options.h"
+#include "tools/cut/pieces.h"
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace Pavex::Tool {
+
+// What one rank held and what it ended up with. Plain data: travels between ranks as bytes.
+struct RankRecord {
+  // The piece. mBegin is the first global row or column of a band, else 0; bytes are those of
+  // its index and value arrays.
+  long mRows = 0;
+  long mCols = 0;
+  long mBegin = 0;
+  long mEntries = 0;
+  long mBytes = 0;
+
+  DistMatrixMode mMode = DISTRIBUTED;  // as the library decided
+
+  // The gathered matrix, on receivers. Its arrays are either new ones that arrived, or borrowed
+  // from the piece.
+  bool mReceiver = false;
+  long mGatheredRows = 0;
+  long mGatheredCols = 0;
+  long mGatheredEntries = 0;
+  long mArrivedBytes = 0;
+  long mBorrowedBytes = 0;
+
+  long mPeakPoolBytes = 0;  // of this rank's pool over the whole run
+
+  char mDifference[256] = "";  // the first that the check found; empty: verified
+};
+
+// A step that all ranks did together.
+struct Timing {
+  std::string mStep;    // "gather", "update", "scatter"
+  double mSeconds = 0;  // of the slowest rank
+  long mBytes = 0;      // that arrived on all ranks together
+
+  double GigabytesPerSecond() const {
+    return mSeconds > 0 ? static_cast<double>(mBytes) / mSeconds * 1e-9 : 0;
+  }
+};
+
+struct GatherReport {
+  CommKind mComm = CommKind::LOCAL;
+  std::string mInput;
+  std::string mField;
+  Extent mWhole;
+  GatherOptions mOptions;
+  ValueKind mValue = ValueKind::DOUBLE;
+  std::vector<RankRecord> mRanks;
+  std::vector<Timing> mTimings;
+
+  // How the library sees the pieces; the same on every rank.
+  char const* Mode() const { return DistMatrixModeStr(mRanks.front().mMode); }
+
+  // No rank found a difference, and at least one had something to check.
+  bool Verified() const;
+  // The first difference with its rank; empty if there is none.
+  std::string Difference() const;
+};
+
+// What was gathered and how: two lines.
+std::string Head(GatherReport const& report);
+std::string InText(GatherReport const& report);
+std::string InJson(GatherReport const& report);
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,49 @@
+// One rank's rows of the right-hand sides or of the solutions.
+
+#pragma once
+
+#include "pavex/matrix/dense.h"
+#include "tools/cut/pieces.h"
+#include "tools/matrix/piece_values.h"
+
+#include <vector>
+
+namespace Pavex::Tool {
+
+// Column-major with `pad` unused elements behind each column. Not movable: the matrix points
+// into the array, which a gathered matrix may borrow, so this outlives it.
+template <typename T, typename I>
+class DensePiece {
+ public:
+  // The rows of `place` of `count` columns; `rows` is the height of the whole.
+  DensePiece(Piece const& place, long rows, long count, long pad)
+      : mBegin(place.mRowBegin), mLd(place.Rows() + pad) {
+    long const cols = place.Rows() == 0 ? 0 : count;
+    mValues.assign(static_cast<std::size_t>(mLd * cols), GapValue<T>());
+    mMatrix = MatrixDense<T, I>::Borrow(place.Rows(), cols, false, mLd, mValues.data());
+    mMatrix.PlaceIn(rows, count, place.mPartition);
+  }
+  DensePiece(DensePiece const&) = delete;
+  DensePiece& operator=(DensePiece const&) = delete;
+
+  MatrixDense<T, I>& Matrix() { return mMatrix; }
+  MatrixDense<T, I> const& Matrix() const { return mMatrix; }
+  long Begin() const { return mBegin; }
+  long End() const { return mBegin + mMatrix.mRows; }
+
+  // The element at a global row that lies here.
+  T& At(long row, long column) {
+    return mValues[static_cast<std::size_t>(column * mLd + row - mBegin)];
+  }
+  T At(long row, long column) const {
+    return mValues[static_cast<std::size_t>(column * mLd + row - mBegin)];
+  }
+
+ private:
+  long mBegin;
+  long mLd;
+  std::vector<T> mValues;
+  MatrixDense<T, I> mMatrix;
+};
+
+}  // namespace Pavex::Tool

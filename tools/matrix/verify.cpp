@@ -1,0 +1,238 @@
+#include "tools/matrix/verify.h"
+
+#include "pavex/matrix/instances.h"
+#include "tools/matrix/piece_values.h"
+#include "tools/matrix/verify_rows.h"
+#include "tools/source/row_order.h"
+
+#include <algorithm>
+#include <complex>
+#include <cstdint>
+#include <vector>
+
+namespace Pavex::Tool {
+
+namespace {
+
+// Calls use(row, entries of the row in `chunk`: first, last) for the rows [begin, end) of the
+// source until it returns a difference. Takes the source in chunks of about a million entries.
+template <typename Use>
+std::string ForEachRow(Source const& source, long begin, long end, Use const& use) {
+  constexpr long kChunkEntries = 1 << 20;
+  Extent const& whole = source.Whole();
+  long const rowsAtOnce =
+      std::max(1L, kChunkEntries * whole.mRows / std::max(1L, whole.mEntries));
+  for (long from = begin; from < end; from += rowsAtOnce) {
+    long const to = std::min(end, from + rowsAtOnce);
+    Triplets const chunk = source.Rows(from, to);
+    std::size_t first = 0;
+    for (long row = from; row < to; ++row) {
+      std::size_t last = first;
+      while (last < chunk.Entries() && chunk.mRow[last] == row)
+        ++last;
+      std::string difference = use(row, chunk, first, last);
+      if (!difference.empty()) return difference;
+      first = last;
+    }
+  }
+  return "";
+}
+
+// The gathered sparse matrix, seen row by row whatever its storage.
+template <typename T, typename I>
+class SparseRows {
+ public:
+  SparseRows(PavexMatrixStore const& store, long entries, bool withValues)
+      : mRows(store.rows), mCols(store.cols), mEntries(static_cast<std::size_t>(entries)) {
+    if (store.type == STORE_COO_0) {
+      mRow = static_cast<I const*>(store.coo.row);
+      mCol = static_cast<I const*>(store.coo.col);
+      if (withValues) mValues = static_cast<T const*>(store.coo.values);
+      return;
+    }
+    mCompressed = true;
+    mByRows = store.type == STORE_CSR_0;
+    mOffsets = static_cast<I const*>(store.csr.ptr);
+    (mByRows ? mCol : mRow) = static_cast<I const*>(store.csr.idx);
+    if (withValues) mValues = static_cast<T const*>(store.csr.values);
+  }
+
+  // Whether every entry lies inside the matrix; must be asked first, and prepares the rows.
+  std::string FindFault() {
+    std::string fault = mCompressed ? FindFaultInOffsets() : "";
+    for (std::size_t k = 0; fault.empty() && k < mEntries; ++k) {
+      bool const rowInside = mRow == nullptr || (mRow[k] >= 0 && mRow[k] < mRows);
+      bool const colInside = mCol == nullptr || (mCol[k] >= 0 && mCol[k] < mCols);
+      if (!rowInside || !colInside)
+        fault = "entry " + std::to_string(k) + " lies outside the matrix";
+    }
+    if (fault.empty() && mRow != nullptr) Order();
+    return fault;
+  }
+
+  // Appends the entries of `row`, which grows from call to call.
+  void Append(long row, std::vector<Item<T>>& items) {
+    if (mByRows) {
+      for (std::size_t k = Offset(row); k < Offset(row + 1); ++k)
+        items.push_back({static_cast<long>(mCol[k]), Value(k)});
+      return;
+    }
+    for (; mNext < mOrder.size() && mRow[mOrder[mNext]] == row; ++mNext) {
+      std::size_t const k = mOrder[mNext];
+      items.push_back({mCol != nullptr ? static_cast<long>(mCol[k]) : mColumn[k], Value(k)});
+    }
+  }
+
+ private:
+  std::string FindFaultInOffsets() const {
+    long const count = mByRows ? mRows : mCols;
+    if (mOffsets == nullptr) return "no offsets arrived";
+    for (long i = 0; i < count; ++i)
+      if (mOffsets[i + 1] < mOffsets[i])
+        return "offset " + std::to_string(i + 1) + " is below the one before";
+    if (Offset(count) != mEntries)
+      return "the offsets span " + std::to_string(Offset(count)) + " entries instead of " +
+             std::to_string(mEntries);
+    return "";
+  }
+
+  void Order() {
+    mOrder = OrderByRow(mEntries, mRows, [this](std::size_t k) { return mRow[k]; });
+    if (!mCompressed) return;
+    mColumn.resize(mEntries);
+    for (long col = 0; col < mCols; ++col)
+      std::fill(mColumn.begin() + static_cast<long>(Offset(col)),
+                mColumn.begin() + static_cast<long>(Offset(col + 1)),
+                static_cast<std::int32_t>(col));
+  }
+
+  std::size_t Offset(long i) const {
+    return static_cast<std::size_t>(mOffsets[i] - mOffsets[0]);
+  }
+  T Value(std::size_t k) const { return mValues != nullptr ? mValues[k] : T{}; }
+
+  long mRows;
+  long mCols;
+  std::size_t mEntries;
+  bool mCompressed = false;
+  bool mByRows = false;               // compressed by rows
+  I const* mOffsets = nullptr;        // compressed only
+  I const* mRow = nullptr;            // of each entry; coo and csc
+  I const* mCol = nullptr;            // of each entry; coo and csr
+  T const* mValues = nullptr;         // null: the pattern counts only
+  std::vector<std::uint32_t> mOrder;  // the entries by row, for those that are not
+  std::size_t mNext = 0;              // the first of the next row in mOrder
+  std::vector<std::int32_t> mColumn;  // of each entry; csc
+};
+
+template <typename T, typename I>
+std::string FindSparseDifference(PavexMatrixStore const& store, long entries,
+                                 Source const& source, Expectation const& expected) {
+  if (entries != source.Whole().mEntries)
+    return std::to_string(entries) + " entries instead of " +
+           std::to_string(source.Whole().mEntries);
+  SparseRows<T, I> rows(store, entries, expected.mWithValues);
+  std::string fault = rows.FindFault();
+  if (!fault.empty()) return fault;
+
+  std::vector<Item<T>> wanted;
+  std::vector<Item<T>> found;
+  auto const compare = [&](long row, Triplets const& chunk, std::size_t first,
+                           std::size_t last) {
+    wanted.clear();
+    found.clear();
+    for (std::size_t k = first; k < last; ++k) {
+      long const col = chunk.mCol[k];
+      T const value = expected.mWithValues ? InputValue<T>(chunk, k) : T{};
+      wanted.push_back({col, AfterSteps(value, row, col, expected.mSteps)});
+    }
+    rows.Append(row, found);
+    return FindDifferenceInRow(row, wanted, found);
+  };
+  return ForEachRow(source, 0, source.Whole().mRows, compare);
+}
+
+template <typename T>
+std::string FindFaultInGaps(T const* values, long ld, long runs, long length) {
+  T const gap = GapValue<T>();
+  for (long run = 0; run + 1 < runs; ++run)
+    for (long k = length; k < ld; ++k)
+      if (CompareBits(values[run * ld + k], gap) != 0)
+        return "the gap behind run " + std::to_string(run) + " was written to";
+  return "";
+}
+
+}  // namespace
+
+template <typename T>
+std::string FindDifferenceInBlock(T const* values, long ld, bool rowMajor, Piece const& piece,
+                                  Source const& source, int steps) {
+  std::vector<T> wanted(static_cast<std::size_t>(piece.Cols()));
+  auto const compare = [&](long row, Triplets const& chunk, std::size_t first,
+                           std::size_t last) -> std::string {
+    std::fill(wanted.begin(), wanted.end(), T{});
+    for (std::size_t k = first; k < last; ++k) {
+      long const col = chunk.mCol[k];
+      if (col >= piece.mColBegin && col < piece.mColEnd)
+        wanted[static_cast<std::size_t>(col - piece.mColBegin)] += InputValue<T>(chunk, k);
+    }
+    long const r = row - piece.mRowBegin;
+    for (long c = 0; c < piece.Cols(); ++c) {
+      long const col = piece.mColBegin + c;
+      T const value = AfterSteps(wanted[static_cast<std::size_t>(c)], row, col, steps);
+      T const& found = values[rowMajor ? r * ld + c : c * ld + r];
+      if (CompareBits(value, found) != 0)
+        return "the element at " + At(row, col) + " is " + InWords(found) + " instead of " +
+               InWords(value);
+    }
+    return "";
+  };
+  if (piece.Rows() == 0 || piece.Cols() == 0) return "";
+  std::string difference = ForEachRow(source, piece.mRowBegin, piece.mRowEnd, compare);
+  if (!difference.empty()) return difference;
+  return rowMajor ? FindFaultInGaps(values, ld, piece.Rows(), piece.Cols())
+                  : FindFaultInGaps(values, ld, piece.Cols(), piece.Rows());
+}
+
+template <typename T, typename I>
+std::string FindDifference(MatrixBase const& gathered, Source const& source,
+                           Expectation const& expected) {
+  Extent const& whole = source.Whole();
+  PavexMatrixStore store;
+  gathered.Query(store);
+  if (store.rows != whole.mRows || store.cols != whole.mCols)
+    return std::to_string(store.rows) + " x " + std::to_string(store.cols) + " instead of " +
+           std::to_string(whole.mRows) + " x " + std::to_string(whole.mCols);
+  if (store.type != StoreTypeOf(expected.mFormat))
+    return "store type " + std::to_string(store.type) + " instead of " +
+           std::to_string(StoreTypeOf(expected.mFormat));
+  bool const hasEntries = gathered.NNZ() > 0;
+  if (hasEntries && gathered.HasValues() != expected.mWithValues)
+    return expected.mWithValues ? "no values arrived" : "values arrived although none were due";
+  if (!IsDense(expected.mFormat))
+    return FindSparseDifference<T, I>(store, gathered.NNZ(), source, expected);
+
+  Piece all;
+  all.mRowEnd = whole.mRows;
+  all.mColEnd = whole.mCols;
+  bool const rowMajor = expected.mFormat == Format::DENSE_ROW;
+  auto const* const values = static_cast<T const*>(store.dense.values);
+  return FindDifferenceInBlock(values, store.dense.ld, rowMajor, all, source, expected.mSteps);
+}
+
+#define PAVEX_VERIFY(T, I)                                                    \
+  template std::string FindDifference<T, I>(MatrixBase const&, Source const&, \
+                                            Expectation const&);
+PAVEX_FOR_EACH_INSTANCE(PAVEX_VERIFY)
+#undef PAVEX_VERIFY
+
+#define PAVEX_VERIFY(T)                                                             \
+  template std::string FindDifferenceInBlock<T>(T const*, long, bool, Piece const&, \
+                                                Source const&, int);
+PAVEX_VERIFY(float)
+PAVEX_VERIFY(double)
+PAVEX_VERIFY(std::complex<float>)
+PAVEX_VERIFY(std::complex<double>)
+#undef PAVEX_VERIFY
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,62 @@
+// What a gather will do, worked out before anything moves: from the counts of the pieces alone,
+// with the library's own decision.
+
+#pragma once
+
+#include "pavex/aggregator/local_info.h"
+#include "tools/choice/options.h"
+#include "tools/cut/pieces.h"
+#include "tools/source/source.h"
+
+#include <string>
+#include <vector>
+
+namespace Pavex::Tool {
+
+struct PlanRank {
+  // The piece, as in the report of a gather.
+  long mRows = 0;
+  long mCols = 0;
+  long mBegin = 0;
+  long mEntries = 0;
+  long mBytes = 0;
+
+  bool mReceiver = false;
+  int mCalls = 0;          // of the communicator, Rank and Size not counted
+  long mMessages = 0;      // contributions of other ranks that this one receives
+  long mMessageBytes = 0;  // and their bytes
+  long mPeakPoolBytes = 0;
+};
+
+struct Plan {
+  std::string mInput;
+  std::string mField;
+  Extent mWhole;
+  GatherOptions mOptions;
+  ValueKind mValue = ValueKind::DOUBLE;
+
+  // What the library says about the pieces.
+  bool mAccepted = false;
+  DistMatrixMode mMode = DISTRIBUTED;  // if accepted, as are the numbers of the ranks
+  std::string mDescription;
+
+  // The gathered matrix.
+  long mRows = 0;
+  long mCols = 0;
+  long mEntries = 0;
+
+  std::vector<PlanRank> mRanks;
+  std::vector<std::string> mWarnings;
+
+  long Messages() const;
+  long MessageBytes() const;
+};
+
+// Of a gather with mRanks ranks; local. Updates and scatters are not planned. Throws InputError
+// for pieces that cannot be cut, and for more entries than it can count the bytes of.
+Plan MakePlan(Source const& source, GatherOptions const& options);
+
+std::string InText(Plan const& plan);
+std::string InJson(Plan const& plan);
+
+}  // namespace Pavex::Tool

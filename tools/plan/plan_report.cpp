@@ -1,0 +1,99 @@
+// What `pavex plan` prints.
+
+#include "pavex/runtime/version.h"
+#include "tools/files/report_text.h"
+#include "tools/plan/plan.h"
+
+#include <nlohmann/json.hpp>
+
+namespace Pavex::Tool {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+void AppendRank(std::size_t number, PlanRank const& rank, std::string& text) {
+  Append(text, "  %4zu  %10ld  %10ld  %10ld  %10ld  %10.3f  %8s  %8ld  %11.3f  %12.3f\n",
+         number, rank.mRows, rank.mCols, rank.mBegin, rank.mEntries, Megabytes(rank.mBytes),
+         rank.mReceiver ? "yes" : "-", rank.mMessages, Megabytes(rank.mMessageBytes),
+         Megabytes(rank.mPeakPoolBytes));
+}
+
+Json RankJson(std::size_t number, PlanRank const& rank) {
+  return {{"rank", number},
+          {"rows", rank.mRows},
+          {"columns", rank.mCols},
+          {"begin", rank.mBegin},
+          {"entries", rank.mEntries},
+          {"bytes", rank.mBytes},
+          {"receives", rank.mReceiver},
+          {"calls", rank.mCalls},
+          {"messages", rank.mMessages},
+          {"messageBytes", rank.mMessageBytes},
+          {"peakPoolBytes", rank.mPeakPoolBytes}};
+}
+
+}  // namespace
+
+std::string InText(Plan const& plan) {
+  GatherOptions const& options = plan.mOptions;
+  std::string text = plan.mInput + ": " + std::to_string(plan.mWhole.mRows) + " x " +
+                     std::to_string(plan.mWhole.mCols) + ", " +
+                     std::to_string(plan.mWhole.mEntries) + " entries, " + plan.mField + "\n";
+  text += std::string(NameOf(options.mFormat)) + " of " + NameOf(plan.mValue) + " with " +
+          NameOf(options.mIndex) + " indices, partition " + NameOf(options.mPartition) +
+          (options.mWithValues ? "" : ", the pattern alone") + "\n\n";
+  if (!plan.mAccepted) {
+    text += plan.mDescription;
+  } else {
+    text += std::string("pieces, mode ") + DistMatrixModeStr(plan.mMode) + "\n";
+    text +=
+        "  rank        rows     columns       begin     entries          MB  receives  messages"
+        "  MB received  peak pool MB\n";
+    for (std::size_t rank = 0; rank < plan.mRanks.size(); ++rank)
+      AppendRank(rank, plan.mRanks[rank], text);
+    Append(text, "\ngathered: %ld x %ld, %ld entries, on %s\n", plan.mRows, plan.mCols,
+           plan.mEntries, options.mToAll ? "every rank" : "rank 0");
+    Append(text, "messages: %ld with %.3f MB\n", plan.Messages(),
+           Megabytes(plan.MessageBytes()));
+  }
+  for (std::string const& warning : plan.mWarnings)
+    text += "warning: " + warning + "\n";
+  return text;
+}
+
+std::string InJson(Plan const& plan) {
+  GatherOptions const& options = plan.mOptions;
+  Json ranks = Json::array();
+  for (std::size_t rank = 0; rank < plan.mRanks.size(); ++rank)
+    ranks.push_back(RankJson(rank, plan.mRanks[rank]));
+  Json json = {{"command", "plan"},
+               {"version", PavexVersion()},
+               {"input", plan.mInput},
+               {"rows", plan.mWhole.mRows},
+               {"columns", plan.mWhole.mCols},
+               {"entries", plan.mWhole.mEntries},
+               {"field", plan.mField},
+               {"ranks", plan.mRanks.size()},
+               {"format", NameOf(options.mFormat)},
+               {"partition", NameOf(options.mPartition)},
+               {"value", NameOf(plan.mValue)},
+               {"index", NameOf(options.mIndex)},
+               {"withValues", options.mWithValues},
+               {"to", options.mToAll ? "all" : "root"},
+               {"accepted", plan.mAccepted}};
+  if (plan.mAccepted) {
+    json["mode"] = DistMatrixModeStr(plan.mMode);
+    json["gathered"] = {
+        {"rows", plan.mRows}, {"columns", plan.mCols}, {"entries", plan.mEntries}};
+    json["messages"] = plan.Messages();
+    json["messageBytes"] = plan.MessageBytes();
+  }
+  json["pieces"] = ranks;
+  json["description"] = plan.mDescription;
+  json["warnings"] = plan.mWarnings;
+  // A file name may hold any bytes; those that are no UTF-8 are replaced.
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,42 @@
+// The one place where the command meets MPI.
+
+#pragma once
+
+#include "pavex/runtime/comm.h"
+#include "tools/ranks/launch.h"
+
+#include <memory>
+#include <string>
+
+namespace Pavex::Tool {
+
+// This process as one of an MPI job. Initialises MPI when it is made; Finish finalises it.
+class MpiProcess {
+ public:
+  virtual ~MpiProcess() = default;
+
+  // Over all processes of the job.
+  virtual std::shared_ptr<Comm> const& World() const = 0;
+
+  // Whether every process of the job calls this within `seconds`. Collective if they do, and
+  // does not wait longer if they do not.
+  virtual bool AllArrive(double seconds) const = 0;
+
+  // Ends the job when all processes have come to their end; collective. No operation of World
+  // may follow.
+  virtual void Finish() = 0;
+
+  // Ends the whole job at once, wherever the other processes are.
+  [[noreturn]] virtual void Abort() const = 0;
+};
+
+// The MPI that this build uses: its kind, and its name for messages. Without MPI the kind is
+// UNKNOWN and the name is empty.
+MpiKind OwnMpi();
+std::string OwnMpiName();
+
+// At most once in a process. Throws JobError if MPI cannot be used; a null pointer in a build
+// without MPI.
+std::unique_ptr<MpiProcess> StartMpi();
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,45 @@
+// The working cycle of a solver: pieces on every rank, gathered, factored, solved, the
+// solutions scattered, and again with new values.
+
+#pragma once
+
+#include "tools/choice/solve_options.h"
+#include "tools/ranks/ranks.h"
+#include "tools/solve/grid.h"
+#include "tools/solve/solve_report.h"
+#include "tools/source/matrix_market.h"
+#include "tools/source/source.h"
+
+#include <memory>
+#include <vector>
+
+namespace Pavex::Tool {
+
+// What all ranks of the process read. Immutable.
+struct SolveProblem {
+  Source const& mSource;
+  SolveOptions const& mOptions;
+  Grid mGrid;
+  long mUnknowns = 0;
+  long mCount = 0;               // right-hand sides
+  std::unique_ptr<Source> mRhs;  // null: made from the known solution
+};
+
+struct SolveResult {
+  SolveReport mReport;
+  Grid mGrid;
+  // Where rank 0 lives: the real parts of the first solution of the last step.
+  std::vector<double> mSolution;
+  // Likewise, and if options ask for it: all solutions of the last step on their way into the
+  // file, to be committed.
+  std::unique_ptr<MatrixMarketWriter> mOutput;
+};
+
+// The rows of the right-hand sides that go with the piece of the operator on `rank`, one of
+// `ranks`; `whole` is the extent of the operator. Throws InputError.
+Piece CutRows(Extent const& whole, GatherOptions const& options, int ranks, int rank);
+
+// Throws InputError for input that cannot be solved, JobError for a failed operation or solve.
+SolveResult RunSolve(Source const& source, SolveOptions const& options, Ranks& ranks);
+
+}  // namespace Pavex::Tool

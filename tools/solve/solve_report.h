@@ -1,0 +1,66 @@
+// What `pavex solve` has to say at its end, for readers and for programs.
+
+#pragma once
+
+#include "tools/choice/solve_options.h"
+
+#include <string>
+#include <vector>
+
+namespace Pavex::Tool {
+
+// A transfer that all ranks took part in: the time of the slowest, the bytes that arrived on
+// all together.
+struct Transfer {
+  double mSeconds = 0;
+  long mBytes = 0;
+};
+
+// How well the solutions of one step fit, as the largest over all right-hand sides.
+struct Accuracy {
+  double mNormwise = 0;       // |b - A x| / (|A| |x| + |b|), maximum norms
+  double mComponentwise = 0;  // largest of |r_i| / (|A| |x| + |b|)_i
+  double mError = 0;          // |x - exact| / |exact|; without a known solution not set
+};
+
+// One solve. The first gathers, the others update.
+struct SolveStep {
+  Transfer mOperator;
+  Transfer mRhs;
+  double mAnalyseSeconds = 0;  // of the first step
+  double mFactorSeconds = 0;
+  double mSolveSeconds = 0;
+  Transfer mScatter;
+  Accuracy mAccuracy;
+
+  double AggregationSeconds() const {
+    return mOperator.mSeconds + mRhs.mSeconds + mScatter.mSeconds;
+  }
+  double SolverSeconds() const { return mAnalyseSeconds + mFactorSeconds + mSolveSeconds; }
+};
+
+struct SolveReport {
+  SolveOptions mOptions;
+  std::string mInput;
+  std::string mField;
+  ValueKind mValue = ValueKind::DOUBLE;
+  long mUnknowns = 0;
+  long mEntries = 0;
+  int mRanks = 0;
+  std::string mSolver;   // as SparseLu::Name
+  std::string mReading;  // as SparseLu::Reading
+  bool mKnowsError = false;
+  std::vector<SolveStep> mSteps;
+
+  double AggregationSeconds() const;
+  double SolverSeconds() const;
+  // The aggregation's part of both, from 0 to 1.
+  double AggregationShare() const;
+};
+
+// What was solved and how: four lines.
+std::string Head(SolveReport const& report);
+std::string InText(SolveReport const& report);
+std::string InJson(SolveReport const& report);
+
+}  // namespace Pavex::Tool

@@ -1,0 +1,60 @@
+// The direct solvers behind one interface.
+
+#pragma once
+
+#include "pavex/matrix/matrix_base.h"
+#include "tools/choice/job_error.h"
+
+#include <memory>
+#include <string>
+
+namespace Pavex::Tool {
+
+// `count` columns of `rows` elements, `ld` apart.
+template <typename T>
+struct DenseView {
+  T* mValues;
+  long mRows;
+  long mCount;
+  long mLd;
+
+  T* Column(long j) const { return mValues + j * mLd; }
+};
+
+// The LU factors of one gathered operator. Local; used by one thread. A matrix that is
+// (numerically) singular and memory that does not suffice throw JobError.
+template <typename T, typename I>
+class SparseLu {
+ public:
+  virtual ~SparseLu() = default;
+
+  // As in "UMFPACK 5.7.9, umfpack_di".
+  virtual std::string Name() const = 0;
+
+  // Orders the unknowns for the pattern of `gathered`, a square sparse matrix with values.
+  virtual void Analyse(MatrixBase const& gathered) = 0;
+
+  // Computes the factors for the values of `gathered`, which has the analysed pattern.
+  virtual void Factor(MatrixBase const& gathered) = 0;
+
+  // Solves for each column of `b` into that of `x`, with iterative refinement. The arrays of
+  // the matrix factored last must be as they were then.
+  virtual void Solve(DenseView<T const> const& b, DenseView<T> const& x) = 0;
+
+  // How the arrays of the matrix were taken, as in "csr in place, as the transpose".
+  virtual std::string Reading() const = 0;
+};
+
+// UMFPACK for double and complex double where the build has it, else the solver of Eigen.
+template <typename T, typename I>
+std::unique_ptr<SparseLu<T, I>> MakeSparseLu();
+
+// Claims what MakeSparseLu's solver has to have before the matrix takes the memory. Throws
+// JobError.
+template <typename T, typename I>
+void ReserveSparseLu();
+
+// What `pavex --version` says of the solvers and of the licence that follows from them.
+std::string SolversAndLicence();
+
+}  // namespace Pavex::Tool
