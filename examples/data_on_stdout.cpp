@@ -1,6 +1,6 @@
-// Data on standard output without the lines of the library's log: descriptor 1 is pointed to
-// standard error, and the data goes to the old descriptor. Two ranks gather a matrix, and then
-// pieces that do not fit together; the log lines of that refusal do not reach the data.
+// Prints data on standard output without the lines of the library's log. It points descriptor 1
+// to standard error and prints the data to the old descriptor. Two ranks gather a matrix, and
+// then pieces that do not fit together; the log lines of that refusal do not reach the data.
 // Run: build/openmpi/examples/data_on_stdout (no arguments, no MPI)
 #include <cstdio>
 #include <memory>
@@ -9,7 +9,8 @@
 #include <pavex/comm/local_comm.h>
 #include <pavex/pavex.h>
 
-// Gathers two rows from each rank, the second rank's from row `second` on; rank 0 prints them.
+// Gathers two rows from each rank. The second rank's rows begin at `second`. Rank 0 prints
+// them.
 void Gather(std::shared_ptr<Pavex::Comm> const& comm, long second, std::FILE* data) {
   double values[] = {1, 2, 3, 4};
   auto piece = Pavex::MatrixDense<double, int>::Borrow(2, 2, true, 2, values);

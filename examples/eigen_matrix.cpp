@@ -1,7 +1,7 @@
-// Matrices of Eigen in and out, without a conversion: three ranks hold columns of a sparse
-// matrix and rows of a right-hand side as Eigen objects; rank 0 sees both whole, as Eigen
-// objects again, and solves; the solution returns into the vector of each rank. Needs Eigen 3.3
-// or later. Run: build/openmpi/examples/eigen_matrix (no arguments, no MPI)
+// Gathers Eigen matrices without a copy. Three ranks hold columns of a sparse matrix and rows
+// of a right-hand side as Eigen objects. Rank 0 views both whole as Eigen objects and solves.
+// The solution returns into the vector of each rank. Needs Eigen 3.3 or later.
+// Run: build/openmpi/examples/eigen_matrix (no arguments, no MPI)
 #include <Eigen/SparseLU>
 #include <cstdio>
 #include <stdexcept>
@@ -14,13 +14,12 @@
 constexpr int kSize = 50;
 using Sparse = Eigen::SparseMatrix<double>;  // column-major: a MatrixCSC for Pavex
 
-// LocalComm ends all ranks when one throws, and passes the exception on to main.
+// LocalComm ends all ranks when one throws, and main receives the exception.
 void Check(PavexStatus status) {
   if (status != Pavex::STATUS_OK) throw std::runtime_error(PavexStatusStr(status));
 }
 
-// Columns `begin` to `end` - 1 of a matrix whose diagonal is 4 and whose neighbours are -1
-// below and -2 above.
+// Columns `begin` to `end` - 1 of a matrix with 4 on the diagonal, -1 below it and -2 above it.
 Sparse Columns(int begin, int end) {
   std::vector<Eigen::Triplet<double>> entries;
   for (int j = begin; j < end; ++j) {
@@ -30,7 +29,7 @@ Sparse Columns(int begin, int end) {
   }
   Sparse columns(kSize, end - begin);
   columns.setFromTriplets(entries.begin(), entries.end());
-  return columns;  // compressed, as pieces must be
+  return columns;  // setFromTriplets compresses, and pieces must be compressed
 }
 
 void Work(std::shared_ptr<Pavex::Comm> const& comm) {
@@ -52,8 +51,8 @@ void Work(std::shared_ptr<Pavex::Comm> const& comm) {
     auto const a = Pavex::ViewAsEigen<Sparse>(*system.Target());
     auto x = Pavex::ViewAsEigen<Eigen::VectorXd>(*solution.Target());
     Eigen::VectorXd const b = x;
-    Eigen::SparseLU<Sparse> lu(a);  // copies: it permutes and factors
-    x = lu.solve(b);                // into the gathered matrix
+    Eigen::SparseLU<Sparse> lu(a);  // copies the matrix
+    x = lu.solve(b);                // writes into the gathered matrix
     double const residual = (a * x - b).norm() / b.norm();
     std::printf("%ld x %ld, %ld entries, residual below 1e-14: %s\n", a.rows(), a.cols(),
                 a.nonZeros(), residual < 1e-14 ? "yes" : "no");

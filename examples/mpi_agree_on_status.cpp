@@ -1,6 +1,6 @@
-// A step that can fail on one process alone - reading its share of a matrix, say - and how all
-// processes agree on what came out before they enter the next collective step, so that none is
-// left waiting there. The argument names the rank that fails here; without it none does.
+// Agrees on a status after a step that can fail on one process alone, such as reading a share
+// of a matrix. All processes then enter the next collective step, or none does, so no process
+// waits there for another. The argument names the rank that fails; without it no rank fails.
 // Run: mpirun -n 4 build/openmpi/examples/mpi_agree_on_status 2
 #include <cstdio>
 #include <cstdlib>
@@ -8,8 +8,8 @@
 #include <pavex/comm/mpi_comm.h>
 #include <pavex/pavex.h>
 
-// The worst status of all processes, the same on every one: the lowest if any is negative, else
-// the highest, for an application's own codes may be positive. Collective.
+// Returns the worst status of all processes, the same on every one: the lowest if any is
+// negative, else the highest, because an application's own codes may be positive. Collective.
 PavexStatus Agree(Pavex::Comm const& comm, PavexStatus mine) {
   long const signs[2] = {mine, -static_cast<long>(mine)};
   long worst[2] = {};
@@ -19,14 +19,14 @@ PavexStatus Agree(Pavex::Comm const& comm, PavexStatus mine) {
   return static_cast<PavexStatus>(worst[0] != 0 ? worst[0] : -worst[1]);
 }
 
-// The local step.
+// A local step that fails on one rank.
 PavexStatus ReadShare(int rank, int failingRank, double& share) {
   if (rank == failingRank) return Pavex::STATUS_OUT_OF_MEMORY;
   share = rank + 1;
   return Pavex::STATUS_OK;
 }
 
-// One diagonal entry for each process.
+// Gathers one diagonal entry from each process.
 PavexStatus Gather(std::shared_ptr<Pavex::Comm> const& comm, double& share) {
   int const rank = comm->Rank();
   int ptr[] = {0, 1};
@@ -46,7 +46,7 @@ PavexStatus Work(int failingRank) {
   double share = 0;
   PavexStatus const worst = Agree(*comm, ReadShare(comm->Rank(), failingRank, share));
   if (comm->Rank() == 0) std::printf("reading: %s\n", PavexStatusStr(worst));
-  if (worst != Pavex::STATUS_OK) return worst;  // on every process, so nobody waits
+  if (worst != Pavex::STATUS_OK) return worst;  // on every process, so no process waits
   return Gather(comm, share);
 }
 

@@ -1,7 +1,7 @@
-// What a program prints when a pool cannot get the memory for a gather: the process, the size
-// of the refused request and the bytes in use. The log line says "Out of memory" and no more.
-// Two ranks gather a dense matrix that no machine can hold; rank 0 has no room for it. Run:
-// build/openmpi/examples/out_of_memory (no arguments, no MPI)
+// Prints the rank, the size of the refused request and the bytes in use when a pool cannot get
+// the memory for a gather. The log line says only "Out of memory". Two ranks gather a dense
+// matrix that no machine can hold; rank 0 has no room for it.
+// Run: build/openmpi/examples/out_of_memory (no arguments, no MPI)
 #include <cstdio>
 #include <memory>
 

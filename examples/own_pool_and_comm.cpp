@@ -1,6 +1,6 @@
-// An application's own memory pool and communicator, as small as they come: a pool with a
-// budget, and two processes that talk over a pair of sockets. Statuses of one's own are passed
-// on unchanged. Run: build/openmpi/examples/own_pool_and_comm (no arguments, no MPI)
+// Gathers with an application's own memory pool and communicator: a pool with a budget, and two
+// processes that communicate over a pair of sockets. The library returns the statuses of both
+// unchanged. Run: build/openmpi/examples/own_pool_and_comm (no arguments, no MPI)
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -26,7 +26,8 @@ struct BudgetPool : MemoryPool {
   std::size_t mLeft = 4096;
 };
 
-// Ranks 0 and 1 at the ends of a stream, which keeps messages in order whatever their tags.
+// Ranks 0 and 1 at the ends of a stream. The stream keeps messages in order, so it ignores
+// tags.
 struct SocketComm : Comm {
   SocketComm(int socket, int rank) : mSocket(socket), mRank(rank), mPeer(1 - rank) {}
   int Rank() const override { return mRank; }

@@ -1,6 +1,6 @@
-// The ways in which a matrix may lie over the ranks, and how each of them is told to the
-// library: bands of rows, bands of columns, any share of the entries, whole on one rank, whole
-// on every rank. Two ranks gather the same 4 x 4 matrix from all of them:
+// Gathers the same 4 x 4 matrix from two ranks in every way in which it may lie over them:
+// bands of rows, bands of columns, any share of the entries, whole on one rank, whole on every
+// rank:
 //   11 12  .  .
 //    . 22  . 24
 //   31  . 33  .
@@ -52,7 +52,7 @@ void BandsOfColumns(std::shared_ptr<Comm> const& comm, long rank) {
   Show("bands of columns", comm, piece);
 }
 
-// Laid side by side again on the receiver.
+// The receiver reorders these: in a row-major matrix, bands of columns lie side by side.
 void DenseBandsOfColumns(std::shared_ptr<Comm> const& comm, long rank) {
   double values[2][8] = {{11, 12, 0, 22, 31, 0, 0, 0}, {0, 0, 0, 24, 33, 0, 43, 44}};
   auto piece = Dense::Borrow(4, 2, true, 2, values[rank]);

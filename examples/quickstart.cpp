@@ -1,6 +1,6 @@
-// Two ranks hold two rows each of a 4 x 4 matrix; rank 0 gathers it, then gets new values.
+// Gathers a 4 x 4 matrix from two ranks with two rows each onto rank 0, then sends new values.
 // Run: build/openmpi/examples/quickstart (no arguments, no MPI)
-// As short as it reads on the front page:
+// README.md shows this program, so its lines are short:
 // clang-format off
 #include <pavex/comm/local_comm.h>
 #include <pavex/pavex.h>

@@ -1,6 +1,6 @@
-// What a program prints when its pieces do not fit together: a text that names the processes,
-// both values and what was expected, the same on every process. Two ranks hold bands with a row
-// missing between them. Run: build/openmpi/examples/refused_gather (no arguments, no MPI)
+// Prints why a gather was refused: a text that names the processes, both values and what was
+// expected. Every process has the same text. Two ranks hold bands with a row missing between
+// them. Run: build/openmpi/examples/refused_gather (no arguments, no MPI)
 #include <cstdio>
 #include <memory>
 
@@ -20,6 +20,6 @@ void Work(std::shared_ptr<Pavex::Comm> const& comm) {
 }
 
 int main() {
-  Pavex::Log::mMaxLogLevel = -1;  // without the lines of the library, which name no process
+  Pavex::Log::mMaxLogLevel = -1;  // no log lines: they do not name a process
   Pavex::LocalComm::Run(2, Work);
 }

@@ -1,8 +1,8 @@
-// The cycle of a solver: four ranks hold the rows of a tridiagonal system and their share of
-// its right-hand side; rank 0 gathers both and solves; Scatter brings each rank its share of
-// the solution, into the array that held its right-hand side. The system is -u'' = 2 on the
-// unit interval with u = 0 at both ends, whose solution u = x (1 - x) it meets exactly. Run:
-// build/openmpi/examples/scatter_solution (no arguments, no MPI)
+// Runs the cycle of a solver. Four ranks hold the rows of a tridiagonal system and their share
+// of its right-hand side. Rank 0 gathers both and solves. Scatter brings each rank its share of
+// the solution, in the array of its right-hand side. The system is -u'' = 2 on the unit
+// interval with u = 0 at both ends; its discrete solution is exactly u = x (1 - x).
+// Run: build/openmpi/examples/scatter_solution (no arguments, no MPI)
 #include <cmath>
 #include <cstdio>
 #include <stdexcept>
@@ -17,7 +17,7 @@ constexpr double kSpacing = 1.0 / (kPoints + 1);
 using Sparse = Pavex::MatrixCSR<double, int>;
 using Dense = Pavex::MatrixDense<double, int>;
 
-// LocalComm ends all ranks when one throws, and passes the exception on to main.
+// LocalComm ends all ranks when one throws, and main receives the exception.
 void Check(PavexStatus status) {
   if (status != Pavex::STATUS_OK) throw std::runtime_error(PavexStatusStr(status));
 }
@@ -48,7 +48,7 @@ void Work(std::shared_ptr<Pavex::Comm> const& comm) {
   int const end = kPoints * (comm->Rank() + 1) / comm->Size();
   std::vector<int> ptr{0}, col;
   std::vector<double> values;
-  std::vector<double> share;  // of the right-hand side, later of the solution
+  std::vector<double> share;  // first of the right-hand side, later of the solution
   for (int i = begin; i < end; ++i) {
     for (int j = i - 1; j <= i + 1; ++j) {
       if (j < 0 || j >= kPoints) continue;

@@ -1,7 +1,7 @@
-// A time loop: the values of a distributed matrix change in each step, its pattern does not, so
-// that it is gathered once and then only its values travel. Three ranks hold the rows of the
-// implicit heat operator 1 / dt - k(t) d2/dx2 on a line; rank 0 sees each step's operator
-// whole. Run: build/openmpi/examples/update_loop (no arguments, no MPI)
+// Runs a time loop in which the values of a matrix change and its pattern does not: the first
+// step gathers, and later steps send values only. Three ranks hold the rows of the implicit
+// heat operator 1 / dt - k(t) d2/dx2 on a line; rank 0 receives each step's operator whole.
+// Run: build/openmpi/examples/update_loop (no arguments, no MPI)
 #include <cstdio>
 #include <stdexcept>
 #include <vector>
@@ -33,7 +33,7 @@ struct Rows {
     values.resize(col.size());
   }
 
-  // The values of a step, in the array that the piece has borrowed.
+  // Writes the values of a step into the array that the piece borrows.
   void Assemble(int step) {
     double const k = Conductivity(step);
     double* value = values.data();
@@ -44,12 +44,12 @@ struct Rows {
   }
 };
 
-// LocalComm ends all ranks when one throws, and passes the exception on to main.
+// LocalComm ends all ranks when one throws, and main receives the exception.
 void Check(PavexStatus status) {
   if (status != Pavex::STATUS_OK) throw std::runtime_error(PavexStatusStr(status));
 }
 
-// What a solver would factor: here only the sum of all entries, which is known.
+// Stands for a solver: checks the sum of all entries, which is known.
 void UseOperator(Pavex::MatrixBase const& target, int step) {
   auto const& whole = dynamic_cast<Pavex::MatrixCSR<double, int> const&>(target);
   double sum = 0;
