@@ -2,8 +2,8 @@
 
 #include "pavex/runtime/log.h"
 #include "tools/choice/input_error.h"
+#include "tools/cut/pieces.h"
 #include "tools/files/whole_file.h"
-#include "tools/source/source.h"
 
 #include <cstdint>
 #include <optional>

@@ -5,9 +5,14 @@
 #include "pavex/matrix/partition.h"
 #include "tools/choice/options.h"
 
+#include <cstdint>
+#include <limits>
 #include <vector>
 
 namespace Pavex::Tool {
+
+// Counts and displacements of a gather are 32-bit.
+constexpr long kMaxEntries = std::numeric_limits<std::int32_t>::max();
 
 // The share of one rank: the entries numbered [mEntryBegin, mEntryEnd) in the order of the
 // source, of those inside the rows [mRowBegin, mRowEnd) and columns [mColBegin, mColEnd).

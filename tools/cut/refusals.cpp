@@ -1,7 +1,6 @@
 #include "tools/cut/refusals.h"
 
 #include "tools/choice/input_error.h"
-#include "tools/source/source.h"
 
 #include <string>
 

@@ -6,16 +6,11 @@
 #include "tools/files/progress.h"
 #include "tools/source/triplets.h"
 
-#include <cstdint>
-#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace Pavex::Tool {
-
-// Counts and displacements of a gather are 32-bit.
-constexpr long kMaxEntries = std::numeric_limits<std::int32_t>::max();
 
 // Immutable but for Keep: threads share it.
 class Source {
