@@ -1,4 +1,4 @@
-// The blocks that a pool keeps for later requests, found by their size.
+// The blocks that a pool keeps for later requests, ordered by age.
 
 #pragma once
 
@@ -6,43 +6,43 @@
 
 namespace Pavex {
 
-// Needs no memory of its own: while a block is kept, its first bytes hold the links. The sizes
-// form a binary trie over the bits of a hash that is one-to-one, so a search takes about log2
-// of the number of different sizes, and never more than 64 steps. The blocks themselves belong
-// to whoever put them in. Local; not shared between threads.
+// What a pool knows about one of its blocks. It is written right in front of the block's data,
+// so neither the pool nor its cache needs memory of its own.
+struct Block {
+  std::size_t capacity;  // the largest request that the block serves, in bytes
+  std::size_t backed;    // bytes, from the start of its data, that memory is behind
+  Block* older;          // neighbours in the cache that keeps the block, null at the ends
+  Block* newer;
+  Block* next;  // in its chain
+};
+
+// A list of blocks from the oldest to the newest, and a hash table that finds one by its
+// capacity: each block is also in one of kChains chains. The blocks belong to the pool. Local;
+// not shared between threads.
 class BlockCache {
  public:
-  // Room for the links; every block is at least this large, whatever its size is called.
-  static constexpr std::size_t kMinBlockBytes = 64;
-
   BlockCache() = default;
   BlockCache(BlockCache const&) = delete;
   BlockCache& operator=(BlockCache const&) = delete;
   ~BlockCache() = default;
 
-  // A kept block: the size that it serves, and how much of that, counted from the start, is
-  // backed by memory.
-  struct Kept {
-    void* block;         // its first byte
-    std::size_t bytes;   // the size of the requests that it serves
-    std::size_t backed;  // bytes that memory stands behind
-  };
+  // Keeps `block` as the newest.
+  void Put(Block& block) noexcept;
 
-  // Keeps `block`, fully backed, for a request of `bytes` bytes.
-  void Put(void* block, std::size_t bytes) noexcept;
+  // Stops keeping `block`.
+  void Remove(Block& block) noexcept;
 
-  // Hands out a block that was kept for `bytes` bytes; null if there is none.
-  void* Take(std::size_t bytes) noexcept;
+  // Reduces what is backed of `block`, which is kept, to `backed` bytes.
+  void Trim(Block& block, std::size_t backed) noexcept;
 
-  // The next block to give up: one of the size that was not put in for the longest time. Not to
-  // be called on an empty cache.
-  Kept Oldest() const noexcept;
+  // The newest block that was made for exactly `bytes` bytes; null if there is none.
+  Block* FindSame(std::size_t bytes) const noexcept;
 
-  // Hands Oldest() out.
-  void TakeOldest() noexcept;
+  // The block that has the fewest backed bytes from `least` to `most`; null if there is none.
+  Block* FindBacked(std::size_t least, std::size_t most) const noexcept;
 
-  // Notes that of Oldest() only the first `backed` bytes, at least kMinBlockBytes, still are.
-  void TrimOldest(std::size_t backed) noexcept;
+  // The block that was put in first; null in an empty cache.
+  Block* Oldest() const noexcept { return mOldest; }
 
   // Number of the blocks kept.
   std::size_t Blocks() const noexcept { return mBlocks; }
@@ -50,29 +50,14 @@ class BlockCache {
   std::size_t Bytes() const noexcept { return mBytes; }
 
  private:
-  // The first kept block of a size is in the trie and in the list of ages; further blocks of
-  // that size hang behind it by `next` alone and are handed out before it.
-  struct Node {
-    std::size_t bytes;
-    std::size_t backed;
-    Node* next;
-    Node* child[2];
-    Node* older;
-    Node* newer;
-  };
-  static_assert(sizeof(Node) <= kMinBlockBytes, "the links fit into every block");
+  static constexpr int kChainBits = 6;
+  static constexpr std::size_t kChains = std::size_t{1} << kChainBits;
 
-  // The link that leads to the node of that size, or where it would be inserted.
-  Node** Find(std::size_t bytes) noexcept;
-  Node* Pop(Node** link) noexcept;
-  static Node* NextToPop(Node* first) noexcept;
-  static void RemoveFromTrie(Node** link) noexcept;
-  void AppendAsNewest(Node* node) noexcept;
-  void RemoveFromAges(Node* node) noexcept;
+  static std::size_t ChainOf(std::size_t capacity) noexcept;
 
-  Node* mRoot = nullptr;
-  Node* mOldest = nullptr;
-  Node* mNewest = nullptr;
+  Block* mChains[kChains] = {};  // the newest first
+  Block* mOldest = nullptr;
+  Block* mNewest = nullptr;
   std::size_t mBytes = 0;
   std::size_t mBlocks = 0;
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 #include <sys/mman.h>
 
 namespace Pavex {
@@ -21,10 +22,21 @@ constexpr std::size_t kIntoPage = 2048;
 // Far above any real block, far below where sums of sizes wrap around.
 constexpr std::size_t kMaxBytes = std::size_t{1} << 62;
 
-static_assert(MemoryPool::kAlignment >= BlockCache::kMinBlockBytes,
-              "a block rounded up to the alignment can be cached");
+constexpr std::size_t kSlack = std::size_t{4} << 20;  // in the default limit
+
+// In front of the data of each block, so that the data stays aligned.
+constexpr std::size_t kHeader = MemoryPool::kAlignment;
+static_assert(sizeof(Block) <= kHeader, "the header has room in front of the data");
 
 alignas(MemoryPool::kAlignment) unsigned char gEmptyBlock[MemoryPool::kAlignment];
+
+unsigned char* DataOf(Block* block) {
+  return reinterpret_cast<unsigned char*>(block) + kHeader;
+}
+
+Block* BlockOf(void* data) {
+  return reinterpret_cast<Block*>(static_cast<unsigned char*>(data) - kHeader);
+}
 
 constexpr std::size_t RoundUp(std::size_t value, std::size_t unit) {
   return (value + unit - 1) / unit * unit;
@@ -35,40 +47,50 @@ constexpr std::size_t MappedBytes(std::size_t bytes) {
   return RoundUp(kIntoPage + bytes, kMapGranule);
 }
 
-// A block in a mapping that starts at a huge page, cut out of one that is a huge page longer.
 // Null if the system refuses.
-void* MapHuge(std::size_t bytes) {
-  std::size_t const size = MappedBytes(bytes);
-  void* const mapped = mmap(nullptr, size + kHugePage, PROT_READ | PROT_WRITE,
-                            MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (mapped == MAP_FAILED) return nullptr;
+unsigned char* Map(std::size_t size) {
+  void* const mapped =
+      mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return mapped == MAP_FAILED ? nullptr : static_cast<unsigned char*>(mapped);
+}
+
+// A mapping that starts at a huge page, cut out of one that is a huge page longer. Null if the
+// system refuses.
+unsigned char* MapHuge(std::size_t size) {
+  unsigned char* const mapped = Map(size + kHugePage);
+  if (mapped == nullptr) return nullptr;
   auto const address = reinterpret_cast<std::uintptr_t>(mapped);
   std::size_t const before = RoundUp(address, kHugePage) - address;
-  unsigned char* const mapping = static_cast<unsigned char*>(mapped) + before;
+  unsigned char* const mapping = mapped + before;
   if (before > 0) munmap(mapped, before);
   munmap(mapping + size, kHugePage - before);
   madvise(mapping, size, MADV_HUGEPAGE);  // a wish: small pages serve too
-  return mapping + kIntoPage;
+  return mapping;
 }
 
+// Where the header of a new block belongs; null if the system refuses.
 void* SystemTake(std::size_t bytes) {
-  if (bytes >= MemoryPool::kHugeBytes) return MapHuge(bytes);
-  return std::aligned_alloc(MemoryPool::kAlignment, RoundUp(bytes, MemoryPool::kAlignment));
+  if (bytes < MemoryPool::kMappedBytes)
+    return std::aligned_alloc(MemoryPool::kAlignment,
+                              kHeader + RoundUp(bytes, MemoryPool::kAlignment));
+  std::size_t const size = MappedBytes(bytes);
+  unsigned char* const mapping = bytes < MemoryPool::kHugeBytes ? Map(size) : MapHuge(size);
+  return mapping == nullptr ? nullptr : mapping + kIntoPage - kHeader;
+}
+
+void SystemGiveBack(Block* block) {
+  if (block->capacity < MemoryPool::kMappedBytes)
+    std::free(block);
+  else
+    munmap(DataOf(block) - kIntoPage, MappedBytes(block->capacity));
 }
 
 // How much of a kept block stays backed when at least `excess` bytes of it go; 0 if it goes as
 // a whole.
-std::size_t BackedAfterTrim(BlockCache::Kept const& kept, std::size_t excess) {
-  if (kept.bytes < MemoryPool::kHugeBytes || kept.backed <= excess) return 0;
-  std::size_t const end = (kIntoPage + kept.backed - excess) / kMapGranule * kMapGranule;
+std::size_t BackedAfterTrim(Block const& block, std::size_t excess) {
+  if (block.capacity < MemoryPool::kMappedBytes || block.backed <= excess) return 0;
+  std::size_t const end = (kIntoPage + block.backed - excess) / kMapGranule * kMapGranule;
   return end - std::min(end, kIntoPage);
-}
-
-void SystemGiveBack(void* block, std::size_t bytes) {
-  if (bytes >= MemoryPool::kHugeBytes)
-    munmap(static_cast<unsigned char*>(block) - kIntoPage, MappedBytes(bytes));
-  else
-    std::free(block);
 }
 
 }  // namespace
@@ -80,15 +102,21 @@ MemoryPool::~MemoryPool() {
 }
 
 PavexStatus MemoryPool::Allocate(void** block, std::size_t bytes) {
-  void* const taken = TakeBlock(bytes);
-  if (taken == nullptr) {
-    mLastRefused = bytes;
-    return STATUS_OUT_OF_MEMORY;
+  void* data = gEmptyBlock;
+  if (bytes > 0) {
+    Block* const taken = bytes > kMaxBytes ? nullptr : TakeBlock(bytes);
+    if (taken == nullptr) {
+      mLastRefused = bytes;
+      return STATUS_OUT_OF_MEMORY;
+    }
+    taken->backed = std::max(taken->backed, bytes);
+    mBytesSpare += taken->backed - bytes;
+    data = DataOf(taken);
   }
   ++mBlocksInUse;
   mBytesInUse += bytes;
   mPeakBytesInUse = std::max(mPeakBytesInUse, mBytesInUse);
-  *block = taken;
+  *block = data;
   return STATUS_OK;
 }
 
@@ -97,56 +125,80 @@ void MemoryPool::Deallocate(void* block, std::size_t bytes) {
   --mBlocksInUse;
   mBytesInUse -= bytes;
   if (bytes == 0) return;
-  mCache.Put(block, bytes);
-  FitCache(mBytesInUse);
+  Block* const returned = BlockOf(block);
+  mBytesSpare -= returned->backed - bytes;
+  mCache.Put(*returned);
+  FitCache(Limit(mBytesInUse), 0);
 }
 
 void MemoryPool::SetLimit(std::size_t bytes) {
   mLimit = bytes;
-  FitCache(mBytesInUse);
+  FitCache(Limit(mBytesInUse), 0);
 }
 
 void MemoryPool::ReleaseCached() {
-  while (mCache.Blocks() > 0)
-    GiveBackOldest();
-}
-
-// A block kept for that size, or a new one; null if there is none.
-void* MemoryPool::TakeBlock(std::size_t bytes) {
-  if (bytes > kMaxBytes) return nullptr;
-  void* const kept = bytes == 0 ? gEmptyBlock : mCache.Take(bytes);
-  FitCache(mBytesInUse + bytes);  // also for a partly released block, which grows again
-  return kept != nullptr ? kept : TakeFromSystem(bytes);
-}
-
-void* MemoryPool::TakeFromSystem(std::size_t bytes) {
-  void* const block = SystemTake(bytes);
-  if (block != nullptr || mCache.Blocks() == 0) return block;
-  ReleaseCached();
-  return SystemTake(bytes);
-}
-
-// Gives cached memory back until it fits into the limit beside `bytesInUse` bytes in use.
-void MemoryPool::FitCache(std::size_t bytesInUse) {
-  std::size_t const limit = mLimit == kPeakInUse ? mPeakBytesInUse : mLimit;
-  std::size_t const room = limit - std::min(limit, bytesInUse);
-  while (mCache.Bytes() > room) {
-    BlockCache::Kept const oldest = mCache.Oldest();
-    std::size_t const kept = BackedAfterTrim(oldest, mCache.Bytes() - room);
-    if (kept == 0) {
-      GiveBackOldest();
-      continue;
-    }
-    madvise(static_cast<unsigned char*>(oldest.block) + kept,
-            MappedBytes(oldest.bytes) - kIntoPage - kept, MADV_DONTNEED);
-    mCache.TrimOldest(kept);
+  while (Block* const oldest = mCache.Oldest()) {
+    mCache.Remove(*oldest);
+    SystemGiveBack(oldest);
   }
 }
 
-void MemoryPool::GiveBackOldest() {
-  BlockCache::Kept const oldest = mCache.Oldest();
-  mCache.TakeOldest();
-  SystemGiveBack(oldest.block, oldest.bytes);
+// What may be held while `bytesInUse` bytes are in use.
+std::size_t MemoryPool::Limit(std::size_t bytesInUse) const {
+  if (mLimit != kDefaultLimit) return mLimit;
+  std::size_t const peak = std::max(mPeakBytesInUse, bytesInUse);
+  return peak + peak / 2 + kSlack;
+}
+
+// A block for a request of `bytes` bytes, no longer kept; null if there is none. The cache fits
+// into the limit beside it.
+Block* MemoryPool::TakeBlock(std::size_t bytes) {
+  std::size_t const limit = Limit(mBytesInUse + bytes);
+  Block* const kept = Choose(bytes, limit);
+  if (kept != nullptr) mCache.Remove(*kept);
+  FitCache(limit, kept == nullptr ? bytes : std::max(bytes, kept->backed));
+  return kept != nullptr ? kept : TakeFromSystem(bytes);
+}
+
+// The kept block that serves a request of `bytes` bytes best; null if a new one does.
+Block* MemoryPool::Choose(std::size_t bytes, std::size_t limit) const {
+  Block* const same = mCache.FindSame(bytes);
+  std::size_t const backed = same == nullptr ? 0 : std::min(bytes, same->backed);
+  if (mBytesInUse + BytesCached() + bytes - backed <= limit) return same;
+  // What stays unused behind requests may take no more than the limit leaves above the peak, or
+  // later requests could find no room beside it.
+  std::size_t const peak = std::max(mPeakBytesInUse, mBytesInUse + bytes);
+  std::size_t const spare = limit - std::min(limit, peak + mBytesSpare);
+  Block* const larger = mCache.FindBacked(bytes, bytes + spare);
+  return larger == nullptr ? same : larger;
+}
+
+Block* MemoryPool::TakeFromSystem(std::size_t bytes) {
+  void* place = SystemTake(bytes);
+  if (place == nullptr && mCache.Blocks() > 0) {
+    ReleaseCached();
+    place = SystemTake(bytes);
+  }
+  return place == nullptr ? nullptr : new (place) Block{bytes, bytes, nullptr, nullptr, nullptr};
+}
+
+// Gives cached memory back until the rest fits into `limit` beside what is in use and
+// `bytesWanted` bytes more.
+void MemoryPool::FitCache(std::size_t limit, std::size_t bytesWanted) {
+  std::size_t const taken = mBytesInUse + mBytesSpare + bytesWanted;
+  std::size_t const room = limit - std::min(limit, taken);
+  while (mCache.Bytes() > room) {
+    Block* const oldest = mCache.Oldest();
+    std::size_t const kept = BackedAfterTrim(*oldest, mCache.Bytes() - room);
+    if (kept == 0) {
+      mCache.Remove(*oldest);
+      SystemGiveBack(oldest);
+      continue;
+    }
+    madvise(DataOf(oldest) + kept, MappedBytes(oldest->capacity) - kIntoPage - kept,
+            MADV_DONTNEED);
+    mCache.Trim(*oldest, kept);
+  }
 }
 
 }  // namespace Pavex

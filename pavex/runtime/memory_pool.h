@@ -9,32 +9,40 @@
 
 namespace Pavex {
 
-// Takes blocks from the system, aligned to 64 bytes, and keeps those that come back: a later
-// request of exactly the same size gets one of them without touching the system, and its pages
-// need not be faulted in again. Blocks of kHugeBytes and more start 2 KiB behind a 2 MiB
+// Takes blocks from the system, aligned to 64 bytes, and keeps those that come back for later
+// requests of the same size, which then neither ask the system nor fault pages in. An operation
+// that repeats an earlier one finds all its blocks from its third repetition on.
+//
+// The pool limits what it holds, in use and cached together. The default limit is one and a
+// half times the most that was in use at once, and 4 MiB: enough for an operation that takes
+// its blocks before it returns the earlier ones, and for several aggregators that share the
+// pool. Where a request would exceed the limit,
+// - a larger cached block serves it, if there is one and what this leaves unused stays within
+//   the limit whatever is requested later; otherwise
+// - cached blocks go back to the system, the oldest first. A block of kMappedBytes and more is
+//   only trimmed: its remaining pages stay warm.
+// The limit never refuses a request, and never takes anything from a block in use.
+//
+// Blocks of kMappedBytes and more are mappings of their own that begin 2 KiB into a page; the
+// heap serves the smaller ones. Blocks of kHugeBytes and more start 2 KiB behind a 2 MiB
 // boundary and ask the system for huge pages, whose first use costs about half.
 //
-// What it holds, in use and cached together, is limited: by default to the most that was in use
-// at once so far, so that caching never raises the peak of the process. Where that would be
-// exceeded, cached blocks go back to the system first, those of the sizes that were not given
-// back for the longest time before others; of a block of kHugeBytes and more only as much as is
-// needed goes, and its remaining pages stay warm. The limit never refuses a request.
-//
-// All numbers count requested bytes. What the system hands out is more by rounding each block
-// up to a multiple of 64 bytes, from kHugeBytes on by 2 KiB in front and then to a multiple of
-// 64 KiB, of which the untouched pages cost nothing. Requests of 0 bytes share one block that
-// is not null; they count as blocks.
+// All numbers count requested bytes. The system hands out more: 64 bytes in front of each
+// block, whose size is rounded up to a multiple of 64; from kMappedBytes on 2 KiB in front,
+// rounded up to a multiple of 64 KiB, of which the untouched pages cost nothing. Requests of 0
+// bytes share one block that is not null; they count as blocks.
 //
 // Meant to be derived from: an application that overrides Allocate and Deallocate leaves all of
 // the above unused. Blocks in use when the pool is destroyed are lost. Local, and no lock: one
 // pool per rank.
 class PAVEX_API MemoryPool : public Allocator {
  public:
-  static constexpr std::size_t kAlignment = 64;                    // bytes
-  static constexpr std::size_t kHugeBytes = std::size_t{8} << 20;  // served in huge pages
+  static constexpr std::size_t kAlignment = 64;                        // bytes
+  static constexpr std::size_t kMappedBytes = std::size_t{128} << 10;  // mapped, one by one
+  static constexpr std::size_t kHugeBytes = std::size_t{8} << 20;      // served in huge pages
 
-  // The default limit: the most that was in use at once.
-  static constexpr std::size_t kPeakInUse = static_cast<std::size_t>(-1);
+  // The default limit: 1.5 times the most that was in use at once, and 4 MiB.
+  static constexpr std::size_t kDefaultLimit = static_cast<std::size_t>(-1);
 
   // Holds no block yet.
   MemoryPool();
@@ -57,8 +65,9 @@ class PAVEX_API MemoryPool : public Allocator {
   std::size_t BytesInUse() const { return mBytesInUse; }
   // The most that was handed out at once.
   std::size_t PeakBytesInUse() const { return mPeakBytesInUse; }
-  // Bytes held for later requests, without what the system got back of partly released blocks.
-  std::size_t BytesCached() const { return mCache.Bytes(); }
+  // Bytes held beyond those in use: of cached blocks what the system has not got back, of
+  // blocks in use what is behind a smaller request.
+  std::size_t BytesCached() const { return mCache.Bytes() + mBytesSpare; }
   // Number of the blocks that are handed out now.
   std::size_t BlocksInUse() const { return mBlocksInUse; }
   // Number of the blocks that are held for later requests.
@@ -68,19 +77,21 @@ class PAVEX_API MemoryPool : public Allocator {
   std::size_t LastRefused() const { return mLastRefused; }
 
  private:
-  void* TakeBlock(std::size_t bytes);
-  void* TakeFromSystem(std::size_t bytes);
-  void FitCache(std::size_t bytesInUse);
-  void GiveBackOldest();
+  std::size_t Limit(std::size_t bytesInUse) const;
+  Block* TakeBlock(std::size_t bytes);
+  Block* Choose(std::size_t bytes, std::size_t limit) const;
+  Block* TakeFromSystem(std::size_t bytes);
+  void FitCache(std::size_t limit, std::size_t bytesWanted);
 
   BlockCache mCache;
   std::size_t mBytesInUse = 0;
+  std::size_t mBytesSpare = 0;  // backed in blocks in use, behind their requests
   std::size_t mPeakBytesInUse = 0;
   std::size_t mBlocksInUse = 0;
-  std::size_t mLimit = kPeakInUse;
+  std::size_t mLimit = kDefaultLimit;
   std::size_t mLastRefused = 0;
 };
 
-static_assert(sizeof(MemoryPool) == 88, "part of the binary interface");
+static_assert(sizeof(MemoryPool) == 600, "part of the binary interface");
 
 }  // namespace Pavex

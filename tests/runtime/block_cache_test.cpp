@@ -3,133 +3,130 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <random>
-#include <set>
 #include <vector>
 
 namespace Pavex {
 namespace {
 
-// Room for the links of a kept block, whatever size the block is called.
-struct alignas(BlockCache::kMinBlockBytes) Block {
-  unsigned char bytes[BlockCache::kMinBlockBytes];
-};
+// A block that serves requests of `bytes` bytes, of which `backed` are backed.
+Block MakeBlock(std::size_t bytes, std::size_t backed) {
+  return {bytes, backed, nullptr, nullptr, nullptr};
+}
+Block MakeBlock(std::size_t bytes) {
+  return MakeBlock(bytes, bytes);
+}
 
 TEST(BlockCache, IsEmptyAtTheStart) {
   BlockCache cache;
 
-  EXPECT_EQ(cache.Take(8), nullptr);
+  EXPECT_EQ(cache.FindSame(8), nullptr);
+  EXPECT_EQ(cache.FindBacked(0, 1000), nullptr);
+  EXPECT_EQ(cache.Oldest(), nullptr);
   EXPECT_EQ(cache.Blocks(), 0U);
   EXPECT_EQ(cache.Bytes(), 0U);
 }
 
-TEST(BlockCache, HandsOutABlockOfTheVerySizeOnly) {
+TEST(BlockCache, FindsABlockOfTheVerySizeOnly) {
   BlockCache cache;
-  Block block;
-  cache.Put(&block, 100);
+  Block block = MakeBlock(100, 40);
+  cache.Put(block);
 
-  EXPECT_EQ(cache.Take(99), nullptr);
-  EXPECT_EQ(cache.Take(101), nullptr);
-  EXPECT_EQ(cache.Take(100), &block);
-  EXPECT_EQ(cache.Take(100), nullptr);
+  EXPECT_EQ(cache.FindSame(99), nullptr);
+  EXPECT_EQ(cache.FindSame(40), nullptr);
+  EXPECT_EQ(cache.FindSame(100), &block);
 }
 
-TEST(BlockCache, CountsBlocksAndBytes) {
+TEST(BlockCache, FindsTheNewestOfSeveralBlocksOfASize) {
   BlockCache cache;
-  Block blocks[3];
+  Block blocks[] = {MakeBlock(100), MakeBlock(100)};
+  cache.Put(blocks[0]);
+  cache.Put(blocks[1]);
 
-  cache.Put(&blocks[0], 100);
-  cache.Put(&blocks[1], 100);
-  cache.Put(&blocks[2], 7);
+  EXPECT_EQ(cache.FindSame(100), &blocks[1]);
+  cache.Remove(blocks[1]);
+  EXPECT_EQ(cache.FindSame(100), &blocks[0]);
+}
 
+TEST(BlockCache, FindsTheBlockThatHasTheFewestBackedBytesInARange) {
+  BlockCache cache;
+  Block blocks[] = {MakeBlock(300), MakeBlock(900, 200), MakeBlock(250), MakeBlock(100)};
+  for (Block& block : blocks)
+    cache.Put(block);
+
+  EXPECT_EQ(cache.FindBacked(101, 300), &blocks[1]);
+  EXPECT_EQ(cache.FindBacked(200, 200), &blocks[1]);
+  EXPECT_EQ(cache.FindBacked(201, 300), &blocks[2]);
+  EXPECT_EQ(cache.FindBacked(251, 299), nullptr);
+}
+
+TEST(BlockCache, CountsBlocksAndBackedBytes) {
+  BlockCache cache;
+  Block blocks[] = {MakeBlock(100), MakeBlock(100), MakeBlock(7)};
+
+  for (Block& block : blocks)
+    cache.Put(block);
   EXPECT_EQ(cache.Blocks(), 3U);
   EXPECT_EQ(cache.Bytes(), 207U);
-  cache.Take(100);
+
+  cache.Trim(blocks[1], 60);
+  EXPECT_EQ(blocks[1].backed, 60U);
+  EXPECT_EQ(cache.Blocks(), 3U);
+  EXPECT_EQ(cache.Bytes(), 167U);
+
+  cache.Remove(blocks[1]);
   EXPECT_EQ(cache.Blocks(), 2U);
   EXPECT_EQ(cache.Bytes(), 107U);
 }
 
-TEST(BlockCache, GivesUpTheSizeFirstThatWasNotPutInForTheLongestTime) {
+TEST(BlockCache, OrdersBlocksByAge) {
   BlockCache cache;
-  Block blocks[4];
-
-  cache.Put(&blocks[0], 100);
-  cache.Put(&blocks[1], 200);
-  cache.Put(&blocks[2], 300);
-  cache.Put(&blocks[3], 100);
+  Block blocks[] = {MakeBlock(100), MakeBlock(200), MakeBlock(300), MakeBlock(400)};
+  for (Block& block : blocks)
+    cache.Put(block);
+  cache.Remove(blocks[0]);
+  cache.Put(blocks[0]);
+  cache.Remove(blocks[2]);
 
   std::vector<std::size_t> order;
-  while (cache.Blocks() > 0) {
-    order.push_back(cache.Oldest().bytes);
-    cache.TakeOldest();
+  while (Block* const oldest = cache.Oldest()) {
+    order.push_back(oldest->capacity);
+    cache.Remove(*oldest);
   }
-  EXPECT_EQ(order, (std::vector<std::size_t>{200, 300, 100, 100}));
+  EXPECT_EQ(order, (std::vector<std::size_t>{200, 400, 100}));
 }
 
-TEST(BlockCache, CountsOnlyTheBackedPartOfATrimmedBlock) {
-  BlockCache cache;
-  Block blocks[2];
-  cache.Put(&blocks[0], 1000);
-  cache.Put(&blocks[1], 50);
-
-  cache.TrimOldest(600);
-
-  EXPECT_EQ(cache.Bytes(), 650U);
-  EXPECT_EQ(cache.Oldest().block, &blocks[0]);
-  EXPECT_EQ(cache.Oldest().bytes, 1000U);
-  EXPECT_EQ(cache.Oldest().backed, 600U);
-  EXPECT_EQ(cache.Take(1000), &blocks[0]);
-  EXPECT_EQ(cache.Bytes(), 50U);
-}
-
-TEST(BlockCache, ForgetsTheTrimmingOfABlockThatWasHandedOut) {
-  BlockCache cache;
-  Block block;
-  cache.Put(&block, 1000);
-  cache.TrimOldest(600);
-  cache.Take(1000);
-
-  cache.Put(&block, 1000);
-
-  EXPECT_EQ(cache.Oldest().backed, 1000U);
-}
-
-// Against a plain list of all kept blocks, over sizes that collide often.
+// Against a plain list of what is kept, over sizes that meet in the same chains.
 TEST(BlockCache, FindsEveryBlockAfterAnyOrderOfCalls) {
-  constexpr int kBlocks = 300;
-  std::vector<Block> blocks(kBlocks);
-  std::multiset<std::pair<std::size_t, void*>> kept;
-  std::vector<void*> idle;
+  std::vector<Block> blocks(300);
+  std::vector<Block*> idle;
   for (Block& block : blocks)
     idle.push_back(&block);
+  std::vector<Block*> kept;  // the oldest first
   BlockCache cache;
   std::mt19937 random(7);
 
   for (int step = 0; step < 20000; ++step) {
-    std::size_t const bytes = std::size_t{8} * (random() % 150);
+    std::size_t const bytes = std::size_t{8} * (1 + random() % 150);
     if (random() % 2 == 0 && !idle.empty()) {
-      cache.Put(idle.back(), bytes);
-      kept.insert({bytes, idle.back()});
+      *idle.back() = MakeBlock(bytes);
+      cache.Put(*idle.back());
+      kept.push_back(idle.back());
       idle.pop_back();
     } else {
-      bool const expected = std::any_of(kept.begin(), kept.end(),
-                                        [bytes](auto const& k) { return k.first == bytes; });
-      void* const taken = cache.Take(bytes);
-      ASSERT_EQ(taken != nullptr, expected);
-      if (taken != nullptr) {
-        ASSERT_EQ(kept.erase({bytes, taken}), 1U);
-        idle.push_back(taken);
+      auto const newest = std::find_if(kept.rbegin(), kept.rend(), [&](Block const* block) {
+        return block->capacity == bytes;
+      });
+      Block* const found = cache.FindSame(bytes);
+      ASSERT_EQ(found, newest == kept.rend() ? nullptr : *newest);
+      if (found != nullptr) {
+        cache.Remove(*found);
+        idle.push_back(found);
+        kept.erase(std::prev(newest.base()));
       }
     }
     ASSERT_EQ(cache.Blocks(), kept.size());
+    ASSERT_EQ(cache.Oldest(), kept.empty() ? nullptr : kept.front());
   }
-
-  while (cache.Blocks() > 0) {
-    BlockCache::Kept const oldest = cache.Oldest();
-    cache.TakeOldest();
-    ASSERT_EQ(kept.erase({oldest.bytes, oldest.block}), 1U);
-  }
-  EXPECT_TRUE(kept.empty());
-  EXPECT_EQ(cache.Bytes(), 0U);
 }
 
 }  // namespace
