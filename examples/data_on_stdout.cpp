@@ -24,8 +24,7 @@ void Gather(std::shared_ptr<Pavex::Comm> const& comm, long second, std::FILE* da
     std::fprintf(data, "refused with status %d\n", status);
     return;
   }
-  auto const& whole =
-      dynamic_cast<Pavex::MatrixDense<double, int> const&>(*aggregator.Target());
+  auto const& whole = *aggregator.TargetAs<Pavex::MatrixDense<double, int>>();
   for (long i = 0; i < whole.mRows; ++i)
     std::fprintf(data, "%g %g\n", whole.mValues.mData[2 * i], whole.mValues.mData[2 * i + 1]);
 }

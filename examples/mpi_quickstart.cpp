@@ -34,14 +34,14 @@ void Check(PavexStatus status) {
   if (status != Pavex::STATUS_OK) MPI_Abort(MPI_COMM_WORLD, 1);
 }
 
-void Print(char const* when, Pavex::MatrixBase const* target) {
-  if (target == nullptr) return;  // only rank 0 receives
-  auto const& whole = dynamic_cast<Pavex::MatrixCSR<double, int> const&>(*target);
+void Print(char const* when, Pavex::Aggregator<double, int> const& aggregator) {
+  auto const* const whole = aggregator.TargetAs<Pavex::MatrixCSR<double, int>>();
+  if (whole == nullptr) return;  // only rank 0 receives
   double sum = 0;
-  for (long k = 0; k < whole.NNZ(); ++k)
-    sum += whole.mValues.mData[k];
-  std::printf("%s: %ld x %ld, %ld entries, sum %g\n", when, whole.mRows, whole.mCols,
-              whole.NNZ(), sum);
+  for (long k = 0; k < whole->NNZ(); ++k)
+    sum += whole->mValues.mData[k];
+  std::printf("%s: %ld x %ld, %ld entries, sum %g\n", when, whole->mRows, whole->mCols,
+              whole->NNZ(), sum);
 }
 
 void Work() {
@@ -56,12 +56,12 @@ void Work() {
   Pavex::MemoryPool pool;
   Pavex::Aggregator<double, int> aggregator(&pool);
   Check(aggregator.Gather(comm, piece, true));
-  Print("gathered", aggregator.Target());
+  Print("gathered", aggregator);
 
   Rows next = Assemble(begin, end, 0.25);  // the same pattern
   piece.SetValues(next.values.data());
   Check(aggregator.Update(piece));
-  Print("updated", aggregator.Target());
+  Print("updated", aggregator);
 }
 
 int main(int argc, char** argv) {

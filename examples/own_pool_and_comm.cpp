@@ -82,7 +82,7 @@ bool Work(int socket, int rank, MemoryPool& pool) {
   Aggregator<double, int> whole(&pool);
   auto const comm = std::make_shared<SocketComm>(socket, rank);
   if (whole.Allgather(comm, piece, true) != STATUS_OK) return false;
-  auto const* const a = dynamic_cast<MatrixDense<double, int>&>(*whole.Target()).mValues.mData;
+  double const* const a = whole.TargetAs<MatrixDense<double, int>>()->mValues.mData;
   if (rank == 0) std::printf("%g %g\n%g %g\n", a[0], a[1], a[2], a[3]);
   return a[0] == 1 && a[1] == 2 && a[2] == 3 && a[3] == 4;
 }

@@ -26,11 +26,11 @@ void Show(char const* what, std::shared_ptr<Comm> const& comm, Matrix const& pie
   Aggregator<double, int> aggregator(&pool);
   PavexStatus const status = aggregator.Gather(comm, piece, true);
   if (status != STATUS_OK) throw std::runtime_error(PavexStatusStr(status));
-  if (aggregator.Target() == nullptr) return;  // only rank 0 receives
-  auto const& whole = dynamic_cast<Matrix const&>(*aggregator.Target());
+  auto const* const whole = aggregator.TargetAs<Matrix>();
+  if (whole == nullptr) return;  // only rank 0 receives
   std::printf("%s:", what);
-  for (long k = 0; k < whole.NNZ(); ++k)
-    std::printf(" %g", whole.mValues.mData[k]);
+  for (long k = 0; k < whole->NNZ(); ++k)
+    std::printf(" %g", whole->mValues.mData[k]);
   std::printf("\n");
 }
 

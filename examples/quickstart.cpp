@@ -29,12 +29,12 @@ void Work(std::shared_ptr<Pavex::Comm> const& comm) {
   Check(aggregator.Gather(comm, piece, true), aggregator);
   for (double& value : values) value *= 10;
   Check(aggregator.Update(piece), aggregator);
-  if (aggregator.Target() == nullptr) return;  // only rank 0 receives
 
-  auto& whole = dynamic_cast<Csr&>(*aggregator.Target());
-  for (long i = 0; i < whole.mRows; ++i) {
-    for (int k = whole.mRowPtr.mData[i]; k < whole.mRowPtr.mData[i + 1]; ++k) {
-      std::printf("(%ld, %d) %g\n", i, whole.mColIdx.mData[k], whole.mValues.mData[k]);
+  Csr const* const whole = aggregator.TargetAs<Csr>();
+  if (whole == nullptr) return;  // only rank 0 receives
+  for (long i = 0; i < whole->mRows; ++i) {
+    for (int k = whole->mRowPtr.mData[i]; k < whole->mRowPtr.mData[i + 1]; ++k) {
+      std::printf("(%ld, %d) %g\n", i, whole->mColIdx.mData[k], whole->mValues.mData[k]);
     }
   }
 }

@@ -70,8 +70,7 @@ void Work(std::shared_ptr<Pavex::Comm> const& comm) {
   Check(system.Gather(comm, matrix, true));
   Check(solution.Gather(comm, vector, true));
   if (comm->Rank() == 0) {
-    Solve(dynamic_cast<Sparse&>(*system.Target()),
-          dynamic_cast<Dense&>(*solution.Target()).mValues.mData);
+    Solve(*system.TargetAs<Sparse>(), solution.TargetAs<Dense>()->mValues.mData);
   }
   Check(solution.Scatter(vector));
 

@@ -9,6 +9,8 @@
 #include <pavex/comm/local_comm.h>
 #include <pavex/pavex.h>
 
+using Matrix = Pavex::MatrixCSR<double, int>;
+
 constexpr int kPoints = 12;
 constexpr int kSteps = 4;
 constexpr double kTimeStep = 0.25;
@@ -50,8 +52,7 @@ void Check(PavexStatus status) {
 }
 
 // Stands for a solver: checks the sum of all entries, which is known.
-void UseOperator(Pavex::MatrixBase const& target, int step) {
-  auto const& whole = dynamic_cast<Pavex::MatrixCSR<double, int> const&>(target);
+void UseOperator(Matrix const& whole, int step) {
   double sum = 0;
   for (int at = 0; at < whole.mRowPtr.mData[kPoints]; ++at)
     sum += whole.mValues.mData[at];
@@ -62,8 +63,8 @@ void UseOperator(Pavex::MatrixBase const& target, int step) {
 
 void Work(std::shared_ptr<Pavex::Comm> const& comm) {
   Rows rows(kPoints * comm->Rank() / comm->Size(), kPoints * (comm->Rank() + 1) / comm->Size());
-  auto piece = Pavex::MatrixCSR<double, int>::Borrow(
-      rows.end - rows.begin, kPoints, rows.ptr.data(), rows.col.data(), rows.values.data());
+  auto piece = Matrix::Borrow(rows.end - rows.begin, kPoints, rows.ptr.data(), rows.col.data(),
+                              rows.values.data());
   piece.PlaceIn(kPoints, kPoints, Pavex::MatrixPartition::RowWise(rows.begin));
 
   Pavex::MemoryPool pool;
@@ -71,7 +72,8 @@ void Work(std::shared_ptr<Pavex::Comm> const& comm) {
   for (int step = 0; step < kSteps; ++step) {
     rows.Assemble(step);
     Check(step == 0 ? aggregator.Gather(comm, piece, true) : aggregator.Update(piece));
-    if (aggregator.Target() != nullptr) UseOperator(*aggregator.Target(), step);
+    Matrix const* const whole = aggregator.TargetAs<Matrix>();
+    if (whole != nullptr) UseOperator(*whole, step);
   }
 }
 

@@ -29,6 +29,8 @@ namespace Pavex {
 // reference process's, names throws std::bad_cast. One thread per process uses an aggregator.
 template <typename T, typename I>
 class PAVEX_API Aggregator : public AggregatorBase {
+  PAVEX_REQUIRE_INSTANCE(T, I);
+
  public:
   // Takes all memory from `pool`, which stays the caller's. Local.
   explicit Aggregator(MemoryPool* pool);
@@ -41,12 +43,12 @@ class PAVEX_API Aggregator : public AggregatorBase {
   // STATUS_NOT_SUPPORTED for an unknown store type. Errors on this process alone, while the
   // others may wait for it: STATUS_INVALID_VALUE without a usable communicator,
   // STATUS_INCONSISTENT without values that it must send.
-  PavexStatus Gather(std::shared_ptr<Comm> const& comm, MatrixBase const& local,
-                     bool withValues);
+  [[nodiscard]] PavexStatus Gather(std::shared_ptr<Comm> const& comm, MatrixBase const& local,
+                                   bool withValues);
 
   // The same onto every process of `comm`.
-  PavexStatus Allgather(std::shared_ptr<Comm> const& comm, MatrixBase const& local,
-                        bool withValues);
+  [[nodiscard]] PavexStatus Allgather(std::shared_ptr<Comm> const& comm,
+                                      MatrixBase const& local, bool withValues);
 
   // Sends the values of `local`, which has the pattern and shape that this process gathered,
   // into the gathered matrix. Where the gathered matrix borrows, it then borrows the values of
@@ -56,11 +58,11 @@ class PAVEX_API Aggregator : public AggregatorBase {
   // is whole on every process and comes with another leading dimension (nobody waits), and
   // after a gather of the pattern STATUS_INCONSISTENT on every process if the pieces do not
   // tile the whole. On a failure the gathered matrix keeps its values.
-  PavexStatus Update(MatrixBase const& local);
+  [[nodiscard]] PavexStatus Update(MatrixBase const& local);
 
   // Update of a gathered coordinate matrix without any check: a gather of a coordinate matrix
   // must have succeeded on this object, and `local` must match it.
-  PavexStatus UpdateCOO(MatrixCOO<T, I> const& local);
+  [[nodiscard]] PavexStatus UpdateCOO(MatrixCOO<T, I> const& local);
 
   // Fills the value array of `local`, the dense matrix that this process gathered, with its
   // piece of the gathered matrix; elements between its runs are left alone. Errors as for
@@ -68,7 +70,7 @@ class PAVEX_API Aggregator : public AggregatorBase {
   // for a sparse matrix. A failed transfer may leave values partly overwritten where they are
   // received in place. STATUS_INCONSISTENT also where this process's arrays are too short,
   // which only it can see: the others may then wait for it.
-  PavexStatus Scatter(MatrixBase& local);
+  [[nodiscard]] PavexStatus Scatter(MatrixBase& local);
 
  private:
   PavexStatus Gather(MatrixBase const& local, bool withValues, int root);

@@ -29,6 +29,19 @@ class PAVEX_API AggregatorBase {
   // Local.
   MatrixBase* Target() { return mTarget; }
 
+  // The gathered matrix as its class, for example TargetAs<MatrixCSR<double, int>>(); null
+  // where Target() is null. Throws std::bad_cast if the gathered matrix is of another class.
+  // Local.
+  template <typename Matrix>
+  Matrix* TargetAs() {
+    return mTarget == nullptr ? nullptr : &dynamic_cast<Matrix&>(*mTarget);
+  }
+  // The same for reading only.
+  template <typename Matrix>
+  Matrix const* TargetAs() const {
+    return mTarget == nullptr ? nullptr : &dynamic_cast<Matrix const&>(*mTarget);
+  }
+
   // The communicator of the last gather: the very pointer that the object holds. Local.
   std::shared_ptr<Comm> const& GetComm() const { return mComm; }
 

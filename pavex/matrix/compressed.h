@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "pavex/matrix/instances.h"
 #include "pavex/matrix/matrix_base.h"
 #include "pavex/runtime/buffer.h"
 
@@ -17,6 +18,8 @@ namespace Pavex {
 // offset[0]; the offsets may start at any base. In a distributed matrix the indices are global.
 template <typename M, typename T, typename I>
 class PAVEX_API MatrixCompressed : public MatrixBase {
+  PAVEX_REQUIRE_INSTANCE(T, I);
+
  public:
   std::int32_t mPart = 0;  // part code 0, 1 or 2
 
@@ -27,8 +30,9 @@ class PAVEX_API MatrixCompressed : public MatrixBase {
 
   // Makes `matrix` a `rows` x `cols` matrix with room for `nnz` entries, uninitialised, from
   // `allocator`, which must outlive it. On a failed status `matrix` is as it was.
-  static PavexStatus Create(Allocator& allocator, std::int64_t rows, std::int64_t cols,
-                            std::int64_t nnz, bool withValues, M& matrix);
+  [[nodiscard]] static PavexStatus Create(Allocator& allocator, std::int64_t rows,
+                                          std::int64_t cols, std::int64_t nnz, bool withValues,
+                                          M& matrix);
 
   // The last minus the first offset; 0 without offsets, or if mRows or mCols is 0.
   long NNZ() const override;

@@ -14,6 +14,8 @@ namespace Pavex {
 // need no order and may repeat a position. In a distributed matrix the indices are global.
 template <typename T, typename I>
 class PAVEX_API MatrixCOO : public MatrixBase {
+  PAVEX_REQUIRE_INSTANCE(T, I);
+
  public:
   std::int32_t mPart = 0;  // part code 0, 1 or 2
   Buffer<I> mRowIdx;       // row of each entry
@@ -33,8 +35,9 @@ class PAVEX_API MatrixCOO : public MatrixBase {
 
   // Makes `matrix` a `rows` x `cols` matrix with room for `nnz` entries, uninitialised, from
   // `allocator`, which must outlive it. On a failed status `matrix` is as it was.
-  static PavexStatus Create(Allocator& allocator, std::int64_t rows, std::int64_t cols,
-                            std::int64_t nnz, bool withValues, MatrixCOO& matrix);
+  [[nodiscard]] static PavexStatus Create(Allocator& allocator, std::int64_t rows,
+                                          std::int64_t cols, std::int64_t nnz, bool withValues,
+                                          MatrixCOO& matrix);
 
   // The length of the index arrays, also without values; 0 if mRows or mCols is 0.
   long NNZ() const override;

@@ -15,6 +15,8 @@ namespace Pavex {
 // 3, 6 and 7 lie between the rows and belong to nobody.
 template <typename T, typename I>
 class PAVEX_API MatrixDense : public MatrixBase {
+  PAVEX_REQUIRE_INSTANCE(T, I);
+
  public:
   bool mRowMajor = false;  // values stored row by row
   Buffer<T> mValues;       // (runs - 1) * mLd + run length elements
@@ -34,8 +36,9 @@ class PAVEX_API MatrixDense : public MatrixBase {
 
   // Makes `matrix` a `rows` x `cols` matrix with ld = run length and uninitialised values from
   // `allocator`, which must outlive it. On a failed status `matrix` is as it was.
-  static PavexStatus Create(Allocator& allocator, std::int64_t rows, std::int64_t cols,
-                            bool rowMajor, MatrixDense& matrix);
+  [[nodiscard]] static PavexStatus Create(Allocator& allocator, std::int64_t rows,
+                                          std::int64_t cols, bool rowMajor,
+                                          MatrixDense& matrix);
 
   long NNZ() const override;
   PavexMatrixStoreType StoreType() const override;

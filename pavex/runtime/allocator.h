@@ -27,14 +27,14 @@ class PAVEX_API Allocator {
 
   // Stores a new block of `bytes` bytes (0 is legal) in `*block` and returns STATUS_OK, or
   // returns any other status and leaves `*block` unspecified.
-  virtual PavexStatus Allocate(void** block, std::size_t bytes) = 0;
+  [[nodiscard]] virtual PavexStatus Allocate(void** block, std::size_t bytes) = 0;
 
   // Makes `buffer` own exactly `count` new, uninitialised elements. It always allocates, never
   // copies, and frees the earlier block only after the new one is in place. When Allocate
   // fails, its status is returned and `buffer` stays as it was. The byte count is not checked
   // for overflow: a negative or huge `count` reaches Allocate as it is. Defined in buffer.h.
   template <typename T>
-  PavexStatus Get(Buffer<T>& buffer, long count);
+  [[nodiscard]] PavexStatus Get(Buffer<T>& buffer, long count);
 };
 
 }  // namespace Pavex

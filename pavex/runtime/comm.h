@@ -40,52 +40,59 @@ class PAVEX_API Comm {
 
   // Returns when every rank has entered. Never called by the library; the default body returns
   // STATUS_NOT_SUPPORTED.
-  virtual PavexStatus Barrier() const;
+  [[nodiscard]] virtual PavexStatus Barrier() const;
 
   // Sends `count` elements to rank `dest` with tag `tag`.
-  virtual PavexStatus Send(void const* buf, int count, Datatype type, int dest,
-                           int tag) const = 0;
+  [[nodiscard]] virtual PavexStatus Send(void const* buf, int count, Datatype type, int dest,
+                                         int tag) const = 0;
 
   // Receives `count` elements from rank `source` with tag `tag`.
-  virtual PavexStatus Recv(void* buf, int count, Datatype type, int source, int tag) const = 0;
+  [[nodiscard]] virtual PavexStatus Recv(void* buf, int count, Datatype type, int source,
+                                         int tag) const = 0;
 
   // Rank `root` receives `recvcounts[r]` elements of each rank r at element `displs[r]` of
   // `recvbuf`. `recvbuf`, `recvcounts` and `displs` (`Size()` entries each) are read on the
   // root only, ignored elsewhere.
-  virtual PavexStatus Gatherv(void const* sendbuf, int sendcount, Datatype sendtype,
-                              void* recvbuf, int const* recvcounts, int const* displs,
-                              Datatype recvtype, int root) const = 0;
+  [[nodiscard]] virtual PavexStatus Gatherv(void const* sendbuf, int sendcount,
+                                            Datatype sendtype, void* recvbuf,
+                                            int const* recvcounts, int const* displs,
+                                            Datatype recvtype, int root) const = 0;
 
   // The inverse of Gatherv: rank r receives `sendcounts[r]` elements at `displs[r]` of the
   // root's `sendbuf`. `sendbuf`, `sendcounts` and `displs` are read on the root only.
-  virtual PavexStatus Scatterv(void const* sendbuf, int const* sendcounts, int const* displs,
-                               Datatype sendtype, void* recvbuf, int recvcount,
-                               Datatype recvtype, int root) const = 0;
+  [[nodiscard]] virtual PavexStatus Scatterv(void const* sendbuf, int const* sendcounts,
+                                             int const* displs, Datatype sendtype,
+                                             void* recvbuf, int recvcount, Datatype recvtype,
+                                             int root) const = 0;
 
   // Every rank sends `sendcounts[r]` elements at `sdispls[r]` to each rank r and receives
   // `recvcounts[r]` elements of each rank r at `rdispls[r]`. Never called by the library; the
   // default body returns STATUS_NOT_SUPPORTED.
-  virtual PavexStatus Alltoallv(void const* sendbuf, int const* sendcounts, int const* sdispls,
-                                Datatype sendtype, void* recvbuf, int const* recvcounts,
-                                int const* rdispls, Datatype recvtype) const;
+  [[nodiscard]] virtual PavexStatus Alltoallv(void const* sendbuf, int const* sendcounts,
+                                              int const* sdispls, Datatype sendtype,
+                                              void* recvbuf, int const* recvcounts,
+                                              int const* rdispls, Datatype recvtype) const;
 
   // Every rank receives `recvcount` elements from each rank, in rank order.
-  virtual PavexStatus Allgather(void const* sendbuf, int sendcount, Datatype sendtype,
-                                void* recvbuf, int recvcount, Datatype recvtype) const = 0;
+  [[nodiscard]] virtual PavexStatus Allgather(void const* sendbuf, int sendcount,
+                                              Datatype sendtype, void* recvbuf, int recvcount,
+                                              Datatype recvtype) const = 0;
 
   // Gatherv whose result reaches every rank; all arguments are read on every rank.
-  virtual PavexStatus Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype,
-                                 void* recvbuf, int const* recvcounts, int const* displs,
-                                 Datatype recvtype) const = 0;
+  [[nodiscard]] virtual PavexStatus Allgatherv(void const* sendbuf, int sendcount,
+                                               Datatype sendtype, void* recvbuf,
+                                               int const* recvcounts, int const* displs,
+                                               Datatype recvtype) const = 0;
 
   // Combines `count` elements of all ranks with `op` into `recvbuf` of every rank. Minimum and
   // maximum are not defined for complex types; sums of DATATYPE_BYTE wrap. Never called by the
   // library; the default body returns STATUS_NOT_SUPPORTED.
-  virtual PavexStatus Allreduce(void const* sendbuf, void* recvbuf, int count, Datatype type,
-                                ReduceOp op) const;
+  [[nodiscard]] virtual PavexStatus Allreduce(void const* sendbuf, void* recvbuf, int count,
+                                              Datatype type, ReduceOp op) const;
 
   // Copies `count` elements of rank `root`'s `buf` into every other rank's `buf`.
-  virtual PavexStatus Bcast(void* buf, int count, Datatype type, int root) const = 0;
+  [[nodiscard]] virtual PavexStatus Bcast(void* buf, int count, Datatype type,
+                                          int root) const = 0;
 };
 
 }  // namespace Pavex

@@ -44,6 +44,39 @@ TEST(SingleProcess, MovesNothingAndTakesOnlyItsRecord) {
   EXPECT_EQ(rank.pool.Events(), std::vector<PoolEvent>{Took(72)});
 }
 
+// --- The result as its class
+
+TEST(TargetAs, GivesTheGatheredMatrixAsItsClass) {
+  RankUnderTest<> rank = SingleRank();
+  CooPiece<> const piece = Share(1);
+  ASSERT_EQ(Gather(rank, piece.matrix).status, STATUS_OK);
+  auto const& readOnly = rank.aggregator;
+
+  MatrixCOO<double, int>* const whole = rank.aggregator.TargetAs<MatrixCOO<double, int>>();
+  MatrixCOO<double, int> const* const seen = readOnly.TargetAs<MatrixCOO<double, int>>();
+
+  EXPECT_EQ(whole, rank.aggregator.Target());
+  EXPECT_EQ(seen, whole);
+}
+
+TEST(TargetAs, IsNullWithoutAGatheredMatrix) {
+  RankUnderTest<> rank = SingleRank();
+  auto const& readOnly = rank.aggregator;
+
+  EXPECT_EQ((rank.aggregator.TargetAs<MatrixCOO<double, int>>()), nullptr);
+  EXPECT_EQ((readOnly.TargetAs<MatrixCSR<double, int>>()), nullptr);
+}
+
+TEST(TargetAs, ThrowsBadCastForAnotherClass) {
+  RankUnderTest<> rank = SingleRank();
+  CooPiece<> const piece = Share(1);
+  ASSERT_EQ(Gather(rank, piece.matrix).status, STATUS_OK);
+  auto const& readOnly = rank.aggregator;
+
+  EXPECT_THROW((rank.aggregator.TargetAs<MatrixCSR<double, int>>()), std::bad_cast);
+  EXPECT_THROW((readOnly.TargetAs<MatrixCOO<double, long>>()), std::bad_cast);
+}
+
 // --- Who receives
 
 TEST(FrontDoors, GatherOntoRankZeroOnly) {
@@ -55,6 +88,7 @@ TEST(FrontDoors, GatherOntoRankZeroOnly) {
 
     EXPECT_EQ(rank.aggregator.mRoot, 0);
     EXPECT_EQ(rank.aggregator.Target() != nullptr, comm->Rank() == 0);
+    EXPECT_EQ((rank.aggregator.TargetAs<MatrixCOO<double, int>>()), rank.aggregator.Target());
   });
 }
 
@@ -220,7 +254,7 @@ TEST(Gather, ThrowsOnAMatrixThatIsNotOfTheClassItNames) {
     RankUnderTest<> rank = SingleRank();
     DescribedMatrix const impostor(static_cast<PavexMatrixStoreType>(type), 4, 5, 3);
 
-    EXPECT_THROW(rank.aggregator.Gather(rank.comm, impostor, true), std::bad_cast);
+    EXPECT_THROW((void)rank.aggregator.Gather(rank.comm, impostor, true), std::bad_cast);
     EXPECT_EQ(rank.aggregator.Target(), nullptr);
   }
 }
@@ -230,7 +264,7 @@ TEST(Gather, ThrowsOnAnEmptyMatrixOfAnotherClassThanTheHolders) {
   CooPiece<> const empty(0, 0, {}, {}, {});
   RankUnderTest<> rank(ScriptedRank(0, {&empty.matrix, &holder.matrix}));
 
-  EXPECT_THROW(rank.aggregator.Gather(rank.comm, empty.matrix, true), std::bad_cast);
+  EXPECT_THROW((void)rank.aggregator.Gather(rank.comm, empty.matrix, true), std::bad_cast);
 }
 
 TEST(Gather, ThrowsOnAMatrixOfOtherElementTypes) {
@@ -238,8 +272,10 @@ TEST(Gather, ThrowsOnAMatrixOfOtherElementTypes) {
   CooPiece<float, int> const otherValues(1, 1, {0}, {0}, {1});
   CooPiece<double, long> const otherIndices(1, 1, {0}, {0}, {1});
 
-  EXPECT_THROW(rank.aggregator.Gather(rank.comm, otherValues.matrix, true), std::bad_cast);
-  EXPECT_THROW(rank.aggregator.Gather(rank.comm, otherIndices.matrix, true), std::bad_cast);
+  EXPECT_THROW((void)rank.aggregator.Gather(rank.comm, otherValues.matrix, true),
+               std::bad_cast);
+  EXPECT_THROW((void)rank.aggregator.Gather(rank.comm, otherIndices.matrix, true),
+               std::bad_cast);
 }
 
 // --- The chain of lines

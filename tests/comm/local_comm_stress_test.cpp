@@ -191,17 +191,17 @@ TEST_P(LocalCommStress, RandomProgramsOutOfStepEnd) {
       int const peer = static_cast<int>(random() % Index(n));
       switch (random() % 4) {
         case 0:
-          comm.Send(&mine, 1, DATATYPE_LONG, peer, 50);
+          (void)comm.Send(&mine, 1, DATATYPE_LONG, peer, 50);
           break;
         case 1:
-          comm.Recv(target.data(), 1, DATATYPE_LONG, peer, 50);
+          (void)comm.Recv(target.data(), 1, DATATYPE_LONG, peer, 50);
           break;
         case 2:
-          comm.Gatherv(&mine, 1, DATATYPE_LONG, target.data(), counts.data(), displs.data(),
-                       DATATYPE_LONG, peer);
+          (void)comm.Gatherv(&mine, 1, DATATYPE_LONG, target.data(), counts.data(),
+                             displs.data(), DATATYPE_LONG, peer);
           break;
         default:
-          comm.Barrier();
+          (void)comm.Barrier();
       }
     }
     return comm.Recv(target.data(), 1, DATATYPE_LONG, rank, 50);

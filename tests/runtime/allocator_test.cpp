@@ -55,7 +55,7 @@ TYPED_TEST(AllocatorGet, GivesTheBlockBackWithTheBytesItWasRequestedWith) {
   LedgerPool pool;
   {
     Buffer<TypeParam> buffer;
-    pool.Get(buffer, 3);
+    ASSERT_EQ(pool.Get(buffer, 3), STATUS_OK);
   }
 
   EXPECT_EQ(pool.Events(),
@@ -66,7 +66,7 @@ TEST(AllocatorGet, LeavesTheNewBlockAsThePoolGaveIt) {
   LedgerPool pool;
   Buffer<double> buffer;
 
-  pool.Get(buffer, 5);
+  ASSERT_EQ(pool.Get(buffer, 5), STATUS_OK);
 
   EXPECT_TRUE(LedgerPool::Untouched(buffer.mData, 40));
 }
@@ -74,11 +74,11 @@ TEST(AllocatorGet, LeavesTheNewBlockAsThePoolGaveIt) {
 TEST(AllocatorGet, AllocatesAfreshAlsoForTheSizeItHas) {
   LedgerPool pool;
   Buffer<int> buffer;
-  pool.Get(buffer, 4);
+  ASSERT_EQ(pool.Get(buffer, 4), STATUS_OK);
   int const* const earlier = buffer.mData;
   buffer.mData[0] = 42;
 
-  pool.Get(buffer, 4);
+  ASSERT_EQ(pool.Get(buffer, 4), STATUS_OK);
 
   EXPECT_NE(buffer.mData, earlier);
   EXPECT_TRUE(LedgerPool::Untouched(buffer.mData, 16));
@@ -87,9 +87,9 @@ TEST(AllocatorGet, AllocatesAfreshAlsoForTheSizeItHas) {
 TEST(AllocatorGet, FreesTheEarlierBlockOnlyAfterTheNewOneIsInPlace) {
   LedgerPool pool;
   Buffer<int> buffer;
-  pool.Get(buffer, 4);
+  ASSERT_EQ(pool.Get(buffer, 4), STATUS_OK);
 
-  pool.Get(buffer, 2);
+  ASSERT_EQ(pool.Get(buffer, 2), STATUS_OK);
 
   EXPECT_EQ(pool.Events(), (Events{Took(16), Took(8), GaveBack(16)}));
 }
@@ -97,7 +97,7 @@ TEST(AllocatorGet, FreesTheEarlierBlockOnlyAfterTheNewOneIsInPlace) {
 TEST(AllocatorGet, OfZeroElementsStillAllocatesAndFreesTheEarlierBlock) {
   LedgerPool pool;
   Buffer<double> buffer;
-  pool.Get(buffer, 2);
+  ASSERT_EQ(pool.Get(buffer, 2), STATUS_OK);
 
   PavexStatus const status = pool.Get(buffer, 0);
 
@@ -112,7 +112,7 @@ TEST(AllocatorGet, LeavesTheBufferAsItWasWhenTheAllocationFails) {
   LedgerPool pool;
   {
     Buffer<double> buffer;
-    pool.Get(buffer, 2);
+    ASSERT_EQ(pool.Get(buffer, 2), STATUS_OK);
     double* const data = buffer.mData;
     buffer.mData[1] = 1.5;
     buffer.mAux = 9;
@@ -158,9 +158,9 @@ TEST(AllocatorGet, ReturnsTheEarlierBlockToTheAllocatorItCameFrom) {
   LedgerPool first;
   LedgerPool second;
   Buffer<int> buffer;
-  first.Get(buffer, 1);
+  ASSERT_EQ(first.Get(buffer, 1), STATUS_OK);
 
-  second.Get(buffer, 2);
+  ASSERT_EQ(second.Get(buffer, 2), STATUS_OK);
 
   EXPECT_EQ(first.Events(), (Events{Took(4), GaveBack(4)}));
   EXPECT_EQ(second.Events(), (Events{Took(8)}));
@@ -173,7 +173,7 @@ TEST(AllocatorGet, FreesNothingWhenTheEarlierArrayWasBorrowed) {
   Buffer<int> buffer;
   buffer.Borrow(foreign, 3);
 
-  pool.Get(buffer, 2);
+  ASSERT_EQ(pool.Get(buffer, 2), STATUS_OK);
 
   EXPECT_EQ(pool.Events(), (Events{Took(8)}));
 }
