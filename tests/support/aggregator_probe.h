@@ -56,11 +56,11 @@ class AggregatorProbe : public Aggregator<T, I> {
 // aggregator. Local matrices whose arrays come from `pool` must be declared after it.
 template <typename T = double, typename I = int>
 struct RankUnderTest {
-  // Over a rank of a real job, or one that a test scripts.
+  // Works over a rank of a real job, or over one that a test scripts.
   explicit RankUnderTest(std::shared_ptr<Comm> inner)
       : comm(std::make_shared<TraceComm>(std::move(inner))), aggregator(&pool) {}
 
-  // The gathered matrix as the class that it must have; throws std::bad_cast if it has not.
+  // The gathered matrix as the class that it must have. Throws std::bad_cast for another class.
   template <typename M>
   M& Target() {
     return dynamic_cast<M&>(*aggregator.Target());
@@ -77,7 +77,7 @@ struct RankUnderTest {
   AggregatorProbe<T, I> aggregator;
 };
 
-// What `local` says about itself in the exchange.
+// The record of `local` in the exchange.
 inline MatrixLocalInfo RecordOf(MatrixBase const& local, bool withValues) {
   MatrixLocalInfo info{};
   info.withValues = withValues;
@@ -93,7 +93,7 @@ inline MatrixLocalInfo RecordOf(MatrixBase const& local, bool withValues) {
   return info;
 }
 
-// Rank `rank` of a job whose ranks hold `locals`; nothing but the records is exchanged.
+// Rank `rank` of a job whose ranks hold `locals`. The ranks exchange the records only.
 inline std::shared_ptr<ScriptedComm> ScriptedRank(int rank,
                                                   std::vector<MatrixBase const*> const& locals,
                                                   bool withValues = true) {

@@ -1,4 +1,4 @@
-// Buffers with contents, for tests.
+// Makes buffers with contents, for tests.
 
 #pragma once
 
@@ -21,7 +21,7 @@ Buffer<T> Owned(Allocator& allocator, std::vector<T> const& elements) {
   return buffer;
 }
 
-// The elements in use.
+// Copies the elements in use.
 template <typename T>
 std::vector<T> Elements(Buffer<T> const& buffer) {
   return {buffer.mData, buffer.mData + buffer.mSize};

@@ -17,7 +17,7 @@ void Require(bool condition, char const* what) {
   if (!condition) throw std::runtime_error(what);
 }
 
-// Standard output goes to a temporary file while an object of this class lives.
+// Redirects standard output to a temporary file while an object of this class lives.
 class Redirection {
  public:
   Redirection() : mFile(std::tmpfile()) {

@@ -1,4 +1,4 @@
-// What a function writes to standard output, for tests.
+// Captures what a function writes to standard output, for tests.
 
 #pragma once
 
@@ -8,7 +8,7 @@
 namespace Pavex {
 
 // Runs `function` and returns what it wrote to standard output, buffered or not. Redirects the
-// descriptor of the whole process meanwhile: no other thread may write there, other than one
+// descriptor of the whole process meanwhile, so no other thread may write there, except threads
 // that `function` starts and ends.
 std::string CaptureStdout(std::function<void()> const& function);
 
@@ -21,8 +21,8 @@ struct ChildResult {
 
 // Runs `function` in a forked child whose standard output is a fully buffered pipe, as it is
 // for a program whose output is piped. The child exits with 0 when `function` returns, with 1
-// if it added a test failure or threw (the output then tells); buffered output is flushed then.
-// To be called while the process has no other thread.
+// if it added a test failure or threw (the output then says so); buffered output is flushed
+// then. Call it while the process has no other thread.
 ChildResult RunInChild(std::function<void()> const& function);
 
 }  // namespace Pavex

@@ -40,7 +40,7 @@ std::string One(int count, Datatype type) {
   return std::to_string(count) + " " + Name(type);
 }
 
-// A null array reads as nothing: its rank does not take part with it.
+// A null array reads as empty: the calling rank does not use it.
 std::string Many(int const* counts, std::vector<int> const& countsRead,
                  std::vector<int> const& displsRead, Datatype type) {
   std::string const lists = counts == nullptr || countsRead.empty()

@@ -25,9 +25,9 @@ enum class CommOp {
   BCAST
 };
 
-// The arguments of a call; those that the operation does not have keep their defaults. Count
-// and displacement arrays are kept both as the pointers that were passed and as copies; only
-// where the operation reads them on the calling rank, the copies are filled.
+// The arguments of a call. Arguments that the operation does not have keep their defaults.
+// Arrays of counts and displacements are kept as the pointers that were passed and as copies. A
+// copy is filled only if the operation reads the array on the calling rank.
 struct CommCall {
   CommOp op = CommOp::RANK;
   void const* sendbuf = nullptr;
@@ -55,7 +55,7 @@ struct CommCall {
   bool InPlace() const { return sendbuf == &Comm::IN_PLACE_OBJ; }
 };
 
-// The call with its arguments but without buffer addresses and result:
+// The call with its arguments, without buffer addresses and result:
 //   Rank()
 //   Send(3 double to 1 tag 50)
 //   Recv(3 double from 0 tag 50)

@@ -11,13 +11,13 @@
 
 namespace Pavex {
 
-// Fills the gaps between runs in a DensePiece.
+// The value in the gaps between the runs of a DensePiece.
 constexpr int kGap = -1;
 
 // A dense matrix and its value array. Movable: the array stays where it is.
 template <typename T = double, typename I = int>
 struct DensePiece {
-  // Over the given array, which may be longer than the runs; an empty one gives no values.
+  // Uses the given array, which may be longer than the runs. An empty one gives no values.
   DensePiece(std::int64_t rows, std::int64_t cols, bool rowMajor, std::int64_t ld,
              std::vector<int> const& numbers)
       : values(Numbers<T>(numbers)) {
@@ -71,13 +71,13 @@ DensePiece<T, I> RowShare(int rank, bool rowMajor, int padding = 0) {
       .In(3, 5, MatrixPartition::RowWise(rank == 0 ? 0 : 1));
 }
 
-// The whole 3 x 5 matrix, not declared a piece of another.
+// The whole 3 x 5 matrix, without a partition.
 template <typename T = double, typename I = int>
 DensePiece<T, I> WholeShare(bool rowMajor, int padding = 0) {
   return DenseBlock<T, I>(1, 3, 1, 5, rowMajor, padding);
 }
 
-// The local matrix of a rank that holds nothing of it.
+// The local matrix of a rank that holds no part of it.
 template <typename T = double, typename I = int>
 DensePiece<T, I> EmptyShare(bool rowMajor) {
   return {0, 0, rowMajor, 0, {}};

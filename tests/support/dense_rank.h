@@ -1,4 +1,4 @@
-// One rank of a job of dense matrices, whose other ranks a test scripts.
+// One rank of a job of dense matrices. A test scripts the other ranks.
 
 #pragma once
 
@@ -22,8 +22,8 @@ std::vector<First> Pieces(First first, More... more) {
   return pieces;
 }
 
-// Rank `self` of a job whose ranks hold `pieces`. Records are exchanged; what else comes from
-// the other ranks, `script` tells.
+// Rank `self` of a job whose ranks hold `pieces`. The records are exchanged; `script` supplies
+// what else comes from the other ranks.
 template <typename T = double, typename I = int>
 struct DenseRank {
   DenseRank(int self, std::vector<DensePiece<T, I>> allPieces, bool withValues = true)
@@ -54,7 +54,7 @@ struct DenseRank {
     return {values.mData, values.mData + values.mSize};
   }
 
-  // What a test looks at once its operation has run.
+  // What a test checks after its operation has run.
   std::vector<PoolEvent> const& Events() const { return rank.pool.Events(); }
   std::vector<std::string> Calls() const { return rank.comm->DataTexts(); }
 
@@ -73,7 +73,7 @@ struct DenseRank {
   }
 };
 
-// What a scripted operation that receives puts into the receive buffer.
+// Makes a scripted operation that receives put these elements into the receive buffer.
 template <typename T = double>
 ScriptedComm::Handler Deliver(std::vector<int> const& numbers) {
   return [elements = Numbers<T>(numbers)](CommCall const& call) {
@@ -82,7 +82,8 @@ ScriptedComm::Handler Deliver(std::vector<int> const& numbers) {
   };
 }
 
-// Lets a scripted operation that sends keep the `sent.size()` elements at its send buffer.
+// Makes a scripted operation that sends copy `sent.size()` elements of its send buffer to
+// `sent`.
 template <typename T = double>
 ScriptedComm::Handler Keep(std::vector<T>& sent) {
   return [&sent](CommCall const& call) {

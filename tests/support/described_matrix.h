@@ -1,4 +1,4 @@
-// A matrix that is nothing but its description, for tests.
+// A matrix without arrays, for tests of what reads its description only.
 
 #pragma once
 
@@ -8,7 +8,7 @@
 
 namespace Pavex {
 
-// Says about itself what a test sets; belongs to no storage class.
+// Returns the description that a test sets. It belongs to no storage class.
 class DescribedMatrix : public MatrixBase {
  public:
   DescribedMatrix(PavexMatrixStoreType type, std::int64_t rows, std::int64_t cols, long nnz)

@@ -1,4 +1,4 @@
-// When a wrapped interface is to fail.
+// Decides when a wrapped interface fails.
 
 #pragma once
 
@@ -6,9 +6,9 @@
 
 namespace Pavex {
 
-// Counts calls and tells the failing ones. The default never fails. A test that raises `nth`
-// from 1 until its operation succeeds has met every place that can fail. Not shared between
-// threads.
+// Counts calls and decides which of them fail. The default never fails. A test that raises
+// `nth` from 1 until its operation succeeds has met every place that can fail. Not shared
+// between threads.
 class Fault {
  public:
   Fault() = default;
@@ -19,7 +19,7 @@ class Fault {
   // Call number `nth` and all later ones fail with `status`.
   static Fault From(int nth, PavexStatus status) { return {nth, kForEver, status}; }
 
-  // Counts one call and tells whether it fails.
+  // Counts one call and returns whether it fails.
   bool Due() {
     ++mCalls;
     return mFirst <= mCalls && mCalls <= mLast;

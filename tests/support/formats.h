@@ -1,4 +1,4 @@
-// The sparse storage formats as one thing, for tests that run for each of them.
+// The sparse storage formats behind one interface, for tests that run for each of them.
 
 #pragma once
 
@@ -53,7 +53,7 @@ struct CscFormat {
   static MatrixPartition Band(std::int64_t begin) { return MatrixPartition::ColumnWise(begin); }
 };
 
-// TYPED_TEST_SUITE(MyTest, CompressedFormats), for what depends on the format alone.
+// For tests that depend on the format only: TYPED_TEST_SUITE(MyTest, CompressedFormats).
 using CompressedFormats = ::testing::Types<CsrFormat<>, CscFormat<>>;
 
 // Both formats of every instance.

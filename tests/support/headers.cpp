@@ -1,1 +1,1 @@
-// Nothing: its target precompiles the headers of the tests.
+// This file is empty: its target precompiles the headers of the tests.

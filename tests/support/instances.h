@@ -14,8 +14,8 @@ struct Instance {
   using Index = I;
 };
 
-// All that typed tests run on; two of them where every test takes much longer.
-// TYPED_TEST_SUITE(MyTest, AllInstances); in its tests: typename TypeParam::Value.
+// The instances on which typed tests run. Trees in which every test takes much longer use two
+// of them. Example: TYPED_TEST_SUITE(MyTest, AllInstances), then typename TypeParam::Value.
 #ifdef PAVEX_TWO_INSTANCES
 using AllInstances =
     ::testing::Types<Instance<double, int>, Instance<std::complex<float>, long>>;

@@ -1,4 +1,4 @@
-// A pool that keeps books on every block, for tests.
+// A pool that records every block, for tests.
 
 #pragma once
 
@@ -34,11 +34,11 @@ inline PoolEvent Refused(std::size_t bytes) {
 bool operator==(PoolEvent const& a, PoolEvent const& b);
 std::ostream& operator<<(std::ostream& stream, PoolEvent const& event);
 
-// Takes each block from the heap, between two guards and filled with kFill. Adds a failure to
-// the running test when a block comes back that is not outstanding, comes back with another
-// size than was requested, or was written outside its bounds; and at its own destruction for
-// every block that never came back. 0 bytes give a block of their own. Requests above
-// kMaxBytes are refused with STATUS_OUT_OF_MEMORY. Not shared between threads.
+// Takes each block from the heap, between two guards, and fills it with kFill. Adds a failure
+// to the running test if a returned block is not outstanding, has another size than was
+// requested, or was written outside its bounds. Its destructor adds a failure for every block
+// that was not returned. A request of 0 bytes gets a block of its own. Requests above kMaxBytes
+// are refused with STATUS_OUT_OF_MEMORY. Not shared between threads.
 class LedgerPool : public MemoryPool {
  public:
   static constexpr unsigned char kFill = 0xA5;
@@ -52,19 +52,20 @@ class LedgerPool : public MemoryPool {
   // Decides which of the allocations from now on fail.
   void Fail(Fault const& fault) { mFault = fault; }
 
-  // Whether a planned fault has struck.
+  // Whether a planned fault has occurred.
   bool FaultStruck() const { return mFault.Struck(); }
 
   // All calls since the start or the last ForgetEvents.
   std::vector<PoolEvent> const& Events() const { return mEvents; }
   void ForgetEvents() { mEvents.clear(); }
 
-  // What is taken and not yet given back, and the most bytes that ever were at once.
+  // Blocks and bytes that are taken and not yet returned, and the most bytes that were taken at
+  // once.
   std::size_t OutstandingBlocks() const { return mOutstanding.size(); }
   std::size_t OutstandingBytes() const { return mBytes; }
   std::size_t PeakBytes() const { return mPeakBytes; }
 
-  // Forgets earlier peaks: the peak is what is outstanding now.
+  // Sets the peak to what is outstanding now.
   void RestartPeak() { mPeakBytes = mBytes; }
 
   // Whether `block` is outstanding, and its requested size (0 if it is not).

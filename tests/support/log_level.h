@@ -1,4 +1,4 @@
-// The process-wide log level for the span of a test.
+// Sets the process-wide log level for one test.
 
 #pragma once
 
@@ -6,7 +6,7 @@
 
 namespace Pavex {
 
-// Sets the level and restores the earlier one when it goes.
+// Sets the level; the destructor restores the earlier one.
 class LogLevel {
  public:
   explicit LogLevel(std::int32_t level) : mEarlier(Log::mMaxLogLevel) {

@@ -1,4 +1,4 @@
-// A store record in which every byte that was not written can be told.
+// A store record in which a test can see every byte that was not written.
 
 #pragma once
 
@@ -11,7 +11,7 @@ namespace Pavex {
 
 constexpr std::uint64_t kStoreMark = 0xABABABABABABABAB;
 
-// A record that consists of marks.
+// A record whose bytes are all marks.
 inline PavexMatrixStore MarkedStore() {
   PavexMatrixStore store;
   std::memset(&store, 0xAB, sizeof(store));

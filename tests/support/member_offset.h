@@ -1,4 +1,4 @@
-// The place of a member in an object that is no standard-layout type.
+// The offset of a member in an object whose type has no standard layout.
 
 #pragma once
 

@@ -1,6 +1,6 @@
-// The main of the GoogleTest binaries that run as one MPI job, `--np <n>` processes wide. Every
-// process runs every test, in step with the others. Rank 0 prints the usual report, the others
-// print what fails on them. Fails as a whole if any rank fails, if the job has another number
+// The main function of the GoogleTest binaries that run as one MPI job of `--np <n>` processes.
+// Every process runs every test, in step with the others. Rank 0 prints the usual report; each
+// other rank prints its own failures. The job fails if any rank fails, if it has another number
 // of processes, or if no test ran.
 
 #include "tests/support/mpi_processes.h"
@@ -12,7 +12,7 @@
 namespace {
 
 // Names the rank of each failure. A fatal failure ends the whole job at the end of its test:
-// this rank has left the test early, and the others would wait for it in vain.
+// this rank has left the test early, and the others would wait for it for ever.
 class FailureReport : public testing::EmptyTestEventListener {
  public:
   explicit FailureReport(int rank) : mRank(rank) {}

@@ -1,4 +1,4 @@
-// What a test binary over MPI was told about its job.
+// Reads what the command line says about the MPI job of a test binary.
 
 #pragma once
 
@@ -7,8 +7,8 @@
 
 namespace Pavex {
 
-// The number after `--np` on the command line: the processes that this job was meant to have.
-// 0 if it is not there, which matches no job.
+// The number after `--np` on the command line: the processes that the job must have. 0 if
+// `--np` is missing; no job has 0 processes.
 inline int ExpectedProcesses(int argc, char** argv) {
   for (int i = 1; i + 1 < argc; ++i)
     if (std::string(argv[i]) == "--np") return std::atoi(argv[i + 1]);

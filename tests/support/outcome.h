@@ -1,4 +1,4 @@
-// What became of an operation, for tests.
+// The outcome of an operation, for tests.
 
 #pragma once
 
@@ -10,7 +10,7 @@
 
 namespace Pavex {
 
-// A status, and what was printed on the way to it.
+// The status of an operation, and what the operation printed.
 struct Outcome {
   PavexStatus status = 99;
   std::string output;
@@ -38,7 +38,7 @@ inline std::string StatusLines(int count, PavexStatus status) {
   return lines;
 }
 
-// What an operation prints that needs a gather before it.
+// What an operation prints if it needs a gather and none came before.
 constexpr char kNotGathered[] = "[ERROR] Gather should be executed first\n";
 
 }  // namespace Pavex

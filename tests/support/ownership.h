@@ -1,4 +1,4 @@
-// Whose an array is, for tests.
+// Checks who owns an array, for tests.
 
 #pragma once
 

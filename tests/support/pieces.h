@@ -40,7 +40,7 @@ std::vector<E> Numbers(std::vector<int> const& numbers) {
 }
 
 // A sparse matrix and its three arrays. `first` and `second` are its index arrays in their
-// order; no `values` give a pattern. Movable: the arrays stay where they are.
+// order. Empty `values` give a pattern. Movable: the arrays stay where they are.
 template <typename M, typename T, typename I>
 struct SparsePiece {
   SparsePiece(std::int64_t rows, std::int64_t cols, std::vector<int> const& firstNumbers,

@@ -1,4 +1,5 @@
-// Records as the processes of a job exchange them, and what a step says about them.
+// Makes records as the processes of a job exchange them, and captures what a step says about
+// them.
 
 #pragma once
 
@@ -61,7 +62,7 @@ struct Verdict {
   std::string output;
 };
 
-// What `check` says, and prints with debug lines on.
+// The status of `check`, and what it prints with debug lines on.
 template <typename Check>
 Verdict Judge(Check check, Records records) {
   LogLevel const level(LOG_DEBUG);

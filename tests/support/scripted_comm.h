@@ -1,4 +1,4 @@
-// A communicator without peers, for tests of one rank of many.
+// A communicator without peers, for tests of one rank of a job.
 
 #pragma once
 
@@ -13,8 +13,8 @@
 
 namespace Pavex {
 
-// Plays rank `rank` of `size`, any numbers, in one thread. What the other ranks would do is
-// told beforehand: Allgather fills their slots from given records; every other operation
+// Acts as rank `rank` of `size`, any numbers, in one thread. A test sets beforehand what the
+// other ranks would do: Allgather fills their slots from given records. Every other operation
 // succeeds and moves nothing unless it has a handler. Wrap it in a TraceComm to see the calls.
 //
 //   auto comm = std::make_shared<ScriptedComm>(1, 3);
@@ -26,9 +26,9 @@ class ScriptedComm : public CallComm {
 
   ScriptedComm(int rank, int size) : CallComm(rank, size) {}
 
-  // Gives the records of all ranks, one each; that of the own rank is ignored. Allgather copies
-  // them for as many bytes as the caller receives from each rank, and its own contribution
-  // unless that is in place.
+  // Sets the records of all ranks, one each; the record of this rank is ignored. Allgather
+  // copies as many bytes of each as the caller receives from each rank, and the caller's own
+  // contribution unless it is in place.
   template <typename Record>
   void SetRecords(std::vector<Record> const& records) {
     static_assert(std::is_trivially_copyable_v<Record>, "records travel as raw bytes");
@@ -37,10 +37,10 @@ class ScriptedComm : public CallComm {
     mRecords.assign(bytes, bytes + records.size() * sizeof(Record));
   }
 
-  // Lets `handler` carry out the calls of `op`, also of Allgather.
+  // Makes `handler` carry out the calls of `op`, also if it is Allgather.
   void On(CommOp op, Handler handler) { mHandlers[op] = std::move(handler); }
 
-  // Lets the calls of `op` return `status` and do nothing.
+  // Makes the calls of `op` return `status` and do nothing.
   void Return(CommOp op, PavexStatus status) {
     On(op, [status](CommCall const&) { return status; });
   }

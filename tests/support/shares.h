@@ -1,4 +1,4 @@
-// One small coordinate matrix, in the shares of two ranks or whole on one.
+// A small coordinate matrix, as the shares of two ranks or whole on one rank.
 
 #pragma once
 

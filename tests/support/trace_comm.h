@@ -1,4 +1,4 @@
-// A communicator that records what is asked of another one, for tests.
+// A communicator that records the calls of another one, for tests.
 
 #pragma once
 
@@ -11,9 +11,9 @@
 
 namespace Pavex {
 
-// Hands every call to the wrapped communicator and records it, Rank and Size included. Buffers
-// are recorded as pointers, so their contents are seen only while they live. Each rank wraps
-// its own communicator; one thread uses it at a time.
+// Passes every call to the wrapped communicator and records it, Rank and Size included. It
+// records buffers as pointers, so their contents can be read only while they live. Each rank
+// wraps its own communicator. One thread uses it at a time.
 class TraceComm : public CallComm {
  public:
   // Whether a failing call moves its data first.
@@ -24,14 +24,14 @@ class TraceComm : public CallComm {
   // Decides which of the calls from now on fail; Rank and Size are not counted.
   void Fail(Fault const& fault, FaultMode mode = INSTEAD);
 
-  // Whether a planned fault has struck.
+  // Whether a planned fault has occurred.
   bool FaultStruck() const { return mFault.Struck(); }
 
   // All calls since the start or the last ForgetCalls.
   std::vector<CommCall> const& Calls() const { return mCalls; }
   void ForgetCalls() { mCalls.clear(); }
 
-  // The text of every call, and of those that are neither Rank nor Size.
+  // The texts of all calls, and of all calls except Rank and Size.
   std::vector<std::string> Texts() const;
   std::vector<std::string> DataTexts() const;
 

@@ -1,4 +1,4 @@
-// The place of a virtual function in the virtual table of its class.
+// Finds the slot of a virtual function in the virtual table of its class.
 
 #pragma once
 
