@@ -1,4 +1,4 @@
-// How a local piece sits in the global matrix.
+// Describes how a local piece lies in the global matrix.
 
 #pragma once
 
@@ -7,7 +7,7 @@
 
 namespace Pavex {
 
-// What a piece is of the whole.
+// The kinds of pieces.
 enum PartitionType : std::int32_t {
   PARTITION_ROW_WISE = 0,      // a band of whole rows
   PARTITION_COLUMN_WISE = 1,   // a band of whole columns

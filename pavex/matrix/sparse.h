@@ -9,7 +9,8 @@
 
 namespace Pavex {
 
-// `first` is the class's store type for part code 0; part codes other than 0 and 1 count as 2.
+// `first` is the class's store type for part code 0. Part codes other than 0 and 1 count as 2.
+// Fixed: see docs/compatibility.md.
 inline PavexMatrixStoreType SparseStoreType(PavexMatrixStoreType first, std::int32_t part) {
   std::int32_t const offset = part == 0 ? 0 : (part == 1 ? 1 : 2);
   return static_cast<PavexMatrixStoreType>(first + offset);

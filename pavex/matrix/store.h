@@ -1,11 +1,12 @@
-// How a matrix is stored, and the plain record through which a matrix shows its raw arrays.
+// The store types, and the plain record through which a matrix shows its raw arrays.
 
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-// The thirteen store types. A sparse class reports one of three, by its part code.
+// The thirteen store types. A sparse class reports one of three, by its part code. The numbers
+// are fixed: see docs/compatibility.md.
 enum PavexMatrixStoreType : std::int32_t {
   STORE_TYPE_0 = 0,  // further dense kinds, reported by no class of the library
   STORE_TYPE_1 = 1,
@@ -22,9 +23,9 @@ enum PavexMatrixStoreType : std::int32_t {
   STORE_DENSE_COL_MAJOR = 12
 };
 
-// Filled by MatrixBase::Query. Owns nothing: every pointer is borrowed from the matrix and
-// valid as long as the matrix and its arrays are unchanged. `type` tells which view is filled;
-// array elements have the value and index type of the matrix (mValueType, mIndexType).
+// MatrixBase::Query fills it. It owns nothing: every pointer is valid as long as the matrix and
+// its arrays are unchanged. `type` says which view is filled. Array elements have the value and
+// index type of the matrix (mValueType, mIndexType).
 //
 //   offset  size  member
 //        0     8  rows
@@ -32,24 +33,23 @@ enum PavexMatrixStoreType : std::int32_t {
 //       16     4  type (4 bytes of padding follow)
 //       24    32  one of the views, whose members are 8 bytes each
 struct PavexMatrixStore {
-  // Of a dense matrix.
+  // The view of a dense matrix.
   struct DenseView {
     void* values;     // its first element
     std::int64_t ld;  // elements between the starts of consecutive runs
   };
-  // Of a compressed row or column matrix.
+  // The view of a compressed row or column matrix.
   struct CompressedView {
     void* ptr;     // offsets, rows + 1 (CSR) or cols + 1 (CSC)
     void* idx;     // column (CSR) or row (CSC) of each entry
-    void* values;  // null if the matrix carries its pattern only
+    void* values;  // null for a pattern
   };
-  // Of a coordinate matrix.
+  // The view of a coordinate matrix.
   struct CooView {
-    std::int64_t
-        nnz;       // length of the value array: 0 for a matrix that carries its pattern only
-    void* row;     // row of each entry
-    void* col;     // column of each entry
-    void* values;  // null if the matrix carries its pattern only
+    std::int64_t nnz;  // length of the value array: 0 for a pattern
+    void* row;         // row of each entry
+    void* col;         // column of each entry
+    void* values;      // null for a pattern
   };
 
   std::int64_t rows;          // of the piece

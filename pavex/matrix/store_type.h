@@ -1,4 +1,4 @@
-// What a store type says about a matrix. One place for each rule.
+// The table of the store types, and the rules that read it.
 
 #pragma once
 
@@ -50,8 +50,8 @@ constexpr StoreKind StoreKindOf(PavexMatrixStoreType type) noexcept {
   return info == nullptr ? StoreKind::UNKNOWN : info->kind;
 }
 
-// The part code (0, 1 or 2) of a store type; 0 for the dense kinds. Aborts with the fatal line
-// on a value outside 0 to 12.
+// The part code (0, 1 or 2) of a store type; 0 for the dense kinds. A value outside 0 to 12
+// logs the fatal line and aborts. Fixed: see docs/compatibility.md.
 inline int GetMatrixPart(PavexMatrixStoreType type) {
   StoreTypeInfo const* const info = FindStoreType(type);
   if (info == nullptr) Log::NeverBeenHere();  // GCOVR_EXCL_LINE: aborts

@@ -11,16 +11,16 @@ namespace Pavex {
 
 static_assert(sizeof(long) == sizeof(std::int64_t), "an LP64 platform is needed");
 
-// A contiguous array of T that either owns its block or borrows somebody else's. The block is
-// owned while mAllocator is set, and goes back to that allocator with the size it was requested
-// with; a borrowed array is never freed. Movable, not copyable; not shared between threads.
+// A contiguous array of T that owns its block or borrows one. A buffer with an mAllocator owns
+// its block and returns it to that allocator with the size of the request. A buffer without one
+// borrows, and never frees. Movable, not copyable; not shared between threads.
 template <typename T>
 struct Buffer {
   T* mData = nullptr;               // first element; null for an empty buffer
   std::int64_t mSize = 0;           // elements in use, at most mCapacity in an owned block
   std::int64_t mCapacity = 0;       // elements that the block was allocated for
   Allocator* mAllocator = nullptr;  // owner of the block; null for a borrowed array
-  std::uint64_t mAux = 0;  // zeroed whenever an array is installed; for the application
+  std::uint64_t mAux = 0;  // set to zero whenever an array is installed; for the application
 
   Buffer() = default;
   Buffer(Buffer&& other) noexcept { Swap(other); }
@@ -41,12 +41,12 @@ struct Buffer {
     std::swap(mAux, other.mAux);
   }
 
-  // Makes the buffer a view of `size` elements that somebody else keeps alive. What it owned
-  // before is freed.
+  // Makes the buffer a view of `size` elements that the caller keeps alive. Frees what it owned
+  // before.
   void Borrow(T* data, std::int64_t size) { Install(data, size, nullptr); }
 
-  // Takes over `size` elements at `data`, owned by `allocator` (null: borrowed); only then
-  // frees what was owned before.
+  // Takes over `size` elements at `data`, owned by `allocator` (null: borrowed). Then frees
+  // what it owned before.
   void Install(T* data, std::int64_t size, Allocator* allocator) {
     T* const oldData = mData;
     std::int64_t const oldCapacity = mCapacity;

@@ -1,4 +1,4 @@
-// What a shared build of the library shows to its users; everything else stays hidden.
+// Marks what a shared build of the library exports. Everything else stays hidden.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// The communicator that needs no other process.
+// The communicator of a job of one process.
 
 #pragma once
 
@@ -6,9 +6,10 @@
 
 namespace Pavex {
 
-// The communicator of a job of one process: rank 0 of 1. Bcast succeeds, having nobody to copy
-// to; every other data-moving operation returns STATUS_NOT_SUPPORTED and copies nothing, so the
-// caller detects the single process itself. Stateless: may be shared freely.
+// Rank 0 of 1. Bcast succeeds, because there is no process to copy to. Every other operation
+// that moves data returns STATUS_NOT_SUPPORTED and copies nothing, so the caller detects the
+// single process itself. Fixed: see docs/compatibility.md. It has no state and may be shared
+// freely.
 class PAVEX_API SelfComm : public Comm {
  public:
   ~SelfComm() override;

@@ -1,6 +1,7 @@
 // The result of every operation of the library: a signed 32-bit code, 0 for success and
-// negative for the library's own failures. A status that comes from the application's allocator
-// or communicator passes through unchanged, whatever its sign.
+// negative for the library's own failures. A status of the application's allocator or
+// communicator passes through unchanged, whatever its sign. The numbers are fixed: see
+// docs/compatibility.md.
 
 #pragma once
 
@@ -25,11 +26,11 @@ constexpr PavexStatus STATUS_OK = 0;
 constexpr PavexStatus STATUS_NOT_SUPPORTED = -2;
 // The default MemoryPool could not get the memory.
 constexpr PavexStatus STATUS_OUT_OF_MEMORY = -3;
-// An argument or an enumeration value outside its range.
+// An argument or an enumeration value is outside its range.
 constexpr PavexStatus STATUS_INVALID_VALUE = -7;
 // A matrix handed to a later phase differs from the one seen in the gather phase.
 constexpr PavexStatus STATUS_MISMATCH = -9;
-// An operation called before the phase that it needs.
+// An operation was called before the phase that it needs.
 constexpr PavexStatus STATUS_WRONG_ORDER = -11;
 // Processes or arrays disagree.
 constexpr PavexStatus STATUS_INCONSISTENT = -16;
