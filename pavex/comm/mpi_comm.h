@@ -15,14 +15,14 @@
 
 namespace Pavex {
 
-// A Comm over MPI: works on its own duplicate of the caller's communicator, so its messages
+// A Comm over MPI. It works on its own duplicate of the caller's communicator, so its messages
 // never meet the caller's. Construction and destruction are collective over the given
-// communicator, like every operation but Rank, Size, Send and Recv.
+// communicator. So is every operation except Rank, Size, Send and Recv.
 //
-// What it leaves alone: it never initialises or finalises MPI, never touches MPI_COMM_WORLD
-// unless that is the communicator given, and never changes the error handler of the given
-// communicator. Errors return as codes on the duplicate only; an MPI_Comm_dup that fails is
-// reported by the caller's own handler (with MPI's default one, the job ends there).
+// It never initialises or finalises MPI, never uses MPI_COMM_WORLD unless that is the given
+// communicator, and never changes the error handler of the given communicator. Errors return as
+// codes on the duplicate only. If MPI_Comm_dup fails, the caller's own handler reports it
+// (MPI's default handler ends the job).
 //
 // Without live MPI - constructed before MPI was initialised, after it was finalised, from
 // MPI_COMM_NULL, from an intercommunicator, by a failed duplication, or used after MPI was
@@ -45,20 +45,20 @@ namespace Pavex {
 //
 // After a failed collective. A failure - MPI's, or that of a pool between two operations - may
 // be seen on one rank alone, and what the others have sent meanwhile cannot be called back.
-// What an application may do then depends on whether the others come out of their operation:
-// - While small pieces are collected onto one rank and that rank fails, they do: MPI has taken
-//   their pieces into its own buffers. All ranks can go on over a new MpiComm, made from the
-//   same MPI communicator. Leave the spent one undestroyed until MPI is finalised: a late
-//   message of the failed operation then finds its old duplicate and never the new one.
+// What an application may do then depends on whether the others return from their operation:
+// - If small pieces are collected onto one rank and that rank fails, they return: MPI has
+//   buffered their pieces. All ranks can go on over a new MpiComm, made from the same MPI
+//   communicator. Do not destroy the old one before MPI is finalised: a late message of the
+//   failed operation then reaches its old duplicate and never the new one.
 // - With large pieces, or where every rank waits for all others (Barrier, Allgather, Allreduce,
 //   Allgatherv, Alltoallv, and Bcast from the failing rank), they may stay inside MPI for ever.
 //   End the job then (MPI_Abort).
-// Agreeing by Allreduce on the worst status after every step that can fail on one rank alone,
-// before the next collective is entered, keeps the second case away.
+// To avoid the second case, agree by Allreduce on the worst status after every step that can
+// fail on one rank alone, before the next collective.
 //
 // Threads: needs MPI_THREAD_FUNNELED and no more; every call, construction and destruction
-// included, is made by the thread that initialised MPI. With MPI_THREAD_SERIALIZED any one
-// thread at a time will do.
+// included, is made by the thread that initialised MPI. With MPI_THREAD_SERIALIZED, any one
+// thread at a time may call it.
 class PAVEX_API MpiComm : public Comm {
  public:
   // Duplicates `comm`. Collective over `comm`.

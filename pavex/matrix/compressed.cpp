@@ -39,7 +39,7 @@ long MatrixCompressed<M, T, I>::NNZ() const {
   auto const& matrix = static_cast<M const&>(*this);
   Buffer<I> const& offsets = Offsets(matrix);
   if (offsets.mSize == 0 || mRows == 0 || mCols == 0) return 0;
-  // In the width of the index type.
+  // The difference has the width of the index type. Fixed: see docs/compatibility.md.
   return WrappingSub(offsets.mData[PickCompressed<M>(mRows, mCols)], offsets.mData[0]);
 }
 

@@ -65,7 +65,7 @@ void MatrixCOO<T, I>::Query(PavexMatrixStore& store) const {
   store.rows = mRows;
   store.cols = mCols;
   store.type = StoreType();
-  store.coo.nnz = mValues.mSize;  // not NNZ(): a pattern shows 0 entries here
+  store.coo.nnz = mValues.mSize;  // not NNZ(). Fixed: see docs/compatibility.md
   store.coo.row = mRowIdx.mData;
   store.coo.col = mColIdx.mData;
   store.coo.values = mValues.mData;

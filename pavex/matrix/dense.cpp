@@ -6,7 +6,7 @@ namespace Pavex {
 
 namespace {
 
-// Elements from the first to behind the last one of a strided array.
+// The number of elements from the first to the last one of a strided array.
 std::int64_t Extent(std::int64_t runs, std::int64_t runLength, std::int64_t ld) {
   return runs < 1 || runLength < 1 ? 0 : (runs - 1) * ld + runLength;
 }

@@ -1,5 +1,4 @@
-// The one list of the value and index types for which every template of the library is
-// compiled.
+// The only list of the value and index types for which the library compiles its templates.
 
 #pragma once
 

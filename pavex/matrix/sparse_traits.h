@@ -1,4 +1,4 @@
-// What sets the sparse classes apart, for the code that serves them alike.
+// The differences of the sparse classes, for code that serves all of them.
 
 #pragma once
 

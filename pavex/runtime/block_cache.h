@@ -6,11 +6,11 @@
 
 namespace Pavex {
 
-// What a pool knows about one of its blocks. It is written right in front of the block's data,
-// so neither the pool nor its cache needs memory of its own.
+// The header of one block of a pool. It lies directly in front of the block's data, so neither
+// the pool nor its cache needs memory of its own.
 struct Block {
   std::size_t capacity;  // the largest request that the block serves, in bytes
-  std::size_t backed;    // bytes, from the start of its data, that memory is behind
+  std::size_t backed;    // bytes of its data, from the start, with memory behind them
   Block* older;          // neighbours in the cache that keeps the block, null at the ends
   Block* newer;
   Block* next;  // in its chain
@@ -32,10 +32,10 @@ class BlockCache {
   // Stops keeping `block`.
   void Remove(Block& block) noexcept;
 
-  // Reduces what is backed of `block`, which is kept, to `backed` bytes.
+  // Notes that only the first `backed` bytes of `block`, which is kept, have memory.
   void Trim(Block& block, std::size_t backed) noexcept;
 
-  // The newest block that was made for exactly `bytes` bytes; null if there is none.
+  // The newest block for exactly `bytes` bytes; null if there is none.
   Block* FindSame(std::size_t bytes) const noexcept;
 
   // The block that has the fewest backed bytes from `least` to `most`; null if there is none.

@@ -13,18 +13,16 @@ namespace Pavex {
 // What Allreduce does with the elements of all ranks, element by element.
 enum ReduceOp : std::int32_t { REDUCE_SUM = 0, REDUCE_MIN = 1, REDUCE_MAX = 2 };
 
-// A group of processes, seen by one of them. Implemented by SelfComm, LocalComm, MpiComm or the
-// application; shared through std::shared_ptr. Every operation is const and blocking; all but
+// A group of processes, seen by one of them. SelfComm, LocalComm, MpiComm or the application
+// implement it; std::shared_ptr shares it. Every operation is const and blocking. All except
 // Rank, Size, Send and Recv are collective: every rank enters them in the same order with
-// matching arguments. They return STATUS_OK or any other status, which comes out of the
-// aggregator unchanged. Ranks, counts and displacements are 32-bit; displacements count
-// elements from the start of the buffer. The order of the virtual functions is part of the
-// binary interface.
+// matching arguments. They return STATUS_OK or any other status, which the aggregator returns
+// unchanged. Ranks, counts and displacements are 32-bit. Displacements count elements from the
+// start of the buffer. The order of the virtual functions is fixed: see docs/compatibility.md.
 class PAVEX_API Comm {
  public:
-  // Its address as send buffer means in-place: the rank's own contribution already stands at
-  // its slot of the receive buffer. Legal in Allgather and Allgatherv, and in Gatherv on the
-  // root.
+  // Its address as send buffer means in-place: the rank's own contribution is already in its
+  // slot of the receive buffer. Legal in Allgather and Allgatherv, and in Gatherv on the root.
   static std::int32_t const IN_PLACE_OBJ;
 
   Comm() = default;
@@ -38,7 +36,7 @@ class PAVEX_API Comm {
   // The number of processes. Local.
   virtual int Size() const = 0;
 
-  // Returns when every rank has entered. Never called by the library; the default body returns
+  // Returns when every rank has entered. The library never calls it; the default body returns
   // STATUS_NOT_SUPPORTED.
   [[nodiscard]] virtual PavexStatus Barrier() const;
 
@@ -51,22 +49,22 @@ class PAVEX_API Comm {
                                          int tag) const = 0;
 
   // Rank `root` receives `recvcounts[r]` elements of each rank r at element `displs[r]` of
-  // `recvbuf`. `recvbuf`, `recvcounts` and `displs` (`Size()` entries each) are read on the
-  // root only, ignored elsewhere.
+  // `recvbuf`. The root reads `recvbuf`, `recvcounts` and `displs` (`Size()` entries each); the
+  // other ranks ignore them.
   [[nodiscard]] virtual PavexStatus Gatherv(void const* sendbuf, int sendcount,
                                             Datatype sendtype, void* recvbuf,
                                             int const* recvcounts, int const* displs,
                                             Datatype recvtype, int root) const = 0;
 
   // The inverse of Gatherv: rank r receives `sendcounts[r]` elements at `displs[r]` of the
-  // root's `sendbuf`. `sendbuf`, `sendcounts` and `displs` are read on the root only.
+  // root's `sendbuf`. Only the root reads `sendbuf`, `sendcounts` and `displs`.
   [[nodiscard]] virtual PavexStatus Scatterv(void const* sendbuf, int const* sendcounts,
                                              int const* displs, Datatype sendtype,
                                              void* recvbuf, int recvcount, Datatype recvtype,
                                              int root) const = 0;
 
   // Every rank sends `sendcounts[r]` elements at `sdispls[r]` to each rank r and receives
-  // `recvcounts[r]` elements of each rank r at `rdispls[r]`. Never called by the library; the
+  // `recvcounts[r]` elements of each rank r at `rdispls[r]`. The library never calls it; the
   // default body returns STATUS_NOT_SUPPORTED.
   [[nodiscard]] virtual PavexStatus Alltoallv(void const* sendbuf, int const* sendcounts,
                                               int const* sdispls, Datatype sendtype,
@@ -78,15 +76,15 @@ class PAVEX_API Comm {
                                               Datatype sendtype, void* recvbuf, int recvcount,
                                               Datatype recvtype) const = 0;
 
-  // Gatherv whose result reaches every rank; all arguments are read on every rank.
+  // A Gatherv whose result reaches every rank. Every rank reads all arguments.
   [[nodiscard]] virtual PavexStatus Allgatherv(void const* sendbuf, int sendcount,
                                                Datatype sendtype, void* recvbuf,
                                                int const* recvcounts, int const* displs,
                                                Datatype recvtype) const = 0;
 
   // Combines `count` elements of all ranks with `op` into `recvbuf` of every rank. Minimum and
-  // maximum are not defined for complex types; sums of DATATYPE_BYTE wrap. Never called by the
-  // library; the default body returns STATUS_NOT_SUPPORTED.
+  // maximum are not defined for complex types; sums of DATATYPE_BYTE wrap. The library never
+  // calls it; the default body returns STATUS_NOT_SUPPORTED.
   [[nodiscard]] virtual PavexStatus Allreduce(void const* sendbuf, void* recvbuf, int count,
                                               Datatype type, ReduceOp op) const;
 

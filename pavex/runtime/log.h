@@ -1,6 +1,6 @@
-// The log of the library: one formatted write per line to standard output, each line opening
-// with its level in brackets, gated by one process-wide level. Lines carry no rank and no time
-// stamp.
+// The log of the library: one formatted write per line to standard output. Each line begins
+// with its level in brackets. One level of the process decides which lines appear. Lines carry
+// no rank and no time stamp. Fixed: see docs/compatibility.md.
 
 #pragma once
 
@@ -19,8 +19,9 @@ constexpr std::int32_t LOG_DEBUG = 4;  // notices
 // Any thread may log. Local.
 class PAVEX_API Log {
  public:
-  // Lines of level L appear while mMaxLogLevel >= L: LOG_ERROR at the start, a negative level
-  // silences everything. Read without synchronisation: set it before threads that log start.
+  // Lines of level L appear while mMaxLogLevel >= L. It starts as LOG_ERROR; a negative level
+  // silences everything. It is read without synchronisation: set it before threads that log
+  // start.
   static std::int32_t mMaxLogLevel;
 
   // Whether lines of that level appear.
@@ -32,18 +33,18 @@ class PAVEX_API Log {
   static void Error(char const* format, Args... args) {
     if (Enabled(LOG_ERROR)) std::printf(format, "ERROR", args...);
   }
-  // The same on the level LOG_DEBUG.
+  // Does the same on the level LOG_DEBUG.
   template <typename... Args>
   static void Debug(char const* format, Args... args) {
     if (Enabled(LOG_DEBUG)) std::printf(format, "DEBUG", args...);
   }
 
-  // What every caller does with the status of a step: a failed one gets the line
-  // "[ERROR] <status text>". Returns `status`.
+  // Every caller of a failed step calls it: logs the line "[ERROR] <status text>" unless
+  // `status` is STATUS_OK. Returns `status`.
   static PavexStatus Report(PavexStatus status);
 
-  // Guards a branch that cannot be reached: the fatal line, flushed so that it also reaches a
-  // pipe or a file, then abort() whatever the level.
+  // Guards a branch that cannot be reached: logs the fatal line, flushes it so that it also
+  // reaches a pipe or a file, and calls abort() whatever the level.
   [[noreturn]] static void NeverBeenHere();
 };
 

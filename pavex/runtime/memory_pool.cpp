@@ -13,10 +13,10 @@ namespace {
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
 constexpr std::size_t kMapGranule = std::size_t{64} << 10;  // a multiple of every page size
 
-// How far behind the start of a page a mapped block begins. The system copies between processes
-// several times more slowly where the target lies a few bytes further into its page than the
-// source. A large array of the application usually begins right behind a page's start: half a
-// small page keeps well away from it, whichever side is the target.
+// How far after the start of a page a mapped block begins. The system copies between processes
+// several times more slowly if the target lies a few bytes further into its page than the
+// source. A large array of the application usually begins right after a page's start. Half a
+// small page is far from it, whichever side is the target.
 constexpr std::size_t kIntoPage = 2048;
 
 // Far above any real block, far below where sums of sizes wrap around.
@@ -24,7 +24,7 @@ constexpr std::size_t kMaxBytes = std::size_t{1} << 62;
 
 constexpr std::size_t kSlack = std::size_t{4} << 20;  // in the default limit
 
-// In front of the data of each block, so that the data stays aligned.
+// The bytes in front of the data of each block; the data stays aligned.
 constexpr std::size_t kHeader = MemoryPool::kAlignment;
 static_assert(sizeof(Block) <= kHeader, "the header has room in front of the data");
 
@@ -42,7 +42,7 @@ constexpr std::size_t RoundUp(std::size_t value, std::size_t unit) {
   return (value + unit - 1) / unit * unit;
 }
 
-// What is mapped for a block of `bytes` bytes.
+// The bytes that are mapped for a block of `bytes` bytes.
 constexpr std::size_t MappedBytes(std::size_t bytes) {
   return RoundUp(kIntoPage + bytes, kMapGranule);
 }
@@ -54,8 +54,8 @@ unsigned char* Map(std::size_t size) {
   return mapped == MAP_FAILED ? nullptr : static_cast<unsigned char*>(mapped);
 }
 
-// A mapping that starts at a huge page, cut out of one that is a huge page longer. Null if the
-// system refuses.
+// Makes a mapping that starts at a huge page: it cuts the mapping out of one that is a huge
+// page longer. Null if the system refuses.
 unsigned char* MapHuge(std::size_t size) {
   unsigned char* const mapped = Map(size + kHugePage);
   if (mapped == nullptr) return nullptr;
@@ -64,7 +64,7 @@ unsigned char* MapHuge(std::size_t size) {
   unsigned char* const mapping = mapped + before;
   if (before > 0) munmap(mapped, before);
   munmap(mapping + size, kHugePage - before);
-  madvise(mapping, size, MADV_HUGEPAGE);  // a wish: small pages serve too
+  madvise(mapping, size, MADV_HUGEPAGE);  // a hint: small pages work too
   return mapping;
 }
 
@@ -85,8 +85,8 @@ void SystemGiveBack(Block* block) {
     munmap(DataOf(block) - kIntoPage, MappedBytes(block->capacity));
 }
 
-// How much of a kept block stays backed when at least `excess` bytes of it go; 0 if it goes as
-// a whole.
+// How many bytes of a kept block stay backed if at least `excess` bytes of it go; 0 if the
+// whole block goes.
 std::size_t BackedAfterTrim(Block const& block, std::size_t excess) {
   if (block.capacity < MemoryPool::kMappedBytes || block.backed <= excess) return 0;
   std::size_t const end = (kIntoPage + block.backed - excess) / kMapGranule * kMapGranule;
@@ -143,15 +143,15 @@ void MemoryPool::ReleaseCached() {
   }
 }
 
-// What may be held while `bytesInUse` bytes are in use.
+// The bytes that the pool may hold while `bytesInUse` bytes are in use.
 std::size_t MemoryPool::Limit(std::size_t bytesInUse) const {
   if (mLimit != kDefaultLimit) return mLimit;
   std::size_t const peak = std::max(mPeakBytesInUse, bytesInUse);
   return peak + peak / 2 + kSlack;
 }
 
-// A block for a request of `bytes` bytes, no longer kept; null if there is none. The cache fits
-// into the limit beside it.
+// Returns a block for a request of `bytes` bytes, no longer kept; null if there is none. The
+// cache then fits into the limit together with it.
 Block* MemoryPool::TakeBlock(std::size_t bytes) {
   std::size_t const limit = Limit(mBytesInUse + bytes);
   Block* const kept = Choose(bytes, limit);
@@ -160,13 +160,13 @@ Block* MemoryPool::TakeBlock(std::size_t bytes) {
   return kept != nullptr ? kept : TakeFromSystem(bytes);
 }
 
-// The kept block that serves a request of `bytes` bytes best; null if a new one does.
+// The kept block that serves a request of `bytes` bytes best; null if a new one is better.
 Block* MemoryPool::Choose(std::size_t bytes, std::size_t limit) const {
   Block* const same = mCache.FindSame(bytes);
   std::size_t const backed = same == nullptr ? 0 : std::min(bytes, same->backed);
   if (mBytesInUse + BytesCached() + bytes - backed <= limit) return same;
-  // What stays unused behind requests may take no more than the limit leaves above the peak, or
-  // later requests could find no room beside it.
+  // The unused rests of blocks may take at most what the limit allows above the peak. Otherwise
+  // later requests might find no room.
   std::size_t const peak = std::max(mPeakBytesInUse, mBytesInUse + bytes);
   std::size_t const spare = limit - std::min(limit, peak + mBytesSpare);
   Block* const larger = mCache.FindBacked(bytes, bytes + spare);
@@ -179,11 +179,12 @@ Block* MemoryPool::TakeFromSystem(std::size_t bytes) {
     ReleaseCached();
     place = SystemTake(bytes);
   }
-  return place == nullptr ? nullptr : new (place) Block{bytes, bytes, nullptr, nullptr, nullptr};
+  return place == nullptr ? nullptr
+                          : new (place) Block{bytes, bytes, nullptr, nullptr, nullptr};
 }
 
-// Gives cached memory back until the rest fits into `limit` beside what is in use and
-// `bytesWanted` bytes more.
+// Returns cached memory to the system until the rest fits into `limit` together with what is in
+// use and `bytesWanted` bytes more.
 void MemoryPool::FitCache(std::size_t limit, std::size_t bytesWanted) {
   std::size_t const taken = mBytesInUse + mBytesSpare + bytesWanted;
   std::size_t const room = limit - std::min(limit, taken);

@@ -14,18 +14,18 @@ namespace Pavex {
 // that repeats an earlier one finds all its blocks from its third repetition on.
 //
 // The pool limits what it holds, in use and cached together. The default limit is one and a
-// half times the most that was in use at once, and 4 MiB: enough for an operation that takes
-// its blocks before it returns the earlier ones, and for several aggregators that share the
-// pool. Where a request would exceed the limit,
-// - a larger cached block serves it, if there is one and what this leaves unused stays within
-//   the limit whatever is requested later; otherwise
-// - cached blocks go back to the system, the oldest first. A block of kMappedBytes and more is
-//   only trimmed: its remaining pages stay warm.
+// half times the most that was in use at once, plus 4 MiB. That is enough for an operation that
+// takes its blocks before it returns the earlier ones, and for several aggregators that share
+// the pool. If a request would exceed the limit:
+// - A larger cached block serves it, if there is one and if its unused rest stays within the
+//   limit whatever is requested later.
+// - Otherwise the pool returns cached blocks to the system, the oldest first. It only trims a
+//   block of kMappedBytes and more, whose remaining pages stay warm.
 // The limit never refuses a request, and never takes anything from a block in use.
 //
 // Blocks of kMappedBytes and more are mappings of their own that begin 2 KiB into a page; the
-// heap serves the smaller ones. Blocks of kHugeBytes and more start 2 KiB behind a 2 MiB
-// boundary and ask the system for huge pages, whose first use costs about half.
+// heap serves the smaller ones. Blocks of kHugeBytes and more start 2 KiB after a 2 MiB
+// boundary and ask the system for huge pages. Their first use costs about half.
 //
 // All numbers count requested bytes. The system hands out more: 64 bytes in front of each
 // block, whose size is rounded up to a multiple of 64; from kMappedBytes on 2 KiB in front,
@@ -41,32 +41,32 @@ class PAVEX_API MemoryPool : public Allocator {
   static constexpr std::size_t kMappedBytes = std::size_t{128} << 10;  // mapped, one by one
   static constexpr std::size_t kHugeBytes = std::size_t{8} << 20;      // served in huge pages
 
-  // The default limit: 1.5 times the most that was in use at once, and 4 MiB.
+  // The default limit: 1.5 times the most that was in use at once, plus 4 MiB.
   static constexpr std::size_t kDefaultLimit = static_cast<std::size_t>(-1);
 
   // Holds no block yet.
   MemoryPool();
   ~MemoryPool() override;
 
-  // `bytes` is the size that was requested for `block`. Null is ignored.
+  // `bytes` is the size that was requested for `block`. Ignores null.
   void Deallocate(void* block, std::size_t bytes) override;
 
-  // STATUS_OUT_OF_MEMORY when the system cannot give the block even after everything cached
-  // went back to it, so also for a negative size; never an exception.
+  // Returns STATUS_OUT_OF_MEMORY if the system cannot give the block even after the pool has
+  // returned everything cached to it, so also for a negative size. Throws nothing.
   PavexStatus Allocate(void** block, std::size_t bytes) override;
 
-  // Limits what is held; 0 keeps nothing. Takes effect at once.
+  // Limits what the pool holds. 0 keeps nothing. Takes effect at once.
   void SetLimit(std::size_t bytes);
 
-  // Gives every cached block back to the system.
+  // Returns every cached block to the system.
   void ReleaseCached();
 
   // Bytes that are handed out now.
   std::size_t BytesInUse() const { return mBytesInUse; }
   // The most that was handed out at once.
   std::size_t PeakBytesInUse() const { return mPeakBytesInUse; }
-  // Bytes held beyond those in use: of cached blocks what the system has not got back, of
-  // blocks in use what is behind a smaller request.
+  // Bytes held in addition to those in use: the cached blocks without the parts that were
+  // returned to the system, and the unused rests of blocks in use.
   std::size_t BytesCached() const { return mCache.Bytes() + mBytesSpare; }
   // Number of the blocks that are handed out now.
   std::size_t BlocksInUse() const { return mBlocksInUse; }
