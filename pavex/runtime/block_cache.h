@@ -11,9 +11,9 @@ namespace Pavex {
 struct Block {
   std::size_t capacity;  // the largest request that the block serves, in bytes
   std::size_t backed;    // bytes of its data, from the start, with memory behind them
-  Block* older;          // neighbours in the cache that keeps the block, null at the ends
-  Block* newer;
-  Block* next;  // in its chain
+  Block* older;          // in the cache that keeps the block; null for the oldest
+  Block* newer;          // the same; null for the newest
+  Block* next;           // in its chain
 };
 
 // A list of blocks from the oldest to the newest, and a hash table that finds one by its
