@@ -67,6 +67,7 @@ struct GatherOptions {
   std::string mOutput;
   std::string mJson;
   std::string mPlot;
+  bool mAllRanks = false;  // tables show every rank
 };
 
 // Throws InputError for options that exclude each other or do not fit the matrix format; the

@@ -120,6 +120,11 @@ void AddReportFile(CLI::App& command, GatherOptions& options) {
       ->option_text("FILE");
 }
 
+void AddAllRanks(CLI::App& command, GatherOptions& options) {
+  command.add_flag("--all-ranks", options.mAllRanks,
+                   "Show every rank of many, not the first, the last and the extremes alone");
+}
+
 void AddPlot(CLI::App& command, GatherOptions& options, std::string const& help) {
   AddFile(command, "--plot", options.mPlot, help + "; .svg, .png or .pdf")->option_text("FILE");
 }

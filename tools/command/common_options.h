@@ -43,6 +43,8 @@ CLI::Option* AddFile(CLI::App& command, std::string const& name, std::string& pa
                      std::string const& help);
 // --json.
 void AddReportFile(CLI::App& command, GatherOptions& options);
+// --all-ranks.
+void AddAllRanks(CLI::App& command, GatherOptions& options);
 // --plot; `help` says what the picture shows.
 void AddPlot(CLI::App& command, GatherOptions& options, std::string const& help);
 

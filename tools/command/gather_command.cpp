@@ -4,6 +4,7 @@
 #include "tools/choice/job_error.h"
 #include "tools/command/commands.h"
 #include "tools/command/common_options.h"
+#include "tools/cut/refusals.h"
 #include "tools/files/whole_file.h"
 #include "tools/gather/draw_pattern.h"
 #include "tools/gather/gather_job.h"
@@ -71,7 +72,9 @@ int Gather(GatherOptions const& options, Ranks& ranks) {
   CheckPlot(options.mPlot, ranks);
   if (ranks.FirstHere() == 0) RequireOutputs(options);
   bool const receives = options.mToAll || ranks.FirstHere() == 0;
-  auto const source = OpenSource(options, ranks, receives);  // to check what arrives
+  auto const source = OpenSource(options);
+  RefuseTooManyRanks(source->Whole(), options);
+  if (!receives) KeepOwnPiece(*source, options, ranks);  // a receiver checks what arrives
   GatherResult const result = RunGather(*source, options, ranks);
   if (ranks.FirstHere() == 0) Publish(result, options);
   if (!result.mReport.Verified())
@@ -90,6 +93,7 @@ void AddOptions(CLI::App& command, GatherOptions& options, CommonWords& words, b
                    "Dense: change the gathered values and send them back");
   AddFile(command, "--output", options.mOutput, "Write the gathered matrix to this file")
       ->option_text("FILE.mtx");
+  AddAllRanks(command, options);
   AddReportFile(command, options);
   AddPlot(command, options, "Draw the gathered pattern, coloured by rank, into this file");
 }

@@ -18,12 +18,11 @@ constexpr char const* kExamples =
     "\nTells what pavex gather will do with the same input and pieces: the mode that they\n"
     "give, who receives, the messages and their bytes, the peak of each rank's pool, and\n"
     "what to beware of. Nothing is gathered, and of a generated matrix the entries are only\n"
-    "counted: it need not fit into memory. The exit code is 0 only if the library accepts\n"
-    "the pieces; a warning tells what pavex gather refuses beyond that. Updates, scatters\n"
-    "and files to write are not planned.\n"
+    "counted: it need not fit into memory. The exit code is 0 only if pavex gather\n"
+    "accepts the input and its pieces. Updates, scatters and files to write are not planned.\n"
     "\nExamples:\n"
     "  pavex plan A.mtx --format csr --ranks 16\n"
-    "  pavex plan --generate poisson3d:1000 --ranks 1000 --format csr --to all\n";
+    "  pavex plan --generate poisson3d:600 --ranks 1000 --format csr --to all\n";
 
 void Publish(Plan const& plan) {
   std::fputs(InText(plan).c_str(), stdout);
@@ -34,7 +33,7 @@ int MakeAndPublish(GatherOptions const& options, Ranks const& ranks) {
   CheckCombination(options);
   Plan const plan = MakePlan(*OpenToCount(options), options);
   if (ranks.FirstHere() == 0) Publish(plan);
-  if (!plan.mAccepted) throw JobError("a gather refuses these pieces");
+  if (!plan.Accepted()) throw JobError(plan.mRefusal);
   return 0;
 }
 
@@ -53,6 +52,7 @@ void AddPlan(CLI::App& app, Job& job, int& exitCode) {
   AddInput(*command, state->mOptions, "Matrix Market file whose gather is planned");
   AddCommon(*command, state->mOptions, state->mWords, "coo, csr, csc, dense-row or dense-col");
   AddPieceOptions(*command, state->mOptions, state->mNoValues);
+  AddAllRanks(*command, state->mOptions);
   AddReportFile(*command, state->mOptions);
   command->callback([state, command, &job, &exitCode] {
     GatherOptions& options = state->mOptions;

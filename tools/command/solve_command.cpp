@@ -47,7 +47,8 @@ int Solve(SolveOptions const& options, Ranks& ranks) {
   GatherOptions const& forOperator = options.mOperator;
   CheckPlot(forOperator.mPlot, ranks);
   if (ranks.FirstHere() == 0) RequireOutputs(forOperator);
-  auto const source = OpenSource(forOperator, ranks, false);
+  auto const source = OpenSource(forOperator);
+  KeepOwnPiece(*source, forOperator, ranks);
   SolveResult const result = RunSolve(*source, options, ranks);
   if (ranks.FirstHere() != 0) return 0;
   std::fputs(InText(result.mReport).c_str(), stdout);

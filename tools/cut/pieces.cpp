@@ -35,10 +35,7 @@ Band ChosenBand(long extent, int ranks, int rank, std::vector<long> const& cuts,
 Band CutBand(long extent, int ranks, int rank, std::vector<long> const& cuts,
              char const* what) {
   if (!cuts.empty()) return ChosenBand(extent, ranks, rank, cuts, what);
-  if (ranks > 1 && extent < ranks)
-    throw InputError(std::to_string(ranks) + " ranks cannot share " + std::to_string(extent) +
-                     " " + what + " without one left empty: use --ranks " +
-                     std::to_string(std::max(extent, 1L)));
+  RefuseTooManyRanks(extent, ranks, what, "");
   return {extent * rank / ranks, extent * (rank + 1) / ranks};
 }
 
@@ -51,6 +48,13 @@ Piece Whole(Extent const& whole) {
 }
 
 }  // namespace
+
+void RefuseTooManyRanks(long extent, int ranks, char const* what, std::string const& orElse) {
+  if (ranks == 1 || extent >= ranks) return;
+  throw InputError(std::to_string(ranks) + " ranks cannot share " + std::to_string(extent) +
+                   " " + what + " without one left empty: use --ranks " +
+                   std::to_string(std::max(extent, 1L)) + orElse);
+}
 
 Piece CutPiece(Extent const& whole, Partition partition, int ranks, int rank, int holder,
                std::vector<long> const& cuts) {

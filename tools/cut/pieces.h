@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <string>
 #include <vector>
 
 namespace Pavex::Tool {
@@ -35,6 +36,10 @@ struct Extent {
   long mCols = 0;
   long mEntries = 0;
 };
+
+// Throws InputError if `ranks` bands of `extent` rows (`what`) would not all have one. `orElse`
+// is another way out than fewer ranks: " or --partition entries"; may be empty.
+void RefuseTooManyRanks(long extent, int ranks, char const* what, std::string const& orElse);
 
 // The piece of `rank`, one of `ranks`. Bands have the same number of rows (columns, entries) up
 // to one. Example: 10 rows on 4 ranks are cut into the bands [0, 2), [2, 5), [5, 7), [7, 10).

@@ -9,8 +9,8 @@ namespace Pavex::Tool {
 namespace {
 
 // The cut by entries, as a way out of an empty piece; empty if it is none.
-std::string OtherCut(Extent const& whole, std::size_t ranks, GatherOptions const& options) {
-  if (whole.mEntries < static_cast<long>(ranks)) return "";
+std::string OtherCut(Extent const& whole, GatherOptions const& options) {
+  if (whole.mEntries < options.mRanks) return "";
   return options.mFormat == Format::COO ? " or --partition entries"
                                         : " or --format coo --partition entries";
 }
@@ -23,6 +23,13 @@ void RefuseTooLarge(Extent const& whole, GatherOptions const& options) {
                      std::to_string(whole.mCols) + " has more than the " +
                      std::to_string(kMaxEntries) +
                      " elements that one gather can place: use a sparse --format");
+}
+
+void RefuseTooManyRanks(Extent const& whole, GatherOptions const& options) {
+  bool const byRows = options.mPartition == Partition::ROWS;
+  if (!options.mCuts.empty() || (!byRows && options.mPartition != Partition::COLUMNS)) return;
+  RefuseTooManyRanks(byRows ? whole.mRows : whole.mCols, options.mRanks,
+                     NameOf(options.mPartition), OtherCut(whole, options));
 }
 
 void RefuseEmptyPieces(std::vector<Extent> const& pieces, Extent const& whole,
@@ -38,8 +45,7 @@ void RefuseEmptyPieces(std::vector<Extent> const& pieces, Extent const& whole,
     std::string const who = "rank " + std::to_string(rank) + " would be left empty: ";
     if (one) throw InputError(who + "the matrix has no entries; use --partition all");
     throw InputError(who + "its " + NameOf(options.mPartition) +
-                     " hold no entries; use fewer --ranks" +
-                     OtherCut(whole, pieces.size(), options));
+                     " hold no entries; use fewer --ranks" + OtherCut(whole, options));
   }
 }
 

@@ -13,6 +13,9 @@ namespace Pavex::Tool {
 // More elements than a gather can place in a dense format.
 void RefuseTooLarge(Extent const& whole, GatherOptions const& options);
 
+// More ranks than rows or columns, with the cut by entries as a way out if there is one.
+void RefuseTooManyRanks(Extent const& whole, GatherOptions const& options);
+
 // Of the records of all ranks.
 template <typename Record>
 std::vector<Extent> ExtentsOf(std::vector<Record> const& records) {

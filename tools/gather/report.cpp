@@ -1,35 +1,50 @@
 #include "tools/gather/report.h"
 
+#include "tools/files/rank_table.h"
 #include "tools/files/report_text.h"
+
+#include <utility>
 
 namespace Pavex::Tool {
 
 namespace {
 
-void AppendPieces(GatherReport const& report, std::string& text) {
-  Append(text, "pieces, mode %s\n", report.Mode());
-  text += "  rank        rows     columns       begin     entries         MB\n";
-  for (std::size_t rank = 0; rank < report.mRanks.size(); ++rank) {
-    RankRecord const& record = report.mRanks[rank];
-    Append(text, "  %4zu  %10ld  %10ld  %10ld  %10ld  %9.3f\n", rank, record.mRows,
-           record.mCols, record.mBegin, record.mEntries, Megabytes(record.mBytes));
-  }
+using Kind = RankTable::Kind;
+
+std::string Pieces(GatherReport const& report) {
+  RankTable table({{"rows", Kind::NO_SUM},
+                   {"columns", Kind::NO_SUM},
+                   {"begin", Kind::NO_SUM},
+                   {"entries", Kind::COUNT},
+                   {"MB", Kind::MEGABYTES}});
+  for (RankRecord const& record : report.mRanks)
+    table.AddRank({record.mRows, record.mCols, record.mBegin, record.mEntries, record.mBytes});
+  return table.Text(report.mOptions.mAllRanks);
 }
 
-void AppendArrivals(GatherReport const& report, std::string& text) {
-  text += "\ngathered\n";
-  text += "  rank        rows     columns     entries  MB arrived  MB borrowed  peak pool MB\n";
-  for (std::size_t rank = 0; rank < report.mRanks.size(); ++rank) {
-    RankRecord const& record = report.mRanks[rank];
+std::string Arrivals(GatherReport const& report) {
+  RankTable table({{"rows", Kind::NO_SUM},
+                   {"columns", Kind::NO_SUM},
+                   {"entries", Kind::COUNT},
+                   {"MB arrived", Kind::MEGABYTES},
+                   {"MB borrowed", Kind::MEGABYTES},
+                   {"peak pool MB", Kind::MEGABYTES}});
+  for (RankRecord const& record : report.mRanks) {
+    RankTable::Values values;
     if (record.mReceiver)
-      Append(text, "  %4zu  %10ld  %10ld  %10ld  %10.3f  %11.3f  %12.3f\n", rank,
-             record.mGatheredRows, record.mGatheredCols, record.mGatheredEntries,
-             Megabytes(record.mArrivedBytes), Megabytes(record.mBorrowedBytes),
-             Megabytes(record.mPeakPoolBytes));
-    else
-      Append(text, "  %4zu  %10s  %10s  %10s  %10s  %11s  %12.3f\n", rank, "-", "-", "-", "-",
-             "-", Megabytes(record.mPeakPoolBytes));
+      values = {record.mGatheredRows, record.mGatheredCols, record.mGatheredEntries,
+                record.mArrivedBytes, record.mBorrowedBytes};
+    values.resize(5);
+    values.emplace_back(record.mPeakPoolBytes);
+    table.AddRank(std::move(values));
   }
+  return table.Text(report.mOptions.mAllRanks);
+}
+
+std::string Verdict(GatherReport const& report) {
+  if (!report.Verified()) return "NOT verified: " + report.Difference() + "\n";
+  return std::string("verified: every entry is that of the input") +
+         (report.mTimings.size() > 1 ? ", after every step\n" : "\n");
 }
 
 void AppendTimings(GatherReport const& report, std::string& text) {
@@ -70,14 +85,11 @@ std::string Head(GatherReport const& report) {
 }
 
 std::string InText(GatherReport const& report) {
-  std::string text = Head(report) + "\n";
-  AppendPieces(report, text);
-  AppendArrivals(report, text);
+  std::string text = Verdict(report) + Head(report) + "\n";
+  Append(text, "pieces, mode %s\n", report.Mode());
+  text += Pieces(report) + "\ngathered\n" + Arrivals(report);
   AppendTimings(report, text);
-  text += report.Verified() ? "\nverified: every entry is that of the input"
-                            : "\nNOT verified: " + report.Difference();
-  if (report.Verified() && report.mTimings.size() > 1) text += ", after every step";
-  return text + "\n";
+  return text;
 }
 
 }  // namespace Pavex::Tool

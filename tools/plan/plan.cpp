@@ -228,44 +228,46 @@ void WarnOfEmptyRanks(Plan const& plan, std::vector<std::string>& warnings) {
                      std::to_string(first - plan.mRanks.begin()));
 }
 
-// With the words of the command that refuses.
-void WarnOfRefusal(Source const& source, Plan const& plan, std::vector<std::string>& warnings) {
+// The command refuses before the library sees the pieces.
+std::string RefusalOf(Source const& source, Plan const& plan) {
   try {
     source.CheckEntries();
     RefuseTooLarge(plan.mWhole, plan.mOptions);
     RefuseEmptyPieces(ExtentsOf(plan.mRanks), plan.mWhole, plan.mOptions);
   } catch (InputError const& refusal) {
-    warnings.push_back(std::string("pavex gather refuses this: ") + refusal.what());
+    return refusal.what();
   }
+  return plan.mDecided ? "" : "the library refuses these pieces";
 }
 
-void WarnOfLimit(std::string const& what, long count, std::vector<std::string>& warnings) {
+// Of a count that goes to the communicator: a warning, or the refusal if there is none yet.
+void JudgeCount(std::string const& what, long count, Plan& plan) {
   if (count < kNearLimit) return;
-  warnings.push_back(std::to_string(count) + " " + what +
-                     (count > kMaxEntries ? " are more than the " : " are near the ") +
-                     std::to_string(kMaxEntries) + " that one gather can place");
+  std::string const limit = std::to_string(kMaxEntries) + " that one gather can place";
+  std::string const counted = std::to_string(count) + " " + what;
+  if (count <= kMaxEntries)
+    plan.mWarnings.push_back(counted + " are near the " + limit);
+  else if (plan.Accepted())
+    plan.mRefusal = counted + " are more than the " + limit;
 }
 
-// Of counts that go to the communicator.
-void WarnOfLimits(Plan const& plan, std::vector<std::string>& warnings) {
+void JudgeCounts(Plan& plan) {
   auto const movesArrays = [](PlanRank const& rank) { return rank.mCalls > 1; };
   if (std::none_of(plan.mRanks.begin(), plan.mRanks.end(), movesArrays)) return;
-  if (plan.mEntries <= kMaxEntries)  // more are refused
-    WarnOfLimit("entries", plan.mEntries, warnings);
+  JudgeCount("entries", plan.mEntries, plan);
   if (!IsCompressed(plan.mOptions.mFormat)) return;
   long const lengths = plan.mOptions.mFormat == Format::CSR ? plan.mRows : plan.mCols;
   if (plan.mMode == CENTRALIZED_ONE)
-    WarnOfLimit("offsets", lengths + 1, warnings);
+    JudgeCount("offsets", lengths + 1, plan);
   else
-    WarnOfLimit("lengths", lengths, warnings);
+    JudgeCount("lengths", lengths, plan);
 }
 
-void AddWarnings(Source const& source, PieceDecision const& decision, Plan& plan) {
+void AddWarnings(PieceDecision const& decision, Plan& plan) {
   std::vector<std::string>& warnings = plan.mWarnings;
-  if (plan.mAccepted) WarnOfLoneBand(decision, warnings);
+  if (plan.mDecided) WarnOfLoneBand(decision, warnings);
   WarnOfEmptyRanks(plan, warnings);
-  WarnOfRefusal(source, plan, warnings);
-  WarnOfLimits(plan, warnings);
+  JudgeCounts(plan);
 }
 
 }  // namespace
@@ -286,6 +288,7 @@ long Plan::MessageBytes() const {
 
 Plan MakePlan(Source const& source, GatherOptions const& options) {
   RefuseUncountable(source, options);
+  RefuseTooManyRanks(source.Whole(), options);
   Plan plan;
   plan.mInput = source.Name();
   plan.mField = NameOf(source.Kind());
@@ -295,7 +298,7 @@ Plan MakePlan(Source const& source, GatherOptions const& options) {
 
   PieceDecision const decision =
       DecideOn(CountPieces(source, options, plan.mRanks), options.mWithValues);
-  plan.mAccepted = decision.mStatus == STATUS_OK;
+  plan.mDecided = decision.mStatus == STATUS_OK;
   plan.mMode = decision.mMode;
   plan.mDescription = decision.mDescription;
   plan.mRows = decision.mRows;
@@ -305,8 +308,9 @@ Plan MakePlan(Source const& source, GatherOptions const& options) {
   Account const account(options, decision, plan.mValue);
   for (PlanRank& rank : plan.mRanks)
     rank.mBytes = account.PieceBytes(rank);
-  if (plan.mAccepted) account.Fill(plan.mRanks);
-  AddWarnings(source, decision, plan);
+  if (plan.mDecided) account.Fill(plan.mRanks);
+  plan.mRefusal = RefusalOf(source, plan);
+  AddWarnings(decision, plan);
   return plan;
 }
 

@@ -35,9 +35,12 @@ struct Plan {
   GatherOptions mOptions;
   ValueKind mValue = ValueKind::DOUBLE;
 
-  // What the library says about the pieces.
-  bool mAccepted = false;
-  DistMatrixMode mMode = DISTRIBUTED;  // if accepted, as are the numbers of the ranks
+  // Why `pavex gather` refuses this, in its own words; empty if it does not.
+  std::string mRefusal;
+
+  // What the library says about the pieces. It may decide what the command refuses.
+  bool mDecided = false;
+  DistMatrixMode mMode = DISTRIBUTED;  // if decided, as are the numbers of the ranks
   std::string mDescription;
 
   // The gathered matrix.
@@ -48,6 +51,7 @@ struct Plan {
   std::vector<PlanRank> mRanks;
   std::vector<std::string> mWarnings;
 
+  bool Accepted() const { return mRefusal.empty(); }
   long Messages() const;
   long MessageBytes() const;
 };

@@ -1,6 +1,7 @@
 // What `pavex plan` prints.
 
 #include "pavex/runtime/version.h"
+#include "tools/files/rank_table.h"
 #include "tools/files/report_text.h"
 #include "tools/plan/plan.h"
 
@@ -12,11 +13,41 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-void AppendRank(std::size_t number, PlanRank const& rank, std::string& text) {
-  Append(text, "  %4zu  %10ld  %10ld  %10ld  %10ld  %10.3f  %8s  %8ld  %11.3f  %12.3f\n",
-         number, rank.mRows, rank.mCols, rank.mBegin, rank.mEntries, Megabytes(rank.mBytes),
-         rank.mReceiver ? "yes" : "-", rank.mMessages, Megabytes(rank.mMessageBytes),
-         Megabytes(rank.mPeakPoolBytes));
+using Kind = RankTable::Kind;
+
+std::string Verdict(Plan const& plan) {
+  std::string text = plan.Accepted()
+                         ? std::string("accepted: mode ") + DistMatrixModeStr(plan.mMode) + "\n"
+                         : "refused: " + plan.mRefusal + "\n";
+  for (std::string const& warning : plan.mWarnings)
+    text += "warning: " + warning + "\n";
+  return text;
+}
+
+std::string Head(Plan const& plan) {
+  GatherOptions const& options = plan.mOptions;
+  std::string const head = plan.mInput + ": " + std::to_string(plan.mWhole.mRows) + " x " +
+                           std::to_string(plan.mWhole.mCols) + ", " +
+                           std::to_string(plan.mWhole.mEntries) + " entries, " + plan.mField +
+                           "\n";
+  return head + NameOf(options.mFormat) + " of " + NameOf(plan.mValue) + " with " +
+         NameOf(options.mIndex) + " indices, partition " + NameOf(options.mPartition) +
+         (options.mWithValues ? "" : ", the pattern alone") + "\n";
+}
+
+std::string Pieces(Plan const& plan) {
+  RankTable table({{"rows", Kind::NO_SUM},
+                   {"columns", Kind::NO_SUM},
+                   {"begin", Kind::NO_SUM},
+                   {"entries", Kind::COUNT},
+                   {"MB", Kind::MEGABYTES},
+                   {"messages", Kind::COUNT},
+                   {"MB received", Kind::MEGABYTES},
+                   {"peak pool MB", Kind::MEGABYTES}});
+  for (PlanRank const& rank : plan.mRanks)
+    table.AddRank({rank.mRows, rank.mCols, rank.mBegin, rank.mEntries, rank.mBytes,
+                   rank.mMessages, rank.mMessageBytes, rank.mPeakPoolBytes});
+  return table.Text(plan.mOptions.mAllRanks);
 }
 
 Json RankJson(std::size_t number, PlanRank const& rank) {
@@ -36,29 +67,12 @@ Json RankJson(std::size_t number, PlanRank const& rank) {
 }  // namespace
 
 std::string InText(Plan const& plan) {
-  GatherOptions const& options = plan.mOptions;
-  std::string text = plan.mInput + ": " + std::to_string(plan.mWhole.mRows) + " x " +
-                     std::to_string(plan.mWhole.mCols) + ", " +
-                     std::to_string(plan.mWhole.mEntries) + " entries, " + plan.mField + "\n";
-  text += std::string(NameOf(options.mFormat)) + " of " + NameOf(plan.mValue) + " with " +
-          NameOf(options.mIndex) + " indices, partition " + NameOf(options.mPartition) +
-          (options.mWithValues ? "" : ", the pattern alone") + "\n\n";
-  if (!plan.mAccepted) {
-    text += plan.mDescription;
-  } else {
-    text += std::string("pieces, mode ") + DistMatrixModeStr(plan.mMode) + "\n";
-    text +=
-        "  rank        rows     columns       begin     entries          MB  receives  messages"
-        "  MB received  peak pool MB\n";
-    for (std::size_t rank = 0; rank < plan.mRanks.size(); ++rank)
-      AppendRank(rank, plan.mRanks[rank], text);
-    Append(text, "\ngathered: %ld x %ld, %ld entries, on %s\n", plan.mRows, plan.mCols,
-           plan.mEntries, options.mToAll ? "every rank" : "rank 0");
-    Append(text, "messages: %ld with %.3f MB\n", plan.Messages(),
-           Megabytes(plan.MessageBytes()));
-  }
-  for (std::string const& warning : plan.mWarnings)
-    text += "warning: " + warning + "\n";
+  std::string text = Verdict(plan) + Head(plan) + "\n";
+  if (!plan.mDecided) return text + plan.mDescription;
+  text += std::string("pieces, mode ") + DistMatrixModeStr(plan.mMode) + "\n" + Pieces(plan);
+  Append(text, "\ngathered: %ld x %ld, %ld entries, on %s\n", plan.mRows, plan.mCols,
+         plan.mEntries, plan.mOptions.mToAll ? "every rank" : "rank 0");
+  Append(text, "messages: %ld with %.3f MB\n", plan.Messages(), Megabytes(plan.MessageBytes()));
   return text;
 }
 
@@ -81,8 +95,9 @@ std::string InJson(Plan const& plan) {
                {"index", NameOf(options.mIndex)},
                {"withValues", options.mWithValues},
                {"to", options.mToAll ? "all" : "root"},
-               {"accepted", plan.mAccepted}};
-  if (plan.mAccepted) {
+               {"accepted", plan.Accepted()}};
+  if (!plan.Accepted()) json["refusal"] = plan.mRefusal;
+  if (plan.mDecided) {
     json["mode"] = DistMatrixModeStr(plan.mMode);
     json["gathered"] = {
         {"rows", plan.mRows}, {"columns", plan.mCols}, {"entries", plan.mEntries}};

@@ -2,6 +2,8 @@
 
 #include "tools/files/report_text.h"
 
+#include <algorithm>
+
 namespace Pavex::Tool {
 
 namespace {
@@ -29,6 +31,19 @@ void AppendAccuracy(SolveReport const& report, std::string& text) {
     if (report.mKnowsError) Append(text, "  %8.2e", accuracy.mError);
     text += "\n";
   }
+}
+
+// The largest of all steps.
+std::string Verdict(SolveReport const& report) {
+  Accuracy worst;
+  for (SolveStep const& step : report.mSteps) {
+    worst.mNormwise = std::max(worst.mNormwise, step.mAccuracy.mNormwise);
+    worst.mError = std::max(worst.mError, step.mAccuracy.mError);
+  }
+  std::string text;
+  Append(text, "solved: normwise scaled residual %.2e", worst.mNormwise);
+  if (report.mKnowsError) Append(text, ", error %.2e", worst.mError);
+  return text + (report.mSteps.size() > 1 ? ", the largest of all steps\n" : "\n");
 }
 
 }  // namespace
@@ -68,7 +83,7 @@ std::string Head(SolveReport const& report) {
 }
 
 std::string InText(SolveReport const& report) {
-  std::string text = Head(report);
+  std::string text = Verdict(report) + Head(report);
   AppendTimes(report, text);
   AppendAccuracy(report, text);
   Append(text, "\naggregation: %.2f ms of %.2f ms, %.1f %%\n",

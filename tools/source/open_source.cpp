@@ -4,14 +4,14 @@
 
 namespace Pavex::Tool {
 
-std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks,
-                                   bool whole) {
-  auto source =
-      options.mFile.empty() ? OpenGenerator(options.mGenerate) : OpenFile(options.mFile);
-  if (!whole && ranks.Kind() == CommKind::MPI)
-    source->Keep(CutPiece(source->Whole(), options.mPartition, ranks.Count(), ranks.FirstHere(),
-                          options.mHolder, options.mCuts));
-  return source;
+std::unique_ptr<Source> OpenSource(GatherOptions const& options) {
+  return options.mFile.empty() ? OpenGenerator(options.mGenerate) : OpenFile(options.mFile);
+}
+
+void KeepOwnPiece(Source& source, GatherOptions const& options, Ranks const& ranks) {
+  if (ranks.Kind() == CommKind::MPI)
+    source.Keep(CutPiece(source.Whole(), options.mPartition, ranks.Count(), ranks.FirstHere(),
+                         options.mHolder, options.mCuts));
 }
 
 std::unique_ptr<Source> OpenToCount(GatherOptions const& options) {

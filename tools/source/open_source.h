@@ -10,10 +10,12 @@
 
 namespace Pavex::Tool {
 
-// The input as this process needs it: all of it if `whole` or if several ranks live here, else
-// no more than the piece of its rank. Throws InputError.
-std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks,
-                                   bool whole);
+// All of the input. Throws InputError.
+std::unique_ptr<Source> OpenSource(GatherOptions const& options);
+
+// Forgets all but the piece of the rank that lives here, if it is the only one. Throws
+// InputError for pieces that cannot be cut.
+void KeepOwnPiece(Source& source, GatherOptions const& options, Ranks const& ranks);
 
 // The input to count the entries of, which need not fit into a gather. Throws InputError.
 std::unique_ptr<Source> OpenToCount(GatherOptions const& options);

@@ -123,10 +123,19 @@ TEST(BadCombination, IsNamedWithTheWayOut) {
 
 TEST(BadSize, IsNamedWithTheCure) {
   ExpectGatherRefused({"--ranks", "28"},
-                      "28 ranks cannot share 27 rows without one left empty: use --ranks 27");
-  ExpectGatherRefused(
-      {"--ranks", "28", "--partition", "columns"},
-      "28 ranks cannot share 27 columns without one left empty: use --ranks 27");
+                      "28 ranks cannot share 27 rows without one left empty: use --ranks 27 or "
+                      "--partition entries");
+  ExpectGatherRefused({"--ranks", "28", "--partition", "columns", "--format", "csc"},
+                      "28 ranks cannot share 27 columns without one left empty: use --ranks 27 "
+                      "or --format coo --partition entries");
+  ExpectGatherRefused({"--ranks", "136"},  // of 135 entries
+                      "136 ranks cannot share 27 rows without one left empty: use --ranks 27");
+  ExpectRefused({"plan", "--generate", "poisson3d:3", "--ranks", "28"},
+                "28 ranks cannot share 27 rows without one left empty: use --ranks 27 or "
+                "--partition entries");
+  // The right-hand sides are cut by rows in any case.
+  ExpectRefused({"solve", "--generate", "poisson3d:3", "--ranks", "28"},
+                "28 ranks cannot share 27 rows without one left empty: use --ranks 27");
   ExpectRefused(
       {"gather", "--generate", "poisson3d:700"},
       "poisson3d:700 has 2398060000 entries, more than the 2147483647 that one gather "

@@ -33,7 +33,7 @@ void ExpectVerified(Words const& options) {
   for (std::string const& word : words)
     line += " " + word;
   EXPECT_EQ(result.exitCode, 0) << line << "\n" << result.errors;
-  EXPECT_THAT(result.output, HasSubstr("\nverified: ")) << line;
+  EXPECT_THAT(result.output, StartsWith("verified: every entry is that of the input")) << line;
   EXPECT_EQ(result.errors, "") << line;
 }
 

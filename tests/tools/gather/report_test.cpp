@@ -9,6 +9,7 @@ namespace Pavex::Tool {
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 
 // Two row bands of a 5 x 4 matrix on rank 0.
 GatherReport TwoRanks() {
@@ -40,8 +41,9 @@ GatherReport TwoRanks() {
 
 TEST(Report, IsVerifiedWithoutADifference) {
   EXPECT_TRUE(TwoRanks().Verified());
-  EXPECT_THAT(InText(TwoRanks()),
-              HasSubstr("\nverified: every entry is that of the input, after every step\n"));
+  EXPECT_THAT(
+      InText(TwoRanks()),
+      testing::StartsWith("verified: every entry is that of the input, after every step\n"));
 }
 
 TEST(Report, IsNotVerifiedAfterADifferenceOnAnyRank) {
@@ -51,7 +53,7 @@ TEST(Report, IsNotVerifiedAfterADifferenceOnAnyRank) {
   EXPECT_FALSE(report.Verified());
   EXPECT_EQ(report.Difference(), "rank 1, after the scatter: something");
   EXPECT_THAT(InText(report),
-              HasSubstr("\nNOT verified: rank 1, after the scatter: something\n"));
+              testing::StartsWith("NOT verified: rank 1, after the scatter: something\n"));
 }
 
 TEST(Report, IsNotVerifiedIfNobodyReceived) {
@@ -68,9 +70,18 @@ TEST(Report, ShowsPiecesArrivalsAndRates) {
               HasSubstr("a.mtx: 5 x 4, 9 entries, real\n"
                         "csr of double with int indices, cut by rows, gathered on rank 0\n"));
   EXPECT_THAT(text, HasSubstr("pieces, mode DISTRIBUTED\n"));
-  EXPECT_THAT(text,
-              HasSubstr("     1           3           4           2           6      0.000\n"));
+  EXPECT_THAT(
+      text, HasSubstr("     1           3           4           2           6       0.000\n"));
   EXPECT_THAT(text, HasSubstr("gather          2.000       4.000      2.00\n"));
+}
+
+TEST(Report, ShowsEveryRankOfManyOnRequestAlone) {
+  GatherReport report = TwoRanks();
+  report.mRanks.resize(1000, report.mRanks[1]);
+
+  EXPECT_THAT(InText(report), Not(HasSubstr("\n   500  ")));
+  report.mOptions.mAllRanks = true;
+  EXPECT_THAT(InText(report), HasSubstr("\n   500  "));
 }
 
 TEST(Report, TellsTheModeThatTheLibraryDecided) {

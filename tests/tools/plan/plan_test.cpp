@@ -103,7 +103,7 @@ void CheckPlan(std::string const& input, GatherOptions const& options) {
                (options.mWithValues ? "" : " without values"));
   auto const source = OpenGenerator(input);
   Plan const plan = MakePlan(*source, options);
-  ASSERT_TRUE(plan.mAccepted);
+  ASSERT_TRUE(plan.Accepted()) << plan.mRefusal;
   EXPECT_THAT(plan.mWarnings, IsEmpty());
   WithTypes(plan.mValue, options.mIndex, [&](auto valueTag, auto indexTag) {
     using T = typename decltype(valueTag)::Type;
@@ -181,9 +181,11 @@ TEST(Plan, CountsAMatrixThatNoMemoryHolds) {
 
   EXPECT_EQ(plan.mEntries, 6994000000);
   EXPECT_EQ(plan.mRanks[0].mEntries, 1000000 + 2 * 1998000 + 1000000);
-  EXPECT_THAT(plan.mWarnings,
-              ElementsAre("pavex gather refuses this: poisson3d:1000 has 6994000000 entries, "
-                          "more than the 2147483647 that one gather can place"));
+  EXPECT_EQ(
+      plan.mRefusal,
+      "poisson3d:1000 has 6994000000 entries, more than the 2147483647 that one gather can "
+      "place");
+  EXPECT_THAT(plan.mWarnings, IsEmpty());
 }
 
 GatherOptions OptionsOfLargest(Format format, int ranks) {
@@ -275,7 +277,7 @@ TEST(Plan, SaysNothingOfCountsThatDoNotMove) {
   EXPECT_THAT(plan.mWarnings, IsEmpty());
 }
 
-TEST(Plan, WarnsOfOffsetsThatAHolderCannotSend) {
+TEST(Plan, RefusesOffsetsThatAHolderCannotSend) {
   auto const source = OpenGenerator("dense:2147483647x1", EntryLimit::NONE);
   GatherOptions options = Options(Format::CSR, 4);
   options.mPartition = Partition::ONE;
@@ -285,9 +287,9 @@ TEST(Plan, WarnsOfOffsetsThatAHolderCannotSend) {
 
   EXPECT_THAT(
       plan.mWarnings,
-      ElementsAre("2147483647 entries are near the 2147483647 that one gather can place",
-                  "2147483648 offsets are more than the 2147483647 that one gather can "
-                  "place"));
+      ElementsAre("2147483647 entries are near the 2147483647 that one gather can place"));
+  EXPECT_EQ(plan.mRefusal,
+            "2147483648 offsets are more than the 2147483647 that one gather can place");
 }
 
 TEST(Plan, WarnsOfLengthsNearTheLimit) {
@@ -317,9 +319,9 @@ TEST(Plan, WarnsOfALoneBandThatIsTakenForTheWhole) {
   EXPECT_THAT(plan.mWarnings,
               ElementsAre("rank 0 alone is not empty: its piece is taken for the whole matrix, "
                           "though it declares a partition",
-                          "3 of 4 ranks have no entries, the first is rank 1",
-                          "pavex gather refuses this: rank 1 would be left empty: its rows "
-                          "hold no entries; use fewer --ranks"));
+                          "3 of 4 ranks have no entries, the first is rank 1"));
+  EXPECT_EQ(plan.mRefusal,
+            "rank 1 would be left empty: its rows hold no entries; use fewer --ranks");
 }
 
 TEST(Plan, DescribesThePiecesThatAGatherRefuses) {
@@ -331,7 +333,7 @@ TEST(Plan, DescribesThePiecesThatAGatherRefuses) {
 
   Plan const plan = MakePlan(*source, Options(Format::COO, 4));
 
-  EXPECT_FALSE(plan.mAccepted);
+  EXPECT_FALSE(plan.mDecided);
   EXPECT_THAT(InText(plan), HasSubstr("refused: 2 of 4 processes are empty, the first is "
                                       "process 1, and the others are not, the first is "
                                       "process 0; expected none, all or all but one empty\n"));
@@ -360,16 +362,19 @@ TEST(Plan, TellsReadersAndProgramsTheSame) {
   auto const json = nlohmann::json::parse(InJson(plan));
 
   EXPECT_EQ(InText(plan),
+            "accepted: mode DISTRIBUTED\n"
             "dense:4x3: 4 x 3, 12 entries, real\n"
             "dense-row of double with int indices, partition rows\n"
             "\n"
             "pieces, mode DISTRIBUTED\n"
-            "  rank        rows     columns       begin     entries          MB  receives  "
-            "messages  MB received  peak pool MB\n"
-            "     0           2           3           0           6       0.000       yes  "
-            "       2        0.000         0.000\n"
-            "     1           2           3           2           6       0.000         -  "
-            "       1        0.000         0.000\n"
+            "  rank        rows     columns       begin     entries          MB    messages  "
+            "MB received  peak pool MB\n"
+            "     0           2           3           0           6       0.000           2  "
+            "      0.000         0.000\n"
+            "     1           2           3           2           6       0.000           1  "
+            "      0.000         0.000\n"
+            "   sum           -           -           -          12       0.000           3  "
+            "      0.000         0.000\n"
             "\n"
             "gathered: 4 x 3, 12 entries, on rank 0\n"
             "messages: 3 with 0.000 MB\n");
