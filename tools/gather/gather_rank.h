@@ -12,6 +12,7 @@
 #include "tools/matrix/verify.h"
 #include "tools/matrix/write_gathered.h"
 #include "tools/ranks/collect.h"
+#include "tools/ranks/out_of_memory.h"
 
 #include <algorithm>
 #include <chrono>
@@ -114,7 +115,7 @@ template <typename Operation>
 void GatherRank<T, I>::Time(char const* step, Operation const& operation) {
   Require(mComm->Barrier(), "the barrier", *mComm);
   auto const start = Clock::now();
-  Require(operation(), std::string("the ") + step, *mComm);
+  RequireWithin(mPool, operation(), std::string("the ") + step, *mComm);
   double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
   mTimings.push_back({step, LargestOfAll(*mComm, seconds), 0});
 }

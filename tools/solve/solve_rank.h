@@ -11,6 +11,7 @@
 #include "tools/matrix/piece_product.h"
 #include "tools/matrix/write_gathered.h"
 #include "tools/ranks/collect.h"
+#include "tools/ranks/out_of_memory.h"
 #include "tools/solve/known_problem.h"
 #include "tools/solve/lu_faults.h"
 #include "tools/solve/solve_accuracy.h"
@@ -229,8 +230,8 @@ void SolveRank<T, I>::Scatter() {
 template <typename T, typename I>
 void SolveRank<T, I>::Measure() {
   Aggregator<T, I> solution(&mPool);
-  Require(solution.Allgather(mComm, mX->Matrix(), true), "the exchange of the solutions",
-          *mComm);
+  RequireWithin(mPool, solution.Allgather(mComm, mX->Matrix(), true),
+                "the exchange of the solutions", *mComm);
   PavexMatrixStore store;
   solution.Target()->Query(store);
   auto const xAt = [&store](long row, long column) {
@@ -251,7 +252,7 @@ template <typename Operation>
 double SolveRank<T, I>::Time(char const* what, Operation const& operation) {
   Require(mComm->Barrier(), "the barrier", *mComm);
   auto const start = Clock::now();
-  Require(operation(), what, *mComm);
+  RequireWithin(mPool, operation(), what, *mComm);
   return LargestOfAll(*mComm, std::chrono::duration<double>(Clock::now() - start).count());
 }
 
