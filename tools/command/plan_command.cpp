@@ -31,7 +31,8 @@ void Publish(Plan const& plan) {
 
 int MakeAndPublish(GatherOptions const& options, Ranks const& ranks) {
   CheckCombination(options);
-  Plan const plan = MakePlan(*OpenToCount(options), options);
+  Plan plan = MakePlan(*OpenToCount(options), options);
+  plan.mComm = ranks.Kind();
   if (ranks.FirstHere() == 0) Publish(plan);
   if (!plan.Accepted()) throw JobError(plan.mRefusal);
   return 0;

@@ -48,7 +48,7 @@ std::string Verdict(GatherReport const& report) {
 }
 
 void AppendTimings(GatherReport const& report, std::string& text) {
-  text += "\nstep               ms          MB      GB/s\n";
+  text += "\noperation          ms          MB      GB/s\n";
   for (Timing const& timing : report.mTimings)
     Append(text, "%-10s %10.3f  %10.3f  %8.2f\n", timing.mStep.c_str(), timing.mSeconds * 1e3,
            Megabytes(timing.mBytes), timing.GigabytesPerSecond());

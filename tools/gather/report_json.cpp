@@ -1,4 +1,5 @@
-#include "pavex/runtime/version.h"
+#include "tools/cut/report_json.h"
+
 #include "tools/gather/report.h"
 
 #include <nlohmann/json.hpp>
@@ -39,43 +40,27 @@ Json Gathered(GatherReport const& report) {
   return gathered;
 }
 
-Json Steps(GatherReport const& report) {
-  Json steps = Json::array();
+Json Operations(GatherReport const& report) {
+  Json operations = Json::array();
   for (Timing const& timing : report.mTimings)
-    steps.push_back({{"step", timing.mStep},
-                     {"seconds", timing.mSeconds},
-                     {"bytes", timing.mBytes},
-                     {"gigabytesPerSecond", timing.GigabytesPerSecond()}});
-  return steps;
+    operations.push_back(
+        TransferInJson(timing.mStep, "matrix", timing.mSeconds, timing.mBytes));
+  return operations;
 }
 
 }  // namespace
 
 std::string InJson(GatherReport const& report) {
-  GatherOptions const& options = report.mOptions;
-  Json json = {{"command", "gather"},
-               {"version", PavexVersion()},
-               {"input", report.mInput},
-               {"rows", report.mWhole.mRows},
-               {"columns", report.mWhole.mCols},
-               {"entries", report.mWhole.mEntries},
-               {"field", report.mField},
-               {"comm", NameOf(report.mComm)},
-               {"ranks", report.mRanks.size()},
-               {"format", NameOf(options.mFormat)},
-               {"partition", NameOf(options.mPartition)},
-               {"value", NameOf(report.mValue)},
-               {"index", NameOf(options.mIndex)},
-               {"withValues", options.mWithValues},
-               {"to", options.mToAll ? "all" : "root"},
-               {"mode", report.Mode()},
-               {"pieces", Pieces(report)},
-               {"gathered", Gathered(report)},
-               {"steps", Steps(report)},
-               {"verified", report.Verified()}};
-  if (!report.Verified()) json["difference"] = report.Difference();
-  // A file name may hold any bytes; those that are no UTF-8 are replaced.
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  Json json =
+      InJson(ReportHead{"gather", report.mInput, report.mField, report.mWhole, report.mComm,
+                        report.mRanks.size(), report.mValue, report.mOptions});
+  json["mode"] = report.Mode();
+  json["pieces"] = Pieces(report);
+  json["gathered"] = Gathered(report);
+  json["operations"] = Operations(report);
+  json["verified"] = report.Verified();
+  json["difference"] = report.Difference();
+  return TextOf(json);
 }
 
 }  // namespace Pavex::Tool

@@ -29,6 +29,7 @@ struct PlanRank {
 };
 
 struct Plan {
+  CommKind mComm = CommKind::LOCAL;  // what carries the ranks
   std::string mInput;
   std::string mField;
   Extent mWhole;

@@ -1,6 +1,6 @@
 // What `pavex plan` prints.
 
-#include "pavex/runtime/version.h"
+#include "tools/cut/report_json.h"
 #include "tools/files/rank_table.h"
 #include "tools/files/report_text.h"
 #include "tools/plan/plan.h"
@@ -64,6 +64,18 @@ Json RankJson(std::size_t number, PlanRank const& rank) {
           {"peakPoolBytes", rank.mPeakPoolBytes}};
 }
 
+// On each receiver.
+Json GatheredJson(Plan const& plan) {
+  Json gathered = Json::array();
+  for (std::size_t rank = 0; rank < plan.mRanks.size(); ++rank)
+    if (plan.mRanks[rank].mReceiver)
+      gathered.push_back({{"rank", rank},
+                          {"rows", plan.mRows},
+                          {"columns", plan.mCols},
+                          {"entries", plan.mEntries}});
+  return gathered;
+}
+
 }  // namespace
 
 std::string InText(Plan const& plan) {
@@ -77,38 +89,23 @@ std::string InText(Plan const& plan) {
 }
 
 std::string InJson(Plan const& plan) {
-  GatherOptions const& options = plan.mOptions;
-  Json ranks = Json::array();
+  Json json = InJson(ReportHead{"plan", plan.mInput, plan.mField, plan.mWhole, plan.mComm,
+                                plan.mRanks.size(), plan.mValue, plan.mOptions});
+  json["accepted"] = plan.Accepted();
+  json["refusal"] = plan.mRefusal;
+  json["warnings"] = plan.mWarnings;
+  json["description"] = plan.mDescription;
+  Json pieces = Json::array();
   for (std::size_t rank = 0; rank < plan.mRanks.size(); ++rank)
-    ranks.push_back(RankJson(rank, plan.mRanks[rank]));
-  Json json = {{"command", "plan"},
-               {"version", PavexVersion()},
-               {"input", plan.mInput},
-               {"rows", plan.mWhole.mRows},
-               {"columns", plan.mWhole.mCols},
-               {"entries", plan.mWhole.mEntries},
-               {"field", plan.mField},
-               {"ranks", plan.mRanks.size()},
-               {"format", NameOf(options.mFormat)},
-               {"partition", NameOf(options.mPartition)},
-               {"value", NameOf(plan.mValue)},
-               {"index", NameOf(options.mIndex)},
-               {"withValues", options.mWithValues},
-               {"to", options.mToAll ? "all" : "root"},
-               {"accepted", plan.Accepted()}};
-  if (!plan.Accepted()) json["refusal"] = plan.mRefusal;
+    pieces.push_back(RankJson(rank, plan.mRanks[rank]));
+  json["pieces"] = pieces;
   if (plan.mDecided) {
     json["mode"] = DistMatrixModeStr(plan.mMode);
-    json["gathered"] = {
-        {"rows", plan.mRows}, {"columns", plan.mCols}, {"entries", plan.mEntries}};
+    json["gathered"] = GatheredJson(plan);
     json["messages"] = plan.Messages();
     json["messageBytes"] = plan.MessageBytes();
   }
-  json["pieces"] = ranks;
-  json["description"] = plan.mDescription;
-  json["warnings"] = plan.mWarnings;
-  // A file name may hold any bytes; those that are no UTF-8 are replaced.
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return TextOf(json);
 }
 
 }  // namespace Pavex::Tool

@@ -100,6 +100,7 @@ SolveResult RunSolve(Source const& source, SolveOptions const& options, Ranks& r
   report.mValue = value;
   report.mUnknowns = problem.mUnknowns;
   report.mEntries = source.Whole().mEntries;
+  report.mComm = ranks.Kind();
   report.mRanks = ranks.Count();
   report.mKnowsError = !problem.mRhs;
   return result;

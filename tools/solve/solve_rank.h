@@ -288,6 +288,7 @@ void SolveRank<T, I>::RefuseFault(Fault const& mine) const {
 
 template <typename T, typename I>
 void SolveRank<T, I>::KeepSolution(SolveResult& result) {
+  result.mReport.mMode = mOperator.Mode();
   result.mReport.mSolver = mLu->Name();
   result.mReport.mReading = mLu->Reading();
   result.mReport.mSteps = std::move(mSteps);

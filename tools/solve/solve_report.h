@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "pavex/aggregator/local_info.h"
 #include "tools/choice/solve_options.h"
 
 #include <string>
@@ -46,9 +47,11 @@ struct SolveReport {
   ValueKind mValue = ValueKind::DOUBLE;
   long mUnknowns = 0;
   long mEntries = 0;
+  CommKind mComm = CommKind::LOCAL;
   int mRanks = 0;
-  std::string mSolver;   // as SparseLu::Name
-  std::string mReading;  // as SparseLu::Reading
+  DistMatrixMode mMode = DISTRIBUTED;  // of the matrix, as the library decided
+  std::string mSolver;                 // as SparseLu::Name
+  std::string mReading;                // as SparseLu::Reading
   bool mKnowsError = false;
   std::vector<SolveStep> mSteps;
 

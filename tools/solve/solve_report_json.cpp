@@ -1,7 +1,8 @@
-#include "pavex/runtime/version.h"
+#include "tools/cut/report_json.h"
 #include "tools/solve/solve_report.h"
 
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace Pavex::Tool {
 
@@ -9,21 +10,22 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Json InJson(Transfer const& transfer) {
-  return {{"seconds", transfer.mSeconds}, {"bytes", transfer.mBytes}};
+Json InJson(char const* operation, char const* of, Transfer const& transfer) {
+  return TransferInJson(operation, of, transfer.mSeconds, transfer.mBytes);
 }
 
 Json Steps(SolveReport const& report) {
   Json steps = Json::array();
   for (SolveStep const& step : report.mSteps) {
-    bool const first = steps.empty();
+    char const* const operation = steps.empty() ? "gather" : "update";
+    Json const operations = {InJson(operation, "matrix", step.mOperator),
+                             InJson(operation, "right-hand sides", step.mRhs),
+                             InJson("scatter", "solutions", step.mScatter)};
     Json json = {{"step", steps.size()},
-                 {first ? "gatherOperator" : "updateOperator", InJson(step.mOperator)},
-                 {first ? "gatherRhs" : "updateRhs", InJson(step.mRhs)},
+                 {"operations", operations},
                  {"analyseSeconds", step.mAnalyseSeconds},
                  {"factorSeconds", step.mFactorSeconds},
                  {"solveSeconds", step.mSolveSeconds},
-                 {"scatter", InJson(step.mScatter)},
                  {"normwiseResidual", step.mAccuracy.mNormwise},
                  {"componentwiseResidual", step.mAccuracy.mComponentwise}};
     if (report.mKnowsError) json["error"] = step.mAccuracy.mError;
@@ -35,28 +37,19 @@ Json Steps(SolveReport const& report) {
 }  // namespace
 
 std::string InJson(SolveReport const& report) {
-  GatherOptions const& options = report.mOptions.mOperator;
-  Json const json = {{"command", "solve"},
-                     {"version", PavexVersion()},
-                     {"input", report.mInput},
-                     {"unknowns", report.mUnknowns},
-                     {"entries", report.mEntries},
-                     {"field", report.mField},
-                     {"ranks", report.mRanks},
-                     {"format", NameOf(options.mFormat)},
-                     {"partition", NameOf(options.mPartition)},
-                     {"value", NameOf(report.mValue)},
-                     {"index", NameOf(options.mIndex)},
-                     {"to", options.mToAll ? "all" : "root"},
-                     {"rhs", report.mOptions.mRhs},
-                     {"solver", report.mSolver},
-                     {"reading", report.mReading},
-                     {"steps", Steps(report)},
-                     {"aggregationSeconds", report.AggregationSeconds()},
-                     {"solverSeconds", report.SolverSeconds()},
-                     {"aggregationShare", report.AggregationShare()}};
-  // A file name may hold any bytes; those that are no UTF-8 are replaced.
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  Json json = InJson(ReportHead{"solve", report.mInput, report.mField,
+                                Extent{report.mUnknowns, report.mUnknowns, report.mEntries},
+                                report.mComm, static_cast<std::size_t>(report.mRanks),
+                                report.mValue, report.mOptions.mOperator});
+  json["mode"] = DistMatrixModeStr(report.mMode);
+  json["rhs"] = report.mOptions.mRhs;
+  json["solver"] = report.mSolver;
+  json["reading"] = report.mReading;
+  json["steps"] = Steps(report);
+  json["aggregationSeconds"] = report.AggregationSeconds();
+  json["solverSeconds"] = report.SolverSeconds();
+  json["aggregationShare"] = report.AggregationShare();
+  return TextOf(json);
 }
 
 }  // namespace Pavex::Tool

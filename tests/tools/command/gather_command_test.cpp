@@ -212,8 +212,8 @@ TEST(GatherJson, DescribesTheRun) {
   EXPECT_EQ(json["gathered"].size(), 1U);
   EXPECT_EQ(json["gathered"][0]["arrivedBytes"], 5 * 4 + 7 * 4 + 7 * 8);
   EXPECT_EQ(json["gathered"][0]["borrowedBytes"], 0);
-  EXPECT_EQ(json["steps"][0]["step"], "gather");
-  EXPECT_EQ(json["steps"][1]["bytes"], 7 * 8);
+  EXPECT_EQ(json["operations"][0]["operation"], "gather");
+  EXPECT_EQ(json["operations"][1]["bytes"], 7 * 8);
   EXPECT_EQ(json["verified"], true);
 }
 

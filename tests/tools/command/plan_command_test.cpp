@@ -30,17 +30,18 @@ void ExpectPlanned(Words const& options) {
   auto const gather = Report("gather", options);
 
   for (char const* key : {"mode", "rows", "columns", "entries", "field", "ranks", "format",
-                          "partition", "value", "index", "withValues", "to"})
+                          "partition", "value", "index", "withValues", "to", "comm"})
     EXPECT_EQ(plan[key], gather[key]) << key;
   ASSERT_EQ(plan["pieces"].size(), gather["pieces"].size());
   for (std::size_t rank = 0; rank < plan["pieces"].size(); ++rank)
     for (char const* key :
          {"rank", "rows", "columns", "begin", "entries", "bytes", "peakPoolBytes"})
       EXPECT_EQ(plan["pieces"][rank][key], gather["pieces"][rank][key]) << rank << " " << key;
-  for (auto const& gathered : gather["gathered"]) {
-    EXPECT_TRUE(plan["pieces"][gathered["rank"].get<std::size_t>()]["receives"]);
-    for (char const* key : {"rows", "columns", "entries"})
-      EXPECT_EQ(plan["gathered"][key], gathered[key]) << key;
+  ASSERT_EQ(plan["gathered"].size(), gather["gathered"].size());
+  for (std::size_t k = 0; k < plan["gathered"].size(); ++k) {
+    EXPECT_TRUE(plan["pieces"][plan["gathered"][k]["rank"].get<std::size_t>()]["receives"]);
+    for (char const* key : {"rank", "rows", "columns", "entries"})
+      EXPECT_EQ(plan["gathered"][k][key], gather["gathered"][k][key]) << key;
   }
 }
 

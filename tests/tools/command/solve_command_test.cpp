@@ -130,10 +130,10 @@ TEST(SolveReport, CountsTheBytesThatArrive) {
       Solve({"--generate", "convection2d:4", "--format", "csr", "--steps", "1"});
 
   ASSERT_EQ(report["steps"].size(), 2u);
-  EXPECT_EQ(report["steps"][0]["gatherOperator"]["bytes"], 64 * 12 + 17 * 4);
-  EXPECT_EQ(report["steps"][0]["gatherRhs"]["bytes"], 16 * 8);
-  EXPECT_EQ(report["steps"][1]["updateOperator"]["bytes"], 64 * 8);
-  EXPECT_EQ(report["steps"][1]["scatter"]["bytes"], 16 * 8);
+  EXPECT_EQ(report["steps"][0]["operations"][0]["bytes"], 64 * 12 + 17 * 4);
+  EXPECT_EQ(report["steps"][0]["operations"][1]["bytes"], 16 * 8);
+  EXPECT_EQ(report["steps"][1]["operations"][0]["bytes"], 64 * 8);
+  EXPECT_EQ(report["steps"][1]["operations"][2]["bytes"], 16 * 8);
 }
 
 TEST(SolveRhsFile, GivesTheSolutionsOfItsColumns) {

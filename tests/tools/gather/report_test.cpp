@@ -104,10 +104,10 @@ TEST(ReportJson, HoldsWhatTheTextHolds) {
   EXPECT_EQ(json["pieces"][0]["peakPoolBytes"], 300);
   EXPECT_EQ(json["gathered"].size(), 1U);
   EXPECT_EQ(json["gathered"][0]["arrivedBytes"], 132);
-  EXPECT_EQ(json["steps"][1]["step"], "update");
-  EXPECT_EQ(json["steps"][1]["gigabytesPerSecond"], 3.0);
+  EXPECT_EQ(json["operations"][1]["operation"], "update");
+  EXPECT_EQ(json["operations"][1]["gigabytesPerSecond"], 3.0);
   EXPECT_EQ(json["verified"], true);
-  EXPECT_FALSE(json.contains("difference"));
+  EXPECT_EQ(json["difference"], "");
 }
 
 TEST(ReportJson, NamesTheDifference) {

@@ -1,0 +1,43 @@
+#include "tools/cut/report_json.h"
+
+#include "pavex/runtime/version.h"
+
+#include <nlohmann/json.hpp>
+
+namespace Pavex::Tool {
+
+using Json = nlohmann::ordered_json;
+
+Json InJson(ReportHead const& head) {
+  GatherOptions const& options = head.mOptions;
+  return {{"command", head.mCommand},
+          {"version", PavexVersion()},
+          {"input", head.mInput},
+          {"rows", head.mWhole.mRows},
+          {"columns", head.mWhole.mCols},
+          {"entries", head.mWhole.mEntries},
+          {"field", head.mField},
+          {"comm", NameOf(head.mComm)},
+          {"ranks", head.mRanks},
+          {"format", NameOf(options.mFormat)},
+          {"partition", NameOf(options.mPartition)},
+          {"value", NameOf(head.mValue)},
+          {"index", NameOf(options.mIndex)},
+          {"withValues", options.mWithValues},
+          {"to", options.mToAll ? "all" : "root"}};
+}
+
+Json TransferInJson(std::string const& operation, char const* of, double seconds, long bytes) {
+  double const rate = seconds > 0 ? static_cast<double>(bytes) / seconds * 1e-9 : 0;
+  return {{"operation", operation},
+          {"of", of},
+          {"seconds", seconds},
+          {"bytes", bytes},
+          {"gigabytesPerSecond", rate}};
+}
+
+std::string TextOf(Json const& report) {
+  return report.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace Pavex::Tool

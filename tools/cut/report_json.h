@@ -1,0 +1,36 @@
+// What the reports for programs have in common, whichever command writes them. Each key is
+// described in docs/json.md.
+
+#pragma once
+
+#include "tools/choice/options.h"
+#include "tools/cut/pieces.h"
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+namespace Pavex::Tool {
+
+// The input, and how it is cut and gathered.
+struct ReportHead {
+  char const* mCommand;
+  std::string const& mInput;
+  std::string const& mField;
+  Extent mWhole;
+  CommKind mComm;
+  std::size_t mRanks;
+  ValueKind mValue;
+  GatherOptions const& mOptions;
+};
+
+nlohmann::ordered_json InJson(ReportHead const& head);
+
+// A transfer that all ranks took part in: `operation` is "gather", "update" or "scatter", `of`
+// what was moved, `seconds` the time of the slowest rank, `bytes` what arrived on all together.
+nlohmann::ordered_json TransferInJson(std::string const& operation, char const* of,
+                                      double seconds, long bytes);
+
+// The text of the file. A file name may hold any bytes; those that are no UTF-8 are replaced.
+std::string TextOf(nlohmann::ordered_json const& report);
+
+}  // namespace Pavex::Tool
