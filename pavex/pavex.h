@@ -7,6 +7,7 @@
 #include "pavex/matrix/csc.h"
 #include "pavex/matrix/csr.h"
 #include "pavex/matrix/dense.h"
+#include "pavex/matrix/index_base.h"
 #include "pavex/matrix/store.h"
 #include "pavex/matrix/store_type.h"
 #include "pavex/runtime/buffer.h"

@@ -49,11 +49,13 @@ struct CholmodIndex<long> {
 // A view of `matrix`, usually the target of an aggregator, which must be a MatrixCSC<T, I> with
 // values and with offsets that start at 0. It owns nothing and is never to be freed by CHOLMOD:
 // it is valid until `matrix`, or one of its arrays, goes or is replaced, as Update replaces the
-// values. It is marked as unsymmetric and as not sorted, for nobody has looked; indices must be
-// 0-based, which is not checked.
+// values. It is marked as unsymmetric and as not sorted, for nobody has looked. Indices count
+// from 0 and lie inside the matrix: IndexCheck::ALL looks at each of them first, and the
+// refusal names the first one outside. ShiftIndexBase of pavex/matrix/index_base.h moves
+// 1-based indices.
 template <typename T, typename I>
-cholmod_sparse ViewAsCholmod(MatrixBase& matrix) {
-  CompressedArrays<T, I> const arrays = CompressedArraysOf<T, I>(matrix, StoreKind::CSC);
+cholmod_sparse ViewAsCholmod(MatrixBase& matrix, IndexCheck check = IndexCheck::NONE) {
+  CompressedArrays<T, I> const arrays = CompressedArraysOf<T, I>(matrix, StoreKind::CSC, check);
   cholmod_sparse view = {};
   view.nrow = static_cast<std::size_t>(arrays.rows);
   view.ncol = static_cast<std::size_t>(arrays.cols);

@@ -56,11 +56,9 @@ EigenSparsePiece<Sparse> BorrowEigenSparse(Eigen::SparseCompressedBase<Sparse> c
 template <typename T, int Options, typename I>
 void BorrowEigenSparse(Eigen::SparseMatrix<T, Options, I> const&&) = delete;
 
-// A piece over the elements of the dense `matrix` for Gather, Allgather and Update, which only
-// read them: not for Scatter. Otherwise like BorrowEigenDense.
-template <typename I = int, typename Dense>
-MatrixDense<typename Dense::Scalar, I> BorrowConstEigenDense(
-    Eigen::DenseBase<Dense> const& matrix) {
+// The piece that the two functions below return.
+template <typename I, typename Dense>
+MatrixDense<typename Dense::Scalar, I> DensePieceOver(Eigen::DenseBase<Dense> const& matrix) {
   using T = typename Dense::Scalar;
   static_assert(bool(Dense::Flags & Eigen::DirectAccessBit), "an expression without elements");
   Dense const& dense = matrix.derived();
@@ -76,6 +74,14 @@ MatrixDense<typename Dense::Scalar, I> BorrowConstEigenDense(
                                    const_cast<T*>(dense.data()));
 }
 
+// A piece over the elements of the dense `matrix` that are only read: Gather, Allgather and
+// Update take it, Scatter does not compile. Otherwise like BorrowEigenDense.
+template <typename I = int, typename Dense>
+ConstMatrix<MatrixDense<typename Dense::Scalar, I>> BorrowConstEigenDense(
+    Eigen::DenseBase<Dense> const& matrix) {
+  return ConstMatrix<MatrixDense<typename Dense::Scalar, I>>(DensePieceOver<I>(matrix));
+}
+
 template <typename I = int, typename Dense>
 void BorrowConstEigenDense(Eigen::PlainObjectBase<Dense> const&&) = delete;
 
@@ -86,7 +92,7 @@ void BorrowConstEigenDense(Eigen::PlainObjectBase<Dense> const&&) = delete;
 template <typename I = int, typename Dense>
 MatrixDense<typename Dense::Scalar, I> BorrowEigenDense(Eigen::DenseBase<Dense>& matrix) {
   static_assert(bool(Dense::Flags & Eigen::LvalueBit), "elements that must not be written");
-  return BorrowConstEigenDense<I>(matrix);
+  return DensePieceOver<I>(matrix);
 }
 
 // The view of a matrix as the Eigen class `Matrix`, or `Matrix const`: a Map that has the
@@ -99,11 +105,11 @@ using EigenView = std::conditional_t<
 // Views of a MatrixCSR as a row-major, of a MatrixCSC as a column-major Eigen::SparseMatrix.
 // `View` is the resulting Map.
 template <typename View>
-View ViewAsEigenSparse(MatrixBase const& matrix) {
+View ViewAsEigenSparse(MatrixBase const& matrix, IndexCheck check) {
   using T = typename View::Scalar;
   using I = typename View::StorageIndex;
   auto const kind = View::IsRowMajor ? StoreKind::CSR : StoreKind::CSC;
-  CompressedArrays<T, I> const arrays = CompressedArraysOf<T, I>(matrix, kind);
+  CompressedArrays<T, I> const arrays = CompressedArraysOf<T, I>(matrix, kind, check);
   return View(arrays.rows, arrays.cols, arrays.nnz, arrays.ptr, arrays.idx, arrays.values);
 }
 
@@ -141,12 +147,15 @@ View ViewAsEigenDense(MatrixBase const& matrix) {
 // matrices must have offsets that start at 0, which a matrix gathered from pieces has.
 //
 // The view owns nothing: it is valid until `matrix`, or one of its arrays, goes or is replaced,
-// as Update replaces the values. Eigen expects 0-based indices in ascending order in each row
-// (column); that is not checked, and aggregation keeps the order of the pieces.
+// as Update replaces the values. Eigen expects indices that count from 0, lie inside the matrix
+// and ascend in each row (column). IndexCheck::ALL looks at each of a sparse matrix first, and
+// the refusal names the first one outside; ShiftIndexBase of pavex/matrix/index_base.h moves
+// 1-based indices. The order is not checked, and aggregation keeps that of the pieces.
 template <typename Matrix>
-EigenView<Matrix> ViewAsEigen(MatrixBase& matrix) {
+EigenView<Matrix> ViewAsEigen(MatrixBase& matrix,
+                              [[maybe_unused]] IndexCheck check = IndexCheck::NONE) {
   if constexpr (std::is_base_of_v<Eigen::SparseMatrixBase<Matrix>, Matrix>) {
-    return ViewAsEigenSparse<EigenView<Matrix>>(matrix);
+    return ViewAsEigenSparse<EigenView<Matrix>>(matrix, check);
   } else {
     return ViewAsEigenDense<EigenView<Matrix>>(matrix);
   }
@@ -154,9 +163,10 @@ EigenView<Matrix> ViewAsEigen(MatrixBase& matrix) {
 
 // The same, for reading only.
 template <typename Matrix>
-EigenView<Matrix const> ViewAsEigen(MatrixBase const& matrix) {
+EigenView<Matrix const> ViewAsEigen(MatrixBase const& matrix,
+                                    [[maybe_unused]] IndexCheck check = IndexCheck::NONE) {
   if constexpr (std::is_base_of_v<Eigen::SparseMatrixBase<Matrix>, Matrix>) {
-    return ViewAsEigenSparse<EigenView<Matrix const>>(matrix);
+    return ViewAsEigenSparse<EigenView<Matrix const>>(matrix, check);
   } else {
     return ViewAsEigenDense<EigenView<Matrix const>>(matrix);
   }

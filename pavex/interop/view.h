@@ -6,7 +6,9 @@
 #include "pavex/matrix/store.h"
 #include "pavex/matrix/store_type.h"
 
+#include <cstdint>
 #include <stdexcept>
+#include <string>
 
 namespace Pavex {
 
@@ -28,10 +30,38 @@ struct CompressedArrays {
   T* values;          // value of each entry
 };
 
-// The arrays of `matrix` if it is of that kind (CSR or CSC) and of the types T and I, has its
-// values and has offsets that start at 0; else throws std::invalid_argument.
+// Whether a view looks at every offset and index before it is returned.
+enum class IndexCheck { NONE, ALL };
+
+// Throws std::invalid_argument with the first line (row of a CSR, column of a CSC) whose
+// offsets descend, or the first index outside the matrix; indices count from 0.
 template <typename T, typename I>
-CompressedArrays<T, I> CompressedArraysOf(MatrixBase const& matrix, StoreKind kind) {
+void RequireIndicesInside(CompressedArrays<T, I> const& arrays, StoreKind kind) {
+  bool const byRows = kind == StoreKind::CSR;
+  std::int64_t const lines = byRows ? arrays.rows : arrays.cols;
+  std::int64_t const extent = byRows ? arrays.cols : arrays.rows;
+  std::string const where = byRows ? "row " : "column ";
+  for (std::int64_t line = 0; line < lines; ++line) {
+    I const end = arrays.ptr[line + 1];
+    if (end < arrays.ptr[line] || end > arrays.nnz)
+      throw std::invalid_argument("The matrix to view has offset " + std::to_string(end) +
+                                  " behind " + where + std::to_string(line) + "; expected " +
+                                  std::to_string(arrays.ptr[line]) + " to " +
+                                  std::to_string(arrays.nnz) + ".");
+    for (I k = arrays.ptr[line]; k < end; ++k)
+      if (arrays.idx[k] < 0 || arrays.idx[k] >= extent)
+        throw std::invalid_argument(
+            "The matrix to view has index " + std::to_string(arrays.idx[k]) + " in " + where +
+            std::to_string(line) + "; expected 0 to " + std::to_string(extent - 1) + ".");
+  }
+}
+
+// The arrays of `matrix` if it is of that kind (CSR or CSC) and of the types T and I, has its
+// values and has offsets that start at 0, and indices inside it if `check` asks for that; else
+// throws std::invalid_argument.
+template <typename T, typename I>
+CompressedArrays<T, I> CompressedArraysOf(MatrixBase const& matrix, StoreKind kind,
+                                          IndexCheck check) {
   PavexMatrixStore store;
   matrix.Query(store);
   RequireForView(StoreKindOf(store.type) == kind,
@@ -49,12 +79,14 @@ CompressedArrays<T, I> CompressedArraysOf(MatrixBase const& matrix, StoreKind ki
   RequireForView(ptr != nullptr && *ptr == 0,
                  "The offsets of the matrix to view do not start at 0.");
   RequireForView(nnz == 0 || matrix.HasValues(), "The matrix to view has no values.");
-  return {store.rows,
-          store.cols,
-          nnz,
-          ptr,
-          static_cast<I*>(arrays.idx),
-          static_cast<T*>(arrays.values)};
+  CompressedArrays<T, I> const found = {store.rows,
+                                        store.cols,
+                                        nnz,
+                                        ptr,
+                                        static_cast<I*>(arrays.idx),
+                                        static_cast<T*>(arrays.values)};
+  if (check == IndexCheck::ALL) RequireIndicesInside(found, kind);
+  return found;
 }
 
 }  // namespace Pavex

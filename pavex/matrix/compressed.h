@@ -2,11 +2,13 @@
 
 #pragma once
 
+#include "pavex/matrix/const_matrix.h"
 #include "pavex/matrix/instances.h"
 #include "pavex/matrix/matrix_base.h"
 #include "pavex/runtime/buffer.h"
 
 #include <cstdint>
+#include <type_traits>
 
 namespace Pavex {
 
@@ -28,6 +30,15 @@ class PAVEX_API MatrixCompressed : public MatrixBase {
   // entries, and that many indices and values. A null `values` gives a pattern.
   static M Borrow(std::int64_t rows, std::int64_t cols, I* offsets, I* indices, T* values);
 
+  // The same over arrays that are only read. J is I, a template parameter so that a call with
+  // nothing but null pointers means the function above.
+  template <typename J, typename = std::enable_if_t<std::is_same_v<J, I>>>
+  static ConstMatrix<M> Borrow(std::int64_t rows, std::int64_t cols, J const* offsets,
+                               I const* indices, T const* values) {
+    return ConstMatrix<M>(Borrow(rows, cols, const_cast<I*>(offsets), const_cast<I*>(indices),
+                                 const_cast<T*>(values)));
+  }
+
   // Makes `matrix` a `rows` x `cols` matrix with room for `nnz` entries, uninitialised, from
   // `allocator`, which must outlive it. On a failed status `matrix` is as it was.
   [[nodiscard]] static PavexStatus Create(Allocator& allocator, std::int64_t rows,
@@ -41,8 +52,15 @@ class PAVEX_API MatrixCompressed : public MatrixBase {
   PavexMatrixStoreType StoreType() const override;
   // See MatrixBase.
   bool HasValues() const override;
-  // See MatrixBase.
+  // See MatrixBase. Any other pointer than to T, or to the real type of a complex T, must come
+  // as void*.
   void SetValues(void* values) override;
+  template <typename P>
+  std::enable_if_t<kHoldsValues<T, P>> SetValues(P* values) {
+    SetValues(static_cast<void*>(values));
+  }
+  template <typename P>
+  std::enable_if_t<!kHoldsValues<T, P>> SetValues(P* values) = delete;
   // See MatrixBase.
   void Query(PavexMatrixStore& store) const override;
 

@@ -2,11 +2,13 @@
 
 #pragma once
 
+#include "pavex/matrix/const_matrix.h"
 #include "pavex/matrix/instances.h"
 #include "pavex/matrix/matrix_base.h"
 #include "pavex/runtime/buffer.h"
 
 #include <cstdint>
+#include <type_traits>
 
 namespace Pavex {
 
@@ -33,6 +35,15 @@ class PAVEX_API MatrixCOO : public MatrixBase {
   static MatrixCOO Borrow(std::int64_t rows, std::int64_t cols, std::int64_t nnz, I* rowIdx,
                           I* colIdx, T* values);
 
+  // The same over arrays that are only read. J is I, a template parameter so that a call with
+  // nothing but null pointers means the function above.
+  template <typename J, typename = std::enable_if_t<std::is_same_v<J, I>>>
+  static ConstMatrix<MatrixCOO> Borrow(std::int64_t rows, std::int64_t cols, std::int64_t nnz,
+                                       J const* rowIdx, I const* colIdx, T const* values) {
+    return ConstMatrix<MatrixCOO>(Borrow(rows, cols, nnz, const_cast<I*>(rowIdx),
+                                         const_cast<I*>(colIdx), const_cast<T*>(values)));
+  }
+
   // Makes `matrix` a `rows` x `cols` matrix with room for `nnz` entries, uninitialised, from
   // `allocator`, which must outlive it. On a failed status `matrix` is as it was.
   [[nodiscard]] static PavexStatus Create(Allocator& allocator, std::int64_t rows,
@@ -43,7 +54,15 @@ class PAVEX_API MatrixCOO : public MatrixBase {
   long NNZ() const override;
   PavexMatrixStoreType StoreType() const override;
   bool HasValues() const override;
+  // See MatrixBase. Any other pointer than to T, or to the real type of a complex T, must come
+  // as void*.
   void SetValues(void* values) override;
+  template <typename P>
+  std::enable_if_t<kHoldsValues<T, P>> SetValues(P* values) {
+    SetValues(static_cast<void*>(values));
+  }
+  template <typename P>
+  std::enable_if_t<!kHoldsValues<T, P>> SetValues(P* values) = delete;
   void Query(PavexMatrixStore& store) const override;
 };
 

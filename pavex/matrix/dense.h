@@ -2,11 +2,13 @@
 
 #pragma once
 
+#include "pavex/matrix/const_matrix.h"
 #include "pavex/matrix/instances.h"
 #include "pavex/matrix/matrix_base.h"
 #include "pavex/runtime/buffer.h"
 
 #include <cstdint>
+#include <type_traits>
 
 namespace Pavex {
 
@@ -34,6 +36,14 @@ class PAVEX_API MatrixDense : public MatrixBase {
   static MatrixDense Borrow(std::int64_t rows, std::int64_t cols, bool rowMajor,
                             std::int64_t ld, T* values);
 
+  // The same over an array that is only read. U is T, a template parameter so that a null
+  // pointer means the function above.
+  template <typename U, typename = std::enable_if_t<std::is_same_v<U, T>>>
+  static ConstMatrix<MatrixDense> Borrow(std::int64_t rows, std::int64_t cols, bool rowMajor,
+                                         std::int64_t ld, U const* values) {
+    return ConstMatrix<MatrixDense>(Borrow(rows, cols, rowMajor, ld, const_cast<T*>(values)));
+  }
+
   // Makes `matrix` a `rows` x `cols` matrix with ld = run length and uninitialised values from
   // `allocator`, which must outlive it. On a failed status `matrix` is as it was.
   [[nodiscard]] static PavexStatus Create(Allocator& allocator, std::int64_t rows,
@@ -43,7 +53,15 @@ class PAVEX_API MatrixDense : public MatrixBase {
   long NNZ() const override;
   PavexMatrixStoreType StoreType() const override;
   bool HasValues() const override;
+  // See MatrixBase. Any other pointer than to T, or to the real type of a complex T, must come
+  // as void*.
   void SetValues(void* values) override;
+  template <typename P>
+  std::enable_if_t<kHoldsValues<T, P>> SetValues(P* values) {
+    SetValues(static_cast<void*>(values));
+  }
+  template <typename P>
+  std::enable_if_t<!kHoldsValues<T, P>> SetValues(P* values) = delete;
   void Query(PavexMatrixStore& store) const override;
 
   // Elements of one contiguous run: a row if row-major, else a column.

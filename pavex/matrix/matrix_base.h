@@ -8,6 +8,7 @@
 
 #include <complex>
 #include <cstdint>
+#include <type_traits>
 
 namespace Pavex {
 
@@ -43,6 +44,11 @@ struct IndexTypeOf<long> {
   static constexpr std::int32_t kCode = 1;
 };
 
+// Whether an array of P holds values of type T: as T, or as the real and imaginary parts of a
+// complex T in turn.
+template <typename T, typename P>
+inline constexpr bool kHoldsValues = std::is_same_v<P, T> || std::is_same_v<std::complex<P>, T>;
+
 // What every storage class shares: the shape, the type codes and the place in the global
 // matrix. Abstract; movable, not copyable; all members are public. The order of the members and
 // of the virtual functions is part of the binary interface. Every operation is local.
@@ -74,7 +80,7 @@ class PAVEX_API MatrixBase {
   // Makes the matrix use the caller's value array, which the caller keeps alive and which is
   // never freed by the matrix; a value array that the matrix owned is freed at once. `values`
   // points to NNZ() elements of T, or for a dense matrix to all its runs with their leading
-  // dimension. The pointer is not checked.
+  // dimension. The pointer is not checked; the storage classes take no pointer to another type.
   virtual void SetValues(void* values) = 0;
 
   // Fills `rows`, `cols`, `type` and the view of the matrix's kind, and nothing else of
@@ -89,6 +95,9 @@ class PAVEX_API MatrixBase {
   }
 
  protected:
+  // A class of the application may start with the members as they are here, and sets the codes
+  // of its element types.
+  MatrixBase() = default;
   // The codes of the element types of the derived class.
   MatrixBase(std::int32_t valueType, std::int32_t indexType)
       : mValueType(valueType), mIndexType(indexType) {}

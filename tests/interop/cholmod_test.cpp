@@ -97,6 +97,21 @@ TEST(CholmodRefusal, ConcernsOffsetsThatStartAtOne) {
   EXPECT_EQ(refusal, "The offsets of the matrix to view do not start at 0.");
 }
 
+TEST(CholmodIndexCheck, IsMadeOnRequestAndNamesTheFirstIndexOutside) {
+  Columns<double, int> columns(0);
+  auto matrix = columns.Csc();
+  auto const refusal = [&](IndexCheck check) {
+    return RefusalOf([&] { ViewAsCholmod<double, int>(matrix, check); });
+  };
+  EXPECT_EQ(refusal(IndexCheck::ALL), "accepted");
+
+  columns.idx[1] = 3;
+
+  EXPECT_EQ(refusal(IndexCheck::NONE), "accepted");
+  EXPECT_EQ(refusal(IndexCheck::ALL),
+            "The matrix to view has index 3 in column 0; expected 0 to 2.");
+}
+
 TEST(CholmodRefusal, ConcernsCompressedRows) {
   MatrixCSR<double, int> matrix;
 

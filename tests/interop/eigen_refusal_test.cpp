@@ -32,6 +32,65 @@ TEST(EigenSparseRefusal, NamesTheCallThatCompressesAMatrix) {
   EXPECT_EQ(refusal, "The Eigen matrix is not compressed: call its makeCompressed() first.");
 }
 
+// --- Indices, where the program asks for their check
+
+TEST(EigenIndexCheck, IsMadeOnRequestAlone) {
+  Diagonal diagonal(0);
+  diagonal.idx[1] = 2;
+  auto matrix = diagonal.Csr();
+
+  EXPECT_EQ(RefusalOf([&] { ViewAsEigen<Rows>(matrix); }), "accepted");
+  EXPECT_EQ(RefusalOf([&] { ViewAsEigen<Rows>(matrix, IndexCheck::ALL); }),
+            "The matrix to view has index 2 in row 1; expected 0 to 1.");
+}
+
+TEST(EigenIndexCheck, AcceptsIndicesInside) {
+  Diagonal diagonal(0);
+  MatrixCSR<double, int> const matrix = diagonal.Csr();
+
+  EXPECT_EQ(RefusalOf([&] { ViewAsEigen<Rows>(matrix, IndexCheck::ALL); }), "accepted");
+}
+
+TEST(EigenIndexCheck, NamesTheFirstIndexOutside) {
+  Diagonal diagonal(0);
+  diagonal.idx[0] = -1;
+  diagonal.idx[1] = 9;
+  MatrixCSR<double, int> const matrix = diagonal.Csr();
+
+  EXPECT_EQ(RefusalOf([&] { ViewAsEigen<Rows>(matrix, IndexCheck::ALL); }),
+            "The matrix to view has index -1 in row 0; expected 0 to 1.");
+}
+
+TEST(EigenIndexCheck, NamesTheColumnOfCompressedColumns) {
+  int ptr[] = {0, 1, 2};
+  int idx[] = {0, 3};
+  double values[] = {1, 2};
+  MatrixCSC<double, int> const matrix = MatrixCSC<double, int>::Borrow(3, 2, ptr, idx, values);
+
+  EXPECT_EQ(RefusalOf([&] { ViewAsEigen<Columns>(matrix, IndexCheck::ALL); }),
+            "The matrix to view has index 3 in column 1; expected 0 to 2.");
+}
+
+TEST(EigenIndexCheck, NamesTheFirstOffsetThatDescendsOrLeavesTheEntries) {
+  Diagonal diagonal(0);
+  MatrixCSR<double, int> const matrix = diagonal.Csr();
+
+  diagonal.ptr[1] = -1;
+  EXPECT_EQ(RefusalOf([&] { ViewAsEigen<Rows>(matrix, IndexCheck::ALL); }),
+            "The matrix to view has offset -1 behind row 0; expected 0 to 2.");
+
+  diagonal.ptr[1] = 3;
+  EXPECT_EQ(RefusalOf([&] { ViewAsEigen<Rows>(matrix, IndexCheck::ALL); }),
+            "The matrix to view has offset 3 behind row 0; expected 0 to 2.");
+}
+
+TEST(EigenIndexCheck, FindsNothingInADenseMatrix) {
+  double values[] = {1, 2};
+  auto matrix = MatrixDense<double, int>::Borrow(2, 1, true, 1, values);
+
+  EXPECT_EQ(RefusalOf([&] { ViewAsEigen<DenseRows>(matrix, IndexCheck::ALL); }), "accepted");
+}
+
 TEST(EigenSparseRefusal, IsGoneOnceTheMatrixIsCompressed) {
   Rows eigen(2, 2);
   eigen.insert(0, 1) = 1;

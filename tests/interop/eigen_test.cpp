@@ -252,10 +252,13 @@ TEST(EigenDense, BorrowsAReferenceToAConstMatrixForAGather) {
   Eigen::MatrixXd const eigen = Eigen::MatrixXd::Zero(4, 2);
   Eigen::Ref<Eigen::MatrixXd const> const reference(eigen);
 
-  MatrixDense<double, int> const piece = BorrowConstEigenDense(reference);
+  ConstMatrix<MatrixDense<double, int>> const piece = BorrowConstEigenDense(reference);
+  PavexMatrixStore store{};
+  static_cast<MatrixBase const&>(piece).Query(store);
 
-  EXPECT_EQ(piece.mLd, 4);
-  EXPECT_EQ(piece.mValues.mData, eigen.data());
+  EXPECT_EQ(store.type, STORE_DENSE_COL_MAJOR);
+  EXPECT_EQ(store.dense.ld, 4);
+  EXPECT_EQ(store.dense.values, eigen.data());
 }
 
 TEST(EigenDense, BorrowsAVectorAsOneColumn) {

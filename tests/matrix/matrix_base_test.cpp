@@ -46,6 +46,24 @@ TEST(MatrixBase, IsAbstract) {
   EXPECT_TRUE(std::is_abstract_v<MatrixBase>);
 }
 
+// A class of the application: nothing but the five functions.
+struct Zeros : MatrixBase {
+  long NNZ() const override { return 0; }
+  PavexMatrixStoreType StoreType() const override { return STORE_TYPE_1; }
+  bool HasValues() const override { return false; }
+  void SetValues(void*) override {}
+  void Query(PavexMatrixStore& store) const override { store.type = StoreType(); }
+};
+
+TEST(MatrixBase, IsABaseOfClassesOfTheApplicationWithTheFiveFunctionsAlone) {
+  Zeros const zeros;
+
+  EXPECT_EQ(zeros.mRows, 0);
+  EXPECT_EQ(zeros.mValueType, 0);
+  EXPECT_EQ(zeros.mIndexType, 0);
+  EXPECT_EQ(zeros.mPartition.type, PARTITION_NONE);
+}
+
 TEST(MatrixBase, TellsItsPlaceInTheWholeMatrix) {
   MatrixDense<double, int> matrix = MatrixDense<double, int>::Borrow(2, 3, true, 3, nullptr);
   EXPECT_EQ(matrix.mGlobalRows, 2);
