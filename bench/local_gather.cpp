@@ -6,9 +6,11 @@
 #include "pavex/pavex.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
@@ -179,6 +181,88 @@ void MeasureBandwidth(Runner& runner, int n) {
   runner.Expect(ok, "every operation succeeds");
 }
 
+// What is repeated: gathers, updates of one gathered matrix, or both in turn.
+struct Kind {
+  char const* name;
+  bool gathers;
+  bool updates;
+};
+constexpr Kind kKinds[] = {
+    {"gathers", true, false}, {"updates", false, true}, {"gather, update", true, true}};
+
+constexpr int kEdges[] = {8, 12, 16, 24, 32, 48, 64, 96, 160};
+
+// The ratio that a repetition should reach.
+double Limit(int n) {
+  if (n <= 8) return 1.25;
+  return n < 64 ? 1.15 : 1.05;
+}
+
+// Repeated operations of 2 ranks, against copies of the same bytes by as many threads: a
+// barrier before and behind each, and for a gather one more, behind the lengths of the rows.
+void MeasureRepeated(Runner& runner, int n, Kind const& kind) {
+  constexpr int kRanks = 2;
+  Job job(n, kRanks);
+  long const entries = job.Entries();
+  long const rows = static_cast<long>(n) * n * n;
+  long const count = std::max(1L, 1000000 / rows);
+  std::vector<MatrixLocalInfo> records(kRanks);
+  std::vector<int> ptr(static_cast<std::size_t>(rows + 1));
+  std::vector<int> col(static_cast<std::size_t>(entries));
+  std::vector<double> values(static_cast<std::size_t>(entries));
+
+  auto const copy = [&](auto const& from, auto& to, std::size_t before) {
+    std::memcpy(to.data() + before, from.data(), from.size() * sizeof from[0]);
+  };
+  auto const byHand = [&] {
+    LocalComm::Run(kRanks, [&](std::shared_ptr<Comm> const& comm) {
+      auto const rank = static_cast<std::size_t>(comm->Rank());
+      Band const& band = job.bands[rank];
+      std::size_t const entry = rank == 0 ? 0 : job.bands[0].col.size();
+      std::size_t const row = rank == 0 ? 0 : job.bands[0].ptr.size() - 1;
+      auto const copyValues = [&] {
+        comm->Barrier();
+        copy(band.values, values, entry);
+        comm->Barrier();
+      };
+      for (long i = 0; i < count; ++i) {
+        if (kind.gathers) {
+          comm->Barrier();
+          records[rank].nnz = band.csr.NNZ();
+          comm->Barrier();
+          for (std::size_t k = 0; k + 1 < band.ptr.size(); ++k)
+            ptr[row + k] = band.ptr[k + 1] - band.ptr[k];
+          comm->Barrier();
+          if (rank == 0) std::exclusive_scan(ptr.begin(), ptr.end(), ptr.begin(), 0);
+          comm->Barrier();
+          copy(band.col, col, entry);
+          copyValues();
+        }
+        if (kind.updates) copyValues();
+      }
+    });
+  };
+  auto const repeat = [&](bool gathers, bool updates, long times) {
+    return job.Run([=](auto const& comm, auto& aggregator, Band& band) {
+      aggregator.SetComm(comm);
+      PavexStatus status = STATUS_OK;
+      for (long i = 0; i < times && status == STATUS_OK; ++i) {
+        if (gathers) status = aggregator.Gather(comm, band.csr, true);
+        if (updates && status == STATUS_OK) status = aggregator.Update(band.csr);
+      }
+      return status;
+    });
+  };
+  bool ok = repeat(true, false, 1);
+  char label[64];
+  std::snprintf(label, sizeof label, "n = %d, %.3g MB, %ld x", n,
+                static_cast<double>(entries) * 12e-6, count);
+  runner.Compare(
+      label, {std::string("memcpy, ") + kind.name, byHand},
+      {{"Pavex", [&] { ok &= repeat(kind.gathers, kind.updates, count); }, Limit(n)}});
+  runner.Expect(ok, "every repeated operation succeeds");
+}
+
 void MeasureLatency(Runner& runner) {
   double median = 0;
   bool ok = true;
@@ -255,6 +339,9 @@ int main(int argc, char** argv) {
   runner.Parse(argc, argv);
 
   MeasureBandwidth(runner, static_cast<int>(n));
+  for (Kind const& kind : kKinds)
+    for (int const edge : kEdges)
+      if (edge <= n) MeasureRepeated(runner, edge, kind);
   MeasureLatency(runner);
   MeasureSingle(runner, static_cast<int>(std::min<std::int64_t>(n, 64)));
   CheckScatterInPlace(runner);

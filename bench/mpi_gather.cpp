@@ -5,6 +5,8 @@
 #include "pavex/comm/mpi_comm.h"
 #include "pavex/pavex.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -201,71 +203,87 @@ struct Gatherer {
   void Update(MatrixBase const& local) { Expect(aggregator.Update(local)); }
 };
 
-std::function<void()> Times(int count, std::function<void()> const& operation) {
-  return [=] {
-    for (int i = 0; i < count; ++i)
-      operation();
-  };
+// What is repeated: gathers, updates of one gathered matrix, or both in turn.
+struct Kind {
+  char const* name;
+  bool gathers;
+  bool updates;
+  bool toAll;
+};
+constexpr Kind kKinds[] = {{"gathers", true, false, false},
+                           {"updates", false, true, false},
+                           {"gather, update", true, true, false},
+                           {"gathers to all", true, false, true}};
+
+constexpr long kEdges[] = {8, 12, 16, 24, 32, 48, 64, 96, 160};
+
+// The ratio that a repetition should reach.
+double Limit(long n) {
+  if (n <= 8) return 1.25;
+  return n < 64 ? 1.15 : 1.05;
 }
 
-void MeasureOperator(Runner* runner, long n, double limit, bool fresh) {
+void MeasureOperator(Runner* runner, long n, Kind const& kind) {
   Band const band(n);
-  Gatherer root;
-  Gatherer all;
-  Gatherer gatherOnly;
-  HandWritten handRoot(band, false);
-  HandWritten handAll(band, true);
-  auto const gatherRoot = [&] { root.Gather(band.csr); };
-  // As in an application a gather is followed by updates. During one the old and the new values
-  // are in use at once; from then on the pool may keep the lengths beside the gathered arrays,
-  // as the hand-written side does. A pool that has only seen gathers gives them back each time.
-  root.Gather(band.csr);
-  root.Update(band.csr);
-  all.Allgather(band.csr);
-  all.Update(band.csr);
+  Gatherer gatherer;
+  HandWritten hand(band, kind.toAll);
+  auto const gather = [&] {
+    kind.toAll ? gatherer.Allgather(band.csr) : gatherer.Gather(band.csr);
+  };
+  gather();
+  hand.Gather();
 
   // A small gather takes microseconds: many of them make one repetition.
-  int const count = n < 32 ? 2000 : 1;
+  long const count = std::max(1L, 1000000 / (n * n * n));
   Team team;
-  auto const times = [&](std::function<void()> const& operation) {
-    return team.Add(Times(count, operation));
-  };
-  auto const handGather = times([&] { handRoot.Gather(); });
-  auto const gather = times(gatherRoot);
-  auto const gatherWithoutUpdates = times([&] { gatherOnly.Gather(band.csr); });
-  auto const handAllgather = times([&] { handAll.Gather(); });
-  auto const allgather = times([&] { all.Allgather(band.csr); });
-  auto const handUpdate = times([&] { handRoot.Update(); });
-  auto const update = times([&] { root.Update(band.csr); });
-  auto const handFresh = team.Add([&] { HandWritten(band, false).Gather(); });
-  auto const first = team.Add([&] {
-    MemoryPool pool;
-    Aggregator<double, int> aggregator(&pool);
-    root.Expect(aggregator.Gather(root.comm, band.csr, true));
+  auto const byHand = team.Add([&] {
+    for (long i = 0; i < count; ++i) {
+      if (kind.gathers) hand.Gather();
+      if (kind.updates) hand.Update();
+    }
   });
-  auto const repeated = team.Add(gatherRoot);
+  auto const byPavex = team.Add([&] {
+    for (long i = 0; i < count; ++i) {
+      if (kind.gathers) gather();
+      if (kind.updates) gatherer.Update(band.csr);
+    }
+  });
 
   if (runner == nullptr) {
     team.Follow();
     return;
   }
-  std::string const label =
-      "n = " + std::to_string(n) + (count > 1 ? ", " + std::to_string(count) + " times" : "");
-  runner->Compare("CSR to rank 0, " + label, {"MPI calls", handGather},
-                  {{"Pavex", gather, limit}});
-  runner->Compare("  without updates, " + label, {"MPI calls", handGather},
-                  {{"Pavex", gatherWithoutUpdates}});
-  runner->Compare("CSR to all, " + label, {"MPI calls", handAllgather},
-                  {{"Pavex", allgather, limit}});
-  runner->Compare("CSR update, " + label, {"MPI calls", handUpdate},
-                  {{"Pavex", update, limit}});
-  if (fresh) {
-    runner->Compare("CSR to rank 0, " + label, {"fresh arrays", handFresh},
-                    {{"first", first, 0.6}, {"repeated", repeated, 0.4}});
-  }
+  char label[64];
+  double const megabytes = static_cast<double>(7 * n * n * n) * 12e-6;
+  std::snprintf(label, sizeof label, "n = %ld, %.3g MB, %ld x", n, megabytes, count);
+  runner->Compare(label, {std::string("MPI ") + kind.name, byHand},
+                  {{"Pavex", byPavex, Limit(n)}});
   Team::Dismiss();
-  runner->Expect(root.correct && all.correct && gatherOnly.correct,
-                 "every operation succeeds, n = " + std::to_string(n));
+  runner->Expect(gatherer.correct, "every operation succeeds, n = " + std::to_string(n));
+}
+
+// The first gather of an application, into new arrays on both sides.
+void MeasureFirst(Runner* runner, long n) {
+  Band const band(n);
+  Gatherer gatherer;
+  gatherer.Gather(band.csr);
+  Team team;
+  auto const handFresh = team.Add([&] { HandWritten(band, false).Gather(); });
+  auto const first = team.Add([&] {
+    MemoryPool pool;
+    Aggregator<double, int> aggregator(&pool);
+    gatherer.Expect(aggregator.Gather(gatherer.comm, band.csr, true));
+  });
+  auto const repeated = team.Add([&] { gatherer.Gather(band.csr); });
+
+  if (runner == nullptr) {
+    team.Follow();
+    return;
+  }
+  runner->Compare("CSR to rank 0, n = " + std::to_string(n), {"fresh arrays", handFresh},
+                  {{"first", first, 0.6}, {"repeated", repeated, 0.4}});
+  Team::Dismiss();
+  runner->Expect(gatherer.correct, "every first gather succeeds");
 }
 
 // Row bands of a column-major matrix to rank 0 and back, against packed pieces moved by MPI and
@@ -329,14 +347,15 @@ void MeasureDense(Runner* runner, long rows, long cols) {
 int Main(int argc, char** argv) {
   std::int64_t n = 160;
   Runner runner("mpi_gather", "Gathers over MPI on " + std::to_string(Size()) + " processes");
-  runner.Option("n", n, "points along each edge of the largest 7-point operator");
+  runner.Option("n", n, "points along each edge of the 7-point operator, at most");
   if (Rank() == 0) runner.Parse(argc, argv);
   MPI_Bcast(&n, 1, MPI_INT64_T, 0, MPI_COMM_WORLD);
 
   Runner* const mine = Rank() == 0 ? &runner : nullptr;
-  MeasureOperator(mine, 8, 1.25, false);
-  MeasureOperator(mine, 64, 1.05, false);
-  MeasureOperator(mine, n, 1.05, true);
+  for (Kind const& kind : kKinds)
+    for (long const edge : kEdges)
+      if (edge <= n) MeasureOperator(mine, edge, kind);
+  MeasureFirst(mine, n);
   MeasureDense(mine, 262144, 32);
   return Rank() == 0 ? runner.Finish() : 0;
 }
