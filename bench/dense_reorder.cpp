@@ -1,6 +1,6 @@
-// What the moves between the communication and the global layout of a dense matrix cost, in
-// multiples of one memcpy of the same bytes, beside the plain walk piece by piece and run by
-// run. One thread, warm buffers.
+// Measures the moves between the communication and the global layout of a dense matrix, in
+// multiples of one memcpy of the same bytes. A plain walk, piece by piece and run by run, is
+// measured too. One thread, warm buffers.
 
 #include "pavex/aggregator/dense_reorder.h"
 
@@ -87,7 +87,7 @@ void Measure(Runner& runner, Shape const& shape, Arrays& arrays, double gatherLi
   double* const moved = arrays.moved.data();
   double* const expected = arrays.expected.data();
   auto const check = [&](std::string const& label, Subject const& ours) {
-    ours.run();  // the last to write there may have been memcpy
+    ours.run();  // memcpy may have written there last
     runner.Expect(std::memcmp(moved, expected, shape.Bytes()) == 0, label);
   };
   Subject const copy{"memcpy", [&] { std::memcpy(moved, source, shape.Bytes()); }};

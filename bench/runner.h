@@ -1,4 +1,4 @@
-// What all benchmarks share: options, warm-up, repetitions, medians, ratios and the report.
+// The runner of all benchmarks: options, warm-up, repetitions, medians, ratios and the report.
 
 #pragma once
 
@@ -10,21 +10,21 @@
 
 namespace Pavex::Bench {
 
-// The seed of everything random in a benchmark, so that every run sees the same data.
+// The seed of all random data in a benchmark, so that every run sees the same data.
 constexpr std::uint64_t kSeed = 20240501;
 
-// Median time of so many runs.
+// The median time of `repetitions` runs, in seconds.
 double MedianSeconds(int repetitions, std::function<void()> const& run);
 
 // One thing to time.
 struct Subject {
   std::string name;           // heads its column
   std::function<void()> run;  // one repetition; it may have threads of its own
-  double atMost = 0;          // the ratio to the baseline that it should reach; 0: none
+  double atMost = 0;          // greatest allowed ratio to the baseline; 0: no limit
 };
 
-// One benchmark program. It prints what it runs on, then a line for every comparison. Used by
-// one thread; where several processes run, by one of them.
+// One benchmark program. It prints the machine, then a line for every comparison. One thread
+// uses it; if several processes run, one of them.
 //
 //   int main(int argc, char** argv) {
 //     Bench::Runner runner("copy", "Ways to copy 1 MiB");
@@ -37,25 +37,25 @@ class Runner {
   // `name` names the JSON file; `title` heads the report.
   Runner(std::string name, std::string title);
 
-  // An option of this benchmark, `--name VALUE`, beside the common ones. Returns by reference
-  // the value that Parse fills in; `value` is the default.
+  // Adds an option of this benchmark, `--name VALUE`, to the common ones. Returns a reference
+  // to the value that Parse fills in; `value` is the default.
   void Option(std::string const& name, std::int64_t& value, std::string const& help);
 
   // Reads the command line and prints the head of the report. Ends the program on --help and on
   // options that it does not know.
   void Parse(int argc, char const* const* argv);
 
-  // Runs everything once to warm up, then times `baseline` and the subjects in turn, repetition
-  // by repetition, every other time in the reverse order, so that whatever else the machine
-  // does and what each leaves in the caches meets them all alike. The ratio of a subject is the
-  // median over the repetitions of its time divided by the baseline's.
+  // Runs everything once to warm up. Then times `baseline` and the subjects in turn in each
+  // repetition, in every second one in the reverse order. So other work of the machine and the
+  // contents of the caches affect all of them the same way. The ratio of a subject is the
+  // median, over the repetitions, of its time divided by the baseline's.
   void Compare(std::string const& label, Subject const& baseline,
                std::vector<Subject> const& subjects);
 
-  // Reports a figure that is no time, such as a peak of memory.
+  // Reports a figure that is not a time, such as a peak of memory.
   void Report(std::string const& label, double value, std::string const& unit);
 
-  // Records that a result was wrong: the program then fails.
+  // Notes that a result was wrong; the program then fails.
   void Expect(bool correct, std::string const& label);
 
   // Writes the JSON file if one was asked for. Returns the exit code of the program.

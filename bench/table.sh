@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Runs every benchmark and writes docs/benchmarks.md anew. Wants an otherwise idle machine.
+# Runs every benchmark and writes docs/benchmarks.md. Run it on an otherwise idle machine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 bench/run.sh >"$work/results"
 
-# The rows whose figure is more than it should be: "1.41 (at most 1.3)" or "(at most 15)   17.2".
+# The rows whose figure is above its limit: "1.41 (at most 1.3)" or "(at most 15)   17.2".
 awk '{
   rest = $0
   while (match(rest, /[0-9.]+ \(at most [0-9.]+\)|\(at most [0-9.]+\) +[0-9.]+/)) {
@@ -23,10 +23,10 @@ awk '{
   cat <<'HEAD'
 # Benchmarks
 
-One run of each benchmark, one after the other, on one machine; `bench/table.sh` writes the page anew.
-Every comparison times a baseline and Pavex in turn in the same run, after a warm-up; the figures
-are the median time of the baseline and the median ratio to it, so less is better. Behind a ratio
-stands what it should stay below.
+One run of each benchmark, one after the other, on one machine. `bench/table.sh` makes this page again.
+Every comparison times a baseline and Pavex in turn in the same run, after a warm-up. The figures are
+the median time of the baseline and the median ratio to it, so less is better. Each ratio that has a
+limit is followed by it.
 
 HEAD
   echo "Run on $(date +%F), commit $(git rev-parse --short HEAD), $(nproc) cores," \
@@ -38,7 +38,7 @@ HEAD
     cat "$work/over"
     printf '%s\n' '```'
   else
-    echo 'No row stands above its limit.'
+    echo 'No row is above its limit.'
   fi
   printf '%s\n' '' '```'
   cat "$work/results"
