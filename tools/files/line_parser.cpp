@@ -16,7 +16,8 @@ bool IsInteger(std::string_view word) {
   return !word.empty() && word.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-// Without the plus that from_chars does not take; a second sign stays and is refused there.
+// Drops the plus that from_chars does not accept. A second sign stays, and from_chars refuses
+// it.
 std::string_view WithoutPlus(std::string_view word) {
   if (word.size() > 1 && word[0] == '+' && word[1] != '-') word.remove_prefix(1);
   return word;

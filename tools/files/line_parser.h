@@ -1,4 +1,4 @@
-// Takes one line of a Matrix Market file apart: words, integers, numbers.
+// Splits one line of a Matrix Market file into words, integers and numbers.
 
 #pragma once
 
@@ -11,9 +11,9 @@
 
 namespace Pavex::Tool {
 
-// Walks along the line that `reader` returned last; every fault goes to reader.Fail. `what`
-// names the thing in the message ("row", "value"). The header holds the paths that a good line
-// takes, the source file the others.
+// Reads along the line that `reader` returned last. Every fault goes to reader.Fail. `what`
+// names the item in the message ("row", "value"). The header has the code for a good line, the
+// source file the rest.
 class LineParser {
  public:
   LineParser(LineReader const& reader, std::string_view line)
@@ -22,7 +22,7 @@ class LineParser {
   // The next word in lower case; fails when there is none.
   std::string Word(char const* what);
 
-  // An integer between `low` and `high`: digits only, with a minus sign that is out of range.
+  // An integer between `low` and `high`: digits only. A minus sign is out of range.
   long Integer(char const* what, long low, long high) {
     SkipBlanks();
     long value = 0;
@@ -47,7 +47,7 @@ class LineParser {
   // An integer that a double holds exactly.
   double IntegerNumber(char const* what);
 
-  // Fails unless only blanks are left; `after` says behind what.
+  // Fails unless only blanks are left. `after` names what came before.
   void End(char const* after) {
     SkipBlanks();
     if (mNext != mEnd) FailEnd(after);
@@ -73,8 +73,8 @@ class LineParser {
   char const* mEnd;
 };
 
-// `word` between quotes, cut if long, with a question mark for each unprintable byte, so that a
-// message stays one readable line whatever the file holds.
+// `word` in quotes, cut if it is long, with a question mark for each unprintable byte. So a
+// message stays one readable line, whatever the file contains.
 std::string Quoted(std::string_view word);
 
 }  // namespace Pavex::Tool

@@ -10,7 +10,7 @@
 
 namespace Pavex::Tool {
 
-// Not shared between threads. Throws InputError for what the system refuses.
+// Not shared between threads. Throws InputError if the system refuses something.
 class LineReader {
  public:
   explicit LineReader(std::string path);
@@ -22,7 +22,7 @@ class LineReader {
   // false at the end of the file.
   bool Next(std::string_view& line);
 
-  // The same, passing over lines of blanks and tabs.
+  // The same, but skips lines of blanks and tabs.
   bool NextFilled(std::string_view& line);
 
   // Throws InputError "path:line: fault" for the line that was read last, "path: fault" before
@@ -31,14 +31,14 @@ class LineReader {
   // The same for an earlier line.
   [[noreturn]] void FailAt(long line, std::string const& fault) const;
 
-  // True when the size of the file is known in advance, which it is not for a pipe.
+  // Whether the size of the file is known in advance. It is unknown for a pipe.
   bool KnowsSize() const { return mFileBytes >= 0; }
   long FileBytes() const { return mFileBytes; }
   // The bytes after the line that was read last; only if the size is known.
   long BytesLeft() const { return mFileBytes - mBytesRead; }
 
  private:
-  // Moves the unread rest to the front and fills up behind it; false when nothing came.
+  // Moves the unread rest to the front and reads more after it. False if nothing came.
   bool Refill();
   [[noreturn]] void FailRead(int error) const;
 

@@ -21,7 +21,7 @@ bool IsReplaceable(std::string const& path) {
   return !std::filesystem::exists(status) || std::filesystem::is_regular_file(status);
 }
 
-// As /dev/stdout is, also where it leads to a regular file.
+// Whether it is one like /dev/stdout, also if that leads to a regular file.
 bool IsStandardOutput(std::string const& path) {
   struct stat file {};
   struct stat output {};

@@ -1,4 +1,4 @@
-// Files that the command writes: whole or not at all.
+// Writes files whole or not at all.
 
 #pragma once
 
@@ -9,10 +9,10 @@
 
 namespace Pavex::Tool {
 
-// Writes into a temporary file beside the target; Commit gives it its name. Destroyed without
-// Commit, or ended by a signal, it leaves no temporary file and an older target as it was. The
-// new file has the permissions of the older one, and a symbolic link keeps pointing at it. A
-// target that is no regular file, such as a pipe or /dev/stdout, is written directly. Every
+// Writes into a temporary file next to the target. Commit gives it its name. Without Commit, or
+// if a signal ends the process, no temporary file stays and an older target is unchanged. The
+// new file has the permissions of the older one, and a symbolic link still points to it. A
+// target that is not a regular file, such as a pipe or /dev/stdout, is written directly. Every
 // member throws InputError with "path: cannot be written: fault". Not shared between threads.
 class OutputFile {
  public:
@@ -23,7 +23,7 @@ class OutputFile {
 
   void Write(std::string_view text);
 
-  // Makes sure that everything reached the disk and renames the file to the target.
+  // Checks that everything reached the disk and renames the file to the target.
   void Commit();
 
   [[noreturn]] void Fail(std::string const& fault) const;

@@ -20,7 +20,7 @@ int WidthOf(int terminal) {
   return 80;
 }
 
-// A bar is no reason to fail.
+// A missing bar is no reason to fail.
 void Draw(int terminal, std::string const& text) {
   [[maybe_unused]] ssize_t const ignored = write(terminal, text.data(), text.size());
 }

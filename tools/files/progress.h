@@ -1,4 +1,4 @@
-// A progress bar for what takes long: reading a file, generating a matrix.
+// A progress bar for long work: reading a file, generating a matrix.
 
 #pragma once
 
@@ -8,14 +8,15 @@
 
 namespace Pavex::Tool {
 
-// What a long operation calls now and then with the share that is done, 0 to 1; may be empty.
+// A long operation calls it from time to time with the share that is done, 0 to 1. It may be
+// empty.
 using ProgressFunction = std::function<void(double done)>;
 
 // Draws one line on the terminal that standard error goes to, also through the launcher of an
-// MPI job (see progress_terminal.h), and nothing anywhere else: pipes and files stay clean. Of
-// the processes of an MPI job, process 0 alone draws. The line appears after a moment, so that
-// short work shows none, is redrawn at most ten times a second, and is wiped by the destructor.
-// Not shared between threads.
+// MPI job (see progress_terminal.h). It writes nothing into pipes and files. Of the processes
+// of an MPI job, only process 0 draws. The line appears after a moment, so short work shows
+// none. It is drawn at most ten times a second, and the destructor removes it. Not shared
+// between threads.
 //
 //   Progress progress("reading west0479.mtx");
 //   Triplets matrix = ReadMatrixMarket(path, progress.Function());
@@ -28,8 +29,8 @@ class Progress {
 
   void Show(double done);
 
-  // Calls Show on this object, which must outlive the function; empty when there is no
-  // terminal, so that nothing is computed for it.
+  // Calls Show on this object, which must outlive the function. Empty if there is no terminal,
+  // so that the caller computes nothing for it.
   ProgressFunction Function();
 
   // What is drawn, cut to `width` columns: the label, a bar of 30 marks and the percentage, as

@@ -1,4 +1,4 @@
-// The terminal on which a process shows how far it is.
+// Finds the terminal on which a process shows its progress.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// The words and numbers that the reports for readers share.
+// The words and numbers that the text reports share.
 
 #pragma once
 
@@ -13,7 +13,7 @@ __attribute__((format(printf, 2, 3))) void Append(std::string& text, char const*
 
 double Megabytes(long bytes);
 
-// How the matrix was cut: "cut by rows", "whole on one rank".
+// Says how the matrix was cut: "cut by rows", "whole on one rank".
 std::string Cut(Partition partition);
 
 }  // namespace Pavex::Tool

@@ -11,7 +11,7 @@ namespace Pavex::Tool {
 
 namespace {
 
-// What a signal handler may read: no allocation, no lock.
+// The data of the signal handler, which must not allocate or lock.
 struct Slot {
   char mPath[PATH_MAX];
   std::atomic<bool> mUsed;
@@ -20,7 +20,7 @@ struct Slot {
 Slot slots[4];
 std::mutex slotsInUse;
 
-// SA_RESETHAND has restored the default action, which follows the return.
+// SA_RESETHAND has restored the default action, which runs after the return.
 void UnlinkAndDie(int signal) {
   for (Slot const& slot : slots)
     if (slot.mUsed) unlink(slot.mPath);

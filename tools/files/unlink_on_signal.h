@@ -1,4 +1,4 @@
-// Temporary files that go with the process when a signal ends it.
+// Removes temporary files if a signal ends the process.
 
 #pragma once
 
@@ -6,11 +6,11 @@
 
 namespace Pavex::Tool {
 
-// Removes `path` should SIGHUP, SIGINT, SIGPIPE or SIGTERM end the process. A few files at a
-// time; more are ignored. Any thread.
+// Removes `path` if SIGHUP, SIGINT, SIGPIPE or SIGTERM ends the process. It handles a few files
+// at a time and ignores more. Any thread.
 void UnlinkOnSignal(std::string const& path);
 
-// Takes it back.
+// Undoes UnlinkOnSignal of `path`.
 void KeepOnSignal(std::string const& path);
 
 }  // namespace Pavex::Tool

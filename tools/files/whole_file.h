@@ -10,8 +10,8 @@ namespace Pavex::Tool {
 // is written directly. Throws InputError with "path: fault".
 void WriteWholeFile(std::string const& path, std::string const& text);
 
-// Throws likewise if that would fail for another reason than a lack of space, so that nobody
-// waits for a result that cannot be kept. Leaves the file as it is.
+// Throws InputError if writing would fail for another reason than a lack of space, so that the
+// user does not wait for a result that cannot be written. Leaves the file as it is.
 void RefuseUnwritable(std::string const& path);
 
 }  // namespace Pavex::Tool

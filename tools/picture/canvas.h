@@ -1,4 +1,4 @@
-// What the pictures are drawn on, whatever kind of file they become.
+// The canvas of the pictures, for every kind of file.
 
 #pragma once
 
@@ -82,14 +82,14 @@ class Canvas {
   virtual void Text(Point const& at, std::string const& text, TextStyle const& style) = 0;
   virtual double Width(std::string const& text, TextStyle const& style) const = 0;
 
-  // The bytes of the file. The last thing that a canvas does.
+  // The bytes of the file. Call it last.
   virtual std::string Finish() = 0;
 };
 
-// Whether this build can draw.
+// Whether this build can draw pictures.
 bool CanDraw();
 
-// A white canvas. Only where CanDraw().
+// Makes a white canvas. Call it only if CanDraw().
 std::unique_ptr<Canvas> MakeCanvas(PictureKind kind, double width, double height);
 
 }  // namespace Pavex::Tool

@@ -1,4 +1,4 @@
-// Colours that colour-blind readers can tell apart.
+// Colours that colour-blind readers can distinguish.
 
 #pragma once
 

@@ -12,8 +12,9 @@ namespace Pavex::Tool {
 // By its ending, in small or capital letters. Throws InputError for another one.
 PictureKind KindOfPicture(std::string const& path);
 
-// Throws InputError, before the work begins, if `path` is set and no picture can be drawn into
-// it: by this build, of this kind, or (asked where rank 0 lives) at this place.
+// Throws InputError, before the work begins, if `path` is set and this build cannot draw
+// pictures, cannot draw this kind of file, or (in the process of rank 0) cannot write the file
+// there.
 void CheckPlot(std::string const& path, Ranks const& ranks);
 
 }  // namespace Pavex::Tool

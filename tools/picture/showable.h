@@ -6,7 +6,7 @@
 
 namespace Pavex::Tool {
 
-// `text` without the bytes that are no UTF-8 and without control characters: each becomes "?".
+// `text` with "?" for each byte that is not UTF-8 and for each control character.
 std::string Showable(std::string const& text);
 
 }  // namespace Pavex::Tool

@@ -13,11 +13,11 @@
 
 namespace Pavex::Tool {
 
-// One in a process, made before anything else and used by the thread that made it. Whatever
-// happens, either Finish or Fail ends it.
+// There is one in a process. Make it before anything else, and use it on the thread that made
+// it. Finish or Fail ends it in every case.
 class Job {
  public:
-  // Reads what the launcher announces; does not touch MPI.
+  // Reads what the launcher announces. Does not use MPI.
   Job() : mLaunch(Announced(OwnMpi())) {}
 
   // The ranks of the job. Without `comm` they are the processes of an MPI job where a launcher
@@ -27,16 +27,16 @@ class Job {
   // process would be one of several that each do the whole work.
   std::unique_ptr<Ranks> MakeRanks(std::optional<CommKind> comm, std::optional<int> count);
 
-  // Whether this process prints what every process of the job has to say. For the time before
-  // the ranks are made.
+  // Whether this process prints messages that all processes of the job have. For the time
+  // before the ranks are made.
   bool Speaks() const { return mAlone || !mLaunch.IsJob() || mLaunch.mRank == 0; }
 
-  // Ends the job as a success: collective, and the last thing that its processes do together.
+  // Ends the job as a success. Collective, and the last common step of its processes.
   void Finish();
 
   // Ends the job with `message` as one line on standard error. If all processes fail, one of
-  // them prints its line; if only some do, they print theirs and take the others down with
-  // them. Returns the exit code of this process, if it comes to that.
+  // them prints its line. If only some fail, they print their lines and end the others. Returns
+  // the exit code of this process, if it returns.
   int Fail(std::string const& message);
 
  private:

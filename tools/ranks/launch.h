@@ -1,5 +1,5 @@
-// What the launcher of an MPI job leaves in the environment of the processes that it starts:
-// known before MPI is initialised, and in a build without MPI too.
+// Reads what the launcher of an MPI job writes into the environment of the processes that it
+// starts. This is known before MPI is initialised, and also in a build without MPI.
 
 #pragma once
 
@@ -7,7 +7,7 @@
 
 namespace Pavex::Tool {
 
-// One launcher's word on the job of this process.
+// What one launcher says about the job of this process.
 struct Launch {
   std::string mVariable;  // that holds the number of processes: "OMPI_COMM_WORLD_SIZE"
   int mSize = 0;          // processes of the job; 0: no launcher
@@ -24,8 +24,8 @@ enum class MpiKind { UNKNOWN, OPENMPI, MPICH_LIKE };
 // What the launcher of `kind` announces.
 Launch AnnouncedBy(MpiKind kind);
 
-// What any launcher announces; where several do, because one job was started from inside
-// another, the word of the launcher of `own` counts.
+// What any launcher announces. If several do, because one job was started from inside another,
+// the launcher of `own` counts.
 Launch Announced(MpiKind own);
 
 }  // namespace Pavex::Tool

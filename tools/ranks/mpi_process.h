@@ -1,4 +1,4 @@
-// The one place where the command meets MPI.
+// The only place where the command uses MPI.
 
 #pragma once
 
@@ -18,8 +18,8 @@ class MpiProcess {
   // Over all processes of the job.
   virtual std::shared_ptr<Comm> const& World() const = 0;
 
-  // Whether every process of the job calls this within `seconds`. Collective if they do, and
-  // does not wait longer if they do not.
+  // Whether every process of the job calls this within `seconds`. It is collective if they do,
+  // and does not wait longer if they do not.
   virtual bool AllArrive(double seconds) const = 0;
 
   // Ends the job when all processes have come to their end; collective. No operation of World

@@ -1,6 +1,6 @@
-// Test matrices of any size, made on the spot. A row depends on nothing but the kind, the size
-// and its own index, so that each rank makes its own piece, however the matrix is cut, and no
-// rank ever holds the whole.
+// Makes test matrices of any size. A row depends only on the kind, the size and its own index.
+// So each rank makes its own piece, however the matrix is cut, and no rank ever holds the
+// whole.
 
 #pragma once
 
@@ -46,8 +46,8 @@ class Generator {
   void AppendRows(long begin, long end, Triplets& piece,
                   ProgressFunction const& progress = {}) const;
 
-  // Appends the columns [begin, end) of all rows, in the same order. Makes one row after the
-  // other and keeps what lies inside, so its time is that of the whole matrix.
+  // Appends the columns [begin, end) of all rows, in the same order. It makes every row and
+  // keeps what lies inside, so it takes the time of the whole matrix.
   void AppendCols(long begin, long end, Triplets& piece,
                   ProgressFunction const& progress = {}) const;
 

@@ -1,5 +1,5 @@
-// Reading and writing Matrix Market files (.mtx), strictly: what the format does not allow is
-// refused with the line and the fault, and a file is either written whole or not at all.
+// Reads and writes Matrix Market files (.mtx) strictly. It refuses what the format does not
+// allow, and names the line and the fault. It writes a file whole or not at all.
 
 #pragma once
 
@@ -14,19 +14,19 @@
 namespace Pavex::Tool {
 
 // Reads `path`: coordinate or array; real, integer, complex or pattern; general, symmetric,
-// skew-symmetric or Hermitian. Comments stand before the size line only, blank lines anywhere
-// after the banner; lines may end in CR LF; words of the banner may be in upper case; numbers
-// may have a leading plus and, as Fortran programs write them, a D exponent. Entries appear in
-// the order of the file, each mirrored entry right after its original. Values too small for a
-// double become 0.
+// skew-symmetric or Hermitian. Comments are allowed only before the size line, blank lines
+// anywhere after the banner. Lines may end in CR LF. Words of the banner may be in upper case.
+// Numbers may have a leading plus and a D exponent, as Fortran programs write them. Entries
+// appear in the order of the file, each mirrored entry right after its original. Values too
+// small for a double become 0.
 //
 // Throws InputError with "path:line: fault" (or "path: fault" where no line is to blame) for
 // anything else, before it reserves memory that a file of this size could not fill.
 Triplets ReadMatrixMarket(std::string const& path, ProgressFunction const& progress = {});
 
 // Writes one general matrix, entry by entry, into an OutputFile, which Commit completes. Values
-// keep their full precision: reading gives the same bits.
-// Throws InputError with "path: fault", a full disk included. Not shared between threads.
+// keep their full precision: reading gives the same bits. Throws InputError with "path: fault",
+// a full disk included. Not shared between threads.
 class MatrixMarketWriter {
  public:
   // Coordinate format: exactly `entries` calls of Entry follow. Integer values are given as

@@ -1,4 +1,4 @@
-// Puts entries in the order of their rows without moving them.
+// Computes the order of entries by row without moving them.
 
 #pragma once
 

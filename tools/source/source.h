@@ -1,4 +1,4 @@
-// Where the entries of the matrix come from: a file or a generator.
+// The source of the matrix's entries: a file or a generator.
 
 #pragma once
 
@@ -12,7 +12,7 @@
 
 namespace Pavex::Tool {
 
-// Immutable but for Keep: threads share it.
+// Immutable except for Keep, so threads share it.
 class Source {
  public:
   virtual ~Source() = default;
@@ -37,8 +37,8 @@ class Source {
   // Throws InputError if there are more entries than a gather can place.
   void CheckEntries() const;
 
-  // Forgets the entries outside `piece`, for a process that holds no other one and receives
-  // nothing. From then on `piece` is the only one to cut, and Rows gives what lies inside it.
+  // Forgets the entries outside `piece`, for a process that holds no other piece and receives
+  // nothing. From then on, only `piece` can be cut, and Rows returns what lies inside it.
   virtual void Keep(Piece const& piece) = 0;
 
  protected:

@@ -10,7 +10,7 @@
 namespace Pavex::Tool {
 
 enum class Field { REAL, INTEGER, COMPLEX, PATTERN };
-// As in the banner of a file.
+// The words of the banner of a file.
 constexpr char const* NameOf(Field field) {
   switch (field) {
     case Field::REAL:

@@ -1,4 +1,4 @@
-// From the words of the user to the types of the templates.
+// Turns the choices of the user into the types of the templates.
 
 #pragma once
 
@@ -30,7 +30,7 @@ void WithTypes(ValueKind value, IndexKind index, Function const& function) {
   std::visit(function, TagOf(value), TagOf(index));
 }
 
-// What was asked for, else double or, for complex input, complex double. Throws InputError if
+// The chosen kind; else double or, for complex input, complex double. Throws InputError if
 // the values of complex input do not fit; without `withValues` they need not.
 ValueKind ChooseValue(Source const& source, std::optional<ValueKind> asked, bool withValues);
 
