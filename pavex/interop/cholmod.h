@@ -1,13 +1,13 @@
-// A compressed-column matrix as a cholmod_sparse of SuiteSparse and the other way round,
-// without a copy. Header-only and not part of pavex.h; needs CHOLMOD's header of version 3 or
+// Views a compressed-column matrix as a cholmod_sparse of SuiteSparse, and the other way round,
+// without a copy. Header-only and not part of pavex.h. Needs CHOLMOD's header of version 3 or
 // later.
 //
 //   cholmod_sparse a = Pavex::ViewAsCholmod<double, int>(*aggregator.Target());
 //   a.stype = -1;  // if it is symmetric and holds its lower triangle
 //   cholmod_factor* factor = cholmod_analyze(&a, &common);
 //
-// What cannot be viewed or borrowed is refused with std::invalid_argument and a text that says
-// why. All functions are local.
+// A matrix that cannot be viewed or borrowed is refused with std::invalid_argument and a text
+// that says why. All functions are local.
 
 #pragma once
 
@@ -21,7 +21,7 @@
 
 namespace Pavex {
 
-// CHOLMOD's code of a value type; complex numbers are interleaved, as std::complex is.
+// CHOLMOD's code of a value type. Complex numbers are interleaved, as in std::complex.
 template <typename T>
 struct CholmodValue;
 template <>
@@ -49,10 +49,10 @@ struct CholmodIndex<long> {
 // A view of `matrix`, usually the target of an aggregator, which must be a MatrixCSC<T, I> with
 // values and with offsets that start at 0. It owns nothing and is never to be freed by CHOLMOD:
 // it is valid until `matrix`, or one of its arrays, goes or is replaced, as Update replaces the
-// values. It is marked as unsymmetric and as not sorted, for nobody has looked. Indices count
-// from 0 and lie inside the matrix: IndexCheck::ALL looks at each of them first, and the
-// refusal names the first one outside. ShiftIndexBase of pavex/matrix/index_base.h moves
-// 1-based indices.
+// values. It is marked as unsymmetric and as not sorted, because the library does not check
+// either. Indices must count from 0 and lie inside the matrix: IndexCheck::ALL checks each of
+// them first, and the refusal names the first one outside. ShiftIndexBase of
+// pavex/matrix/index_base.h shifts 1-based indices.
 template <typename T, typename I>
 cholmod_sparse ViewAsCholmod(MatrixBase& matrix, IndexCheck check = IndexCheck::NONE) {
   CompressedArrays<T, I> const arrays = CompressedArraysOf<T, I>(matrix, StoreKind::CSC, check);

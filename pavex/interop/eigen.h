@@ -1,5 +1,5 @@
-// Matrices of Eigen as local pieces, and gathered matrices as matrices of Eigen: no array is
-// copied, in neither direction. Header-only and not part of pavex.h; needs Eigen 3.3 or later.
+// Uses matrices of Eigen as local pieces, and gathered matrices as matrices of Eigen, without a
+// copy in either direction. Header-only and not part of pavex.h. Needs Eigen 3.3 or later.
 //
 //   Eigen::SparseMatrix<double, Eigen::RowMajor> rows = ...;  // this rank's, global columns
 //   auto piece = Pavex::BorrowEigenSparse(rows);              // a MatrixCSR<double, int>
@@ -9,8 +9,8 @@
 //     auto whole = Pavex::ViewAsEigen<decltype(rows)>(*aggregator.Target());  // an Eigen::Map
 //   }
 //
-// What cannot be borrowed or viewed is refused with std::invalid_argument and a text that says
-// why. All functions are local.
+// A matrix that cannot be borrowed or viewed is refused with std::invalid_argument and a text
+// that says why. All functions are local.
 
 #pragma once
 
@@ -46,13 +46,14 @@ EigenSparsePiece<Sparse> BorrowEigenSparse(Eigen::SparseCompressedBase<Sparse> c
   I* const ptr = const_cast<I*>(matrix.outerIndexPtr());
   RequireForView(ptr != nullptr,
                  "The Eigen matrix has no offsets, as a SparseVector has none.");
-  // Rows from the middle of a matrix have offsets from its start, ours count from ptr[0].
+  // Rows from the middle of an Eigen matrix have offsets from its start. Pavex counts from
+  // ptr[0].
   I* const idx = const_cast<I*>(matrix.innerIndexPtr()) + *ptr;
   T* const values = const_cast<T*>(matrix.valuePtr()) + *ptr;
   return EigenSparsePiece<Sparse>::Borrow(matrix.rows(), matrix.cols(), ptr, idx, values);
 }
 
-// A temporary matrix would take its arrays with it.
+// Deleted: the arrays of a temporary matrix would not outlive the call.
 template <typename T, int Options, typename I>
 void BorrowEigenSparse(Eigen::SparseMatrix<T, Options, I> const&&) = delete;
 
@@ -74,7 +75,7 @@ MatrixDense<typename Dense::Scalar, I> DensePieceOver(Eigen::DenseBase<Dense> co
                                    const_cast<T*>(dense.data()));
 }
 
-// A piece over the elements of the dense `matrix` that are only read: Gather, Allgather and
+// A piece over the elements of the dense `matrix` for reading only: Gather, Allgather and
 // Update take it, Scatter does not compile. Otherwise like BorrowEigenDense.
 template <typename I = int, typename Dense>
 ConstMatrix<MatrixDense<typename Dense::Scalar, I>> BorrowConstEigenDense(
@@ -113,7 +114,7 @@ View ViewAsEigenSparse(MatrixBase const& matrix, IndexCheck check) {
   return View(arrays.rows, arrays.cols, arrays.nnz, arrays.ptr, arrays.idx, arrays.values);
 }
 
-// Whether an extent that Eigen fixes, if it does, is that of the matrix.
+// Whether the extent of a matrix fits one that Eigen may fix at compile time.
 inline bool FitsExtent(std::int64_t extent, long fixed) {
   return fixed == Eigen::Dynamic || fixed == extent;
 }
@@ -148,9 +149,9 @@ View ViewAsEigenDense(MatrixBase const& matrix) {
 //
 // The view owns nothing: it is valid until `matrix`, or one of its arrays, goes or is replaced,
 // as Update replaces the values. Eigen expects indices that count from 0, lie inside the matrix
-// and ascend in each row (column). IndexCheck::ALL looks at each of a sparse matrix first, and
-// the refusal names the first one outside; ShiftIndexBase of pavex/matrix/index_base.h moves
-// 1-based indices. The order is not checked, and aggregation keeps that of the pieces.
+// and ascend in each row (column). IndexCheck::ALL checks each index of a sparse matrix first,
+// and the refusal names the first one outside; ShiftIndexBase of pavex/matrix/index_base.h
+// shifts 1-based indices. The order is not checked, and aggregation keeps that of the pieces.
 template <typename Matrix>
 EigenView<Matrix> ViewAsEigen(MatrixBase& matrix,
                               [[maybe_unused]] IndexCheck check = IndexCheck::NONE) {

@@ -1,4 +1,4 @@
-// What the views of other libraries' matrices share.
+// Helpers of the views of other libraries' matrices.
 
 #pragma once
 
@@ -30,7 +30,7 @@ struct CompressedArrays {
   T* values;          // value of each entry
 };
 
-// Whether a view looks at every offset and index before it is returned.
+// Whether every offset and index is checked before the view is returned.
 enum class IndexCheck { NONE, ALL };
 
 // Throws std::invalid_argument with the first line (row of a CSR, column of a CSC) whose
@@ -57,8 +57,8 @@ void RequireIndicesInside(CompressedArrays<T, I> const& arrays, StoreKind kind) 
 }
 
 // The arrays of `matrix` if it is of that kind (CSR or CSC) and of the types T and I, has its
-// values and has offsets that start at 0, and indices inside it if `check` asks for that; else
-// throws std::invalid_argument.
+// values and has offsets that start at 0, and, if `check` asks for it, indices inside the
+// matrix. Else throws std::invalid_argument.
 template <typename T, typename I>
 CompressedArrays<T, I> CompressedArraysOf(MatrixBase const& matrix, StoreKind kind,
                                           IndexCheck check) {

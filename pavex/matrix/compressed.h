@@ -1,4 +1,4 @@
-// What compressed row and compressed column storage share.
+// The common base of compressed row and compressed column storage.
 
 #pragma once
 
@@ -12,12 +12,12 @@
 
 namespace Pavex {
 
-// The base of MatrixCSR and MatrixCSC; M is one of them. "Lines" are the rows of a CSR and
-// the columns of a CSC. M names three arrays: the offsets, one more than there are lines, the
-// index of each entry within its line, and the values, empty for a pattern.
+// The base of MatrixCSR and MatrixCSC; M is one of them. "Lines" are the rows of a CSR and the
+// columns of a CSC. M names three arrays: the offsets (one more than there are lines), the
+// index of each entry within its line, and the values (empty for a pattern).
 //
-// The entries of line i are those from offset[i] - offset[0] to before offset[i + 1] -
-// offset[0]; the offsets may start at any base. In a distributed matrix the indices are global.
+// Line i has the entries from offset[i] - offset[0] up to, but not including, offset[i + 1] -
+// offset[0]. The offsets may start at any base. In a distributed matrix the indices are global.
 template <typename M, typename T, typename I>
 class PAVEX_API MatrixCompressed : public MatrixBase {
   PAVEX_REQUIRE_INSTANCE(T, I);
@@ -52,13 +52,14 @@ class PAVEX_API MatrixCompressed : public MatrixBase {
   PavexMatrixStoreType StoreType() const override;
   // See MatrixBase.
   bool HasValues() const override;
-  // See MatrixBase. Any other pointer than to T, or to the real type of a complex T, must come
-  // as void*.
+  // See MatrixBase. Pass a pointer to another type than below as void*.
   void SetValues(void* values) override;
+  // Takes a pointer to T, or to the real type of a complex T.
   template <typename P>
   std::enable_if_t<kHoldsValues<T, P>> SetValues(P* values) {
     SetValues(static_cast<void*>(values));
   }
+  // Deleted: a pointer to another type is mostly a mistake.
   template <typename P>
   std::enable_if_t<!kHoldsValues<T, P>> SetValues(P* values) = delete;
   // See MatrixBase.

@@ -10,9 +10,9 @@
 
 namespace Pavex {
 
-// What Borrow returns for const arrays; `Matrix` is the class of the matrix. It converts to
-// `MatrixBase const&` alone, so that Gather, Allgather and Update take it, which only read the
-// arrays, and Scatter does not compile. Movable, not copyable. Every operation is local.
+// Borrow returns it for const arrays. `Matrix` is the class of the matrix. It converts to
+// `MatrixBase const&` only. So Gather, Allgather and Update, which read the arrays, take it,
+// and Scatter does not compile. Movable, not copyable. Every operation is local.
 //
 // A gathered matrix may borrow the same arrays (see Aggregator): do not write to it then.
 template <typename Matrix>
@@ -31,9 +31,11 @@ class ConstMatrix {
     mMatrix.PlaceIn(globalRows, globalCols, partition);
   }
 
-  // Set the members of that name; SetPart for sparse matrices only.
+  // Sets mPattern.
   void SetPattern(std::int32_t code) { mMatrix.mPattern = code; }
+  // Sets mAttribute.
   void SetAttribute(std::int32_t code) { mMatrix.mAttribute = code; }
+  // Sets mPart; for sparse matrices only.
   void SetPart(std::int32_t code) { mMatrix.mPart = code; }
 
   // Replaces the value array for the next Update; see MatrixBase.

@@ -12,8 +12,8 @@
 
 namespace Pavex {
 
-// Entry k stands at row mRowIdx[k] and column mColIdx[k] with value mValues[k]. The entries
-// need no order and may repeat a position. In a distributed matrix the indices are global.
+// Entry k has row mRowIdx[k], column mColIdx[k] and value mValues[k]. The entries need no order
+// and may repeat a position. In a distributed matrix the indices are global.
 template <typename T, typename I>
 class PAVEX_API MatrixCOO : public MatrixBase {
   PAVEX_REQUIRE_INSTANCE(T, I);
@@ -54,13 +54,14 @@ class PAVEX_API MatrixCOO : public MatrixBase {
   long NNZ() const override;
   PavexMatrixStoreType StoreType() const override;
   bool HasValues() const override;
-  // See MatrixBase. Any other pointer than to T, or to the real type of a complex T, must come
-  // as void*.
+  // See MatrixBase. Pass a pointer to another type than below as void*.
   void SetValues(void* values) override;
+  // Takes a pointer to T, or to the real type of a complex T.
   template <typename P>
   std::enable_if_t<kHoldsValues<T, P>> SetValues(P* values) {
     SetValues(static_cast<void*>(values));
   }
+  // Deleted: a pointer to another type is mostly a mistake.
   template <typename P>
   std::enable_if_t<!kHoldsValues<T, P>> SetValues(P* values) = delete;
   void Query(PavexMatrixStore& store) const override;

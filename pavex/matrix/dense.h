@@ -12,9 +12,9 @@
 
 namespace Pavex {
 
-// Element (i, j) stands at index i * mLd + j of mValues if mRowMajor, else at i + j * mLd.
-// Example: a 3 x 2 row-major matrix with mLd 4 has its rows at indices 0, 4 and 8; indices 2,
-// 3, 6 and 7 lie between the rows and belong to nobody.
+// Element (i, j) is at index i * mLd + j of mValues if mRowMajor, else at i + j * mLd. Example:
+// a 3 x 2 row-major matrix with mLd 4 has its rows at indices 0, 4 and 8. Indices 2, 3, 6 and 7
+// lie between the rows and are not part of the matrix.
 template <typename T, typename I>
 class PAVEX_API MatrixDense : public MatrixBase {
   PAVEX_REQUIRE_INSTANCE(T, I);
@@ -53,18 +53,19 @@ class PAVEX_API MatrixDense : public MatrixBase {
   long NNZ() const override;
   PavexMatrixStoreType StoreType() const override;
   bool HasValues() const override;
-  // See MatrixBase. Any other pointer than to T, or to the real type of a complex T, must come
-  // as void*.
+  // See MatrixBase. Pass a pointer to another type than below as void*.
   void SetValues(void* values) override;
+  // Takes a pointer to T, or to the real type of a complex T.
   template <typename P>
   std::enable_if_t<kHoldsValues<T, P>> SetValues(P* values) {
     SetValues(static_cast<void*>(values));
   }
+  // Deleted: a pointer to another type is mostly a mistake.
   template <typename P>
   std::enable_if_t<!kHoldsValues<T, P>> SetValues(P* values) = delete;
   void Query(PavexMatrixStore& store) const override;
 
-  // Elements of one contiguous run: a row if row-major, else a column.
+  // The elements of one contiguous run: a row if row-major, else a column.
   std::int64_t RunLength() const { return mRowMajor ? mCols : mRows; }
   // The number of runs.
   std::int64_t Runs() const { return mRowMajor ? mRows : mCols; }

@@ -12,7 +12,7 @@
 
 namespace Pavex {
 
-// Codes of the element types in mValueType and mIndexType.
+// The codes of the value types in mValueType.
 template <typename T>
 struct ValueTypeOf;
 template <>
@@ -32,7 +32,7 @@ struct ValueTypeOf<std::complex<double>> {
   static constexpr std::int32_t kCode = 3;
 };
 
-// The same for the index types.
+// The codes of the index types.
 template <typename I>
 struct IndexTypeOf;
 template <>
@@ -44,14 +44,14 @@ struct IndexTypeOf<long> {
   static constexpr std::int32_t kCode = 1;
 };
 
-// Whether an array of P holds values of type T: as T, or as the real and imaginary parts of a
-// complex T in turn.
+// Whether an array of P contains values of type T: as T, or as alternating real and imaginary
+// parts of a complex T.
 template <typename T, typename P>
 inline constexpr bool kHoldsValues = std::is_same_v<P, T> || std::is_same_v<std::complex<P>, T>;
 
-// What every storage class shares: the shape, the type codes and the place in the global
+// The base of every storage class: the shape, the type codes and the place in the global
 // matrix. Abstract; movable, not copyable; all members are public. The order of the members and
-// of the virtual functions is part of the binary interface. Every operation is local.
+// of the virtual functions is fixed: see docs/compatibility.md. Every operation is local.
 class PAVEX_API MatrixBase {
  public:
   std::int64_t mRows = 0;        // rows of the local piece
@@ -69,22 +69,22 @@ class PAVEX_API MatrixBase {
   // Stored entries of the local piece.
   virtual long NNZ() const = 0;
 
-  // The store type, formed of the storage class and what it reports of itself (part code or
-  // order of the elements).
+  // The store type. It follows from the storage class and its part code or order of elements.
   virtual PavexMatrixStoreType StoreType() const = 0;
 
-  // Whether there are value elements; without them the matrix carries its pattern only. Tells
-  // their number alone: true after SetValues(nullptr) if the matrix has entries.
+  // Whether there are value elements. Without them the matrix is a pattern. It looks at their
+  // number only, so it is true after SetValues(nullptr) if the matrix has entries. Fixed: see
+  // docs/compatibility.md.
   virtual bool HasValues() const = 0;
 
-  // Makes the matrix use the caller's value array, which the caller keeps alive and which is
-  // never freed by the matrix; a value array that the matrix owned is freed at once. `values`
-  // points to NNZ() elements of T, or for a dense matrix to all its runs with their leading
-  // dimension. The pointer is not checked; the storage classes take no pointer to another type.
+  // Makes the matrix use the caller's value array. The caller keeps it alive, and the matrix
+  // never frees it. A value array that the matrix owned is freed at once. `values` points to
+  // NNZ() elements of T, or for a dense matrix to all its runs with their leading dimension.
+  // The pointer is not checked; the storage classes take no pointer to another type.
   virtual void SetValues(void* values) = 0;
 
-  // Fills `rows`, `cols`, `type` and the view of the matrix's kind, and nothing else of
-  // `store`.
+  // Fills `rows`, `cols`, `type` and the view of the matrix's kind. It writes nothing else of
+  // `store`. Fixed: see docs/compatibility.md.
   virtual void Query(PavexMatrixStore& store) const = 0;
 
   // Declares the matrix a piece of a `globalRows` x `globalCols` matrix.
@@ -95,8 +95,8 @@ class PAVEX_API MatrixBase {
   }
 
  protected:
-  // A class of the application may start with the members as they are here, and sets the codes
-  // of its element types.
+  // Keeps the initial values above. A class of the application sets the codes of its element
+  // types itself.
   MatrixBase() = default;
   // The codes of the element types of the derived class.
   MatrixBase(std::int32_t valueType, std::int32_t indexType)
