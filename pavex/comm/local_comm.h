@@ -13,8 +13,10 @@ class LocalGroup;
 
 // One rank of a group of n ranks that live in one process, a thread each. Needs nothing but the
 // standard library: the embedded default for trying the library, for unit tests and for
-// programs on one machine. Data goes in one copy from the sender's memory to the receiver's;
-// the ranks of a large operation with large pieces share that copying. It logs nothing.
+// programs on one machine. Data goes in one copy from the sender's memory to the receiver's,
+// except small pieces that every rank receives, which go in two; a few ranks share the copying
+// of a large operation with large pieces. There may be many more ranks than processors: what a
+// small operation costs per rank hardly depends on their number. It logs nothing.
 //
 // What may be shared between ranks, and what must live how long:
 //

@@ -1,8 +1,10 @@
 #include "pavex/comm/local_group.h"
 
+#include "pavex/comm/local_bundle.h"
 #include "pavex/comm/local_transfer.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <numeric>
 #include <thread>
@@ -18,26 +20,35 @@ constexpr std::size_t kSmall = std::size_t{1} << 15;
 // of n * n small ones on many ranks takes far longer than to copy them.
 constexpr std::size_t kSmallPiece = std::size_t{1} << 10;
 
-// How often a rank looks for its partners before it sleeps: shortly with the
-// processor to itself, then letting other threads run in between.
-constexpr int kPauses = 20;
-constexpr int kYields = 100;
+int Processors() {
+  return static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+}
 
-void Pause() {
-#if defined(__x86_64__)
-  __builtin_ia32_pause();
-#elif defined(__aarch64__)
-  asm volatile("yield");
-#endif
+// With a processor for each rank, looking harms no other rank. With fewer processors, every
+// look of one rank takes time from another: then all ranks together look about as often as the
+// processors would. A few looks are left to each, for when all ranks are ready to run, one
+// round of them brings the last one to the operation, and none has to sleep. Patience that
+// lasts longer gained nothing in measurements, and pauses cost most when the system has put two
+// ranks on one processor.
+LocalPatience PatienceOf(int ranks) {
+  constexpr int kPauses = 20;
+  constexpr int kYields = 100;
+  constexpr int kFewestYields = 4;
+  if (ranks <= Processors()) return {kPauses, kYields};
+  return {0, std::max(kFewestYields, kYields * Processors() / ranks)};
+}
+
+// How many ranks are woken to copy together.
+std::size_t MostHelpers() {
+  return static_cast<std::size_t>(std::max(8, Processors()));
 }
 
 }  // namespace
 
 LocalGroup::LocalGroup(int ranks)
     : mSlots(static_cast<std::size_t>(ranks)),
-      mProcessorEach(static_cast<unsigned>(ranks) <= std::thread::hardware_concurrency()),
-      mAll(mSlots.size()),
-      mCanGoOn(mSlots.size()) {
+      mPatience(PatienceOf(ranks)),
+      mAll(mSlots.size()) {
   std::iota(mAll.begin(), mAll.end(), 0);
   mStuck.reserve(mSlots.size());
 }
@@ -46,42 +57,68 @@ LocalGroup::~LocalGroup() = default;
 
 PavexStatus LocalGroup::Execute(int rank, LocalOperation const& operation) {
   if (operation.mPeer < 0 || operation.mPeer >= Size()) return STATUS_COMM_FAILED;
-  Slot& slot = At(rank);
+  LocalSlot& slot = At(rank);
+  bool allHaveEnded = false;
   {
     std::lock_guard<std::mutex> const lock(mMutex);
-    if (slot.mPhase != Phase::RUNNING) return STATUS_COMM_FAILED;
-    slot.mOperation = &operation;
-    slot.mPhase = Phase::WAITING;
-    Meet(rank);
+    if (slot.mPhase != LocalPhase::RUNNING) return STATUS_COMM_FAILED;
+    Enter(rank, operation);
+    if (operation.PointToPoint()) {
+      MeetPartner(rank);
+    } else {
+      allHaveEnded = MeetInCollective(rank);
+    }
   }
-  AwaitChange(slot, Phase::WAITING);
-  if (slot.mPhase == Phase::COPYING) Copy(rank);
-  slot.mTransfer.reset();
+  if (allHaveEnded) Wake(mAll);  // without the lock, which they soon want themselves
+  slot.AwaitChange(LocalPhase::WAITING, mPatience);
+  auto const transfer = std::move(slot.mTransfer);
+  if (slot.mPhase == LocalPhase::COPYING) Copy(rank, transfer.get());
+  if (auto const received = std::move(slot.mReceived)) received->Unpack(operation.mRecv);
   return slot.mStatus;
 }
 
 void LocalGroup::Leave(int rank) {
   std::lock_guard<std::mutex> const lock(mMutex);
-  At(rank).mPhase = Phase::GONE;
-  FailStuck();
+  At(rank).mPhase = LocalPhase::GONE;
+  ++mGone;
+  if (mInCollective > 0 || At(rank).mAwaited > 0) FailStuck();
 }
 
-// Carries out the operations that meet now that `rank` waits, if they do.
-void LocalGroup::Meet(int rank) {
+void LocalGroup::Enter(int rank, LocalOperation const& operation) {
+  At(rank).mOperation = &operation;
+  At(rank).mPhase = LocalPhase::WAITING;
+  if (operation.PointToPoint()) {
+    ++At(operation.mPeer).mAwaited;
+  } else if (mInCollective++ == 0) {
+    mCollective = &operation;
+  }
+}
+
+// Carries out the collective that `rank` has entered if it was the last. True if the operation
+// has ended for all ranks, which are to be woken. Otherwise the rank waits; that leaves others
+// stuck only if they are in another collective, or have returned, or wait for this very rank.
+bool LocalGroup::MeetInCollective(int rank) {
+  bool const one = At(rank).mOperation->SameCollective(*mCollective);
+  if (one && mInCollective == Size()) return Start(rank, mAll);
+  if (!one || mGone > 0 || At(rank).mAwaited > 0) FailStuck();
+  return false;
+}
+
+// Carries out the message that `rank` sends or receives if its partner is there. If not, but
+// the rank can go on, nothing has become stuck.
+void LocalGroup::MeetPartner(int rank) {
   int const peer = At(rank).mOperation->mPeer;
   if (MeetsPartner(rank)) {
     mPair = {std::min(rank, peer), std::max(rank, peer)};
-    Start(mPair);
-  } else if (OneCollective(mAll)) {
-    Start(mAll);
-  } else {
+    if (Start(rank, mPair)) Wake(mPair);
+  } else if (!CanGoOn(rank)) {
     FailStuck();
   }
 }
 
 bool LocalGroup::MeetsPartner(int rank) {
   LocalOperation const& own = *At(rank).mOperation;
-  if (!own.PointToPoint() || !Waits(own.mPeer)) return false;
+  if (!Waits(own.mPeer)) return false;
   LocalOperation const& other = *At(own.mPeer).mOperation;
   return other.PointToPoint() && other.mKind != own.mKind && other.mPeer == rank &&
          other.mTag == own.mTag;
@@ -94,101 +131,128 @@ bool LocalGroup::OneCollective(std::vector<int> const& ranks) {
   });
 }
 
-// Carries the met operations of `partners` out, or hands the copying to all of them.
-void LocalGroup::Start(std::vector<int> const& partners) {
+// Carries the met operations of `partners` out; true if they have ended. False if the partners
+// have yet to copy, `rank` among them.
+bool LocalGroup::Start(int rank, std::vector<int> const& partners) {
   try {
     std::vector<LocalOperation const*> operations(mSlots.size(), nullptr);
-    for (int const rank : partners) {
-      operations[static_cast<std::size_t>(rank)] = At(rank).mOperation;
+    for (int const partner : partners) {
+      operations[static_cast<std::size_t>(partner)] = At(partner).mOperation;
     }
+    if (Bundle(operations)) return true;
     LocalWork work;
-    if (!PlanLocalWork(operations, work)) return End(partners, STATUS_COMM_FAILED);
+    if (!PlanLocalWork(operations, work)) {
+      End(partners, STATUS_COMM_FAILED);
+      return true;
+    }
     std::size_t const bytes = work.Bytes();
     if (work.mOrdered || bytes <= kSmall || bytes <= kSmallPiece * work.mPieces.size()) {
       work.DoAll();
-      return End(partners, STATUS_OK);
+      End(partners, STATUS_OK);
+      return true;
     }
-    auto const transfer = std::make_shared<LocalTransfer>(std::move(work), partners);
-    for (int const rank : partners) {
-      At(rank).mTransfer = transfer;
-      Change(rank, Phase::COPYING);
-    }
+    ShareCopying(rank, std::make_shared<LocalTransfer>(std::move(work), partners));
+    return false;
   } catch (std::bad_alloc const&) {
     End(partners, STATUS_COMM_FAILED);
+    return true;
   }
 }
 
-// Fails every waiting rank that can never go on. Running and copying ranks can go on, whatever
-// they do next. A rank in Send or Recv can if its partner can. The ranks in a collective can if
-// all the ranks outside it can; so of the ranks that are left in the end, either all are in one
-// collective and can go on, or each of them waits for another one that cannot.
+// Ends `operations` by a bundle that each rank unpacks, if all ranks receive the same small
+// pieces; false, and nothing has happened, if they do not.
+bool LocalGroup::Bundle(std::vector<LocalOperation const*> const& operations) {
+  if (operations.front() == nullptr || !LocalBundle::Fits(operations.front()->mKind)) {
+    return false;
+  }
+  auto const bundle = std::make_shared<LocalBundle>();
+  if (!bundle->Plan(operations)) {
+    End(mAll, STATUS_COMM_FAILED);
+    return true;
+  }
+  if (bundle->MeanBytes() > kSmallPiece) return false;
+  bundle->Pack();
+  for (LocalSlot& slot : mSlots) {
+    slot.mReceived = bundle;
+  }
+  End(mAll, STATUS_OK);
+  return true;
+}
+
+// Has `rank`, which is awake, and some of its partners copy. The others sleep on: to wake many
+// would take longer than they can save.
+void LocalGroup::ShareCopying(int rank, std::shared_ptr<LocalTransfer> const& transfer) {
+  std::size_t others = MostHelpers() - 1;
+  for (int const partner : transfer->Partners()) {
+    bool const helps = partner == rank || (others > 0 && others-- > 0);
+    if (helps) At(partner).mTransfer = transfer;
+    Change(partner, LocalPhase::COPYING);
+    if (helps) At(partner).Wake();
+  }
+}
+
+// Whether `rank` runs or copies, or waits for a message of a rank that can go on. The answer
+// for a rank in a collective depends on all others: false here, and settled by FailStuck.
+bool LocalGroup::CanGoOn(int rank) {
+  for (int steps = 0; steps < Size(); ++steps) {  // more steps than ranks: a ring
+    LocalPhase const phase = At(rank).mPhase;
+    if (phase == LocalPhase::RUNNING || phase == LocalPhase::COPYING) return true;
+    if (phase == LocalPhase::GONE || !At(rank).mOperation->PointToPoint()) return false;
+    rank = At(rank).mOperation->mPeer;
+  }
+  return false;
+}
+
+// Fails every waiting rank that can never go on. The ranks in a collective can if all the ranks
+// outside it can; so of the ranks that are left over, either all are in one collective and can
+// go on, or each of them waits for another one that cannot.
 void LocalGroup::FailStuck() {
   mStuck.clear();
-  for (int const rank : mAll) {
-    bool const stuck = Waits(rank) || At(rank).mPhase == Phase::GONE;
-    mCanGoOn[static_cast<std::size_t>(rank)] = !stuck;
-    if (stuck) mStuck.push_back(rank);
-  }
-  while (ReleaseStuck([this](int rank) { return PartnerCanGoOn(rank); })) {
-  }
-  if (!OneCollective(mStuck)) {
-    ReleaseStuck([this](int rank) { return !Waits(rank); });
-    End(mStuck, STATUS_COMM_FAILED);
-  }
+  std::copy_if(mAll.begin(), mAll.end(), std::back_inserter(mStuck),
+               [this](int rank) { return !CanGoOn(rank); });
+  if (OneCollective(mStuck)) return;
+  mStuck.erase(
+      std::remove_if(mStuck.begin(), mStuck.end(), [this](int rank) { return !Waits(rank); }),
+      mStuck.end());
+  End(mStuck, STATUS_COMM_FAILED);
+  Wake(mStuck);
 }
 
-// Takes the ranks for which `released` holds out of the stuck ones; false if there are none.
-template <typename Predicate>
-bool LocalGroup::ReleaseStuck(Predicate released) {
-  auto const end =
-      std::partition(mStuck.begin(), mStuck.end(), [&](int rank) { return !released(rank); });
-  bool const any = end != mStuck.end();
-  for (auto rank = end; rank != mStuck.end(); ++rank) {
-    mCanGoOn[static_cast<std::size_t>(*rank)] = true;
+void LocalGroup::Change(int rank, LocalPhase phase) {
+  LocalSlot& slot = At(rank);
+  if (Waits(rank)) {
+    LocalOperation const& operation = *slot.mOperation;
+    operation.PointToPoint() ? --At(operation.mPeer).mAwaited : --mInCollective;
   }
-  mStuck.erase(end, mStuck.end());
-  return any;
+  slot.mPhase = phase;
 }
 
-bool LocalGroup::PartnerCanGoOn(int rank) {
-  return Waits(rank) && At(rank).mOperation->PointToPoint() &&
-         mCanGoOn[static_cast<std::size_t>(At(rank).mOperation->mPeer)];
-}
-
-void LocalGroup::Change(int rank, Phase phase) {
-  At(rank).mPhase = phase;
-  At(rank).mChanged.notify_one();
-}
-
-// Ends the operations of `ranks`. A rank may return from its operation as soon as its phase has
-// changed.
+// Ends the operations of `ranks`, which then want to be woken. A rank may return from its
+// operation as soon as its phase has changed.
 void LocalGroup::End(std::vector<int> const& ranks, PavexStatus status) {
   for (int const rank : ranks) {
     At(rank).mStatus = status;
-    At(rank).mOperation = nullptr;
-    Change(rank, Phase::RUNNING);
+    Change(rank, LocalPhase::RUNNING);
   }
 }
 
-// Sleeping and waking cost more than a small operation, so a rank looks for a while first. It
-// keeps its processor meanwhile only if every rank can have one of its own.
-void LocalGroup::AwaitChange(Slot& slot, Phase from) {
-  int const pauses = mProcessorEach ? kPauses : 0;
-  for (int i = 0; i < pauses + kYields; ++i) {
-    if (slot.mPhase != from) return;
-    i < pauses ? Pause() : std::this_thread::yield();
+void LocalGroup::Wake(std::vector<int> const& ranks) {
+  for (int const rank : ranks) {
+    At(rank).Wake();
   }
-  std::unique_lock<std::mutex> lock(mMutex);
-  slot.mChanged.wait(lock, [&] { return slot.mPhase != from; });
 }
 
-void LocalGroup::Copy(int rank) {
-  Slot& slot = At(rank);
-  if (slot.mTransfer->Help(rank)) {
+// Copies as long as there is something left, and waits until all has been copied. `transfer` is
+// null on a rank that is not to help.
+void LocalGroup::Copy(int rank, LocalTransfer* transfer) {
+  if (transfer == nullptr || !transfer->Help(rank)) {
+    return At(rank).AwaitChange(LocalPhase::COPYING, mPatience);
+  }
+  {
     std::lock_guard<std::mutex> const lock(mMutex);
-    return End(slot.mTransfer->Helpers(), STATUS_OK);
+    End(transfer->Partners(), STATUS_OK);
   }
-  AwaitChange(slot, Phase::COPYING);
+  Wake(transfer->Partners());
 }
 
 }  // namespace Pavex

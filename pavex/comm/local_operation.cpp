@@ -35,14 +35,6 @@ bool InPlaceLegal(LocalOperation const& operation, int rank) {
   }
 }
 
-// What `from` sends to `to`. An in-place contribution stands in the sender's receive buffer.
-LocalRegion Sent(Operations const& operations, int from, int to) {
-  LocalOperation const& sender = Of(operations, from);
-  if (!sender.mSend.InPlace()) return sender.mSend.For(to);
-  if (!InPlaceLegal(sender, from)) return {nullptr, -1, DATATYPE_BYTE};
-  return sender.mRecv.For(from);
-}
-
 // Whether regions of one receive buffer have bytes in common; empty ones have none.
 bool Overlap(std::vector<std::pair<char*, char*>>& regions) {
   std::sort(regions.begin(), regions.end());
@@ -59,7 +51,7 @@ bool PlanReceiver(Operations const& operations, std::vector<int> const& senders,
   std::vector<std::pair<char*, char*>> targets;
   targets.reserve(senders.size());
   for (int const sender : senders) {
-    LocalRegion const source = Sent(operations, sender, receiver);
+    LocalRegion const source = Of(operations, sender).Sent(sender, receiver);
     LocalRegion const target = Of(operations, receiver).mRecv.For(sender);
     if (!source.Valid() || !target.Valid() || source.mCount != target.mCount ||
         source.mType != target.mType) {
@@ -221,8 +213,24 @@ LocalRegion LocalSide::For(int rank) const {
   return region;
 }
 
+bool LocalSide::LaidOutAs(LocalSide const& other, int ranks) const {
+  auto const same = [ranks](int const* mine, int const* others) {
+    return mine == others ||
+           (mine != nullptr && others != nullptr && std::equal(mine, mine + ranks, others));
+  };
+  return mLayout == other.mLayout && mType == other.mType && mCount == other.mCount &&
+         (mData == nullptr) == (other.mData == nullptr) && same(mCounts, other.mCounts) &&
+         same(mDispls, other.mDispls);
+}
+
 bool LocalOperation::SameCollective(LocalOperation const& other) const {
   return !PointToPoint() && mKind == other.mKind && mPeer == other.mPeer;
+}
+
+LocalRegion LocalOperation::Sent(int own, int to) const {
+  if (!mSend.InPlace()) return mSend.For(to);
+  if (!InPlaceLegal(*this, own)) return {nullptr, -1, DATATYPE_BYTE};
+  return mRecv.For(own);
 }
 
 std::size_t LocalWork::Bytes() const {

@@ -50,6 +50,9 @@ class LocalSide {
   bool InPlace() const;
   // The region for `rank`; an invalid one where the arguments make no sense.
   LocalRegion For(int rank) const;
+  // For the ranks 0 .. `ranks` - 1 both have regions of the same counts and types at the same
+  // displacements. May be false for equal layouts that are given in different ways.
+  bool LaidOutAs(LocalSide const& other, int ranks) const;
 
  private:
   enum class Layout { WHOLE, SLOTS, PIECES };
@@ -74,6 +77,9 @@ struct LocalOperation {
   bool PointToPoint() const { return mKind == LocalKind::SEND || mKind == LocalKind::RECV; }
   // Both are the same collective with the same root.
   bool SameCollective(LocalOperation const& other) const;
+  // What `own`, the rank that calls the operation, sends to rank `to`; an invalid region where
+  // the arguments make no sense. An in-place contribution is in the receive buffer.
+  LocalRegion Sent(int own, int to) const;
 };
 
 // A copy, or a slice-wise combination of all ranks' operands, that any rank can do a part of.

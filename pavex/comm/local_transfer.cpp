@@ -17,18 +17,18 @@ std::size_t ChunkBytes(std::size_t bytes, std::size_t helpers) {
 
 }  // namespace
 
-LocalTransfer::LocalTransfer(LocalWork work, std::vector<int> helpers)
+LocalTransfer::LocalTransfer(LocalWork work, std::vector<int> partners)
     : mWork(std::move(work)),
-      mHelpers(std::move(helpers)),
-      mChunk(ChunkBytes(mWork.Bytes(), mHelpers.size())),
+      mPartners(std::move(partners)),
+      mChunk(ChunkBytes(mWork.Bytes(), mPartners.size())),
       mTaken(mWork.mPieces.size()),
       mLeft(mWork.Bytes()) {}
 
 bool LocalTransfer::Help(int rank) {
   std::size_t const pieces = mWork.mPieces.size();
-  auto const self = std::lower_bound(mHelpers.begin(), mHelpers.end(), rank);
-  std::size_t const index = static_cast<std::size_t>(self - mHelpers.begin());
-  std::size_t const first = index * pieces / mHelpers.size();
+  auto const self = std::lower_bound(mPartners.begin(), mPartners.end(), rank);
+  std::size_t const index = static_cast<std::size_t>(self - mPartners.begin());
+  std::size_t const first = index * pieces / mPartners.size();
   std::size_t done = 0;
   for (std::size_t i = 0; i < pieces; ++i) {
     done += DoChunksOf((first + i) % pieces);

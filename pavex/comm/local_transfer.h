@@ -15,20 +15,21 @@ namespace Pavex {
 // nobody. Used by all its helpers at once.
 class LocalTransfer {
  public:
-  // `work` is not ordered. `helpers`: the ranks that take part, in ascending order.
-  LocalTransfer(LocalWork work, std::vector<int> helpers);
+  // `work` is not ordered. `partners`: the ranks whose operations have met, ascending; any of
+  // them may help.
+  LocalTransfer(LocalWork work, std::vector<int> partners);
 
   // Does chunks until none is left to hand out, those that are nearest to `rank` first. True
   // for the one caller that has done the last of all chunks.
   bool Help(int rank);
 
-  std::vector<int> const& Helpers() const { return mHelpers; }
+  std::vector<int> const& Partners() const { return mPartners; }
 
  private:
   std::size_t DoChunksOf(std::size_t piece);
 
   LocalWork mWork;
-  std::vector<int> mHelpers;
+  std::vector<int> mPartners;
   std::size_t mChunk;                            // bytes handed out at once
   std::vector<std::atomic<std::size_t>> mTaken;  // per piece, bytes handed out
   std::atomic<std::size_t> mLeft;                // bytes not done yet
