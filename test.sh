@@ -21,24 +21,36 @@ esac
 
 need "${build_packages[@]}" ccache libgtest-dev libgmock-dev libeigen3-dev libsuitesparse-dev \
   libopenmpi-dev openmpi-bin libmpich-dev mpich iproute2 make dpkg-dev file groff-base \
-  clang libclang-rt-dev clang-tidy clang-format cppcheck valgrind doxygen gcovr
+  clang libclang-rt-dev lld clang-tidy clang-format cppcheck valgrind doxygen gcovr
 
 jobs=$(nproc)
 export CCACHE_BASEDIR=$PWD CCACHE_SLOPPINESS=pch_defines,time_macros
 
-# build PRESET TARGET [CMAKE-ARGUMENT...]: configures build/PRESET and builds the target.
+# build PRESET TARGET [CMAKE-ARGUMENT...]: configures build/PRESET and builds the target. On a
+# terminal Ninja shows one line; otherwise its output is shown only if it fails.
 build() {
   local preset=$1 target=$2 log=build/$1.log
   echo "== build/$preset, after $SECONDS s"
   cmake --preset "$preset" -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DPAVEX_TESTS_ALL=$all \
     "${@:3}" >"$log" 2>&1 || { cat "$log"; return 1; }
-  cmake --build "build/$preset" -j "$jobs" --target "$target" >>"$log" 2>&1 ||
-    { tail -n 60 "$log"; return 1; }
+  if [ -t 1 ]; then
+    cmake --build "build/$preset" -j "$jobs" --target "$target"
+  else
+    cmake --build "build/$preset" -j "$jobs" --target "$target" >>"$log" 2>&1 ||
+      { tail -n 60 "$log"; return 1; }
+  fi
 }
 
-# run PRESET CTEST-ARGUMENT...: runs the tests of build/PRESET.
+# run PRESET CTEST-ARGUMENT...: runs the tests of build/PRESET. On a terminal ctest shows one line;
+# otherwise its lines on tests that begin or pass are left out. What failed comes at the end.
 run() {
-  ctest --preset "$1" -j "$jobs" --progress "${@:2}"
+  local tests=(ctest --preset "$1" -j "$jobs" --no-label-summary "${@:2}")
+  if [ -t 1 ]; then
+    "${tests[@]}" --progress
+  else
+    "${tests[@]}" 2>&1 | grep --line-buffered -vE \
+      '^ +Start +[0-9]+: |^ *[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed +[0-9.]+ sec$'
+  fi
 }
 
 # count_faults PRESET: how many faults the last run injected.

@@ -13,7 +13,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . cmake/setup.sh
-need "${build_packages[@]}" libgtest-dev libgmock-dev clang libclang-rt-dev
+need "${build_packages[@]}" libgtest-dev libgmock-dev clang libclang-rt-dev lld
 
 targets=(${1:-gathers matrix_market options records})
 seconds=${2:-600}
