@@ -1,4 +1,4 @@
-// What a gather costs between the ranks of one process: bandwidth against memcpy by as many
+// Measures a gather between the ranks of one process: bandwidth against memcpy by as many
 // threads, latency, peak memory, and the cases that copy nothing. Warm buffers on both sides.
 
 #include "bench/runner.h"
@@ -101,7 +101,8 @@ struct Job {
   }
 };
 
-// As many threads as ranks, each copying its own share of the same arrays into warm memory.
+// The baseline: as many threads as ranks, each of which copies its share of the same arrays
+// into warm memory.
 class PlainCopy {
  public:
   explicit PlainCopy(Job const& job) : mJob(job), mTo(job.bands.size()) {}
@@ -181,7 +182,7 @@ void MeasureBandwidth(Runner& runner, int n) {
   runner.Expect(ok, "every operation succeeds");
 }
 
-// What is repeated: gathers, updates of one gathered matrix, or both in turn.
+// The repeated operations: gathers, updates of one gathered matrix, or both in turn.
 struct Kind {
   char const* name;
   bool gathers;
@@ -192,14 +193,15 @@ constexpr Kind kKinds[] = {
 
 constexpr int kEdges[] = {8, 12, 16, 24, 32, 48, 64, 96, 160};
 
-// The ratio that a repetition should reach.
+// The greatest allowed ratio of a repetition.
 double Limit(int n) {
   if (n <= 8) return 1.25;
   return n < 64 ? 1.15 : 1.05;
 }
 
-// Repeated operations of 2 ranks, against copies of the same bytes by as many threads: a
-// barrier before and behind each, and for a gather one more, behind the lengths of the rows.
+// Compares repeated operations of 2 ranks with copies of the same bytes by as many threads. The
+// copies have a barrier before and after each operation, and for a gather one more after the
+// lengths of the rows.
 void MeasureRepeated(Runner& runner, int n, Kind const& kind) {
   constexpr int kRanks = 2;
   Job job(n, kRanks);
@@ -312,7 +314,8 @@ void MeasureSingle(Runner& runner, int n) {
       time * 1e6, "us");
 }
 
-// Every rank holds the whole dense matrix: gathered to all and scattered back without a copy.
+// Every rank holds the whole dense matrix. It is gathered to all and scattered back without a
+// copy.
 void CheckScatterInPlace(Runner& runner) {
   bool ok[2] = {};
   LocalComm::Run(2, [&](std::shared_ptr<Comm> const& comm) {

@@ -1,5 +1,5 @@
-// What a gather costs over MPI, in multiples of hand-written MPI calls that move the identical
-// bytes and build the same lengths, offsets and counts. Run under the launcher, see run.sh.
+// Measures a gather over MPI, in multiples of hand-written MPI calls that move the same bytes
+// and build the same lengths, offsets and counts. Run it under the launcher, see run.sh.
 
 #include "bench/runner.h"
 #include "pavex/comm/mpi_comm.h"
@@ -28,12 +28,12 @@ int Size() {
   return size;
 }
 
-// The operations of all processes, in step: the runner on rank 0 names the next one to the
-// others.
+// Runs the operations on all processes in step: the runner on rank 0 sends the number of the
+// next one to the others.
 class Team {
  public:
-  // Registered on every process in the same order. On rank 0 the result runs the operation on
-  // all.
+  // Call it on every process in the same order. On rank 0 the result runs the operation on all
+  // processes.
   std::function<void()> Add(std::function<void()> operation) {
     mOperations.push_back(std::move(operation));
     return [this, number = static_cast<int>(mOperations.size()) - 1]() mutable {
@@ -95,7 +95,7 @@ struct Band {
   }
 };
 
-// The hand-written gather of a band to rank 0 or to all. What it takes stays warm in it.
+// The hand-written gather of a band to rank 0 or to all. Its arrays stay warm.
 class HandWritten {
  public:
   HandWritten(Band const& band, bool toAll)
@@ -190,7 +190,7 @@ class HandWritten {
   std::unique_ptr<double[]> mValues;
 };
 
-// Pavex on the same piece.
+// The gather of the same piece by Pavex.
 struct Gatherer {
   std::shared_ptr<Comm> comm = std::make_shared<MpiComm>(MPI_COMM_WORLD);
   MemoryPool pool;
@@ -203,7 +203,7 @@ struct Gatherer {
   void Update(MatrixBase const& local) { Expect(aggregator.Update(local)); }
 };
 
-// What is repeated: gathers, updates of one gathered matrix, or both in turn.
+// The repeated operations: gathers, updates of one gathered matrix, or both in turn.
 struct Kind {
   char const* name;
   bool gathers;
@@ -217,7 +217,7 @@ constexpr Kind kKinds[] = {{"gathers", true, false, false},
 
 constexpr long kEdges[] = {8, 12, 16, 24, 32, 48, 64, 96, 160};
 
-// The ratio that a repetition should reach.
+// The greatest allowed ratio of a repetition.
 double Limit(long n) {
   if (n <= 8) return 1.25;
   return n < 64 ? 1.15 : 1.05;
@@ -286,8 +286,8 @@ void MeasureFirst(Runner* runner, long n) {
   runner->Expect(gatherer.correct, "every first gather succeeds");
 }
 
-// Row bands of a column-major matrix to rank 0 and back, against packed pieces moved by MPI and
-// copied into place run by run.
+// Moves row bands of a column-major matrix to rank 0 and back. The baseline moves packed pieces
+// by MPI and copies them into place run by run.
 void MeasureDense(Runner* runner, long rows, long cols) {
   long const begin = rows * Rank() / Size();
   long const mine = rows * (Rank() + 1) / Size() - begin;
