@@ -18,7 +18,8 @@ bool LocalBundle::Plan(std::vector<LocalOperation const*> const& operations) {
     mBytes += contribution.Bytes();
   }
   int const ranks = static_cast<int>(operations.size());
-  LocalSide const* checked = nullptr;  // most ranks receive as the one before: no need to look
+  LocalSide const* checked =
+      nullptr;  // most ranks receive like the rank before, which is already checked
   for (LocalOperation const* const operation : operations) {
     LocalSide const& recv = operation->mRecv;
     if (recv.InPlace()) return false;
@@ -29,7 +30,7 @@ bool LocalBundle::Plan(std::vector<LocalOperation const*> const& operations) {
   return true;
 }
 
-// `recv` has the right place for each contribution.
+// Whether `recv` has the right place for each contribution.
 bool LocalBundle::ExpectedBy(LocalSide const& recv) const {
   int rank = 0;
   for (LocalRegion const& contribution : mContributions) {
@@ -54,7 +55,7 @@ void LocalBundle::Unpack(LocalSide const& recv) const {
   char const* from = mPacked.data();
   for (std::size_t rank = 0; rank < mContributions.size();) {
     LocalRegion const first = recv.For(static_cast<int>(rank));
-    std::size_t bytes = 0;  // of the contributions that lie behind each other in `recv` as well
+    std::size_t bytes = 0;  // of contributions that are consecutive in `recv` too
     do {
       bytes += mContributions[rank].Bytes();
       ++rank;

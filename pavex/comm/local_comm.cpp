@@ -12,7 +12,7 @@
 namespace Pavex {
 namespace {
 
-// The threads of the ranks 1 .. n - 1; waits for all of them, however its scope is left.
+// The threads of the ranks 1 .. n - 1. The destructor waits for all of them.
 class RankThreads {
  public:
   RankThreads() = default;

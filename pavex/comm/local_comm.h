@@ -11,12 +11,12 @@ namespace Pavex {
 
 class LocalGroup;
 
-// One rank of a group of n ranks that live in one process, a thread each. Needs nothing but the
-// standard library: the embedded default for trying the library, for unit tests and for
-// programs on one machine. Data goes in one copy from the sender's memory to the receiver's,
-// except small pieces that every rank receives, which go in two; a few ranks share the copying
-// of a large operation with large pieces. There may be many more ranks than processors: what a
-// small operation costs per rank hardly depends on their number. It logs nothing.
+// One rank of a group of n ranks in one process, one thread each. It needs only the standard
+// library. Use it to try the library, for unit tests, and for programs on one machine. Data is
+// copied once, from the sender's memory to the receiver's; small pieces that every rank
+// receives are copied twice. A few ranks share the copying of a large operation with large
+// pieces. There may be many more ranks than processors: the cost of a small operation per rank
+// hardly depends on their number. It logs nothing.
 //
 // What may be shared between ranks, and what must live how long:
 //
@@ -37,10 +37,10 @@ class LocalGroup;
 // No rank touches another's buffers once the other's call has returned.
 //
 // Matching. Send meets the Recv of its destination with the same tag and returns when the data
-// has been taken over (there is no buffering, so a rank cannot send to itself); a collective
-// meets when every rank is in the same one with the same root. Collectives work
-// with one rank, all operations with zero counts, which need no buffers. Where regions of a
-// receive buffer overlap, the piece of the higher rank wins.
+// has been taken over. There is no buffering, so a rank cannot send to itself. A collective
+// meets when every rank is in the same one with the same root. Collectives also work with one
+// rank, and all operations with zero counts, which need no buffers. If regions of a receive
+// buffer overlap, the piece of the higher rank wins.
 //
 // Failing. Every failure is STATUS_COMM_FAILED:
 //   - a rank or root outside 0 .. Size() - 1: at once, on this rank alone;
@@ -48,13 +48,13 @@ class LocalGroup;
 //     (negative count, negative displacement of a piece that is not empty, unknown type, null
 //     buffer, in-place marker where it is not legal): on every rank that takes part; no data is
 //     moved;
-//   - no memory for the plan of the copies: likewise;
+//   - no memory for the plan of the copies: on every rank that takes part;
 //   - operations that can never meet. A rank that runs outside an operation may still do
 //     anything. A rank in Send or Recv can go on if its partner can; the ranks in one
-//     collective can go on if all the others can. Whoever waits and cannot go on by these rules
-//     - because of a rank that has returned or thrown, or that itself waits for good in another
-//     operation, root or tag - fails as soon as that is so, and runs on. Waiting ranks are
-//     hence never stuck as long as the running ones end.
+//     collective can go on if all the others can. A rank that waits and cannot go on by these
+//     rules fails at once and runs on. The reason is a rank that has returned or thrown, or
+//     that itself waits for ever in another operation, root or tag. So waiting ranks are never
+//     stuck as long as the running ones end.
 // A failure leaves no trace in the group: later operations work as if the failed ones had not
 // been called. Ranks that have fallen out of step meet, or fail, by the same rules.
 class PAVEX_API LocalComm final : public Comm {
@@ -62,8 +62,8 @@ class PAVEX_API LocalComm final : public Comm {
   // What each rank runs; the argument is the rank's own communicator.
   using Body = std::function<void(std::shared_ptr<Comm> const& comm)>;
 
-  // Runs `body` on `ranks` ranks side by side, rank 0 on the calling thread and a new thread
-  // for each other one, and returns when all have returned. A rank that throws counts as
+  // Runs `body` on `ranks` ranks at the same time, rank 0 on the calling thread and every other
+  // rank on a new thread. Returns when all have returned. A rank that throws counts as
   // returned; the exception of the lowest such rank is thrown again when all ranks have ended.
   // Throws std::invalid_argument if `ranks` < 1 or `body` is empty, and std::system_error if a
   // thread cannot be started (the ranks that were started see the others as returned). A

@@ -13,11 +13,12 @@
 namespace Pavex {
 namespace {
 
-// Up to this size one rank copies everything at once: handing out the work would cost more.
+// Up to this size one rank copies everything: to share the work would cost more.
 constexpr std::size_t kSmall = std::size_t{1} << 15;
 
-// Likewise up to this mean size of the pieces: each rank that helps looks at every piece, which
-// of n * n small ones on many ranks takes far longer than to copy them.
+// One rank copies everything also up to this mean size of the pieces. Each rank that helps
+// looks at every piece; for n * n small pieces on many ranks that takes far longer than to copy
+// them.
 constexpr std::size_t kSmallPiece = std::size_t{1} << 10;
 
 int Processors() {
@@ -26,10 +27,10 @@ int Processors() {
 
 // With a processor for each rank, looking harms no other rank. With fewer processors, every
 // look of one rank takes time from another: then all ranks together look about as often as the
-// processors would. A few looks are left to each, for when all ranks are ready to run, one
-// round of them brings the last one to the operation, and none has to sleep. Patience that
-// lasts longer gained nothing in measurements, and pauses cost most when the system has put two
-// ranks on one processor.
+// processors would. Each rank keeps a few looks: when all ranks are ready to run, one round of
+// them brings the last one to the operation, and no rank has to sleep. More looks gained
+// nothing in measurements, and pauses cost most when the system has put two ranks on one
+// processor.
 LocalPatience PatienceOf(int ranks) {
   constexpr int kPauses = 20;
   constexpr int kYields = 100;
@@ -38,7 +39,7 @@ LocalPatience PatienceOf(int ranks) {
   return {0, std::max(kFewestYields, kYields * Processors() / ranks)};
 }
 
-// How many ranks are woken to copy together.
+// The number of ranks that are woken to copy together.
 std::size_t MostHelpers() {
   return static_cast<std::size_t>(std::max(8, Processors()));
 }
@@ -69,7 +70,7 @@ PavexStatus LocalGroup::Execute(int rank, LocalOperation const& operation) {
       allHaveEnded = MeetInCollective(rank);
     }
   }
-  if (allHaveEnded) Wake(mAll);  // without the lock, which they soon want themselves
+  if (allHaveEnded) Wake(mAll);  // without the lock, which they need soon
   slot.AwaitChange(LocalPhase::WAITING, mPatience);
   auto const transfer = std::move(slot.mTransfer);
   if (slot.mPhase == LocalPhase::COPYING) Copy(rank, transfer.get());
@@ -94,9 +95,10 @@ void LocalGroup::Enter(int rank, LocalOperation const& operation) {
   }
 }
 
-// Carries out the collective that `rank` has entered if it was the last. True if the operation
-// has ended for all ranks, which are to be woken. Otherwise the rank waits; that leaves others
-// stuck only if they are in another collective, or have returned, or wait for this very rank.
+// Carries out the collective that `rank` has entered, if it was the last rank. Returns true if
+// the operation has ended for all ranks; the caller wakes them. Otherwise the rank waits. That
+// leaves others stuck only if they are in another collective, have returned, or wait for this
+// rank.
 bool LocalGroup::MeetInCollective(int rank) {
   bool const one = At(rank).mOperation->SameCollective(*mCollective);
   if (one && mInCollective == Size()) return Start(rank, mAll);
@@ -104,8 +106,8 @@ bool LocalGroup::MeetInCollective(int rank) {
   return false;
 }
 
-// Carries out the message that `rank` sends or receives if its partner is there. If not, but
-// the rank can go on, nothing has become stuck.
+// Carries out the message that `rank` sends or receives, if its partner is there. If it is not,
+// but the rank can go on, no rank is stuck.
 void LocalGroup::MeetPartner(int rank) {
   int const peer = At(rank).mOperation->mPeer;
   if (MeetsPartner(rank)) {
@@ -124,15 +126,15 @@ bool LocalGroup::MeetsPartner(int rank) {
          other.mTag == own.mTag;
 }
 
-// All `ranks` wait in the same collective.
+// Whether all `ranks` wait in the same collective.
 bool LocalGroup::OneCollective(std::vector<int> const& ranks) {
   return std::all_of(ranks.begin(), ranks.end(), [&](int r) {
     return Waits(r) && At(r).mOperation->SameCollective(*At(ranks.front()).mOperation);
   });
 }
 
-// Carries the met operations of `partners` out; true if they have ended. False if the partners
-// have yet to copy, `rank` among them.
+// Carries out the operations of `partners`, which have met. Returns true if they have ended,
+// and false if the partners, `rank` among them, still have to copy.
 bool LocalGroup::Start(int rank, std::vector<int> const& partners) {
   try {
     std::vector<LocalOperation const*> operations(mSlots.size(), nullptr);
@@ -160,7 +162,7 @@ bool LocalGroup::Start(int rank, std::vector<int> const& partners) {
 }
 
 // Ends `operations` by a bundle that each rank unpacks, if all ranks receive the same small
-// pieces; false, and nothing has happened, if they do not.
+// pieces. Otherwise does nothing and returns false.
 bool LocalGroup::Bundle(std::vector<LocalOperation const*> const& operations) {
   if (operations.front() == nullptr || !LocalBundle::Fits(operations.front()->mKind)) {
     return false;
@@ -179,8 +181,8 @@ bool LocalGroup::Bundle(std::vector<LocalOperation const*> const& operations) {
   return true;
 }
 
-// Has `rank`, which is awake, and some of its partners copy. The others sleep on: to wake many
-// would take longer than they can save.
+// Makes `rank`, which is awake, and some of its partners copy. The others stay asleep: to wake
+// many would take longer than they can save.
 void LocalGroup::ShareCopying(int rank, std::shared_ptr<LocalTransfer> const& transfer) {
   std::size_t others = MostHelpers() - 1;
   for (int const partner : transfer->Partners()) {
@@ -191,8 +193,8 @@ void LocalGroup::ShareCopying(int rank, std::shared_ptr<LocalTransfer> const& tr
   }
 }
 
-// Whether `rank` runs or copies, or waits for a message of a rank that can go on. The answer
-// for a rank in a collective depends on all others: false here, and settled by FailStuck.
+// Whether `rank` runs or copies, or waits for a message of a rank that can go on. For a rank in
+// a collective the answer depends on all others: it is false here, and FailStuck decides.
 bool LocalGroup::CanGoOn(int rank) {
   for (int steps = 0; steps < Size(); ++steps) {  // more steps than ranks: a ring
     LocalPhase const phase = At(rank).mPhase;
@@ -204,8 +206,8 @@ bool LocalGroup::CanGoOn(int rank) {
 }
 
 // Fails every waiting rank that can never go on. The ranks in a collective can if all the ranks
-// outside it can; so of the ranks that are left over, either all are in one collective and can
-// go on, or each of them waits for another one that cannot.
+// outside it can; so of the remaining ranks, either all are in one collective and can go on, or
+// each of them waits for another one that cannot.
 void LocalGroup::FailStuck() {
   mStuck.clear();
   std::copy_if(mAll.begin(), mAll.end(), std::back_inserter(mStuck),
@@ -227,7 +229,7 @@ void LocalGroup::Change(int rank, LocalPhase phase) {
   slot.mPhase = phase;
 }
 
-// Ends the operations of `ranks`, which then want to be woken. A rank may return from its
+// Ends the operations of `ranks`; the caller then wakes them. A rank may return from its
 // operation as soon as its phase has changed.
 void LocalGroup::End(std::vector<int> const& ranks, PavexStatus status) {
   for (int const rank : ranks) {
@@ -242,8 +244,8 @@ void LocalGroup::Wake(std::vector<int> const& ranks) {
   }
 }
 
-// Copies as long as there is something left, and waits until all has been copied. `transfer` is
-// null on a rank that is not to help.
+// Copies as long as something is left, and waits until everything has been copied. `transfer`
+// is null on a rank that does not help.
 void LocalGroup::Copy(int rank, LocalTransfer* transfer) {
   if (transfer == nullptr || !transfer->Help(rank)) {
     return At(rank).AwaitChange(LocalPhase::COPYING, mPatience);

@@ -11,9 +11,9 @@
 
 namespace Pavex {
 
-// Matches the operations of n ranks, has the ranks copy the data, and fails operations that can
-// never meet. Every rank has at most one operation at a time, so operations meet in the order
-// in which each rank calls them without any further numbering. Used by all ranks at once.
+// Matches the operations of n ranks, makes the ranks copy the data, and fails operations that
+// can never meet. Every rank has at most one operation at a time, so operations meet in the
+// order in which each rank calls them without any further numbering. Used by all ranks at once.
 class LocalGroup {
  public:
   explicit LocalGroup(int ranks);
@@ -21,11 +21,11 @@ class LocalGroup {
 
   int Size() const { return static_cast<int>(mSlots.size()); }
 
-  // Carries out `operation` for `rank`; returns its status when no rank touches its buffers any
+  // Carries out `operation` for `rank`. Returns its status when no rank uses its buffers any
   // more.
   PavexStatus Execute(int rank, LocalOperation const& operation);
 
-  // The rank has returned and takes part in nothing from now on.
+  // Notes that the rank has returned and takes part in nothing from now on.
   void Leave(int rank);
 
  private:
@@ -60,7 +60,8 @@ class LocalGroup {
   LocalOperation const* mCollective = nullptr;  // of one of them; unused while there are none
   int mInCollective = 0;
 
-  // Scratch, used with the lock held; kept so that waiting and leaving need no memory.
+  // Scratch arrays, used with the lock held. They are kept so that waiting and leaving need no
+  // memory.
   std::vector<int> mPair = {0, 0};
   std::vector<int> mStuck;
 };

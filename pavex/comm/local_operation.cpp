@@ -143,8 +143,8 @@ void Accumulate(Datatype type, char* target, char const* operand, std::size_t by
   }
 }
 
-// Combines bytes [begin, end) in rank order, so that every run gives the same sum, and hands
-// the one result to every rank.
+// Combines bytes [begin, end) in rank order, so that every run gives the same sum, and copies
+// the result to every rank.
 void ReduceSlice(LocalWork const& work, std::size_t begin, std::size_t end) {
   std::size_t const bytes = end - begin;
   char* const result = work.mResults.front() + begin;
@@ -169,8 +169,8 @@ std::size_t LocalRegion::Bytes() const {
 
 LocalSide LocalSide::Whole(void const* data, int count, Datatype type) {
   LocalSide side;
-  // A side serves reading and writing; only receive buffers, which come in mutable, are
-  // written.
+  // A side is used for reading and writing. Only receive buffers are written, and their
+  // pointers were not const.
   side.mData = const_cast<void*>(data);
   side.mCount = count;
   side.mType = type;

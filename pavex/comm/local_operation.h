@@ -1,4 +1,5 @@
-// What a rank of a LocalComm asks for, and the work that follows when operations meet.
+// The operation that a rank of a LocalComm calls, and the work that follows when operations
+// meet.
 
 #pragma once
 
@@ -22,7 +23,7 @@ enum class LocalKind {
   BCAST
 };
 
-// `count` elements of `type` at `data`. Read or written, depending on the side it comes from.
+// `count` elements of `type` at `data`. It is read or written, depending on its side.
 struct LocalRegion {
   char* mData;
   long mCount;
@@ -48,7 +49,7 @@ class LocalSide {
                           Datatype type);
 
   bool InPlace() const;
-  // The region for `rank`; an invalid one where the arguments make no sense.
+  // The region for `rank`; an invalid one if the arguments make no sense.
   LocalRegion For(int rank) const;
   // For the ranks 0 .. `ranks` - 1 both have regions of the same counts and types at the same
   // displacements. May be false for equal layouts that are given in different ways.
@@ -75,25 +76,25 @@ struct LocalOperation {
   ReduceOp mReduce;  // Allreduce
 
   bool PointToPoint() const { return mKind == LocalKind::SEND || mKind == LocalKind::RECV; }
-  // Both are the same collective with the same root.
+  // Whether both are the same collective with the same root.
   bool SameCollective(LocalOperation const& other) const;
-  // What `own`, the rank that calls the operation, sends to rank `to`; an invalid region where
-  // the arguments make no sense. An in-place contribution is in the receive buffer.
+  // What `own`, the rank that calls the operation, sends to rank `to`; an invalid region if the
+  // arguments make no sense. An in-place contribution is in the receive buffer.
   LocalRegion Sent(int own, int to) const;
 };
 
-// A copy, or a slice-wise combination of all ranks' operands, that any rank can do a part of.
+// A copy, or a combination of all ranks' operands by slices. Any rank can do a part of it.
 struct LocalPiece {
   char* mTarget;
   char const* mSource;  // unused by a reduction
   std::size_t mBytes;
 };
 
-// The work of operations that have met: pieces that may be done in any order and side by side
-// unless `mOrdered`.
+// The work of operations that have met: pieces that ranks may do in any order and at the same
+// time, unless `mOrdered`.
 struct LocalWork {
   std::vector<LocalPiece> mPieces;
-  bool mOrdered = false;  // pieces overlap: to be done in the given order
+  bool mOrdered = false;  // pieces overlap: do them in the given order
 
   // Allreduce only: one piece, whose target is the first of mResults.
   std::vector<char const*> mOperands;
@@ -102,15 +103,15 @@ struct LocalWork {
   ReduceOp mReduce = REDUCE_SUM;
 
   std::size_t Bytes() const;
-  // Bytes [begin, end) of piece `index`; both are multiples of the size of the largest type, or
-  // the piece's end.
+  // Does bytes [begin, end) of piece `index`. Both are multiples of the size of the largest
+  // type, or the piece's end.
   void Do(std::size_t index, std::size_t begin, std::size_t end) const;
-  // Everything, in order.
+  // Does everything, in order.
   void DoAll() const;
 };
 
 // Fills the empty `work` with what the operations of ranks 0 .. n - 1 (null where a rank takes
-// no part) ask for. False if they disagree or are wrong; `work` is then of no use.
+// no part) ask for. Returns false if they disagree or are wrong; do not use `work` then.
 bool PlanLocalWork(std::vector<LocalOperation const*> const& operations, LocalWork& work);
 
 }  // namespace Pavex

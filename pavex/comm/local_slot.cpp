@@ -27,9 +27,9 @@ void LocalSlot::AwaitChange(LocalPhase from, LocalPatience patience) {
   mAsleep = false;
 }
 
-// The phase has been written before mAsleep is read here, and AwaitChange writes mAsleep before
-// it reads the phase, so at least one of both sees the other. Taking the mutex makes sure that
-// a rank which has read the old phase has gone to sleep.
+// The phase is written before mAsleep is read here, and AwaitChange writes mAsleep before it
+// reads the phase. So at least one of them sees the other's write. The mutex ensures that a
+// rank that has read the old phase has gone to sleep.
 void LocalSlot::Wake() {
   if (!mAsleep) return;
   { std::lock_guard<std::mutex> const lock(mMutex); }

@@ -21,28 +21,29 @@ enum class LocalPhase {
   GONE      // returned
 };
 
-// How often a rank looks for a change before it sleeps: first with the processor to itself,
-// then letting other threads run in between.
+// How often a rank looks for a change before it sleeps: first without a pause, then letting
+// other threads run in between.
 struct LocalPatience {
   int mPauses;
   int mYields;
 };
 
-// The phase of one rank, and what it is to do next. The group changes everything here under its
-// lock; the rank itself reads without that lock what came before a change of its phase.
+// The phase of one rank, and what it does next. The group changes everything here under its
+// lock. The rank itself reads, without that lock, what was written before a change of its
+// phase.
 struct alignas(64) LocalSlot {
   std::atomic<LocalPhase> mPhase{LocalPhase::RUNNING};
   LocalOperation const* mOperation = nullptr;  // while WAITING or COPYING
   int mAwaited = 0;                            // ranks that WAIT to send to this one or receive
   PavexStatus mStatus = STATUS_OK;             // of the last operation, once RUNNING
-  std::shared_ptr<LocalTransfer> mTransfer;    // while COPYING, if this rank is to help
-  std::shared_ptr<LocalBundle const> mReceived;  // to be unpacked by this rank, once RUNNING
+  std::shared_ptr<LocalTransfer> mTransfer;    // while COPYING, if this rank helps
+  std::shared_ptr<LocalBundle const> mReceived;  // this rank unpacks it, once RUNNING
 
-  // Returns when the phase is no longer `from`; sleeps when patience has run out.
+  // Returns when the phase is no longer `from`. Sleeps after the looks are used up.
   void AwaitChange(LocalPhase from, LocalPatience patience);
 
-  // Wakes the rank if it sleeps. To be called after each change of its phase, by any thread and
-  // with or without the lock of the group.
+  // Wakes the rank if it sleeps. Call it after each change of its phase, on any thread and with
+  // or without the lock of the group.
   void Wake();
 
  private:

@@ -6,7 +6,7 @@
 namespace Pavex {
 namespace {
 
-// Large enough for the streaming stores of memmove, small enough to even out the ranks.
+// Large enough for the streaming stores of memmove, small enough to balance the ranks.
 std::size_t ChunkBytes(std::size_t bytes, std::size_t helpers) {
   constexpr std::size_t kLeast = std::size_t{1} << 18;
   constexpr std::size_t kChunksPerHelper = 4;

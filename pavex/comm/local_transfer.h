@@ -10,17 +10,17 @@
 
 namespace Pavex {
 
-// Hands out chunks of a piece of work to whichever rank asks, so that ranks with little data of
-// their own help the others, and a rank that comes late finds nothing left to do and holds up
-// nobody. Used by all its helpers at once.
+// Gives chunks of a piece of work to every rank that asks. So ranks with little data of their
+// own help the others, and a late rank finds nothing left to do and delays no rank. All helpers
+// use it at the same time.
 class LocalTransfer {
  public:
-  // `work` is not ordered. `partners`: the ranks whose operations have met, ascending; any of
-  // them may help.
+  // `work` must not be ordered. `partners`: the ranks whose operations have met, ascending; any
+  // of them may help.
   LocalTransfer(LocalWork work, std::vector<int> partners);
 
-  // Does chunks until none is left to hand out, those that are nearest to `rank` first. True
-  // for the one caller that has done the last of all chunks.
+  // Does chunks until none is left, those nearest to `rank` first. Returns true for the one
+  // caller that has done the last of all chunks.
   bool Help(int rank);
 
   std::vector<int> const& Partners() const { return mPartners; }
