@@ -3,6 +3,7 @@
 #pragma once
 
 #include "pavex/aggregator/aggregator.h"
+#include "pavex/aggregator/plan.h"
 #include "pavex/matrix/coo.h"
 #include "pavex/matrix/csc.h"
 #include "pavex/matrix/csr.h"

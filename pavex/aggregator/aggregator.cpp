@@ -16,6 +16,24 @@ PavexStatus Unsupported(PavexMatrixStoreType type) {
   return STATUS_NOT_SUPPORTED;
 }
 
+// Calls `run` with `local` as the class that `type` names; another class throws std::bad_cast.
+template <typename T, typename I, typename Run>
+PavexStatus WithClassOf(PavexMatrixStoreType type, MatrixBase const& local, Run const& run) {
+  switch (StoreKindOf(type)) {
+    case StoreKind::CSR:
+      return run(dynamic_cast<MatrixCSR<T, I> const&>(local));
+    case StoreKind::CSC:
+      return run(dynamic_cast<MatrixCSC<T, I> const&>(local));
+    case StoreKind::COO:
+      return run(dynamic_cast<MatrixCOO<T, I> const&>(local));
+    case StoreKind::DENSE:
+      return run(dynamic_cast<MatrixDense<T, I> const&>(local));
+    case StoreKind::UNKNOWN:
+      break;
+  }
+  return Unsupported(type);
+}
+
 }  // namespace
 
 template <typename T, typename I>
@@ -43,50 +61,37 @@ PavexStatus Aggregator<T, I>::Allgather(std::shared_ptr<Comm> const& comm,
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::Gather(MatrixBase const& local, bool withValues, int root) {
   if (mComm == nullptr) return Log::Report(STATUS_INVALID_VALUE);
-  PavexStatus status = Log::Report(InitMetadata(local, withValues, root));
+  GatherPlan plan;
+  PavexStatus status =
+      Log::Report(InitMetadata(local, withValues, root, sizeof(T), sizeof(I), plan));
   if (status != STATUS_OK) return status;
   status = Log::Report(CheckLocalValues(mWithValues, local));
   if (status != STATUS_OK) return status;
-  status = GatherByStoreType(local);
+  status = WithClassOf<T, I>(mStoreType, local, [this, &plan](auto const& matrix) {
+    using M = std::decay_t<decltype(matrix)>;
+    if constexpr (std::is_same_v<M, MatrixDense<T, I>>)
+      return Log::Report(GatherDense(matrix, plan));
+    else if constexpr (std::is_same_v<M, MatrixCOO<T, I>>)
+      return Log::Report(GatherCOO(matrix));
+    else
+      return Log::Report(GatherCSRC(matrix, plan));
+  });
   if (status != STATUS_OK) return status;
   if (mIsReceiver) StampTarget();
   return STATUS_OK;
 }
 
 template <typename T, typename I>
-PavexStatus Aggregator<T, I>::GatherByStoreType(MatrixBase const& local) {
-  switch (StoreKindOf(mStoreType)) {
-    case StoreKind::CSR:
-      return Log::Report(GatherCSRC(dynamic_cast<MatrixCSR<T, I> const&>(local)));
-    case StoreKind::CSC:
-      return Log::Report(GatherCSRC(dynamic_cast<MatrixCSC<T, I> const&>(local)));
-    case StoreKind::COO:
-      return Log::Report(GatherCOO(dynamic_cast<MatrixCOO<T, I> const&>(local)));
-    case StoreKind::DENSE:
-      return Log::Report(GatherDense(dynamic_cast<MatrixDense<T, I> const&>(local)));
-    case StoreKind::UNKNOWN:
-      break;
-  }
-  return Unsupported(mStoreType);
-}
-
-template <typename T, typename I>
 PavexStatus Aggregator<T, I>::Update(MatrixBase const& local) {
   PavexStatus const status = CheckAfterGather(local);
   if (status != STATUS_OK) return status;
-  switch (StoreKindOf(mStoreType)) {
-    case StoreKind::CSR:
-      return UpdateSparse(dynamic_cast<MatrixCSR<T, I> const&>(local));
-    case StoreKind::CSC:
-      return UpdateSparse(dynamic_cast<MatrixCSC<T, I> const&>(local));
-    case StoreKind::COO:
-      return UpdateSparse(dynamic_cast<MatrixCOO<T, I> const&>(local));
-    case StoreKind::DENSE:
-      return UpdateDense(dynamic_cast<MatrixDense<T, I> const&>(local));
-    case StoreKind::UNKNOWN:
-      break;
-  }
-  return Unsupported(mStoreType);
+  return WithClassOf<T, I>(mStoreType, local, [this](auto const& matrix) {
+    using M = std::decay_t<decltype(matrix)>;
+    if constexpr (std::is_same_v<M, MatrixDense<T, I>>)
+      return UpdateDense(matrix);
+    else
+      return UpdateSparse(matrix);
+  });
 }
 
 template <typename T, typename I>
@@ -95,6 +100,11 @@ PavexStatus Aggregator<T, I>::Scatter(MatrixBase& local) {
   if (status != STATUS_OK) return status;
   if (StoreKindOf(mStoreType) != StoreKind::DENSE) return Unsupported(mStoreType);
   return ScatterDense(dynamic_cast<MatrixDense<T, I>&>(local));
+}
+
+template <typename T, typename I>
+std::string Aggregator<T, I>::Describe(Listed listed) const {
+  return Pavex::Describe(mLocalInfos, PlanGather(mLocalInfos, sizeof(T), sizeof(I)), listed);
 }
 
 }  // namespace Pavex

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "pavex/aggregator/aggregator_base.h"
+#include "pavex/aggregator/plan.h"
 #include "pavex/matrix/coo.h"
 #include "pavex/matrix/csc.h"
 #include "pavex/matrix/csr.h"
@@ -11,6 +12,7 @@
 #include "pavex/matrix/instances.h"
 
 #include <memory>
+#include <string>
 #include <type_traits>
 
 namespace Pavex {
@@ -72,9 +74,35 @@ class PAVEX_API Aggregator : public AggregatorBase {
   // which only it can see: the others may then wait for it.
   [[nodiscard]] PavexStatus Scatter(MatrixBase& local);
 
+  // What the last exchange of records showed, as lines of text: the verdict first, then the
+  // mode and one line per process (of many only the first and the last few, unless `listed` is
+  // ALL). Example, where the second band should begin at row 10:
+  //
+  //   refused: process 1 begins at row 11; expected 10, behind the 10 rows of process 0 from 0
+  //   (a gap)
+  //   stage: agreement
+  //   mode DISTRIBUTED: every process holds a piece
+  //   2 processes
+  //   process 0: STORE_CSR_0, row-wise from 0, 10 x 7, 28 entries, of 20 x 7, [...] with values
+  //   process 1: STORE_CSR_0, row-wise from 11, 9 x 7, 42 entries, of 20 x 7, [...] with values
+  //
+  // "refused": the gather fails on every process before anything moves; the first process or
+  // pair of neighbours at fault, the values, what was expected, and the step of the gather.
+  // "agreed": no process meets an obstacle that the records show. "agreed, but ...": what
+  // FindSuspicious finds, such as rows that no process holds, or an obstacle that only some
+  // processes meet. Meant for a reader; the wording may change.
+  //
+  // Computed from the records alone, so after a complete exchange it is the same on every
+  // process; records that never arrived are named. What no record tells is not in it: a refused
+  // communicator, memory, a failed transfer, missing values, arrays that are shorter than the
+  // record says. A gather that ends before its exchange leaves the records of the earlier one,
+  // an Update or Scatter those of its gather; an Update of a dense pattern may be refused for
+  // pieces of which the gather placed no values. Local, and needs no communicator;
+  // std::bad_alloc may leave, as from any std::string.
+  std::string Describe(Listed listed = Listed::FIRST_AND_LAST) const;
+
  private:
   PavexStatus Gather(MatrixBase const& local, bool withValues, int root);
-  PavexStatus GatherByStoreType(MatrixBase const& local);
 
   // Dense layouts: dense_layout.ipp. `rowMajor` is the flag of the caller's local matrix.
   long LocalSubmatOffset(MatrixDense<T, I> const& local) const;
@@ -83,7 +111,7 @@ class PAVEX_API Aggregator : public AggregatorBase {
   PavexStatus Comm2Dense(bool rowMajor, Buffer<T>& values);
 
   // Dense gather and update: dense.ipp.
-  PavexStatus GatherDense(MatrixDense<T, I> const& local);
+  PavexStatus GatherDense(MatrixDense<T, I> const& local, GatherPlan const& plan);
   PavexStatus GatherDenseValues(MatrixDense<T, I> const& local, Buffer<T>& values);
   PavexStatus UpdateDense(MatrixDense<T, I> const& local);
 
@@ -109,11 +137,9 @@ class PAVEX_API Aggregator : public AggregatorBase {
 
   // Compressed path: compressed.ipp.
   template <typename M>
-  PavexStatus GatherCSRC(M const& local);
+  PavexStatus GatherCSRC(M const& local, GatherPlan const& plan);
   template <typename M>
-  PavexStatus GatherOffsets(M const& local, Buffer<I>& offsets);
-  template <typename M>
-  bool LengthsFit(long count) const;
+  PavexStatus GatherOffsets(M const& local, GatherPlan const& plan, Buffer<I>& offsets);
   template <typename M>
   PavexStatus GatherLengths(M const& local, int size, long count, Buffer<I>& offsets);
 };

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "pavex/aggregator/local_info.h"
+#include "pavex/aggregator/plan.h"
 #include "pavex/matrix/matrix_base.h"
 #include "pavex/matrix/partition.h"
 #include "pavex/runtime/buffer.h"
@@ -11,9 +12,9 @@
 #include "pavex/runtime/export.h"
 #include "pavex/runtime/memory_pool.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <string>
 
 namespace Pavex {
 
@@ -55,29 +56,6 @@ class PAVEX_API AggregatorBase {
   // The mode that the last gather to come so far decided; DISTRIBUTED before the first. Local.
   DistMatrixMode Mode() const { return mMode; }
 
-  // What the last exchange of records showed, as lines of text: one line per process, the mode,
-  // and the gathered shape ("agreed") or, where the records were refused, the first process or
-  // pair of neighbours at fault, the values and what was expected ("refused"). Negative sizes
-  // of the whole, and more than a communicator can count, are told ("unsound"), but no gather
-  // looks at them. Meant for a reader; the wording may change. Example, where the second band
-  // should begin at row 10:
-  //
-  //   2 processes
-  //   process 0: STORE_CSR_0, row-wise from 0, 10 x 7, 28 entries, of 20 x 7, [...] with values
-  //   process 1: STORE_CSR_0, row-wise from 11, 9 x 7, 42 entries, of 20 x 7, [...] with values
-  //   mode DISTRIBUTED: every process holds a piece
-  //   refused: process 1 begins at row 11; expected 10, behind the 10 rows of process 0 from 0
-  //   (a gap)
-  //
-  // Computed from the records alone, so after a complete exchange it is the same on every
-  // process; records that never arrived are named. What no record tells is not in it: a refused
-  // communicator, memory, a failed transfer, missing values, arrays that are shorter than the
-  // record says. A gather that ends before its exchange leaves the records of the earlier one,
-  // an Update or Scatter those of its gather; an Update of a dense pattern may be refused for
-  // pieces of which the gather placed no values. Local, and needs no communicator;
-  // std::bad_alloc may leave, as from any std::string.
-  std::string Describe() const;
-
  protected:
   // `pool` stays the caller's. Local.
   explicit AggregatorBase(MemoryPool* pool) : mPool(pool) {}
@@ -101,11 +79,22 @@ class PAVEX_API AggregatorBase {
   static PavexStatus CheckForAllMode(Buffer<MatrixLocalInfo> const& infos);
   // Only a notice about this process's own partition; never fails.
   PavexStatus CheckForOneMode(Buffer<MatrixLocalInfo> const& infos) const;
+  // The same from the plan of all records: log lines and statuses of its first two stages.
+  static PavexStatus TakeMode(GatherPlan const& plan, Buffer<MatrixLocalInfo> const& infos,
+                              DistMatrixMode& mode);
+  static PavexStatus TakeAgreement(GatherPlan const& plan,
+                                   Buffer<MatrixLocalInfo> const& infos);
 
   // The metadata of a gather.
 
-  // First step of every gather: exchanges the records, decides the mode and fills every member
-  // below from mMode on. `root` is the receiving rank or kEverybody. Collective.
+  // First step of every gather: exchanges the records, plans the gather and fills every member
+  // below from mMode on, up to the stage that refuses the records. Refusals of the store type,
+  // the offsets and the values are left to the later steps, which take them from `plan`. `root`
+  // is the receiving rank or kEverybody; `valueBytes` and `indexBytes` are the sizes of T and
+  // I. Collective.
+  PavexStatus InitMetadata(MatrixBase const& local, bool withValues, int root,
+                           std::size_t valueBytes, std::size_t indexBytes, GatherPlan& plan);
+  // The same for those who do not need the plan.
   PavexStatus InitMetadata(MatrixBase const& local, bool withValues, int root);
 
   // Whether `local` still is the matrix that this process passed to the gather; a process
@@ -128,9 +117,10 @@ class PAVEX_API AggregatorBase {
 
   // Whether communication and global layout coincide.
   bool ContiguousLocalSubmat(bool rowMajor) const;
-  // Whether the gathered shape and entries belong together, and every piece lands inside. Alike
-  // on every process.
+  // Whether the gathered shape and entries belong together, and every piece lands inside: the
+  // result is the same on every process. A gather takes it from its plan.
   PavexStatus CheckDense(bool rowMajor) const;
+  PavexStatus CheckDense(GatherFlaw flaw) const;
   // How many records a reordering reads.
   int Pieces() const;
   // Elements from the beginning of a run of the gathered values to that of the next.
@@ -166,7 +156,7 @@ class PAVEX_API AggregatorBase {
 
  private:
   void FillFromReference(MatrixLocalInfo const& reference, int rank, int root);
-  PavexStatus FillFromPieces(MatrixLocalInfo const& reference);
+  PavexStatus FillCounts(GatherPlan const& plan);
 };
 
 static_assert(sizeof(AggregatorBase) == 240, "part of the binary interface");

@@ -10,7 +10,6 @@
 
 #pragma once
 
-#include "pavex/aggregator/rules.h"
 #include "pavex/aggregator/sparse.ipp"
 #include "pavex/runtime/wrapping.h"
 
@@ -49,12 +48,12 @@ void OffsetsFromLengths(std::int64_t count, I* offsets) {
 
 template <typename T, typename I>
 template <typename M>
-PavexStatus Aggregator<T, I>::GatherCSRC(M const& local) {
+PavexStatus Aggregator<T, I>::GatherCSRC(M const& local, GatherPlan const& plan) {
   Buffer<I> const& localIdx = Indices(local);
   Buffer<I> offsets;
   Buffer<I> indices;
   Buffer<T> values;
-  PavexStatus status = Log::Report(GatherOffsets(local, offsets));
+  PavexStatus status = Log::Report(GatherOffsets(local, plan, offsets));
   if (status == STATUS_OK) status = PrepareArray(localIdx, mNnz, true, indices);
   if (status == STATUS_OK) status = PrepareArray(local.mValues, mNnz, mWithValues, values);
   if (status != STATUS_OK) return status;
@@ -71,12 +70,13 @@ PavexStatus Aggregator<T, I>::GatherCSRC(M const& local) {
 
 template <typename T, typename I>
 template <typename M>
-PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, Buffer<I>& offsets) {
+PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, GatherPlan const& plan,
+                                            Buffer<I>& offsets) {
   int const size = mComm->Size();
   long const count = PickCompressed<M>(mRows, mCols);
   long const entries = WrappingAdd(count, 1L);
   Buffer<I> const& ptr = Offsets(local);
-  if (mMode == DISTRIBUTED && !LengthsFit<M>(count)) return Log::Report(STATUS_INCONSISTENT);
+  if (plan.mStage == GatherStage::OFFSETS) return Log::Report(plan.mStatus);
 
   PavexStatus status = PrepareArray(ptr, entries, true, offsets);
   if (status != STATUS_OK || mMode == CENTRALIZED_ALL) return status;
@@ -93,16 +93,6 @@ PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, Buffer<I>& offsets) 
                              mSourceRank, mRoot, TAG_GATHER, *mComm);
 }
 
-// Whether every piece's lengths land inside the `count` + 1 gathered offsets; alike on every
-// process.
-template <typename T, typename I>
-template <typename M>
-bool Aggregator<T, I>::LengthsFit(long count) const {
-  if (!FitsMemory<I>(WrappingAdd(count, 1L))) return false;
-  return FindLengthsOutside(SparseTraits<M>::kByRows, mPartition.begin, count, mLocalInfos) ==
-         kNobody;
-}
-
 template <typename T, typename I>
 template <typename M>
 PavexStatus Aggregator<T, I>::GatherLengths(M const& local, int size, long count,
@@ -116,7 +106,7 @@ PavexStatus Aggregator<T, I>::GatherLengths(M const& local, int size, long count
     if (status != STATUS_OK) return status;
     for (int p = 0; p < size; ++p) {
       MatrixLocalInfo const& info = mLocalInfos.mData[p];
-      counts.mData[p] = static_cast<int>(PickCompressed<M>(info.rows, info.cols));
+      counts.mData[p] = static_cast<int>(info.Lines(SparseTraits<M>::kByRows));
       displs.mData[p] = static_cast<int>(LocalRowColBegin(info.partition));
     }
   }

@@ -25,7 +25,8 @@ MatrixDense<T, I>* NewDense(long rows, long cols, bool rowMajor, long ld, Buffer
 }  // namespace
 
 template <typename T, typename I>
-PavexStatus Aggregator<T, I>::GatherDense(MatrixDense<T, I> const& local) {
+PavexStatus Aggregator<T, I>::GatherDense(MatrixDense<T, I> const& local,
+                                          GatherPlan const& plan) {
   Buffer<T> values;
   if (mMode == CENTRALIZED_ALL) {
     if (!mIsReceiver) return STATUS_OK;
@@ -36,23 +37,24 @@ PavexStatus Aggregator<T, I>::GatherDense(MatrixDense<T, I> const& local) {
 
   // A receiver gets the storage also if only the pattern is asked for.
   PavexStatus status = mIsReceiver ? Log::Report(mPool->Get(values, mNnz)) : STATUS_OK;
-  if (status == STATUS_OK && mWithValues)
-    status = Log::Report(GatherDenseValues(local, values));
+  if (status == STATUS_OK && mWithValues) {
+    status = Log::Report(CheckDense(plan.DenseFlaw(local.mRowMajor)));
+    if (status == STATUS_OK) status = Log::Report(GatherDenseValues(local, values));
+  }
   if (status != STATUS_OK || !mIsReceiver) return status;
   mTarget =
       NewDense<T, I>(mRows, mCols, local.mRowMajor, LeadingDimension(local.mRowMajor), values);
   return STATUS_OK;
 }
 
-// Moves the values of all pieces into `values`, which on a receiver has room for all entries.
+// Moves the values of all pieces, which CheckDense takes, into `values`, which on a receiver
+// has room for all entries.
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::GatherDenseValues(MatrixDense<T, I> const& local,
                                                 Buffer<T>& values) {
   constexpr Datatype kType = DatatypeOf<T>::kValue;
-  PavexStatus status = CheckDense(local.mRowMajor);
-  if (status != STATUS_OK) return status;
   Buffer<T> packed;
-  status = Log::Report(PackDenseValues(local, packed));
+  PavexStatus status = Log::Report(PackDenseValues(local, packed));
   if (status != STATUS_OK) return status;
 
   if (mMode == CENTRALIZED_ONE) {
@@ -86,6 +88,7 @@ PavexStatus Aggregator<T, I>::UpdateDense(MatrixDense<T, I> const& local) {
 
   Buffer<T> values;
   PavexStatus status = mIsReceiver ? Log::Report(mPool->Get(values, mNnz)) : STATUS_OK;
+  if (status == STATUS_OK) status = Log::Report(CheckDense(local.mRowMajor));
   if (status == STATUS_OK) status = Log::Report(GatherDenseValues(local, values));
   if (status == STATUS_OK && mIsReceiver) target->mValues.Swap(values);
   return status;

@@ -1,7 +1,6 @@
 // What the dense paths ask of the records and of the gathered shape.
 
 #include "pavex/aggregator/aggregator_base.h"
-#include "pavex/aggregator/dense_reorder.h"
 #include "pavex/aggregator/rules.h"
 #include "pavex/runtime/log.h"
 
@@ -19,14 +18,18 @@ int AggregatorBase::Pieces() const {
 }
 
 PavexStatus AggregatorBase::CheckDense(bool rowMajor) const {
-  if (!FillsShape(mRows, mCols, mNnz)) {
-    Log::Error("[%s] The Global NNZ(%ld) not equal to %ld * %ld.\n", mNnz, mRows, mCols);
-    return STATUS_INCONSISTENT;
-  }
-  if (ContiguousLocalSubmat(rowMajor)) return STATUS_OK;
-  std::int64_t const outside = FindRunsOutside(mLocalInfos, static_cast<int>(mLocalInfos.mSize),
-                                               rowMajor, LeadingDimension(rowMajor), mNnz);
-  return outside == kNobody ? STATUS_OK : Log::Report(STATUS_INCONSISTENT);
+  GatheredShape const shape = {mRows, mCols, mNnz};
+  if (!FillsShape(shape)) return CheckDense(GatherFlaw::NOT_FILLED);
+  bool const inside = mMode != DISTRIBUTED || FindPieceOutside(mLocalInfos, mPartition.type,
+                                                               rowMajor, shape) == kNobody;
+  return CheckDense(inside ? GatherFlaw::NONE : GatherFlaw::RUNS_OUTSIDE);
+}
+
+PavexStatus AggregatorBase::CheckDense(GatherFlaw flaw) const {
+  if (flaw == GatherFlaw::NONE) return STATUS_OK;
+  if (flaw != GatherFlaw::NOT_FILLED) return Log::Report(STATUS_INCONSISTENT);
+  Log::Error("[%s] The Global NNZ(%ld) not equal to %ld * %ld.\n", mNnz, mRows, mCols);
+  return STATUS_INCONSISTENT;
 }
 
 }  // namespace Pavex

@@ -3,6 +3,7 @@
 #include "pavex/aggregator/local_info.h"
 
 #include "pavex/aggregator/aggregator_base.h"
+#include "pavex/aggregator/plan.h"
 #include "pavex/runtime/log.h"
 
 #include <new>
@@ -11,6 +12,7 @@ namespace Pavex {
 
 namespace {
 
+// Field by field: the padding stays as the memory holds it.
 void FillRecord(MatrixBase const& local, bool withValues, MatrixLocalInfo& info) {
   info.withValues = withValues;
   info.pattern = local.mPattern;
@@ -26,6 +28,12 @@ void FillRecord(MatrixBase const& local, bool withValues, MatrixLocalInfo& info)
 }
 
 }  // namespace
+
+MatrixLocalInfo RecordOf(MatrixBase const& local, bool withValues) {
+  MatrixLocalInfo info;
+  FillRecord(local, withValues, info);
+  return info;
+}
 
 PavexStatus AggregatorBase::GatherLocalInfo(MatrixBase const& local, bool withValues,
                                             Buffer<MatrixLocalInfo>& infos) {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 namespace Pavex {
 
@@ -72,6 +73,13 @@ struct MatrixLocalInfo {
            nnz != -1;
   }
 
+  // Rows, or columns unless `byRows`.
+  std::int64_t Lines(bool byRows) const noexcept { return byRows ? rows : cols; }
+
+  // Of a dense piece in that order: how many runs it has, and the elements of one.
+  std::int64_t Runs(bool rowMajor) const noexcept { return Lines(rowMajor); }
+  std::int64_t RunLength(bool rowMajor) const noexcept { return Lines(!rowMajor); }
+
   // The flag of a peer is a byte that may hold anything; any value but 0 is true.
   bool WithValues() const noexcept {
     unsigned char byte = 0;
@@ -81,6 +89,7 @@ struct MatrixLocalInfo {
 };
 
 static_assert(sizeof(MatrixLocalInfo) == 72, "fixed by the exchange between processes");
+static_assert(std::is_trivially_copyable_v<MatrixLocalInfo>, "crosses processes as raw bytes");
 static_assert(offsetof(MatrixLocalInfo, withValues) == 0, "fixed by the exchange");
 static_assert(offsetof(MatrixLocalInfo, pattern) == 4, "fixed by the exchange");
 static_assert(offsetof(MatrixLocalInfo, attribute) == 8, "fixed by the exchange");

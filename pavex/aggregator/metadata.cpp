@@ -1,9 +1,11 @@
 // What every path of a gather works from, and the checks of the operations that follow it.
 
 #include "pavex/aggregator/aggregator_base.h"
-#include "pavex/aggregator/rules.h"
+#include "pavex/aggregator/plan.h"
 #include "pavex/runtime/log.h"
 #include "pavex/runtime/wrapping.h"
+
+#include <complex>
 
 namespace Pavex {
 
@@ -30,41 +32,55 @@ bool Matches(MatrixLocalInfo const& info, MatrixBase const& local) {
 }  // namespace
 
 PavexStatus AggregatorBase::InitMetadata(MatrixBase const& local, bool withValues, int root) {
+  GatherPlan plan;
+  return InitMetadata(local, withValues, root, sizeof(std::complex<double>), sizeof(long),
+                      plan);
+}
+
+PavexStatus AggregatorBase::InitMetadata(MatrixBase const& local, bool withValues, int root,
+                                         std::size_t valueBytes, std::size_t indexBytes,
+                                         GatherPlan& plan) {
   int const rank = mComm->Rank();
   PavexStatus status = Log::Report(GatherLocalInfo(local, withValues, mLocalInfos));
   if (status != STATUS_OK) return status;
 
-  int source = kNobody;
-  status = Log::Report(DetermineMode(mLocalInfos, mMode, source));
+  plan = PlanGather(mLocalInfos, valueBytes, indexBytes);
+  status = Log::Report(TakeMode(plan, mLocalInfos, mMode));
   if (status != STATUS_OK) return status;
 
   switch (mMode) {
     case CENTRALIZED_ALL:
       mLocalIsWhole = true;
       mSourceRank = kEverybody;
-      status = CheckForAllMode(mLocalInfos);
+      status = TakeAgreement(plan, mLocalInfos);
       break;
     case CENTRALIZED_ONE:
-      mSourceRank = source;
-      mLocalIsWhole = source == rank;
+      mSourceRank = plan.mSource;
+      mLocalIsWhole = plan.mSource == rank;
       status = CheckForOneMode(mLocalInfos);
       break;
     case DISTRIBUTED:
       mLocalIsWhole = false;
       mSourceRank = kNobody;
-      status = CheckForDistMode(mLocalInfos);
+      status = TakeAgreement(plan, mLocalInfos);
       break;
     default:                      // GCOVR_EXCL_LINE: one of the three was decided
       return UnknownMode(mMode);  // GCOVR_EXCL_LINE
   }
   if (Log::Report(status) != STATUS_OK) return status;
 
-  MatrixLocalInfo const& reference = mLocalInfos.mData[source == kNobody ? 0 : source];
-  FillFromReference(reference, rank, root);
-  return mMode == DISTRIBUTED ? FillFromPieces(reference) : STATUS_OK;
+  FillFromReference(mLocalInfos.mData[plan.mReference], rank, root);
+  if (mMode == DISTRIBUTED) {
+    status = FillCounts(plan);
+    if (status != STATUS_OK) return status;
+  }
+  mRows = plan.mRows;
+  mCols = plan.mCols;
+  mNnz = plan.mNnz;
+  return STATUS_OK;
 }
 
-// The agreed attributes, and the shape as long as the reference process holds the whole matrix.
+// The agreed attributes.
 void AggregatorBase::FillFromReference(MatrixLocalInfo const& reference, int rank, int root) {
   mIsReceiver = root == kEverybody || rank == root;
   mRoot = root;
@@ -75,43 +91,28 @@ void AggregatorBase::FillFromReference(MatrixLocalInfo const& reference, int ran
   mPartition = reference.partition;
   mGlobalRows = reference.globalRows;
   mGlobalCols = reference.globalCols;
-  if (mMode == DISTRIBUTED) return;
-  mRows = reference.rows;
-  mCols = reference.cols;
-  mNnz = reference.nnz;
 }
 
-// The shape of the pieces together, and on receivers where each piece's entries go. Example:
-// two row bands of a 10 x 7 matrix with 28 and 42 entries give counts [28, 42], displacements
-// [0, 28] and 70 entries.
-PavexStatus AggregatorBase::FillFromPieces(MatrixLocalInfo const& reference) {
+// On receivers where each piece's entries go. Example: two row bands with 28 and 42 entries
+// give counts [28, 42] and displacements [0, 28].
+PavexStatus AggregatorBase::FillCounts(GatherPlan const& plan) {
   // The communicator would get a negative count, or one that leads behind an array whose size
   // in bytes has wrapped.
-  if (FindBadCount(mLocalInfos) != kNobody) return Log::Report(STATUS_INCONSISTENT);
-  if (mIsReceiver) {
-    long const pieces = mLocalInfos.mSize;
-    PavexStatus status = Log::Report(mPool->Get(mCounts, pieces));
-    if (status != STATUS_OK) return status;
-    status = Log::Report(mPool->Get(mDispls, pieces));
-    if (status != STATUS_OK) return status;
+  if (plan.mStage == GatherStage::COUNTS) return Log::Report(plan.mStatus);
+  if (!mIsReceiver) return STATUS_OK;
+  long const pieces = mLocalInfos.mSize;
+  PavexStatus status = Log::Report(mPool->Get(mCounts, pieces));
+  if (status != STATUS_OK) return status;
+  status = Log::Report(mPool->Get(mDispls, pieces));
+  if (status != STATUS_OK) return status;
 
-    long before = 0;
-    for (long p = 0; p < pieces; ++p) {
-      long const entries = mLocalInfos.mData[p].nnz;
-      mCounts.mData[p] = static_cast<int>(entries);
-      mDispls.mData[p] = static_cast<int>(before);
-      before = WrappingAdd(before, entries);
-    }
+  long before = 0;
+  for (long p = 0; p < pieces; ++p) {
+    long const entries = mLocalInfos.mData[p].nnz;
+    mCounts.mData[p] = static_cast<int>(entries);
+    mDispls.mData[p] = static_cast<int>(before);
+    before = WrappingAdd(before, entries);
   }
-
-  GatheredShape const shape = ShapeOfPieces(mLocalInfos, reference);
-  if (!shape.mKnown) {  // GCOVR_EXCL_START: CheckForDistMode refuses an unknown type before
-    Log::Error("[%s] Unexpected partition type %d\n", mPartition.type);
-    return STATUS_INVALID_VALUE;
-  }  // GCOVR_EXCL_STOP
-  mRows = shape.mRows;
-  mCols = shape.mCols;
-  mNnz = shape.mNnz;
   return STATUS_OK;
 }
 

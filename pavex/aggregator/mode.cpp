@@ -1,7 +1,8 @@
-// Decisions from the exchanged records: the mode, and whether the processes agree. Every
-// process runs them on the same records and so comes to the same result.
+// The log lines of the mode and of the agreement. The plan decides both; every process makes it
+// from the same records and so comes to the same result.
 
 #include "pavex/aggregator/aggregator_base.h"
+#include "pavex/aggregator/plan.h"
 #include "pavex/aggregator/rules.h"
 #include "pavex/runtime/log.h"
 
@@ -9,59 +10,74 @@ namespace Pavex {
 
 namespace {
 
-PavexStatus Disagree(char const* message) {
-  Log::Error(message);
+char const* LineOf(GatherFlaw flaw) {
+  switch (flaw) {
+    case GatherFlaw::CODES:
+      return "[%s] The pattern and attribute of local matrix is inconsistent.\n";
+    case GatherFlaw::STORE_TYPE:
+      return "[%s] The store type of local matrix is inconsistent.\n";
+    case GatherFlaw::PARTITION_TYPE:
+      return "[%s] Partition type of matrix is inconsistent.\n";
+    case GatherFlaw::NOT_ADJACENT:
+      return "[%s] Local matrices are not adjacent for DISTRIBUTED mode.\n";
+    case GatherFlaw::DIMENSION:
+      return "[%s] The dimension of global matrix is inconsistent.\n";
+    default:
+      return "[%s] Processes disagree on whether to aggregate values.\n";
+  }
+}
+
+// What is said of two neighbours, of which `first` is one.
+PavexStatus Disagree(GatherFlaw flaw, MatrixLocalInfo const& first) {
+  if (flaw == GatherFlaw::UNKNOWN_PARTITION) {
+    Log::Error("[%s] Unknown partition type, %d.\n", first.partition.type);
+    return STATUS_INVALID_VALUE;
+  }
+  Log::Error(LineOf(flaw));
   return STATUS_INCONSISTENT;
 }
 
-PavexStatus CheckAgreement(DistMatrixMode mode, Buffer<MatrixLocalInfo> const& infos) {
+PavexStatus CheckPairs(DistMatrixMode mode, Buffer<MatrixLocalInfo> const& infos) {
   Disagreement const found = FindDisagreement(mode, infos);
-  switch (found.mFlaw) {
-    case Flaw::NONE:
-      break;
-    case Flaw::CODES:
-      return Disagree("[%s] The pattern and attribute of local matrix is inconsistent.\n");
-    case Flaw::STORE_TYPE:
-      return Disagree("[%s] The store type of local matrix is inconsistent.\n");
-    case Flaw::PARTITION_TYPE:
-      return Disagree("[%s] Partition type of matrix is inconsistent.\n");
-    case Flaw::UNKNOWN_PARTITION:
-      Log::Error("[%s] Unknown partition type, %d.\n",
-                 infos.mData[found.mFirst].partition.type);
-      return STATUS_INVALID_VALUE;
-    case Flaw::NOT_ADJACENT:
-      return Disagree("[%s] Local matrices are not adjacent for DISTRIBUTED mode.\n");
-    case Flaw::DIMENSION:
-      return Disagree("[%s] The dimension of global matrix is inconsistent.\n");
-    case Flaw::FLAG:
-      return Disagree("[%s] Processes disagree on whether to aggregate values.\n");
-  }
-  return STATUS_OK;
+  if (found.mFlaw == GatherFlaw::NONE) return STATUS_OK;
+  return Disagree(found.mFlaw, infos.mData[found.mFirst]);
 }
 
 }  // namespace
 
-PavexStatus AggregatorBase::DetermineMode(Buffer<MatrixLocalInfo> const& infos,
-                                          DistMatrixMode& mode, int& source) {
-  Decision const decision = DecideMode(infos);
-  source = decision.mSource;
-  if (!decision.mDecided) {
+PavexStatus AggregatorBase::TakeMode(GatherPlan const& plan,
+                                     Buffer<MatrixLocalInfo> const& infos,
+                                     DistMatrixMode& mode) {
+  if (plan.mStage == GatherStage::MODE) {
     Log::Error(
         "[%s] Invalid distribution mode: %d processes (out of %ld) has empty local matrix.\n",
-        decision.mEmpty, static_cast<long>(infos.mSize));
-    return STATUS_INCONSISTENT;
+        plan.mEmpty, static_cast<long>(infos.mSize));
+    return plan.mStatus;
   }
-  mode = decision.mMode;
+  mode = plan.mMode;
   Log::Debug("[%s] Matrix mode is %s.\n", DistMatrixModeStr(mode));
   return STATUS_OK;
 }
 
+PavexStatus AggregatorBase::TakeAgreement(GatherPlan const& plan,
+                                          Buffer<MatrixLocalInfo> const& infos) {
+  if (plan.mStage != GatherStage::AGREEMENT) return STATUS_OK;
+  return Disagree(plan.mFlaw, infos.mData[plan.mProcess]);
+}
+
+PavexStatus AggregatorBase::DetermineMode(Buffer<MatrixLocalInfo> const& infos,
+                                          DistMatrixMode& mode, int& source) {
+  GatherPlan const plan = PlanGather(infos, 1, 1);
+  source = plan.mSource;
+  return TakeMode(plan, infos, mode);
+}
+
 PavexStatus AggregatorBase::CheckForDistMode(Buffer<MatrixLocalInfo> const& infos) {
-  return CheckAgreement(DISTRIBUTED, infos);
+  return CheckPairs(DISTRIBUTED, infos);
 }
 
 PavexStatus AggregatorBase::CheckForAllMode(Buffer<MatrixLocalInfo> const& infos) {
-  return CheckAgreement(CENTRALIZED_ALL, infos);
+  return CheckPairs(CENTRALIZED_ALL, infos);
 }
 
 PavexStatus AggregatorBase::CheckForOneMode(Buffer<MatrixLocalInfo> const& infos) const {

@@ -1,11 +1,12 @@
 // The rules by which the exchanged records are judged: pure functions that neither log nor
-// communicate. The checks of a gather act on what they find, and its description tells it.
+// communicate. A plan is made of them.
 //
 // Internal.
 
 #pragma once
 
 #include "pavex/aggregator/local_info.h"
+#include "pavex/aggregator/plan.h"
 #include "pavex/runtime/buffer.h"
 
 #include <cstdint>
@@ -16,51 +17,45 @@ namespace Pavex {
 // piece does not.
 bool IsEmpty(MatrixLocalInfo const& info);
 
-struct Decision {
-  bool mDecided = false;
-  DistMatrixMode mMode = CENTRALIZED_ALL;  // if decided
-  int mSource = kNobody;                   // the first process that is not empty
-  int mEmpty = 0;                          // empty processes
-};
-Decision DecideMode(Buffer<MatrixLocalInfo> const& infos);
-
 // Where the neighbour of a band has to begin.
 std::int64_t AdjacentBegin(MatrixLocalInfo const& band);
 
-// In what two neighbours may disagree.
-enum class Flaw {
-  NONE,
-  CODES,
-  STORE_TYPE,
-  PARTITION_TYPE,
-  UNKNOWN_PARTITION,
-  NOT_ADJACENT,
-  DIMENSION,
-  FLAG
-};
+// In what two neighbours disagree.
 struct Disagreement {
-  Flaw mFlaw = Flaw::NONE;
-  std::int64_t mFirst = 0;  // the pair is this process and the next
+  GatherFlaw mFlaw = GatherFlaw::NONE;
+  std::int64_t mFirst = kNobody;  // the pair is this process and the next
 };
 // The first one in the order of the pairs. In CENTRALIZED_ONE there is none: nothing is
 // compared.
 Disagreement FindDisagreement(DistMatrixMode mode, Buffer<MatrixLocalInfo> const& infos);
 
-// The first process with a negative number of entries, or with which there are more than an
-// array of any type can hold; kNobody if there is none.
-std::int64_t FindBadCount(Buffer<MatrixLocalInfo> const& infos);
-
-struct GatheredShape {
+// What one pass over the records finds.
+struct Survey {
+  int mEmpty = 0;           // empty processes
+  int mSource = kNobody;    // the first process that is not empty
+  DistMatrixMode mAssumed;  // the mode if no process is empty
+  // In the assumed mode, among the processes before the first empty one.
+  Disagreement mDisagreement;
+  // Sums over all processes; they wrap.
   long mRows = 0;
   long mCols = 0;
   long mNnz = 0;
-  bool mKnown = true;  // false for a partition of an unknown type
+  bool mNegative = false;  // rows or columns of a process, or of the sums so far
+  // The first process with a negative number of entries, or with which there are more than an
+  // array of any type can hold.
+  std::int64_t mBadCount = kNobody;
 };
-// Of the pieces together, cut as `reference` says.
-GatheredShape ShapeOfPieces(Buffer<MatrixLocalInfo> const& infos,
-                            MatrixLocalInfo const& reference);
+Survey TakeSurvey(Buffer<MatrixLocalInfo> const& infos);
+
+// The gathered matrix.
+struct GatheredShape {
+  long mRows;
+  long mCols;
+  long mNnz;
+};
+
 // Whether a dense matrix has just the entries of its shape.
-bool FillsShape(long rows, long cols, long nnz);
+bool FillsShape(GatheredShape const& shape);
 
 // The first process whose lengths of rows (columns, unless `byRows`) do not land inside the
 // `count` + 1 gathered offsets of a compressed matrix; kNobody if there is none. `first`: the
@@ -71,6 +66,14 @@ std::int64_t FindLengthsOutside(bool byRows, std::int64_t first, std::int64_t co
 // Whether the pieces of a dense matrix, cut as `partition` says, are the gathered one already
 // when they stand one after the other, so that nothing is reordered.
 bool PiecesAreInOrder(std::int32_t partition, bool rowMajor, long rows, long cols);
+
+// The first process whose dense piece, cut as `partition` says and moved in that order, goes
+// outside the gathered matrix; kNobody if there is none.
+std::int64_t FindPieceOutside(Buffer<MatrixLocalInfo> const& infos, std::int32_t partition,
+                              bool rowMajor, GatheredShape const& shape);
+
+// Whether a dense store type tells the order of the elements.
+bool TellsOrder(PavexMatrixStoreType type);
 
 // "row-wise", "column-wise" or "nonzero-wise"; null for any other type.
 char const* PartitionWord(std::int32_t type);

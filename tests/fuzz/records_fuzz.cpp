@@ -66,6 +66,30 @@ Input Parse(std::uint8_t const* data, std::size_t size) {
 
 // --- The conclusion
 
+GatherPlan PlanOf(Records records) {
+  Buffer<MatrixLocalInfo> view;
+  view.Borrow(records.data(), static_cast<std::int64_t>(records.size()));
+  return PlanGather(view, sizeof(double), sizeof(int));
+}
+
+// As the first step of a gather ends with this plan.
+Conclusion ConclusionOf(GatherPlan const& plan) {
+  Conclusion conclusion;
+  if (plan.mStage <= GatherStage::COUNTS) {
+    conclusion.status = plan.mStatus;
+    return conclusion;
+  }
+  conclusion.mode = plan.mMode;
+  conclusion.source = plan.mSource;
+  if (plan.mMode != CENTRALIZED_ONE)
+    conclusion.source = plan.mMode == DISTRIBUTED ? kNobody : kEverybody;
+  conclusion.withValues = plan.mWithValues;
+  conclusion.rows = plan.mRows;
+  conclusion.cols = plan.mCols;
+  conclusion.entries = plan.mNnz;
+  return conclusion;
+}
+
 // `text`: what the rank tells about it.
 Conclusion Conclude(Records const& records, int rank, bool toAll, std::string& text) {
   SmallPool pool;
@@ -87,6 +111,8 @@ Conclusion Conclude(Records const& records, int rank, bool toAll, std::string& t
 }
 
 void CheckConclusions(Input const& input, Conclusion const& expected) {
+  Require(ConclusionOf(PlanOf(input.records)) == expected,
+          "the plan comes to the expected conclusion");
   if (RankCount(input) == 1) return;  // nothing is exchanged
   std::string firstText;
   for (int rank = 0; rank < RankCount(input); ++rank) {
@@ -95,7 +121,7 @@ void CheckConclusions(Input const& input, Conclusion const& expected) {
             "every rank comes to the expected conclusion");
     if (rank == 0) firstText = text;
     Require(text == firstText, "all ranks tell the same");
-    Require(expected.status == STATUS_OK || text.find("refused: ") != std::string::npos,
+    Require(expected.status == STATUS_OK || text.rfind("refused: ", 0) == 0,
             "a refusal is told as one");
   }
 }
@@ -170,7 +196,8 @@ struct Outcome {
   bool threw = false;        // std::bad_cast
   bool lacksValues = false;  // that it has to send
   bool hasTarget = false;
-  std::string text;  // what the rank tells about it
+  bool moved = false;  // anything but the records
+  std::string text;    // what the rank tells about it
 };
 
 // Nobody compares classes where one process holds the whole: a matrix of another one throws.
@@ -184,23 +211,24 @@ bool MustThrow(Input const& input, int rank, Conclusion const& conclusion) {
 }
 
 // What is told about a gather says how it ends.
-void CheckText(Outcome const& outcome, Conclusion const& conclusion) {
-  bool const agreed = outcome.text.find("\nagreed: ") != std::string::npos;
-  bool const refused = outcome.text.find("\nrefused: ") != std::string::npos;
+void CheckText(Input const& input, Outcome const& outcome) {
+  bool const agreed = outcome.text.rfind("agreed: ", 0) == 0;
+  bool const refused = outcome.text.rfind("refused: ", 0) == 0;
   Require(!agreed || !outcome.threw, "a matrix of another class is told");
-  Require(!agreed || outcome.lacksValues || outcome.status == STATUS_OK ||
+  Require(!agreed || !outcome.lacksValues || !input.hasValues,
+          "a process without entries that has to send values is told");
+  Require(refused || outcome.threw || outcome.lacksValues || outcome.status == STATUS_OK ||
               IsOthersFailure(outcome.status),
-          "agreed records and values at hand are gathered, if the memory and the peers allow");
-  // (The others may have what they need where the class of one is another.)
-  Require(!refused || !outcome.hasTarget || conclusion.mode == CENTRALIZED_ONE,
-          "refused records give no matrix");
+          "records are gathered or refused, if the values, the memory and the peers allow");
+  Require(!refused || (!outcome.threw && outcome.status != STATUS_OK && !outcome.moved),
+          "refused records fail the gather before anything moves");
 }
 
 void CheckGather(Input const& input, int rank, Outcome const& outcome,
                  Conclusion const& conclusion) {
   Require(outcome.threw == MustThrow(input, rank, conclusion),
           "a matrix of another class is thrown at, and no other");
-  CheckText(outcome, conclusion);
+  CheckText(input, outcome);
   if (outcome.threw) return;
   Require(IsGatherStatus(outcome.status), "the status of the gather is one of a gather");
   Require(conclusion.status == STATUS_OK || outcome.status == conclusion.status,
@@ -216,7 +244,8 @@ void CheckGather(Input const& input, int rank, Outcome const& outcome,
 template <typename T, typename I>
 Outcome GatherOn(Input const& input, int rank, Conclusion const& conclusion,
                  MatrixBase const& local, Aggregator<T, I>& aggregator) {
-  auto const comm = std::make_shared<AnnouncedComm>(rank, input.records, false);
+  auto const comm =
+      std::make_shared<TraceComm>(std::make_shared<AnnouncedComm>(rank, input.records, false));
   bool const withValues = FlagOf(input.records[static_cast<std::size_t>(rank)]);
   Outcome outcome;
   try {
@@ -228,6 +257,7 @@ Outcome GatherOn(Input const& input, int rank, Conclusion const& conclusion,
   bool const sends = conclusion.mode == DISTRIBUTED || conclusion.source == rank;
   outcome.lacksValues = conclusion.withValues && sends && !local.HasValues();
   outcome.hasTarget = aggregator.Target() != nullptr;
+  outcome.moved = comm->DataTexts().size() > 1;
   outcome.text = aggregator.Describe();
   return outcome;
 }

@@ -77,22 +77,6 @@ struct RankUnderTest {
   AggregatorProbe<T, I> aggregator;
 };
 
-// The record of `local` in the exchange.
-inline MatrixLocalInfo RecordOf(MatrixBase const& local, bool withValues) {
-  MatrixLocalInfo info{};
-  info.withValues = withValues;
-  info.pattern = local.mPattern;
-  info.attribute = local.mAttribute;
-  info.storeType = local.StoreType();
-  info.partition = local.mPartition;
-  info.globalRows = local.mGlobalRows;
-  info.globalCols = local.mGlobalCols;
-  info.rows = local.mRows;
-  info.cols = local.mCols;
-  info.nnz = local.NNZ();
-  return info;
-}
-
 // Rank `rank` of a job whose ranks hold `locals`. The ranks exchange the records only.
 inline std::shared_ptr<ScriptedComm> ScriptedRank(int rank,
                                                   std::vector<MatrixBase const*> const& locals,

@@ -26,10 +26,11 @@ inline std::string About(Records records,
   return rank.aggregator.Describe();
 }
 
-// Its line about the mode and what follows.
+// Its verdict and the line about the mode.
 inline std::string VerdictAbout(Records const& records) {
   std::string const text = About(records);
-  return text.substr(text.find("mode "));
+  std::size_t const mode = text.find("mode ");
+  return text.substr(0, text.find('\n', mode) + 1);
 }
 
 }  // namespace Pavex

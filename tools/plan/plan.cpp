@@ -75,17 +75,28 @@ std::vector<CountedMatrix> CountPieces(Source const& source, GatherOptions const
   return matrices;
 }
 
+struct ElementBytes {
+  long mValue = 0;
+  long mIndex = 0;
+};
+
+ElementBytes BytesOf(ValueKind value, GatherOptions const& options) {
+  ElementBytes bytes;
+  WithTypes(value, options.mIndex, [&bytes](auto valueTag, auto indexTag) {
+    bytes.mValue = sizeof(typename decltype(valueTag)::Type);
+    bytes.mIndex = sizeof(typename decltype(indexTag)::Type);
+  });
+  return bytes;
+}
+
 // The arithmetic of a gather: what each rank takes from its pool and receives.
 class Account {
  public:
-  Account(GatherOptions const& options, PieceDecision const& decision, ValueKind value)
-      : mOptions(options), mDecision(decision) {
-    WithTypes(value, options.mIndex, [this](auto valueTag, auto indexTag) {
-      mValueBytes = sizeof(typename decltype(valueTag)::Type);
-      mIndexBytes = sizeof(typename decltype(indexTag)::Type);
-    });
-    if (!options.mWithValues) mValueBytes = 0;
-  }
+  Account(GatherOptions const& options, PieceDecision const& decision, ElementBytes bytes)
+      : mOptions(options),
+        mDecision(decision),
+        mValueBytes(options.mWithValues ? bytes.mValue : 0),
+        mIndexBytes(bytes.mIndex) {}
 
   // Of the arrays of a piece as the application holds it.
   long PieceBytes(PlanRank const& rank) const {
@@ -206,8 +217,8 @@ class Account {
 
   GatherOptions const& mOptions;
   PieceDecision const& mDecision;
-  long mValueBytes = 0;
-  long mIndexBytes = 0;
+  long mValueBytes;
+  long mIndexBytes;
 };
 
 void WarnOfLoneBand(PieceDecision const& decision, std::vector<std::string>& warnings) {
@@ -296,8 +307,10 @@ Plan MakePlan(Source const& source, GatherOptions const& options) {
   plan.mOptions = options;
   plan.mValue = ChooseValue(source, options.mValue, options.mWithValues);
 
+  ElementBytes const bytes = BytesOf(plan.mValue, options);
   PieceDecision const decision =
-      DecideOn(CountPieces(source, options, plan.mRanks), options.mWithValues);
+      DecideOn(CountPieces(source, options, plan.mRanks), options.mWithValues,
+               static_cast<std::size_t>(bytes.mValue), static_cast<std::size_t>(bytes.mIndex));
   plan.mDecided = decision.mStatus == STATUS_OK;
   plan.mMode = decision.mMode;
   plan.mDescription = decision.mDescription;
@@ -305,7 +318,7 @@ Plan MakePlan(Source const& source, GatherOptions const& options) {
   plan.mCols = decision.mCols;
   plan.mEntries = decision.mEntries;
 
-  Account const account(options, decision, plan.mValue);
+  Account const account(options, decision, bytes);
   for (PlanRank& rank : plan.mRanks)
     rank.mBytes = account.PieceBytes(rank);
   if (plan.mDecided) account.Fill(plan.mRanks);

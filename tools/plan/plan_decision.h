@@ -6,6 +6,7 @@
 #include "pavex/matrix/matrix_base.h"
 #include "pavex/runtime/status.h"
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -41,8 +42,8 @@ struct PieceDecision {
   std::string mDescription;  // set in any case
 };
 
-// One matrix for each rank. Runs the first step of a gather over a communicator that knows all
-// records.
-PieceDecision DecideOn(std::vector<CountedMatrix> const& pieces, bool withValues);
+// One matrix for each rank; the elements of T and I have `valueBytes` and `indexBytes` bytes.
+PieceDecision DecideOn(std::vector<CountedMatrix> const& pieces, bool withValues,
+                       std::size_t valueBytes, std::size_t indexBytes);
 
 }  // namespace Pavex::Tool

@@ -1,0 +1,165 @@
+// What a gather will do, decided from the records of its processes: a value that can be had
+// without a communicator. The gather itself acts on the same plan.
+//
+// Every function here is local, logs nothing and takes nothing from a pool. Records may hold
+// any bytes.
+
+#pragma once
+
+#include "pavex/aggregator/local_info.h"
+#include "pavex/matrix/matrix_base.h"
+#include "pavex/matrix/store_type.h"
+#include "pavex/runtime/buffer.h"
+#include "pavex/runtime/export.h"
+#include "pavex/runtime/status.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace Pavex {
+
+// The record of a process that passes `local` and `withValues` to a gather.
+PAVEX_API MatrixLocalInfo RecordOf(MatrixBase const& local, bool withValues);
+
+// The steps of a gather that can refuse its records, in their order. A refusal fails the gather
+// on every process, before any entry moves.
+enum class GatherStage {
+  MODE,        // how many processes are empty
+  AGREEMENT,   // each process compared with the next
+  COUNTS,      // entries of the pieces
+  STORE_TYPE,  // the class to gather
+  OFFSETS,     // where the rows (columns) of compressed pieces go
+  VALUES,      // where the elements of dense pieces go
+  NONE         // no step refuses them
+};
+
+// "mode", "agreement", "counts", "store type", "offsets", "values"; "none".
+PAVEX_API char const* GatherStageStr(GatherStage stage) noexcept;
+
+// Why a step refuses the records. The first seven are found between a process and the next.
+enum class GatherFlaw {
+  CODES,               // pattern or attribute differ
+  STORE_TYPE,          // the store types differ
+  PARTITION_TYPE,      // the partition types differ
+  UNKNOWN_PARTITION,   // both declare a partition type that does not exist
+  NOT_ADJACENT,        // the second band does not begin where the first one ends
+  DIMENSION,           // the shapes differ
+  FLAG,                // the flags of the values differ
+  SOME_EMPTY,          // some processes are empty: neither all nor all but one
+  BAD_COUNT,           // negative entries, or more together than memory can hold
+  UNKNOWN_STORE_TYPE,  // the reference process's store type does not exist
+  TOO_MANY_OFFSETS,    // more rows (columns) together than memory can hold
+  LENGTHS_OUTSIDE,     // rows (columns) of a piece go outside the gathered ones
+  NOT_FILLED,          // the entries are not rows times columns of the gathered shape
+  RUNS_OUTSIDE,        // a dense piece goes outside the gathered matrix
+  NONE
+};
+
+// A gather as its records decide it.
+struct GatherPlan {
+  // The first refusal.
+  GatherStage mStage = GatherStage::NONE;
+  GatherFlaw mFlaw = GatherFlaw::NONE;
+  PavexStatus mStatus = STATUS_OK;  // that the gather returns
+  // Who is at fault, of two neighbours the first; kNobody if it is no process in particular.
+  std::int64_t mProcess = kNobody;
+
+  // The mode; without meaning if that stage refuses the records.
+  DistMatrixMode mMode = CENTRALIZED_ALL;
+  int mSource = kNobody;  // the first process that is not empty
+  int mEmpty = 0;         // how many processes are empty
+
+  // The process that the gathered matrix is described by, and what its record says. kNobody
+  // without records.
+  int mReference = kNobody;
+  StoreKind mKind = StoreKind::UNKNOWN;
+  bool mWithValues = false;
+
+  // The gathered matrix; known if the first three stages pass.
+  long mRows = 0;
+  long mCols = 0;
+  long mNnz = 0;
+  // Elements of the largest array that is transferred; a communicator counts up to
+  // kMostCounted.
+  long mMostMoved = 0;
+
+  // Of dense pieces that travel: whether the entries fill the gathered shape, and the first
+  // process whose piece goes outside it (kNobody: none) if the local matrices are column-major
+  // (0) or row-major (1).
+  bool mFills = true;
+  std::int64_t mOutside[2] = {kNobody, kNobody};
+
+  // Sizes of the elements that the plan was made for.
+  std::size_t mValueBytes = 0;
+  std::size_t mIndexBytes = 0;
+
+  static constexpr long kMostCounted = std::numeric_limits<int>::max();
+
+  bool Refused() const noexcept { return mStage != GatherStage::NONE; }
+  // Whether every count of a transfer is one that a communicator can count.
+  bool CountsFit() const noexcept {
+    return mRows >= 0 && mCols >= 0 && mNnz >= 0 && mMostMoved <= kMostCounted;
+  }
+  // Why dense values of local matrices in this order cannot be placed; NONE if they can.
+  GatherFlaw DenseFlaw(bool rowMajor) const noexcept {
+    if (!mFills) return GatherFlaw::NOT_FILLED;
+    return mOutside[rowMajor ? 1 : 0] == kNobody ? GatherFlaw::NONE : GatherFlaw::RUNS_OUTSIDE;
+  }
+};
+
+// Plans the gather whose processes exchange `records`, one per process by rank. `valueBytes`
+// and `indexBytes`: the sizes of T and I. Takes no memory. Reads the records once, and once
+// more where pieces are placed otherwise than in the order of the ranks.
+PAVEX_API GatherPlan PlanGather(Buffer<MatrixLocalInfo> const& records, std::size_t valueBytes,
+                                std::size_t indexBytes);
+
+// What the gather does not refuse, though it is hardly meant.
+enum class FindingKind {
+  NEGATIVE_SIZE,     // the gathered matrix has a negative size
+  TOO_MANY,          // more elements in one transfer than a communicator can count
+  TOO_LARGE,         // an array of more bytes than can be addressed
+  OTHER_CLASS,       // a process has another class than the holder: std::bad_cast there
+  OTHER_ORDER,       // a process has another dense order than the holder
+  ORDER_DECIDES,     // the record does not tell the dense order, and one order is refused
+  NO_VALUES,         // a process has no entries, but must send values: it fails, others wait
+  LONE_PARTITION,    // a piece of the declared whole is taken for the whole matrix
+  COUNTED_FROM_ONE,  // the begins seem to be counted from 1
+  UNCOVERED,         // rows (columns) of the declared whole that no process holds
+  OUTSIDE            // rows (columns) outside the declared whole
+};
+
+// One finding; a kind is reported once, for the first process that shows it, except that rows
+// and columns at both ends can be uncovered or outside.
+struct GatherFinding {
+  FindingKind mKind;
+  std::int64_t mProcess = kNobody;  // kNobody: the gathered matrix as a whole
+  std::int64_t mProcesses = 1;      // how many processes show it
+  bool mByRows = true;              // mFirst and mLast count rows, else columns
+  std::int64_t mFirst = 0;          // UNCOVERED and OUTSIDE: the first row (column)
+  std::int64_t mLast = 0;           // and the last one
+};
+
+// What is suspicious about records that `plan`, made from them, does not refuse; empty if the
+// plan is a refusal. What only some processes meet is found here: the gather may succeed on the
+// others, or leave them waiting.
+PAVEX_API std::vector<GatherFinding> FindSuspicious(Buffer<MatrixLocalInfo> const& records,
+                                                    GatherPlan const& plan);
+
+// A finding in words, such as "declared 9 x 2: rows 2 to 8 are held by no process".
+PAVEX_API std::string Describe(GatherFinding const& finding,
+                               Buffer<MatrixLocalInfo> const& records, GatherPlan const& plan);
+
+// Whose records a description lists.
+enum class Listed {
+  FIRST_AND_LAST,  // of many processes only the first and the last few
+  ALL
+};
+
+// The plan and its records in words, as Aggregator::Describe gives them after a gather.
+PAVEX_API std::string Describe(Buffer<MatrixLocalInfo> const& records, GatherPlan const& plan,
+                               Listed listed = Listed::FIRST_AND_LAST);
+
+}  // namespace Pavex
