@@ -79,9 +79,10 @@ class PAVEX_API AggregatorBase {
   static PavexStatus CheckForAllMode(Buffer<MatrixLocalInfo> const& infos);
   // Only a notice about this process's own partition; never fails.
   PavexStatus CheckForOneMode(Buffer<MatrixLocalInfo> const& infos) const;
-  // The same from the plan of all records: log lines and statuses of its first two stages.
+  // Logs the mode of the plan of `infos` and writes it, or logs its refusal.
   static PavexStatus TakeMode(GatherPlan const& plan, Buffer<MatrixLocalInfo> const& infos,
                               DistMatrixMode& mode);
+  // Logs the disagreement for which the plan of `infos` refuses them, if that is the reason.
   static PavexStatus TakeAgreement(GatherPlan const& plan,
                                    Buffer<MatrixLocalInfo> const& infos);
 
@@ -118,8 +119,9 @@ class PAVEX_API AggregatorBase {
   // Whether communication and global layout coincide.
   bool ContiguousLocalSubmat(bool rowMajor) const;
   // Whether the gathered shape and entries belong together, and every piece lands inside: the
-  // result is the same on every process. A gather takes it from its plan.
+  // result is the same on every process. For an update or a scatter.
   PavexStatus CheckDense(bool rowMajor) const;
+  // The same for a gather, whose plan has found `flaw`.
   PavexStatus CheckDense(GatherFlaw flaw) const;
   // How many records a reordering reads.
   int Pieces() const;

@@ -76,8 +76,10 @@ struct MatrixLocalInfo {
   // Rows, or columns unless `byRows`.
   std::int64_t Lines(bool byRows) const noexcept { return byRows ? rows : cols; }
 
-  // Of a dense piece in that order: how many runs it has, and the elements of one.
+  // How many runs a dense piece in that order has.
   std::int64_t Runs(bool rowMajor) const noexcept { return Lines(rowMajor); }
+
+  // How many elements a run of a dense piece in that order has.
   std::int64_t RunLength(bool rowMajor) const noexcept { return Lines(!rowMajor); }
 
   // The flag of a peer is a byte that may hold anything; any value but 0 is true.

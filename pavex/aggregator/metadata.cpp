@@ -2,6 +2,7 @@
 
 #include "pavex/aggregator/aggregator_base.h"
 #include "pavex/aggregator/plan.h"
+#include "pavex/aggregator/rules.h"
 #include "pavex/runtime/log.h"
 #include "pavex/runtime/wrapping.h"
 
@@ -73,6 +74,10 @@ PavexStatus AggregatorBase::InitMetadata(MatrixBase const& local, bool withValue
   if (mMode == DISTRIBUTED) {
     status = FillCounts(plan);
     if (status != STATUS_OK) return status;
+    if (PartitionWord(mPartition.type) == nullptr) {  // GCOVR_EXCL_START: refused before
+      Log::Error("[%s] Unexpected partition type %d\n", mPartition.type);
+      return STATUS_INVALID_VALUE;
+    }  // GCOVR_EXCL_STOP
   }
   mRows = plan.mRows;
   mCols = plan.mCols;

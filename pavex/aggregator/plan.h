@@ -60,46 +60,50 @@ enum class GatherFlaw {
 
 // A gather as its records decide it.
 struct GatherPlan {
-  // The first refusal.
-  GatherStage mStage = GatherStage::NONE;
-  GatherFlaw mFlaw = GatherFlaw::NONE;
-  PavexStatus mStatus = STATUS_OK;  // that the gather returns
-  // Who is at fault, of two neighbours the first; kNobody if it is no process in particular.
-  std::int64_t mProcess = kNobody;
+  // --- The first refusal
 
-  // The mode; without meaning if that stage refuses the records.
-  DistMatrixMode mMode = CENTRALIZED_ALL;
-  int mSource = kNobody;  // the first process that is not empty
-  int mEmpty = 0;         // how many processes are empty
+  GatherStage mStage = GatherStage::NONE;  // the step that refuses the records
+  GatherFlaw mFlaw = GatherFlaw::NONE;     // why it does
+  PavexStatus mStatus = STATUS_OK;         // what the gather returns
+  std::int64_t mProcess = kNobody;  // at fault, of two neighbours the first; kNobody: no one
 
-  // The process that the gathered matrix is described by, and what its record says. kNobody
-  // without records.
-  int mReference = kNobody;
-  StoreKind mKind = StoreKind::UNKNOWN;
-  bool mWithValues = false;
+  // --- The mode; without meaning if GatherStage::MODE refuses the records
 
-  // The gathered matrix; known if the first three stages pass.
-  long mRows = 0;
-  long mCols = 0;
-  long mNnz = 0;
-  // Elements of the largest array that is transferred; a communicator counts up to
-  // kMostCounted.
-  long mMostMoved = 0;
+  DistMatrixMode mMode = CENTRALIZED_ALL;  // how the matrix is spread
+  int mSource = kNobody;                   // the first process that is not empty
+  int mEmpty = 0;                          // how many processes are empty
 
-  // Of dense pieces that travel: whether the entries fill the gathered shape, and the first
-  // process whose piece goes outside it (kNobody: none) if the local matrices are column-major
-  // (0) or row-major (1).
-  bool mFills = true;
+  // --- The reference process, whose record describes the gathered matrix
+
+  int mReference = kNobody;              // its rank; kNobody without records
+  StoreKind mKind = StoreKind::UNKNOWN;  // its storage class
+  bool mWithValues = false;              // its flag: values move as well as the pattern
+
+  // --- The gathered matrix; known if the first three stages pass
+
+  long mRows = 0;       // as the pieces give
+  long mCols = 0;       // as the pieces give
+  long mNnz = 0;        // entries
+  long mMostMoved = 0;  // elements of the largest array that is transferred
+
+  // --- Dense pieces that travel
+
+  bool mFills = true;  // the entries are rows times columns of the gathered shape
+  // The first process whose piece goes outside the gathered matrix if the local matrices are
+  // column-major (0) or row-major (1); kNobody if there is none.
   std::int64_t mOutside[2] = {kNobody, kNobody};
 
-  // Sizes of the elements that the plan was made for.
-  std::size_t mValueBytes = 0;
-  std::size_t mIndexBytes = 0;
+  // --- Sizes that the plan was made for
 
+  std::size_t mValueBytes = 0;  // of T
+  std::size_t mIndexBytes = 0;  // of I
+
+  // The most elements that one transfer of a communicator can count.
   static constexpr long kMostCounted = std::numeric_limits<int>::max();
 
+  // Whether the gather fails on every process.
   bool Refused() const noexcept { return mStage != GatherStage::NONE; }
-  // Whether every count of a transfer is one that a communicator can count.
+  // Whether a communicator can count the elements of every transfer.
   bool CountsFit() const noexcept {
     return mRows >= 0 && mCols >= 0 && mNnz >= 0 && mMostMoved <= kMostCounted;
   }
@@ -134,12 +138,12 @@ enum class FindingKind {
 // One finding; a kind is reported once, for the first process that shows it, except that rows
 // and columns at both ends can be uncovered or outside.
 struct GatherFinding {
-  FindingKind mKind;
-  std::int64_t mProcess = kNobody;  // kNobody: the gathered matrix as a whole
+  FindingKind mKind;                // what is found
+  std::int64_t mProcess = kNobody;  // who shows it; kNobody: the gathered matrix as a whole
   std::int64_t mProcesses = 1;      // how many processes show it
   bool mByRows = true;              // mFirst and mLast count rows, else columns
   std::int64_t mFirst = 0;          // UNCOVERED and OUTSIDE: the first row (column)
-  std::int64_t mLast = 0;           // and the last one
+  std::int64_t mLast = 0;           // UNCOVERED and OUTSIDE: the last row (column)
 };
 
 // What is suspicious about records that `plan`, made from them, does not refuse; empty if the

@@ -220,7 +220,7 @@ void CheckText(Input const& input, Outcome const& outcome) {
   Require(refused || outcome.threw || outcome.lacksValues || outcome.status == STATUS_OK ||
               IsOthersFailure(outcome.status),
           "records are gathered or refused, if the values, the memory and the peers allow");
-  Require(!refused || (!outcome.threw && outcome.status != STATUS_OK && !outcome.moved),
+  Require(!refused || ((outcome.threw || outcome.status != STATUS_OK) && !outcome.moved),
           "refused records fail the gather before anything moves");
 }
 
