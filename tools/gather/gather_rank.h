@@ -7,15 +7,15 @@
 #include "tools/cut/refusals.h"
 #include "tools/gather/gather_job.h"
 #include "tools/gather/pattern_of.h"
+#include "tools/matrix/elements.h"
 #include "tools/matrix/gathered_bytes.h"
 #include "tools/matrix/local_matrix.h"
 #include "tools/matrix/verify.h"
 #include "tools/matrix/write_gathered.h"
 #include "tools/ranks/collect.h"
-#include "tools/ranks/out_of_memory.h"
+#include "tools/ranks/timing.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -35,13 +35,10 @@ class GatherRank {
   void Run(GatherResult* result);
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   void BuildPiece();
   void Gather();
   void Update();
   void Scatter();
-  void Advance(MatrixBase& gathered) const;
   template <typename Operation>
   void Time(char const* step, Operation const& operation);
 
@@ -113,11 +110,8 @@ void GatherRank<T, I>::BuildPiece() {
 template <typename T, typename I>
 template <typename Operation>
 void GatherRank<T, I>::Time(char const* step, Operation const& operation) {
-  Require(mComm->Barrier(), "the barrier", *mComm);
-  auto const start = Clock::now();
-  RequireWithin(mPool, operation(), std::string("the ") + step, *mComm);
-  double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
-  mTimings.push_back({step, LargestOfAll(*mComm, seconds), 0});
+  mTimings.push_back(
+      {step, TimeTogether(*mComm, mPool, std::string("the ") + step, operation), 0});
 }
 
 template <typename T, typename I>
@@ -153,31 +147,21 @@ void GatherRank<T, I>::Update() {
 template <typename T, typename I>
 void GatherRank<T, I>::Scatter() {
   bool const borrows = mAggregator.Target() != nullptr && OwnGatheredBytes(true, true) > 0;
-  if (mAggregator.Target() != nullptr) Advance(*mAggregator.Target());
+  if (MatrixBase const* const gathered = mAggregator.Target()) {
+    Elements<T, I> const elements(*gathered);
+    ForEachElement(elements, [&elements](long row, long col, std::size_t k) {
+      elements.mValues[k] += StepIncrement<T>(row, col);
+    });
+  }
   ++mSteps;
   Time("scatter", [this] { return mAggregator.Scatter(mLocal->Matrix()); });
   long const pieceBytes = mRecord.mEntries * static_cast<long>(sizeof(T));
   mTimings.back().mBytes = SumOfAll(*mComm, borrows ? 0 : pieceBytes);
 
-  PavexMatrixStore store;
-  mLocal->Matrix().Query(store);
-  bool const rowMajor = store.type == STORE_DENSE_ROW_MAJOR;
+  Elements<T, I> const local(mLocal->Matrix());
   KeepDifference(
       "after the scatter",
-      FindDifferenceInBlock(static_cast<T const*>(store.dense.values), store.dense.ld, rowMajor,
-                            mLocal->Place(), mSource, mSteps));
-}
-
-template <typename T, typename I>
-void GatherRank<T, I>::Advance(MatrixBase& gathered) const {
-  PavexMatrixStore store;
-  gathered.Query(store);
-  auto* const values = static_cast<T*>(store.dense.values);
-  bool const rowMajor = store.type == STORE_DENSE_ROW_MAJOR;
-  for (long row = 0; row < store.rows; ++row)
-    for (long col = 0; col < store.cols; ++col)
-      values[rowMajor ? row * store.dense.ld + col : col * store.dense.ld + row] +=
-          StepIncrement<T>(row, col);
+      FindDifferenceInBlock<T>(local.mValues, local.mLayout, mLocal->Place(), mSource, mSteps));
 }
 
 template <typename T, typename I>

@@ -5,7 +5,7 @@
 #include "tools/choice/options.h"
 #include "tools/gather/pattern_cells.h"
 #include "tools/gather/report.h"
-#include "tools/matrix/entries.h"
+#include "tools/matrix/elements.h"
 
 #include <cstddef>
 #include <vector>
@@ -14,12 +14,9 @@ namespace Pavex::Tool {
 
 // The elements of each rank's block, band by band. A matrix that every rank held counts as that
 // of rank 0.
-template <typename T>
-void AddDense(PavexMatrixStore const& store, std::vector<RankRecord> const& pieces,
+template <typename T, typename I>
+void AddDense(Elements<T, I> const& gathered, std::vector<RankRecord> const& pieces,
               Partition partition, PatternCells& cells) {
-  bool const rowMajor = store.type == STORE_DENSE_ROW_MAJOR;
-  auto const* const values = static_cast<T const*>(store.dense.values);
-  long const ld = store.dense.ld;
   std::size_t const ranks = partition == Partition::ALL ? 1 : pieces.size();
   for (std::size_t rank = 0; rank < ranks; ++rank) {
     RankRecord const& piece = pieces[rank];
@@ -28,18 +25,18 @@ void AddDense(PavexMatrixStore const& store, std::vector<RankRecord> const& piec
     cells.BeginRank(static_cast<int>(rank));
     for (long row = rowBegin; row < rowBegin + piece.mRows; ++row)
       for (long col = colBegin; col < colBegin + piece.mCols; ++col)
-        cells.Add(row, col, values[rowMajor ? row * ld + col : col * ld + row] == T{});
+        cells.Add(row, col, gathered.mValues[gathered.mLayout.At(row, col)] == T{});
   }
 }
 
 // The arrays of a gathered sparse matrix are those of the pieces one behind the other, rank
 // after rank. A matrix that every rank held has as many entries as that of rank 0.
-template <typename I>
-void AddSparse(MatrixBase const& gathered, std::vector<RankRecord> const& pieces,
+template <typename T, typename I>
+void AddSparse(Elements<T, I> const& gathered, std::vector<RankRecord> const& pieces,
                PatternCells& cells) {
   std::size_t rank = 0;
   auto end = static_cast<std::size_t>(pieces[0].mEntries);
-  ForEachEntry<I>(gathered, [&](long row, long col, std::size_t k) {
+  ForEachElement(gathered, [&](long row, long col, std::size_t k) {
     if (k >= end) {
       while (k >= end)
         end += static_cast<std::size_t>(pieces[++rank].mEntries);
@@ -52,13 +49,12 @@ void AddSparse(MatrixBase const& gathered, std::vector<RankRecord> const& pieces
 template <typename T, typename I>
 PatternCells PatternOf(MatrixBase const& gathered, std::vector<RankRecord> const& pieces,
                        Partition partition) {
-  PavexMatrixStore store;
-  gathered.Query(store);
-  PatternCells cells(store.rows, store.cols);
-  if (store.type == STORE_DENSE_ROW_MAJOR || store.type == STORE_DENSE_COL_MAJOR)
-    AddDense<T>(store, pieces, partition, cells);
+  Elements<T, I> const elements(gathered);
+  PatternCells cells(elements.mRows, elements.mCols);
+  if (elements.mDense)
+    AddDense(elements, pieces, partition, cells);
   else
-    AddSparse<I>(gathered, pieces, cells);
+    AddSparse(elements, pieces, cells);
   cells.End();
   return cells;
 }

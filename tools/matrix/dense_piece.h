@@ -4,6 +4,7 @@
 
 #include "pavex/matrix/dense.h"
 #include "tools/cut/pieces.h"
+#include "tools/matrix/elements.h"
 #include "tools/matrix/piece_values.h"
 
 #include <vector>
@@ -17,10 +18,10 @@ class DensePiece {
  public:
   // The rows of `place` of `count` columns; `rows` is the height of the whole.
   DensePiece(Piece const& place, long rows, long count, long pad)
-      : mBegin(place.mRowBegin), mLd(place.Rows() + pad) {
+      : mBegin(place.mRowBegin), mLayout{false, place.Rows() + pad} {
     long const cols = place.Rows() == 0 ? 0 : count;
-    mValues.assign(static_cast<std::size_t>(mLd * cols), GapValue<T>());
-    mMatrix = MatrixDense<T, I>::Borrow(place.Rows(), cols, false, mLd, mValues.data());
+    mValues.assign(static_cast<std::size_t>(mLayout.mLd * cols), GapValue<T>());
+    mMatrix = MatrixDense<T, I>::Borrow(place.Rows(), cols, false, mLayout.mLd, mValues.data());
     mMatrix.PlaceIn(rows, count, place.mPartition);
   }
   DensePiece(DensePiece const&) = delete;
@@ -32,16 +33,12 @@ class DensePiece {
   long End() const { return mBegin + mMatrix.mRows; }
 
   // The element at a global row that lies here.
-  T& At(long row, long column) {
-    return mValues[static_cast<std::size_t>(column * mLd + row - mBegin)];
-  }
-  T At(long row, long column) const {
-    return mValues[static_cast<std::size_t>(column * mLd + row - mBegin)];
-  }
+  T& At(long row, long column) { return mValues[mLayout.At(row - mBegin, column)]; }
+  T At(long row, long column) const { return mValues[mLayout.At(row - mBegin, column)]; }
 
  private:
   long mBegin;
-  long mLd;
+  DenseLayout mLayout;
   std::vector<T> mValues;
   MatrixDense<T, I> mMatrix;
 };

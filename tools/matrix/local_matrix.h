@@ -9,6 +9,7 @@
 #include "pavex/matrix/dense.h"
 #include "tools/choice/options.h"
 #include "tools/cut/pieces.h"
+#include "tools/matrix/elements.h"
 #include "tools/matrix/piece_values.h"
 #include "tools/source/triplets.h"
 
@@ -51,12 +52,7 @@ class LocalMatrix {
   void BuildCompressed(Triplets const& entries, bool byRows, int base, bool withValues);
   void BuildDense(Triplets const& entries, bool rowMajor, long pad);
 
-  void AdvanceSparse(std::vector<T>& next) const;
-  void AdvanceDense(std::vector<T>& next) const;
-
-  Format mFormat;
   Piece mPiece;
-  long mLd = 0;            // dense
   std::vector<I> mFirst;   // rows (coo) or offsets
   std::vector<I> mSecond;  // columns (coo) or the other index
   std::vector<T> mValues;
@@ -66,18 +62,19 @@ class LocalMatrix {
 template <typename T, typename I>
 LocalMatrix<T, I>::LocalMatrix(Triplets const& entries, Piece const& piece, Extent const& whole,
                                GatherOptions const& options)
-    : mFormat(options.mFormat), mPiece(piece) {
-  switch (mFormat) {
+    : mPiece(piece) {
+  Format const format = options.mFormat;
+  switch (format) {
     case Format::COO:
       BuildCoo(entries, options.mWithValues);
       break;
     case Format::CSR:
     case Format::CSC:
-      BuildCompressed(entries, mFormat == Format::CSR, options.mBase, options.mWithValues);
+      BuildCompressed(entries, format == Format::CSR, options.mBase, options.mWithValues);
       break;
     case Format::DENSE_ROW:
     case Format::DENSE_COL:
-      BuildDense(entries, mFormat == Format::DENSE_ROW, options.mPad);
+      BuildDense(entries, format == Format::DENSE_ROW, options.mPad);
       break;
   }
   mMatrix->PlaceIn(whole.mRows, whole.mCols, piece.mPartition);
@@ -136,65 +133,30 @@ template <typename T, typename I>
 void LocalMatrix<T, I>::BuildDense(Triplets const& entries, bool rowMajor, long pad) {
   long const length = rowMajor ? mPiece.Cols() : mPiece.Rows();
   long const runs = rowMajor ? mPiece.Rows() : mPiece.Cols();
-  mLd = length + pad;
+  DenseLayout const layout{rowMajor, length + pad};
   bool const filled = runs > 0 && length > 0;
-  mValues.assign(static_cast<std::size_t>(filled ? (runs - 1) * mLd + length : 0),
+  mValues.assign(static_cast<std::size_t>(filled ? (runs - 1) * layout.mLd + length : 0),
                  GapValue<T>());
   for (long run = 0; filled && run < runs; ++run)
-    std::fill_n(mValues.begin() + run * mLd, length, T{});
+    std::fill_n(mValues.begin() + run * layout.mLd, length, T{});
   for (std::size_t k = 0; k < entries.Entries(); ++k) {
     long const row = entries.mRow[k] - mPiece.mRowBegin;
     long const col = entries.mCol[k] - mPiece.mColBegin;
-    long const at = rowMajor ? row * mLd + col : col * mLd + row;
-    mValues[static_cast<std::size_t>(at)] += InputValue<T>(entries, k);
+    mValues[layout.At(row, col)] += InputValue<T>(entries, k);
   }
-  mMatrix = std::make_unique<MatrixDense<T, I>>(
-      MatrixDense<T, I>::Borrow(mPiece.Rows(), mPiece.Cols(), rowMajor, mLd, mValues.data()));
+  mMatrix = std::make_unique<MatrixDense<T, I>>(MatrixDense<T, I>::Borrow(
+      mPiece.Rows(), mPiece.Cols(), rowMajor, layout.mLd, mValues.data()));
 }
 
 template <typename T, typename I>
 std::vector<T> LocalMatrix<T, I>::Advance() {
   std::vector<T> next = mValues;
-  if (IsDense(mFormat))
-    AdvanceDense(next);
-  else
-    AdvanceSparse(next);
+  ForEachElement(Elements<T, I>(*mMatrix), [&next](long row, long col, std::size_t k) {
+    next[k] += StepIncrement<T>(row, col);
+  });
   next.swap(mValues);
   mMatrix->SetValues(mValues.data());
   return next;
-}
-
-template <typename T, typename I>
-void LocalMatrix<T, I>::AdvanceSparse(std::vector<T>& next) const {
-  if (mFormat == Format::COO) {
-    for (std::size_t k = 0; k < next.size(); ++k)
-      next[k] += StepIncrement<T>(static_cast<long>(mFirst[k]), static_cast<long>(mSecond[k]));
-    return;
-  }
-  bool const byRows = mFormat == Format::CSR;
-  long const begin = byRows ? mPiece.mRowBegin : mPiece.mColBegin;
-  for (std::size_t i = 0; i + 1 < mFirst.size(); ++i) {
-    long const compressed = begin + static_cast<long>(i);
-    for (I k = mFirst[i] - mFirst[0]; k < mFirst[i + 1] - mFirst[0]; ++k) {
-      auto const at = static_cast<std::size_t>(k);
-      long const other = static_cast<long>(mSecond[at]);
-      next[at] +=
-          byRows ? StepIncrement<T>(compressed, other) : StepIncrement<T>(other, compressed);
-    }
-  }
-}
-
-template <typename T, typename I>
-void LocalMatrix<T, I>::AdvanceDense(std::vector<T>& next) const {
-  bool const rowMajor = mFormat == Format::DENSE_ROW;
-  for (long row = mPiece.mRowBegin; row < mPiece.mRowEnd; ++row) {
-    for (long col = mPiece.mColBegin; col < mPiece.mColEnd; ++col) {
-      long const r = row - mPiece.mRowBegin;
-      long const c = col - mPiece.mColBegin;
-      next[static_cast<std::size_t>(rowMajor ? r * mLd + c : c * mLd + r)] +=
-          StepIncrement<T>(row, col);
-    }
-  }
 }
 
 }  // namespace Pavex::Tool

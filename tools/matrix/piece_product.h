@@ -3,7 +3,7 @@
 #pragma once
 
 #include "tools/choice/options.h"
-#include "tools/matrix/entries.h"
+#include "tools/matrix/elements.h"
 #include "tools/ranks/collect.h"
 
 #include <cmath>
@@ -37,16 +37,16 @@ struct RowSums {
   std::vector<double> mNorm;
 
   std::size_t At(long row, long column) const {
-    return static_cast<std::size_t>(column * mRows + row);
+    return DenseLayout{false, mRows}.At(row, column);
   }
 };
 
 // Adds what the entries of `piece` contribute; xAt(row, column) is an element of x.
 template <typename T, typename I, typename XAt>
 void AddProduct(MatrixBase const& piece, long count, XAt const& xAt, RowSums<T>& sums) {
-  T const* const values = ValuesOf<T>(piece);
-  ForEachEntry<I>(piece, [&](long row, long col, std::size_t k) {
-    Wide<T> const value(values[k]);
+  Elements<T, I> const elements(piece);
+  ForEachElement(elements, [&](long row, long col, std::size_t k) {
+    Wide<T> const value(elements.mValues[k]);
     sums.mNorm[static_cast<std::size_t>(row)] += std::abs(value);
     for (long column = 0; column < count; ++column) {
       Wide<T> const x = xAt(col, column);

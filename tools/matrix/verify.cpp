@@ -42,96 +42,78 @@ std::string ForEachRow(Source const& source, long begin, long end, Use const& us
 template <typename T, typename I>
 class SparseRows {
  public:
-  SparseRows(PavexMatrixStore const& store, long entries, bool withValues)
-      : mRows(store.rows), mCols(store.cols), mEntries(static_cast<std::size_t>(entries)) {
-    if (store.type == STORE_COO_0) {
-      mRow = static_cast<I const*>(store.coo.row);
-      mCol = static_cast<I const*>(store.coo.col);
-      if (withValues) mValues = static_cast<T const*>(store.coo.values);
-      return;
-    }
-    mCompressed = true;
-    mByRows = store.type == STORE_CSR_0;
-    mOffsets = static_cast<I const*>(store.csr.ptr);
-    (mByRows ? mCol : mRow) = static_cast<I const*>(store.csr.idx);
-    if (withValues) mValues = static_cast<T const*>(store.csr.values);
-  }
+  SparseRows(Elements<T, I> const& elements, bool withValues)
+      : mElements(elements), mWithValues(withValues) {}
 
   // Whether every entry lies inside the matrix; must be asked first, and prepares the rows.
   std::string FindFault() {
-    std::string fault = mCompressed ? FindFaultInOffsets() : "";
-    for (std::size_t k = 0; fault.empty() && k < mEntries; ++k) {
-      bool const rowInside = mRow == nullptr || (mRow[k] >= 0 && mRow[k] < mRows);
-      bool const colInside = mCol == nullptr || (mCol[k] >= 0 && mCol[k] < mCols);
-      if (!rowInside || !colInside)
+    std::string fault = mElements.mCompressed ? FindFaultInOffsets() : "";
+    for (std::size_t k = 0; fault.empty() && k < mElements.mCount; ++k)
+      if (!IsInside(mElements.mRow, k, mElements.mRows) ||
+          !IsInside(mElements.mCol, k, mElements.mCols))
         fault = "entry " + std::to_string(k) + " lies outside the matrix";
-    }
-    if (fault.empty() && mRow != nullptr) Order();
+    if (fault.empty() && mElements.mRow != nullptr) Order();
     return fault;
   }
 
   // Appends the entries of `row`, which grows from call to call.
   void Append(long row, std::vector<Item<T>>& items) {
-    if (mByRows) {
-      for (std::size_t k = Offset(row); k < Offset(row + 1); ++k)
-        items.push_back({static_cast<long>(mCol[k]), Value(k)});
+    if (mElements.mByRows) {
+      for (std::size_t k = mElements.LineBegin(row); k < mElements.LineEnd(row); ++k)
+        items.push_back({static_cast<long>(mElements.mCol[k]), Value(k)});
       return;
     }
-    for (; mNext < mOrder.size() && mRow[mOrder[mNext]] == row; ++mNext) {
+    for (; mNext < mOrder.size() && mElements.mRow[mOrder[mNext]] == row; ++mNext) {
       std::size_t const k = mOrder[mNext];
-      items.push_back({mCol != nullptr ? static_cast<long>(mCol[k]) : mColumn[k], Value(k)});
+      bool const given = mElements.mCol != nullptr;
+      items.push_back({given ? static_cast<long>(mElements.mCol[k]) : mColumn[k], Value(k)});
     }
   }
 
  private:
+  static bool IsInside(I const* indices, std::size_t k, long extent) {
+    return indices == nullptr || (indices[k] >= 0 && indices[k] < extent);
+  }
+
   std::string FindFaultInOffsets() const {
-    long const count = mByRows ? mRows : mCols;
-    if (mOffsets == nullptr) return "no offsets arrived";
-    for (long i = 0; i < count; ++i)
-      if (mOffsets[i + 1] < mOffsets[i])
+    if (mElements.mOffsets == nullptr) return "no offsets arrived";
+    for (long i = 0; i < mElements.Lines(); ++i)
+      if (mElements.mOffsets[i + 1] < mElements.mOffsets[i])
         return "offset " + std::to_string(i + 1) + " is below the one before";
-    if (Offset(count) != mEntries)
-      return "the offsets span " + std::to_string(Offset(count)) + " entries instead of " +
-             std::to_string(mEntries);
+    std::size_t const end = mElements.LineBegin(mElements.Lines());
+    if (end != mElements.mCount)
+      return "the offsets span " + std::to_string(end) + " entries instead of " +
+             std::to_string(mElements.mCount);
     return "";
   }
 
   void Order() {
-    mOrder = OrderByRow(mEntries, mRows, [this](std::size_t k) { return mRow[k]; });
-    if (!mCompressed) return;
-    mColumn.resize(mEntries);
-    for (long col = 0; col < mCols; ++col)
-      std::fill(mColumn.begin() + static_cast<long>(Offset(col)),
-                mColumn.begin() + static_cast<long>(Offset(col + 1)),
+    mOrder = OrderByRow(mElements.mCount, mElements.mRows,
+                        [this](std::size_t k) { return mElements.mRow[k]; });
+    if (mElements.mCol != nullptr) return;
+    mColumn.resize(mElements.mCount);
+    for (long col = 0; col < mElements.mCols; ++col)
+      std::fill(mColumn.begin() + static_cast<long>(mElements.LineBegin(col)),
+                mColumn.begin() + static_cast<long>(mElements.LineEnd(col)),
                 static_cast<std::int32_t>(col));
   }
 
-  std::size_t Offset(long i) const {
-    return static_cast<std::size_t>(mOffsets[i] - mOffsets[0]);
-  }
-  T Value(std::size_t k) const { return mValues != nullptr ? mValues[k] : T{}; }
+  T Value(std::size_t k) const { return mWithValues ? mElements.mValues[k] : T{}; }
 
-  long mRows;
-  long mCols;
-  std::size_t mEntries;
-  bool mCompressed = false;
-  bool mByRows = false;               // compressed by rows
-  I const* mOffsets = nullptr;        // compressed only
-  I const* mRow = nullptr;            // of each entry; coo and csc
-  I const* mCol = nullptr;            // of each entry; coo and csr
-  T const* mValues = nullptr;         // null: the pattern counts only
+  Elements<T, I> mElements;
+  bool mWithValues;
   std::vector<std::uint32_t> mOrder;  // the entries by row, for those that are not
   std::size_t mNext = 0;              // the first of the next row in mOrder
-  std::vector<std::int32_t> mColumn;  // of each entry; csc
+  std::vector<std::int32_t> mColumn;  // of each entry, where the lines are columns
 };
 
 template <typename T, typename I>
-std::string FindSparseDifference(PavexMatrixStore const& store, long entries,
-                                 Source const& source, Expectation const& expected) {
-  if (entries != source.Whole().mEntries)
-    return std::to_string(entries) + " entries instead of " +
+std::string FindSparseDifference(Elements<T, I> const& elements, Source const& source,
+                                 Expectation const& expected) {
+  if (static_cast<long>(elements.mCount) != source.Whole().mEntries)
+    return std::to_string(elements.mCount) + " entries instead of " +
            std::to_string(source.Whole().mEntries);
-  SparseRows<T, I> rows(store, entries, expected.mWithValues);
+  SparseRows<T, I> rows(elements, expected.mWithValues);
   std::string fault = rows.FindFault();
   if (!fault.empty()) return fault;
 
@@ -165,8 +147,8 @@ std::string FindFaultInGaps(T const* values, long ld, long runs, long length) {
 }  // namespace
 
 template <typename T>
-std::string FindDifferenceInBlock(T const* values, long ld, bool rowMajor, Piece const& piece,
-                                  Source const& source, int steps) {
+std::string FindDifferenceInBlock(T const* values, DenseLayout const& layout,
+                                  Piece const& piece, Source const& source, int steps) {
   std::vector<T> wanted(static_cast<std::size_t>(piece.Cols()));
   auto const compare = [&](long row, Triplets const& chunk, std::size_t first,
                            std::size_t last) -> std::string {
@@ -180,7 +162,7 @@ std::string FindDifferenceInBlock(T const* values, long ld, bool rowMajor, Piece
     for (long c = 0; c < piece.Cols(); ++c) {
       long const col = piece.mColBegin + c;
       T const value = AfterSteps(wanted[static_cast<std::size_t>(c)], row, col, steps);
-      T const& found = values[rowMajor ? r * ld + c : c * ld + r];
+      T const& found = values[layout.At(r, c)];
       if (CompareBits(value, found) != 0)
         return "the element at " + At(row, col) + " is " + InWords(found) + " instead of " +
                InWords(value);
@@ -190,8 +172,8 @@ std::string FindDifferenceInBlock(T const* values, long ld, bool rowMajor, Piece
   if (piece.Rows() == 0 || piece.Cols() == 0) return "";
   std::string difference = ForEachRow(source, piece.mRowBegin, piece.mRowEnd, compare);
   if (!difference.empty()) return difference;
-  return rowMajor ? FindFaultInGaps(values, ld, piece.Rows(), piece.Cols())
-                  : FindFaultInGaps(values, ld, piece.Cols(), piece.Rows());
+  return layout.mByRows ? FindFaultInGaps(values, layout.mLd, piece.Rows(), piece.Cols())
+                        : FindFaultInGaps(values, layout.mLd, piece.Cols(), piece.Rows());
 }
 
 template <typename T, typename I>
@@ -206,18 +188,16 @@ std::string FindDifference(MatrixBase const& gathered, Source const& source,
   if (store.type != StoreTypeOf(expected.mFormat))
     return "store type " + std::to_string(store.type) + " instead of " +
            std::to_string(StoreTypeOf(expected.mFormat));
-  bool const hasEntries = gathered.NNZ() > 0;
-  if (hasEntries && gathered.HasValues() != expected.mWithValues)
+  Elements<T, I> const elements(gathered);
+  if (elements.mCount > 0 && gathered.HasValues() != expected.mWithValues)
     return expected.mWithValues ? "no values arrived" : "values arrived although none were due";
-  if (!IsDense(expected.mFormat))
-    return FindSparseDifference<T, I>(store, gathered.NNZ(), source, expected);
+  if (!IsDense(expected.mFormat)) return FindSparseDifference(elements, source, expected);
 
   Piece all;
   all.mRowEnd = whole.mRows;
   all.mColEnd = whole.mCols;
-  bool const rowMajor = expected.mFormat == Format::DENSE_ROW;
-  auto const* const values = static_cast<T const*>(store.dense.values);
-  return FindDifferenceInBlock(values, store.dense.ld, rowMajor, all, source, expected.mSteps);
+  return FindDifferenceInBlock<T>(elements.mValues, elements.mLayout, all, source,
+                                  expected.mSteps);
 }
 
 #define PAVEX_VERIFY(T, I)                                                    \
@@ -226,8 +206,8 @@ std::string FindDifference(MatrixBase const& gathered, Source const& source,
 PAVEX_FOR_EACH_INSTANCE(PAVEX_VERIFY)
 #undef PAVEX_VERIFY
 
-#define PAVEX_VERIFY(T)                                                             \
-  template std::string FindDifferenceInBlock<T>(T const*, long, bool, Piece const&, \
+#define PAVEX_VERIFY(T)                                                                     \
+  template std::string FindDifferenceInBlock<T>(T const*, DenseLayout const&, Piece const&, \
                                                 Source const&, int);
 PAVEX_VERIFY(float)
 PAVEX_VERIFY(double)

@@ -3,8 +3,8 @@
 
 #pragma once
 
-#include "pavex/matrix/matrix_base.h"
 #include "tools/choice/options.h"
+#include "tools/matrix/elements.h"
 #include "tools/source/source.h"
 
 #include <string>
@@ -25,10 +25,10 @@ template <typename T, typename I>
 std::string FindDifference(MatrixBase const& gathered, Source const& source,
                            Expectation const& expected);
 
-// The same for the dense piece at `piece`, whose runs stand `ld` apart in `values`; the
-// elements between the runs must still hold GapValue.
+// The same for the dense piece at `piece`, which `values` holds in that layout; the elements
+// between its lines must still hold GapValue.
 template <typename T>
-std::string FindDifferenceInBlock(T const* values, long ld, bool rowMajor, Piece const& piece,
-                                  Source const& source, int steps);
+std::string FindDifferenceInBlock(T const* values, DenseLayout const& layout,
+                                  Piece const& piece, Source const& source, int steps);
 
 }  // namespace Pavex::Tool

@@ -29,6 +29,7 @@ std::vector<Record> FromEveryRank(Comm const& comm, Record const& mine) {
   return all;
 }
 
+// The largest of all ranks' numbers.
 inline double LargestOfAll(Comm const& comm, double mine) {
   double largest = 0;
   Require(comm.Allreduce(&mine, &largest, 1, DATATYPE_DOUBLE, REDUCE_MAX),
@@ -36,6 +37,7 @@ inline double LargestOfAll(Comm const& comm, double mine) {
   return largest;
 }
 
+// The sum of all ranks' numbers.
 inline long SumOfAll(Comm const& comm, long mine) {
   long sum = 0;
   Require(comm.Allreduce(&mine, &sum, 1, DATATYPE_LONG, REDUCE_SUM),

@@ -6,12 +6,14 @@
 #include "pavex/runtime/memory_pool.h"
 #include "tools/cut/refusals.h"
 #include "tools/matrix/dense_piece.h"
+#include "tools/matrix/elements.h"
 #include "tools/matrix/gathered_bytes.h"
 #include "tools/matrix/local_matrix.h"
 #include "tools/matrix/piece_product.h"
 #include "tools/matrix/write_gathered.h"
 #include "tools/ranks/collect.h"
 #include "tools/ranks/out_of_memory.h"
+#include "tools/ranks/timing.h"
 #include "tools/solve/known_problem.h"
 #include "tools/solve/lu_faults.h"
 #include "tools/solve/solve_accuracy.h"
@@ -19,7 +21,6 @@
 #include "tools/solve/sparse_lu.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <complex>
 #include <cstring>
@@ -46,8 +47,6 @@ class SolveRank {
   void Run(SolveResult* result);
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   // Why a receiver could not go on. Travels as bytes; empty: all is well.
   struct Fault {
     char mText[256] = "";
@@ -64,8 +63,6 @@ class SolveRank {
   void Scatter();
   void Measure();
 
-  template <typename Operation>
-  double Time(char const* what, Operation const& operation);
   template <typename Operation>
   double TimeOnReceivers(Operation const& operation);
   void RefuseFault(Fault const& mine) const;
@@ -129,7 +126,7 @@ void SolveRank<T, I>::ChangeOperator() {
   std::vector<T> const& input = mLocal->Values();
   std::vector<T> next(input.size());
   long const n = mProblem.mUnknowns;
-  ForEachEntry<I>(mLocal->Matrix(), [&](long row, long col, std::size_t k) {
+  ForEachElement(Elements<T, I>(mLocal->Matrix()), [&](long row, long col, std::size_t k) {
     Wide<T> const value(input[k]);
     next[k] =
         static_cast<T>(value * CoefficientAt(row, n, mStep) * CoefficientAt(col, n, mStep));
@@ -179,9 +176,10 @@ void SolveRank<T, I>::Transmit() {
   MatrixBase const& b = mB->Matrix();
   SolveStep& step = mSteps.back();
   char const* const what = first ? "the gather" : "the update";
-  step.mOperator.mSeconds = Time(what, [&] { return send(mOperator, a); });
+  step.mOperator.mSeconds =
+      TimeTogether(*mComm, mPool, what, [&] { return send(mOperator, a); });
   step.mOperator.mBytes = arrived(mOperator, a);
-  step.mRhs.mSeconds = Time(what, [&] { return send(mRhs, b); });
+  step.mRhs.mSeconds = TimeTogether(*mComm, mPool, what, [&] { return send(mRhs, b); });
   step.mRhs.mBytes = arrived(mRhs, b);
 }
 
@@ -205,13 +203,11 @@ void SolveRank<T, I>::Solve() {
 // The gathered right-hand sides then show the solutions, as what is to be scattered.
 template <typename T, typename I>
 void SolveRank<T, I>::SolveHere() {
-  PavexMatrixStore store;
-  mRhs.Target()->Query(store);
-  auto const* const b = static_cast<T const*>(store.dense.values);
-  long const ld = store.dense.ld;
-  mSolution.assign(static_cast<std::size_t>(ld * store.cols), T{});
-  mLu->Solve(DenseView<T const>{b, store.rows, store.cols, ld},
-             DenseView<T>{mSolution.data(), store.rows, store.cols, ld});
+  Elements<T, I> const b(*mRhs.Target());
+  long const ld = b.mLayout.mLd;
+  mSolution.assign(static_cast<std::size_t>(ld * b.mCols), T{});
+  mLu->Solve(DenseView<T const>{b.mValues, b.mRows, b.mCols, ld},
+             DenseView<T>{mSolution.data(), b.mRows, b.mCols, ld});
   bool const finite = std::all_of(mSolution.begin(), mSolution.end(),
                                   [](T value) { return std::isfinite(std::abs(value)); });
   if (!finite) throw JobError(std::string(kSingular) + "the solution is not finite");
@@ -222,7 +218,8 @@ template <typename T, typename I>
 void SolveRank<T, I>::Scatter() {
   MatrixDense<T, I>& x = mX->Matrix();
   Transfer& scatter = mSteps.back().mScatter;
-  scatter.mSeconds = Time("the scatter", [&] { return mRhs.Scatter(x); });
+  scatter.mSeconds =
+      TimeTogether(*mComm, mPool, "the scatter", [&] { return mRhs.Scatter(x); });
   scatter.mBytes = SumOfAll(*mComm, x.NNZ() * static_cast<long>(sizeof(T)));
 }
 
@@ -232,10 +229,9 @@ void SolveRank<T, I>::Measure() {
   Aggregator<T, I> solution(&mPool);
   RequireWithin(mPool, solution.Allgather(mComm, mX->Matrix(), true),
                 "the exchange of the solutions", *mComm);
-  PavexMatrixStore store;
-  solution.Target()->Query(store);
-  auto const xAt = [&store](long row, long column) {
-    return Wide<T>(static_cast<T const*>(store.dense.values)[column * store.dense.ld + row]);
+  Elements<T, I> const x(*solution.Target());
+  auto const xAt = [&x](long row, long column) {
+    return Wide<T>(x.mValues[x.mLayout.At(row, column)]);
   };
   RowSums<T> sums(mProblem.mUnknowns, mProblem.mCount);
   AddProduct<T, I>(mLocal->Matrix(), mProblem.mCount, xAt, sums);
@@ -247,22 +243,13 @@ void SolveRank<T, I>::Measure() {
   mSteps.back().mAccuracy = Judge(*mComm, maxima);
 }
 
-template <typename T, typename I>
-template <typename Operation>
-double SolveRank<T, I>::Time(char const* what, Operation const& operation) {
-  Require(mComm->Barrier(), "the barrier", *mComm);
-  auto const start = Clock::now();
-  RequireWithin(mPool, operation(), what, *mComm);
-  return LargestOfAll(*mComm, std::chrono::duration<double>(Clock::now() - start).count());
-}
-
 // What goes wrong on one receiver, every rank hears of, so that all end alike.
 template <typename T, typename I>
 template <typename Operation>
 double SolveRank<T, I>::TimeOnReceivers(Operation const& operation) {
   Require(mComm->Barrier(), "the barrier", *mComm);
   Fault fault;
-  auto const start = Clock::now();
+  Stopwatch const stopwatch;
   auto const keep = [&fault](char const* text) {
     std::strncpy(fault.mText, text, sizeof fault.mText - 1);
   };
@@ -273,7 +260,7 @@ double SolveRank<T, I>::TimeOnReceivers(Operation const& operation) {
   } catch (std::bad_alloc const&) {
     keep(kNoMemory);
   }
-  double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  double const seconds = stopwatch.Seconds();
   RefuseFault(fault);
   return LargestOfAll(*mComm, seconds);
 }

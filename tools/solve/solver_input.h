@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include "tools/matrix/entries.h"
+#include "tools/matrix/elements.h"
 
 #include <Eigen/SparseCore>
 #include <string>
@@ -83,11 +83,11 @@ bool SolverInput<T, I>::IsCanonical(PavexMatrixStore const& store) {
 
 template <typename T, typename I>
 void SolverInput<T, I>::Convert(MatrixBase const& gathered) {
-  auto const* const values = ValuesOf<T>(gathered);
+  Elements<T, I> const elements(gathered);
   std::vector<Eigen::Triplet<T, I>> entries;
   entries.reserve(static_cast<std::size_t>(gathered.NNZ()));
-  ForEachEntry<I>(gathered, [&](long row, long col, std::size_t k) {
-    entries.emplace_back(static_cast<I>(row), static_cast<I>(col), values[k]);
+  ForEachElement(elements, [&](long row, long col, std::size_t k) {
+    entries.emplace_back(static_cast<I>(row), static_cast<I>(col), elements.mValues[k]);
   });
   mConverted.resize(gathered.mRows, gathered.mCols);
   mConverted.setFromTriplets(entries.begin(), entries.end());

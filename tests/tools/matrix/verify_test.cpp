@@ -184,7 +184,7 @@ TEST_F(Verify, ChecksABlockAndTheGapsBehindItsRuns) {
   piece.mColEnd = 3;
   std::vector<double> values = {-3, 0, gap, 0, 9};
   auto const difference = [&] {
-    return FindDifferenceInBlock(values.data(), 3, true, piece, *mSource, 0);
+    return FindDifferenceInBlock<double>(values.data(), {true, 3}, piece, *mSource, 0);
   };
 
   EXPECT_EQ(difference(), "");
