@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# code_test.sh SOURCE-DIR EXAMPLES-DIR: every block of a document that is fenced cpp or c++ stands,
+# code_test.sh SOURCE-DIR EXAMPLES-DIR: every block of a document that is fenced cpp or c++ is,
 # line for line, in a program of examples/ or in a header of pavex/; every block that is fenced
 # output is what the example shown last prints. EXAMPLES-DIR holds the built examples.
 set -euo pipefail
