@@ -1,5 +1,5 @@
-// The front doors, and the one translation unit that compiles the aggregator for its eight
-// instances. The paths of the storage formats follow in the files included below.
+// The public operations, and the only translation unit that compiles the aggregator for its
+// eight instances. The files included below contain the paths of the storage formats.
 
 #include "pavex/aggregator/aggregator.h"
 
@@ -16,7 +16,8 @@ PavexStatus Unsupported(PavexMatrixStoreType type) {
   return STATUS_NOT_SUPPORTED;
 }
 
-// Calls `run` with `local` as the class that `type` names; another class throws std::bad_cast.
+// Calls `run` with `local` as the class that `type` names. Another class throws std::bad_cast.
+// Fixed: see docs/compatibility.md.
 template <typename T, typename I, typename Run>
 PavexStatus WithClassOf(PavexMatrixStoreType type, MatrixBase const& local, Run const& run) {
   switch (StoreKindOf(type)) {

@@ -19,64 +19,65 @@ namespace Pavex {
 
 // T is the value type (float, double, or std::complex of them), I the index type (int or long).
 //
-// Shares the communicator, borrows the pool (which must outlive it) and owns the gathered
-// matrix and its buffers. Where the caller's local matrix already is the whole one, the
-// gathered matrix borrows its arrays instead of copying them: the arrays must then outlive the
-// gathered matrix, and with them a local matrix that owns them.
+// It shares the communicator, borrows the pool (which must outlive it), and owns the gathered
+// matrix and its buffers. If the caller's local matrix already is the whole one, the gathered
+// matrix borrows its arrays instead of copying them. The arrays, and a local matrix that owns
+// them, must then outlive the gathered matrix.
 //
 // Gather, Allgather, Update, UpdateCOO and Scatter are collective: every process of the
 // communicator calls the same operation in the same order with its own local matrix. They
 // return STATUS_OK, a status of the library after a line in the log, or the unchanged status of
-// the pool or the communicator. A local matrix of another class than its store type, or the
-// reference process's, names throws std::bad_cast. One thread per process uses an aggregator.
+// the pool or the communicator. If the local matrix is not of the class that its store type, or
+// that of the reference process, names, std::bad_cast is thrown. One thread per process uses an
+// aggregator.
 template <typename T, typename I>
 class PAVEX_API Aggregator : public AggregatorBase {
   PAVEX_REQUIRE_INSTANCE(T, I);
 
  public:
-  // Takes all memory from `pool`, which stays the caller's. Local.
+  // Takes all memory from `pool`, which the caller owns. Local.
   explicit Aggregator(MemoryPool* pool);
   ~Aggregator();
 
-  // Gathers the whole matrix onto rank 0 of `comm`. `withValues` false asks for the pattern
-  // only; the flag of the first process whose matrix is not empty decides. An earlier result is
-  // deleted first, also if the gather fails. Errors on every process alike: STATUS_INCONSISTENT
-  // if the pieces do not fit together, STATUS_INVALID_VALUE for an unknown partition,
-  // STATUS_NOT_SUPPORTED for an unknown store type. Errors on this process alone, while the
-  // others may wait for it: STATUS_INVALID_VALUE without a usable communicator,
+  // Gathers the whole matrix onto rank 0 of `comm`. With `withValues` false, gathers the
+  // pattern only; the flag of the first process whose matrix is not empty decides. Deletes an
+  // earlier result first, also if the gather fails. Errors on every process:
+  // STATUS_INCONSISTENT if the pieces do not fit together, STATUS_INVALID_VALUE for an unknown
+  // partition, STATUS_NOT_SUPPORTED for an unknown store type. Errors on this process alone,
+  // while the others may wait for it: STATUS_INVALID_VALUE without a usable communicator,
   // STATUS_INCONSISTENT without values that it must send.
   [[nodiscard]] PavexStatus Gather(std::shared_ptr<Comm> const& comm, MatrixBase const& local,
                                    bool withValues);
 
-  // The same onto every process of `comm`.
+  // Gathers the whole matrix onto every process of `comm`, otherwise like Gather.
   [[nodiscard]] PavexStatus Allgather(std::shared_ptr<Comm> const& comm,
                                       MatrixBase const& local, bool withValues);
 
   // Sends the values of `local`, which has the pattern and shape that this process gathered,
-  // into the gathered matrix. Where the gathered matrix borrows, it then borrows the values of
-  // this `local`. Errors on this process alone, while the others may wait for it:
-  // STATUS_WRONG_ORDER without a gather, STATUS_MISMATCH if `local` is not the matrix gathered,
-  // STATUS_INCONSISTENT if it has no values. Of a dense matrix also STATUS_NOT_SUPPORTED if it
-  // is whole on every process and comes with another leading dimension (nobody waits), and
-  // after a gather of the pattern STATUS_INCONSISTENT on every process if the pieces do not
-  // tile the whole. On a failure the gathered matrix keeps its values.
+  // into the gathered matrix. A gathered matrix that borrows then borrows the values of this
+  // `local`. Errors on this process alone, while the others may wait for it: STATUS_WRONG_ORDER
+  // without a gather, STATUS_MISMATCH if `local` is not the matrix gathered,
+  // STATUS_INCONSISTENT if it has no values. A dense matrix that is whole on every process with
+  // another leading dimension gives STATUS_NOT_SUPPORTED (no process waits). After a gather of
+  // the pattern, dense pieces that do not tile the whole give STATUS_INCONSISTENT on every
+  // process. On a failure the gathered matrix keeps its values.
   [[nodiscard]] PavexStatus Update(MatrixBase const& local);
 
-  // Update of a gathered coordinate matrix without any check: a gather of a coordinate matrix
+  // Updates a gathered coordinate matrix without any check. A gather of a coordinate matrix
   // must have succeeded on this object, and `local` must match it.
   [[nodiscard]] PavexStatus UpdateCOO(MatrixCOO<T, I> const& local);
 
   // Fills the value array of `local`, the dense matrix that this process gathered, with its
-  // piece of the gathered matrix; elements between its runs are left alone. Errors as for
-  // Update, but the leading dimension may be another one; STATUS_NOT_SUPPORTED on every process
+  // piece of the gathered matrix. Elements between its runs are not written. Errors as for
+  // Update, except that the leading dimension may differ. STATUS_NOT_SUPPORTED on every process
   // for a sparse matrix. A failed transfer may leave values partly overwritten where they are
-  // received in place. STATUS_INCONSISTENT also where this process's arrays are too short,
-  // which only it can see: the others may then wait for it.
+  // received in place. STATUS_INCONSISTENT also if an array of this process is too short; only
+  // this process sees it, and the others may wait for it.
   [[nodiscard]] PavexStatus Scatter(MatrixBase& local);
 
-  // What the last exchange of records showed, as lines of text: the verdict first, then the
+  // Describes the last exchange of records in lines of text: the verdict first, then the
   // mode and one line per process (of many only the first and the last few, unless `listed` is
-  // ALL). Example, where the second band should begin at row 10:
+  // ALL). Example, in which the second band should begin at row 10:
   //
   //   refused: process 1 begins at row 11; expected 10, behind the 10 rows of process 0 from 0
   //   (a gap)
@@ -88,17 +89,17 @@ class PAVEX_API Aggregator : public AggregatorBase {
   //
   // "refused": the gather fails on every process before anything moves; the first process or
   // pair of neighbours at fault, the values, what was expected, and the step of the gather.
-  // "agreed": no process meets an obstacle that the records show. "agreed, but ...": what
-  // FindSuspicious finds, such as rows that no process holds, or an obstacle that only some
-  // processes meet. Meant for a reader; the wording may change.
+  // "agreed": the records show no reason for a process to fail. "agreed, but ...": what
+  // FindSuspicious finds, such as rows that no process holds, or a reason for which only some
+  // processes fail. The text is for readers; its wording may change.
   //
   // Computed from the records alone, so after a complete exchange it is the same on every
-  // process; records that never arrived are named. What no record tells is not in it: a refused
-  // communicator, memory, a failed transfer, missing values, arrays that are shorter than the
-  // record says. A gather that ends before its exchange leaves the records of the earlier one,
-  // an Update or Scatter those of its gather; an Update of a dense pattern may be refused for
-  // pieces of which the gather placed no values. Local, and needs no communicator;
-  // std::bad_alloc may leave, as from any std::string.
+  // process; it names records that never arrived. It does not contain what the records do not
+  // show: a refused communicator, lack of memory, a failed transfer, missing values, arrays
+  // that are shorter than the record says. A gather that ends before its exchange leaves the
+  // records of the earlier one, an Update or Scatter those of its gather; an Update of a dense
+  // pattern may be refused for pieces of which the gather placed no values. Local, and needs no
+  // communicator; std::bad_alloc may leave, as from any std::string.
   std::string Describe(Listed listed = Listed::FIRST_AND_LAST) const;
 
  private:
@@ -122,7 +123,7 @@ class PAVEX_API Aggregator : public AggregatorBase {
   PavexStatus ScatterDenseValues(Buffer<T> const& global, MatrixDense<T, I> const& local);
   PavexStatus PrepareReceive(MatrixDense<T, I> const& local, long entries, Buffer<T>& received);
 
-  // What the sparse paths share: sparse.ipp.
+  // The common steps of the sparse paths: sparse.ipp.
   template <typename E>
   PavexStatus PrepareArray(Buffer<E> const& local, long count, bool wanted, Buffer<E>& array);
   template <typename E>

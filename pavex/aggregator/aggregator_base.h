@@ -1,5 +1,5 @@
-// The part of an aggregator that depends neither on the value nor on the index type: its
-// members, the exchange of the records, the decision of the mode, the metadata and the checks.
+// The part of an aggregator that does not depend on the value and index types: its members, the
+// exchange of the records, the decision of the mode, the metadata and the checks.
 
 #pragma once
 
@@ -25,9 +25,9 @@ class PAVEX_API AggregatorBase {
   AggregatorBase(AggregatorBase const&) = delete;
   AggregatorBase& operator=(AggregatorBase const&) = delete;
 
-  // The gathered matrix on a receiving process; null on the others and before a gather. Owned
-  // by the aggregator and valid until Clear, the next Gather or Allgather, or the destruction.
-  // Local.
+  // The gathered matrix on a receiving process; null on the others and before a gather. The
+  // aggregator owns it. It is valid until Clear, the next Gather or Allgather, or the
+  // destruction. Local.
   MatrixBase* Target() { return mTarget; }
 
   // The gathered matrix as its class, for example TargetAs<MatrixCSR<double, int>>(); null
@@ -53,7 +53,7 @@ class PAVEX_API AggregatorBase {
   // Deletes the gathered matrix, if any; nothing else changes. Local.
   void Clear();
 
-  // The mode that the last gather to come so far decided; DISTRIBUTED before the first. Local.
+  // The mode of the latest gather that chose one; DISTRIBUTED before the first. Local.
   DistMatrixMode Mode() const { return mMode; }
 
  protected:
@@ -67,7 +67,7 @@ class PAVEX_API AggregatorBase {
   PavexStatus GatherLocalInfo(MatrixBase const& local, bool withValues,
                               Buffer<MatrixLocalInfo>& infos);
 
-  // The mode and the agreement of the records: local, alike on every process.
+  // The mode and the agreement of the records. Local, with the same result on every process.
 
   // Decides the mode. `source` is the first process whose matrix is not empty, kNobody if all
   // are.
@@ -77,7 +77,7 @@ class PAVEX_API AggregatorBase {
   static PavexStatus CheckForDistMode(Buffer<MatrixLocalInfo> const& infos);
   // Whether whole matrices agree, each with the next.
   static PavexStatus CheckForAllMode(Buffer<MatrixLocalInfo> const& infos);
-  // Only a notice about this process's own partition; never fails.
+  // Logs a notice about this process's own partition. Never fails.
   PavexStatus CheckForOneMode(Buffer<MatrixLocalInfo> const& infos) const;
   // Logs the mode of the plan of `infos` and writes it, or logs its refusal.
   static PavexStatus TakeMode(GatherPlan const& plan, Buffer<MatrixLocalInfo> const& infos,
@@ -95,17 +95,17 @@ class PAVEX_API AggregatorBase {
   // I. Collective.
   PavexStatus InitMetadata(MatrixBase const& local, bool withValues, int root,
                            std::size_t valueBytes, std::size_t indexBytes, GatherPlan& plan);
-  // The same for those who do not need the plan.
+  // The same for callers that do not need the plan.
   PavexStatus InitMetadata(MatrixBase const& local, bool withValues, int root);
 
-  // Whether `local` still is the matrix that this process passed to the gather; a process
-  // without a record of that gather has none to compare with (STATUS_WRONG_ORDER). Local.
+  // Whether `local` is still the matrix that this process passed to the gather.
+  // STATUS_WRONG_ORDER on a process that has no record of that gather. Local.
   PavexStatus CheckConsistency(MatrixBase const& local) const;
 
   // Whether this process, if it must send values (`needValues`), has any. Local.
   PavexStatus CheckLocalValues(bool needValues, MatrixBase const& local) const;
 
-  // The checks with which every operation after a gather begins. Local.
+  // The first checks of every operation after a gather. Local.
   PavexStatus CheckAfterGather(MatrixBase const& local) const;
 
   // Writes the agreed codes, partition and global shape into the gathered matrix. Local.
@@ -118,8 +118,8 @@ class PAVEX_API AggregatorBase {
 
   // Whether communication and global layout coincide.
   bool ContiguousLocalSubmat(bool rowMajor) const;
-  // Whether the gathered shape and entries belong together, and every piece lands inside: the
-  // result is the same on every process. For an update or a scatter.
+  // Whether the gathered shape and entries fit, and every piece lies inside. The result is the
+  // same on every process. For an update or a scatter.
   PavexStatus CheckDense(bool rowMajor) const;
   // The same for a gather, whose plan has found `flaw`.
   PavexStatus CheckDense(GatherFlaw flaw) const;
@@ -128,7 +128,8 @@ class PAVEX_API AggregatorBase {
   // Elements from the beginning of a run of the gathered values to that of the next.
   long LeadingDimension(bool rowMajor) const { return rowMajor ? mCols : mRows; }
 
-  // Declared in the order in which their destruction, reversed, gives the memory back.
+  // The order matters: members are destroyed bottom up, so the buffers return their memory
+  // before the communicator goes.
   std::shared_ptr<Comm> mComm;          // of the last gather; shared with the caller
   MemoryPool* mPool;                    // not owned; outlives the aggregator
   MatrixBase* mTarget = nullptr;        // gathered matrix, owned; null on non-receivers
@@ -146,8 +147,8 @@ class PAVEX_API AggregatorBase {
   // The class and part of its matrix.
   PavexMatrixStoreType mStoreType = static_cast<PavexMatrixStoreType>(-1);
   MatrixPartition mPartition;  // how its piece sits in the whole
-  long mGlobalRows = 0;        // as declared
-  long mGlobalCols = 0;        // as declared
+  long mGlobalRows = 0;        // as the process declared it
+  long mGlobalCols = 0;        // as the process declared it
 
   // Of the gathered matrix.
   long mRows = 0;       // as the pieces give

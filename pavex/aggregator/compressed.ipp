@@ -1,7 +1,7 @@
-// The compressed-row and compressed-column path, one template for both. The offsets are the one
-// place where gathered data is transformed: every process sends the lengths of its rows
-// (columns), which the receiver places by the pieces' begins and sums up. Indices and values
-// are concatenated in rank order.
+// The compressed-row and compressed-column path, one template for both. Only the offsets are
+// transformed: every process sends the lengths of its rows (columns). The receiver places them
+// by the begins of the pieces and adds them up, so gathered offsets start at 0. Indices and
+// values are concatenated in rank order. Fixed: see docs/compatibility.md.
 //
 // Example, two row bands: offsets [1, 3, 4] and [0, 2] give lengths [2, 1] and [2], placed at 0
 // and 2 of the gathered array, which the running sum turns into [0, 2, 3, 5].
@@ -19,8 +19,8 @@
 namespace Pavex {
 namespace {
 
-// Lengths of the rows (columns) from their offsets; a piece without offsets has only empty
-// ones.
+// Computes the lengths of the rows (columns) from their offsets. Without offsets, all rows
+// (columns) are empty.
 template <typename I>
 void LengthsFromOffsets(Buffer<I> const& ptr, Buffer<I>& lengths) {
   if (ptr.mSize == 0) {
@@ -88,7 +88,7 @@ PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, GatherPlan const& pl
     if (status != STATUS_OK) return status;
     std::fill_n(offsets.mData, entries, I{0});
   }
-  // A failure of this transfer is reported by the caller alone.
+  // Only the caller reports a failure of this transfer. Fixed: see docs/compatibility.md.
   return TransferCentralized(offsets.mData, static_cast<int>(entries), DatatypeOf<I>::kValue,
                              mSourceRank, mRoot, TAG_GATHER, *mComm);
 }

@@ -1,5 +1,6 @@
-// The coordinate path: the gathered matrix is the plain concatenation of the pieces in rank
-// order; nothing is sorted, merged or renumbered.
+// The coordinate path: the gathered matrix is the concatenation of the pieces in rank order.
+// Nothing is sorted, merged or renumbered. The arrays travel in the order rows, columns,
+// values. Fixed: see docs/compatibility.md.
 //
 // Included by aggregator.cpp.
 

@@ -10,7 +10,7 @@
 namespace Pavex {
 namespace {
 
-// A gathered matrix that takes `values` over whole.
+// Makes a gathered matrix that takes over `values`.
 template <typename T, typename I>
 MatrixDense<T, I>* NewDense(long rows, long cols, bool rowMajor, long ld, Buffer<T>& values) {
   auto* const matrix = new MatrixDense<T, I>;
@@ -35,7 +35,8 @@ PavexStatus Aggregator<T, I>::GatherDense(MatrixDense<T, I> const& local,
     return STATUS_OK;
   }
 
-  // A receiver gets the storage also if only the pattern is asked for.
+  // A receiver allocates the values also if only the pattern is gathered. The gathered matrix
+  // has the order of this process's own piece. Fixed: see docs/compatibility.md.
   PavexStatus status = mIsReceiver ? Log::Report(mPool->Get(values, mNnz)) : STATUS_OK;
   if (status == STATUS_OK && mWithValues) {
     status = Log::Report(CheckDense(plan.DenseFlaw(local.mRowMajor)));
@@ -59,13 +60,13 @@ PavexStatus Aggregator<T, I>::GatherDenseValues(MatrixDense<T, I> const& local,
 
   if (mMode == CENTRALIZED_ONE) {
     if (mLocalIsWhole) values.Swap(packed);
-    // A failure of this transfer is reported by the caller alone.
+    // Only the caller reports a failure of this transfer. Fixed: see docs/compatibility.md.
     return TransferCentralized(values.mData, static_cast<int>(mNnz), kType, mSourceRank, mRoot,
                                TAG_GATHER, *mComm);
   }
 
-  // The length of the packed array is what is sent: a value array that goes on behind the
-  // piece's last element does not match the count that the receivers expect.
+  // The whole packed array is sent. A value array that is longer than the piece does not match
+  // the count that the receivers expect. Fixed: see docs/compatibility.md.
   status =
       Log::Report(GatherDistributed(packed.mData, static_cast<int>(packed.mSize), values.mData,
                                     mCounts.mData, mDispls.mData, kType, mRoot, *mComm));

@@ -1,4 +1,4 @@
-// What the dense paths ask of the records and of the gathered shape.
+// The questions of the dense paths about the records and the gathered shape.
 
 #include "pavex/aggregator/aggregator_base.h"
 #include "pavex/aggregator/rules.h"
@@ -12,7 +12,7 @@ bool AggregatorBase::ContiguousLocalSubmat(bool rowMajor) const {
   return mMode != DISTRIBUTED || PiecesAreInOrder(mPartition.type, rowMajor, mRows, mCols);
 }
 
-// No more processes than there are records: after SetComm there may be.
+// After SetComm there may be more processes than records, so this takes the smaller number.
 int AggregatorBase::Pieces() const {
   return std::min(mComm->Size(), static_cast<int>(mLocalInfos.mSize));
 }

@@ -5,9 +5,9 @@
 //   communication  the packed pieces one after the other in rank order
 //   global         the gathered matrix, runs LeadingDimension() apart
 //
-// A run is a row of a row-major matrix, a column of a column-major one. Where the pieces are
-// bands across the runs they lie side by side in each run of the global layout, and values are
-// reordered between it and the communication layout; dense_reorder.h has an example. Elsewhere
+// A run is a row of a row-major matrix, a column of a column-major one. If the pieces are bands
+// across the runs, they lie side by side in each run of the global layout, and the values are
+// reordered between it and the communication layout; dense_reorder.h has an example. Otherwise
 // the two layouts are the same.
 //
 // Included by aggregator.cpp.
@@ -24,7 +24,7 @@
 namespace Pavex {
 namespace {
 
-// Copies `runs` runs of `length` elements between arrays whose runs stand `fromLd` and `toLd`
+// Copies `runs` runs of `length` elements between arrays whose runs are `fromLd` and `toLd`
 // apart.
 template <typename T>
 void CopyRuns(std::int64_t runs, std::int64_t length, T const* from, std::int64_t fromLd, T* to,
@@ -44,7 +44,7 @@ inline bool RunsStayInside(std::int64_t begin, std::int64_t runs, std::int64_t l
                            std::int64_t ld, std::int64_t size) {
   if (runs < 1 || length < 1) return true;
   if (begin < 0 || length > size || begin > size - length) return false;
-  std::int64_t const room = size - length - begin;  // behind the start of the first run
+  std::int64_t const room = size - length - begin;  // after the start of the first run
   return runs == 1 || ld == 0 || (ld > 0 && runs - 1 <= room / ld);
 }
 
@@ -56,7 +56,7 @@ bool IsPacked(MatrixDense<T, I> const& matrix) {
 
 }  // namespace
 
-// Where this process's piece starts in the global layout.
+// The position of this process's piece in the global layout.
 template <typename T, typename I>
 long Aggregator<T, I>::LocalSubmatOffset(MatrixDense<T, I> const& local) const {
   if (mMode != DISTRIBUTED) return 0;
@@ -65,8 +65,9 @@ long Aggregator<T, I>::LocalSubmatOffset(MatrixDense<T, I> const& local) const {
   return mDispls.mData[mComm->Rank()];
 }
 
-// Makes `packed` present the values of `matrix` in packed layout: borrowed if they are already,
-// else copied. An empty matrix leaves `packed` as it is.
+// Makes `packed` the values of `matrix` in packed layout. Borrows them if they have it already;
+// then the length is that of the value array, not NNZ(). Fixed: see docs/compatibility.md.
+// Otherwise copies them. An empty matrix leaves `packed` as it is.
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::PackDenseValues(MatrixDense<T, I> const& matrix,
                                               Buffer<T>& packed) {
@@ -83,8 +84,8 @@ PavexStatus Aggregator<T, I>::PackDenseValues(MatrixDense<T, I> const& matrix,
   return STATUS_OK;
 }
 
-// Global to communication layout: a view of `global` where they coincide, else a reordered
-// copy.
+// Global to communication layout: a view of `global` if the layouts are the same, else a
+// reordered copy. The debug line comes before the allocation. Fixed: see docs/compatibility.md.
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::Dense2Comm(bool rowMajor, Buffer<T> const& global,
                                          Buffer<T>& commValues) {
@@ -100,7 +101,8 @@ PavexStatus Aggregator<T, I>::Dense2Comm(bool rowMajor, Buffer<T> const& global,
   return STATUS_OK;
 }
 
-// Communication to global layout; replaces the storage of `values` unless the layouts coincide.
+// Communication to global layout: replaces the storage of `values` unless the layouts are the
+// same. The debug line comes before the allocation. Fixed: see docs/compatibility.md.
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::Comm2Dense(bool rowMajor, Buffer<T>& values) {
   if (ContiguousLocalSubmat(rowMajor)) return STATUS_OK;

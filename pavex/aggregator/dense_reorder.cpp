@@ -12,24 +12,24 @@
 namespace Pavex {
 namespace {
 
-// Walking the pieces one after the other, run by run, fetches and writes every line of the
-// target once per piece that has a part in it: beside one memcpy, 2 to 8 times as slow for runs
-// of 8 doubles, 6 to 33 times for single ones. So pieces that tile the matrix are walked in
-// blocks of runs. What leaves a block as one stretch of the target is assembled in a scratch
-// that stays in the first caches, and goes out with streaming stores, which write whole lines
-// without fetching them. bench/dense_reorder.cpp measures both.
+// A walk piece by piece, run by run, fetches and writes every line of the target once per piece
+// that has a part in it. Compared with one memcpy, it is 2 to 8 times as slow for runs of 8
+// doubles and 6 to 33 times for single doubles. So pieces that tile the matrix are walked in
+// blocks of runs. A contiguous part of the target is assembled in a scratch array that stays in
+// the first caches. Streaming stores write it out in whole lines without fetching them.
+// bench/dense_reorder.cpp measures both walks.
 constexpr std::size_t kLine = 64;
-// Runs of this many bytes go out without the scratch; shorter ones of a block, side by side,
-// form a tile of at most this width.
+// Runs of this many bytes are written without the scratch array. Shorter runs of a block, side
+// by side, form a tile of at most this width.
 constexpr std::size_t kTileWidth = 512;
 constexpr std::size_t kTileBytes = 32768;  // at most
-// Runs of a tile that lie a multiple of this many bytes apart would meet in a few sets of the
-// cache; they are moved one line further apart.
+// Runs of a tile that are a multiple of this many bytes apart would share a few sets of the
+// cache. They are moved one line further apart.
 constexpr std::size_t kConflict = 512;
 constexpr std::size_t kScratchBytes = kTileBytes + kTileBytes / kConflict * kLine;
-// More sources than this are too many for the processor to foresee by itself.
+// The processor does not prefetch more sources than this by itself.
 constexpr int kManyPieces = 16;
-// A smaller target is left in the caches for whoever reads it next.
+// A smaller target stays in the caches, because it may be read soon.
 constexpr std::size_t kStreamFromBytes = std::size_t{2} << 20;
 
 // The pieces as the records describe them.
@@ -119,7 +119,7 @@ void CopyRuns(Target to, Source from, std::size_t length, std::size_t count) {
     std::memcpy(to.data + k * to.stride, from.data + k * from.stride, length);
 }
 
-// memcpy that does not bring the target into the caches.
+// A memcpy that does not bring the target into the caches.
 void Stream(char* to, char const* from, std::size_t bytes) {
 #if defined(__SSE2__)
   std::size_t const past = reinterpret_cast<std::uintptr_t>(to) % kLine;
@@ -137,7 +137,7 @@ void Stream(char* to, char const* from, std::size_t bytes) {
   std::memcpy(to, from, bytes);
 }
 
-// Asks for `bytes` bytes that are read soon.
+// Prefetches `bytes` bytes that are read soon.
 void Prefetch(char const* from, std::size_t bytes) {
 #if defined(__SSE2__)
   for (std::size_t i = 0; i < bytes; i += kLine)
@@ -148,7 +148,8 @@ void Prefetch(char const* from, std::size_t bytes) {
 #endif
 }
 
-// What leaves a block of runs for the target: streamed unless the target is small.
+// Writes the result of a block of runs to the target: by streaming stores unless the target is
+// small.
 class Out {
  public:
   explicit Out(std::size_t targetBytes) : mStreams(targetBytes >= kStreamFromBytes) {}

@@ -1,5 +1,5 @@
-// The two orders in which the values of a dense matrix stand in one array, and the moves
-// between them. Internal to the library; local, no communication, no allocation.
+// The two orders of the values of a dense matrix in one array, and the moves between them.
+// Internal to the library; local, no communication, no allocation.
 
 #pragma once
 
@@ -21,18 +21,19 @@ namespace Pavex {
 //   communication   00 01 10 11 20 21 | 02 03 04 12 13 14 22 23 24
 //   global          00 01|02 03 04  10 11|12 13 14  20 21|22 23 24     (ld = 5)
 //
-// Element 13 is element 1 of run 1 of piece 1: it stands at 6 + 1*3 + 1 = 10 in the
-// communication layout and at 2 + 1*5 + 1 = 8 in the global one.
+// Element 13 is element 1 of run 1 of piece 1. Its index is 6 + 1*3 + 1 = 10 in the
+// communication layout and 2 + 1*5 + 1 = 8 in the global one.
 //
 // Piece p has `cols` (row-major) or `rows` (column-major) of record p as the length of its runs
-// and the other one as their number. The walk goes through the pieces in rank order: run k of
+// and the other one as their number. The walk visits the pieces in rank order: run k of
 // piece p moves between (elements of the earlier pieces) + k * (its length) and (lengths of the
 // earlier pieces) + k * `ld`. Where pieces overlap, the later one wins; elements that no run
 // reaches keep what they had. Each function reads the first `pieces` records.
 
 // The first process with an element that the walk would read or write outside arrays of `total`
 // elements, the same on both sides, or with a negative extent; kNobody if there is none, which
-// must be so before the two moves below. A negative `ld` or `total` is put down to process 0.
+// must be so before the two moves below. A negative `ld` or `total` counts as a fault of
+// process 0.
 std::int64_t FindRunsOutside(Buffer<MatrixLocalInfo> const& infos, int pieces, bool rowMajor,
                              long ld, long total) noexcept;
 

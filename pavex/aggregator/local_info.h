@@ -19,9 +19,9 @@ enum DistMatrixMode : std::int32_t {
   CENTRALIZED_ONE = 2   // one process holds the whole matrix, the others hold empty ones
 };
 
-// In place of a rank: all processes, as the root of a gather that all receive.
+// Stands for a rank: all processes, as the root of a gather to all.
 inline constexpr int kEverybody = -1;
-// In place of a rank: no process.
+// Stands for a rank: no process.
 inline constexpr int kNobody = -2;
 
 // The enumerator's name; "unknown" for any other value.
@@ -52,8 +52,8 @@ inline char const* DistMatrixModeStr(DistMatrixMode mode) noexcept {
 //       56     8  cols
 //       64     8  nnz
 //
-// A new record has no partition, and a store type, shapes and entries that no matrix has, until
-// it arrives.
+// Until it arrives, a record has no partition, and a store type, shapes and entries that no
+// matrix has. The padding is not written. Fixed: see docs/compatibility.md.
 struct MatrixLocalInfo {
   bool withValues = false;      // the caller's flag: aggregate values as well as the pattern
   std::int32_t pattern = -1;    // MatrixBase::mPattern
@@ -67,7 +67,7 @@ struct MatrixLocalInfo {
   std::int64_t cols = -1;                     // MatrixBase::mCols
   std::int64_t nnz = -1;                      // MatrixBase::NNZ()
 
-  // Whether a process has filled it.
+  // Whether a process has filled this record.
   bool Arrived() const noexcept {
     return storeType != -1 || partition.type != PARTITION_NONE || rows != -1 || cols != -1 ||
            nnz != -1;
@@ -82,7 +82,7 @@ struct MatrixLocalInfo {
   // How many elements a run of a dense piece in that order has.
   std::int64_t RunLength(bool rowMajor) const noexcept { return Lines(!rowMajor); }
 
-  // The flag of a peer is a byte that may hold anything; any value but 0 is true.
+  // The flag of a peer is a byte with any value. Every value except 0 is true.
   bool WithValues() const noexcept {
     unsigned char byte = 0;
     std::memcpy(&byte, &withValues, 1);

@@ -1,4 +1,5 @@
-// What every path of a gather works from, and the checks of the operations that follow it.
+// The data that every path of a gather uses, and the checks of the operations that follow a
+// gather.
 
 #include "pavex/aggregator/aggregator_base.h"
 #include "pavex/aggregator/plan.h"
@@ -98,11 +99,12 @@ void AggregatorBase::FillFromReference(MatrixLocalInfo const& reference, int ran
   mGlobalCols = reference.globalCols;
 }
 
-// On receivers where each piece's entries go. Example: two row bands with 28 and 42 entries
-// give counts [28, 42] and displacements [0, 28].
+// On receivers: where the entries of each piece go, narrowed to int without a check. Fixed: see
+// docs/compatibility.md. Example: two row bands with 28 and 42 entries give counts [28, 42] and
+// displacements [0, 28].
 PavexStatus AggregatorBase::FillCounts(GatherPlan const& plan) {
-  // The communicator would get a negative count, or one that leads behind an array whose size
-  // in bytes has wrapped.
+  // Otherwise the communicator would get a negative count, or a count beyond an array whose
+  // size in bytes has wrapped.
   if (plan.mStage == GatherStage::COUNTS) return Log::Report(plan.mStatus);
   if (!mIsReceiver) return STATUS_OK;
   long const pieces = mLocalInfos.mSize;
@@ -165,7 +167,7 @@ PavexStatus AggregatorBase::CheckAfterGather(MatrixBase const& local) const {
   if (!gathered || (mIsReceiver && mTarget == nullptr)) return NotGathered();
 
   PavexStatus const status = CheckConsistency(local);
-  if (status == STATUS_WRONG_ORDER) return status;  // its own line says it all
+  if (status == STATUS_WRONG_ORDER) return status;  // the failure has its own line
   if (Log::Report(status) != STATUS_OK) return status;
   return Log::Report(CheckLocalValues(true, local));
 }

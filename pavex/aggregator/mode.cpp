@@ -1,5 +1,5 @@
-// The log lines of the mode and of the agreement. The plan decides both; every process makes it
-// from the same records and so comes to the same result.
+// The log lines of the mode and of the agreement. The plan decides both. Every process makes it
+// from the same records, so all reach the same result.
 
 #include "pavex/aggregator/aggregator_base.h"
 #include "pavex/aggregator/plan.h"
@@ -27,7 +27,8 @@ char const* LineOf(GatherFlaw flaw) {
   }
 }
 
-// What is said of two neighbours, of which `first` is one.
+// The line about two neighbours, of which `first` is one. The texts are fixed: see
+// docs/compatibility.md.
 PavexStatus Disagree(GatherFlaw flaw, MatrixLocalInfo const& first) {
   if (flaw == GatherFlaw::UNKNOWN_PARTITION) {
     Log::Error("[%s] Unknown partition type, %d.\n", first.partition.type);

@@ -21,7 +21,7 @@ void Refuse(GatherPlan& plan, GatherStage stage, GatherFlaw flaw, std::int64_t p
   plan.mProcess = process;
 }
 
-// Each of the following settles one stage; it is called if the earlier ones refuse nothing.
+// Each function below decides one stage. It is called if the earlier stages refuse nothing.
 
 void SettleMode(Survey const& survey, std::int64_t count, GatherPlan& plan) {
   plan.mSource = survey.mSource;
@@ -84,7 +84,7 @@ void SettleOffsets(Records const& records, Survey const& survey, GatherPlan& pla
   if (!FitsMemory(offsets, plan.mIndexBytes))
     return Refuse(plan, GatherStage::OFFSETS, GatherFlaw::TOO_MANY_OFFSETS, kNobody);
 
-  // Adjacent bands of the compressed dimension lie behind each other.
+  // Adjacent bands of the compressed dimension follow each other.
   bool const along = first.type == (byRows ? PARTITION_ROW_WISE : PARTITION_COLUMN_WISE);
   if (along && !survey.mNegative) return;
   std::int64_t const outside = FindLengthsOutside(byRows, first.begin, count, records);
@@ -104,7 +104,7 @@ void SettleValues(Records const& records, GatherPlan& plan) {
   }
   if (!plan.mWithValues) return;
 
-  // Where the store type does not tell the order, a process of either order has to fail.
+  // If the store type does not say the order, processes of both orders must fail.
   bool const told = TellsOrder(reference.storeType);
   bool const rowMajor = reference.storeType != STORE_DENSE_COL_MAJOR;
   GatherFlaw const flaw = plan.DenseFlaw(rowMajor);
@@ -113,8 +113,8 @@ void SettleValues(Records const& records, GatherPlan& plan) {
   Refuse(plan, GatherStage::VALUES, flaw, plan.mOutside[rowMajor ? 1 : 0]);
 }
 
-// Elements of the largest array that is transferred. An only holder sends its offsets, of which
-// there is one more than rows (columns).
+// Elements of the largest array that is transferred. A single holder sends its offsets, one
+// more than rows (columns).
 long MostMoved(GatherPlan const& plan) {
   if (plan.mMode == CENTRALIZED_ALL) return 0;
   if (plan.mKind == StoreKind::DENSE) return plan.mWithValues ? plan.mNnz : 0;

@@ -1,7 +1,7 @@
-// What a gather will do, decided from the records of its processes: a value that can be had
-// without a communicator. The gather itself acts on the same plan.
+// What a gather will do, decided from the records of its processes. It is a value and needs no
+// communicator. The gather itself uses the same plan.
 //
-// Every function here is local, logs nothing and takes nothing from a pool. Records may hold
+// Every function here is local, logs nothing and takes nothing from a pool. Records may contain
 // any bytes.
 
 #pragma once
@@ -48,7 +48,7 @@ enum class GatherFlaw {
   NOT_ADJACENT,        // the second band does not begin where the first one ends
   DIMENSION,           // the shapes differ
   FLAG,                // the flags of the values differ
-  SOME_EMPTY,          // some processes are empty: neither all nor all but one
+  SOME_EMPTY,          // some processes are empty: neither all nor all except one
   BAD_COUNT,           // negative entries, or more together than memory can hold
   UNKNOWN_STORE_TYPE,  // the reference process's store type does not exist
   TOO_MANY_OFFSETS,    // more rows (columns) together than memory can hold
@@ -107,7 +107,7 @@ struct GatherPlan {
   bool CountsFit() const noexcept {
     return mRows >= 0 && mCols >= 0 && mNnz >= 0 && mMostMoved <= kMostCounted;
   }
-  // Why dense values of local matrices in this order cannot be placed; NONE if they can.
+  // Why dense values of local matrices in this order cannot be placed; NONE if they can be.
   GatherFlaw DenseFlaw(bool rowMajor) const noexcept {
     if (!mFills) return GatherFlaw::NOT_FILLED;
     return mOutside[rowMajor ? 1 : 0] == kNobody ? GatherFlaw::NONE : GatherFlaw::RUNS_OUTSIDE;
@@ -115,12 +115,12 @@ struct GatherPlan {
 };
 
 // Plans the gather whose processes exchange `records`, one per process by rank. `valueBytes`
-// and `indexBytes`: the sizes of T and I. Takes no memory. Reads the records once, and once
-// more where pieces are placed otherwise than in the order of the ranks.
+// and `indexBytes`: the sizes of T and I. Takes no memory. Reads the records once, and a second
+// time if pieces are not placed in the order of the ranks.
 PAVEX_API GatherPlan PlanGather(Buffer<MatrixLocalInfo> const& records, std::size_t valueBytes,
                                 std::size_t indexBytes);
 
-// What the gather does not refuse, though it is hardly meant.
+// What the gather does not refuse, but is probably a mistake.
 enum class FindingKind {
   NEGATIVE_SIZE,     // the gathered matrix has a negative size
   TOO_MANY,          // more elements in one transfer than a communicator can count
@@ -146,23 +146,23 @@ struct GatherFinding {
   std::int64_t mLast = 0;           // UNCOVERED and OUTSIDE: the last row (column)
 };
 
-// What is suspicious about records that `plan`, made from them, does not refuse; empty if the
-// plan is a refusal. What only some processes meet is found here: the gather may succeed on the
-// others, or leave them waiting.
+// What is suspicious about records that `plan`, made from them, does not refuse. Empty if the
+// plan refuses them. It includes faults that only some processes meet: the gather may succeed
+// on the others, or leave them waiting.
 PAVEX_API std::vector<GatherFinding> FindSuspicious(Buffer<MatrixLocalInfo> const& records,
                                                     GatherPlan const& plan);
 
-// A finding in words, such as "declared 9 x 2: rows 2 to 8 are held by no process".
+// A finding in words. Example: "declared 9 x 2: rows 2 to 8 are held by no process".
 PAVEX_API std::string Describe(GatherFinding const& finding,
                                Buffer<MatrixLocalInfo> const& records, GatherPlan const& plan);
 
-// Whose records a description lists.
+// Which records a description lists.
 enum class Listed {
   FIRST_AND_LAST,  // of many processes only the first and the last few
   ALL
 };
 
-// The plan and its records in words, as Aggregator::Describe gives them after a gather.
+// The plan and its records in words, as Aggregator::Describe returns them after a gather.
 PAVEX_API std::string Describe(Buffer<MatrixLocalInfo> const& records, GatherPlan const& plan,
                                Listed listed = Listed::FIRST_AND_LAST);
 

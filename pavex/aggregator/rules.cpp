@@ -43,7 +43,7 @@ GatherFlaw CompareFlag(MatrixLocalInfo const& a, MatrixLocalInfo const& b) {
   return a.WithValues() == b.WithValues() ? GatherFlaw::NONE : GatherFlaw::FLAG;
 }
 
-// The rules of the mode in their order, up to the first flaw.
+// Applies the rules of the mode in their order, up to the first flaw.
 GatherFlaw CompareNeighbours(DistMatrixMode mode, MatrixLocalInfo const& a,
                              MatrixLocalInfo const& b) {
   bool const pieces = mode == DISTRIBUTED;

@@ -1,5 +1,5 @@
-// The rules by which the exchanged records are judged: pure functions that neither log nor
-// communicate. A plan is made of them.
+// The rules about the exchanged records: pure functions that neither log nor communicate. A
+// plan uses them.
 //
 // Internal.
 
@@ -13,11 +13,12 @@
 
 namespace Pavex {
 
-// A compressed or dense piece with rows and columns counts even without entries; a coordinate
-// piece does not.
+// Whether a piece is empty. A compressed or dense piece with rows and columns is not empty,
+// even without entries. A coordinate piece without entries is empty. Fixed: see
+// docs/compatibility.md.
 bool IsEmpty(MatrixLocalInfo const& info);
 
-// Where the neighbour of a band has to begin.
+// Where the next band must begin.
 std::int64_t AdjacentBegin(MatrixLocalInfo const& band);
 
 // In what two neighbours disagree.
@@ -25,8 +26,8 @@ struct Disagreement {
   GatherFlaw mFlaw = GatherFlaw::NONE;
   std::int64_t mFirst = kNobody;  // the pair is this process and the next
 };
-// The first one in the order of the pairs. In CENTRALIZED_ONE there is none: nothing is
-// compared.
+// The first disagreement in the order of the pairs. CENTRALIZED_ONE has none, because nothing
+// is compared.
 Disagreement FindDisagreement(DistMatrixMode mode, Buffer<MatrixLocalInfo> const& infos);
 
 // What one pass over the records finds.
@@ -54,7 +55,7 @@ struct GatheredShape {
   long mNnz;
 };
 
-// Whether a dense matrix has just the entries of its shape.
+// Whether a dense matrix has exactly the entries of its shape.
 bool FillsShape(GatheredShape const& shape);
 
 // The first process whose lengths of rows (columns, unless `byRows`) do not land inside the
@@ -63,8 +64,8 @@ bool FillsShape(GatheredShape const& shape);
 std::int64_t FindLengthsOutside(bool byRows, std::int64_t first, std::int64_t count,
                                 Buffer<MatrixLocalInfo> const& infos);
 
-// Whether the pieces of a dense matrix, cut as `partition` says, are the gathered one already
-// when they stand one after the other, so that nothing is reordered.
+// Whether the pieces of a dense matrix, cut as `partition` says, already form the gathered
+// matrix when they follow each other, so that nothing is reordered.
 bool PiecesAreInOrder(std::int32_t partition, bool rowMajor, long rows, long cols);
 
 // The first process whose dense piece, cut as `partition` says and moved in that order, goes

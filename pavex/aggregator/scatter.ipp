@@ -1,5 +1,5 @@
-// The way back: each process receives its own piece of the gathered dense matrix, laid out as
-// its local matrix is.
+// The scatter: each process receives its own piece of the gathered dense matrix, in the layout
+// of its local matrix.
 //
 //   every process has the whole   no message, each copies its piece
 //   DISTRIBUTED                   Scatterv of the communication layout
@@ -37,7 +37,7 @@ PavexStatus Aggregator<T, I>::ScatterDense(MatrixDense<T, I> const& local) {
   return ScatterDenseValues(packed, local);
 }
 
-// No message: this process's own gathered matrix holds its piece.
+// No message is sent: this process's own gathered matrix contains its piece.
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::CopyOwnPiece(MatrixDense<T, I> const& whole,
                                            MatrixDense<T, I> const& local) {
@@ -49,7 +49,8 @@ PavexStatus Aggregator<T, I>::CopyOwnPiece(MatrixDense<T, I> const& whole,
   return STATUS_OK;
 }
 
-// Whether the piece of every process lies inside the gathered matrix; alike on every process.
+// Whether the piece of every process lies inside the gathered matrix. The result is the same on
+// every process.
 template <typename T, typename I>
 bool Aggregator<T, I>::PiecesFit(MatrixDense<T, I> const& whole) const {
   if (mMode != DISTRIBUTED) return true;
@@ -105,7 +106,7 @@ PavexStatus Aggregator<T, I>::ScatterDenseValues(Buffer<T> const& global,
   return STATUS_OK;
 }
 
-// A packed local matrix receives in place, another one into storage of its own.
+// A packed local matrix receives in place; any other one receives into a separate array.
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::PrepareReceive(MatrixDense<T, I> const& local, long entries,
                                              Buffer<T>& received) {

@@ -1,4 +1,5 @@
-// What the sparse paths share: arrays prepared, moved and built into the gathered matrix alike.
+// The common steps of the sparse paths: prepare arrays, move them, and build the gathered
+// matrix.
 //
 // Included by aggregator.cpp.
 
@@ -14,8 +15,8 @@
 
 namespace Pavex {
 
-// Where the whole matrix lies here already its array is borrowed, wanted or not; elsewhere a
-// receiver gets `count` elements if they are wanted, and the others only send.
+// Borrows the local array if the whole matrix is here already, wanted or not. Otherwise a
+// receiver allocates `count` elements if they are wanted, and other processes only send.
 template <typename T, typename I>
 template <typename E>
 PavexStatus Aggregator<T, I>::PrepareArray(Buffer<E> const& local, long count, bool wanted,
@@ -50,8 +51,8 @@ PavexStatus Aggregator<T, I>::TransferArray(Buffer<E> const& local, long localCo
   return STATUS_OK;
 }
 
-// Builds the gathered matrix over the three arrays, taken over whole: it owns what was
-// allocated and borrows what was borrowed.
+// Builds the gathered matrix, which takes over the three arrays: it owns allocated ones and
+// borrows borrowed ones.
 template <typename T, typename I>
 template <typename M>
 void Aggregator<T, I>::SetSparseTarget(Buffer<I>& first, Buffer<I>& second, Buffer<T>& values) {
@@ -65,7 +66,8 @@ void Aggregator<T, I>::SetSparseTarget(Buffer<I>& first, Buffer<I>& second, Buff
   mTarget = target;
 }
 
-// Replaces the values of the gathered matrix; its old ones are released on the way out.
+// Replaces the values of the gathered matrix by a new array and releases the old one. Fixed:
+// see docs/compatibility.md.
 template <typename T, typename I>
 template <typename M>
 PavexStatus Aggregator<T, I>::UpdateSparse(M const& local) {

@@ -1,5 +1,6 @@
-// The choice between delivery to one process and delivery to all. A target rank >= 0 means that
-// process, kEverybody every process; any other number goes to the communicator as a rank.
+// Chooses between delivery to one process and delivery to all. A target rank >= 0 means that
+// process, and kEverybody means every process. Any other number goes to the communicator as a
+// rank.
 //
 // Included by aggregator.cpp: these routines are local to it.
 
@@ -13,12 +14,13 @@
 namespace Pavex {
 namespace {
 
-// Tags of the point-to-point messages, so that those of different phases are never confused.
+// The tags of the point-to-point messages: messages of different phases never match. Fixed: see
+// docs/compatibility.md.
 enum Tag : std::int32_t { TAG_GATHER = 50, TAG_UPDATE = 51, TAG_SCATTER = 52 };
 
-// Collects `sendcount` elements from each process into `recvbuf` of `root` (or of everybody).
-// The receive arguments are read on receivers only, one count and displacement per process, in
-// elements. Collective.
+// Collects `sendcount` elements from each process into `recvbuf` of `root` (or of every
+// process). Only receivers read the receive arguments, one count and displacement per process,
+// in elements. Collective.
 PavexStatus GatherDistributed(void const* sendbuf, int sendcount, void* recvbuf,
                               int const* recvcounts, int const* displs, Datatype type, int root,
                               Comm const& comm) {
@@ -28,8 +30,8 @@ PavexStatus GatherDistributed(void const* sendbuf, int sendcount, void* recvbuf,
   return comm.Gatherv(sendbuf, sendcount, type, recvbuf, recvcounts, displs, type, root);
 }
 
-// Moves the `count` elements of `buf` that rank `src` holds to `buf` of rank `dst` (or of
-// everybody). `buf` is not read on bystanders. Collective if `dst` is kEverybody, else between
+// Moves the `count` elements of `buf` that rank `src` holds to `buf` of rank `dst` (or of every
+// process). Other ranks do not read `buf`. Collective if `dst` is kEverybody, else between
 // `src` and `dst`.
 PavexStatus TransferCentralized(void* buf, int count, Datatype type, int src, int dst, Tag tag,
                                 Comm const& comm) {

@@ -1,4 +1,4 @@
-// How records are put into words. Any number may stand in a record of another process.
+// Describes records in words. A record of another process may contain any number.
 //
 // Internal.
 
@@ -28,7 +28,7 @@ std::string Flag(bool withValues);
 std::string Lines(bool byRows);
 // "rows 2 to 8" or "row 2".
 std::string Lines(bool byRows, std::int64_t first, std::int64_t last);
-// All that a record says, or that it never arrived.
+// Everything that a record says, or that it never arrived.
 std::string Record(MatrixLocalInfo const& info);
 
 }  // namespace Pavex::Words
