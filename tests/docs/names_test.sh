@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # names_test.sh SOURCE-DIR: every path, every test (`Suite.Name`) and every test program (`..._test`)
-# that a document names in backticks exists.
+# that a document names in backticks exists, and `Function` in `file` is in that file.
 set -euo pipefail
 cd "$1"
 
@@ -28,5 +28,14 @@ done < <(for document in ./*.md docs/*.md; do
     grep -E '^(bench|cmake|docs|examples|packaging|pavex|tests|tools)/[A-Za-z0-9_./*-]*$|^[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]+$|^[a-z_]+_test$' |
     sed "s|^|$document |" || true
 done)
-echo "$paths paths and $named tests named, $missing of them missing"
+while read -r place; do
+  file=${place##* in }
+  for name in $(grep -oE '[A-Za-z_:]+' <<<"${place% in *}" | grep -vx and); do
+    named=$((named + 1))
+    grep -qw "${name##*::}" "$file" && continue
+    echo "$file does not contain $name"
+    missing=$((missing + 1))
+  done
+done < <(grep -hoE '`[A-Za-z_:]+`( and `[A-Za-z_:]+`)? in `[a-z_]+/[a-z_/]+\.(h|cpp|ipp)`' ./*.md docs/*.md | tr -d '`')
+echo "$paths paths and $named tests and functions named, $missing of them missing"
 [ "$paths" -gt 10 ] && [ "$missing" -eq 0 ]
