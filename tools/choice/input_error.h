@@ -1,4 +1,4 @@
-// The one exception type of the command's input and output side.
+// The only exception type of the command's input and output.
 
 #pragma once
 
@@ -6,7 +6,7 @@
 
 namespace Pavex::Tool {
 
-// Something that the user can put right: a bad file, a bad argument, a full disk. what() is one
+// A fault that the user can repair: a bad file, a bad argument, a full disk. what() is one
 // line ready for standard error, without "error:" in front and without a line end.
 class InputError : public std::runtime_error {
  public:

@@ -33,7 +33,7 @@ std::string OneLine(std::string message) {
   return message;
 }
 
-// What CLI11 found, in words that name the option and what is wrong with it.
+// The fault that CLI11 found, in words that name the option and the fault.
 std::string InOwnWords(CLI::App const& app, CLI::ParseError const& error) {
   std::vector<std::string> const unexpected = app.remaining(true);
   if (!unexpected.empty() && unexpected[0][0] == '-')
@@ -89,7 +89,7 @@ int main(int argc, char** argv) {
 #ifdef PAVEX_UMFPACK
   Pavex::Tool::UseOneBlasThread(argv);
 #endif
-  std::signal(SIGXFSZ, SIG_IGN);  // what writes beyond the limit says so itself
+  std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the limit reports its own fault
   Pavex::Tool::Job job;
   try {
     int const exitCode = Pavex::Tool::Run(job, argc, argv);

@@ -1,4 +1,4 @@
-// How a matrix is cut into one piece for each rank: arithmetic only, no entries.
+// Computes how a matrix is cut into one piece for each rank. No entries are read.
 
 #pragma once
 
@@ -12,7 +12,7 @@
 
 namespace Pavex::Tool {
 
-// Counts and displacements of a gather are 32-bit.
+// The greatest count: counts and displacements of a gather are 32-bit.
 constexpr long kMaxEntries = std::numeric_limits<std::int32_t>::max();
 
 // The share of one rank: the entries numbered [mEntryBegin, mEntryEnd) in the order of the
@@ -41,12 +41,12 @@ struct Extent {
 // is another way out than fewer ranks: " or --partition entries"; may be empty.
 void RefuseTooManyRanks(long extent, int ranks, char const* what, std::string const& orElse);
 
-// The piece of `rank`, one of `ranks`. Bands have the same number of rows (columns, entries) up
-// to one. Example: 10 rows on 4 ranks are cut into the bands [0, 2), [2, 5), [5, 7), [7, 10).
-// With Partition::ONE, `holder` has all and the others a 0 x 0 piece.
-// `cuts`, where given, are the first rows (columns, entries) of all bands but the first: the
-// cuts 1, 4, 9 give the bands [0, 1), [1, 4), [4, 9), [9, 10).
-// Throws InputError if a band would have no rows (columns, entries); one rank may have none.
+// The piece of `rank`, one of `ranks`. The bands have equal numbers of rows (columns, entries),
+// up to one. Example: 10 rows on 4 ranks are cut into the bands [0, 2), [2, 5), [5, 7), [7,
+// 10). With Partition::ONE, `holder` has all and the others a 0 x 0 piece. `cuts`, if given,
+// are the first rows (columns, entries) of all bands except the first: the cuts 1, 4, 9 give
+// the bands [0, 1), [1, 4), [4, 9), [9, 10). Throws InputError if a band would have no rows
+// (columns, entries); one rank may have none.
 Piece CutPiece(Extent const& whole, Partition partition, int ranks, int rank, int holder,
                std::vector<long> const& cuts = {});
 

@@ -1,5 +1,5 @@
 // The picture of a gather: the pattern of the gathered matrix, each entry in the colour of the
-// rank that held it, beside a table of the ranks.
+// rank that held it, next to a table of the ranks.
 
 #pragma once
 
@@ -11,15 +11,15 @@
 
 namespace Pavex::Tool {
 
-// The bytes of the file. Only where CanDraw().
+// The bytes of the file. Call it only if CanDraw().
 std::string DrawPattern(GatherReport const& report, PatternCells const& cells,
                         PictureKind kind);
 
 // The pattern alone: one pixel for each cell.
 Raster Paint(PatternCells const& cells);
 
-// The box that the cells fill with whole pixels each, at a place of the canvas: square cells,
-// unless the matrix is thin. Empty sides keep some length.
+// The box of the cells on the canvas. Each cell fills whole pixels and is square unless the
+// matrix is thin. Empty sides keep some length.
 Box PatternBox(CellGrid const& grid, double x, double y);
 
 }  // namespace Pavex::Tool

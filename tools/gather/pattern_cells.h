@@ -1,5 +1,5 @@
-// A sparsity pattern in the resolution of a picture: a large matrix is cut into cells of many
-// positions, and each cell knows how many entries it has and which rank held most of them.
+// A sparsity pattern in the resolution of a picture. A large matrix is cut into cells of many
+// positions. Each cell counts its entries and knows which rank held most of them.
 
 #pragma once
 
@@ -13,8 +13,8 @@ constexpr long kMostCells = 600;  // along each side
 // stays visible.
 constexpr long kThinCells = 60;
 
-// The cut into cells: all have mCellRows x mCellCols positions but the last ones, which may be
-// smaller. Example: 1300 x 90 positions are cut into cells of 3 x 1, 434 down and 90 across;
+// The cut into cells. All have mCellRows x mCellCols positions, except the last ones, which may
+// be smaller. Example: 1300 x 90 positions are cut into cells of 3 x 1, 434 down and 90 across;
 // 3000 x 1000 into cells of 5 x 5, 600 down and 200 across.
 struct CellGrid {
   long mRows = 0;  // of the matrix
@@ -39,7 +39,7 @@ class PatternCells {
  public:
   PatternCells(long rows, long cols);
 
-  // What is added from here on was held by `rank`.
+  // Entries that are added from now on were held by `rank`.
   void BeginRank(int rank);
   // An entry of the matrix. With `isZero` it shows its rank but does not count: an element of a
   // dense matrix that is stored though it is zero.
@@ -64,8 +64,8 @@ class PatternCells {
   int mRank = 0;
 };
 
-// How strongly a cell is coloured, from 0.55 for one entry to 1 for as many as any cell has, in
-// proportion to the logarithm. A cell without nonzero entries, of a dense matrix: 0.15.
+// The strength of a cell's colour: from 0.55 for one entry to 1 for the most entries of any
+// cell, by the logarithm. A cell of a dense matrix without nonzero entries has 0.15.
 double Strength(long entries, long mostEntries);
 
 }  // namespace Pavex::Tool

@@ -11,7 +11,7 @@
 
 namespace Pavex::Tool {
 
-// Column-major with `pad` unused elements behind each column. Not movable: the matrix points
+// Column-major with `pad` unused elements after each column. Not movable: the matrix points
 // into the array, which a gathered matrix may borrow, so this outlives it.
 template <typename T, typename I>
 class DensePiece {

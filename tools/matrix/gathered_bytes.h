@@ -1,4 +1,4 @@
-// How much of a gathered matrix had to travel.
+// Counts the bytes of a gathered matrix that had to travel.
 
 #pragma once
 

@@ -17,7 +17,7 @@ namespace Pavex::Tool {
 template <typename T>
 constexpr bool kIsComplex = !std::is_floating_point_v<T>;
 
-// The type in which products are summed.
+// The type in which products are added up.
 template <typename T>
 using Wide = std::conditional_t<kIsComplex<T>, std::complex<double>, double>;
 
@@ -67,8 +67,8 @@ void SumOverRanks(Comm const& comm, std::vector<W>& values) {
   values.swap(sum);
 }
 
-// Completes the row sums of pieces of which several contribute to a row. Of any other cut, the
-// sums of a row are complete where its part of the right-hand side is. Collective.
+// Completes the row sums if several pieces contribute to a row. With any other cut, the sums of
+// a row are already complete on the rank with its part of the right-hand side. Collective.
 template <typename T>
 void Complete(Comm const& comm, Partition partition, RowSums<T>& sums) {
   if (partition != Partition::COLUMNS && partition != Partition::ENTRIES) return;

@@ -1,5 +1,4 @@
-// What stands in the value arrays of the pieces: the input at first, then a little more with
-// each update.
+// The values of the pieces: the input at first, then a little more with each update.
 
 #pragma once
 
@@ -25,8 +24,8 @@ inline std::complex<double> InputValue(Triplets const& triplets, std::size_t k) 
   return {triplets.mReal[k], triplets.IsComplex() ? triplets.mImag[k] : 0.0};
 }
 
-// What one step adds at a position: it differs between neighbours, so that a value at the wrong
-// place shows, and is a small whole number.
+// The amount that one step adds at a position. It differs between neighbours, so a value at the
+// wrong place shows. It is a small whole number.
 template <typename T>
 T StepIncrement(long row, long col) {
   return static_cast<T>(static_cast<float>(1 + (31 * row + 17 * col) % 61));
@@ -40,7 +39,7 @@ T AfterSteps(T value, long row, long col, int steps) {
   return value;
 }
 
-// What the elements between the runs of a dense piece hold; nothing may ever change them.
+// The value of the elements between the runs of a dense piece. Nothing may ever change them.
 template <typename T>
 T GapValue() {
   return static_cast<T>(-12345.0F);

@@ -38,14 +38,14 @@ std::string ForEachRow(Source const& source, long begin, long end, Use const& us
   return "";
 }
 
-// The gathered sparse matrix, seen row by row whatever its storage.
+// The gathered sparse matrix, row by row, in any storage.
 template <typename T, typename I>
 class SparseRows {
  public:
   SparseRows(Elements<T, I> const& elements, bool withValues)
       : mElements(elements), mWithValues(withValues) {}
 
-  // Whether every entry lies inside the matrix; must be asked first, and prepares the rows.
+  // Whether every entry lies inside the matrix. Call it first: it also prepares the rows.
   std::string FindFault() {
     std::string fault = mElements.mCompressed ? FindFaultInOffsets() : "";
     for (std::size_t k = 0; fault.empty() && k < mElements.mCount; ++k)

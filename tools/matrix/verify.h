@@ -1,5 +1,6 @@
 // Checks a gathered matrix, or a dense piece that came back, entry by entry against the input.
-// Nothing here knows of pieces' arrays: the expected entries come from the source, row by row.
+// The check does not read the arrays of the pieces: the expected entries come from the source,
+// row by row.
 
 #pragma once
 
@@ -14,7 +15,7 @@ namespace Pavex::Tool {
 struct Expectation {
   Format mFormat = Format::COO;
   bool mWithValues = true;
-  int mSteps = 0;  // steps that the values have gone since the input
+  int mSteps = 0;  // steps that the values have moved since the input
 };
 
 // Compares shape, storage, pattern and values exactly; the entries of one row (of the whole

@@ -1,4 +1,4 @@
-// The parts of the check that neither know the storage nor the source.
+// The parts of the check that do not depend on storage and source.
 
 #pragma once
 
@@ -10,7 +10,7 @@
 
 namespace Pavex::Tool {
 
-// As std::memcmp: 0 if the bits are the same.
+// Compares like std::memcmp: 0 if the bits are the same.
 template <typename T>
 int CompareBits(T const& a, T const& b) {
   void const* const bitsOfA = &a;

@@ -18,7 +18,7 @@ inline void Require(PavexStatus status, std::string const& what, Comm const& com
                  std::to_string(status) + ": " + PavexStatusStr(status));
 }
 
-// The records of all ranks, by rank.
+// Collects the records of all ranks, by rank.
 template <typename Record>
 std::vector<Record> FromEveryRank(Comm const& comm, Record const& mine) {
   static_assert(std::is_trivially_copyable_v<Record>, "travels as bytes");

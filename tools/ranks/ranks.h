@@ -1,4 +1,4 @@
-// Runs a function on every rank of a job, whatever carries the ranks.
+// Runs a function on every rank of a job, over processes or threads.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// The picture of a solve: the solution beside the times of the steps.
+// The picture of a solve: the solution next to the times of the steps.
 
 #pragma once
 

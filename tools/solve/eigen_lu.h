@@ -11,8 +11,8 @@
 #include <new>
 #include <string>
 
-// Where memory runs out, SparseLU would catch the exception and use arrays that it has just
-// freed. Without this macro it lets the exception pass.
+// If memory runs out, SparseLU would catch the exception and use arrays that it has just freed.
+// Without this macro it lets the exception pass.
 #pragma push_macro("EIGEN_EXCEPTIONS")
 #undef EIGEN_EXCEPTIONS
 #include <Eigen/SparseLU>
@@ -20,7 +20,7 @@
 
 namespace Pavex::Tool {
 
-// For every type. Works on a copy of its own of what SolverInput shows.
+// For every type. It works on its own copy of what SolverInput shows.
 template <typename T, typename I>
 class EigenLu final : public SparseLu<T, I> {
  public:

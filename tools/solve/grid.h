@@ -1,4 +1,4 @@
-// The points that the unknowns of a generated problem stand for.
+// The grid points of the unknowns of a generated problem.
 
 #pragma once
 

@@ -1,5 +1,5 @@
-// The problem that `pavex solve` makes of a matrix: values that change in time, and a smooth
-// solution to find again.
+// The problem that `pavex solve` makes from a matrix: values that change in time, and a smooth
+// solution that the solver must find.
 
 #pragma once
 

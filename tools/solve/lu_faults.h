@@ -1,4 +1,4 @@
-// What a factorisation can fail with, in the words of the command.
+// The faults of a factorisation, in the words of the command.
 
 #pragma once
 

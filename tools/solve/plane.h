@@ -1,4 +1,4 @@
-// What of a solution a picture shows: a plane of a grid, or the components in a row.
+// The part of a solution that a picture shows: a plane of a grid, or the components in a row.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// How well scattered solutions fit: every rank judges its own rows.
+// Measures how well scattered solutions fit. Every rank checks its own rows.
 
 #pragma once
 
@@ -55,7 +55,7 @@ Maxima MaximaOf(SolveProblem const& problem, long column, RowSums<T> const& sums
   return maxima;
 }
 
-// Collective; alike on every rank.
+// Collective, with the same result on every rank.
 inline Accuracy Judge(Comm const& comm, std::vector<Maxima> const& mine) {
   constexpr std::size_t kNumbers = sizeof(Maxima) / sizeof(double);
   std::vector<Maxima> all(mine.size());

@@ -12,8 +12,8 @@
 namespace Pavex::Tool {
 
 // Refers to the arrays of the gathered matrix where they have that form already. Those of
-// compressed rows have it too, as the columns of the transpose. Anything else is converted:
-// coordinates, duplicates, which are summed, and entries out of order.
+// compressed rows have it too, as the columns of the transpose. Everything else is converted:
+// coordinates, duplicates (which are added up), and entries out of order.
 template <typename T, typename I>
 class SolverInput {
  public:
@@ -28,7 +28,7 @@ class SolverInput {
   // View() is the transpose of the operator.
   bool IsTransposed() const { return mIsTransposed; }
 
-  // As in "csr in place, as the transpose".
+  // Example: "csr in place, as the transpose".
   std::string Description() const;
 
  private:

@@ -21,14 +21,14 @@ struct DenseView {
   T* Column(long j) const { return mValues + j * mLd; }
 };
 
-// The LU factors of one gathered operator. Local; used by one thread. A matrix that is
-// (numerically) singular and memory that does not suffice throw JobError.
+// The LU factors of one gathered operator. Local; used by one thread. Throws JobError if the
+// matrix is (numerically) singular or memory does not suffice.
 template <typename T, typename I>
 class SparseLu {
  public:
   virtual ~SparseLu() = default;
 
-  // As in "UMFPACK 5.7.9, umfpack_di".
+  // Example: "UMFPACK 5.7.9, umfpack_di".
   virtual std::string Name() const = 0;
 
   // Orders the unknowns for the pattern of `gathered`, a square sparse matrix with values.
@@ -41,7 +41,7 @@ class SparseLu {
   // the matrix factored last must be as they were then.
   virtual void Solve(DenseView<T const> const& b, DenseView<T> const& x) = 0;
 
-  // How the arrays of the matrix were taken, as in "csr in place, as the transpose".
+  // How the arrays of the matrix were read. Example: "csr in place, as the transpose".
   virtual std::string Reading() const = 0;
 };
 
@@ -49,12 +49,12 @@ class SparseLu {
 template <typename T, typename I>
 std::unique_ptr<SparseLu<T, I>> MakeSparseLu();
 
-// Claims what MakeSparseLu's solver has to have before the matrix takes the memory. Throws
+// Takes the memory that MakeSparseLu's solver needs before the matrix takes it. Throws
 // JobError.
 template <typename T, typename I>
 void ReserveSparseLu();
 
-// What `pavex --version` says of the solvers and of the licence that follows from them.
+// What `pavex --version` says about the solvers and the licence that follows from them.
 std::string SolversAndLicence();
 
 }  // namespace Pavex::Tool

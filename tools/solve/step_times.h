@@ -1,4 +1,4 @@
-// The times of the steps of a solve as the bars of a picture.
+// The times of the steps of a solve, as the bars of a picture.
 
 #pragma once
 
