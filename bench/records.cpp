@@ -1,6 +1,6 @@
-// What the exchanged records cost by the number of processes: the first step of every gather
-// run as one process of P, over a communicator that hands over P records made beforehand. One
-// thread; what a network would add is not in these figures.
+// Measures the exchanged records by the number of processes: the first step of every gather,
+// run as one process of P over a communicator that delivers P records made beforehand. One
+// thread; the figures do not include a network.
 
 #include "bench/runner.h"
 #include "pavex/pavex.h"
@@ -15,7 +15,7 @@ namespace {
 
 using Records = std::vector<MatrixLocalInfo>;
 
-// The first step of a gather alone.
+// Runs only the first step of a gather.
 class RecordStep : public Aggregator<double, int> {
  public:
   using Aggregator::Aggregator;
@@ -24,7 +24,7 @@ class RecordStep : public Aggregator<double, int> {
   using AggregatorBase::mNnz;
 };
 
-// One process of many: an exchange copies the records of all into place, and no other operation
+// One process of many. An exchange copies the records of all into place; no other operation
 // that moves data is supported.
 class ScriptedComm : public SelfComm {
  public:
@@ -52,7 +52,7 @@ MatrixCSR<double, int> Band(long rank, long processes) {
   return band;
 }
 
-// What the processes of such a job say about their bands.
+// The records of the processes of such a job.
 Records BandRecords(long processes) {
   Records records(static_cast<std::size_t>(processes));
   for (long rank = 0; rank < processes; ++rank) {

@@ -1,5 +1,5 @@
-// Sums, differences and products of sizes that wrap around instead of overflowing: a record of
-// another process may hold any number, and none may be undefined behaviour.
+// Sums, differences and products of sizes that wrap around instead of overflowing. A record of
+// another process may contain any number, and no number may lead to undefined behaviour.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// What an aggregator tells about records.
+// What an aggregator says about records.
 
 #pragma once
 
@@ -11,8 +11,8 @@
 
 namespace Pavex {
 
-// What is said about `records`, however they came. They stand between two that are `other`, of
-// which nothing may be said.
+// The description of `records`. They lie between two other records, which must not be
+// described.
 inline std::string About(Records records,
                          MatrixLocalInfo const& other = Piece(STORE_DENSE_COL_MAJOR,
                                                               MatrixPartition::RowWise(1), 0, 0,
