@@ -1,4 +1,5 @@
-// What each process tells the others about its local matrix at the start of a gather.
+// The record by which each process describes its local matrix to the others at the start of a
+// gather.
 
 #pragma once
 

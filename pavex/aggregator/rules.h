@@ -73,7 +73,7 @@ bool PiecesAreInOrder(std::int32_t partition, bool rowMajor, long rows, long col
 std::int64_t FindPieceOutside(Buffer<MatrixLocalInfo> const& infos, std::int32_t partition,
                               bool rowMajor, GatheredShape const& shape);
 
-// Whether a dense store type tells the order of the elements.
+// Whether a dense store type says the order of the elements.
 bool TellsOrder(PavexMatrixStoreType type);
 
 // "row-wise", "column-wise" or "nonzero-wise"; null for any other type.

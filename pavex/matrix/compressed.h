@@ -30,8 +30,8 @@ class PAVEX_API MatrixCompressed : public MatrixBase {
   // entries, and that many indices and values. A null `values` gives a pattern.
   static M Borrow(std::int64_t rows, std::int64_t cols, I* offsets, I* indices, T* values);
 
-  // The same over arrays that are only read. J is I, a template parameter so that a call with
-  // nothing but null pointers means the function above.
+  // The same over arrays that are only read. J is I. It is a template parameter so that a call
+  // with null pointers only means the function above.
   template <typename J, typename = std::enable_if_t<std::is_same_v<J, I>>>
   static ConstMatrix<M> Borrow(std::int64_t rows, std::int64_t cols, J const* offsets,
                                I const* indices, T const* values) {

@@ -35,8 +35,8 @@ class PAVEX_API MatrixCOO : public MatrixBase {
   static MatrixCOO Borrow(std::int64_t rows, std::int64_t cols, std::int64_t nnz, I* rowIdx,
                           I* colIdx, T* values);
 
-  // The same over arrays that are only read. J is I, a template parameter so that a call with
-  // nothing but null pointers means the function above.
+  // The same over arrays that are only read. J is I. It is a template parameter so that a call
+  // with null pointers only means the function above.
   template <typename J, typename = std::enable_if_t<std::is_same_v<J, I>>>
   static ConstMatrix<MatrixCOO> Borrow(std::int64_t rows, std::int64_t cols, std::int64_t nnz,
                                        J const* rowIdx, I const* colIdx, T const* values) {

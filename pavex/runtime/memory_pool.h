@@ -85,7 +85,7 @@ class PAVEX_API MemoryPool : public Allocator {
 
   BlockCache mCache;
   std::size_t mBytesInUse = 0;
-  std::size_t mBytesSpare = 0;  // backed in blocks in use, behind their requests
+  std::size_t mBytesSpare = 0;  // the unused rests of blocks in use
   std::size_t mPeakBytesInUse = 0;
   std::size_t mBlocksInUse = 0;
   std::size_t mLimit = kDefaultLimit;
