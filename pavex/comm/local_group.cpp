@@ -21,22 +21,26 @@ constexpr std::size_t kSmall = std::size_t{1} << 15;
 // them.
 constexpr std::size_t kSmallPiece = std::size_t{1} << 10;
 
+// The number is read once, because some systems read files for it.
 int Processors() {
-  return static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+  static unsigned const processors = std::max(1U, std::thread::hardware_concurrency());
+  return static_cast<int>(processors);
 }
 
 // With a processor for each rank, looking harms no other rank. With fewer processors, every
-// look of one rank takes time from another: then all ranks together look about as often as the
-// processors would. Each rank keeps a few looks: when all ranks are ready to run, one round of
-// them brings the last one to the operation, and no rank has to sleep. More looks gained
-// nothing in measurements, and pauses cost most when the system has put two ranks on one
-// processor.
+// look of one rank lets another one run, which costs far less than sleeping and waking. With
+// many ranks, most looks come before all others have run, so each rank keeps only a few: when
+// all ranks are ready to run, one round of them brings the last one to the operation. More
+// looks gained nothing in measurements, and pauses cost most when the system has put two ranks
+// on one processor.
 LocalPatience PatienceOf(int ranks) {
   constexpr int kPauses = 20;
   constexpr int kYields = 100;
   constexpr int kFewestYields = 4;
+  constexpr int kRanksPerProcessor = 8;  // up to here each rank keeps all its looks
   if (ranks <= Processors()) return {kPauses, kYields};
-  return {0, std::max(kFewestYields, kYields * Processors() / ranks)};
+  int const share = kYields * kRanksPerProcessor * Processors() / ranks;
+  return {0, std::clamp(share, kFewestYields, kYields)};
 }
 
 // The number of ranks that are woken to copy together.
