@@ -71,8 +71,9 @@ class PAVEX_API Aggregator : public AggregatorBase {
   // piece of the gathered matrix. Elements between its runs are not written. Errors as for
   // Update, except that the leading dimension may differ. STATUS_NOT_SUPPORTED on every process
   // for a sparse matrix. A failed transfer may leave values partly overwritten where they are
-  // received in place. STATUS_INCONSISTENT also if an array of this process is too short; only
-  // this process sees it, and the others may wait for it.
+  // received in place. STATUS_INCONSISTENT on this process alone: where an array is missing
+  // (the others may then wait for it), and after Allgather where its piece does not lie inside
+  // its gathered matrix. The length of an array is not checked.
   [[nodiscard]] PavexStatus Scatter(MatrixBase& local);
 
   // Describes the last exchange of records in lines of text: the verdict first, then the
@@ -119,7 +120,6 @@ class PAVEX_API Aggregator : public AggregatorBase {
   // Dense scatter: scatter.ipp. The array of `local` is written, not the object.
   PavexStatus ScatterDense(MatrixDense<T, I> const& local);
   PavexStatus CopyOwnPiece(MatrixDense<T, I> const& whole, MatrixDense<T, I> const& local);
-  bool PiecesFit(MatrixDense<T, I> const& whole) const;
   PavexStatus ScatterDenseValues(Buffer<T> const& global, MatrixDense<T, I> const& local);
   PavexStatus PrepareReceive(MatrixDense<T, I> const& local, long entries, Buffer<T>& received);
 

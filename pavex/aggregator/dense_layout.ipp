@@ -18,7 +18,7 @@
 #include "pavex/aggregator/dense_reorder.h"
 #include "pavex/runtime/log.h"
 
-#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 
 namespace Pavex {
@@ -27,15 +27,15 @@ namespace {
 // Copies `runs` runs of `length` elements between arrays whose runs are `fromLd` and `toLd`
 // apart.
 template <typename T>
-void CopyRuns(std::int64_t runs, std::int64_t length, T const* from, std::int64_t fromLd, T* to,
-              std::int64_t toLd) {
+void CopyElements(std::int64_t runs, std::int64_t length, T const* from, std::int64_t fromLd,
+                  T* to, std::int64_t toLd) {
   if (runs < 1 || length < 1) return;
-  if (length == fromLd && length == toLd) {
-    std::copy_n(from, runs * length, to);
-    return;
-  }
-  for (std::int64_t k = 0; k < runs; ++k)
-    std::copy_n(from + k * fromLd, length, to + k * toLd);
+  auto const bytes = [](std::int64_t count) {
+    return static_cast<std::size_t>(count) * sizeof(T);
+  };
+  CopyRuns({reinterpret_cast<char*>(to), bytes(toLd)},
+           {reinterpret_cast<char const*>(from), bytes(fromLd)}, bytes(length),
+           static_cast<std::size_t>(runs));
 }
 
 // Whether `runs` runs of `length` elements, `ld` apart from `begin` on, lie inside `size`
@@ -79,8 +79,8 @@ PavexStatus Aggregator<T, I>::PackDenseValues(MatrixDense<T, I> const& matrix,
   }
   PavexStatus const status = Log::Report(mPool->Get(packed, entries));
   if (status != STATUS_OK) return status;
-  CopyRuns(matrix.Runs(), matrix.RunLength(), matrix.mValues.mData, matrix.mLd, packed.mData,
-           matrix.RunLength());
+  CopyElements(matrix.Runs(), matrix.RunLength(), matrix.mValues.mData, matrix.mLd,
+               packed.mData, matrix.RunLength());
   return STATUS_OK;
 }
 

@@ -40,8 +40,8 @@ class Pieces {
       : mElementBytes(elementBytes), mInfos(infos.mData), mCount(count), mRowMajor(rowMajor) {}
 
   int Count() const { return mCount; }
-  std::int64_t Length(int p) const { return mRowMajor ? mInfos[p].cols : mInfos[p].rows; }
-  std::int64_t Runs(int p) const { return mRowMajor ? mInfos[p].rows : mInfos[p].cols; }
+  std::int64_t Length(int p) const { return mInfos[p].RunLength(mRowMajor); }
+  std::int64_t Runs(int p) const { return mInfos[p].Runs(mRowMajor); }
   std::size_t Bytes(std::int64_t elements) const {
     return static_cast<std::size_t>(elements) * mElementBytes;
   }
@@ -67,16 +67,6 @@ class Pieces {
 
 // --- Copies of `count` runs of `length` bytes --------------------------------------------
 
-// Where run 0 begins, and the bytes from one run to the next.
-struct Target {
-  char* data;
-  std::size_t stride;
-};
-struct Source {
-  char const* data;
-  std::size_t stride;
-};
-
 template <std::size_t kLength>
 void CopyRunsOf(Target to, Source from, std::size_t count) {
   for (std::size_t k = 0; k < count; ++k)
@@ -95,7 +85,9 @@ void CopyMediumRuns(Target to, Source from, std::size_t length, std::size_t coun
   }
 }
 
-void CopyRuns(Target to, Source from, std::size_t length, std::size_t count) {
+}  // namespace
+
+void CopyRuns(Target to, Source from, std::size_t length, std::size_t count) noexcept {
   if (to.stride == length && from.stride == length) {
     std::memcpy(to.data, from.data, length * count);
     return;
@@ -118,6 +110,8 @@ void CopyRuns(Target to, Source from, std::size_t length, std::size_t count) {
   for (std::size_t k = 0; k < count; ++k)
     std::memcpy(to.data + k * to.stride, from.data + k * from.stride, length);
 }
+
+namespace {
 
 // A memcpy that does not bring the target into the caches.
 void Stream(char* to, char const* from, std::size_t bytes) {
@@ -174,8 +168,19 @@ class Out {
   bool mStreams;
 };
 
-// --- The walks ---------------------------------------------------------------------------
-// Of the two arrays the constant one is the source; that tells the direction. `ld` is in bytes.
+// --- The walks. `ld` is in bytes.
+
+enum class Direction { TO_GLOBAL, TO_COMM };
+
+// Both arrays; the source is constant.
+template <Direction kDirection>
+struct Arrays {
+  template <Direction kTarget>
+  using Bytes = std::conditional_t<kDirection == kTarget, char, char const>;
+
+  Bytes<Direction::TO_COMM>* comm;
+  Bytes<Direction::TO_GLOBAL>* global;
+};
 
 // Bytes from one run of a tile to the next in the scratch.
 std::size_t TileStride(std::size_t width) {
@@ -190,8 +195,8 @@ struct Block {
 
 // Gathers a block: pieces that together are at most kTileWidth wide meet in the scratch, as
 // they stand in the global layout, and leave from there.
-void MoveBlock(Pieces const& pieces, Block block, std::size_t ld, char const* comm,
-               char* global, Out const& out) {
+void MoveToGlobal(Pieces const& pieces, Block block, std::size_t ld, char const* comm,
+                  char* global, Out const& out) {
   alignas(kLine) char scratch[kScratchBytes];
   auto const runs = static_cast<std::size_t>(pieces.Runs(0));
   global += block.first * ld;
@@ -224,8 +229,8 @@ void MoveBlock(Pieces const& pieces, Block block, std::size_t ld, char const* co
 
 // Takes a block apart: each piece is packed in the scratch and leaves from there.
 // NOLINTNEXTLINE(readability-non-const-parameter): `comm` is written through the targets
-void MoveBlock(Pieces const& pieces, Block block, std::size_t ld, char* comm,
-               char const* global, Out const& out) {
+void MoveToComm(Pieces const& pieces, Block block, std::size_t ld, char* comm,
+                char const* global, Out const& out) {
   alignas(kLine) char scratch[kScratchBytes];
   auto const runs = static_cast<std::size_t>(pieces.Runs(0));
   global += block.first * ld;
@@ -244,46 +249,51 @@ void MoveBlock(Pieces const& pieces, Block block, std::size_t ld, char* comm,
 }
 
 // Pieces that tile: all of them for a few runs at a time.
-template <typename Comm, typename Global>
-void WalkBlocks(Pieces const& pieces, std::size_t ld, Comm* comm, Global* global) {
+template <Direction kDirection>
+void WalkBlocks(Pieces const& pieces, std::size_t ld, Arrays<kDirection> arrays) {
   auto const runs = static_cast<std::size_t>(pieces.Runs(0));
-  // Gathering, a tile only has to give each piece a stretch of a few lines: with few pieces it
-  // may be so small that its sources stay in the first cache as well.
+  // A tile on its way to the global array only has to give each piece a stretch of a few lines:
+  // with few pieces it may be so small that its sources stay in the first cache as well.
   std::size_t tileBytes = kTileBytes;
-  if constexpr (std::is_const_v<Comm>)
+  if constexpr (kDirection == Direction::TO_GLOBAL)
     tileBytes = std::clamp(static_cast<std::size_t>(pieces.Count()) * 8 * kLine, kTileBytes / 4,
                            kTileBytes);
   std::size_t const step = tileBytes / std::min(ld, kTileWidth);
   Out const out(runs * ld);
-  for (std::size_t first = 0; first < runs; first += step)
-    MoveBlock(pieces, {first, std::min(step, runs - first)}, ld, comm, global, out);
+  for (std::size_t first = 0; first < runs; first += step) {
+    Block const block{first, std::min(step, runs - first)};
+    if constexpr (kDirection == Direction::TO_GLOBAL)
+      MoveToGlobal(pieces, block, ld, arrays.comm, arrays.global, out);
+    else
+      MoveToComm(pieces, block, ld, arrays.comm, arrays.global, out);
+  }
 }
 
 // Any pieces, one after the other. Positions may wrap beyond the last piece with elements.
-template <typename Comm, typename Global>
-void WalkPieces(Pieces const& pieces, std::size_t ld, Comm* comm, Global* global) {
+template <Direction kDirection>
+void WalkPieces(Pieces const& pieces, std::size_t ld, Arrays<kDirection> arrays) {
   std::size_t commAt = 0;
   std::size_t globalAt = 0;
   for (int p = 0; p < pieces.Count(); ++p) {
     std::size_t const length = pieces.LengthBytes(p);
     auto const runs = static_cast<std::size_t>(pieces.Runs(p));
     if (pieces.Length(p) > 0 && pieces.Runs(p) > 0) {
-      if constexpr (std::is_const_v<Comm>)
-        CopyRuns({global + globalAt, ld}, {comm + commAt, length}, length, runs);
+      if constexpr (kDirection == Direction::TO_GLOBAL)
+        CopyRuns({arrays.global + globalAt, ld}, {arrays.comm + commAt, length}, length, runs);
       else
-        CopyRuns({comm + commAt, length}, {global + globalAt, ld}, length, runs);
+        CopyRuns({arrays.comm + commAt, length}, {arrays.global + globalAt, ld}, length, runs);
     }
     commAt += length * runs;
     globalAt += length;
   }
 }
 
-template <typename Comm, typename Global>
-void Walk(Pieces const& pieces, long ld, Comm* comm, Global* global) {
+template <Direction kDirection>
+void Walk(Pieces const& pieces, long ld, Arrays<kDirection> arrays) {
   if (pieces.Tile(ld))
-    WalkBlocks(pieces, pieces.Bytes(ld), comm, global);
+    WalkBlocks(pieces, pieces.Bytes(ld), arrays);
   else
-    WalkPieces(pieces, pieces.Bytes(ld), comm, global);
+    WalkPieces(pieces, pieces.Bytes(ld), arrays);
 }
 
 }  // namespace
@@ -310,14 +320,15 @@ std::int64_t FindRunsOutside(Buffer<MatrixLocalInfo> const& infos, int pieces, b
 
 void CommToGlobal(std::size_t elementBytes, Buffer<MatrixLocalInfo> const& infos, int pieces,
                   bool rowMajor, long ld, void const* comm, void* global) noexcept {
-  Walk(Pieces(elementBytes, infos, pieces, rowMajor), ld, static_cast<char const*>(comm),
-       static_cast<char*>(global));
+  Walk(
+      Pieces(elementBytes, infos, pieces, rowMajor), ld,
+      Arrays<Direction::TO_GLOBAL>{static_cast<char const*>(comm), static_cast<char*>(global)});
 }
 
 void GlobalToComm(std::size_t elementBytes, Buffer<MatrixLocalInfo> const& infos, int pieces,
                   bool rowMajor, long ld, void const* global, void* comm) noexcept {
-  Walk(Pieces(elementBytes, infos, pieces, rowMajor), ld, static_cast<char*>(comm),
-       static_cast<char const*>(global));
+  Walk(Pieces(elementBytes, infos, pieces, rowMajor), ld,
+       Arrays<Direction::TO_COMM>{static_cast<char*>(comm), static_cast<char const*>(global)});
 }
 
 }  // namespace Pavex

@@ -11,6 +11,20 @@
 
 namespace Pavex {
 
+// Where run 0 of an array begins that is written, and the bytes from one run to the next.
+struct Target {
+  char* data;
+  std::size_t stride;
+};
+// The same for an array that is read.
+struct Source {
+  char const* data;
+  std::size_t stride;
+};
+
+// Copies `count` runs of `length` bytes, at least 1, between arrays that do not overlap.
+void CopyRuns(Target to, Source from, std::size_t length, std::size_t count) noexcept;
+
 // A dense matrix cut into pieces along its runs (the rows of a row-major matrix, the columns of
 // a column-major one) arrives piece after piece, each packed: the communication layout. In the
 // global layout the pieces lie side by side. With two ranks, a row-major 3 x 5 matrix cut into

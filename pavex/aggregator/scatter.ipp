@@ -16,10 +16,11 @@
 namespace Pavex {
 namespace {
 
-// Whether all runs of `matrix` lie inside its value array.
+// Whether `matrix` has elements but no array for them. The length of an array is the caller's
+// word and not checked.
 template <typename T, typename I>
-bool HoldsItsRuns(MatrixDense<T, I> const& matrix) {
-  return RunsStayInside(0, matrix.Runs(), matrix.RunLength(), matrix.mLd, matrix.mValues.mSize);
+bool LacksArray(MatrixDense<T, I> const& matrix) {
+  return matrix.mRows > 0 && matrix.mCols > 0 && !matrix.HasValues();
 }
 
 }  // namespace
@@ -30,42 +31,29 @@ PavexStatus Aggregator<T, I>::ScatterDense(MatrixDense<T, I> const& local) {
   if (mRoot == kEverybody) return CopyOwnPiece(*whole, local);
 
   Buffer<T> packed;
-  if (mIsReceiver && HoldsItsRuns(*whole)) {
+  if (mIsReceiver && !LacksArray(*whole)) {
     PavexStatus const status = Log::Report(PackDenseValues(*whole, packed));
     if (status != STATUS_OK) return status;
   }
   return ScatterDenseValues(packed, local);
 }
 
-// No message is sent: this process's own gathered matrix contains its piece.
+// No message: this process's own gathered matrix holds its piece, unless the pieces do not tile
+// the whole. Outside CENTRALIZED_ALL the gathered array has mNnz elements.
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::CopyOwnPiece(MatrixDense<T, I> const& whole,
                                            MatrixDense<T, I> const& local) {
-  if (!PiecesFit(whole)) return Log::Report(STATUS_INCONSISTENT);
-  T const* const piece = whole.mValues.mData + LocalSubmatOffset(local);
+  long const begin = LocalSubmatOffset(local);
+  bool const inside = !LacksArray(whole) &&
+                      (mMode == CENTRALIZED_ALL ||
+                       RunsStayInside(begin, local.Runs(), local.RunLength(), whole.mLd, mNnz));
+  if (!inside) return Log::Report(STATUS_INCONSISTENT);
+  T const* const piece = whole.mValues.mData + begin;
   if (piece == local.mValues.mData) return STATUS_OK;
-  if (!HoldsItsRuns(whole) || !HoldsItsRuns(local)) return Log::Report(STATUS_INCONSISTENT);
-  CopyRuns(local.Runs(), local.RunLength(), piece, whole.mLd, local.mValues.mData, local.mLd);
+  if (LacksArray(local)) return Log::Report(STATUS_INCONSISTENT);
+  CopyElements(local.Runs(), local.RunLength(), piece, whole.mLd, local.mValues.mData,
+               local.mLd);
   return STATUS_OK;
-}
-
-// Whether the piece of every process lies inside the gathered matrix. The result is the same on
-// every process.
-template <typename T, typename I>
-bool Aggregator<T, I>::PiecesFit(MatrixDense<T, I> const& whole) const {
-  if (mMode != DISTRIBUTED) return true;
-  bool const rowMajor = whole.mRowMajor;
-  bool const consecutive =
-      mPartition.type == (rowMajor ? PARTITION_ROW_WISE : PARTITION_COLUMN_WISE);
-  for (std::int64_t p = 0; p < mLocalInfos.mSize; ++p) {
-    MatrixLocalInfo const& info = mLocalInfos.mData[p];
-    std::int64_t const length = rowMajor ? info.cols : info.rows;
-    std::int64_t const runs = rowMajor ? info.rows : info.cols;
-    std::int64_t const begin =
-        consecutive ? mDispls.mData[p] : LocalRowColBegin(info.partition);
-    if (!RunsStayInside(begin, runs, length, whole.mLd, mNnz)) return false;
-  }
-  return true;
 }
 
 template <typename T, typename I>
@@ -74,10 +62,8 @@ PavexStatus Aggregator<T, I>::ScatterDenseValues(Buffer<T> const& global,
   constexpr Datatype kType = DatatypeOf<T>::kValue;
   PavexStatus status = CheckDense(local.mRowMajor);
   if (status != STATUS_OK) return status;
-  bool const inside = HoldsItsRuns(local) && (!mIsReceiver || global.mSize >= mNnz);
-  if (!inside) {
-    return Log::Report(STATUS_INCONSISTENT);
-  }
+  bool const sendsNothing = mIsReceiver && global.mSize == 0 && mNnz != 0;
+  if (sendsNothing || LacksArray(local)) return Log::Report(STATUS_INCONSISTENT);
   long const entries = local.NNZ();
   Buffer<T> received;
   if (mMode == DISTRIBUTED) {
@@ -100,8 +86,8 @@ PavexStatus Aggregator<T, I>::ScatterDenseValues(Buffer<T> const& global,
   if (Log::Report(status) != STATUS_OK) return status;
 
   if (received.mData != local.mValues.mData) {
-    CopyRuns(local.Runs(), local.RunLength(), received.mData, local.RunLength(),
-             local.mValues.mData, local.mLd);
+    CopyElements(local.Runs(), local.RunLength(), received.mData, local.RunLength(),
+                 local.mValues.mData, local.mLd);
   }
   return STATUS_OK;
 }

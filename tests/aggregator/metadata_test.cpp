@@ -311,6 +311,20 @@ TEST(InitMetadata, ReportsAPoolThatHasNoRoomForTheDisplacements) {
   EXPECT_EQ(rank.pool.Events(), (std::vector<PoolEvent>{Took(144), Took(8), Refused(8)}));
 }
 
+TEST(InitMetadata, LeavesNewCountsAndOldDisplacementsIfThereIsNoRoomForTheLatter) {
+  RankUnderTest<> rank = TallRank(0);
+  ASSERT_EQ(Init(rank, TallPiece(0)).status, STATUS_OK);
+  int const* const earlier = rank.aggregator.mCounts.mData;
+  rank.pool.Fail(Fault::Once(3, -77));
+
+  Outcome const outcome = Init(rank, Piece(4, 7, 30, MatrixPartition::RowWise(0), 10, 7));
+
+  EXPECT_EQ(outcome.status, -77);
+  EXPECT_NE(rank.aggregator.mCounts.mData, earlier);
+  EXPECT_TRUE(LedgerPool::Untouched(rank.aggregator.mCounts.mData, 2 * sizeof(int)));
+  EXPECT_THAT(Elements(rank.aggregator.mDispls), ElementsAre(0, 28));
+}
+
 TEST(InitMetadata, ReportsAModeThatCannotBe) {
   DescribedMatrix const empty(STORE_CSR_0, 0, 0, 0);
   DescribedMatrix const whole = TallPiece(0);
