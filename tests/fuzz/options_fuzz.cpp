@@ -1,5 +1,5 @@
-// Any words as the arguments of pavex, one a line. They are understood or refused with an error
-// of the parser or an InputError; what is understood is inside its ranges, the pieces that it
+// Any words as the arguments of pavex, one a line. They are parsed or refused with an error
+// of the parser or an InputError; what is parsed is inside its ranges, the pieces that it
 // asks for are the whole matrix, and a plan of a generated matrix counts what is there. Nothing
 // is read, run or written.
 
@@ -9,11 +9,9 @@
 #include "tools/command/commands.h"
 #include "tools/command/common_options.h"
 #include "tools/cut/pieces.h"
-#include "tools/files/whole_file.h"
 #include "tools/plan/plan.h"
 #include "tools/solve/solve_job.h"
 #include "tools/source/generate.h"
-#include "tools/source/open_source.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -28,9 +26,6 @@
 
 namespace Pavex::Tool {
 namespace {
-
-// Ends the command at the point where it would open its input.
-struct Understood {};
 
 void CheckRanks(GatherOptions const& options, Ranks const& ranks) {
   Require(ranks.Kind() == CommKind::LOCAL, "a build without MPI runs on threads");
@@ -85,11 +80,6 @@ void CheckPieces(GatherOptions const& options) {
     Require(end == BandOf(all, options.mPartition).second, "the last band ends the matrix");
 }
 
-void CheckUnderstood(GatherOptions const& options) {
-  CheckRanges(options);
-  CheckPieces(options);
-}
-
 // Whether planning takes next to no time: its reports have a line for each rank, and the
 // entries of a random matrix are counted one by one.
 bool IsQuickToPlan(GatherOptions const& options) {
@@ -113,6 +103,17 @@ void CheckPlan(Plan const& plan) {
   Require(!InText(plan).empty() && !InJson(plan).empty(), "a plan can be told");
 }
 
+void CheckParsed(Subcommand& subcommand, Job& job, bool isPlan) {
+  auto const ranks = subcommand.Parse(job);
+  GatherOptions const& options = subcommand.Options();
+  CheckRanks(options, *ranks);
+  CheckRanges(options);
+  CheckPieces(options);
+  Log::mMaxLogLevel = -1;
+  if (isPlan && IsQuickToPlan(options))
+    CheckPlan(MakePlan(*OpenGenerator(options.mGenerate, EntryLimit::NONE), options));
+}
+
 std::vector<std::string> WordsOf(std::string_view text) {
   std::vector<std::string> words = {"pavex"};
   while (!text.empty()) {
@@ -132,13 +133,13 @@ void Run(std::string_view text) {
   Job job;
   CLI::App app("fuzzed", "pavex");
   app.require_subcommand(1);
-  int exitCode = 0;
-  AddGather(app, job, exitCode);
-  AddPlan(app, job, exitCode);
-  AddSolve(app, job, exitCode);
+  auto const gather = AddGather(app);
+  auto const plan = AddPlan(app);
+  auto const solve = AddSolve(app);
   try {
     app.parse(static_cast<int>(arguments.size()), arguments.data());
-  } catch (Understood const&) {
+    for (auto const& subcommand : {gather.get(), plan.get(), solve.get()})
+      if (subcommand->IsGiven()) CheckParsed(*subcommand, job, subcommand == plan.get());
   } catch (InputError const&) {
   } catch (CLI::ParseError const& error) {
     std::ostringstream printed;
@@ -148,29 +149,8 @@ void Run(std::string_view text) {
 
 }  // namespace
 
-// In place of those of the command, which would do the work.
-
-std::unique_ptr<Source> OpenSource(GatherOptions const& options, Ranks const& ranks, bool) {
-  CheckRanks(options, ranks);
-  CheckUnderstood(options);
-  throw Understood();
-}
-
-std::unique_ptr<Source> OpenToCount(GatherOptions const& options) {
-  CheckUnderstood(options);
-  Log::mMaxLogLevel = -1;
-  if (IsQuickToPlan(options))
-    CheckPlan(MakePlan(*OpenGenerator(options.mGenerate, EntryLimit::NONE), options));
-  throw Understood();
-}
-
+// In place of that of the command: the solvers are not linked.
 SolveResult RunSolve(Source const&, SolveOptions const&, Ranks&) {
-  std::abort();
-}
-
-void RefuseUnwritable(std::string const&) {}
-
-void WriteWholeFile(std::string const&, std::string const&) {
   std::abort();
 }
 

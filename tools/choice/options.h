@@ -45,30 +45,46 @@ char const* NameOf(CommKind kind);
 template <typename Choice>
 Choice ParseChoice(std::string const& option, std::string const& word);
 
-// The options of `pavex gather`.
-struct GatherOptions {
-  std::string mFile;  // one of these two is set
+// Where the entries come from; one of the two is set.
+struct InputOptions {
+  std::string mFile;
   std::string mGenerate;
-  std::optional<CommKind> mComm;  // unset: as this process was started
-  int mRanks = kDefaultRanks;
+};
+
+// How the matrix is cut, and how each rank holds its piece.
+struct CutOptions {
   Format mFormat = Format::COO;
   Partition mPartition = Partition::ROWS;
-  std::optional<ValueKind> mValue;  // unset: double, or complex double for complex input
-  IndexKind mIndex = IndexKind::INT;
-  std::vector<long> mCuts;  // where the bands begin but the first; empty: bands of equal size
-  int mHolder = 0;          // the rank that holds the matrix with Partition::ONE
-  bool mToAll = false;
+  std::vector<long>
+      mCuts;        // where the bands except the first begin; empty: bands of equal size
+  int mHolder = 0;  // the rank that holds the matrix with Partition::ONE
   bool mWithValues = true;
-  bool mScatter = false;
-  int mUpdates = 0;
   long mPad = 0;  // dense: leading dimension minus run length
   int mBase = 0;  // compressed: the first offset
+};
+
+// What runs on which ranks.
+struct RunOptions {
+  std::optional<CommKind> mComm;  // unset: as this process was started
+  int mRanks = kDefaultRanks;
+  std::optional<ValueKind> mValue;  // unset: double, or complex double for complex input
+  IndexKind mIndex = IndexKind::INT;
+  bool mToAll = false;
+  bool mScatter = false;
+  int mUpdates = 0;
   LogLevel mLogLevel = LogLevel::ERROR;
+};
+
+// What is written where; empty: not at all.
+struct OutputOptions {
   std::string mOutput;
   std::string mJson;
   std::string mPlot;
   bool mAllRanks = false;  // tables show every rank
 };
+
+// The options of `pavex gather` and `pavex plan`. Functions take the part that they need.
+struct GatherOptions : InputOptions, CutOptions, RunOptions, OutputOptions {};
 
 // Throws InputError for options that exclude each other or do not fit the matrix format; the
 // message says what to use instead.

@@ -2,16 +2,54 @@
 
 #pragma once
 
+#include "tools/command/common_options.h"
 #include "tools/ranks/job.h"
 
 #include <CLI/CLI.hpp>
+#include <memory>
 
 namespace Pavex::Tool {
 
-// Adds a subcommand to `app`. When it was given, parsing runs it, which sets `exitCode` or
-// throws; `job` is not ended by it.
-void AddGather(CLI::App& app, Job& job, int& exitCode);
-void AddPlan(CLI::App& app, Job& job, int& exitCode);
-void AddSolve(CLI::App& app, Job& job, int& exitCode);
+// Words that are parsed first, and a job that is run then. `app` must outlive it.
+class Subcommand {
+ public:
+  virtual ~Subcommand() = default;
+  Subcommand(Subcommand const&) = delete;
+  Subcommand& operator=(Subcommand const&) = delete;
+
+  // Whether the words that `app` has parsed name this subcommand.
+  bool IsGiven() const { return mApp->parsed(); }
+
+  // Turns the parsed words into options that fit each other, and makes the ranks that they ask
+  // for. Throws InputError.
+  std::unique_ptr<Ranks> Parse(Job& job) {
+    ParseOptions(mWords, mOptions);
+    auto ranks = MakeRanks(job, *mApp, mOptions);
+    Check();
+    return ranks;
+  }
+
+  // What the three subcommands have in common, after Parse.
+  GatherOptions const& Options() const { return mOptions; }
+
+  // Does what the options ask for. Throws InputError and JobError.
+  virtual void Run(Ranks& ranks) const = 0;
+
+ protected:
+  Subcommand(CLI::App& app, char const* name, char const* description)
+      : mApp(app.add_subcommand(name, description)) {}
+
+  // Throws InputError for options that do not fit each other.
+  virtual void Check() const = 0;
+
+  CLI::App* mApp;
+  CommonWords mWords;
+  GatherOptions mOptions;
+};
+
+// Each adds a subcommand to `app`.
+std::unique_ptr<Subcommand> AddGather(CLI::App& app);
+std::unique_ptr<Subcommand> AddPlan(CLI::App& app);
+std::unique_ptr<Subcommand> AddSolve(CLI::App& app);
 
 }  // namespace Pavex::Tool

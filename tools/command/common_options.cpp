@@ -65,7 +65,7 @@ CLI::Option* AddNumber(CLI::App& command, std::string const& name, long& number,
   return Add(command, name, number, low, high, help);
 }
 
-void AddInput(CLI::App& command, GatherOptions& options, std::string const& fileHelp) {
+void AddInput(CLI::App& command, InputOptions& options, std::string const& fileHelp) {
   AddFile(command, "FILE", options.mFile, fileHelp)->option_text(" ");
   command.add_option("--generate", options.mGenerate, "Generate the matrix instead")
       ->check(NotEmpty("description"))
@@ -104,8 +104,8 @@ void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
   addWord("--log-level", words.mLogLevel, "silent, fatal, error or debug, of the library");
 }
 
-void AddPieceOptions(CLI::App& command, GatherOptions& options, bool& noValues) {
-  command.add_flag("--no-values", noValues, "Gather the pattern alone");
+void AddPieceOptions(CLI::App& command, CutOptions& options, CommonWords& words) {
+  command.add_flag("--no-values", words.mNoValues, "Gather the pattern alone");
   AddNumber(command, "--ld", options.mPad, 0, kMostPad,
             "Dense: unused elements between the rows (columns) of a piece");
 }
@@ -115,26 +115,26 @@ CLI::Option* AddFile(CLI::App& command, std::string const& name, std::string& pa
   return command.add_option(name, path, help)->check(NotEmpty("file name"));
 }
 
-void AddReportFile(CLI::App& command, GatherOptions& options) {
+void AddReportFile(CLI::App& command, OutputOptions& options) {
   AddFile(command, "--json", options.mJson, "Write the report for programs to this file")
       ->option_text("FILE");
 }
 
-void AddAllRanks(CLI::App& command, GatherOptions& options) {
+void AddAllRanks(CLI::App& command, OutputOptions& options) {
   command.add_flag("--all-ranks", options.mAllRanks,
                    "Show every rank of many, not the first, the last and the extremes alone");
 }
 
-void AddPlot(CLI::App& command, GatherOptions& options, std::string const& help) {
+void AddPlot(CLI::App& command, OutputOptions& options, std::string const& help) {
   AddFile(command, "--plot", options.mPlot, help + "; .svg, .png or .pdf")->option_text("FILE");
 }
 
-void RequireOutputs(GatherOptions const& options) {
+void RequireOutputs(OutputOptions const& options) {
   for (std::string const& path : {options.mOutput, options.mJson})
     if (!path.empty()) RefuseUnwritable(path);
 }
 
-void Understand(CommonWords const& words, GatherOptions& options) {
+void ParseOptions(CommonWords const& words, GatherOptions& options) {
   options.mFormat = ParseChoice<Format>("--format", words.mFormat);
   options.mPartition = ParseChoice<Partition>("--partition", words.mPartition);
   if (!words.mValue.empty()) options.mValue = ParseChoice<ValueKind>("--value", words.mValue);
@@ -144,10 +144,11 @@ void Understand(CommonWords const& words, GatherOptions& options) {
   if (words.mTo != "root" && words.mTo != "all")
     throw InputError("--to: unknown \"" + words.mTo + "\", choose one of root, all");
   options.mToAll = words.mTo == "all";
+  options.mWithValues = !words.mNoValues;
   Log::mMaxLogLevel = LogNumber(options.mLogLevel);
 }
 
-std::unique_ptr<Ranks> MakeRanks(Job& job, CLI::App const& command, GatherOptions& options) {
+std::unique_ptr<Ranks> MakeRanks(Job& job, CLI::App const& command, RunOptions& options) {
   std::optional<int> count;
   if (command.count("--ranks") > 0) count = options.mRanks;
   auto ranks = job.MakeRanks(options.mComm, count);

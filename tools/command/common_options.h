@@ -14,7 +14,7 @@ namespace Pavex::Tool {
 constexpr int kMostRanks = 4096;
 constexpr long kMostPad = 1 << 20;
 
-// The options that are words, before they are understood.
+// The options that are words, before they are parsed.
 struct CommonWords {
   std::string mFormat = "coo";
   std::string mPartition = "rows";
@@ -23,6 +23,7 @@ struct CommonWords {
   std::string mTo = "root";
   std::string mLogLevel = "error";
   std::string mComm;
+  bool mNoValues = false;
 };
 
 // A number option whose refusal names the range.
@@ -32,30 +33,30 @@ CLI::Option* AddNumber(CLI::App& command, std::string const& name, long& number,
                        long high, std::string const& help);
 
 // FILE and --generate.
-void AddInput(CLI::App& command, GatherOptions& options, std::string const& fileHelp);
+void AddInput(CLI::App& command, InputOptions& options, std::string const& fileHelp);
 // From --ranks to --log-level.
 void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
                std::string const& formats);
 // --no-values and --ld.
-void AddPieceOptions(CLI::App& command, GatherOptions& options, bool& noValues);
+void AddPieceOptions(CLI::App& command, CutOptions& options, CommonWords& words);
 // A file to read or write, whose name cannot be empty.
 CLI::Option* AddFile(CLI::App& command, std::string const& name, std::string& path,
                      std::string const& help);
 // --json.
-void AddReportFile(CLI::App& command, GatherOptions& options);
+void AddReportFile(CLI::App& command, OutputOptions& options);
 // --all-ranks.
-void AddAllRanks(CLI::App& command, GatherOptions& options);
+void AddAllRanks(CLI::App& command, OutputOptions& options);
 // --plot; `help` says what the picture shows.
-void AddPlot(CLI::App& command, GatherOptions& options, std::string const& help);
+void AddPlot(CLI::App& command, OutputOptions& options, std::string const& help);
 
 // Throws InputError if a file that is to be written cannot be; for the process that writes it.
-void RequireOutputs(GatherOptions const& options);
+void RequireOutputs(OutputOptions const& options);
 
 // Takes the words over into the options, and the level into the log of the library. Throws
 // InputError for an unknown word.
-void Understand(CommonWords const& words, GatherOptions& options);
+void ParseOptions(CommonWords const& words, GatherOptions& options);
 
 // The ranks that --comm and --ranks of `command` ask for; sets mRanks to their number.
-std::unique_ptr<Ranks> MakeRanks(Job& job, CLI::App const& command, GatherOptions& options);
+std::unique_ptr<Ranks> MakeRanks(Job& job, CLI::App const& command, RunOptions& options);
 
 }  // namespace Pavex::Tool

@@ -56,68 +56,63 @@ constexpr char const* kExamples =
     "columns and entries, also with --index long. Entries that a file repeats stay apart in\n"
     "sparse formats; dense ones hold their sum.\n";
 
-// Rank 0's process alone speaks and writes.
-void Publish(GatherResult const& result, GatherOptions const& options) {
-  GatherReport const& report = result.mReport;
-  std::fputs(InText(report).c_str(), stdout);
-  if (result.mOutput != nullptr && report.Verified()) result.mOutput->Commit();
-  if (!options.mJson.empty()) WriteWholeFile(options.mJson, InJson(report));
-  if (result.mPattern && report.Verified())
-    WriteWholeFile(options.mPlot,
-                   DrawPattern(report, *result.mPattern, KindOfPicture(options.mPlot)));
+class GatherCommand final : public Subcommand {
+ public:
+  explicit GatherCommand(CLI::App& app);
+  void Run(Ranks& ranks) const override;
+
+ private:
+  void Check() const override { CheckCombination(mOptions); }
+  void Publish(GatherResult const& result) const;
+};
+
+GatherCommand::GatherCommand(CLI::App& app)
+    : Subcommand(app, "gather", "Cut a matrix into pieces, gather them and check the result") {
+  CLI::App& command = *mApp;
+  command.footer(kExamples);
+  AddInput(command, mOptions, "Matrix Market file to gather");
+  AddCommon(command, mOptions, mWords, "coo, csr, csc, dense-row or dense-col");
+  AddPieceOptions(command, mOptions, mWords);
+  AddNumber(command, "--updates", mOptions.mUpdates, 0, kMostUpdates,
+            "Send new values that many times after the gather");
+  command.add_flag("--scatter", mOptions.mScatter,
+                   "Dense: change the gathered values and send them back");
+  AddFile(command, "--output", mOptions.mOutput, "Write the gathered matrix to this file")
+      ->option_text("FILE.mtx");
+  AddAllRanks(command, mOptions);
+  AddReportFile(command, mOptions);
+  AddPlot(command, mOptions, "Draw the gathered pattern, coloured by rank, into this file");
 }
 
-int Gather(GatherOptions const& options, Ranks& ranks) {
-  CheckCombination(options);
-  CheckPlot(options.mPlot, ranks);
-  if (ranks.FirstHere() == 0) RequireOutputs(options);
-  bool const receives = options.mToAll || ranks.FirstHere() == 0;
-  auto const source = OpenSource(options);
-  RefuseTooManyRanks(source->Whole(), options);
-  if (!receives) KeepOwnPiece(*source, options, ranks);  // a receiver checks what arrives
-  GatherResult const result = RunGather(*source, options, ranks);
-  if (ranks.FirstHere() == 0) Publish(result, options);
+void GatherCommand::Run(Ranks& ranks) const {
+  CheckPlot(mOptions.mPlot, ranks);
+  if (ranks.FirstHere() == 0) RequireOutputs(mOptions);
+  bool const receives = mOptions.mToAll || ranks.FirstHere() == 0;
+  auto const source = OpenSource(mOptions);
+  RefuseTooManyRanks(source->Whole(), mOptions, mOptions.mRanks);
+  if (!receives) KeepOwnPiece(*source, mOptions, ranks);  // a receiver checks what arrives
+  GatherResult const result = RunGather(*source, mOptions, ranks);
+  if (ranks.FirstHere() == 0) Publish(result);
   if (!result.mReport.Verified())
     throw JobError("the gathered matrix is not that of the input: " +
                    result.mReport.Difference());
-  return 0;
 }
 
-void AddOptions(CLI::App& command, GatherOptions& options, CommonWords& words, bool& noValues) {
-  AddInput(command, options, "Matrix Market file to gather");
-  AddCommon(command, options, words, "coo, csr, csc, dense-row or dense-col");
-  AddPieceOptions(command, options, noValues);
-  AddNumber(command, "--updates", options.mUpdates, 0, kMostUpdates,
-            "Send new values that many times after the gather");
-  command.add_flag("--scatter", options.mScatter,
-                   "Dense: change the gathered values and send them back");
-  AddFile(command, "--output", options.mOutput, "Write the gathered matrix to this file")
-      ->option_text("FILE.mtx");
-  AddAllRanks(command, options);
-  AddReportFile(command, options);
-  AddPlot(command, options, "Draw the gathered pattern, coloured by rank, into this file");
+// Only the process of rank 0 prints and writes.
+void GatherCommand::Publish(GatherResult const& result) const {
+  GatherReport const& report = result.mReport;
+  std::fputs(InText(report).c_str(), stdout);
+  if (result.mOutput != nullptr && report.Verified()) result.mOutput->Commit();
+  if (!mOptions.mJson.empty()) WriteWholeFile(mOptions.mJson, InJson(report));
+  if (result.mPattern && report.Verified())
+    WriteWholeFile(mOptions.mPlot,
+                   DrawPattern(report, *result.mPattern, KindOfPicture(mOptions.mPlot)));
 }
 
 }  // namespace
 
-void AddGather(CLI::App& app, Job& job, int& exitCode) {
-  struct State {
-    GatherOptions mOptions;
-    CommonWords mWords;
-    bool mNoValues = false;
-  };
-  auto const state = std::make_shared<State>();
-  CLI::App* const command = app.add_subcommand(
-      "gather", "Cut a matrix into pieces, gather them and check the result");
-  command->footer(kExamples);
-  AddOptions(*command, state->mOptions, state->mWords, state->mNoValues);
-  command->callback([state, command, &job, &exitCode] {
-    GatherOptions& options = state->mOptions;
-    Understand(state->mWords, options);
-    options.mWithValues = !state->mNoValues;
-    auto const ranks = MakeRanks(job, *command, options);
-    exitCode = Gather(options, *ranks);
-  });
+std::unique_ptr<Subcommand> AddGather(CLI::App& app) {
+  return std::make_unique<GatherCommand>(app);
 }
 
 }  // namespace Pavex::Tool

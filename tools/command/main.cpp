@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <new>
 #include <string>
 #include <vector>
@@ -47,7 +48,7 @@ std::string InOwnWords(CLI::App const& app, CLI::ParseError const& error) {
   return text;
 }
 
-int Run(Job& job, int argc, char** argv) {
+void Run(Job& job, int argc, char** argv) {
   CLI::App app(
       "Gather distributed matrices and solve with them, and see that it was done right.",
       "pavex");
@@ -59,10 +60,8 @@ int Run(Job& job, int argc, char** argv) {
       "\nLong reading and building shows a progress bar where standard error is a terminal,\n"
       "under mpirun that of process 0.\n"
       "\nStart with: pavex gather --generate poisson3d:20");
-  int exitCode = 0;
-  AddGather(app, job, exitCode);
-  AddPlan(app, job, exitCode);
-  AddSolve(app, job, exitCode);
+  std::unique_ptr<Subcommand> const subcommands[] = {AddGather(app), AddPlan(app),
+                                                     AddSolve(app)};
 
   std::string const first = argc > 1 ? argv[1] : "";
   auto const isFirst = [&first](CLI::App* command) { return command->check_name(first); };
@@ -73,12 +72,14 @@ int Run(Job& job, int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (CLI::Success const& help) {
-    return job.Speaks() ? app.exit(help) : 0;
+    if (job.ShouldPrint()) app.exit(help);
+    return;
   } catch (CLI::ParseError const& error) {
     throw InputError(InOwnWords(app, error) + "; see pavex " + (known ? first + " " : "") +
                      "--help");
   }
-  return exitCode;
+  for (auto const& subcommand : subcommands)
+    if (subcommand->IsGiven()) subcommand->Run(*subcommand->Parse(job));
 }
 
 }  // namespace
@@ -92,11 +93,11 @@ int main(int argc, char** argv) {
   std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the limit reports its own fault
   Pavex::Tool::Job job;
   try {
-    int const exitCode = Pavex::Tool::Run(job, argc, argv);
+    Pavex::Tool::Run(job, argc, argv);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || !std::cout)
       return job.Fail("cannot write to standard output");
     job.Finish();
-    return exitCode;
+    return 0;
   } catch (std::bad_alloc const&) {
     return job.Fail("not enough memory");
   } catch (std::exception const& error) {

@@ -24,44 +24,40 @@ constexpr char const* kExamples =
     "  pavex plan A.mtx --format csr --ranks 16\n"
     "  pavex plan --generate poisson3d:600 --ranks 1000 --format csr --to all\n";
 
-void Publish(Plan const& plan) {
-  std::fputs(InText(plan).c_str(), stdout);
-  if (!plan.mOptions.mJson.empty()) WriteWholeFile(plan.mOptions.mJson, InJson(plan));
+class PlanCommand final : public Subcommand {
+ public:
+  explicit PlanCommand(CLI::App& app);
+  void Run(Ranks& ranks) const override;
+
+ private:
+  void Check() const override { CheckCombination(mOptions); }
+};
+
+PlanCommand::PlanCommand(CLI::App& app)
+    : Subcommand(app, "plan", "Tell what a gather will do, before anything moves") {
+  CLI::App& command = *mApp;
+  command.footer(kExamples);
+  AddInput(command, mOptions, "Matrix Market file whose gather is planned");
+  AddCommon(command, mOptions, mWords, "coo, csr, csc, dense-row or dense-col");
+  AddPieceOptions(command, mOptions, mWords);
+  AddAllRanks(command, mOptions);
+  AddReportFile(command, mOptions);
 }
 
-int MakeAndPublish(GatherOptions const& options, Ranks const& ranks) {
-  CheckCombination(options);
-  Plan plan = MakePlan(*OpenToCount(options), options);
+void PlanCommand::Run(Ranks& ranks) const {
+  Plan plan = MakePlan(*OpenToCount(mOptions), mOptions);
   plan.mComm = ranks.Kind();
-  if (ranks.FirstHere() == 0) Publish(plan);
+  if (ranks.FirstHere() == 0) {
+    std::fputs(InText(plan).c_str(), stdout);
+    if (!mOptions.mJson.empty()) WriteWholeFile(mOptions.mJson, InJson(plan));
+  }
   if (!plan.Accepted()) throw JobError(plan.mRefusal);
-  return 0;
 }
 
 }  // namespace
 
-void AddPlan(CLI::App& app, Job& job, int& exitCode) {
-  struct State {
-    GatherOptions mOptions;
-    CommonWords mWords;
-    bool mNoValues = false;
-  };
-  auto const state = std::make_shared<State>();
-  CLI::App* const command =
-      app.add_subcommand("plan", "Tell what a gather will do, before anything moves");
-  command->footer(kExamples);
-  AddInput(*command, state->mOptions, "Matrix Market file whose gather is planned");
-  AddCommon(*command, state->mOptions, state->mWords, "coo, csr, csc, dense-row or dense-col");
-  AddPieceOptions(*command, state->mOptions, state->mNoValues);
-  AddAllRanks(*command, state->mOptions);
-  AddReportFile(*command, state->mOptions);
-  command->callback([state, command, &job, &exitCode] {
-    GatherOptions& options = state->mOptions;
-    Understand(state->mWords, options);
-    options.mWithValues = !state->mNoValues;
-    auto const ranks = MakeRanks(job, *command, options);
-    exitCode = MakeAndPublish(options, *ranks);
-  });
+std::unique_ptr<Subcommand> AddPlan(CLI::App& app) {
+  return std::make_unique<PlanCommand>(app);
 }
 
 }  // namespace Pavex::Tool

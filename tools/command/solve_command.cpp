@@ -42,60 +42,63 @@ constexpr char const* kExamples =
     "A matrix has at most 2147483647 rows and entries, also with --index long. Entries that a\n"
     "file repeats are summed before they are factored.\n";
 
-int Solve(SolveOptions const& options, Ranks& ranks) {
-  CheckSolve(options);
-  GatherOptions const& forOperator = options.mOperator;
-  CheckPlot(forOperator.mPlot, ranks);
-  if (ranks.FirstHere() == 0) RequireOutputs(forOperator);
-  auto const source = OpenSource(forOperator);
-  KeepOwnPiece(*source, forOperator, ranks);
-  SolveResult const result = RunSolve(*source, options, ranks);
-  if (ranks.FirstHere() != 0) return 0;
-  std::fputs(InText(result.mReport).c_str(), stdout);
-  if (result.mOutput != nullptr) result.mOutput->Commit();
-  if (!forOperator.mJson.empty()) WriteWholeFile(forOperator.mJson, InJson(result.mReport));
-  if (!forOperator.mPlot.empty())
-    WriteWholeFile(forOperator.mPlot, DrawSolve(result, KindOfPicture(forOperator.mPlot)));
-  return 0;
-}
+class SolveCommand final : public Subcommand {
+ public:
+  explicit SolveCommand(CLI::App& app);
+  void Run(Ranks& ranks) const override;
 
-void AddOptions(CLI::App& command, SolveOptions& options, CommonWords& words) {
-  AddInput(command, options.mOperator, "Matrix Market file of a square matrix");
-  AddCommon(command, options.mOperator, words, "coo, csr or csc");
-  CLI::Option* const rhs = AddNumber(command, "--rhs", options.mRhs, 1, kMostRhs,
+ private:
+  void Check() const override { CheckSolve(All()); }
+  SolveOptions All() const {
+    SolveOptions all = mSolve;
+    all.mOperator = mOptions;
+    return all;
+  }
+
+  SolveOptions mSolve;  // all but the operator's
+};
+
+SolveCommand::SolveCommand(CLI::App& app)
+    : Subcommand(app, "solve",
+                 "Cut a matrix and right-hand sides into pieces, gather, solve and scatter") {
+  CLI::App& command = *mApp;
+  command.footer(kExamples);
+  AddInput(command, mOptions, "Matrix Market file of a square matrix");
+  AddCommon(command, mOptions, mWords, "coo, csr or csc");
+  CLI::Option* const rhs = AddNumber(command, "--rhs", mSolve.mRhs, 1, kMostRhs,
                                      "Number of right-hand sides with known solutions");
-  AddFile(command, "--rhs-file", options.mRhsFile,
+  AddFile(command, "--rhs-file", mSolve.mRhsFile,
           "Matrix Market file of right-hand sides, one in each column")
       ->option_text("FILE.mtx")
       ->excludes(rhs);
-  AddNumber(command, "--steps", options.mSteps, 0, kMostSteps,
+  AddNumber(command, "--steps", mSolve.mSteps, 0, kMostSteps,
             "Change the values and solve again that many times");
-  AddNumber(command, "--ld", options.mOperator.mPad, 0, kMostPad,
+  AddNumber(command, "--ld", mOptions.mPad, 0, kMostPad,
             "Unused elements behind each column of a right-hand side");
-  AddFile(command, "--output", options.mOperator.mOutput, "Write the solutions to this file")
+  AddFile(command, "--output", mOptions.mOutput, "Write the solutions to this file")
       ->option_text("FILE.mtx");
-  AddReportFile(command, options.mOperator);
-  AddPlot(command, options.mOperator,
-          "Draw the solution and the times of the steps into this file");
+  AddReportFile(command, mOptions);
+  AddPlot(command, mOptions, "Draw the solution and the times of the steps into this file");
+}
+
+void SolveCommand::Run(Ranks& ranks) const {
+  CheckPlot(mOptions.mPlot, ranks);
+  if (ranks.FirstHere() == 0) RequireOutputs(mOptions);
+  auto const source = OpenSource(mOptions);
+  KeepOwnPiece(*source, mOptions, ranks);
+  SolveResult const result = RunSolve(*source, All(), ranks);
+  if (ranks.FirstHere() != 0) return;
+  std::fputs(InText(result.mReport).c_str(), stdout);
+  if (result.mOutput != nullptr) result.mOutput->Commit();
+  if (!mOptions.mJson.empty()) WriteWholeFile(mOptions.mJson, InJson(result.mReport));
+  if (!mOptions.mPlot.empty())
+    WriteWholeFile(mOptions.mPlot, DrawSolve(result, KindOfPicture(mOptions.mPlot)));
 }
 
 }  // namespace
 
-void AddSolve(CLI::App& app, Job& job, int& exitCode) {
-  struct State {
-    SolveOptions mOptions;
-    CommonWords mWords;
-  };
-  auto const state = std::make_shared<State>();
-  CLI::App* const command = app.add_subcommand(
-      "solve", "Cut a matrix and right-hand sides into pieces, gather, solve and scatter");
-  command->footer(kExamples);
-  AddOptions(*command, state->mOptions, state->mWords);
-  command->callback([state, command, &job, &exitCode] {
-    Understand(state->mWords, state->mOptions.mOperator);
-    auto const ranks = MakeRanks(job, *command, state->mOptions.mOperator);
-    exitCode = Solve(state->mOptions, *ranks);
-  });
+std::unique_ptr<Subcommand> AddSolve(CLI::App& app) {
+  return std::make_unique<SolveCommand>(app);
 }
 
 }  // namespace Pavex::Tool

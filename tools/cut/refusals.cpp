@@ -9,15 +9,15 @@ namespace Pavex::Tool {
 namespace {
 
 // The cut by entries, as a way out of an empty piece; empty if it is none.
-std::string OtherCut(Extent const& whole, GatherOptions const& options) {
-  if (whole.mEntries < options.mRanks) return "";
+std::string OtherCut(Extent const& whole, CutOptions const& options, long ranks) {
+  if (whole.mEntries < ranks) return "";
   return options.mFormat == Format::COO ? " or --partition entries"
                                         : " or --format coo --partition entries";
 }
 
 }  // namespace
 
-void RefuseTooLarge(Extent const& whole, GatherOptions const& options) {
+void RefuseTooLarge(Extent const& whole, CutOptions const& options) {
   if (IsDense(options.mFormat) && whole.mCols > 0 && whole.mRows > kMaxEntries / whole.mCols)
     throw InputError("a dense matrix of " + std::to_string(whole.mRows) + " x " +
                      std::to_string(whole.mCols) + " has more than the " +
@@ -25,15 +25,15 @@ void RefuseTooLarge(Extent const& whole, GatherOptions const& options) {
                      " elements that one gather can place: use a sparse --format");
 }
 
-void RefuseTooManyRanks(Extent const& whole, GatherOptions const& options) {
+void RefuseTooManyRanks(Extent const& whole, CutOptions const& options, int ranks) {
   bool const byRows = options.mPartition == Partition::ROWS;
   if (!options.mCuts.empty() || (!byRows && options.mPartition != Partition::COLUMNS)) return;
-  RefuseTooManyRanks(byRows ? whole.mRows : whole.mCols, options.mRanks,
-                     NameOf(options.mPartition), OtherCut(whole, options));
+  RefuseTooManyRanks(byRows ? whole.mRows : whole.mCols, ranks, NameOf(options.mPartition),
+                     OtherCut(whole, options, ranks));
 }
 
 void RefuseEmptyPieces(std::vector<Extent> const& pieces, Extent const& whole,
-                       GatherOptions const& options) {
+                       CutOptions const& options) {
   if (pieces.size() == 1 || options.mPartition == Partition::ALL) return;
   bool const one = options.mPartition == Partition::ONE;
   bool const needsEntries = options.mFormat == Format::COO || options.mWithValues;
@@ -45,7 +45,8 @@ void RefuseEmptyPieces(std::vector<Extent> const& pieces, Extent const& whole,
     std::string const who = "rank " + std::to_string(rank) + " would be left empty: ";
     if (one) throw InputError(who + "the matrix has no entries; use --partition all");
     throw InputError(who + "its " + NameOf(options.mPartition) +
-                     " hold no entries; use fewer --ranks" + OtherCut(whole, options));
+                     " hold no entries; use fewer --ranks" +
+                     OtherCut(whole, options, static_cast<long>(pieces.size())));
   }
 }
 

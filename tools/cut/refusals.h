@@ -11,10 +11,10 @@
 namespace Pavex::Tool {
 
 // More elements than a gather can place in a dense format.
-void RefuseTooLarge(Extent const& whole, GatherOptions const& options);
+void RefuseTooLarge(Extent const& whole, CutOptions const& options);
 
 // More ranks than rows or columns, with the cut by entries as a way out if there is one.
-void RefuseTooManyRanks(Extent const& whole, GatherOptions const& options);
+void RefuseTooManyRanks(Extent const& whole, CutOptions const& options, int ranks);
 
 // Of the records of all ranks.
 template <typename Record>
@@ -30,6 +30,6 @@ std::vector<Extent> ExtentsOf(std::vector<Record> const& records) {
 // one of a rank that has no part in the matrix; and a gather of values wants at least one from
 // every rank. `pieces` are those of all ranks.
 void RefuseEmptyPieces(std::vector<Extent> const& pieces, Extent const& whole,
-                       GatherOptions const& options);
+                       CutOptions const& options);
 
 }  // namespace Pavex::Tool

@@ -28,7 +28,7 @@ class LocalMatrix {
   // `entries` are those of `piece`, with global indices. A dense piece has 0 where there is no
   // entry, and the sum where there are several.
   LocalMatrix(Triplets const& entries, Piece const& piece, Extent const& whole,
-              GatherOptions const& options);
+              CutOptions const& options);
   LocalMatrix(LocalMatrix const&) = delete;
   LocalMatrix& operator=(LocalMatrix const&) = delete;
 
@@ -61,7 +61,7 @@ class LocalMatrix {
 
 template <typename T, typename I>
 LocalMatrix<T, I>::LocalMatrix(Triplets const& entries, Piece const& piece, Extent const& whole,
-                               GatherOptions const& options)
+                               CutOptions const& options)
     : mPiece(piece) {
   Format const format = options.mFormat;
   switch (format) {

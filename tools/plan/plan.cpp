@@ -299,7 +299,7 @@ long Plan::MessageBytes() const {
 
 Plan MakePlan(Source const& source, GatherOptions const& options) {
   RefuseUncountable(source, options);
-  RefuseTooManyRanks(source.Whole(), options);
+  RefuseTooManyRanks(source.Whole(), options, options.mRanks);
   Plan plan;
   plan.mInput = source.Name();
   plan.mField = NameOf(source.Kind());

@@ -87,7 +87,7 @@ int Job::Fail(std::string const& message) {
     if (!together || mMpi->World()->Rank() == 0) Print(message);
     if (!together) mMpi->Abort();
     Finish();
-  } else if (Speaks()) {
+  } else if (ShouldPrint()) {
     Print(message);
   } else {
     // A launcher kills the job as soon as one process ends with a failure: rank 0 has a line

@@ -29,7 +29,7 @@ class Job {
 
   // Whether this process prints messages that all processes of the job have. For the time
   // before the ranks are made.
-  bool Speaks() const { return mAlone || !mLaunch.IsJob() || mLaunch.mRank == 0; }
+  bool ShouldPrint() const { return mAlone || !mLaunch.IsJob() || mLaunch.mRank == 0; }
 
   // Ends the job as a success. Collective, and the last common step of its processes.
   void Finish();

@@ -39,7 +39,7 @@ std::unique_ptr<Source> OpenRhs(std::string const& path, Source const& source,
 }
 
 // A process with one rank forgets the rows of the others.
-void KeepOwnRows(Source& rhs, Extent const& whole, GatherOptions const& options,
+void KeepOwnRows(Source& rhs, Extent const& whole, CutOptions const& options,
                  Ranks const& ranks) {
   if (ranks.Kind() != CommKind::MPI) return;
   Piece rows = CutRows(whole, options, ranks.Count(), ranks.FirstHere());
@@ -68,7 +68,7 @@ SolveProblem MakeProblem(Source const& source, SolveOptions const& options, Valu
 
 }  // namespace
 
-Piece CutRows(Extent const& whole, GatherOptions const& options, int ranks, int rank) {
+Piece CutRows(Extent const& whole, CutOptions const& options, int ranks, int rank) {
   bool const held =
       options.mPartition == Partition::ONE || options.mPartition == Partition::ALL;
   bool const byEntries = options.mPartition == Partition::ENTRIES;  // whose cuts are no rows

@@ -37,7 +37,7 @@ struct SolveResult {
 
 // The rows of the right-hand sides that go with the piece of the operator on `rank`, one of
 // `ranks`; `whole` is the extent of the operator. Throws InputError.
-Piece CutRows(Extent const& whole, GatherOptions const& options, int ranks, int rank);
+Piece CutRows(Extent const& whole, CutOptions const& options, int ranks, int rank);
 
 // Throws InputError for input that cannot be solved, JobError for a failed operation or solve.
 SolveResult RunSolve(Source const& source, SolveOptions const& options, Ranks& ranks);

@@ -4,17 +4,17 @@
 
 namespace Pavex::Tool {
 
-std::unique_ptr<Source> OpenSource(GatherOptions const& options) {
+std::unique_ptr<Source> OpenSource(InputOptions const& options) {
   return options.mFile.empty() ? OpenGenerator(options.mGenerate) : OpenFile(options.mFile);
 }
 
-void KeepOwnPiece(Source& source, GatherOptions const& options, Ranks const& ranks) {
+void KeepOwnPiece(Source& source, CutOptions const& options, Ranks const& ranks) {
   if (ranks.Kind() == CommKind::MPI)
     source.Keep(CutPiece(source.Whole(), options.mPartition, ranks.Count(), ranks.FirstHere(),
                          options.mHolder, options.mCuts));
 }
 
-std::unique_ptr<Source> OpenToCount(GatherOptions const& options) {
+std::unique_ptr<Source> OpenToCount(InputOptions const& options) {
   if (!options.mFile.empty()) return OpenFile(options.mFile);
   return OpenGenerator(options.mGenerate, EntryLimit::NONE);
 }

@@ -11,13 +11,13 @@
 namespace Pavex::Tool {
 
 // All of the input. Throws InputError.
-std::unique_ptr<Source> OpenSource(GatherOptions const& options);
+std::unique_ptr<Source> OpenSource(InputOptions const& options);
 
 // Forgets all but the piece of the rank that lives here, if it is the only one. Throws
 // InputError for pieces that cannot be cut.
-void KeepOwnPiece(Source& source, GatherOptions const& options, Ranks const& ranks);
+void KeepOwnPiece(Source& source, CutOptions const& options, Ranks const& ranks);
 
 // The input to count the entries of, which need not fit into a gather. Throws InputError.
-std::unique_ptr<Source> OpenToCount(GatherOptions const& options);
+std::unique_ptr<Source> OpenToCount(InputOptions const& options);
 
 }  // namespace Pavex::Tool
