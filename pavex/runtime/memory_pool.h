@@ -53,7 +53,7 @@ class PAVEX_API MemoryPool : public Allocator {
 
   // Returns STATUS_OUT_OF_MEMORY if the system cannot give the block even after the pool has
   // returned everything cached to it, so also for a negative size. Throws nothing.
-  PavexStatus Allocate(void** block, std::size_t bytes) override;
+  [[nodiscard]] PavexStatus Allocate(void** block, std::size_t bytes) override;
 
   // Limits what the pool holds. 0 keeps nothing. Takes effect at once.
   void SetLimit(std::size_t bytes);

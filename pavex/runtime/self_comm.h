@@ -15,20 +15,23 @@ class PAVEX_API SelfComm : public Comm {
   ~SelfComm() override;
   int Rank() const override;
   int Size() const override;
-  PavexStatus Send(void const* buf, int count, Datatype type, int dest, int tag) const override;
-  PavexStatus Recv(void* buf, int count, Datatype type, int source, int tag) const override;
-  PavexStatus Gatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
-                      int const* recvcounts, int const* displs, Datatype recvtype,
-                      int root) const override;
-  PavexStatus Scatterv(void const* sendbuf, int const* sendcounts, int const* displs,
-                       Datatype sendtype, void* recvbuf, int recvcount, Datatype recvtype,
-                       int root) const override;
-  PavexStatus Allgather(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
-                        int recvcount, Datatype recvtype) const override;
-  PavexStatus Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
-                         int const* recvcounts, int const* displs,
-                         Datatype recvtype) const override;
-  PavexStatus Bcast(void* buf, int count, Datatype type, int root) const override;
+  [[nodiscard]] PavexStatus Send(void const* buf, int count, Datatype type, int dest,
+                                 int tag) const override;
+  [[nodiscard]] PavexStatus Recv(void* buf, int count, Datatype type, int source,
+                                 int tag) const override;
+  [[nodiscard]] PavexStatus Gatherv(void const* sendbuf, int sendcount, Datatype sendtype,
+                                    void* recvbuf, int const* recvcounts, int const* displs,
+                                    Datatype recvtype, int root) const override;
+  [[nodiscard]] PavexStatus Scatterv(void const* sendbuf, int const* sendcounts,
+                                     int const* displs, Datatype sendtype, void* recvbuf,
+                                     int recvcount, Datatype recvtype, int root) const override;
+  [[nodiscard]] PavexStatus Allgather(void const* sendbuf, int sendcount, Datatype sendtype,
+                                      void* recvbuf, int recvcount,
+                                      Datatype recvtype) const override;
+  [[nodiscard]] PavexStatus Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype,
+                                       void* recvbuf, int const* recvcounts, int const* displs,
+                                       Datatype recvtype) const override;
+  [[nodiscard]] PavexStatus Bcast(void* buf, int count, Datatype type, int root) const override;
 };
 
 }  // namespace Pavex

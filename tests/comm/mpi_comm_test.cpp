@@ -295,7 +295,7 @@ TEST_F(MpiCommTest, NobodyLeavesABarrierBeforeTheLastHasEntered) {
   long const left = now();
 
   long lastEntered = 0;
-  mComm.Allreduce(&entered, &lastEntered, 1, DATATYPE_LONG, REDUCE_MAX);
+  EXPECT_EQ(mComm.Allreduce(&entered, &lastEntered, 1, DATATYPE_LONG, REDUCE_MAX), STATUS_OK);
   EXPECT_EQ(status, STATUS_OK);
   EXPECT_GE(left, lastEntered);
 }

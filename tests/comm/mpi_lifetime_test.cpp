@@ -169,7 +169,7 @@ TEST_F(WhileMpiLives, TheCallersErrorHandlerStaysInPlace) {
 
   {
     MpiComm const comm(given);
-    comm.Barrier();
+    EXPECT_EQ(comm.Barrier(), STATUS_OK);
     MPI_Comm_get_errhandler(given, &givenAfter);
     MPI_Comm_get_errhandler(MPI_COMM_WORLD, &worldAfter);
   }

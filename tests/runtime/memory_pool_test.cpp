@@ -470,9 +470,9 @@ TEST(MemoryPool, RemembersTheSizeOfTheLastRequestThatItRefused) {
   void* absurd = nullptr;
   EXPECT_EQ(pool.LastRefused(), 0U);
 
-  pool.Allocate(&absurd, std::size_t{1} << 50);
+  EXPECT_EQ(pool.Allocate(&absurd, std::size_t{1} << 50), STATUS_OUT_OF_MEMORY);
   EXPECT_EQ(pool.LastRefused(), std::size_t{1} << 50);
-  pool.Allocate(&absurd, static_cast<std::size_t>(-8));
+  EXPECT_EQ(pool.Allocate(&absurd, static_cast<std::size_t>(-8)), STATUS_OUT_OF_MEMORY);
   EXPECT_EQ(pool.LastRefused(), static_cast<std::size_t>(-8));
 
   pool.Deallocate(Take(pool, 100), 100);
