@@ -19,9 +19,9 @@ namespace {
 constexpr int kRanks = 2;
 constexpr std::size_t kSlack = std::size_t{4} << 20;
 
-// Code that runs for the first time, such as waiting for a slower rank, may fault a page of the
-// program in. A single medium block that is not kept takes 32 faults or more.
-constexpr long kFewFaults = 8;
+// The faults of blocks that are not kept are the same in every run. Others come once: code that
+// runs for the first time, such as waiting for a slower rank, and pages that the system moves.
+constexpr int kRuns = 3;
 
 // Counts the calls in which the pool takes a block from the system or gives memory back to it:
 // whatever it holds, in number of blocks and in bytes, changes only then. A block taken in
@@ -208,14 +208,19 @@ void ExpectQuiet(std::vector<Matrix> const& matrices, std::vector<Operation> con
   for (Matrix const& matrix : matrices)
     label += ", format " + std::to_string(matrix.format) + " with " +
              std::to_string(matrix.rows) + " rows";
-  Job job(matrices);
+  long faults = 1;
 
-  job.Run(operations, seed);
+  for (int run = 0; run < kRuns && faults > 0; ++run) {
+    Job job(matrices);
+    job.Run(operations, seed);
+    faults = job.Faults();
 
-  EXPECT_GT(job.Counted(), 0) << label;
-  EXPECT_EQ(job.Failures(), 0) << label;
-  EXPECT_EQ(job.Traffic(), 0) << label;
-  EXPECT_LT(job.Faults(), kFewFaults) << label;
+    EXPECT_GT(job.Counted(), 0) << label;
+    EXPECT_EQ(job.Failures(), 0) << label;
+    EXPECT_EQ(job.Traffic(), 0) << label;
+  }
+
+  EXPECT_EQ(faults, 0) << label;
 }
 
 // 128 bytes of values a row: from 4 KB to 25 MB.
