@@ -1,8 +1,10 @@
 #include "pavex/matrix/index_base.h"
 
 #include "pavex/matrix/sparse_traits.h"
+#include "pavex/runtime/buffer.h"
 #include "pavex/runtime/wrapping.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <type_traits>
 
@@ -10,11 +12,14 @@ namespace Pavex {
 
 namespace {
 
-// The indices may come from a peer, so the sums wrap.
+// Adds `term` to the first `count` elements. Indices and offsets of a gathered matrix, which
+// owns them, may come from a peer: the sums wrap, and offsets that promise more entries than
+// there are lead nowhere. The size of a borrowed array is only what the caller said.
 template <typename I>
-void AddToAll(I term, I* array, std::int64_t count) {
+void AddToAll(I term, Buffer<I>& array, std::int64_t count) {
+  if (array.mAllocator != nullptr) count = std::min(count, array.mSize);
   for (std::int64_t k = 0; k < count; ++k)
-    array[k] = WrappingAdd(array[k], term);
+    array.mData[k] = WrappingAdd(array.mData[k], term);
 }
 
 template <typename M>
@@ -22,18 +27,18 @@ void ShiftCompressed(M& matrix, int from, int to) {
   auto& offsets = Offsets(matrix);
   auto& indices = Indices(matrix);
   using I = std::remove_reference_t<decltype(*indices.mData)>;
-  AddToAll(static_cast<I>(to - from), indices.mData, matrix.NNZ());
+  AddToAll(static_cast<I>(to - from), indices, matrix.NNZ());
   if (offsets.mData == nullptr || offsets.mSize == 0) return;
   I const term = WrappingSub(static_cast<I>(to), offsets.mData[0]);
-  AddToAll(term, offsets.mData, PickCompressed<M>(matrix.mRows, matrix.mCols) + 1);
+  AddToAll(term, offsets, PickCompressed<M>(matrix.mRows, matrix.mCols) + 1);
 }
 
 }  // namespace
 
 template <typename T, typename I>
 void ShiftIndexBase(MatrixCOO<T, I>& matrix, int from, int to) {
-  AddToAll(static_cast<I>(to - from), matrix.mRowIdx.mData, matrix.NNZ());
-  AddToAll(static_cast<I>(to - from), matrix.mColIdx.mData, matrix.NNZ());
+  AddToAll(static_cast<I>(to - from), matrix.mRowIdx, matrix.NNZ());
+  AddToAll(static_cast<I>(to - from), matrix.mColIdx, matrix.NNZ());
 }
 
 template <typename T, typename I>

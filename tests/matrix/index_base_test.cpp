@@ -1,7 +1,9 @@
 #include "pavex/matrix/index_base.h"
 
 #include "tests/support/instances.h"
+#include "tests/support/ledger_pool.h"
 
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
@@ -84,6 +86,20 @@ TEST(ShiftIndexBase, WrapsNumbersThatAPeerMadeUp) {
 
   EXPECT_EQ(rows[0], std::numeric_limits<int>::min());
   EXPECT_EQ(cols[0], std::numeric_limits<int>::min() + 1);
+}
+
+TEST(ShiftIndexBase, WritesNothingBehindIndicesThatAPeerCountedWrong) {
+  LedgerPool pool;  // reports bytes written behind a block
+  MatrixCSR<double, int> matrix;
+  ASSERT_EQ((MatrixCSR<double, int>::Create(pool, 1, 3, 2, false, matrix)), STATUS_OK);
+  std::fill_n(matrix.mColIdx.mData, 2, 1);
+  matrix.mRowPtr.mData[0] = 0;
+  matrix.mRowPtr.mData[1] = 4;
+
+  ShiftIndexBase(matrix, 1, 0);
+
+  EXPECT_EQ(matrix.mColIdx.mData[0], 0);
+  EXPECT_EQ(matrix.mColIdx.mData[1], 0);
 }
 
 }  // namespace
