@@ -59,16 +59,17 @@ class TrafficPool : public MemoryPool {
   bool mExceeded = false;
 };
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define PAVEX_FAULTS_OF_OTHERS 1
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
 #define PAVEX_FAULTS_OF_OTHERS 1
 #endif
 #endif
 
 // AddressSanitizer holds back what the program frees, so that each repetition faults in other
-// pages of the heap: there only the traffic of the pool counts.
+// pages of the heap. ThreadSanitizer writes what each thread does into pages of its own. With
+// them only the traffic of the pool counts.
 long PageFaultsOfThisThread() {
 #ifdef PAVEX_FAULTS_OF_OTHERS
   return 0;
