@@ -44,13 +44,13 @@ template <typename T, typename I>
 PavexStatus Aggregator<T, I>::CopyOwnPiece(MatrixDense<T, I> const& whole,
                                            MatrixDense<T, I> const& local) {
   long const begin = LocalSubmatOffset(local);
-  bool const inside = !LacksArray(whole) &&
-                      (mMode == CENTRALIZED_ALL ||
-                       RunsStayInside(begin, local.Runs(), local.RunLength(), whole.mLd, mNnz));
+  bool const inside = mMode == CENTRALIZED_ALL ||
+                      RunsStayInside(begin, local.Runs(), local.RunLength(), whole.mLd, mNnz);
   if (!inside) return Log::Report(STATUS_INCONSISTENT);
   T const* const piece = whole.mValues.mData + begin;
+  // A gathered pattern that borrows has no array, and neither has its local matrix.
   if (piece == local.mValues.mData) return STATUS_OK;
-  if (LacksArray(local)) return Log::Report(STATUS_INCONSISTENT);
+  if (LacksArray(whole) || LacksArray(local)) return Log::Report(STATUS_INCONSISTENT);
   CopyElements(local.Runs(), local.RunLength(), piece, whole.mLd, local.mValues.mData,
                local.mLd);
   return STATUS_OK;
@@ -85,7 +85,9 @@ PavexStatus Aggregator<T, I>::ScatterDenseValues(Buffer<T> const& global,
   }
   if (Log::Report(status) != STATUS_OK) return status;
 
-  if (received.mData != local.mValues.mData) {
+  // Nothing has come to a process that holds nothing. Its local matrix has no elements, except
+  // after a later gather that was refused.
+  if (received.mData != nullptr && received.mData != local.mValues.mData) {
     CopyElements(local.Runs(), local.RunLength(), received.mData, local.RunLength(),
                  local.mValues.mData, local.mLd);
   }

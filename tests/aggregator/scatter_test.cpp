@@ -231,6 +231,24 @@ TEST(DenseScatterToOneHolder, LeavesBystandersWithoutElementsAlone) {
   EXPECT_THAT(noColumns.Calls(), IsEmpty());
 }
 
+TEST(DenseScatterToOneHolder, SendsNothingToABystanderWhoseNextGatherWasRefused) {
+  DenseRank<> two(2, Pieces(EmptyShare(true), WholeShare(true), EmptyShare(true)));
+  GatherFirst(two);
+  DensePiece<> next = WholeShare(true);
+  std::vector<double> const before = next.values;
+  MatrixLocalInfo const record = RecordOf(next.matrix, true);
+  std::vector<MatrixLocalInfo> const oneEmpty = {RecordOf(two.local.matrix, true), record,
+                                                 record};
+  two.script->SetRecords(oneEmpty);
+  ASSERT_EQ(two.rank.aggregator.Gather(two.rank.comm, next.matrix, true), STATUS_INCONSISTENT);
+  two.rank.ForgetThePast();
+
+  ASSERT_EQ(two.Scatter(next).status, STATUS_OK);
+
+  EXPECT_THAT(two.Calls(), IsEmpty());
+  EXPECT_EQ(next.values, before);
+}
+
 // --- Every rank holds the whole, one root
 
 TEST(DenseScatterToAllHolders, IsBroadcastFromTheRootsArray) {
@@ -273,6 +291,17 @@ TEST(DenseScatterEverywhere, FindsItsOwnArrayWhereEveryRankHoldsTheWhole) {
     EXPECT_THAT(rank.Calls(), IsEmpty());
     EXPECT_THAT(rank.Events(), IsEmpty());
   }
+}
+
+TEST(DenseScatterEverywhere, FindsNoArrayToCopyWhereEveryRankHoldsThePatternAlone) {
+  DenseRank<> zero(0, Pieces(DensePiece<>(3, 5, true, 5, {}), DensePiece<>(3, 5, true, 5, {})),
+                   false);
+  GatherFirst(zero, true);
+
+  ExpectOutcome(zero.Scatter(zero.local), STATUS_OK, "");
+
+  EXPECT_THAT(zero.Calls(), IsEmpty());
+  EXPECT_THAT(zero.Events(), IsEmpty());
 }
 
 TEST(DenseScatterEverywhere, CopiesConsecutiveBlockOfRowBandFromItsDisplacement) {
