@@ -20,7 +20,7 @@ namespace {
 // word and not checked.
 template <typename T, typename I>
 bool LacksArray(MatrixDense<T, I> const& matrix) {
-  return matrix.mRows > 0 && matrix.mCols > 0 && !matrix.HasValues();
+  return matrix.mRows > 0 && matrix.mCols > 0 && matrix.mValues.mSize == 0;
 }
 
 }  // namespace

@@ -277,6 +277,28 @@ TEST(DenseScatterToAllHolders, PacksThePaddedArrayOfTheRoot) {
   EXPECT_EQ(zero.local.values, before);
 }
 
+// A class of an application that does not say that it has values.
+class SilentDense final : public MatrixDense<double, int> {
+ public:
+  bool HasValues() const override { return false; }
+};
+
+TEST(DenseScatterToAllHolders, LooksAtTheArrayAndNotAtWhatTheClassSaysOfIt) {
+  std::vector<double> values(6, 7);
+  SilentDense local;
+  local.mRows = local.mGlobalRows = 2;
+  local.mCols = local.mGlobalCols = 3;
+  local.mLd = 2;
+  local.mValues.Borrow(values.data(), 6);
+  RankUnderTest<> one(ScriptedRank(1, {&local, &local}, false));
+  ASSERT_EQ(one.aggregator.Gather(one.comm, local, false), STATUS_OK);
+  one.ForgetThePast();
+
+  ASSERT_EQ(one.aggregator.Scatter(local), STATUS_OK);
+
+  EXPECT_THAT(one.comm->DataTexts(), ElementsAre("Bcast(6 double; root 0)"));
+}
+
 // --- Every rank has the gathered matrix
 
 TEST(DenseScatterEverywhere, FindsItsOwnArrayWhereEveryRankHoldsTheWhole) {
