@@ -221,13 +221,6 @@ class Account {
   long mIndexBytes;
 };
 
-void WarnOfLoneBand(PieceDecision const& decision, std::vector<std::string>& warnings) {
-  if (decision.mMode != CENTRALIZED_ONE || decision.mPartition.type == PARTITION_NONE) return;
-  warnings.push_back("rank " + std::to_string(decision.mSource) +
-                     " alone is not empty: its piece is taken for the whole matrix, though it "
-                     "declares a partition");
-}
-
 void WarnOfEmptyRanks(Plan const& plan, std::vector<std::string>& warnings) {
   if (plan.mOptions.mPartition == Partition::ONE || plan.mRanks.size() == 1) return;
   auto const isEmpty = [](PlanRank const& rank) { return rank.mEntries == 0; };
@@ -275,9 +268,8 @@ void JudgeCounts(Plan& plan) {
 }
 
 void AddWarnings(PieceDecision const& decision, Plan& plan) {
-  std::vector<std::string>& warnings = plan.mWarnings;
-  if (plan.mDecided) WarnOfLoneBand(decision, warnings);
-  WarnOfEmptyRanks(plan, warnings);
+  plan.mWarnings = decision.mFindings;
+  WarnOfEmptyRanks(plan, plan.mWarnings);
   JudgeCounts(plan);
 }
 

@@ -4,6 +4,20 @@
 
 namespace Pavex::Tool {
 
+namespace {
+
+// The command refuses too many entries in its own words.
+std::vector<std::string> FindingsOf(Buffer<MatrixLocalInfo> const& records,
+                                    GatherPlan const& plan) {
+  std::vector<std::string> findings;
+  for (GatherFinding const& finding : FindSuspicious(records, plan))
+    if (finding.mKind != FindingKind::TOO_MANY)
+      findings.push_back(Describe(finding, records, plan));
+  return findings;
+}
+
+}  // namespace
+
 PieceDecision DecideOn(std::vector<CountedMatrix> const& pieces, bool withValues,
                        std::size_t valueBytes, std::size_t indexBytes) {
   std::vector<MatrixLocalInfo> records;
@@ -24,6 +38,7 @@ PieceDecision DecideOn(std::vector<CountedMatrix> const& pieces, bool withValues
   decision.mRows = plan.mRows;
   decision.mCols = plan.mCols;
   decision.mEntries = plan.mNnz;
+  decision.mFindings = FindingsOf(view, plan);
   return decision;
 }
 

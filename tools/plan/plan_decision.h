@@ -39,7 +39,8 @@ struct PieceDecision {
   long mRows = 0;  // of the gathered matrix
   long mCols = 0;
   long mEntries = 0;
-  std::string mDescription;  // set in any case
+  std::vector<std::string> mFindings;  // what the library finds suspicious, in its own words
+  std::string mDescription;            // set in any case
 };
 
 // One matrix for each rank; the elements of T and I have `valueBytes` and `indexBytes` bytes.

@@ -317,11 +317,27 @@ TEST(Plan, WarnsOfALoneBandThatIsTakenForTheWhole) {
   EXPECT_EQ(plan.mMode, CENTRALIZED_ONE);
   EXPECT_EQ(plan.mRows, 1);
   EXPECT_THAT(plan.mWarnings,
-              ElementsAre("rank 0 alone is not empty: its piece is taken for the whole matrix, "
-                          "though it declares a partition",
+              ElementsAre("process 0 alone is not empty: its 1 x 4 piece of 4 x 4 (row-wise "
+                          "from 0) is taken for the whole matrix",
                           "3 of 4 ranks have no entries, the first is rank 1"));
   EXPECT_EQ(plan.mRefusal,
             "rank 1 would be left empty: its rows hold no entries; use fewer --ranks");
+}
+
+TEST(Plan, WarnsInTextAndJsonOfWhatTheLibraryFindsSuspicious) {
+  TemporaryFolder const folder;
+  auto const source = OpenFile(folder.Write("a.mtx", kFirstRowsOnly));
+  std::string const finding =
+      "process 1 has no entries (the first of 3 such processes), so no values to send: it "
+      "fails, and the others may wait for it";
+
+  Plan const plan = MakePlan(*source, Options(Format::CSR, 4));
+  auto const json = nlohmann::json::parse(InJson(plan));
+
+  EXPECT_THAT(plan.mWarnings,
+              ElementsAre(finding, "3 of 4 ranks have no entries, the first is rank 1"));
+  EXPECT_THAT(InText(plan), HasSubstr("\nwarning: " + finding + "\n"));
+  EXPECT_EQ(json["warnings"][0], finding);
 }
 
 TEST(Plan, DescribesThePiecesThatAGatherRefuses) {
