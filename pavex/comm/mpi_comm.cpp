@@ -2,6 +2,8 @@
 
 #include "pavex/comm/mpi_call.h"
 
+#include <cstddef>
+
 namespace Pavex {
 
 namespace {
@@ -170,6 +172,13 @@ PavexStatus MpiComm::Allgatherv(void const* sendbuf, int sendcount, Datatype sen
   call.NotInPlace(recvbuf);
   call.In(recvcounts, displs, recvtype);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  // MPICH ignores the displacement of a single process, so the address carries it.
+  static int const kNone = 0;
+  if (mSize == 1 && recvbuf != nullptr) {
+    recvbuf = static_cast<char*>(recvbuf) +
+              DatatypeSize(recvtype) * static_cast<std::size_t>(*displs);
+    displs = &kNone;
+  }
   return call.Done(MPI_Allgatherv(call.SendBuffer(sendbuf), sendcount, MpiType(sendtype),
                                   recvbuf, recvcounts, displs, MpiType(recvtype), mComm));
 }
