@@ -31,6 +31,17 @@ inline Statuses All(int ranks, PavexStatus status) {
   return Statuses(Index(ranks), status);
 }
 
+// Starts the ranks for the contract of communicators.
+struct LocalRanks {
+  static constexpr PavexStatus kRefused = STATUS_COMM_FAILED;
+
+  static std::vector<int> Sizes() { return {1, 2, 3, 4, 7}; }
+
+  static void Run(int size, std::function<void(Comm const& comm)> const& body) {
+    LocalComm::Run(size, [&](std::shared_ptr<Comm> const& comm) { body(*comm); });
+  }
+};
+
 // A value per rank and position that no other pair has.
 inline long Mark(int rank, int position) {
   return 1000L * (rank + 1) + position;

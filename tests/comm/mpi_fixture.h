@@ -6,7 +6,6 @@
 #include "tests/support/capture.h"
 
 #include <algorithm>
-#include <complex>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -14,19 +13,20 @@
 
 namespace Pavex {
 
-// An element of every type that MpiComm can carry.
-template <typename T>
-struct Element {
-  using Value = T;
-  static constexpr Datatype kType = DatatypeOf<T>::kValue;
+// Starts nothing: the job that this process belongs to has its ranks.
+struct MpiRanks {
+  static constexpr PavexStatus kRefused = STATUS_INVALID_VALUE;
+
+  static std::vector<int> Sizes() {
+    int size = 0;
+    MPI_Comm_size(MPI_COMM_WORLD, &size);
+    return {size};
+  }
+
+  static void Run(int /*size*/, std::function<void(Comm const& comm)> const& body) {
+    body(MpiComm(MPI_COMM_WORLD));
+  }
 };
-struct ByteElement {
-  using Value = unsigned char;
-  static constexpr Datatype kType = DATATYPE_BYTE;
-};
-using AllElements =
-    ::testing::Types<ByteElement, Element<int>, Element<long>, Element<float>, Element<double>,
-                     Element<std::complex<float>>, Element<std::complex<double>>>;
 
 // What an operation returned and what it logged.
 struct Outcome {
@@ -55,27 +55,6 @@ class MpiCommTest : public ::testing::Test {
   int const mRank = mComm.Rank();
   int const mSize = mComm.Size();
   int const mLast = mSize - 1;
-};
-
-// Pieces of unequal length: rank r has r % 3 elements, so rank 0 has none. In the whole array
-// a gap of one element follows each piece.
-//   ranks    0   1     2         3   4
-//   counts   0   1     2         0   1
-//   displs   0   1     3         6   7
-struct RaggedPieces {
-  explicit RaggedPieces(int size) {
-    for (int r = 0, displ = 0; r < size; ++r) {
-      mCounts.push_back(r % 3);
-      mDispls.push_back(displ);
-      displ += mCounts.back() + 1;
-    }
-  }
-  std::size_t Length() const {
-    return static_cast<std::size_t>(mDispls.back() + mCounts.back() + 1);
-  }
-
-  std::vector<int> mCounts;
-  std::vector<int> mDispls;
 };
 
 }  // namespace Pavex

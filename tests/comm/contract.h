@@ -1,0 +1,35 @@
+// What every communicator does, whatever its ranks are. A communicator that is to meet this
+// contract needs a launcher, and in one of its test files the lines
+//
+//   #include "tests/comm/contract.h"
+//   PAVEX_COMM_CONTRACT(ShmRanks);
+//
+// inside namespace Pavex. A launcher starts the ranks; what it has is shown by this one:
+//
+//   struct ShmRanks {
+//     // What an operation returns that is refused on every rank.
+//     static constexpr PavexStatus kRefused = STATUS_INVALID_VALUE;
+//     // The numbers of ranks to test: 1, 2, 3, 4, 7, or the one that this job has.
+//     static std::vector<int> Sizes();
+//     // Runs `body` on each of `size` ranks, in this process or in others, with the rank's
+//     // communicator, and returns when the ranks of this process have returned.
+//     static void Run(int size, std::function<void(Comm const& comm)> const& body);
+//   };
+//
+// Each rank checks what it has received itself. The tests are in contract_collective.h (for
+// every element type), contract_message.h and contract_refusal.h.
+
+#pragma once
+
+#include "tests/comm/contract_collective.h"
+#include "tests/comm/contract_message.h"
+#include "tests/comm/contract_refusal.h"
+
+// Tests the communicator of `Launcher` against the whole contract.
+#define PAVEX_COMM_CONTRACT(Launcher)                                                    \
+  INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommCollective, AllElementsOver<Launcher>, ); \
+  INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommOrderedReduction,                         \
+                                 OrderedElementsOver<Launcher>, );                       \
+  INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommMessage, AllElementsOver<Launcher>, );    \
+  INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommGroup, ::testing::Types<Launcher>, );     \
+  INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommRefusal, ::testing::Types<Launcher>, )
