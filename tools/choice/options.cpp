@@ -54,7 +54,7 @@ Choice Parse(Word<Choice> const (&words)[N], std::string const& option,
   throw InputError(option + ": unknown \"" + given + "\", choose one of " + known);
 }
 
-// The partition across which the pieces of a format cannot be cut, with the way out.
+// The partition by which the pieces of a format cannot be cut, and what to use instead.
 void CheckPartition(Format format, Partition partition) {
   bool const whole = partition == Partition::ONE || partition == Partition::ALL;
   if (whole || format == Format::COO) return;

@@ -1,4 +1,4 @@
-// What the command lets the user choose, and the words for it.
+// The choices of the user, and the words for them.
 
 #pragma once
 
@@ -15,10 +15,10 @@ enum class Partition { ROWS, COLUMNS, ENTRIES, ONE, ALL };
 enum class ValueKind { FLOAT, DOUBLE, COMPLEX_FLOAT, COMPLEX_DOUBLE };
 enum class IndexKind { INT, LONG };
 enum class LogLevel { SILENT, FATAL, ERROR, DEBUG };
-// What carries the ranks: processes under MPI, or threads of one process.
+// How the ranks run: as processes under MPI, or as threads of one process.
 enum class CommKind { MPI, LOCAL };
 
-constexpr int kDefaultRanks = 4;  // where MPI does not give their number
+constexpr int kDefaultRanks = 4;  // used unless MPI gives the number
 
 inline bool IsDense(Format format) {
   return format == Format::DENSE_ROW || format == Format::DENSE_COL;
@@ -30,10 +30,10 @@ inline bool IsComplex(ValueKind kind) {
   return kind == ValueKind::COMPLEX_FLOAT || kind == ValueKind::COMPLEX_DOUBLE;
 }
 
-// The store type of the matrices that the library sees; sparse ones have part code 0.
+// The store type of the matrices that the library gets. Sparse ones have part code 0.
 PavexMatrixStoreType StoreTypeOf(Format format);
 
-// The word for a choice, as it is typed behind the option: "dense-row".
+// The word for a choice, as the user types it after the option: "dense-row".
 char const* NameOf(Format format);
 char const* NameOf(Partition partition);
 char const* NameOf(ValueKind kind);
@@ -41,7 +41,7 @@ char const* NameOf(IndexKind kind);
 char const* NameOf(LogLevel level);
 char const* NameOf(CommKind kind);
 
-// The choice that `word` stands for. Throws InputError that names `option` and all its words.
+// The choice that `word` names. Throws an InputError that names `option` and all its words.
 template <typename Choice>
 Choice ParseChoice(std::string const& option, std::string const& word);
 
@@ -86,7 +86,7 @@ struct OutputOptions {
 // The options of `pavex gather` and `pavex plan`. Functions take the part that they need.
 struct GatherOptions : InputOptions, CutOptions, RunOptions, OutputOptions {};
 
-// Throws InputError for options that exclude each other or do not fit the matrix format; the
+// Throws InputError for options that exclude each other or do not fit the matrix format. The
 // message says what to use instead.
 void CheckCombination(GatherOptions const& options);
 

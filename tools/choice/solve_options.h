@@ -17,7 +17,7 @@ struct SolveOptions {
   int mSteps = 0;        // solves with new values after the first
 };
 
-// As CheckCombination of the gather, for what a solve needs. Throws InputError.
+// Does for a solve what CheckCombination does for a gather. Throws InputError.
 void CheckSolve(SolveOptions const& options);
 
 }  // namespace Pavex::Tool

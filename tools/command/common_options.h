@@ -34,12 +34,12 @@ CLI::Option* AddNumber(CLI::App& command, std::string const& name, long& number,
 
 // FILE and --generate.
 void AddInput(CLI::App& command, InputOptions& options, std::string const& fileHelp);
-// From --ranks to --log-level.
+// The options from --ranks to --log-level.
 void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
                std::string const& formats);
 // --no-values and --ld.
 void AddPieceOptions(CLI::App& command, CutOptions& options, CommonWords& words);
-// A file to read or write, whose name cannot be empty.
+// Adds an option that names a file. The name cannot be empty.
 CLI::Option* AddFile(CLI::App& command, std::string const& name, std::string& path,
                      std::string const& help);
 // --json.
@@ -49,11 +49,12 @@ void AddAllRanks(CLI::App& command, OutputOptions& options);
 // --plot; `help` says what the picture shows.
 void AddPlot(CLI::App& command, OutputOptions& options, std::string const& help);
 
-// Throws InputError if a file that is to be written cannot be; for the process that writes it.
+// Throws InputError if a file that the command will write cannot be written. For the process
+// that writes it.
 void RequireOutputs(OutputOptions const& options);
 
-// Takes the words over into the options, and the level into the log of the library. Throws
-// InputError for an unknown word.
+// Parses the words into the options, and sets the level of the library's log. Throws InputError
+// for an unknown word.
 void ParseOptions(CommonWords const& words, GatherOptions& options);
 
 // The ranks that --comm and --ranks of `command` ask for; sets mRanks to their number.

@@ -1,4 +1,4 @@
-// `pavex gather`: its options, and what becomes of the result.
+// `pavex gather`: its options, and what it does with the result.
 
 #include "tools/choice/input_error.h"
 #include "tools/choice/job_error.h"

@@ -1,4 +1,4 @@
-// `pavex plan`: the gather of the same options, without one.
+// `pavex plan`: describes the gather of the same options without running it.
 
 #include "tools/choice/job_error.h"
 #include "tools/command/commands.h"

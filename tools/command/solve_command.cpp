@@ -1,4 +1,4 @@
-// `pavex solve`: its options, and what becomes of the result.
+// `pavex solve`: its options, and what it does with the result.
 
 #include "tools/command/commands.h"
 #include "tools/command/common_options.h"

@@ -8,7 +8,7 @@ namespace Pavex::Tool {
 
 namespace {
 
-// The cut by entries, as a way out of an empty piece; empty if it is none.
+// Suggests the cut by entries for an empty piece; empty if that does not help.
 std::string OtherCut(Extent const& whole, CutOptions const& options, long ranks) {
   if (whole.mEntries < ranks) return "";
   return options.mFormat == Format::COO ? " or --partition entries"

@@ -1,5 +1,6 @@
-// What `pavex gather` refuses to gather, beside a source with too many entries: what the
-// library would misunderstand, or has no counts for. All throw InputError with a remedy.
+// What `pavex gather` refuses, in addition to a source with too many entries: pieces that the
+// library would take for something else, or cannot count. All functions throw InputError with a
+// remedy.
 
 #pragma once
 
@@ -10,7 +11,7 @@
 
 namespace Pavex::Tool {
 
-// More elements than a gather can place in a dense format.
+// Refuses more elements than a gather can place in a dense format.
 void RefuseTooLarge(Extent const& whole, CutOptions const& options);
 
 // More ranks than rows or columns, with the cut by entries as a way out if there is one.
@@ -26,9 +27,9 @@ std::vector<Extent> ExtentsOf(std::vector<Record> const& records) {
   return extents;
 }
 
-// A coordinate piece without entries, or any piece without rows or columns, would be taken for
-// one of a rank that has no part in the matrix; and a gather of values wants at least one from
-// every rank. `pieces` are those of all ranks.
+// The library takes a coordinate piece without entries, or any piece without rows or columns,
+// for that of a rank that has no part in the matrix. A gather of values needs at least one
+// value from every rank. `pieces` are those of all ranks.
 void RefuseEmptyPieces(std::vector<Extent> const& pieces, Extent const& whole,
                        CutOptions const& options);
 

@@ -20,7 +20,7 @@ constexpr double kSwatch = 12;
 constexpr int kMostLines = 24;  // of ranks in the legend
 constexpr double kNarrowest = 620;
 
-// Colours, then a text or the three columns of the table.
+// The colours, then a text or the three columns of the table.
 struct LegendLine {
   std::vector<Colour> mSwatches;
   std::string mText;
@@ -71,7 +71,7 @@ void AddRanks(GatherReport const& report, Legend& legend) {
   if (count > 1) add({}, "all", all);
 }
 
-// In grey, which stands for the colour of any rank.
+// In grey, because the colour differs from rank to rank.
 void AddStrengths(long most, std::string const& what, Legend& legend) {
   constexpr int kSteps = 5;
   LegendLine line;

@@ -17,10 +17,10 @@ namespace Pavex::Tool {
 
 struct GatherResult {
   GatherReport mReport;
-  // Where rank 0 lives: the gathered matrix on its way into options.mOutput, to be committed if
-  // it is worth it.
+  // In the process of rank 0: the gathered matrix, written to options.mOutput but not
+  // committed.
   std::unique_ptr<MatrixMarketWriter> mOutput;
-  // Likewise, if options.mPlot asks for it and no difference was found.
+  // In the process of rank 0, if options.mPlot asks for it and no difference was found.
   std::optional<PatternCells> mPattern;
 };
 

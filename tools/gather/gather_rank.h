@@ -24,7 +24,7 @@
 
 namespace Pavex::Tool {
 
-// Every step is collective. Made, used and destroyed by the thread of its rank.
+// Every step is collective. The thread of its rank makes, uses and destroys it.
 template <typename T, typename I>
 class GatherRank {
  public:
@@ -52,11 +52,11 @@ class GatherRank {
   std::shared_ptr<Comm> mComm;
   Source const& mSource;
   GatherOptions const& mOptions;
-  int mSteps = 0;  // that the values have gone
+  int mSteps = 0;  // steps that the values have moved
   RankRecord mRecord;
   std::vector<Timing> mTimings;
 
-  // In the order in which they need each other.
+  // The order matters: members are destroyed bottom up, and the upper ones are needed longest.
   MemoryPool mPool;
   std::unique_ptr<LocalMatrix<T, I>> mLocal;
   Aggregator<T, I> mAggregator;
@@ -91,7 +91,7 @@ void GatherRank<T, I>::BuildPiece() {
   int const rank = mComm->Rank();
   Piece const piece = CutPiece(mSource.Whole(), mOptions.mPartition, mComm->Size(), rank,
                                mOptions.mHolder, mOptions.mCuts);
-  if (rank == 0) {  // one bar is enough: the others make as many entries
+  if (rank == 0) {  // one bar is enough: the other ranks make as many entries
     Progress progress("building the pieces");
     mLocal = std::make_unique<LocalMatrix<T, I>>(mSource.Cut(piece, progress.Function()), piece,
                                                  mSource.Whole(), mOptions);
@@ -142,8 +142,8 @@ void GatherRank<T, I>::Update() {
   mTimings.back().mBytes = SumOfAll(*mComm, OwnGatheredBytes(false, true));
 }
 
-// The gathered values take one more step, as a solver would change them; then every rank's
-// piece must show it.
+// Moves the gathered values one step on, as a solver would change them. Every rank's piece must
+// then show it.
 template <typename T, typename I>
 void GatherRank<T, I>::Scatter() {
   bool const borrows = mAggregator.Target() != nullptr && OwnGatheredBytes(true, true) > 0;

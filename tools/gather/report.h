@@ -1,4 +1,4 @@
-// What `pavex gather` has to say at its end, for readers and for programs.
+// The report of `pavex gather`, for readers and for programs.
 
 #pragma once
 
@@ -12,7 +12,7 @@
 
 namespace Pavex::Tool {
 
-// What one rank held and what it ended up with. Plain data: travels between ranks as bytes.
+// What one rank held and what it received. Plain data: it travels between ranks as bytes.
 struct RankRecord {
   // The piece. mBegin is the first global row or column of a band, else 0; bytes are those of
   // its index and value arrays.
@@ -38,7 +38,7 @@ struct RankRecord {
   char mDifference[256] = "";  // the first that the check found; empty: verified
 };
 
-// A step that all ranks did together.
+// A step of all ranks together.
 struct Timing {
   std::string mStep;    // "gather", "update", "scatter"
   double mSeconds = 0;  // of the slowest rank
@@ -59,16 +59,16 @@ struct GatherReport {
   std::vector<RankRecord> mRanks;
   std::vector<Timing> mTimings;
 
-  // How the library sees the pieces; the same on every rank.
+  // How the library describes the pieces; the same on every rank.
   char const* Mode() const { return DistMatrixModeStr(mRanks.front().mMode); }
 
-  // No rank found a difference, and at least one had something to check.
+  // Whether no rank found a difference and at least one had something to check.
   bool Verified() const;
   // The first difference with its rank; empty if there is none.
   std::string Difference() const;
 };
 
-// What was gathered and how: two lines.
+// Two lines that say what was gathered and how.
 std::string Head(GatherReport const& report);
 std::string InText(GatherReport const& report);
 std::string InJson(GatherReport const& report);

@@ -21,7 +21,7 @@
 namespace Pavex::Tool {
 
 // Not movable: the matrix points into the arrays. A gathered matrix may borrow them too, so
-// this outlives it.
+// this object must outlive it.
 template <typename T, typename I>
 class LocalMatrix {
  public:

@@ -52,7 +52,7 @@ std::vector<long> CountEntries(Source const& source, GatherOptions const& option
   return counts;
 }
 
-// The pieces as the library meets them, and as the plan tells them.
+// The pieces as the library gets them, and as the plan reports them.
 std::vector<CountedMatrix> CountPieces(Source const& source, GatherOptions const& options,
                                        std::vector<PlanRank>& ranks) {
   std::vector<Piece> pieces;

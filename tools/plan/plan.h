@@ -1,4 +1,4 @@
-// What a gather will do, worked out before anything moves: from the counts of the pieces alone,
+// Computes what a gather will do before anything moves: from the counts of the pieces alone,
 // with the library's own decision.
 
 #pragma once
@@ -57,8 +57,9 @@ struct Plan {
   long MessageBytes() const;
 };
 
-// Of a gather with mRanks ranks; local. Updates and scatters are not planned. Throws InputError
-// for pieces that cannot be cut, and for more entries than it can count the bytes of.
+// Plans a gather with mRanks ranks; local. Updates and scatters are not planned. Throws
+// InputError for pieces that cannot be cut, and for more entries than it can count the bytes
+// of.
 Plan MakePlan(Source const& source, GatherOptions const& options);
 
 std::string InText(Plan const& plan);

@@ -1,5 +1,5 @@
-// The working cycle of a solver: pieces on every rank, gathered, factored, solved, the
-// solutions scattered, and again with new values.
+// The working cycle of a solver: gather the pieces, factor, solve, scatter the solutions, and
+// repeat with new values.
 
 #pragma once
 
@@ -15,7 +15,7 @@
 
 namespace Pavex::Tool {
 
-// What all ranks of the process read. Immutable.
+// The data that all ranks of the process read. Immutable.
 struct SolveProblem {
   Source const& mSource;
   SolveOptions const& mOptions;
@@ -28,10 +28,10 @@ struct SolveProblem {
 struct SolveResult {
   SolveReport mReport;
   Grid mGrid;
-  // Where rank 0 lives: the real parts of the first solution of the last step.
+  // In the process of rank 0: the real parts of the first solution of the last step.
   std::vector<double> mSolution;
-  // Likewise, and if options ask for it: all solutions of the last step on their way into the
-  // file, to be committed.
+  // In the process of rank 0, if the options ask for it: all solutions of the last step,
+  // written to the file but not committed.
   std::unique_ptr<MatrixMarketWriter> mOutput;
 };
 

@@ -32,7 +32,7 @@
 
 namespace Pavex::Tool {
 
-// Every step is collective. Made, used and destroyed by the thread of its rank.
+// Every step is collective. The thread of its rank makes, uses and destroys it.
 template <typename T, typename I>
 class SolveRank {
  public:
@@ -47,7 +47,7 @@ class SolveRank {
   void Run(SolveResult* result);
 
  private:
-  // Why a receiver could not go on. Travels as bytes; empty: all is well.
+  // Why a receiver could not go on. It travels as bytes. Empty if nothing failed.
   struct Fault {
     char mText[256] = "";
   };
@@ -75,7 +75,7 @@ class SolveRank {
   int mStep = 0;
   std::vector<SolveStep> mSteps;
 
-  // In the order in which they need each other.
+  // The order matters: members are destroyed bottom up, and the upper ones are needed longest.
   MemoryPool mPool;
   std::unique_ptr<LocalMatrix<T, I>> mLocal;
   std::vector<T> mFormer;   // values of mLocal one step ago
@@ -160,7 +160,7 @@ void SolveRank<T, I>::FillRhsFromFile() {
     mB->At(rhs.mRow[k], rhs.mCol[k]) += InputValue<T>(rhs, k);
 }
 
-// The first step gathers, the others update.
+// The first step gathers; the others update.
 template <typename T, typename I>
 void SolveRank<T, I>::Transmit() {
   bool const first = mStep == 0;
@@ -200,7 +200,7 @@ void SolveRank<T, I>::Solve() {
   mSteps.back().mSolveSeconds = TimeOnReceivers([this] { SolveHere(); });
 }
 
-// The gathered right-hand sides then show the solutions, as what is to be scattered.
+// The gathered right-hand sides then contain the solutions, which are scattered.
 template <typename T, typename I>
 void SolveRank<T, I>::SolveHere() {
   Elements<T, I> const b(*mRhs.Target());
@@ -243,7 +243,7 @@ void SolveRank<T, I>::Measure() {
   mSteps.back().mAccuracy = Judge(*mComm, maxima);
 }
 
-// What goes wrong on one receiver, every rank hears of, so that all end alike.
+// Every rank learns of a failure on one receiver, so that all end the same way.
 template <typename T, typename I>
 template <typename Operation>
 double SolveRank<T, I>::TimeOnReceivers(Operation const& operation) {

@@ -1,4 +1,4 @@
-// What `pavex solve` has to say at its end, for readers and for programs.
+// The report of `pavex solve`, for readers and for programs.
 
 #pragma once
 
@@ -24,7 +24,7 @@ struct Accuracy {
   double mError = 0;          // |x - exact| / |exact|; without a known solution not set
 };
 
-// One solve. The first gathers, the others update.
+// One solve. The first one gathers; the others update.
 struct SolveStep {
   Transfer mOperator;
   Transfer mRhs;
@@ -61,7 +61,7 @@ struct SolveReport {
   double AggregationShare() const;
 };
 
-// What was solved and how: four lines.
+// Four lines that say what was solved and how.
 std::string Head(SolveReport const& report);
 std::string InText(SolveReport const& report);
 std::string InJson(SolveReport const& report);

@@ -1,4 +1,4 @@
-// Opens what the options name.
+// Opens the input that the options name.
 
 #pragma once
 
@@ -17,7 +17,7 @@ std::unique_ptr<Source> OpenSource(InputOptions const& options);
 // InputError for pieces that cannot be cut.
 void KeepOwnPiece(Source& source, CutOptions const& options, Ranks const& ranks);
 
-// The input to count the entries of, which need not fit into a gather. Throws InputError.
+// The input for counting its entries only; it need not fit into a gather. Throws InputError.
 std::unique_ptr<Source> OpenToCount(InputOptions const& options);
 
 }  // namespace Pavex::Tool
