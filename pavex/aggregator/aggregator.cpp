@@ -12,7 +12,7 @@ namespace Pavex {
 namespace {
 
 PavexStatus Unsupported(PavexMatrixStoreType type) {
-  Log::Error("[%s] Unsupported matrix store type %d.\n", static_cast<int>(type));
+  Log::Error("Unsupported matrix store type %d.", static_cast<int>(type));
   return STATUS_NOT_SUPPORTED;
 }
 

@@ -80,7 +80,7 @@ PavexStatus Aggregator<T, I>::UpdateDense(MatrixDense<T, I> const& local) {
   if (mMode == CENTRALIZED_ALL) {
     if (target == nullptr) return STATUS_OK;
     if (target->mLd != local.mLd) {
-      Log::Error("[%s] Leading dimension is inconsistent with that in gather phase.\n");
+      Log::Error("Leading dimension is inconsistent with that in gather phase.");
       return STATUS_NOT_SUPPORTED;
     }
     target->mValues.Borrow(local.mValues.mData, local.mValues.mSize);

@@ -28,7 +28,7 @@ PavexStatus AggregatorBase::CheckDense(bool rowMajor) const {
 PavexStatus AggregatorBase::CheckDense(GatherFlaw flaw) const {
   if (flaw == GatherFlaw::NONE) return STATUS_OK;
   if (flaw != GatherFlaw::NOT_FILLED) return Log::Report(STATUS_INCONSISTENT);
-  Log::Error("[%s] The Global NNZ(%ld) not equal to %ld * %ld.\n", mNnz, mRows, mCols);
+  Log::Error("The Global NNZ(%ld) not equal to %ld * %ld.", mNnz, mRows, mCols);
   return STATUS_INCONSISTENT;
 }
 

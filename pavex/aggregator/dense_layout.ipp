@@ -93,7 +93,7 @@ PavexStatus Aggregator<T, I>::Dense2Comm(bool rowMajor, Buffer<T> const& global,
     commValues.Borrow(global.mData, global.mSize);
     return STATUS_OK;
   }
-  Log::Debug("[%s] Reorder values of dense matrix to send out.\n");
+  Log::Debug("Reorder values of dense matrix to send out.");
   PavexStatus const status = Log::Report(mPool->Get(commValues, global.mSize));
   if (status != STATUS_OK) return status;
   GlobalToComm(sizeof(T), mLocalInfos, Pieces(), rowMajor, LeadingDimension(rowMajor),
@@ -106,7 +106,7 @@ PavexStatus Aggregator<T, I>::Dense2Comm(bool rowMajor, Buffer<T> const& global,
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::Comm2Dense(bool rowMajor, Buffer<T>& values) {
   if (ContiguousLocalSubmat(rowMajor)) return STATUS_OK;
-  Log::Debug("[%s] Reorder values of dense matrix from received data\n");
+  Log::Debug("Reorder values of dense matrix from received data");
   Buffer<T> ordered;
   PavexStatus const status = Log::Report(mPool->Get(ordered, values.mSize));
   if (status != STATUS_OK) return status;

@@ -14,12 +14,12 @@ namespace Pavex {
 namespace {
 
 PavexStatus UnknownMode(DistMatrixMode mode) {
-  Log::Error("[%s] Unknown distribution mode %d\n", static_cast<int>(mode));
+  Log::Error("Unknown distribution mode %d", static_cast<int>(mode));
   return STATUS_INVALID_VALUE;
 }
 
 PavexStatus NotGathered() {
-  Log::Error("[%s] Gather should be executed first\n");
+  Log::Error("Gather should be executed first");
   return STATUS_WRONG_ORDER;
 }
 
@@ -76,7 +76,7 @@ PavexStatus AggregatorBase::InitMetadata(MatrixBase const& local, bool withValue
     status = FillCounts(plan);
     if (status != STATUS_OK) return status;
     if (PartitionWord(mPartition.type) == nullptr) {  // GCOVR_EXCL_START: refused before
-      Log::Error("[%s] Unexpected partition type %d\n", mPartition.type);
+      Log::Error("Unexpected partition type %d", mPartition.type);
       return STATUS_INVALID_VALUE;
     }  // GCOVR_EXCL_STOP
   }
@@ -146,7 +146,7 @@ PavexStatus AggregatorBase::CheckLocalValues(bool needValues, MatrixBase const& 
       return UnknownMode(mMode);
   }
   if (!local.HasValues()) {
-    Log::Error("[%s] Local matrix has no values when we need it.\n");
+    Log::Error("Local matrix has no values when we need it.");
     return STATUS_INCONSISTENT;
   }
   return STATUS_OK;
@@ -156,7 +156,7 @@ PavexStatus AggregatorBase::CheckConsistency(MatrixBase const& local) const {
   int const rank = mComm->Rank();
   if (rank < 0 || rank >= mLocalInfos.mSize) return NotGathered();
   if (!Matches(mLocalInfos.mData[rank], local)) {
-    Log::Error("[%s] The input matrix is inconsistent with that in the gather phase.\n");
+    Log::Error("The input matrix is inconsistent with that in the gather phase.");
     return STATUS_MISMATCH;
   }
   return STATUS_OK;

@@ -10,31 +10,32 @@ namespace Pavex {
 
 namespace {
 
-char const* LineOf(GatherFlaw flaw) {
-  switch (flaw) {
-    case GatherFlaw::CODES:
-      return "[%s] The pattern and attribute of local matrix is inconsistent.\n";
-    case GatherFlaw::STORE_TYPE:
-      return "[%s] The store type of local matrix is inconsistent.\n";
-    case GatherFlaw::PARTITION_TYPE:
-      return "[%s] Partition type of matrix is inconsistent.\n";
-    case GatherFlaw::NOT_ADJACENT:
-      return "[%s] Local matrices are not adjacent for DISTRIBUTED mode.\n";
-    case GatherFlaw::DIMENSION:
-      return "[%s] The dimension of global matrix is inconsistent.\n";
-    default:
-      return "[%s] Processes disagree on whether to aggregate values.\n";
-  }
-}
-
-// The line about two neighbours, of which `first` is one. The texts are fixed: see
+// Logs in what two neighbours disagree; `first` is one of them. The texts are fixed: see
 // docs/compatibility.md.
 PavexStatus Disagree(GatherFlaw flaw, MatrixLocalInfo const& first) {
-  if (flaw == GatherFlaw::UNKNOWN_PARTITION) {
-    Log::Error("[%s] Unknown partition type, %d.\n", first.partition.type);
-    return STATUS_INVALID_VALUE;
+  switch (flaw) {
+    case GatherFlaw::CODES:
+      Log::Error("The pattern and attribute of local matrix is inconsistent.");
+      break;
+    case GatherFlaw::STORE_TYPE:
+      Log::Error("The store type of local matrix is inconsistent.");
+      break;
+    case GatherFlaw::PARTITION_TYPE:
+      Log::Error("Partition type of matrix is inconsistent.");
+      break;
+    case GatherFlaw::UNKNOWN_PARTITION:
+      Log::Error("Unknown partition type, %d.", first.partition.type);
+      return STATUS_INVALID_VALUE;
+    case GatherFlaw::NOT_ADJACENT:
+      Log::Error("Local matrices are not adjacent for DISTRIBUTED mode.");
+      break;
+    case GatherFlaw::DIMENSION:
+      Log::Error("The dimension of global matrix is inconsistent.");
+      break;
+    default:
+      Log::Error("Processes disagree on whether to aggregate values.");
+      break;
   }
-  Log::Error(LineOf(flaw));
   return STATUS_INCONSISTENT;
 }
 
@@ -50,13 +51,12 @@ PavexStatus AggregatorBase::TakeMode(GatherPlan const& plan,
                                      Buffer<MatrixLocalInfo> const& infos,
                                      DistMatrixMode& mode) {
   if (plan.mStage == GatherStage::MODE) {
-    Log::Error(
-        "[%s] Invalid distribution mode: %d processes (out of %ld) has empty local matrix.\n",
-        plan.mEmpty, static_cast<long>(infos.mSize));
+    Log::Error("Invalid distribution mode: %d processes (out of %ld) has empty local matrix.",
+               plan.mEmpty, static_cast<long>(infos.mSize));
     return plan.mStatus;
   }
   mode = plan.mMode;
-  Log::Debug("[%s] Matrix mode is %s.\n", DistMatrixModeStr(mode));
+  Log::Debug("Matrix mode is %s.", DistMatrixModeStr(mode));
   return STATUS_OK;
 }
 
@@ -86,7 +86,7 @@ PavexStatus AggregatorBase::CheckForOneMode(Buffer<MatrixLocalInfo> const& infos
   if (type == PARTITION_NONE || !Log::Enabled(LOG_DEBUG)) return STATUS_OK;
   char const* const word = PartitionWord(type);
   if (word == nullptr) Log::NeverBeenHere();  // GCOVR_EXCL_LINE: aborts
-  Log::Debug("[%s] Partition type (%s) ignored for CENTRALIZED_ONE mode.\n", word);
+  Log::Debug("Partition type (%s) ignored for CENTRALIZED_ONE mode.", word);
   return STATUS_OK;
 }
 

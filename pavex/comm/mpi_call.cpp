@@ -118,8 +118,8 @@ PavexStatus MpiCall::Done(int code) const {
 }
 
 PavexStatus MpiCall::Fail(PavexStatus status, char const* reason) const {
-  Log::Error("[%s] MpiComm::%s failed on rank %d of %d (peer %d, %ld out, %ld in): %s\n",
-             mOperation, mRank, mSize, mPeer, mOut, mIn, reason);
+  Log::Error("MpiComm::%s failed on rank %d of %d (peer %d, %ld out, %ld in): %s", mOperation,
+             mRank, mSize, mPeer, mOut, mIn, reason);
   return status;
 }
 

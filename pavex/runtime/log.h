@@ -8,7 +8,6 @@
 #include "pavex/runtime/status.h"
 
 #include <cstdint>
-#include <cstdio>
 
 namespace Pavex {
 
@@ -24,20 +23,17 @@ class PAVEX_API Log {
   // start.
   static std::int32_t mMaxLogLevel;
 
+  static constexpr int kMostFormat = 240;  // characters
+
   // Whether lines of that level appear.
   static bool Enabled(std::int32_t level) noexcept { return mMaxLogLevel >= level; }
 
-  // One line if its level is enabled. `format` opens with "[%s]", which takes the level's word,
-  // and ends with a newline.
-  template <typename... Args>
-  static void Error(char const* format, Args... args) {
-    if (Enabled(LOG_ERROR)) std::printf(format, "ERROR", args...);
-  }
-  // Does the same on the level LOG_DEBUG.
-  template <typename... Args>
-  static void Debug(char const* format, Args... args) {
-    if (Enabled(LOG_DEBUG)) std::printf(format, "DEBUG", args...);
-  }
+  // Writes the line "[ERROR] <text>" if its level is enabled. `format` and its arguments make
+  // the text, as those of printf do. It has at most kMostFormat characters; a longer one calls
+  // NeverBeenHere.
+  __attribute__((format(printf, 1, 2))) static void Error(char const* format, ...);
+  // Does the same with "[DEBUG]" on the level LOG_DEBUG.
+  __attribute__((format(printf, 1, 2))) static void Debug(char const* format, ...);
 
   // Every caller of a failed step calls it: logs the line "[ERROR] <status text>" unless
   // `status` is STATUS_OK. Returns `status`.

@@ -7,7 +7,9 @@ cd "$1"
 
 logged() {
   {
-    grep -rhoE '"\[%s\] [^"]+"' pavex | sed -E 's/^"\[%s\] (.*)\\n"$/\1/; s/\\n$//'
+    find pavex -type f -exec cat {} + | tr -d '\n' | grep -oE 'Log::(Error|Debug)\( *"[^"]+"' |
+      sed -E 's/^[^"]*"(.*)"$/\1/'
+    grep -rhoE '"\[FATAL\] [^"]+"' pavex | sed -E 's/^"\[FATAL\] (.*)\\n"$/\1/'
     tr -d '\n' <pavex/comm/mpi_comm.cpp | grep -oE '(Refuse|Fail)\(STATUS_[A-Z_]+, *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
     tr -d '\n' <pavex/comm/mpi_call.cpp | grep -oE 'Refuse\(STATUS_[A-Z_]+, *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
     sed -nE 's/^ *return "(.*)";$/\1/p' pavex/runtime/status.cpp

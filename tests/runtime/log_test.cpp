@@ -4,7 +4,11 @@
 #include "tests/support/log_level.h"
 
 #include <csignal>
+#include <cstdio>
 #include <gtest/gtest.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace Pavex {
 namespace {
@@ -12,8 +16,8 @@ namespace {
 std::string LinesAt(std::int32_t level) {
   LogLevel const gate(level);
   return CaptureStdout([] {
-    Log::Error("[%s] Rank %d of %s\n", 3, "five");
-    Log::Debug("[%s] Step %d\n", 7);
+    Log::Error("Rank %d of %s", 3, "five");
+    Log::Debug("Step %d", 7);
   });
 }
 
@@ -45,6 +49,43 @@ TEST(Log, PrintsErrorsFromTheirLevelOn) {
 
 TEST(Log, PrintsDebugLinesFromTheirLevelOn) {
   EXPECT_EQ(LinesAt(4), "[ERROR] Rank 3 of five\n[DEBUG] Step 7\n");
+}
+
+TEST(Log, WritesPrefixTextAndNewlineAtOnce) {
+  LogLevel const gate(LOG_DEBUG);
+
+  ChildResult const result = RunInChild([] {
+    // A packet of the socket is one write, because the stream has no buffer.
+    int ends[2] = {};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
+    ASSERT_NE(dup2(ends[1], STDOUT_FILENO), -1);
+    ASSERT_EQ(std::setvbuf(stdout, nullptr, _IONBF, 0), 0);
+    char packet[64] = "";
+    Log::Error("Rank %d of %s", 3, "five");
+    ASSERT_GT(read(ends[0], packet, sizeof(packet) - 1), 0);
+    EXPECT_STREQ(packet, "[ERROR] Rank 3 of five\n");
+  });
+
+  EXPECT_EQ(result.exitCode, 0);
+}
+
+TEST(Log, PrintsALineOfAnyLength) {
+  LogLevel const gate(LOG_ERROR);
+  std::string const text(5000, 'x');
+
+  EXPECT_EQ(CaptureStdout([&text] { Log::Error("%s", text.c_str()); }),
+            "[ERROR] " + text + "\n");
+}
+
+TEST(Log, TakesAFormatOfTheGreatestLengthAndNoLonger) {
+  LogLevel const gate(LOG_ERROR);
+  std::string const most(Log::kMostFormat, 'x');
+  std::string const more(Log::kMostFormat + 1, 'x');
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+  EXPECT_EQ(CaptureStdout([&most] { Log::Error(most.c_str()); }), "[ERROR] " + most + "\n");
+  EXPECT_EQ(RunInChild([&more] { Log::Error(more.c_str()); }).signal, SIGABRT);
+#pragma GCC diagnostic pop
 }
 
 TEST(LogReport, IsSilentAboutSuccess) {
