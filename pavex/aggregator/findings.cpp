@@ -38,13 +38,23 @@ bool CanBeAddressed(GatherPlan const& plan) {
   return FitsMemory(WrappingAdd(lines, 1L), plan.mIndexBytes);
 }
 
-void FindSizes(GatherPlan const& plan, Findings& found) {
+// Whether the index arrays can number the rows and columns of the declared whole from 0.
+bool CanBeNumbered(MatrixLocalInfo const& reference, GatherPlan const& plan) {
+  if (plan.mKind == StoreKind::DENSE || plan.mIndexBytes >= sizeof(long)) return true;
+  long const most = 1L << (8 * plan.mIndexBytes - 1);
+  bool const rows = plan.mKind == StoreKind::CSR || reference.globalRows <= most;
+  bool const cols = plan.mKind == StoreKind::CSC || reference.globalCols <= most;
+  return rows && cols;
+}
+
+void FindSizes(MatrixLocalInfo const& reference, GatherPlan const& plan, Findings& found) {
   if (plan.mRows < 0 || plan.mCols < 0 || plan.mNnz < 0)
     found.push_back({FindingKind::NEGATIVE_SIZE});
   else if (!CanBeAddressed(plan))
     found.push_back({FindingKind::TOO_LARGE});
   else if (plan.mMostMoved > GatherPlan::kMostCounted)
     found.push_back({FindingKind::TOO_MANY});
+  if (!CanBeNumbered(reference, plan)) found.push_back({FindingKind::INDEX_TOO_SMALL});
 }
 
 // In CENTRALIZED_ONE nothing is compared with what the holder says.
@@ -144,8 +154,8 @@ void FindPlaces(Records const& records, GatherPlan const& plan, Findings& found)
 
 std::vector<GatherFinding> FindSuspicious(Records const& records, GatherPlan const& plan) {
   Findings found;
-  if (records.mSize < 1 || plan.Refused()) return found;
-  FindSizes(plan, found);
+  if (plan.mReference == kNobody || plan.Refused()) return found;
+  FindSizes(records.mData[plan.mReference], plan, found);
   if (plan.mMode == CENTRALIZED_ONE) FindOthersThanTheHolder(records, plan, found);
   FindUntoldOrder(records, plan, found);
   FindMissingValues(records, plan, found);
@@ -222,6 +232,10 @@ std::string Describe(GatherFinding const& finding, Records const& records,
              Words::Text(GatherPlan::kMostCounted);
     case FindingKind::TOO_LARGE:
       return Gathered(plan) + "what memory can hold";
+    case FindingKind::INDEX_TOO_SMALL:
+      return Declared(reference) + "indices of " +
+             Words::Text(static_cast<long>(plan.mIndexBytes)) +
+             " bytes cannot number all its rows and columns";
     case FindingKind::OTHER_CLASS:
       return StoreTypes(finding, records, plan) +
              "; expected the same format (std::bad_cast where it is another)";

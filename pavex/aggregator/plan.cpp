@@ -131,7 +131,8 @@ GatherPlan PlanGather(Records const& records, std::size_t valueBytes, std::size_
   GatherPlan plan;
   plan.mValueBytes = valueBytes;
   plan.mIndexBytes = indexBytes;
-  if (records.mSize < 1) return plan;
+  // Processes are counted in 32 bits, as a communicator does.
+  if (static_cast<std::int32_t>(records.mSize) < 1) return plan;
 
   Survey const survey = TakeSurvey(records);
   SettleMode(survey, records.mSize, plan);

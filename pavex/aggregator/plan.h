@@ -125,6 +125,7 @@ enum class FindingKind {
   NEGATIVE_SIZE,     // the gathered matrix has a negative size
   TOO_MANY,          // more elements in one transfer than a communicator can count
   TOO_LARGE,         // an array of more bytes than can be addressed
+  INDEX_TOO_SMALL,   // indices cannot number all rows or columns of the declared whole
   OTHER_CLASS,       // a process has another class than the holder: std::bad_cast there
   OTHER_ORDER,       // a process has another dense order than the holder
   ORDER_DECIDES,     // the record does not tell the dense order, and one order is refused

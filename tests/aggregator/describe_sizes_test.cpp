@@ -124,6 +124,37 @@ TEST(Describe, CountsNoColumnsOfCoordinates) {
       "gathered: 100 x 2147483657 with 14 entries, with values\n");
 }
 
+TEST(Describe, TellsADeclaredWholeWhoseRowsOrColumnsIndicesOfIntCannotNumber) {
+  constexpr std::int64_t kMostNumbered = std::int64_t{1} << 31;  // 0 to 2147483647
+  std::string const agreed = "agreed: 100 x 100 with 7 entries, with values\n";
+  auto const verdictOf = [](PavexMatrixStoreType type, std::int64_t rows, std::int64_t cols) {
+    MatrixLocalInfo whole = Piece(type, {}, 100, 100, 7);
+    std::string const text = VerdictAbout(Of(rows, cols, {whole, whole}));
+    return text.substr(0, text.find("mode "));
+  };
+  auto const suspicious = [](std::string const& declared) {
+    return "agreed, but declared " + declared +
+           ": indices of 4 bytes cannot number all its rows and columns\n"
+           "gathered: 100 x 100 with 7 entries, with values\n";
+  };
+
+  EXPECT_EQ(verdictOf(STORE_COO_0, kMostNumbered, kMostNumbered), agreed);
+  EXPECT_EQ(verdictOf(STORE_COO_0, kMostNumbered + 1, 9), suspicious("2147483649 x 9"));
+  EXPECT_EQ(verdictOf(STORE_COO_0, 9, kMostNumbered + 1), suspicious("9 x 2147483649"));
+  EXPECT_EQ(verdictOf(STORE_CSR_0, 9, kMostNumbered + 1), suspicious("9 x 2147483649"));
+  EXPECT_EQ(verdictOf(STORE_CSR_0, kMostNumbered + 1, 9), agreed);
+  EXPECT_EQ(verdictOf(STORE_CSC_0, kMostNumbered + 1, 9), suspicious("2147483649 x 9"));
+  EXPECT_EQ(verdictOf(STORE_CSC_0, 9, kMostNumbered + 1), agreed);
+  EXPECT_EQ(verdictOf(STORE_DENSE_COL_MAJOR, kMostNumbered + 1, kMostNumbered + 1), agreed);
+}
+
+TEST(FindSuspicious, NumbersAnyRowsByIndicesOfLong) {
+  Records records = Of(kMostCounted + 2, kMostCounted + 2, {Piece(STORE_COO_0, {}, 9, 9, 7)});
+
+  EXPECT_TRUE(FindSuspicious(View(records), PlanGather(View(records), 8, 8)).empty());
+  EXPECT_FALSE(FindSuspicious(View(records), PlanGather(View(records), 8, 4)).empty());
+}
+
 TEST(Describe, AllowsAsManyDenseElementsAsACommunicatorCounts) {
   MatrixLocalInfo const empty = Piece(STORE_DENSE_ROW_MAJOR, {}, 0, 0, 0);
   MatrixLocalInfo const whole = Piece(STORE_DENSE_ROW_MAJOR, {}, 1, kMostCounted, kMostCounted);

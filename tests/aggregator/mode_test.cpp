@@ -45,6 +45,20 @@ TEST(DetermineMode, TakesNoRecordsForAWholeThatNobodyHolds) {
   ExpectDecided(Decide({}), CENTRALIZED_ALL, -2, kAll);
 }
 
+TEST(DetermineMode, CountsTheRecordsIn32Bits) {
+  LogLevel const silent(-1);
+  Buffer<MatrixLocalInfo> tooMany;
+  tooMany.mSize = std::int64_t{1} << 31;
+  DistMatrixMode mode = DISTRIBUTED;
+  int source = 99;
+
+  PavexStatus const status = Probe::DetermineMode(tooMany, mode, source);
+
+  EXPECT_EQ(status, STATUS_OK);
+  EXPECT_EQ(mode, CENTRALIZED_ALL);
+  EXPECT_EQ(source, -2);
+}
+
 TEST(DetermineMode, TakesWhateverASingleProcessHoldsForTheWhole) {
   ExpectDecided(Decide({Whole()}), CENTRALIZED_ALL, 0, kAll);
 }
