@@ -90,7 +90,7 @@ void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
   addWord("--partition", words.mPartition, "rows, columns, entries, one or all");
   command
       .add_option("--cuts", options.mCuts,
-                  "Where the pieces but the first begin, instead of pieces of equal size")
+                  "Where each piece except the first begins; default: pieces of equal size")
       ->delimiter(',')
       ->check(WholeNumber(1, kMaxEntries))
       ->option_text("N,N,...");
@@ -98,14 +98,15 @@ void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
             "With --partition one, the rank that holds the matrix");
   addWord("--to", words.mTo, "root (rank 0) or all");
   addWord("--value", words.mValue,
-          "float, double, complex-float or complex-double; default as the input");
+          "float, double, complex-float or complex-double; default: as the input");
   addWord("--index", words.mIndex, "int or long");
   AddNumber(command, "--base", options.mBase, 0, 1, "csr, csc: first offset of a piece");
-  addWord("--log-level", words.mLogLevel, "silent, fatal, error or debug, of the library");
+  addWord("--log-level", words.mLogLevel,
+          "What the library logs: silent, fatal, error or debug lines");
 }
 
 void AddPieceOptions(CLI::App& command, CutOptions& options, CommonWords& words) {
-  command.add_flag("--no-values", words.mNoValues, "Gather the pattern alone");
+  command.add_flag("--no-values", words.mNoValues, "Gather the pattern only");
   AddNumber(command, "--ld", options.mPad, 0, kMostPad,
             "Dense: unused elements between the rows (columns) of a piece");
 }
@@ -122,7 +123,7 @@ void AddReportFile(CLI::App& command, OutputOptions& options) {
 
 void AddAllRanks(CLI::App& command, OutputOptions& options) {
   command.add_flag("--all-ranks", options.mAllRanks,
-                   "Show every rank of many, not the first, the last and the extremes alone");
+                   "Show every rank, not only the first ones, the last one and the extremes");
 }
 
 void AddPlot(CLI::App& command, OutputOptions& options, std::string const& help) {

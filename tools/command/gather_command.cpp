@@ -37,24 +37,20 @@ constexpr char const* kExamples =
     "  pavex gather --generate dense:3000x500 --format dense-col --ld 8 --scatter\n"
     "      dense with padded columns; changed values are sent back to the pieces\n"
     "  pavex gather A.mtx --partition one --holder 2 --log-level debug\n"
-    "      rank 2 holds everything; the library tells what it decides\n"
+    "      rank 2 holds everything; the library logs what it decides\n"
     "  pavex gather A.mtx --format csr --output whole.mtx --json report.json\n"
     "      write the gathered matrix, and the report for programs\n"
     "  pavex gather A.mtx --plot pattern.svg\n"
     "      draw the pattern of A, each entry in the colour of the rank that held it\n"
     "  mpirun -n 4 pavex gather A.mtx --format csr\n"
     "      on 4 processes over MPI\n"
-    "\nWhat --generate knows: poisson2d:N, poisson3d:N, convection2d:N and convection3d:N on "
-    "grids\n"
-    "of N points a side, random:N sparse with a few full rows, dense:ROWSxCOLS.\n"
-    "What can be cut how: coo by rows, columns or entries; csr by rows; csc by columns; dense "
-    "by\n"
-    "rows or columns. Bands have the same number of rows (columns, entries) up to one. one "
-    "and\n"
-    "all give the whole matrix to one rank or to every rank. A matrix has at most 2147483647 "
-    "rows,\n"
-    "columns and entries, also with --index long. Entries that a file repeats stay apart in\n"
-    "sparse formats; dense ones hold their sum.\n";
+    "\n--generate takes poisson2d:N, poisson3d:N, convection2d:N and convection3d:N (N points\n"
+    "on each side of a grid), random:N (sparse with a few full rows) and dense:ROWSxCOLS.\n"
+    "--partition cuts coo by rows, columns or entries, csr by rows, csc by columns, and dense\n"
+    "by rows or columns. The numbers of rows (columns, entries) of two pieces differ by at\n"
+    "most one. The words one and all give the whole matrix to one rank or to every rank.\n"
+    "A matrix has at most 2147483647 rows, columns and entries, also with --index long.\n"
+    "Entries that a file repeats stay apart in sparse formats; dense formats add them up.\n";
 
 class GatherCommand final : public Subcommand {
  public:

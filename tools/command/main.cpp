@@ -49,16 +49,15 @@ std::string InOwnWords(CLI::App const& app, CLI::ParseError const& error) {
 }
 
 void Run(Job& job, int argc, char** argv) {
-  CLI::App app(
-      "Gather distributed matrices and solve with them, and see that it was done right.",
-      "pavex");
+  CLI::App app("Gathers distributed matrices, solves with them, and checks the results.",
+               "pavex");
   app.set_version_flag("--version", std::string("pavex ") + PavexVersion() + "\n" +
                                         SolversAndLicence() +
                                         (CanDraw() ? "\ndraws with Cairo" : "\ncannot draw"));
   app.require_subcommand(1);
   app.footer(
-      "\nLong reading and building shows a progress bar where standard error is a terminal,\n"
-      "under mpirun that of process 0.\n"
+      "\nWhile pavex reads or builds for long, it draws a progress bar if standard error is a\n"
+      "terminal; under mpirun, process 0 draws it.\n"
       "\nStart with: pavex gather --generate poisson3d:20");
   std::unique_ptr<Subcommand> const subcommands[] = {AddGather(app), AddPlan(app),
                                                      AddSolve(app)};

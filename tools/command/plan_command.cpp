@@ -15,11 +15,11 @@ namespace Pavex::Tool {
 namespace {
 
 constexpr char const* kExamples =
-    "\nTells what pavex gather will do with the same input and pieces: the mode that they\n"
-    "give, who receives, the messages and their bytes, the peak of each rank's pool, and\n"
-    "what to beware of. Nothing is gathered, and of a generated matrix the entries are only\n"
-    "counted: it need not fit into memory. The exit code is 0 only if pavex gather\n"
-    "accepts the input and its pieces. Updates, scatters and files to write are not planned.\n"
+    "\nReports what pavex gather will do with the same input and pieces: the mode, who\n"
+    "receives, the messages and their bytes, the peak of each rank's pool, and warnings.\n"
+    "Nothing is gathered. The entries of a generated matrix are only counted, so it need not\n"
+    "fit into memory. The exit code is 0 if pavex gather accepts the input and its pieces,\n"
+    "and 1 if it refuses them. Updates, scatters and files to write are not planned.\n"
     "\nExamples:\n"
     "  pavex plan A.mtx --format csr --ranks 16\n"
     "  pavex plan --generate poisson3d:600 --ranks 1000 --format csr --to all\n";
@@ -34,7 +34,7 @@ class PlanCommand final : public Subcommand {
 };
 
 PlanCommand::PlanCommand(CLI::App& app)
-    : Subcommand(app, "plan", "Tell what a gather will do, before anything moves") {
+    : Subcommand(app, "plan", "Report what a gather will do, before anything moves") {
   CLI::App& command = *mApp;
   command.footer(kExamples);
   AddInput(command, mOptions, "Matrix Market file whose gather is planned");

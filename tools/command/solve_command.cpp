@@ -33,12 +33,12 @@ constexpr char const* kExamples =
     "  pavex solve --generate poisson2d:200 --steps 3 --plot solution.png\n"
     "      draw the solution on the grid, and the times of the four solves\n"
     "  pavex solve --generate convection3d:30 --format csc --partition columns --steps 5\n"
-    "      five times more with values that changed, sent by updates\n"
+    "      five more solves, each after an update with new values\n"
     "  pavex solve A.mtx --format csr --rhs 3 --ld 8 --to all --json report.json\n"
     "      three right-hand sides with padded columns, solved on every rank\n"
     "  mpirun -n 4 pavex solve A.mtx --format csr\n"
     "      on 4 processes over MPI\n"
-    "\nBy default A is given as coordinates; the solvers take csc and csr without a copy.\n"
+    "\nThe default format of A is coo; the solvers take csc and csr without a copy.\n"
     "A matrix has at most 2147483647 rows and entries, also with --index long. Entries that a\n"
     "file repeats are summed before they are factored.\n";
 
