@@ -1,5 +1,6 @@
 // What the object says about the records of its last exchange, word for word.
 
+#include "pavex/aggregator/plan.h"
 #include "pavex/comm/local_comm.h"
 #include "tests/support/described_matrix.h"
 #include "tests/support/described_records.h"
@@ -9,6 +10,7 @@
 
 #include <cstring>
 #include <limits>
+#include <sstream>
 #include <string>
 
 namespace Pavex {
@@ -141,36 +143,12 @@ TEST(Describe, TellsTheOnlyHolderAndWhoIsEmpty) {
             "pattern 1, attribute 2, with values\n");
 }
 
-TEST(Describe, TellsThatTheOnlyHoldersPartitionIsIgnored) {
+TEST(Describe, TellsThatAPieceIsTakenForTheWhole) {
   EXPECT_EQ(VerdictAbout({Empty(), RowBand(5, 10), Empty()}),
             "agreed, but process 1 alone is not empty: its 10 x 100 piece of 100 x 100 "
             "(row-wise from 5) is taken for the whole matrix\n"
             "gathered: 10 x 100 with 7 entries, with values\n"
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
-}
-
-TEST(Describe, NamesAnIgnoredPartitionOfTheFirstAndOfTheLastProcess) {
-  EXPECT_EQ(VerdictAbout({RowBand(5, 10), Empty()}),
-            "agreed, but process 0 alone is not empty: its 10 x 100 piece of 100 x 100 "
-            "(row-wise from 5) is taken for the whole matrix\n"
-            "gathered: 10 x 100 with 7 entries, with values\n"
-            "mode CENTRALIZED_ONE: process 0 holds the whole matrix\n");
-  EXPECT_EQ(VerdictAbout({Empty(), RowBand(5, 10)}),
-            "agreed, but process 1 alone is not empty: its 10 x 100 piece of 100 x 100 "
-            "(row-wise from 5) is taken for the whole matrix\n"
-            "gathered: 10 x 100 with 7 entries, with values\n"
-            "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
-}
-
-TEST(Describe, NamesTheFirstOfSeveralIgnoredPartitions) {
-  MatrixLocalInfo empty = Empty();
-  empty.partition.type = PARTITION_COLUMN_WISE;
-
-  EXPECT_EQ(VerdictAbout({Empty(), empty, RowBand(5, 10)}),
-            "agreed, but process 2 alone is not empty: its 10 x 100 piece of 100 x 100 "
-            "(row-wise from 5) is taken for the whole matrix\n"
-            "gathered: 10 x 100 with 7 entries, with values\n"
-            "mode CENTRALIZED_ONE: process 2 holds the whole matrix\n");
 }
 
 TEST(Describe, AddsUpTheBandsInTheirDirection) {
@@ -408,11 +386,15 @@ TEST(Describe, TellsFlagsThatDiffer) {
 }
 
 TEST(Describe, TellsANegativeNumberOfEntries) {
-  MatrixLocalInfo negative = RowBand(10, 5);
-  negative.nnz = -1;
+  MatrixLocalInfo first = RowBand(0, 10);
+  first.nnz = -1;
+  MatrixLocalInfo second = RowBand(10, 5);
+  second.nnz = -2;
 
-  EXPECT_EQ(Refusal({RowBand(0, 10), negative}, -16, "counts"),
-            "refused: process 1 has -1 entries; expected 0 or more\n");
+  EXPECT_EQ(Refusal({first, second}, -16, "counts"),
+            "refused: process 0 has -1 entries; expected 0 or more\n");
+  EXPECT_EQ(Refusal({RowBand(0, 10), second}, -16, "counts"),
+            "refused: process 1 has -2 entries; expected 0 or more\n");
 }
 
 TEST(Describe, TellsWhereTheEntriesTogetherBecomeTooMany) {
@@ -439,14 +421,6 @@ TEST(Describe, RefusesNoEntriesThatMemoryCanHold) {
   EXPECT_EQ(Refusal({RowBand(0, 10), more}, -16, "counts"),
             "refused: process 1 has 576460752303423481 entries; expected no more together than "
             "memory can hold\n");
-}
-
-TEST(Describe, TellsANegativeNumberOfEntriesOfTheFirstProcess) {
-  MatrixLocalInfo negative = RowBand(0, 10);
-  negative.nnz = -1;
-
-  EXPECT_EQ(Refusal({negative, RowBand(10, 5)}, -16, "counts"),
-            "refused: process 0 has -1 entries; expected 0 or more\n");
 }
 
 TEST(Describe, TellsAStoreTypeThatNobodyKnows) {
@@ -516,6 +490,37 @@ TEST(Describe, TakesAnOnlyHolderOfSizesZero) {
   EXPECT_EQ(VerdictAbout({Piece(STORE_COO_0, {}, 4, 5, 0), Piece(STORE_COO_0, {}, 0, 0, 7)}),
             "agreed: 0 x 0 with 7 entries, with values\n"
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
+}
+
+// --- The list of the processes
+
+// The numbers of the processes that a description of `count` processes lists, and the line in
+// place of the others.
+std::string ListOf(std::int64_t count, Listed listed) {
+  Records records;
+  for (std::int64_t p = 0; p < count; ++p)
+    records.push_back(RowBand(p, 1));
+  Buffer<MatrixLocalInfo> const view = View(records);
+  std::istringstream text(
+      Describe(view, PlanGather(view, sizeof(double), sizeof(int)), listed));
+  std::string list;
+  for (std::string line; std::getline(text, line);) {
+    if (line.rfind("process ", 0) == 0)
+      list += line.substr(8, line.find(':') - 8) + " ";
+    else if (line.rfind("...", 0) == 0)
+      list += line + " ";
+  }
+  return list;
+}
+
+TEST(Describe, ListsTheFirstAndTheLastFourOfManyProcesses) {
+  EXPECT_EQ(ListOf(10, Listed::FIRST_AND_LAST), "0 1 2 3 ... 2 more ... 6 7 8 9 ");
+  EXPECT_EQ(ListOf(1000, Listed::FIRST_AND_LAST), "0 1 2 3 ... 992 more ... 996 997 998 999 ");
+}
+
+TEST(Describe, ListsEveryProcessIfFewOrIfAsked) {
+  EXPECT_EQ(ListOf(9, Listed::FIRST_AND_LAST), "0 1 2 3 4 5 6 7 8 ");
+  EXPECT_EQ(ListOf(12, Listed::ALL), "0 1 2 3 4 5 6 7 8 9 10 11 ");
 }
 
 // --- Whatever a peer sends
