@@ -1,16 +1,14 @@
 #include "pavex/runtime/memory_pool.h"
 
+#include "pavex/runtime/block_source.h"
+
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 #include <new>
-#include <sys/mman.h>
 
 namespace Pavex {
 
 namespace {
 
-constexpr std::size_t kHugePage = std::size_t{2} << 20;
 constexpr std::size_t kMapGranule = std::size_t{64} << 10;  // a multiple of every page size
 
 // How far after the start of a page a mapped block begins. The system copies between processes
@@ -47,44 +45,6 @@ constexpr std::size_t MappedBytes(std::size_t bytes) {
   return RoundUp(kIntoPage + bytes, kMapGranule);
 }
 
-// Null if the system refuses.
-unsigned char* Map(std::size_t size) {
-  void* const mapped =
-      mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  return mapped == MAP_FAILED ? nullptr : static_cast<unsigned char*>(mapped);
-}
-
-// Makes a mapping that starts at a huge page: it cuts the mapping out of one that is a huge
-// page longer. Null if the system refuses.
-unsigned char* MapHuge(std::size_t size) {
-  unsigned char* const mapped = Map(size + kHugePage);
-  if (mapped == nullptr) return nullptr;
-  auto const address = reinterpret_cast<std::uintptr_t>(mapped);
-  std::size_t const before = RoundUp(address, kHugePage) - address;
-  unsigned char* const mapping = mapped + before;
-  if (before > 0) munmap(mapped, before);
-  munmap(mapping + size, kHugePage - before);
-  madvise(mapping, size, MADV_HUGEPAGE);  // a hint: small pages work too
-  return mapping;
-}
-
-// Where the header of a new block belongs; null if the system refuses.
-void* SystemTake(std::size_t bytes) {
-  if (bytes < MemoryPool::kMappedBytes)
-    return std::aligned_alloc(MemoryPool::kAlignment,
-                              kHeader + RoundUp(bytes, MemoryPool::kAlignment));
-  std::size_t const size = MappedBytes(bytes);
-  unsigned char* const mapping = bytes < MemoryPool::kHugeBytes ? Map(size) : MapHuge(size);
-  return mapping == nullptr ? nullptr : mapping + kIntoPage - kHeader;
-}
-
-void SystemGiveBack(Block* block) {
-  if (block->capacity < MemoryPool::kMappedBytes)
-    std::free(block);
-  else
-    munmap(DataOf(block) - kIntoPage, MappedBytes(block->capacity));
-}
-
 // How many bytes of a kept block stay backed if at least `excess` bytes of it go; 0 if the
 // whole block goes.
 std::size_t BackedAfterTrim(Block const& block, std::size_t excess) {
@@ -95,7 +55,9 @@ std::size_t BackedAfterTrim(Block const& block, std::size_t excess) {
 
 }  // namespace
 
-MemoryPool::MemoryPool() = default;
+MemoryPool::MemoryPool() : MemoryPool(BlockSource::System()) {}
+
+MemoryPool::MemoryPool(BlockSource& source) : mSource(&source) {}
 
 MemoryPool::~MemoryPool() {
   ReleaseCached();
@@ -139,7 +101,7 @@ void MemoryPool::SetLimit(std::size_t bytes) {
 void MemoryPool::ReleaseCached() {
   while (Block* const oldest = mCache.Oldest()) {
     mCache.Remove(*oldest);
-    SystemGiveBack(oldest);
+    GiveBackToSource(oldest);
   }
 }
 
@@ -174,13 +136,28 @@ Block* MemoryPool::Choose(std::size_t bytes, std::size_t limit) const {
 }
 
 Block* MemoryPool::TakeFromSystem(std::size_t bytes) {
-  void* place = SystemTake(bytes);
+  void* place = TakeFromSource(bytes);
   if (place == nullptr && mCache.Blocks() > 0) {
     ReleaseCached();
-    place = SystemTake(bytes);
+    place = TakeFromSource(bytes);
   }
   return place == nullptr ? nullptr
                           : new (place) Block{bytes, bytes, nullptr, nullptr, nullptr};
+}
+
+// Where the header of a new block belongs; null if the source has no memory.
+void* MemoryPool::TakeFromSource(std::size_t bytes) {
+  if (bytes < kMappedBytes) return mSource->TakeSmall(kHeader + RoundUp(bytes, kAlignment));
+  void* const pages = mSource->TakePages(MappedBytes(bytes), bytes >= kHugeBytes);
+  return pages == nullptr ? nullptr : static_cast<unsigned char*>(pages) + kIntoPage - kHeader;
+}
+
+void MemoryPool::GiveBackToSource(Block* block) {
+  std::size_t const bytes = block->capacity;
+  if (bytes < kMappedBytes)
+    mSource->GiveBackSmall(block, kHeader + RoundUp(bytes, kAlignment));
+  else
+    mSource->GiveBackPages(DataOf(block) - kIntoPage, MappedBytes(bytes));
 }
 
 // Returns cached memory to the system until the rest fits into `limit` together with what is in
@@ -193,11 +170,10 @@ void MemoryPool::FitCache(std::size_t limit, std::size_t bytesWanted) {
     std::size_t const kept = BackedAfterTrim(*oldest, mCache.Bytes() - room);
     if (kept == 0) {
       mCache.Remove(*oldest);
-      SystemGiveBack(oldest);
+      GiveBackToSource(oldest);
       continue;
     }
-    madvise(DataOf(oldest) + kept, MappedBytes(oldest->capacity) - kIntoPage - kept,
-            MADV_DONTNEED);
+    mSource->DropPages(DataOf(oldest) + kept, MappedBytes(oldest->capacity) - kIntoPage - kept);
     mCache.Trim(*oldest, kept);
   }
 }

@@ -9,6 +9,8 @@
 
 namespace Pavex {
 
+class BlockSource;
+
 // Takes blocks from the system, aligned to 64 bytes, and keeps those that come back for later
 // requests of the same size, which then neither ask the system nor fault pages in. An operation
 // that repeats an earlier one finds all its blocks from its third repetition on.
@@ -76,6 +78,10 @@ class PAVEX_API MemoryPool : public Allocator {
   // of elements shows as the number of bytes that it wraps around to.
   std::size_t LastRefused() const { return mLastRefused; }
 
+ protected:
+  // Takes its memory from `source`, which outlives the pool and all its blocks.
+  explicit MemoryPool(BlockSource& source);
+
  private:
   std::size_t Limit(std::size_t bytesInUse) const;
   Block* TakeBlock(std::size_t bytes);
@@ -83,6 +89,10 @@ class PAVEX_API MemoryPool : public Allocator {
   Block* TakeFromSystem(std::size_t bytes);
   void FitCache(std::size_t limit, std::size_t bytesWanted);
 
+  void* TakeFromSource(std::size_t bytes);
+  void GiveBackToSource(Block* block);
+
+  BlockSource* mSource;
   BlockCache mCache;
   std::size_t mBytesInUse = 0;
   std::size_t mBytesSpare = 0;  // the unused rests of blocks in use
@@ -92,6 +102,6 @@ class PAVEX_API MemoryPool : public Allocator {
   std::size_t mLastRefused = 0;
 };
 
-static_assert(sizeof(MemoryPool) == 600, "part of the binary interface");
+static_assert(sizeof(MemoryPool) == 608, "part of the binary interface");
 
 }  // namespace Pavex
