@@ -18,7 +18,7 @@ constexpr std::size_t kRecordBytes = 72;
 template <typename T, typename I>
 class CaseOf {
  public:
-  explicit CaseOf(std::shared_ptr<Comm> const& comm) : mComm(comm) {}
+  CaseOf(std::shared_ptr<Comm> const& comm, MemoryPool* source) : mComm(comm), mPool(source) {}
 
   std::string Run(Rng& rng) {
     for (mRoundIndex = 0; mRoundIndex < 2; ++mRoundIndex) {
@@ -174,11 +174,11 @@ class CaseOf {
 };
 
 template <typename T, typename I>
-std::string RunCaseOf(Rng& rng, std::shared_ptr<Comm> const& comm) {
-  return CaseOf<T, I>(comm).Run(rng);
+std::string RunCaseOf(Rng& rng, std::shared_ptr<Comm> const& comm, MemoryPool* source) {
+  return CaseOf<T, I>(comm, source).Run(rng);
 }
 
-using RunFunction = std::string (*)(Rng&, std::shared_ptr<Comm> const&);
+using RunFunction = std::string (*)(Rng&, std::shared_ptr<Comm> const&, MemoryPool*);
 
 struct NamedInstance {
   char const* name;
@@ -211,17 +211,18 @@ PropertyOptions PropertyOptions::FromEnvironment(long defaultCases) {
   return options;
 }
 
-std::string RunCase(Rng& rng, std::shared_ptr<Comm> const& comm) {
+std::string RunCase(Rng& rng, std::shared_ptr<Comm> const& comm, MemoryPool* source) {
   NamedInstance const& instance = kInstances[static_cast<std::size_t>(rng.Between(0, 7))];
-  std::string const difference = instance.run(rng, comm);
+  std::string const difference = instance.run(rng, comm, source);
   if (difference.empty()) return "";
   return "rank " + std::to_string(comm->Rank()) + " of " + std::to_string(comm->Size()) + ", " +
          instance.name + ", " + difference;
 }
 
-std::string RunCase(std::uint64_t seed, long number, std::shared_ptr<Comm> const& comm) {
+std::string RunCase(std::uint64_t seed, long number, std::shared_ptr<Comm> const& comm,
+                    MemoryPool* source) {
   Rng rng(seed, static_cast<std::uint64_t>(number));
-  std::string const difference = RunCase(rng, comm);
+  std::string const difference = RunCase(rng, comm, source);
   if (difference.empty()) return "";
   return difference + "\nAgain: PAVEX_PROPERTY_SEED=" + std::to_string(seed) +
          " PAVEX_PROPERTY_FIRST=" + std::to_string(number) + " PAVEX_PROPERTY_CASES=1";

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "pavex/runtime/comm.h"
+#include "pavex/runtime/memory_pool.h"
 #include "tests/property/rng.h"
 
 #include <cstdint>
@@ -26,10 +27,12 @@ struct PropertyOptions {
 // one aggregator of one of the eight instances. Each is gathered, updated and, if dense,
 // scattered. Collective. Returns what went wrong first on this rank and how to see it again;
 // empty if all is right. Failures of the ledger of the memory go to GoogleTest.
-std::string RunCase(std::uint64_t seed, long number, std::shared_ptr<Comm> const& comm);
+// `source`: where the memory comes from in place of the heap.
+std::string RunCase(std::uint64_t seed, long number, std::shared_ptr<Comm> const& comm,
+                    MemoryPool* source = nullptr);
 
 // The same for the case that `rng` chooses, alike on every rank; does not know how to see it
 // again.
-std::string RunCase(Rng& rng, std::shared_ptr<Comm> const& comm);
+std::string RunCase(Rng& rng, std::shared_ptr<Comm> const& comm, MemoryPool* source = nullptr);
 
 }  // namespace Pavex

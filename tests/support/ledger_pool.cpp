@@ -42,7 +42,7 @@ PavexStatus LedgerPool::Allocate(void** block, std::size_t bytes) {
     mEvents.push_back(Refused(bytes));
     return faulty ? mFault.Status() : STATUS_OUT_OF_MEMORY;
   }
-  auto* const raw = static_cast<unsigned char*>(std::malloc(bytes + 2 * kGuardBytes));
+  unsigned char* const raw = TakeRaw(bytes + 2 * kGuardBytes);
   if (raw == nullptr) {
     mEvents.push_back(Refused(bytes));
     return STATUS_OUT_OF_MEMORY;
@@ -76,7 +76,21 @@ void LedgerPool::Deallocate(void* block, std::size_t bytes) {
   EXPECT_TRUE(AllBytesAre(raw + kGuardBytes + requested, kGuardBytes, kGuard))
       << "bytes behind a block of " << requested << " bytes were overwritten";
   std::memset(block, kGivenBack, requested);
-  std::free(raw);
+  GiveBackRaw(raw, requested + 2 * kGuardBytes);
+}
+
+unsigned char* LedgerPool::TakeRaw(std::size_t bytes) {
+  void* raw = nullptr;
+  if (mSource == nullptr) return static_cast<unsigned char*>(std::malloc(bytes));
+  return mSource->Allocate(&raw, bytes) == STATUS_OK ? static_cast<unsigned char*>(raw)
+                                                     : nullptr;
+}
+
+void LedgerPool::GiveBackRaw(unsigned char* raw, std::size_t bytes) {
+  if (mSource == nullptr)
+    std::free(raw);
+  else
+    mSource->Deallocate(raw, bytes);
 }
 
 std::size_t LedgerPool::SizeOf(void const* block) const {

@@ -44,7 +44,8 @@ class LedgerPool : public MemoryPool {
   static constexpr unsigned char kFill = 0xA5;
   static constexpr std::size_t kMaxBytes = std::size_t{1} << 40;
 
-  LedgerPool() = default;
+  // `source`: takes its blocks from there instead of the heap; it outlives the pool.
+  explicit LedgerPool(MemoryPool* source = nullptr) : mSource(source) {}
   ~LedgerPool() override;
   void Deallocate(void* block, std::size_t bytes) override;
   PavexStatus Allocate(void** block, std::size_t bytes) override;
@@ -76,6 +77,10 @@ class LedgerPool : public MemoryPool {
   static bool Untouched(void const* data, std::size_t bytes);
 
  private:
+  unsigned char* TakeRaw(std::size_t bytes);
+  void GiveBackRaw(unsigned char* raw, std::size_t bytes);
+
+  MemoryPool* mSource;
   std::map<void const*, std::size_t> mOutstanding;  // requested bytes by block
   std::vector<PoolEvent> mEvents;
   Fault mFault;
