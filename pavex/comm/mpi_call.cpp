@@ -33,6 +33,75 @@ MpiCall::MpiCall(char const* operation, int rank, int size)
   if (rank < 0) Refuse(STATUS_COMM_FAILED, "no live MPI communicator");
 }
 
+void MpiCall::Send(void const* buf, int count, Datatype type, int dest, int tag) {
+  To(dest);
+  Tag(tag);
+  NotInPlace(buf);
+  Out(count, type);
+}
+
+void MpiCall::Recv(void const* buf, int count, Datatype type, int source, int tag) {
+  To(source);
+  Tag(tag);
+  NotInPlace(buf);
+  In(count, type);
+}
+
+void MpiCall::Gatherv(void const* sendbuf, int sendcount, Datatype sendtype,
+                      void const* recvbuf, int const* recvcounts, int const* displs,
+                      Datatype recvtype, int root) {
+  To(root);
+  if (mRank != root) NotInPlace(sendbuf);
+  if (sendbuf != &Comm::IN_PLACE_OBJ) Out(sendcount, sendtype);
+  if (mRank != root) return;
+  NotInPlace(recvbuf);
+  In(recvcounts, displs, recvtype);
+}
+
+void MpiCall::Scatterv(void const* sendbuf, int const* sendcounts, int const* displs,
+                       Datatype sendtype, void const* recvbuf, int recvcount, Datatype recvtype,
+                       int root) {
+  To(root);
+  if (mRank == root) {
+    NotInPlace(sendbuf);
+    Out(sendcounts, displs, sendtype);
+  }
+  NotInPlace(recvbuf);
+  In(recvcount, recvtype);
+}
+
+void MpiCall::Alltoallv(void const* sendbuf, int const* sendcounts, int const* sdispls,
+                        Datatype sendtype, void const* recvbuf, int const* recvcounts,
+                        int const* rdispls, Datatype recvtype) {
+  if (sendbuf != &Comm::IN_PLACE_OBJ) Out(sendcounts, sdispls, sendtype);
+  NotInPlace(recvbuf);
+  In(recvcounts, rdispls, recvtype);
+}
+
+void MpiCall::Allgather(void const* sendbuf, int sendcount, Datatype sendtype,
+                        void const* recvbuf, int recvcount, Datatype recvtype) {
+  if (sendbuf != &Comm::IN_PLACE_OBJ) Out(sendcount, sendtype);
+  NotInPlace(recvbuf);
+  In(recvcount, recvtype, mSize);
+}
+
+void MpiCall::Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype,
+                         void const* recvbuf, int const* recvcounts, int const* displs,
+                         Datatype recvtype) {
+  if (sendbuf != &Comm::IN_PLACE_OBJ) Out(sendcount, sendtype);
+  NotInPlace(recvbuf);
+  In(recvcounts, displs, recvtype);
+}
+
+void MpiCall::Bcast(void const* buf, int count, Datatype type, int root) {
+  To(root);
+  NotInPlace(buf);
+  if (mRank == root)
+    Out(count, type);
+  else
+    In(count, type);
+}
+
 void MpiCall::To(int peer) {
   mPeer = peer;
   if (peer < 0 || peer >= mSize)
@@ -118,8 +187,8 @@ PavexStatus MpiCall::Done(int code) const {
 }
 
 PavexStatus MpiCall::Fail(PavexStatus status, char const* reason) const {
-  Log::Error("MpiComm::%s failed on rank %d of %d (peer %d, %ld out, %ld in): %s", mOperation,
-             mRank, mSize, mPeer, mOut, mIn, reason);
+  Log::Error("%s failed on rank %d of %d (peer %d, %ld out, %ld in): %s", mOperation, mRank,
+             mSize, mPeer, mOut, mIn, reason);
   return status;
 }
 

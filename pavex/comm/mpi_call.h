@@ -14,16 +14,33 @@ MPI_Datatype MpiType(Datatype type) noexcept;
 // One operation on its way. Describe it first (To, Out, In: the first bad argument is kept),
 // then ask Ready before MPI is called and hand MPI's return code to Done:
 //
-//   MpiCall call("Bcast", Rank(), Size());
-//   call.To(root);
-//   call.In(count, type);
+//   MpiCall call("MpiComm::Bcast", Rank(), Size());
+//   call.Bcast(buf, count, type, root);
 //   if (PavexStatus status = call.Ready(); status != STATUS_OK)
 //     return status;
 //   return call.Done(MPI_Bcast(buf, count, MpiType(type), root, mComm));
 class MpiCall {
  public:
-  // A negative `rank` means no live MPI and refuses the call.
+  // `operation` as it is to be logged. A negative `rank` means no live MPI and refuses the
+  // call.
   MpiCall(char const* operation, int rank, int size);
+
+  // The operations of Comm, with the arguments that they are given.
+  void Send(void const* buf, int count, Datatype type, int dest, int tag);
+  void Recv(void const* buf, int count, Datatype type, int source, int tag);
+  void Gatherv(void const* sendbuf, int sendcount, Datatype sendtype, void const* recvbuf,
+               int const* recvcounts, int const* displs, Datatype recvtype, int root);
+  void Scatterv(void const* sendbuf, int const* sendcounts, int const* displs,
+                Datatype sendtype, void const* recvbuf, int recvcount, Datatype recvtype,
+                int root);
+  void Alltoallv(void const* sendbuf, int const* sendcounts, int const* sdispls,
+                 Datatype sendtype, void const* recvbuf, int const* recvcounts,
+                 int const* rdispls, Datatype recvtype);
+  void Allgather(void const* sendbuf, int sendcount, Datatype sendtype, void const* recvbuf,
+                 int recvcount, Datatype recvtype);
+  void Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype, void const* recvbuf,
+                  int const* recvcounts, int const* displs, Datatype recvtype);
+  void Bcast(void const* buf, int count, Datatype type, int root);
 
   // The other side is rank `peer`; without this call it is every rank. Only a rank of the
   // communicator will do: MPI takes some negative numbers for "no process" or "any process".

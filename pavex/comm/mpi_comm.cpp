@@ -48,7 +48,7 @@ MpiComm::MpiComm(MPI_Comm comm) {
   MPI_Comm_size(comm, &mSize);
   MPI_Comm_test_inter(comm, &isInter);
 
-  MpiCall call("MpiComm", mRank, mSize);
+  MpiCall call("MpiComm::MpiComm", mRank, mSize);
   if (isInter != 0) call.Refuse(STATUS_INVALID_VALUE, "an intercommunicator has two groups");
   PavexStatus status = call.Ready();
   MPI_Comm duplicate = MPI_COMM_NULL;
@@ -62,7 +62,7 @@ MpiComm::MpiComm(MPI_Comm comm) {
 
 MpiComm::~MpiComm() {
   if (mComm == MPI_COMM_NULL || Finalized()) return;
-  MpiCall call("~MpiComm", mRank, mSize);
+  MpiCall call("MpiComm::~MpiComm", mRank, mSize);
   call.Done(MPI_Comm_free(&mComm));
 }
 
@@ -75,27 +75,21 @@ int MpiComm::Size() const {
 }
 
 PavexStatus MpiComm::Barrier() const {
-  MpiCall call("Barrier", Rank(), mSize);
+  MpiCall call("MpiComm::Barrier", Rank(), mSize);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   return call.Done(MPI_Barrier(mComm));
 }
 
 PavexStatus MpiComm::Send(void const* buf, int count, Datatype type, int dest, int tag) const {
-  MpiCall call("Send", Rank(), mSize);
-  call.To(dest);
-  call.Tag(tag);
-  call.NotInPlace(buf);
-  call.Out(count, type);
+  MpiCall call("MpiComm::Send", Rank(), mSize);
+  call.Send(buf, count, type, dest, tag);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   return call.Done(MPI_Send(buf, count, MpiType(type), dest, tag, mComm));
 }
 
 PavexStatus MpiComm::Recv(void* buf, int count, Datatype type, int source, int tag) const {
-  MpiCall call("Recv", Rank(), mSize);
-  call.To(source);
-  call.Tag(tag);
-  call.NotInPlace(buf);
-  call.In(count, type);
+  MpiCall call("MpiComm::Recv", Rank(), mSize);
+  call.Recv(buf, count, type, source, tag);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   MPI_Status message;
   PavexStatus const status =
@@ -111,14 +105,8 @@ PavexStatus MpiComm::Recv(void* buf, int count, Datatype type, int source, int t
 PavexStatus MpiComm::Gatherv(void const* sendbuf, int sendcount, Datatype sendtype,
                              void* recvbuf, int const* recvcounts, int const* displs,
                              Datatype recvtype, int root) const {
-  MpiCall call("Gatherv", Rank(), mSize);
-  call.To(root);
-  if (mRank != root) call.NotInPlace(sendbuf);
-  if (sendbuf != &IN_PLACE_OBJ) call.Out(sendcount, sendtype);
-  if (mRank == root) {
-    call.NotInPlace(recvbuf);
-    call.In(recvcounts, displs, recvtype);
-  }
+  MpiCall call("MpiComm::Gatherv", Rank(), mSize);
+  call.Gatherv(sendbuf, sendcount, sendtype, recvbuf, recvcounts, displs, recvtype, root);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   return call.Done(MPI_Gatherv(call.SendBuffer(sendbuf), sendcount, MpiType(sendtype), recvbuf,
                                recvcounts, displs, MpiType(recvtype), root, mComm));
@@ -127,14 +115,8 @@ PavexStatus MpiComm::Gatherv(void const* sendbuf, int sendcount, Datatype sendty
 PavexStatus MpiComm::Scatterv(void const* sendbuf, int const* sendcounts, int const* displs,
                               Datatype sendtype, void* recvbuf, int recvcount,
                               Datatype recvtype, int root) const {
-  MpiCall call("Scatterv", Rank(), mSize);
-  call.To(root);
-  if (mRank == root) {
-    call.NotInPlace(sendbuf);
-    call.Out(sendcounts, displs, sendtype);
-  }
-  call.NotInPlace(recvbuf);
-  call.In(recvcount, recvtype);
+  MpiCall call("MpiComm::Scatterv", Rank(), mSize);
+  call.Scatterv(sendbuf, sendcounts, displs, sendtype, recvbuf, recvcount, recvtype, root);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   return call.Done(MPI_Scatterv(call.SendBuffer(sendbuf), sendcounts, displs, MpiType(sendtype),
                                 recvbuf, recvcount, MpiType(recvtype), root, mComm));
@@ -143,10 +125,9 @@ PavexStatus MpiComm::Scatterv(void const* sendbuf, int const* sendcounts, int co
 PavexStatus MpiComm::Alltoallv(void const* sendbuf, int const* sendcounts, int const* sdispls,
                                Datatype sendtype, void* recvbuf, int const* recvcounts,
                                int const* rdispls, Datatype recvtype) const {
-  MpiCall call("Alltoallv", Rank(), mSize);
-  if (sendbuf != &IN_PLACE_OBJ) call.Out(sendcounts, sdispls, sendtype);
-  call.NotInPlace(recvbuf);
-  call.In(recvcounts, rdispls, recvtype);
+  MpiCall call("MpiComm::Alltoallv", Rank(), mSize);
+  call.Alltoallv(sendbuf, sendcounts, sdispls, sendtype, recvbuf, recvcounts, rdispls,
+                 recvtype);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   return call.Done(MPI_Alltoallv(call.SendBuffer(sendbuf), sendcounts, sdispls,
                                  MpiType(sendtype), recvbuf, recvcounts, rdispls,
@@ -155,10 +136,8 @@ PavexStatus MpiComm::Alltoallv(void const* sendbuf, int const* sendcounts, int c
 
 PavexStatus MpiComm::Allgather(void const* sendbuf, int sendcount, Datatype sendtype,
                                void* recvbuf, int recvcount, Datatype recvtype) const {
-  MpiCall call("Allgather", Rank(), mSize);
-  if (sendbuf != &IN_PLACE_OBJ) call.Out(sendcount, sendtype);
-  call.NotInPlace(recvbuf);
-  call.In(recvcount, recvtype, mSize);
+  MpiCall call("MpiComm::Allgather", Rank(), mSize);
+  call.Allgather(sendbuf, sendcount, sendtype, recvbuf, recvcount, recvtype);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   return call.Done(MPI_Allgather(call.SendBuffer(sendbuf), sendcount, MpiType(sendtype),
                                  recvbuf, recvcount, MpiType(recvtype), mComm));
@@ -167,10 +146,8 @@ PavexStatus MpiComm::Allgather(void const* sendbuf, int sendcount, Datatype send
 PavexStatus MpiComm::Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype,
                                 void* recvbuf, int const* recvcounts, int const* displs,
                                 Datatype recvtype) const {
-  MpiCall call("Allgatherv", Rank(), mSize);
-  if (sendbuf != &IN_PLACE_OBJ) call.Out(sendcount, sendtype);
-  call.NotInPlace(recvbuf);
-  call.In(recvcounts, displs, recvtype);
+  MpiCall call("MpiComm::Allgatherv", Rank(), mSize);
+  call.Allgatherv(sendbuf, sendcount, sendtype, recvbuf, recvcounts, displs, recvtype);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   // MPICH ignores the displacement of a single process, so the address carries it.
   static int const kNone = 0;
@@ -185,7 +162,7 @@ PavexStatus MpiComm::Allgatherv(void const* sendbuf, int sendcount, Datatype sen
 
 PavexStatus MpiComm::Allreduce(void const* sendbuf, void* recvbuf, int count, Datatype type,
                                ReduceOp op) const {
-  MpiCall call("Allreduce", Rank(), mSize);
+  MpiCall call("MpiComm::Allreduce", Rank(), mSize);
   call.NotInPlace(recvbuf);
   call.Out(count, type);
   call.In(count, type);
@@ -197,13 +174,8 @@ PavexStatus MpiComm::Allreduce(void const* sendbuf, void* recvbuf, int count, Da
 }
 
 PavexStatus MpiComm::Bcast(void* buf, int count, Datatype type, int root) const {
-  MpiCall call("Bcast", Rank(), mSize);
-  call.To(root);
-  call.NotInPlace(buf);
-  if (mRank == root)
-    call.Out(count, type);
-  else
-    call.In(count, type);
+  MpiCall call("MpiComm::Bcast", Rank(), mSize);
+  call.Bcast(buf, count, type, root);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   return call.Done(MPI_Bcast(buf, count, MpiType(type), root, mComm));
 }

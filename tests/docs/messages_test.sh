@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # messages_test.sh SOURCE-DIR: the tables of docs/messages.md that open with "| message" list exactly
 # what the library can log, letter by letter: the texts of its lines, the reasons in those of
-# MpiComm, and the texts of the statuses.
+# MpiComm and NodeComm, and the texts of the statuses.
 set -euo pipefail
 cd "$1"
 
@@ -12,6 +12,7 @@ logged() {
     grep -rhoE '"\[FATAL\] [^"]+"' pavex | sed -E 's/^"\[FATAL\] (.*)\\n"$/\1/'
     tr -d '\n' <pavex/comm/mpi_comm.cpp | grep -oE '(Refuse|Fail)\(STATUS_[A-Z_]+, *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
     tr -d '\n' <pavex/comm/mpi_call.cpp | grep -oE 'Refuse\(STATUS_[A-Z_]+, *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
+    tr -d '\n' <pavex/comm/node_exchange.cpp | grep -oE '(Fail\(message|snprintf\(mReason, sizeof mReason), *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
     sed -nE 's/^ *return "(.*)";$/\1/p' pavex/runtime/status.cpp
   } | grep -vxF -e '%s' -e 'Success' | sort -u
 }

@@ -4,7 +4,7 @@
 set -euo pipefail
 work=$1
 
-public='Allocator|MemoryPool|Log|Comm|SelfComm|LocalComm|MpiComm|MatrixBase|AggregatorBase'
+public='Allocator|MemoryPool|Log|Comm|SelfComm|LocalComm|MpiComm|NodeComm|NodePool|BlockSource|MatrixBase|AggregatorBase'
 public+='|MatrixCompressed<.*>|MatrixDense<.*>|MatrixCSR<.*>|MatrixCSC<.*>|MatrixCOO<.*>|Aggregator<.*>'
 member="((int|void|[a-z]+) )?Pavex::($public)::.+"
 about="(vtable|typeinfo|typeinfo name) for Pavex::($public)"

@@ -1,0 +1,70 @@
+// The memory of this process that the other processes of its node can map. Not installed.
+
+#pragma once
+
+#include "pavex/comm/node_huge_pages.h"
+#include "pavex/comm/node_ranges.h"
+#include "pavex/runtime/block_source.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <sys/types.h>
+
+namespace Pavex {
+
+// What a peer needs to know to map an arena: the file, as seen by the process that made it.
+struct NodeArenaId {
+  std::int64_t pid = 0;
+  std::int64_t file = -1;    // descriptor in that process
+  std::uint64_t device = 0;  // of the file: another process's file with the same number differs
+  std::uint64_t inode = 0;   // likewise
+  std::uint64_t bytes = 0;   // size of the mapping
+};
+
+// One sparse memory file, mapped once by this process and once by each peer. Its size is about
+// twice the memory of the machine, but only pages that are written take memory. The first call
+// of OfProcess makes the arena, and it lasts as long as the process: pools, communicators and
+// gathered matrices may be destroyed in any order.
+//
+// Pages that are given back are punched out of the file. That removes them from the mappings of
+// all peers as well, so peers need not be told. Small memory stays with the arena. What is
+// taken never exceeds the memory of the machine. Any thread may take and give back.
+class NodeArena : public BlockSource {
+ public:
+  static constexpr std::uint64_t kOutside = ~std::uint64_t{0};
+
+  // The arena of this process; null if the system refuses one: no memory files, a limit on file
+  // size or address space.
+  static NodeArena* OfProcess();
+
+  void* TakeSmall(std::size_t bytes) override;
+  void GiveBackSmall(void* memory, std::size_t bytes) override;
+  void* TakePages(std::size_t bytes, bool huge) override;
+  void GiveBackPages(void* pages, std::size_t bytes) override;
+  void DropPages(void* from, std::size_t bytes) override;
+
+  // Where the range begins in the file; kOutside if it is not inside the arena.
+  std::uint64_t OffsetOf(void const* from, std::size_t bytes) const;
+
+  NodeArenaId const& Id() const { return mId; }
+  NodeHugePages const& HugePages() const { return mHugePages; }
+
+ private:
+  NodeArena() = default;
+  bool Make();
+  void* TakeLocked(std::size_t bytes, std::size_t alignment);
+
+  unsigned char* mBase = nullptr;
+  NodeArenaId mId;
+  NodeHugePages mHugePages;
+  std::mutex mMutex;
+  std::size_t mFree = 0;  // bytes that may still be taken
+  NodeRanges mPages{kPageBytes};
+  NodeRanges mSmall{kSmallBytes};
+
+  static constexpr std::size_t kPageBytes = 4096;
+  static constexpr std::size_t kSmallBytes = 64;
+};
+
+}  // namespace Pavex

@@ -1,0 +1,91 @@
+// The communicator of a parallel job whose processes on one node share memory.
+
+#pragma once
+
+#include "pavex/comm/mpi_comm.h"
+#include "pavex/runtime/comm.h"
+
+#include <memory>
+
+namespace Pavex {
+
+class NodeExchange;
+class NodeLinks;
+
+// An MpiComm for whatever leaves the node. Between the processes of a node, data that lies in
+// blocks of a NodePool is copied once: every process stores its piece at its final place in the
+// receiver's memory, all cores at once. Construction and destruction are collective over the
+// given communicator, like every operation but Rank, Size, Send and Recv.
+//
+//   auto comm = std::make_shared<Pavex::NodeComm>(MPI_COMM_WORLD);
+//   Pavex::NodePool pool;
+//   Pavex::Aggregator<double, int> aggregator(&pool);
+//
+// Communicator and pool need not know each other, and either may be destroyed first. Which way
+// a message goes is decided for each one:
+//   - up to 4 KiB go through a buffer that both processes map; the sender does not wait;
+//   - larger ones are stored by the sender where the receiver's block is shared, read by the
+//     receiver where only the sender's is, and go over MPI where neither is;
+//   - messages between nodes, to oneself, Barrier and Allreduce go over MPI.
+//
+// Where the processes of a node cannot map each other's memory (one process on the node, no
+// memory files, limits on file size or address space, /proc not permitted, another PID
+// namespace), all of them agree when the communicator is made to use MPI alone.
+//
+// Failures are those of MpiComm, in lines that begin with "NodeComm::". Processes that enter
+// different operations, or the same one with other roots or sizes, get STATUS_COMM_FAILED on
+// both sides, and nothing is stored; of a small message the receiver alone. A process of the
+// node that ends is STATUS_COMM_FAILED for those that wait. A process that fails alone leaves
+// the others waiting as it would over MPI, until it enters its next operation.
+//
+// Peers can write into this process's shared blocks: all processes of a job trust each other.
+// Threads: as MpiComm.
+class PAVEX_API NodeComm : public Comm {
+ public:
+  // Duplicates `comm`. Collective over `comm`.
+  explicit NodeComm(MPI_Comm comm);
+
+  // The same with at most `largest` processes of neighbouring ranks that share memory, as if
+  // the node were several: for tests, and where memory has several domains. Collective.
+  NodeComm(MPI_Comm comm, int largest);
+
+  // Collective. Does nothing if MPI has been finalised meanwhile.
+  ~NodeComm() override;
+
+  // Whether this process shares memory with another one of the communicator. Local.
+  bool Active() const;
+
+  int Rank() const override;
+  int Size() const override;
+  PavexStatus Barrier() const override;
+  PavexStatus Send(void const* buf, int count, Datatype type, int dest, int tag) const override;
+  PavexStatus Recv(void* buf, int count, Datatype type, int source, int tag) const override;
+  PavexStatus Gatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
+                      int const* recvcounts, int const* displs, Datatype recvtype,
+                      int root) const override;
+  PavexStatus Scatterv(void const* sendbuf, int const* sendcounts, int const* displs,
+                       Datatype sendtype, void* recvbuf, int recvcount, Datatype recvtype,
+                       int root) const override;
+  PavexStatus Alltoallv(void const* sendbuf, int const* sendcounts, int const* sdispls,
+                        Datatype sendtype, void* recvbuf, int const* recvcounts,
+                        int const* rdispls, Datatype recvtype) const override;
+  PavexStatus Allgather(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
+                        int recvcount, Datatype recvtype) const override;
+  PavexStatus Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
+                         int const* recvcounts, int const* displs,
+                         Datatype recvtype) const override;
+  PavexStatus Allreduce(void const* sendbuf, void* recvbuf, int count, Datatype type,
+                        ReduceOp op) const override;
+  PavexStatus Bcast(void* buf, int count, Datatype type, int root) const override;
+
+ private:
+  struct Shared;
+
+  bool UsesMpi() const;
+  bool SharesWith(int rank) const;
+
+  MpiComm mMpi;
+  std::unique_ptr<Shared> mShared;  // null: MPI alone
+};
+
+}  // namespace Pavex

@@ -1,0 +1,483 @@
+#include "pavex/comm/node_exchange.h"
+
+#include "pavex/comm/mpi_call.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <sched.h>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+namespace Pavex {
+
+namespace {
+
+// What a sender copies into one receiver's memory before it turns to the next: the part is
+// still in the cache then.
+constexpr std::size_t kChunk = std::size_t{64} << 10;
+
+// A process that waits watches the memory for this many looks, then gives its core away between
+// looks.
+constexpr int kBusyWaits = 20;
+// MPI has at least this many tags. Far fewer messages of a ring are under way at once.
+constexpr std::uint64_t kMpiTags = 32768;
+
+// How often a long wait lets MPI work, and looks whether all processes still live.
+constexpr int kWaitsPerProgress = 64;
+constexpr int kWaitsPerWatch = 1024;
+
+void Pause() {
+#if defined(__x86_64__)
+  _mm_pause();
+#endif
+}
+
+int SlotOf(std::uint64_t number) {
+  return static_cast<int>(number % NodeRing::kSlots);
+}
+
+bool IsNumber(NodeNote::Word word, std::uint64_t number) {
+  return NodeNote::NumberOf(word) == number;
+}
+
+}  // namespace
+
+void NodeExchange::Begin(NodeOperation operation, std::uint64_t sequence, int label,
+                         NodeCopier copier) {
+  mOperation = operation;
+  mSequence = sequence;
+  mLabel = label;
+  mCopier = copier;
+  mMessages.clear();
+  mKeptBytes = 0;
+  mFailed = false;
+}
+
+void NodeExchange::Send(int to, void const* data, long count, Datatype type) {
+  Add(true, to, const_cast<void*>(data), count, type);
+}
+
+void NodeExchange::Receive(int from, void* data, long count, Datatype type) {
+  Add(false, from, data, count, type);
+}
+
+void NodeExchange::Keep(void const* from, std::size_t bytes, void* to, std::size_t room) {
+  if (bytes != room) {
+    mFailed = true;
+    std::snprintf(mReason, sizeof mReason,
+                  "this rank sends itself another size than it expects");
+    return;
+  }
+  mKeptFrom = from;
+  mKeptTo = to;
+  mKeptBytes = from == to ? 0 : bytes;
+}
+
+void NodeExchange::Add(bool out, int peer, void* data, long count, Datatype type) {
+  if (count == 0 && mOperation != NodeOperation::MESSAGE) return;
+  std::uint64_t const bytes = static_cast<std::uint64_t>(count) * DatatypeSize(type);
+  NodeTerms const terms{mSequence, static_cast<std::int32_t>(mOperation), mLabel, bytes};
+  mMessages.push_back({out, Phase::WAITING, peer, static_cast<unsigned char*>(data),
+                       static_cast<int>(count), MpiType(type), terms, 0, nullptr,
+                       MPI_REQUEST_NULL});
+}
+
+char const* NodeExchange::Run() {
+  mOpen = mMessages.size();
+  mWaits = 0;
+  Pass();  // offers and grants first: the others can work while this rank copies its own piece
+  CopyKept();
+  while (mOpen > 0) {
+    if (Pass())
+      mWaits = 0;
+    else if (!Wait())
+      break;
+  }
+  return mFailed ? mReason : nullptr;
+}
+
+void NodeExchange::CopyKept() {
+  if (mKeptBytes == 0) return;
+  mLinks.Back(mKeptTo, mKeptBytes);
+  std::memmove(mKeptTo, mKeptFrom, mKeptBytes);
+}
+
+// One look at every message. Whether anything has moved.
+bool NodeExchange::Pass() {
+  ++mPass;
+  bool moved = false;
+  for (Message& message : mMessages) {
+    if (message.phase != Phase::DONE) moved |= Step(message);
+  }
+  CopyClaimed();
+  return moved;
+}
+
+bool NodeExchange::Step(Message& message) {
+  if (message.phase == Phase::OVER_MPI) return StepMpi(message);
+  if (mLinks.To(message.peer).peer == nullptr) return StartMpi(message);
+  return message.out ? StepSend(message) : StepReceive(message);
+}
+
+// False if a process has ended that this one may be waiting for.
+bool NodeExchange::Wait() {
+  ++mWaits;
+  if (mWaits <= kBusyWaits) {
+    Pause();
+    return true;
+  }
+  if (mWaits % kWaitsPerProgress == 0) {
+    int any = 0;
+    MPI_Iprobe(MPI_ANY_SOURCE, MPI_ANY_TAG, mLinks.Messages(), &any, MPI_STATUS_IGNORE);
+  }
+  if (mWaits % kWaitsPerWatch == 0) {
+    int const ended = mLinks.FindEnded();
+    if (ended >= 0) {
+      Abandon(ended);
+      return false;
+    }
+  }
+  sched_yield();
+  return true;
+}
+
+// The sender.
+
+bool NodeExchange::StepSend(Message& message) {
+  NodeLink& link = mLinks.To(message.peer);
+  if (message.phase != Phase::WAITING) return FollowAnswer(message);
+  if (link.sendPass == mPass) return false;
+  if (!Offer(message)) {
+    link.sendPass = mPass;
+    return false;
+  }
+  if (!IsLarge(message)) return Finish(message);
+  message.phase = Phase::OFFERED;
+  FollowAnswer(message);
+  return true;
+}
+
+// Puts the message into its slot; false while the slot holds an earlier one.
+bool NodeExchange::Offer(Message& message) {
+  NodeRing& ring = Outgoing(message);
+  NodeCounters& counters = Counters(message);
+  std::uint64_t const number = counters.sent + 1;
+  int const slot = SlotOf(number);
+  bool const first = number <= NodeRing::kSlots;
+  if (!first && NodeNote::NumberOf(ring.answers[slot].Read()) < number - NodeRing::kSlots)
+    return false;
+  counters.sent = message.number = number;
+  if (!IsLarge(message) && message.count > 0)
+    std::memcpy(ring.data[slot], message.data, message.terms.bytes);
+  ring.offers[slot].Publish(number, NodeState::OFFERED, message.terms,
+                            mLinks.Place(message.data, message.terms.bytes));
+  return true;
+}
+
+bool NodeExchange::FollowAnswer(Message& message) {
+  NodeNote& answer = Outgoing(message).answers[SlotOf(message.number)];
+  NodeNote::Word const word = answer.Read();
+  if (!IsNumber(word, message.number)) return false;
+  NodeTerms const terms = answer.Terms();
+  switch (NodeNote::StateOf(word)) {
+    case NodeState::GRANTED:
+      return Claim(message, answer, word);
+    case NodeState::TAKEN:
+      return Finish(message);
+    case NodeState::OVER_MPI:
+      return StartMpi(message);
+    case NodeState::REVOKED:
+      // Of an earlier operation: the receiver answers this one later.
+      if (!answer.Is(word) || terms.sequence != message.terms.sequence) return false;
+      return Fail(message, "rank %d has given up");
+    case NodeState::REFUSED:
+      return Fail(message, "rank %d expects another operation, root or size");
+    default:
+      return false;
+  }
+}
+
+// Takes up the receiver's offer of a place. Data is copied when the pass has seen all messages.
+bool NodeExchange::Claim(Message& message, NodeNote& answer, NodeNote::Word word) {
+  NodeTerms const terms = answer.Terms();
+  std::uint64_t const place = answer.Place();
+  if (!answer.Is(word) || terms.sequence != message.terms.sequence) return false;
+  unsigned char* const target = mLinks.To(message.peer).peer->At(place, message.terms.bytes);
+  if (!(terms == message.terms) || target == nullptr)
+    return Fail(message, "rank %d expects another operation, root or size");
+  if (!answer.Move(word, NodeState::CLAIMED)) return false;
+  mLinks.To(message.peer).peer->HugePages().Back(place, message.terms.bytes);
+  message.target = target;
+  message.phase = Phase::CLAIMED;
+  return true;
+}
+
+// In chunks, each to all receivers that want it.
+void NodeExchange::CopyClaimed() {
+  std::uint64_t most = 0;
+  for (Message const& message : mMessages) {
+    if (message.phase == Phase::CLAIMED) most = std::max(most, message.terms.bytes);
+  }
+  for (std::uint64_t begin = 0; begin < most; begin += kChunk) {
+    for (Message const& message : mMessages) {
+      if (message.phase != Phase::CLAIMED || begin >= message.terms.bytes) continue;
+      std::memcpy(message.target + begin, message.data + begin,
+                  std::min<std::uint64_t>(kChunk, message.terms.bytes - begin));
+    }
+  }
+  if (most == 0) return;
+  for (Message& message : mMessages) {
+    if (message.phase != Phase::CLAIMED) continue;
+    NodeNote& answer = Outgoing(message).answers[SlotOf(message.number)];
+    answer.Move(answer.Read(), NodeState::STORED);
+    Finish(message);
+  }
+}
+
+// The receiver.
+
+bool NodeExchange::StepReceive(Message& message) {
+  NodeLink& link = mLinks.To(message.peer);
+  if (link.receivePass == mPass) return false;
+  if (message.phase == Phase::WAITING) GrantEarly(message);
+  NodeNote::Word word = 0;
+  NodeNote* const offer = FindOffer(message, &word);
+  bool const moved = offer != nullptr && Accept(message, *offer, word);
+  if (message.phase != Phase::DONE) link.receivePass = mPass;
+  return moved;
+}
+
+// Both sides of a collective know the size: the sender need not wait for an answer.
+void NodeExchange::GrantEarly(Message& message) {
+  if (mOperation == NodeOperation::MESSAGE || mCopier != NodeCopier::SENDER ||
+      !IsLarge(message))
+    return;
+  std::uint64_t const place = mLinks.Place(message.data, message.terms.bytes);
+  if (place == NodeArena::kOutside) return;
+  message.number = Counters(message).received + 1;
+  Answer(message, NodeState::GRANTED, place);
+  message.phase = Phase::GRANTED;
+}
+
+// The offer that this message has to match: the next one of a collective, the first with its
+// tag of a message. Null while there is none.
+NodeNote* NodeExchange::FindOffer(Message& message, NodeNote::Word* word) {
+  NodeRing& ring = Incoming(message);
+  NodeCounters const& counters = Counters(message);
+  int const looks = mOperation == NodeOperation::MESSAGE ? NodeRing::kSlots : 1;
+  for (int ahead = 0; ahead < looks; ++ahead) {
+    if ((counters.early >> ahead & 1) != 0) continue;
+    std::uint64_t const number = counters.received + 1 + static_cast<unsigned>(ahead);
+    NodeNote& offer = ring.offers[SlotOf(number)];
+    *word = offer.Read();
+    if (!IsNumber(*word, number)) return nullptr;
+    std::int32_t const label = offer.Terms().label;
+    if (mOperation == NodeOperation::MESSAGE && label != mLabel) continue;
+    message.number = number;
+    return &offer;
+  }
+  return nullptr;
+}
+
+bool NodeExchange::Accept(Message& message, NodeNote& offer, NodeNote::Word word) {
+  NodeTerms const terms = offer.Terms();
+  std::uint64_t const source = offer.Place();
+  if (!offer.Is(word)) return false;
+  if (terms.sequence > message.terms.sequence) {  // the sender has left this operation out
+    if (message.phase == Phase::GRANTED) Answer(message, NodeState::REVOKED);
+    return Fail(message, "rank %d is in a later operation");
+  }
+  if (terms.sequence < message.terms.sequence) {  // this rank has left that operation out
+    Answer(message, NodeState::REFUSED);
+    Consume(message);
+    message.phase = Phase::WAITING;
+    return true;
+  }
+  if (!(terms == message.terms) || NodeNote::StateOf(word) == NodeState::WITHDRAWN) {
+    Take(message, NodeState::REFUSED);
+    return Fail(message, "rank %d passes another operation, root or size");
+  }
+  return Place(message, offer, word, source);
+}
+
+// The terms agree: the data comes the shortest way.
+bool NodeExchange::Place(Message& message, NodeNote& offer, NodeNote::Word word,
+                         std::uint64_t source) {
+  if (!IsLarge(message)) {
+    NodeRing const& ring = Incoming(message);
+    if (message.count > 0)
+      std::memcpy(message.data, ring.data[SlotOf(message.number)], message.terms.bytes);
+    return Take(message, NodeState::TAKEN);
+  }
+  if (message.phase == Phase::GRANTED) {
+    NodeNote const& answer = Incoming(message).answers[SlotOf(message.number)];
+    if (NodeNote::StateOf(answer.Read()) != NodeState::STORED) return false;
+    Consume(message);
+    return Finish(message);
+  }
+  std::uint64_t const target = mLinks.Place(message.data, message.terms.bytes);
+  bool const pull = source != NodeArena::kOutside &&
+                    (mCopier == NodeCopier::RECEIVER || target == NodeArena::kOutside);
+  if (pull) return Pull(message, offer, word, source);
+  if (target != NodeArena::kOutside) {
+    Answer(message, NodeState::GRANTED, target);
+    message.phase = Phase::GRANTED;
+    return true;
+  }
+  Answer(message, NodeState::OVER_MPI);
+  Consume(message);
+  return StartMpi(message);
+}
+
+// Copies out of the sender's memory.
+bool NodeExchange::Pull(Message& message, NodeNote& offer, NodeNote::Word word,
+                        std::uint64_t source) {
+  unsigned char const* const from =
+      mLinks.To(message.peer).peer->At(source, message.terms.bytes);
+  if (from == nullptr) {
+    Take(message, NodeState::REFUSED);
+    return Fail(message, "rank %d names memory outside its arena");
+  }
+  if (!offer.Move(word, NodeState::CLAIMED)) return false;
+  std::memcpy(message.data, from, message.terms.bytes);
+  return Take(message, NodeState::TAKEN);
+}
+
+void NodeExchange::Answer(Message& message, NodeState state, std::uint64_t place) {
+  Incoming(message).answers[SlotOf(message.number)].Publish(message.number, state,
+                                                            message.terms, place);
+}
+
+// The last answer to a message.
+bool NodeExchange::Take(Message& message, NodeState state) {
+  Answer(message, state);
+  Consume(message);
+  return Finish(message);
+}
+
+// Messages are usually taken in order; where a tag makes one overtake others, the counter waits
+// for them.
+void NodeExchange::Consume(Message& message) {
+  NodeCounters& counters = Counters(message);
+  counters.early |= 1U << (message.number - counters.received - 1);
+  while ((counters.early & 1) != 0) {
+    counters.early >>= 1;
+    ++counters.received;
+  }
+}
+
+// MPI.
+
+bool NodeExchange::StartMpi(Message& message) {
+  // Between nodes messages match in their order. On a node the answers, and so the messages,
+  // may pass each other on the way: there the number tells them apart.
+  int const tag = static_cast<int>(message.number % kMpiTags);
+  int const code = message.out
+                       ? MPI_Isend(message.data, message.count, message.type, message.peer, tag,
+                                   mLinks.Messages(), &message.request)
+                       : MPI_Irecv(message.data, message.count, message.type, message.peer, tag,
+                                   mLinks.Messages(), &message.request);
+  if (code != MPI_SUCCESS) return FailMpi(message, code);
+  message.phase = Phase::OVER_MPI;
+  return true;
+}
+
+bool NodeExchange::StepMpi(Message& message) {
+  int done = 0;
+  MPI_Status status;
+  int const code = MPI_Test(&message.request, &done, &status);
+  if (code != MPI_SUCCESS) return FailMpi(message, code);
+  if (done == 0) return false;
+  int count = message.count;
+  if (!message.out) MPI_Get_count(&status, message.type, &count);
+  if (count != message.count) return Fail(message, "the message of rank %d is shorter");
+  return Finish(message);
+}
+
+// The end.
+
+bool NodeExchange::Finish(Message& message) {
+  if (message.phase == Phase::DONE) return true;
+  message.phase = Phase::DONE;
+  --mOpen;
+  return true;
+}
+
+bool NodeExchange::Fail(Message& message, char const* reason) {
+  Finish(message);
+  if (mFailed) return true;
+  mFailed = true;
+  std::snprintf(mReason, sizeof mReason, reason, message.peer);
+  return true;
+}
+
+bool NodeExchange::FailMpi(Message& message, int code) {
+  char text[MPI_MAX_ERROR_STRING + 1] = "";
+  int length = 0;
+  MPI_Error_string(code, text, &length);
+  std::replace(text, text + length, '\n', ' ');
+  Finish(message);
+  if (!mFailed) std::snprintf(mReason, sizeof mReason, "%s", text);
+  mFailed = true;
+  return true;
+}
+
+// Nobody may copy from or to this rank's arrays once it has left.
+void NodeExchange::Abandon(int ended) {
+  if (!mFailed)
+    std::snprintf(mReason, sizeof mReason, "the process of rank %d has ended", ended);
+  mFailed = true;
+  for (Message& message : mMessages) {
+    if (message.phase == Phase::OFFERED) AbandonOffer(message);
+    if (message.phase == Phase::GRANTED) AbandonGrant(message);
+    if (message.phase != Phase::OVER_MPI) continue;
+    MPI_Cancel(&message.request);
+    MPI_Request_free(&message.request);
+  }
+  mOpen = 0;
+}
+
+void NodeExchange::AbandonOffer(Message& message) {
+  NodeNote& offer = Outgoing(message).offers[SlotOf(message.number)];
+  NodeNote::Word const word = offer.Read();
+  if (NodeNote::StateOf(word) == NodeState::OFFERED && offer.Move(word, NodeState::WITHDRAWN))
+    return;
+  NodeNote const& answer = Outgoing(message).answers[SlotOf(message.number)];
+  NodePeer const& peer = *mLinks.To(message.peer).peer;
+  while (NodeNote::StateOf(answer.Read()) != NodeState::TAKEN && peer.IsAlive())
+    sched_yield();
+}
+
+void NodeExchange::AbandonGrant(Message& message) {
+  NodeNote& answer = Incoming(message).answers[SlotOf(message.number)];
+  NodeNote::Word const word = answer.Read();
+  if (NodeNote::StateOf(word) == NodeState::GRANTED && answer.Move(word, NodeState::REVOKED))
+    return;
+  NodePeer const& peer = *mLinks.To(message.peer).peer;
+  while (NodeNote::StateOf(answer.Read()) == NodeState::CLAIMED && peer.IsAlive())
+    sched_yield();
+}
+
+bool NodeExchange::IsLarge(Message const& message) const {
+  return message.terms.bytes > NodeRing::kSmallBytes;
+}
+
+NodeRing& NodeExchange::Incoming(Message const& message) {
+  NodeChannel& channel = *mLinks.To(message.peer).in;
+  return mOperation == NodeOperation::MESSAGE ? channel.direct : channel.collective;
+}
+
+NodeRing& NodeExchange::Outgoing(Message const& message) {
+  NodeChannel& channel = *mLinks.To(message.peer).out;
+  return mOperation == NodeOperation::MESSAGE ? channel.direct : channel.collective;
+}
+
+NodeCounters& NodeExchange::Counters(Message const& message) {
+  NodeLink& link = mLinks.To(message.peer);
+  return mOperation == NodeOperation::MESSAGE ? link.direct : link.collective;
+}
+
+}  // namespace Pavex

@@ -1,0 +1,128 @@
+// The messages of one operation of NodeComm, all under way at the same time. Not installed.
+
+#pragma once
+
+#include "pavex/comm/node_links.h"
+#include "pavex/runtime/datatype.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <mpi.h>
+#include <vector>
+
+namespace Pavex {
+
+enum class NodeOperation : std::int32_t {
+  MESSAGE,
+  GATHERV,
+  SCATTERV,
+  ALLTOALLV,
+  ALLGATHER,
+  ALLGATHERV,
+  BCAST
+};
+
+// The side that copies large data where the arena of either holds it.
+enum class NodeCopier { SENDER, RECEIVER };
+
+// Begin an operation, name its messages with Send, Receive and Keep, then Run. Data is copied
+// once, by the sender into the receiver's memory or by the receiver out of the sender's. Ranks
+// that share no memory with this one use MPI, and so do pairs of ranks neither of which has its
+// data in its arena. Messages of no elements are left out on both sides. Messages between two
+// ranks keep their order.
+class NodeExchange {
+ public:
+  explicit NodeExchange(NodeLinks& links) : mLinks(links) {}
+
+  // `sequence`: how many collectives this rank has entered on the communicator, 0 for a
+  // message; `label`: the root of a collective, the tag of a message.
+  void Begin(NodeOperation operation, std::uint64_t sequence, int label, NodeCopier copier);
+
+  void Send(int to, void const* data, long count, Datatype type);
+  void Receive(int from, void* data, long count, Datatype type);
+
+  // This rank's own piece: `bytes` bytes from one place to another that has room for `room`.
+  void Keep(void const* from, std::size_t bytes, void* to, std::size_t room);
+
+  // Moves everything. Null if that has succeeded, otherwise the first reason of a failure,
+  // valid until the next Begin. What can be moved is moved in any case, unless a process of the
+  // node has ended.
+  char const* Run();
+
+ private:
+  enum class Phase {
+    WAITING,   // not offered, or not yet seen
+    OFFERED,   // sender: waits for the receiver's answer
+    CLAIMED,   // sender: copies at the end of the pass
+    GRANTED,   // receiver: the sender may store
+    OVER_MPI,  // waits for MPI
+    DONE
+  };
+
+  struct Message {
+    bool out;
+    Phase phase;
+    int peer;
+    unsigned char* data;
+    int count;
+    MPI_Datatype type;
+    NodeTerms terms;
+    std::uint64_t number;   // on its ring, once it is known
+    unsigned char* target;  // CLAIMED: where the data goes
+    MPI_Request request;    // OVER_MPI
+  };
+
+  void Add(bool out, int peer, void* data, long count, Datatype type);
+  bool IsLarge(Message const& message) const;
+  NodeRing& Incoming(Message const& message);
+  NodeRing& Outgoing(Message const& message);
+  NodeCounters& Counters(Message const& message);
+
+  bool Pass();
+  bool Step(Message& message);
+  bool Wait();
+
+  bool StepSend(Message& message);
+  bool Offer(Message& message);
+  bool FollowAnswer(Message& message);
+  bool Claim(Message& message, NodeNote& answer, NodeNote::Word word);
+  void CopyKept();
+  void CopyClaimed();
+
+  bool StepReceive(Message& message);
+  void GrantEarly(Message& message);
+  NodeNote* FindOffer(Message& message, NodeNote::Word* word);
+  bool Accept(Message& message, NodeNote& offer, NodeNote::Word word);
+  bool Place(Message& message, NodeNote& offer, NodeNote::Word word, std::uint64_t source);
+  bool Pull(Message& message, NodeNote& offer, NodeNote::Word word, std::uint64_t source);
+  void Answer(Message& message, NodeState state, std::uint64_t place = NodeArena::kOutside);
+  bool Take(Message& message, NodeState state);
+  void Consume(Message& message);
+
+  bool StartMpi(Message& message);
+  bool StepMpi(Message& message);
+
+  bool Finish(Message& message);
+  bool Fail(Message& message, char const* reason);
+  bool FailMpi(Message& message, int code);
+  void Abandon(int ended);
+  void AbandonOffer(Message& message);
+  void AbandonGrant(Message& message);
+
+  NodeLinks& mLinks;
+  NodeOperation mOperation = NodeOperation::MESSAGE;
+  std::uint64_t mSequence = 0;
+  int mLabel = 0;
+  NodeCopier mCopier = NodeCopier::SENDER;
+  std::vector<Message> mMessages;
+  void const* mKeptFrom = nullptr;
+  void* mKeptTo = nullptr;
+  std::size_t mKeptBytes = 0;
+  std::uint64_t mPass = 0;  // never starts again, so that marks of an earlier pass do not count
+  std::size_t mOpen = 0;    // messages that are not done
+  int mWaits = 0;           // since something has moved
+  bool mFailed = false;
+  char mReason[MPI_MAX_ERROR_STRING + 1] = "";
+};
+
+}  // namespace Pavex

@@ -1,0 +1,65 @@
+#include "pavex/comm/node_huge_pages.h"
+
+#include <sys/mman.h>
+
+// Older headers lack it; a kernel that does not know it refuses it.
+#if !defined(MADV_COLLAPSE)
+#define MADV_COLLAPSE 25
+#endif
+
+namespace Pavex {
+
+unsigned char* MapAtHugePage(int file, std::size_t bytes) {
+  constexpr std::size_t kHuge = NodeHugePages::kBytes;
+  void* const room = mmap(nullptr, bytes + kHuge, PROT_NONE,
+                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (room == MAP_FAILED) return nullptr;
+  std::size_t const before = (kHuge - reinterpret_cast<std::uintptr_t>(room) % kHuge) % kHuge;
+  unsigned char* const start = static_cast<unsigned char*>(room) + before;
+  void* const mapped = mmap(start, bytes, PROT_READ | PROT_WRITE,
+                            MAP_SHARED | MAP_NORESERVE | MAP_FIXED, file, 0);
+  if (mapped == MAP_FAILED) {
+    munmap(room, bytes + kHuge);
+    return nullptr;
+  }
+  if (before > 0) munmap(room, before);
+  munmap(start + bytes, kHuge - before);
+  madvise(start, bytes, MADV_DONTFORK);
+  madvise(start, bytes, MADV_DONTDUMP);
+  return start;
+}
+
+// Pages next to each other are backed by one call.
+void NodeHugePages::Back(std::uint64_t offset, std::size_t bytes) const {
+  std::uint64_t const begin = (offset + kBytes - 1) / kBytes;
+  std::uint64_t const end = (offset + bytes) / kBytes;
+  for (std::uint64_t page = begin; page < end; ++page) {
+    std::uint64_t const first = page;
+    while (page < end && Ask(page))
+      ++page;
+    if (page > first) BackRun(first, page);
+  }
+}
+
+// Whether this process is the first to ask for the page.
+bool NodeHugePages::Ask(std::uint64_t page) const {
+  return Flag(page).load(std::memory_order_relaxed) == 0 &&
+         Flag(page).exchange(1, std::memory_order_relaxed) == 0;
+}
+
+void NodeHugePages::BackRun(std::uint64_t first, std::uint64_t end) const {
+  // The system makes a huge page of small ones only where at least one is there. Adding 0
+  // writes to the page and changes nothing.
+  for (std::uint64_t page = first; page < end; ++page)
+    reinterpret_cast<std::atomic<unsigned char>*>(mBase + page * kBytes)
+        ->fetch_add(0, std::memory_order_relaxed);
+  madvise(mBase + first * kBytes, (end - first) * kBytes, MADV_COLLAPSE);
+}
+
+void NodeHugePages::Forget(std::uint64_t offset, std::size_t bytes) const {
+  std::uint64_t const end = (offset + bytes + kBytes - 1) / kBytes;
+  for (std::uint64_t page = offset / kBytes; page < end; ++page)
+    Flag(page).store(0, std::memory_order_relaxed);
+}
+
+}  // namespace Pavex

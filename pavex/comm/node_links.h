@@ -1,0 +1,106 @@
+// What a NodeComm knows of the processes that it shares memory with. Not installed.
+
+#pragma once
+
+#include "pavex/comm/node_peer.h"
+#include "pavex/comm/node_ring.h"
+
+#include <cstdint>
+#include <memory>
+#include <mpi.h>
+#include <vector>
+
+namespace Pavex {
+
+// Where this process's messages to and from one rank stand, on one of the two rings.
+struct NodeCounters {
+  std::uint64_t sent = 0;      // number of the last message offered to that rank
+  std::uint64_t received = 0;  // all messages up to this number have been taken
+  std::uint32_t early = 0;     // bit i: message received + 1 + i has been taken as well
+};
+
+// One rank of the communicator, as seen by this process.
+struct NodeLink {
+  std::shared_ptr<NodePeer const> peer;  // null: this process, or one that shares no memory
+  NodeChannel* in = nullptr;             // from that rank, in this process's arena
+  NodeChannel* out = nullptr;            // to that rank, in its arena
+  NodeCounters collective;
+  NodeCounters direct;
+  int group = 0;        // the lowest of the ranks that share memory with that rank
+  int firstMember = 0;  // of the lowest: where the ranks of its group begin in the list of all
+  int memberCount = 0;  // of the lowest: how many they are
+  std::uint64_t sendPass = 0;  // of NodeExchange: the last pass in which an unoffered message
+  std::uint64_t receivePass =
+      0;  // (an untaken one) to (from) that rank held up those behind it
+};
+
+// The links of one process to all ranks of a communicator. Only the constructor and Leave are
+// collective.
+class NodeLinks {
+ public:
+  NodeLinks() = default;
+  NodeLinks(NodeLinks const&) = delete;
+  NodeLinks& operator=(NodeLinks const&) = delete;
+
+  // Agrees with the processes of the node on whether they can map each other's arenas, and
+  // tells all ranks. Works on its own duplicate of `comm`, which lives with the links. At most
+  // `largest` processes of consecutive ranks on a node share memory. Collective. Returns MPI's
+  // code.
+  int Join(MPI_Comm comm, int largest);
+
+  // Waits for all ranks, then gives the control block and the duplicate back. Collective.
+  void Leave();
+
+  // Whether any two processes of the communicator share memory; the same on every rank.
+  bool AnyShared() const { return mAnyShared; }
+  // Whether this process shares memory with another one.
+  bool Shares() const { return mControl != nullptr; }
+
+  int Rank() const { return mRank; }
+  int Size() const { return static_cast<int>(mLinks.size()); }
+  NodeLink& To(int rank) { return mLinks[static_cast<std::size_t>(rank)]; }
+  // Whether two ranks are the same process or share memory.
+  bool Together(int a, int b) { return To(a).group == To(b).group; }
+  // The ranks that share memory with `rank`, `rank` included, in order.
+  std::vector<int> const& Group() const { return mGroup; }
+  // The lowest rank of each group, in order.
+  std::vector<int> const& Groups() const { return mGroups; }
+  // The rank of another group through which its processes get what `rank` tells all.
+  int Representative(int rank, int group) {
+    NodeLink const& lowest = To(group);
+    int const member = lowest.firstMember + rank % lowest.memberCount;
+    return mMembers[static_cast<std::size_t>(member)];
+  }
+  MPI_Comm Messages() const { return mComm; }
+
+  // Offset of the range in this process's arena; NodeArena::kOutside elsewhere.
+  std::uint64_t Place(void const* data, std::size_t bytes) const;
+
+  // Huge pages for the range, if it lies in this process's arena.
+  void Back(void const* data, std::size_t bytes) const;
+
+  // The rank of a process of this node that has ended; -1 while all live.
+  int FindEnded() const;
+
+ private:
+  struct Hello;
+
+  int Agree(MPI_Comm node);
+  bool TakeControlBlock(int processes);
+  bool OpenPeers(std::vector<Hello> const& hellos);
+  void Forget();
+  void ListGroups(std::vector<int> const& groupOf);
+
+  MPI_Comm mComm = MPI_COMM_NULL;
+  NodeArena* mArena = nullptr;
+  NodeChannel* mControl = nullptr;  // one channel per process of the group
+  std::size_t mControlBytes = 0;
+  std::vector<NodeLink> mLinks;
+  std::vector<int> mGroup;
+  std::vector<int> mGroups;
+  std::vector<int> mMembers;  // all ranks, group by group
+  int mRank = -1;
+  bool mAnyShared = false;
+};
+
+}  // namespace Pavex

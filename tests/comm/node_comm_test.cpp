@@ -1,0 +1,467 @@
+// Data, whichever way it goes: between processes that share memory and between groups of them
+// that do not, from and to blocks that are shared and such that are not.
+
+#include "pavex/comm/node_comm.h"
+
+#include "pavex/comm/node_pool.h"
+#include "tests/comm/contract.h"
+#include "tests/comm/mpi_fixture.h"
+
+#include <climits>
+#include <cstring>
+#include <numeric>
+
+namespace Pavex {
+
+// The processes of the job, all of which share memory.
+struct NodeRanks : MpiRanks {
+  static void Run(int /*size*/, std::function<void(Comm const& comm)> const& body) {
+    body(NodeComm(MPI_COMM_WORLD));
+  }
+};
+
+// The same as if they were on nodes of two processes each.
+struct PairsOfRanks : MpiRanks {
+  static void Run(int /*size*/, std::function<void(Comm const& comm)> const& body) {
+    body(NodeComm(MPI_COMM_WORLD, 2));
+  }
+};
+
+PAVEX_COMM_CONTRACT(NodeRanks);
+PAVEX_COMM_CONTRACT(PairsOfRanks);
+
+namespace {
+
+// Bytes in a block of a pool, all 0xEE, with a canary behind them.
+class Bytes {
+ public:
+  Bytes(std::size_t size, MemoryPool& pool) : mPool(pool), mSize(size) {
+    void* block = nullptr;
+    EXPECT_EQ(pool.Allocate(&block, size + 1), STATUS_OK);
+    mData = static_cast<unsigned char*>(block);
+    std::memset(mData, 0xEE, size + 1);
+  }
+  Bytes(Bytes const&) = delete;
+  Bytes& operator=(Bytes const&) = delete;
+  ~Bytes() {
+    EXPECT_EQ(mData[mSize], 0xEE);
+    mPool.Deallocate(mData, mSize + 1);
+  }
+  unsigned char* Data() { return mData; }
+  unsigned char& operator[](int i) { return mData[i]; }
+
+ private:
+  MemoryPool& mPool;
+  std::size_t mSize;
+  unsigned char* mData = nullptr;
+};
+
+unsigned char ByteOf(int rank, int i) {
+  return static_cast<unsigned char>(rank * 37 + i * 7 + (i >> 8));
+}
+
+// Pieces of about `size` bytes, some empty, with gaps of three bytes between them.
+struct Pieces {
+  Pieces(int ranks, int size) {
+    for (int r = 0; r < ranks; ++r) {
+      bool const empty = ranks > 2 && r % 5 == 3;
+      counts.push_back(empty ? 0 : size + (size > 16 ? r * 13 % 11 : 0));
+      displs.push_back(total);
+      total += counts.back() + 3;
+    }
+  }
+  std::vector<int> counts;
+  std::vector<int> displs;
+  int total = 0;
+};
+
+// Every size near a threshold: 4 KiB is the largest small message, 64 KiB the largest chunk.
+constexpr int kSizes[] = {0, 1, 72, 4085, 4095, 4096, 4097, 5000, 65535, 65536, 65537, 700000};
+
+// At most `GetParam()` processes share memory.
+class NodeCommData : public ::testing::TestWithParam<int> {
+ protected:
+  NodeComm const mComm{MPI_COMM_WORLD, GetParam()};
+  int const mRank = mComm.Rank();
+  int const mSize = mComm.Size();
+  NodePool mShared;
+  MemoryPool mPlain;
+
+  // Calls `test(source, target)` with every choice of pools: the same on all ranks, then
+  // another one on each.
+  template <typename Test>
+  void WithEveryPool(Test const& test) {
+    for (int choice = 0; choice < 6; ++choice) {
+      int const mine = choice < 4 ? choice : choice + mRank;
+      MemoryPool& source = (mine & 1) != 0 ? mPlain : mShared;
+      MemoryPool& target = (mine & 2) != 0 ? mPlain : mShared;
+      SCOPED_TRACE("choice " + std::to_string(choice));
+      test(source, target);
+    }
+  }
+
+  void FillOwn(unsigned char* data, int count) {
+    for (int i = 0; i < count; ++i)
+      data[i] = ByteOf(mRank, i);
+  }
+
+  static void ExpectPieces(Pieces const& pieces, Bytes& whole) {
+    for (std::size_t r = 0; r < pieces.counts.size(); ++r) {
+      int wrong = 0;
+      for (int i = 0; i < pieces.counts[r]; ++i)
+        wrong += whole[pieces.displs[r] + i] != ByteOf(static_cast<int>(r), i) ? 1 : 0;
+      EXPECT_EQ(wrong, 0) << "piece " << r;
+      for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(whole[pieces.displs[r] + pieces.counts[r] + i], 0xEE) << "gap " << r;
+    }
+  }
+};
+
+TEST_P(NodeCommData, GathersPiecesOntoEveryRoot) {
+  WithEveryPool([&](MemoryPool& source, MemoryPool& target) {
+    for (int const size : kSizes) {
+      Pieces const pieces(mSize, size);
+      int const root = size % mSize;
+      int const count = pieces.counts[static_cast<std::size_t>(mRank)];
+      Bytes own(static_cast<std::size_t>(count), source);
+      Bytes whole(static_cast<std::size_t>(pieces.total), target);
+      FillOwn(own.Data(), count);
+
+      EXPECT_EQ(mComm.Gatherv(own.Data(), count, DATATYPE_BYTE, whole.Data(),
+                              pieces.counts.data(), pieces.displs.data(), DATATYPE_BYTE, root),
+                STATUS_OK);
+
+      if (mRank == root) ExpectPieces(pieces, whole);
+    }
+  });
+}
+
+TEST_P(NodeCommData, GathersPiecesOntoAll) {
+  WithEveryPool([&](MemoryPool& source, MemoryPool& target) {
+    for (int const size : kSizes) {
+      Pieces const pieces(mSize, size);
+      int const count = pieces.counts[static_cast<std::size_t>(mRank)];
+      Bytes own(static_cast<std::size_t>(count), source);
+      Bytes whole(static_cast<std::size_t>(pieces.total), target);
+      FillOwn(own.Data(), count);
+
+      EXPECT_EQ(mComm.Allgatherv(own.Data(), count, DATATYPE_BYTE, whole.Data(),
+                                 pieces.counts.data(), pieces.displs.data(), DATATYPE_BYTE),
+                STATUS_OK);
+
+      ExpectPieces(pieces, whole);
+    }
+  });
+}
+
+TEST_P(NodeCommData, ScattersPiecesFromEveryRoot) {
+  WithEveryPool([&](MemoryPool& source, MemoryPool& target) {
+    for (int const size : kSizes) {
+      Pieces const pieces(mSize, size);
+      int const root = (size + 1) % mSize;
+      int const count = pieces.counts[static_cast<std::size_t>(mRank)];
+      Bytes whole(static_cast<std::size_t>(pieces.total), source);
+      Bytes own(static_cast<std::size_t>(count), target);
+      for (int r = 0; r < mSize; ++r)
+        for (int i = 0; i < pieces.counts[static_cast<std::size_t>(r)]; ++i)
+          whole[pieces.displs[static_cast<std::size_t>(r)] + i] = ByteOf(r, i);
+
+      EXPECT_EQ(mComm.Scatterv(whole.Data(), pieces.counts.data(), pieces.displs.data(),
+                               DATATYPE_BYTE, own.Data(), count, DATATYPE_BYTE, root),
+                STATUS_OK);
+
+      int wrong = 0;
+      for (int i = 0; i < count; ++i)
+        wrong += own[i] != ByteOf(mRank, i) ? 1 : 0;
+      EXPECT_EQ(wrong, 0) << size;
+    }
+  });
+}
+
+TEST_P(NodeCommData, BroadcastsFromEveryRoot) {
+  WithEveryPool([&](MemoryPool& source, MemoryPool& target) {
+    for (int const size : kSizes) {
+      int const root = (size + 2) % mSize;
+      Bytes data(static_cast<std::size_t>(size), mRank == root ? source : target);
+      if (mRank == root) FillOwn(data.Data(), size);
+
+      EXPECT_EQ(mComm.Bcast(data.Data(), size, DATATYPE_BYTE, root), STATUS_OK);
+
+      int wrong = 0;
+      for (int i = 0; i < size; ++i)
+        wrong += data[i] != ByteOf(root, i) ? 1 : 0;
+      EXPECT_EQ(wrong, 0) << size;
+    }
+  });
+}
+
+TEST_P(NodeCommData, ExchangesPiecesOfEveryPair) {
+  WithEveryPool([&](MemoryPool& source, MemoryPool& target) {
+    for (int const size : kSizes) {
+      Pieces const pieces(mSize, size);
+      std::vector<int> const sent(static_cast<std::size_t>(mSize),
+                                  pieces.counts[static_cast<std::size_t>(mRank)]);
+      std::vector<int> const same(static_cast<std::size_t>(mSize), 0);
+      Bytes own(static_cast<std::size_t>(sent[0]), source);
+      Bytes whole(static_cast<std::size_t>(pieces.total), target);
+      FillOwn(own.Data(), sent[0]);
+
+      EXPECT_EQ(
+          mComm.Alltoallv(own.Data(), sent.data(), same.data(), DATATYPE_BYTE, whole.Data(),
+                          pieces.counts.data(), pieces.displs.data(), DATATYPE_BYTE),
+          STATUS_OK);
+
+      ExpectPieces(pieces, whole);
+    }
+  });
+}
+
+TEST_P(NodeCommData, PassesMessagesRound) {
+  int const next = (mRank + 1) % mSize;
+  int const before = (mRank + mSize - 1) % mSize;
+  if (mSize == 1) GTEST_SKIP() << "a message to oneself waits for itself";
+  WithEveryPool([&](MemoryPool& source, MemoryPool& target) {
+    for (int const size : kSizes) {
+      Bytes own(static_cast<std::size_t>(size), source);
+      Bytes received(static_cast<std::size_t>(size), target);
+      FillOwn(own.Data(), size);
+
+      // A large message waits for its receiver: the last rank begins.
+      if (mRank != mSize - 1) {
+        EXPECT_EQ(mComm.Send(own.Data(), size, DATATYPE_BYTE, next, 50), STATUS_OK);
+      }
+      EXPECT_EQ(mComm.Recv(received.Data(), size, DATATYPE_BYTE, before, 50), STATUS_OK);
+      if (mRank == mSize - 1) {
+        EXPECT_EQ(mComm.Send(own.Data(), size, DATATYPE_BYTE, next, 50), STATUS_OK);
+      }
+
+      int wrong = 0;
+      for (int i = 0; i < size; ++i)
+        wrong += received[i] != ByteOf(before, i) ? 1 : 0;
+      EXPECT_EQ(wrong, 0) << size;
+    }
+  });
+}
+
+TEST_P(NodeCommData, ReceivesMessagesByTheirTagInAnyOrder) {
+  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+  constexpr int kTags = 7;
+  for (int round = 0; round < 5; ++round) {
+    if (mRank == 0) {
+      for (int tag = 0; tag < kTags; ++tag)
+        EXPECT_EQ(mComm.Send(&tag, 1, DATATYPE_INT, mSize - 1, tag), STATUS_OK);
+    }
+    if (mRank == mSize - 1) {
+      for (int i = 0; i < kTags; ++i) {
+        int const tag = (i * 3 + round) % kTags;
+        int received = -1;
+        EXPECT_EQ(mComm.Recv(&received, 1, DATATYPE_INT, 0, tag), STATUS_OK);
+        EXPECT_EQ(received, tag);
+      }
+    }
+  }
+}
+
+TEST_P(NodeCommData, KeepsMessagesAndCollectivesApart) {
+  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+  int token = mRank == 0 ? 41 : 0;
+  if (mRank == 0) {
+    int const message = 17;
+    EXPECT_EQ(mComm.Send(&message, 1, DATATYPE_INT, 1, 3), STATUS_OK);
+  }
+
+  EXPECT_EQ(mComm.Bcast(&token, 1, DATATYPE_INT, 0), STATUS_OK);
+
+  EXPECT_EQ(token, 41);
+  if (mRank == 1) {
+    int message = 0;
+    EXPECT_EQ(mComm.Recv(&message, 1, DATATYPE_INT, 0, 3), STATUS_OK);
+    EXPECT_EQ(message, 17);
+  }
+}
+
+TEST_P(NodeCommData, GathersInPlace) {
+  for (int const size : {24, 40000}) {
+    std::vector<int> counts(static_cast<std::size_t>(mSize), size);
+    std::vector<int> displs;
+    for (int r = 0; r < mSize; ++r)
+      displs.push_back(r * size);
+    Bytes whole(static_cast<std::size_t>(mSize * size), mShared);
+    FillOwn(whole.Data() + mRank * size, size);
+
+    EXPECT_EQ(mComm.Allgatherv(&Comm::IN_PLACE_OBJ, 0, DATATYPE_BYTE, whole.Data(),
+                               counts.data(), displs.data(), DATATYPE_BYTE),
+              STATUS_OK);
+
+    for (int r = 0; r < mSize; ++r)
+      for (int i = 0; i < size; i += 5)
+        ASSERT_EQ(whole[r * size + i], ByteOf(r, i));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Groups, NodeCommData, ::testing::Values(INT_MAX, 3, 2, 1));
+
+// Failures, where all processes share memory.
+
+class NodeCommFailure : public ::testing::Test {
+ protected:
+  NodeComm const mComm{MPI_COMM_WORLD};
+  int const mRank = mComm.Rank();
+  int const mSize = mComm.Size();
+  NodePool mPool;
+
+  void ExpectTheNextOperationToWork() {
+    int const mine = mRank * 3;
+    std::vector<int> all(static_cast<std::size_t>(mSize), -1);
+    EXPECT_EQ(mComm.Allgather(&mine, 1, DATATYPE_INT, all.data(), 1, DATATYPE_INT), STATUS_OK);
+    for (int r = 0; r < mSize; ++r)
+      EXPECT_EQ(all[static_cast<std::size_t>(r)], r * 3);
+  }
+};
+
+TEST_F(NodeCommFailure, SharesMemoryOnlyWithOthers) {
+  EXPECT_EQ(mComm.Active(), mSize > 1);
+  EXPECT_EQ(NodeComm(MPI_COMM_WORLD, 1).Active(), false);
+}
+
+// Rank 1 sends one byte more than the root expects.
+TEST_F(NodeCommFailure, SizesThatDifferFailOnBothSidesAndStoreNothing) {
+  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+  constexpr int kSize = 10000;
+  Pieces const pieces(2, kSize);
+  std::vector<int> counts(static_cast<std::size_t>(mSize), kSize);
+  std::vector<int> displs;
+  for (int r = 0; r < mSize; ++r)
+    displs.push_back(r * kSize);
+  Bytes whole(static_cast<std::size_t>(kSize * mSize), mPool);
+  std::vector<unsigned char> own(kSize + 1, 0x11);
+  int const sent = mRank == 1 ? kSize + 1 : kSize;
+
+  Outcome const outcome = OutcomeOf([&] {
+    return mComm.Gatherv(own.data(), sent, DATATYPE_BYTE, whole.Data(), counts.data(),
+                         displs.data(), DATATYPE_BYTE, 0);
+  });
+
+  bool const failed = mRank < 2;
+  EXPECT_EQ(outcome.mStatus, failed ? STATUS_COMM_FAILED : STATUS_OK);
+  EXPECT_EQ(outcome.mLog.find("[ERROR] NodeComm::Gatherv failed on rank ") == 0, failed)
+      << outcome.mLog;
+  if (mRank == 0) {
+    for (int r = 0; r < mSize; ++r)
+      EXPECT_EQ(whole[r * kSize], r == 1 ? 0xEE : 0x11) << r;
+  }
+  ExpectTheNextOperationToWork();
+}
+
+TEST_F(NodeCommFailure, SmallSizesThatDifferFailOnTheReceiver) {
+  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+  std::vector<int> counts(static_cast<std::size_t>(mSize), 1);
+  std::vector<int> displs(static_cast<std::size_t>(mSize));
+  std::iota(displs.begin(), displs.end(), 0);
+  std::vector<int> whole(static_cast<std::size_t>(mSize), -1);
+  int const own[2] = {5, 6};
+
+  Outcome const outcome = OutcomeOf([&] {
+    return mComm.Gatherv(own, mRank == 1 ? 2 : 1, DATATYPE_INT, whole.data(), counts.data(),
+                         displs.data(), DATATYPE_INT, 0);
+  });
+
+  EXPECT_EQ(outcome.mStatus, mRank == 0 ? STATUS_COMM_FAILED : STATUS_OK);
+  if (mRank == 0) {
+    EXPECT_EQ(whole[1], -1);
+  }
+  ExpectTheNextOperationToWork();
+}
+
+// One side takes the data for a small message, the other one for a large one.
+TEST_F(NodeCommFailure, SizesOnBothSidesOfAThresholdFail) {
+  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+  Bytes data(20000, mPool);
+  for (bool const largeSent : {false, true}) {
+    int const sent = largeSent ? 20000 : 8;
+    int const expected = largeSent ? 8 : 20000;
+    Outcome outcome;
+    if (mRank == 0)
+      outcome = OutcomeOf([&] { return mComm.Send(data.Data(), sent, DATATYPE_BYTE, 1, 9); });
+    if (mRank == 1)
+      outcome =
+          OutcomeOf([&] { return mComm.Recv(data.Data(), expected, DATATYPE_BYTE, 0, 9); });
+
+    bool const fails = mRank == 1 || (mRank == 0 && largeSent);
+    EXPECT_EQ(outcome.mStatus, fails ? STATUS_COMM_FAILED : STATUS_OK) << largeSent;
+  }
+  ExpectTheNextOperationToWork();
+}
+
+TEST_F(NodeCommFailure, OperationsThatDifferFailOnBothSides) {
+  if (mSize != 2) GTEST_SKIP() << "needs two processes";
+  Bytes data(20000, mPool);
+  int const counts[2] = {10000, 10000};
+  int const displs[2] = {0, 10000};
+
+  Outcome const outcome = OutcomeOf([&] {
+    return mRank == 0 ? mComm.Bcast(data.Data(), 10000, DATATYPE_BYTE, 0)
+                      : mComm.Scatterv(data.Data(), counts, displs, DATATYPE_BYTE, data.Data(),
+                                       10000, DATATYPE_BYTE, 0);
+  });
+
+  EXPECT_EQ(outcome.mStatus, STATUS_COMM_FAILED);
+  ExpectTheNextOperationToWork();
+}
+
+// Rank 1 refuses its own arguments and goes on; the root notices when rank 1 comes to the next
+// operation.
+TEST_F(NodeCommFailure, ARankThatLeavesAnOperationOutIsNoticed) {
+  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+  constexpr int kSize = 10000;
+  std::vector<int> counts(static_cast<std::size_t>(mSize), kSize);
+  std::vector<int> displs;
+  for (int r = 0; r < mSize; ++r)
+    displs.push_back(r * kSize);
+  Bytes whole(static_cast<std::size_t>(kSize * mSize), mPool);
+  std::vector<unsigned char> own(kSize, 0x11);
+
+  Outcome const outcome = OutcomeOf([&] {
+    return mComm.Gatherv(own.data(), mRank == 1 ? -1 : kSize, DATATYPE_BYTE, whole.Data(),
+                         counts.data(), displs.data(), DATATYPE_BYTE, 0);
+  });
+
+  PavexStatus const others = mRank == 0 ? STATUS_COMM_FAILED : STATUS_OK;
+  // The root is still inside while rank 1 enters this: it fails on neither.
+  ExpectTheNextOperationToWork();
+  EXPECT_EQ(outcome.mStatus, mRank == 1 ? STATUS_INVALID_VALUE : others);
+}
+
+TEST_F(NodeCommFailure, RefusesWhatMpiCommRefuses) {
+  int const one = 1;
+  Outcome const tag = OutcomeOf([&] { return mComm.Send(&one, 1, DATATYPE_INT, 0, -1); });
+  EXPECT_EQ(tag.mStatus, STATUS_INVALID_VALUE);
+  Outcome const root = OutcomeOf([&] { return mComm.Bcast(nullptr, 0, DATATYPE_INT, mSize); });
+  EXPECT_EQ(root.mStatus, STATUS_INVALID_VALUE);
+  EXPECT_NE(root.mLog.find("is outside the communicator"), std::string::npos) << root.mLog;
+}
+
+// Lifetimes.
+
+TEST(NodeCommLifetime, PoolsCommunicatorsAndBlocksEndInAnyOrder) {
+  auto pool = std::make_unique<NodePool>();
+  void* block = nullptr;
+  ASSERT_EQ(pool->Allocate(&block, 100000), STATUS_OK);
+  for (int round = 0; round < 3; ++round) {
+    auto const first = std::make_unique<NodeComm>(MPI_COMM_WORLD);
+    auto second = std::make_unique<NodeComm>(MPI_COMM_WORLD);
+    int token = first->Rank() == 0 ? round : -1;
+
+    EXPECT_EQ(first->Bcast(&token, 1, DATATYPE_INT, 0), STATUS_OK);
+    second.reset();
+    EXPECT_EQ(first->Bcast(&token, 1, DATATYPE_INT, 0), STATUS_OK);
+
+    EXPECT_EQ(token, round);
+  }
+  std::memset(block, 1, 100000);
+  pool->Deallocate(block, 100000);
+  pool.reset();
+}
+
+}  // namespace
+}  // namespace Pavex

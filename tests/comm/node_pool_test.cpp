@@ -1,0 +1,115 @@
+#include "pavex/comm/node_pool.h"
+
+#include "pavex/comm/node_arena.h"
+
+#include <cstdint>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <vector>
+
+namespace Pavex {
+namespace {
+
+// Whether the page at `address` has memory.
+bool IsResident(void* address) {
+  auto const page = reinterpret_cast<std::uintptr_t>(address) / 4096 * 4096;
+  unsigned char resident = 0;
+  EXPECT_EQ(mincore(reinterpret_cast<void*>(page), 1, &resident), 0);
+  return (resident & 1) != 0;
+}
+
+bool IsShared(void const* block, std::size_t bytes) {
+  return NodeArena::OfProcess()->OffsetOf(block, bytes) != NodeArena::kOutside;
+}
+
+// These run first, before this process has shared memory: each in a process of its own.
+using NodePoolDeathTest = ::testing::Test;
+
+int WithLimit(int resource, rlim_t bytes) {
+  rlimit const limit{bytes, bytes};
+  setrlimit(static_cast<__rlimit_resource>(resource), &limit);
+  NodePool pool;
+  void* block = nullptr;
+  if (pool.Active() || pool.Allocate(&block, 1 << 20) != STATUS_OK) return 1;
+  std::memset(block, 1, 1 << 20);
+  pool.Deallocate(block, 1 << 20);
+  return 0;
+}
+
+TEST_F(NodePoolDeathTest, WorksAsAMemoryPoolWhereFilesAreLimited) {
+  EXPECT_EXIT(_exit(WithLimit(RLIMIT_FSIZE, 1 << 20)), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(NodePoolDeathTest, WorksAsAMemoryPoolWhereAddressesAreLimited) {
+  EXPECT_EXIT(_exit(WithLimit(RLIMIT_AS, rlim_t{1} << 30)), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(NodePoolDeathTest, WorksAsAMemoryPoolWithoutDescriptors) {
+  EXPECT_EXIT(_exit(WithLimit(RLIMIT_NOFILE, 3)), testing::ExitedWithCode(0), "");
+}
+
+TEST(NodePool, SharesItsBlocksOfEverySize) {
+  NodePool pool;
+  ASSERT_TRUE(pool.Active());
+  for (std::size_t const bytes : {1, 64, 5000, 131072, 9000000}) {
+    void* block = nullptr;
+
+    ASSERT_EQ(pool.Allocate(&block, bytes), STATUS_OK);
+
+    EXPECT_TRUE(IsShared(block, bytes)) << bytes;
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % 64, 0U) << bytes;
+    std::memset(block, 0xAB, bytes);
+    pool.Deallocate(block, bytes);
+  }
+}
+
+TEST(NodePool, ReturnsTheMemoryOfLargeBlocksToTheSystem) {
+  constexpr std::size_t kBytes = 16 << 20;
+  NodePool pool;
+  void* block = nullptr;
+  ASSERT_EQ(pool.Allocate(&block, kBytes), STATUS_OK);
+  std::memset(block, 1, kBytes);
+  void* const middle = static_cast<unsigned char*>(block) + kBytes / 2;
+  ASSERT_TRUE(IsResident(middle));
+
+  pool.Deallocate(block, kBytes);
+  ASSERT_TRUE(IsResident(middle));
+  pool.ReleaseCached();
+
+  EXPECT_FALSE(IsResident(middle));
+}
+
+TEST(NodePool, KeepsBlocksApart) {
+  NodePool first;
+  NodePool second;
+  std::vector<std::pair<unsigned char*, std::size_t>> blocks;
+  for (int i = 0; i < 400; ++i) {
+    auto const bytes =
+        static_cast<std::size_t>(1 + i * i * 7 % 9000 + (i % 50 == 0 ? 200000 : 0));
+    void* block = nullptr;
+    ASSERT_EQ((i % 2 == 0 ? first : second).Allocate(&block, bytes), STATUS_OK);
+    std::memset(block, i % 251, bytes);
+    blocks.emplace_back(static_cast<unsigned char*>(block), bytes);
+  }
+  for (int i = 0; i < 400; ++i) {
+    auto const& [block, bytes] = blocks[static_cast<std::size_t>(i)];
+    ASSERT_EQ(block[0], i % 251);
+    ASSERT_EQ(block[bytes - 1], i % 251);
+    (i % 2 == 0 ? first : second).Deallocate(block, bytes);
+  }
+  EXPECT_EQ(first.BytesInUse() + second.BytesInUse(), 0U);
+}
+
+TEST(NodePool, RefusesMoreThanTheMachineHas) {
+  NodePool pool;
+  void* block = nullptr;
+
+  EXPECT_EQ(pool.Allocate(&block, std::size_t{1} << 50), STATUS_OUT_OF_MEMORY);
+
+  EXPECT_EQ(pool.LastRefused(), std::size_t{1} << 50);
+}
+
+}  // namespace
+}  // namespace Pavex

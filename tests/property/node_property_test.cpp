@@ -1,0 +1,47 @@
+#include "pavex/comm/node_comm.h"
+#include "pavex/comm/node_pool.h"
+#include "pavex/runtime/log.h"
+#include "tests/property/property.h"
+
+#include <climits>
+#include <gtest/gtest.h>
+
+namespace Pavex {
+namespace {
+
+// Where processes keep their core while MPI waits, a job with more of them than cores crawls.
+#ifdef MPICH_VERSION
+constexpr long kCases = 500;
+#else
+constexpr long kCases = 5000;
+#endif
+
+// Some ranks have shared blocks, others plain ones; at most `largest` processes share memory.
+void RunCases(int largest, bool (*shares)(int rank)) {
+  auto const comm = std::make_shared<NodeComm>(MPI_COMM_WORLD, largest);
+  NodePool shared;
+  MemoryPool* const source = shares(comm->Rank()) ? &shared : nullptr;
+  auto const options = PropertyOptions::FromEnvironment(kCases);
+  Log::mMaxLogLevel = -1;  // refusals are part of the cases
+  for (long number = options.first; number < options.first + options.cases; ++number) {
+    std::string const difference = RunCase(options.seed, number, comm, source);
+    // Ends the job: the other ranks would wait for this one.
+    if (!difference.empty()) FAIL() << difference << " node_property_test";
+  }
+  Log::mMaxLogLevel = LOG_ERROR;
+}
+
+TEST(AggregatorPropertyOverSharedMemory, GathersUpdatesAndScattersAsTheModel) {
+  RunCases(INT_MAX, [](int) { return true; });
+}
+
+TEST(AggregatorPropertyOverSharedMemory, TakesPlainBlocksOfSomeRanks) {
+  RunCases(INT_MAX, [](int rank) { return rank % 2 == 1; });
+}
+
+TEST(AggregatorPropertyOverSharedMemory, CrossesBetweenGroupsThatShareNoMemory) {
+  RunCases(2, [](int) { return true; });
+}
+
+}  // namespace
+}  // namespace Pavex
