@@ -3,6 +3,8 @@
 
 #include "bench/runner.h"
 #include "pavex/comm/mpi_comm.h"
+#include "pavex/comm/node_comm.h"
+#include "pavex/comm/node_pool.h"
 #include "pavex/pavex.h"
 
 #include <algorithm>
@@ -190,10 +192,12 @@ class HandWritten {
   std::unique_ptr<double[]> mValues;
 };
 
-// The gather of the same piece by Pavex.
+// Gathers the same piece with Pavex, over MPI alone or with memory that the processes of a node
+// share.
+template <typename CommType, typename PoolType>
 struct Gatherer {
-  std::shared_ptr<Comm> comm = std::make_shared<MpiComm>(MPI_COMM_WORLD);
-  MemoryPool pool;
+  std::shared_ptr<Comm> comm = std::make_shared<CommType>(MPI_COMM_WORLD);
+  PoolType pool;
   Aggregator<double, int> aggregator{&pool};
   bool correct = true;
 
@@ -201,7 +205,16 @@ struct Gatherer {
   void Gather(MatrixBase const& local) { Expect(aggregator.Gather(comm, local, true)); }
   void Allgather(MatrixBase const& local) { Expect(aggregator.Allgather(comm, local, true)); }
   void Update(MatrixBase const& local) { Expect(aggregator.Update(local)); }
+
+  // The first gather of an application, into new arrays.
+  void GatherFresh(MatrixBase const& local) {
+    PoolType fresh;
+    Aggregator<double, int> first(&fresh);
+    Expect(first.Gather(comm, local, true));
+  }
 };
+using MpiGatherer = Gatherer<MpiComm, MemoryPool>;
+using NodeGatherer = Gatherer<NodeComm, NodePool>;
 
 // The repeated operations: gathers, updates of one gathered matrix, or both in turn.
 struct Kind {
@@ -215,6 +228,20 @@ constexpr Kind kKinds[] = {{"gathers", true, false, false},
                            {"gather, update", true, true, false},
                            {"gathers to all", true, false, true}};
 
+// The greatest allowed ratios over shared memory, by the column of kKinds: below 16, from 16
+// on, from 64 on, from 160 on.
+constexpr double kNodeLimits[][4] = {{0.60, 0.65, 0.55, 0.40},
+                                     {0.40, 0.50, 0.50, 0.38},
+                                     {0.60, 0.65, 0.55, 0.40},
+                                     {0.50, 0.80, 0.60, 0.42}};
+
+double NodeLimit(long n, Kind const& kind) {
+  double const* const limits = kNodeLimits[&kind - kKinds];
+  if (n < 16) return limits[0];
+  if (n < 64) return limits[1];
+  return limits[n < 160 ? 2 : 3];
+}
+
 constexpr long kEdges[] = {8, 12, 16, 24, 32, 48, 64, 96, 160};
 
 // The greatest allowed ratio of a repetition.
@@ -225,12 +252,14 @@ double Limit(long n) {
 
 void MeasureOperator(Runner* runner, long n, Kind const& kind) {
   Band const band(n);
-  Gatherer gatherer;
+  MpiGatherer overMpi;
+  NodeGatherer overNode;
   HandWritten hand(band, kind.toAll);
-  auto const gather = [&] {
+  auto const gather = [&](auto& gatherer) {
     kind.toAll ? gatherer.Allgather(band.csr) : gatherer.Gather(band.csr);
   };
-  gather();
+  gather(overMpi);
+  gather(overNode);
   hand.Gather();
 
   // A small gather takes microseconds: many of them make one repetition.
@@ -242,12 +271,16 @@ void MeasureOperator(Runner* runner, long n, Kind const& kind) {
       if (kind.updates) hand.Update();
     }
   });
-  auto const byPavex = team.Add([&] {
-    for (long i = 0; i < count; ++i) {
-      if (kind.gathers) gather();
-      if (kind.updates) gatherer.Update(band.csr);
-    }
-  });
+  auto const repeat = [&](auto& gatherer) {
+    return team.Add([&] {
+      for (long i = 0; i < count; ++i) {
+        if (kind.gathers) gather(gatherer);
+        if (kind.updates) gatherer.Update(band.csr);
+      }
+    });
+  };
+  auto const byMpi = repeat(overMpi);
+  auto const byNode = repeat(overNode);
 
   if (runner == nullptr) {
     team.Follow();
@@ -257,24 +290,26 @@ void MeasureOperator(Runner* runner, long n, Kind const& kind) {
   double const megabytes = static_cast<double>(7 * n * n * n) * 12e-6;
   std::snprintf(label, sizeof label, "n = %ld, %.3g MB, %ld x", n, megabytes, count);
   runner->Compare(label, {std::string("MPI ") + kind.name, byHand},
-                  {{"Pavex", byPavex, Limit(n)}});
+                  {{"MpiComm", byMpi, Limit(n)}, {"NodeComm", byNode, NodeLimit(n, kind)}});
   Team::Dismiss();
-  runner->Expect(gatherer.correct, "every operation succeeds, n = " + std::to_string(n));
+  runner->Expect(overMpi.correct && overNode.correct,
+                 "every operation succeeds, n = " + std::to_string(n));
 }
 
 // The first gather of an application, into new arrays on both sides.
 void MeasureFirst(Runner* runner, long n) {
   Band const band(n);
-  Gatherer gatherer;
-  gatherer.Gather(band.csr);
+  MpiGatherer overMpi;
+  NodeGatherer overNode;
+  HandWritten hand(band, false);
+  hand.Gather();
+  overMpi.Gather(band.csr);
   Team team;
   auto const handFresh = team.Add([&] { HandWritten(band, false).Gather(); });
-  auto const first = team.Add([&] {
-    MemoryPool pool;
-    Aggregator<double, int> aggregator(&pool);
-    gatherer.Expect(aggregator.Gather(gatherer.comm, band.csr, true));
-  });
-  auto const repeated = team.Add([&] { gatherer.Gather(band.csr); });
+  auto const first = team.Add([&] { overMpi.GatherFresh(band.csr); });
+  auto const repeated = team.Add([&] { overMpi.Gather(band.csr); });
+  auto const handWarm = team.Add([&] { hand.Gather(); });
+  auto const nodeFirst = team.Add([&] { overNode.GatherFresh(band.csr); });
 
   if (runner == nullptr) {
     team.Follow();
@@ -282,20 +317,23 @@ void MeasureFirst(Runner* runner, long n) {
   }
   runner->Compare("CSR to rank 0, n = " + std::to_string(n), {"fresh arrays", handFresh},
                   {{"first", first, 0.6}, {"repeated", repeated, 0.4}});
+  runner->Compare("CSR to rank 0, n = " + std::to_string(n), {"warm MPI calls", handWarm},
+                  {{"first, NodeComm", nodeFirst, 1.0}});
   Team::Dismiss();
-  runner->Expect(gatherer.correct, "every first gather succeeds");
+  runner->Expect(overMpi.correct && overNode.correct, "every first gather succeeds");
 }
 
 // Moves row bands of a column-major matrix to rank 0 and back. The baseline moves packed pieces
 // by MPI and copies them into place run by run.
-void MeasureDense(Runner* runner, long rows, long cols) {
+void MeasureDense(Runner* runner, long rows, long cols, double nodeLimit) {
   long const begin = rows * Rank() / Size();
   long const mine = rows * (Rank() + 1) / Size() - begin;
   std::vector<double> values(static_cast<std::size_t>(mine * cols), 1.0 + Rank());
   auto local = MatrixDense<double, int>::Borrow(mine, cols, false, mine, values.data());
   local.PlaceIn(rows, cols, MatrixPartition::RowWise(begin));
 
-  Gatherer root;
+  MpiGatherer root;
+  NodeGatherer node;
   std::vector<int> counts;
   std::vector<int> displs;
   for (int p = 0; p < Size(); ++p) {
@@ -324,12 +362,14 @@ void MeasureDense(Runner* runner, long rows, long cols) {
     forEachRun([](double* to, double const* from, std::size_t n) { std::memcpy(to, from, n); });
   });
   auto const gather = team.Add([&] { root.Gather(local); });
+  auto const nodeGather = team.Add([&] { node.Gather(local); });
   auto const handScatter = team.Add([&] {
     forEachRun([](double const* from, double* to, std::size_t n) { std::memcpy(to, from, n); });
     MPI_Scatterv(packed.data(), counts.data(), displs.data(), MPI_DOUBLE, values.data(), sent,
                  MPI_DOUBLE, 0, MPI_COMM_WORLD);
   });
   auto const scatter = team.Add([&] { root.Expect(root.aggregator.Scatter(local)); });
+  auto const nodeScatter = team.Add([&] { node.Expect(node.aggregator.Scatter(local)); });
 
   if (runner == nullptr) {
     team.Follow();
@@ -337,11 +377,11 @@ void MeasureDense(Runner* runner, long rows, long cols) {
   }
   std::string const label = std::to_string(rows) + " x " + std::to_string(cols);
   runner->Compare("dense to rank 0, " + label, {"MPI calls", handGather},
-                  {{"Pavex", gather, 1.0}});
+                  {{"MpiComm", gather, 1.0}, {"NodeComm", nodeGather, nodeLimit}});
   runner->Compare("dense back, " + label, {"MPI calls", handScatter},
-                  {{"Pavex", scatter, 1.0}});
+                  {{"MpiComm", scatter, 1.0}, {"NodeComm", nodeScatter, nodeLimit}});
   Team::Dismiss();
-  runner->Expect(root.correct, "every dense operation succeeds");
+  runner->Expect(root.correct && node.correct, "every dense operation succeeds");
 }
 
 int Main(int argc, char** argv) {
@@ -356,7 +396,8 @@ int Main(int argc, char** argv) {
     for (long const edge : kEdges)
       if (edge <= n) MeasureOperator(mine, edge, kind);
   MeasureFirst(mine, n);
-  MeasureDense(mine, 262144, 32);
+  MeasureDense(mine, 262144, 32, 0.35);
+  MeasureDense(mine, 512, 4096, 0.5);
   return Rank() == 0 ? runner.Finish() : 0;
 }
 
