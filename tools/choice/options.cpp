@@ -34,7 +34,8 @@ constexpr Word<LogLevel> kLevels[] = {{LogLevel::SILENT, "silent"},
                                       {LogLevel::FATAL, "fatal"},
                                       {LogLevel::ERROR, "error"},
                                       {LogLevel::DEBUG, "debug"}};
-constexpr Word<CommKind> kComms[] = {{CommKind::MPI, "mpi"}, {CommKind::LOCAL, "local"}};
+constexpr Word<CommKind> kComms[] = {
+    {CommKind::NODE, "node"}, {CommKind::MPI, "mpi"}, {CommKind::LOCAL, "local"}};
 
 template <typename Choice, std::size_t N>
 char const* Find(Word<Choice> const (&words)[N], Choice choice) {

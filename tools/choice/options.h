@@ -15,8 +15,9 @@ enum class Partition { ROWS, COLUMNS, ENTRIES, ONE, ALL };
 enum class ValueKind { FLOAT, DOUBLE, COMPLEX_FLOAT, COMPLEX_DOUBLE };
 enum class IndexKind { INT, LONG };
 enum class LogLevel { SILENT, FATAL, ERROR, DEBUG };
-// How the ranks run: as processes under MPI, or as threads of one process.
-enum class CommKind { MPI, LOCAL };
+// How the ranks run: as processes under MPI that share memory on each node, as processes that
+// do not, or as threads of one process.
+enum class CommKind { NODE, MPI, LOCAL };
 
 constexpr int kDefaultRanks = 4;  // used unless MPI gives the number
 

@@ -13,6 +13,7 @@
 #include "tools/matrix/verify.h"
 #include "tools/matrix/write_gathered.h"
 #include "tools/ranks/collect.h"
+#include "tools/ranks/mpi_process.h"
 #include "tools/ranks/timing.h"
 
 #include <algorithm>
@@ -29,7 +30,7 @@ template <typename T, typename I>
 class GatherRank {
  public:
   GatherRank(std::shared_ptr<Comm> comm, Source const& source, GatherOptions const& options)
-      : mComm(std::move(comm)), mSource(source), mOptions(options), mAggregator(&mPool) {}
+      : mComm(std::move(comm)), mSource(source), mOptions(options), mAggregator(mPool.get()) {}
 
   // `result` is set on one rank of each process, rank 0 among them.
   void Run(GatherResult* result);
@@ -57,7 +58,7 @@ class GatherRank {
   std::vector<Timing> mTimings;
 
   // The order matters: members are destroyed bottom up, and the upper ones are needed longest.
-  MemoryPool mPool;
+  std::unique_ptr<MemoryPool> mPool = MakePool(*mComm);
   std::unique_ptr<LocalMatrix<T, I>> mLocal;
   Aggregator<T, I> mAggregator;
 };
@@ -79,7 +80,7 @@ void GatherRank<T, I>::Run(GatherResult* result) {
     result->mPattern = PatternOf<T, I>(*mAggregator.Target(), pieces, mOptions.mPartition);
   if (mOptions.mScatter) Scatter();
 
-  mRecord.mPeakPoolBytes = static_cast<long>(mPool.PeakBytesInUse());
+  mRecord.mPeakPoolBytes = static_cast<long>(mPool->PeakBytesInUse());
   std::vector<RankRecord> records = FromEveryRank(*mComm, mRecord);
   if (result == nullptr) return;
   result->mReport.mRanks = std::move(records);
@@ -111,7 +112,7 @@ template <typename T, typename I>
 template <typename Operation>
 void GatherRank<T, I>::Time(char const* step, Operation const& operation) {
   mTimings.push_back(
-      {step, TimeTogether(*mComm, mPool, std::string("the ") + step, operation), 0});
+      {step, TimeTogether(*mComm, *mPool, std::string("the ") + step, operation), 0});
 }
 
 template <typename T, typename I>

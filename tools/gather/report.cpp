@@ -80,7 +80,8 @@ std::string Head(GatherReport const& report) {
          options.mWithValues ? "" : "the pattern without ", NameOf(report.mValue),
          NameOf(options.mIndex), Cut(options.mPartition).c_str(),
          options.mToAll ? "every rank" : "rank 0");
-  if (report.mComm == CommKind::MPI) text += ", over MPI";
+  if (report.mComm != CommKind::LOCAL) text += ", over MPI";
+  if (report.mComm == CommKind::NODE) text += " with shared memory";
   return text + "\n";
 }
 

@@ -34,33 +34,37 @@ void Print(std::string const& message) {
 // The ranks are the processes; one lives here.
 class MpiRanks final : public Ranks {
  public:
-  explicit MpiRanks(std::shared_ptr<Comm> world) : mWorld(std::move(world)) {}
+  explicit MpiRanks(MpiProcess const& process)
+      : mWorld(process.World()),
+        mKind(process.SharesMemory() ? CommKind::NODE : CommKind::MPI) {}
 
-  CommKind Kind() const override { return CommKind::MPI; }
+  CommKind Kind() const override { return mKind; }
   int Count() const override { return mWorld->Size(); }
   int FirstHere() const override { return mWorld->Rank(); }
   void Run(Body const& body) override { body(mWorld); }
 
  private:
   std::shared_ptr<Comm> mWorld;
+  CommKind mKind;
 };
 
 }  // namespace
 
 bool Job::WantsMpi(std::optional<CommKind> comm) const {
-  if (comm) return *comm == CommKind::MPI;
+  if (comm) return *comm != CommKind::LOCAL;
   return mLaunch.IsJob() || AnnouncedBy(OwnMpi()).mSize > 0;
 }
 
 void Job::Start(std::optional<CommKind> comm) {
-  mMpi = StartMpi();
+  mMpi = StartMpi(comm.value_or(CommKind::NODE) == CommKind::NODE);
   if (mLaunch.IsJob() && (mMpi == nullptr || mMpi->World()->Size() == 1)) {
     if (mMpi != nullptr) mMpi->Finish();
     mMpi.reset();
     RefuseCopies(mLaunch);
   }
   if (comm && mMpi == nullptr)
-    throw InputError("--comm mpi: this pavex was built without MPI, which PAVEX_MPI=ON adds");
+    throw InputError(std::string("--comm ") + NameOf(*comm) +
+                     ": this pavex was built without MPI, which PAVEX_MPI=ON adds");
 }
 
 std::unique_ptr<Ranks> Job::MakeRanks(std::optional<CommKind> comm, std::optional<int> count) {
@@ -73,7 +77,7 @@ std::unique_ptr<Ranks> Job::MakeRanks(std::optional<CommKind> comm, std::optiona
     throw InputError("--ranks " + std::to_string(*count) + " in an MPI job whose size is " +
                      std::to_string(processes) +
                      ": leave it out, or use --comm local for threads of one process");
-  return std::make_unique<MpiRanks>(mMpi->World());
+  return std::make_unique<MpiRanks>(*mMpi);
 }
 
 void Job::Finish() {

@@ -1,6 +1,8 @@
 #include "tools/ranks/mpi_process.h"
 
 #include "pavex/comm/mpi_comm.h"
+#include "pavex/comm/node_comm.h"
+#include "pavex/comm/node_pool.h"
 #include "tools/choice/job_error.h"
 
 #include <chrono>
@@ -13,11 +15,19 @@ namespace {
 
 class LiveProcess final : public MpiProcess {
  public:
-  LiveProcess() : mWorld(std::make_shared<MpiComm>(MPI_COMM_WORLD)) {
+  explicit LiveProcess(bool shareMemory) {
+    if (shareMemory) {
+      auto const node = std::make_shared<NodeComm>(MPI_COMM_WORLD);
+      mSharesMemory = node->Active();
+      mWorld = node;
+    } else {
+      mWorld = std::make_shared<MpiComm>(MPI_COMM_WORLD);
+    }
     MPI_Comm_dup(MPI_COMM_WORLD, &mArrivals);
   }
 
   std::shared_ptr<Comm> const& World() const override { return mWorld; }
+  bool SharesMemory() const override { return mSharesMemory; }
 
   bool AllArrive(double seconds) const override {
     using Clock = std::chrono::steady_clock;
@@ -45,6 +55,7 @@ class LiveProcess final : public MpiProcess {
 
  private:
   std::shared_ptr<Comm> mWorld;
+  bool mSharesMemory = false;
   MPI_Comm mArrivals = MPI_COMM_NULL;  // for AllArrive alone, so that it meets no other call
 };
 
@@ -72,12 +83,17 @@ std::string OwnMpiName() {
   return "another MPI";
 }
 
-std::unique_ptr<MpiProcess> StartMpi() {
+std::unique_ptr<MpiProcess> StartMpi(bool shareMemory) {
   int provided = 0;
   if (MPI_Init_thread(nullptr, nullptr, MPI_THREAD_FUNNELED, &provided) != MPI_SUCCESS)
     throw JobError("MPI cannot be initialised");
   if (provided < MPI_THREAD_FUNNELED) throw JobError("this MPI does not support threads");
-  return std::make_unique<LiveProcess>();
+  return std::make_unique<LiveProcess>(shareMemory);
+}
+
+std::unique_ptr<MemoryPool> MakePool(Comm const& comm) {
+  if (dynamic_cast<NodeComm const*>(&comm) != nullptr) return std::make_unique<NodePool>();
+  return std::make_unique<MemoryPool>();
 }
 
 }  // namespace Pavex::Tool

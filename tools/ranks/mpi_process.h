@@ -3,6 +3,7 @@
 #pragma once
 
 #include "pavex/runtime/comm.h"
+#include "pavex/runtime/memory_pool.h"
 #include "tools/ranks/launch.h"
 
 #include <memory>
@@ -17,6 +18,9 @@ class MpiProcess {
 
   // Over all processes of the job.
   virtual std::shared_ptr<Comm> const& World() const = 0;
+
+  // Whether processes of this node exchange arrays through memory that they share.
+  virtual bool SharesMemory() const = 0;
 
   // Whether every process of the job calls this within `seconds`. It is collective if they do,
   // and does not wait longer if they do not.
@@ -35,8 +39,11 @@ class MpiProcess {
 MpiKind OwnMpi();
 std::string OwnMpiName();
 
-// At most once in a process. Throws JobError if MPI cannot be used; a null pointer in a build
-// without MPI.
-std::unique_ptr<MpiProcess> StartMpi();
+// At most once in a process. `shareMemory`: on each node, if the system permits it. Throws
+// JobError if MPI cannot be used; a null pointer in a build without MPI.
+std::unique_ptr<MpiProcess> StartMpi(bool shareMemory);
+
+// A pool whose blocks `comm` serves best.
+std::unique_ptr<MemoryPool> MakePool(Comm const& comm);
 
 }  // namespace Pavex::Tool

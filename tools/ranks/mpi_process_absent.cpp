@@ -12,8 +12,12 @@ std::string OwnMpiName() {
   return "";
 }
 
-std::unique_ptr<MpiProcess> StartMpi() {
+std::unique_ptr<MpiProcess> StartMpi(bool /*shareMemory*/) {
   return nullptr;
+}
+
+std::unique_ptr<MemoryPool> MakePool(Comm const& /*comm*/) {
+  return std::make_unique<MemoryPool>();
 }
 
 }  // namespace Pavex::Tool

@@ -41,7 +41,7 @@ std::unique_ptr<Source> OpenRhs(std::string const& path, Source const& source,
 // A process with one rank forgets the rows of the others.
 void KeepOwnRows(Source& rhs, Extent const& whole, CutOptions const& options,
                  Ranks const& ranks) {
-  if (ranks.Kind() != CommKind::MPI) return;
+  if (ranks.Kind() == CommKind::LOCAL) return;
   Piece rows = CutRows(whole, options, ranks.Count(), ranks.FirstHere());
   rows.mColEnd = rhs.Whole().mCols;
   rows.mEntryEnd = rhs.Whole().mEntries;

@@ -12,6 +12,7 @@
 #include "tools/matrix/piece_product.h"
 #include "tools/matrix/write_gathered.h"
 #include "tools/ranks/collect.h"
+#include "tools/ranks/mpi_process.h"
 #include "tools/ranks/out_of_memory.h"
 #include "tools/ranks/timing.h"
 #include "tools/solve/known_problem.h"
@@ -40,8 +41,8 @@ class SolveRank {
       : mComm(std::move(comm)),
         mProblem(problem),
         mOptions(problem.mOptions.mOperator),
-        mOperator(&mPool),
-        mRhs(&mPool) {}
+        mOperator(mPool.get()),
+        mRhs(mPool.get()) {}
 
   // `result` is set on rank 0 alone.
   void Run(SolveResult* result);
@@ -76,7 +77,7 @@ class SolveRank {
   std::vector<SolveStep> mSteps;
 
   // The order matters: members are destroyed bottom up, and the upper ones are needed longest.
-  MemoryPool mPool;
+  std::unique_ptr<MemoryPool> mPool = MakePool(*mComm);
   std::unique_ptr<LocalMatrix<T, I>> mLocal;
   std::vector<T> mFormer;   // values of mLocal one step ago
   std::vector<T> mCurrent;  // now, from step 1 on
@@ -177,9 +178,9 @@ void SolveRank<T, I>::Transmit() {
   SolveStep& step = mSteps.back();
   char const* const what = first ? "the gather" : "the update";
   step.mOperator.mSeconds =
-      TimeTogether(*mComm, mPool, what, [&] { return send(mOperator, a); });
+      TimeTogether(*mComm, *mPool, what, [&] { return send(mOperator, a); });
   step.mOperator.mBytes = arrived(mOperator, a);
-  step.mRhs.mSeconds = TimeTogether(*mComm, mPool, what, [&] { return send(mRhs, b); });
+  step.mRhs.mSeconds = TimeTogether(*mComm, *mPool, what, [&] { return send(mRhs, b); });
   step.mRhs.mBytes = arrived(mRhs, b);
 }
 
@@ -219,15 +220,15 @@ void SolveRank<T, I>::Scatter() {
   MatrixDense<T, I>& x = mX->Matrix();
   Transfer& scatter = mSteps.back().mScatter;
   scatter.mSeconds =
-      TimeTogether(*mComm, mPool, "the scatter", [&] { return mRhs.Scatter(x); });
+      TimeTogether(*mComm, *mPool, "the scatter", [&] { return mRhs.Scatter(x); });
   scatter.mBytes = SumOfAll(*mComm, x.NNZ() * static_cast<long>(sizeof(T)));
 }
 
 // Of the scattered pieces, with which the solution comes together on every rank once more.
 template <typename T, typename I>
 void SolveRank<T, I>::Measure() {
-  Aggregator<T, I> solution(&mPool);
-  RequireWithin(mPool, solution.Allgather(mComm, mX->Matrix(), true),
+  Aggregator<T, I> solution(mPool.get());
+  RequireWithin(*mPool, solution.Allgather(mComm, mX->Matrix(), true),
                 "the exchange of the solutions", *mComm);
   Elements<T, I> const x(*solution.Target());
   auto const xAt = [&x](long row, long column) {

@@ -77,8 +77,14 @@ foreach(processes 1 2 4)
   command_job(file.csr ${processes} succeeds ${verified} ${file} --format csr --updates 1)
   command_job(file.dense ${processes} succeeds ${verified} ${file} --format dense-row --scatter)
   command_job(over_mpi ${processes} succeeds
-              "coo of double with int indices, cut by rows, gathered on rank 0, over MPI" ${generated})
+              "coo of double with int indices, cut by rows, gathered on rank 0, over MPI"
+              ${generated} --comm mpi)
+  command_job(csr.mpi_alone ${processes} succeeds ${verified} ${generated} --format csr --to all
+              --comm mpi)
 endforeach()
+command_job(over_shared_memory 3 succeeds
+            "csr of double with int indices, cut by rows, gathered on rank 0, over MPI with shared memory"
+            ${generated} --format csr --comm node)
 command_job(held_elsewhere 4 succeeds ${verified} ${file} --partition one --holder 2)
 command_job(ranks 2 succeeds ${verified} ${generated} --ranks 2)
 command_job(local 1 succeeds "coo of double with int indices, cut by rows, gathered on rank 0"

@@ -8,7 +8,7 @@ _pavex_choices() {
     --to) echo root all ;;
     --value) echo float double complex-float complex-double ;;
     --index) echo int long ;;
-    --comm) echo mpi local ;;
+    --comm) echo node mpi local ;;
     --log-level) echo silent fatal error debug ;;
     --generate) echo poisson2d: poisson3d: convection2d: convection3d: random: dense: ;;
   esac
