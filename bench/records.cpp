@@ -55,19 +55,8 @@ MatrixCSR<double, int> Band(long rank, long processes) {
 // The records of the processes of such a job.
 Records BandRecords(long processes) {
   Records records(static_cast<std::size_t>(processes));
-  for (long rank = 0; rank < processes; ++rank) {
-    MatrixCSR<double, int> const band = Band(rank, processes);
-    MatrixLocalInfo& record = records[static_cast<std::size_t>(rank)];
-    record = MatrixLocalInfo{};
-    record.withValues = true;
-    record.storeType = band.StoreType();
-    record.partition = band.mPartition;
-    record.globalRows = band.mGlobalRows;
-    record.globalCols = band.mGlobalCols;
-    record.rows = band.mRows;
-    record.cols = band.mCols;
-    record.nnz = band.NNZ();
-  }
+  for (long rank = 0; rank < processes; ++rank)
+    records[static_cast<std::size_t>(rank)] = RecordOf(Band(rank, processes), true);
   return records;
 }
 

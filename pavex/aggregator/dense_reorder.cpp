@@ -193,8 +193,8 @@ struct Block {
   std::size_t count;
 };
 
-// Gathers a block: pieces that together are at most kTileWidth wide meet in the scratch, as
-// they stand in the global layout, and leave from there.
+// Gathers a block. Copies pieces that together are at most kTileWidth wide into the scratch, in
+// the order of the global layout, and writes them to the target from there.
 void MoveToGlobal(Pieces const& pieces, Block block, std::size_t ld, char const* comm,
                   char* global, Out const& out) {
   alignas(kLine) char scratch[kScratchBytes];
@@ -227,7 +227,7 @@ void MoveToGlobal(Pieces const& pieces, Block block, std::size_t ld, char const*
   }
 }
 
-// Takes a block apart: each piece is packed in the scratch and leaves from there.
+// Scatters a block: packs each piece in the scratch and writes it to the target from there.
 // NOLINTNEXTLINE(readability-non-const-parameter): `comm` is written through the targets
 void MoveToComm(Pieces const& pieces, Block block, std::size_t ld, char* comm,
                 char const* global, Out const& out) {
