@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 #include <sys/mman.h>
 
 namespace Pavex {
@@ -48,8 +49,10 @@ class SystemSource : public BlockSource {
 }  // namespace
 
 BlockSource& BlockSource::System() {
-  // Never destroyed: a pool with static storage may be destroyed later.
-  static auto* const source = new SystemSource;
+  // Never destroyed: a pool with static storage may be destroyed later. No block of the heap, so
+  // that a program that has freed everything holds nothing.
+  alignas(SystemSource) static unsigned char storage[sizeof(SystemSource)];
+  static auto* const source = new (storage) SystemSource;
   return *source;
 }
 
