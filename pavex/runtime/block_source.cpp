@@ -49,8 +49,8 @@ class SystemSource : public BlockSource {
 }  // namespace
 
 BlockSource& BlockSource::System() {
-  // Never destroyed: a pool with static storage may be destroyed later. No block of the heap, so
-  // that a program that has freed everything holds nothing.
+  // Never destroyed: a pool with static storage may be destroyed later. No block of the heap,
+  // so that a program that has freed everything holds nothing.
   alignas(SystemSource) static unsigned char storage[sizeof(SystemSource)];
   static auto* const source = new (storage) SystemSource;
   return *source;
