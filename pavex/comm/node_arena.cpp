@@ -41,7 +41,8 @@ NodeArena* NodeArena::OfProcess() {
     auto made = std::unique_ptr<NodeArena>(new (std::nothrow) NodeArena);
     return made != nullptr && made->Make() ? made.release() : nullptr;
   }();
-  return arena;
+  // A child that was forked has neither the mapping nor a right to the parent's file.
+  return arena != nullptr && arena->mId.pid == getpid() ? arena : nullptr;
 }
 
 bool NodeArena::Make() {

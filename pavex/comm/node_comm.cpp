@@ -69,7 +69,7 @@ struct NodeComm::Shared {
   PavexStatus ShareAll(NodeOperation operation, void const* sendbuf, std::size_t sendbytes,
                        PieceTable const& pieces, MpiCall const& call);
   void TellOwnPiece(PieceTable const& pieces, void const* own);
-  void SpreadFarPieces(PieceTable const& pieces);
+  void SpreadFarPieces(PieceTable const& pieces, bool complete);
 };
 
 NodeComm::NodeComm(MPI_Comm comm) : NodeComm(comm, INT_MAX) {}
@@ -193,14 +193,17 @@ PavexStatus NodeComm::Scatterv(void const* sendbuf, int const* sendcounts, int c
 PavexStatus NodeComm::Alltoallv(void const* sendbuf, int const* sendcounts, int const* sdispls,
                                 Datatype sendtype, void* recvbuf, int const* recvcounts,
                                 int const* rdispls, Datatype recvtype) const {
+  if (UsesMpi())
+    return mMpi.Alltoallv(sendbuf, sendcounts, sdispls, sendtype, recvbuf, recvcounts, rdispls,
+                          recvtype);
+  ++mShared->sequence;
   // In place needs memory of its own, as MPI has it.
-  if (UsesMpi() || sendbuf == &IN_PLACE_OBJ)
+  if (sendbuf == &IN_PLACE_OBJ)
     return mMpi.Alltoallv(sendbuf, sendcounts, sdispls, sendtype, recvbuf, recvcounts, rdispls,
                           recvtype);
   MpiCall call("NodeComm::Alltoallv", Rank(), Size());
   call.Alltoallv(sendbuf, sendcounts, sdispls, sendtype, recvbuf, recvcounts, rdispls,
                  recvtype);
-  ++mShared->sequence;
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   mShared->Begin(NodeOperation::ALLTOALLV, 0, NodeCopier::SENDER);
   for (int r = 0; r < Size(); ++r) {
@@ -261,33 +264,41 @@ PavexStatus NodeComm::Shared::ShareAll(NodeOperation operation, void const* send
   PavexStatus const status = Run(call);
   if (links.Groups().size() == 1) return status;
   Begin(operation, 0, NodeCopier::SENDER);
-  SpreadFarPieces(pieces);
+  SpreadFarPieces(pieces, status == STATUS_OK);
   return RunAfter(status, call);
 }
 
+// Each message is labelled with the owner of its piece.
 void NodeComm::Shared::TellOwnPiece(PieceTable const& pieces, void const* own) {
   int const rank = links.Rank();
   int const group = links.To(rank).group;
   for (int r = 0; r < links.Size(); ++r) {
     if (r == rank) continue;
     bool const together = links.Together(r, rank);
-    if (together || links.Representative(rank, links.To(r).group) == r)
+    if (together || links.Representative(rank, links.To(r).group) == r) {
+      exchange.Label(rank);
       exchange.Send(r, own, pieces.Count(rank), pieces.mType);
-    if (together || links.Representative(r, group) == rank)
+    }
+    if (together || links.Representative(r, group) == rank) {
+      exchange.Label(r);
       exchange.Receive(r, pieces.Data(r), pieces.Count(r), pieces.mType);
+    }
   }
 }
 
-void NodeComm::Shared::SpreadFarPieces(PieceTable const& pieces) {
+// `complete`: whether this rank has all the pieces that it passes on.
+void NodeComm::Shared::SpreadFarPieces(PieceTable const& pieces, bool complete) {
   int const rank = links.Rank();
   int const group = links.To(rank).group;
   for (int r = 0; r < links.Size(); ++r) {
     if (links.Together(r, rank)) continue;
     int const representative = links.Representative(r, group);
     if (representative != rank) {
+      exchange.Label(r);
       exchange.Receive(representative, pieces.Data(r), pieces.Count(r), pieces.mType);
       continue;
     }
+    exchange.Label(complete ? r : NodeExchange::kFailed);
     for (int const member : links.Group()) {
       if (member != rank) exchange.Send(member, pieces.Data(r), pieces.Count(r), pieces.mType);
     }
@@ -320,7 +331,8 @@ PavexStatus NodeComm::Bcast(void* buf, int count, Datatype type, int root) const
   PavexStatus const status = mShared->Run(call);
   if (near) return status;
 
-  mShared->Begin(NodeOperation::BCAST, root, NodeCopier::RECEIVER);
+  mShared->Begin(NodeOperation::BCAST, status == STATUS_OK ? root : NodeExchange::kFailed,
+                 NodeCopier::RECEIVER);
   if (rank != group) exchange.Receive(group, buf, count, type);
   for (int const member : links.Group()) {
     if (rank == group && member != rank) exchange.Send(member, buf, count, type);

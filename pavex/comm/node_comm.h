@@ -23,7 +23,7 @@ class NodeLinks;
 //
 // Communicator and pool need not know each other, and either may be destroyed first. Which way
 // a message goes is decided for each one:
-//   - up to 4 KiB go through a buffer that both processes map; the sender does not wait;
+//   - up to 4 KiB go through a buffer that both processes map; the sender goes on;
 //   - larger ones are stored by the sender where the receiver's block is shared, read by the
 //     receiver where only the sender's is, and go over MPI where neither is;
 //   - messages between nodes, to oneself, Barrier and Allreduce go over MPI.
@@ -32,11 +32,16 @@ class NodeLinks;
 // memory files, limits on file size or address space, /proc not permitted, another PID
 // namespace), all of them agree when the communicator is made to use MPI alone.
 //
-// Failures are those of MpiComm, in lines that begin with "NodeComm::". Processes that enter
-// different operations, or the same one with other roots or sizes, get STATUS_COMM_FAILED on
-// both sides, and nothing is stored; of a small message the receiver alone. A process of the
-// node that ends is STATUS_COMM_FAILED for those that wait. A process that fails alone leaves
-// the others waiting as it would over MPI, until it enters its next operation.
+// Failures are those of MpiComm, in lines that begin with "NodeComm::". On a node, nothing is
+// stored unless sender and receiver agree on operation, root and size: where they do not, both
+// get STATUS_COMM_FAILED (of a small message the receiver alone). Ranks that all wait for each
+// other to send, or to receive, wait for ever, as over MPI. A process that fails alone leaves
+// the others waiting as it would over MPI; they notice when it enters its next operation that
+// moves data (not Barrier, not Allreduce). A process of the node that ends is
+// STATUS_COMM_FAILED for those that wait in an operation over shared memory.
+//
+// A sender waits once 8 of its messages to a rank have not been received, also if they are
+// small.
 //
 // Peers can write into this process's shared blocks: all processes of a job trust each other.
 // Threads: as MpiComm.

@@ -21,13 +21,13 @@ constexpr std::size_t kChunk = std::size_t{64} << 10;
 
 // A process that waits watches the memory for this many looks, then gives its core away between
 // looks.
-constexpr int kBusyWaits = 20;
+constexpr std::uint64_t kBusyWaits = 20;
 // MPI has at least this many tags. Far fewer messages of a ring are under way at once.
 constexpr std::uint64_t kMpiTags = 32768;
 
 // How often a long wait lets MPI work, and looks whether all processes still live.
-constexpr int kWaitsPerProgress = 64;
-constexpr int kWaitsPerWatch = 1024;
+constexpr std::uint64_t kWaitsPerProgress = 64;
+constexpr std::uint64_t kWaitsPerWatch = 1024;
 
 void Pause() {
 #if defined(__x86_64__)
@@ -41,6 +41,17 @@ int SlotOf(std::uint64_t number) {
 
 bool IsNumber(NodeNote::Word word, std::uint64_t number) {
   return NodeNote::NumberOf(word) == number;
+}
+
+// Whether a slot can take message `number`, by the answer in it: only the last answer to the
+// message before frees it. An early grant of `number` itself follows that.
+bool IsFreeFor(NodeNote::Word answer, std::uint64_t number) {
+  std::uint64_t const answered = NodeNote::NumberOf(answer);
+  if (answered >= number) return true;
+  NodeState const state = NodeNote::StateOf(answer);
+  return answered + NodeRing::kSlots == number &&
+         (state == NodeState::TAKEN || state == NodeState::REFUSED ||
+          state == NodeState::OVER_MPI);
 }
 
 }  // namespace
@@ -62,6 +73,10 @@ void NodeExchange::Send(int to, void const* data, long count, Datatype type) {
 
 void NodeExchange::Receive(int from, void* data, long count, Datatype type) {
   Add(false, from, data, count, type);
+}
+
+void NodeExchange::Label(int label) {
+  mLabel = label;
 }
 
 void NodeExchange::Keep(void const* from, std::size_t bytes, void* to, std::size_t room) {
@@ -148,8 +163,12 @@ bool NodeExchange::Wait() {
 
 bool NodeExchange::StepSend(Message& message) {
   NodeLink& link = mLinks.To(message.peer);
-  if (message.phase != Phase::WAITING) return FollowAnswer(message);
   if (link.sendPass == mPass) return false;
+  if (message.phase != Phase::WAITING) {
+    bool const moved = FollowAnswer(message);
+    if (IsUnanswered(message)) link.sendPass = mPass;
+    return moved;
+  }
   if (!Offer(message)) {
     link.sendPass = mPass;
     return false;
@@ -157,7 +176,14 @@ bool NodeExchange::StepSend(Message& message) {
   if (!IsLarge(message)) return Finish(message);
   message.phase = Phase::OFFERED;
   FollowAnswer(message);
+  if (IsUnanswered(message)) link.sendPass = mPass;
   return true;
+}
+
+// Later messages to the same rank wait for it: an answer that this sender has not seen could
+// otherwise be overwritten by one of them.
+bool NodeExchange::IsUnanswered(Message const& message) {
+  return message.phase == Phase::OFFERED || message.phase == Phase::CLAIMED;
 }
 
 // Puts the message into its slot; false while the slot holds an earlier one.
@@ -166,9 +192,7 @@ bool NodeExchange::Offer(Message& message) {
   NodeCounters& counters = Counters(message);
   std::uint64_t const number = counters.sent + 1;
   int const slot = SlotOf(number);
-  bool const first = number <= NodeRing::kSlots;
-  if (!first && NodeNote::NumberOf(ring.answers[slot].Read()) < number - NodeRing::kSlots)
-    return false;
+  if (number > NodeRing::kSlots && !IsFreeFor(ring.answers[slot].Read(), number)) return false;
   counters.sent = message.number = number;
   if (!IsLarge(message) && message.count > 0)
     std::memcpy(ring.data[slot], message.data, message.terms.bytes);
@@ -315,8 +339,7 @@ bool NodeExchange::Place(Message& message, NodeNote& offer, NodeNote::Word word,
   if (message.phase == Phase::GRANTED) {
     NodeNote const& answer = Incoming(message).answers[SlotOf(message.number)];
     if (NodeNote::StateOf(answer.Read()) != NodeState::STORED) return false;
-    Consume(message);
-    return Finish(message);
+    return Take(message, NodeState::TAKEN);
   }
   std::uint64_t const target = mLinks.Place(message.data, message.terms.bytes);
   bool const pull = source != NodeArena::kOutside &&
@@ -374,7 +397,9 @@ void NodeExchange::Consume(Message& message) {
 bool NodeExchange::StartMpi(Message& message) {
   // Between nodes messages match in their order. On a node the answers, and so the messages,
   // may pass each other on the way: there the number tells them apart.
-  int const tag = static_cast<int>(message.number % kMpiTags);
+  bool const near = mLinks.To(message.peer).peer != nullptr;
+  std::uint64_t const number = near ? message.number : message.terms.sequence;
+  int const tag = static_cast<int>(number % kMpiTags);
   int const code = message.out
                        ? MPI_Isend(message.data, message.count, message.type, message.peer, tag,
                                    mLinks.Messages(), &message.request)
@@ -447,7 +472,11 @@ void NodeExchange::AbandonOffer(Message& message) {
     return;
   NodeNote const& answer = Outgoing(message).answers[SlotOf(message.number)];
   NodePeer const& peer = *mLinks.To(message.peer).peer;
-  while (NodeNote::StateOf(answer.Read()) != NodeState::TAKEN && peer.IsAlive())
+  auto const isTaken = [&](NodeNote::Word answered) {
+    return IsNumber(answered, message.number) &&
+           NodeNote::StateOf(answered) == NodeState::TAKEN;
+  };
+  while (!isTaken(answer.Read()) && peer.IsAlive())
     sched_yield();
 }
 

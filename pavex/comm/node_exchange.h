@@ -38,6 +38,12 @@ class NodeExchange {
   // message; `label`: the root of a collective, the tag of a message.
   void Begin(NodeOperation operation, std::uint64_t sequence, int label, NodeCopier copier);
 
+  // The label of the messages named from now on, in place of that of the operation: it tells
+  // apart what several pieces between two ranks are. kFailed of a piece that could not be had:
+  // both sides then fail.
+  static constexpr int kFailed = -1;
+  void Label(int label);
+
   void Send(int to, void const* data, long count, Datatype type);
   void Receive(int from, void* data, long count, Datatype type);
 
@@ -84,6 +90,7 @@ class NodeExchange {
 
   bool StepSend(Message& message);
   bool Offer(Message& message);
+  static bool IsUnanswered(Message const& message);
   bool FollowAnswer(Message& message);
   bool Claim(Message& message, NodeNote& answer, NodeNote::Word word);
   void CopyKept();
@@ -120,7 +127,7 @@ class NodeExchange {
   std::size_t mKeptBytes = 0;
   std::uint64_t mPass = 0;  // never starts again, so that marks of an earlier pass do not count
   std::size_t mOpen = 0;    // messages that are not done
-  int mWaits = 0;           // since something has moved
+  std::uint64_t mWaits = 0;  // since something has moved
   bool mFailed = false;
   char mReason[MPI_MAX_ERROR_STRING + 1] = "";
 };

@@ -83,12 +83,16 @@ int NodeLinks::Agree(MPI_Comm node) {
   ready = OpenPeers(hellos) ? 1 : 0;
   code = MPI_Allreduce(MPI_IN_PLACE, &ready, 1, MPI_INT, MPI_MIN, node);
   if (code != MPI_SUCCESS) return code;
-  if (ready == 0) Forget();
+  if (ready == 0) {
+    Forget();
+    mGroup.push_back(mRank);
+  }
 
   int const group = mGroup.front();
   code = MPI_Allgather(&group, 1, MPI_INT, groups.data(), 1, MPI_INT, mComm);
   if (code != MPI_SUCCESS) return code;
   ListGroups(groups);
+  mJoined = true;
   return code;
 }
 
@@ -147,11 +151,11 @@ bool NodeLinks::OpenPeers(std::vector<Hello> const& hellos) {
   return ready;
 }
 
-// From now on this process is alone.
+// From now on this process shares memory with no other.
 void NodeLinks::Forget() {
   for (NodeLink& link : mLinks)
     link.peer.reset();
-  mGroup.assign(1, mRank);
+  mGroup.clear();
   if (mControl != nullptr) mArena->GiveBackPages(mControl, mControlBytes);
   mControl = nullptr;
 }
@@ -160,8 +164,10 @@ void NodeLinks::Leave() {
   int finalized = 0;
   MPI_Finalized(&finalized);
   if (mComm == MPI_COMM_NULL || finalized != 0) return;
-  MPI_Barrier(mComm);  // a peer may still look into the control block
-  Forget();
+  if (mJoined && FindEnded() < 0) {
+    MPI_Barrier(mComm);  // a peer may still look into the control block
+    Forget();
+  }
   mLinks.clear();
   MPI_Comm_free(&mComm);
 }

@@ -48,7 +48,9 @@ class NodeLinks {
   // code.
   int Join(MPI_Comm comm, int largest);
 
-  // Waits for all ranks, then gives the control block and the duplicate back. Collective.
+  // Waits for all ranks, then gives the control block and the duplicate back. Collective. Waits
+  // for none after a failure of Join or the end of a process of the node, and then keeps the
+  // control block.
   void Leave();
 
   // Whether any two processes of the communicator share memory; the same on every rank.
@@ -101,6 +103,7 @@ class NodeLinks {
   std::vector<int> mMembers;  // all ranks, group by group
   int mRank = -1;
   bool mAnyShared = false;
+  bool mJoined = false;  // every rank has come to the end of Join, as far as this one knows
 };
 
 }  // namespace Pavex

@@ -9,7 +9,7 @@ public+='|MatrixCompressed<.*>|MatrixDense<.*>|MatrixCSR<.*>|MatrixCSC<.*>|Matri
 member="((int|void|[a-z]+) )?Pavex::($public)::.+"
 about="(vtable|typeinfo|typeinfo name) for Pavex::($public)"
 function='Pavex::DatatypeSize\(Pavex::Datatype\)|PavexStatusStr\(int\)|PavexVersion\(\)|PavexBuildInfo\(\)'
-function+='|Pavex::(RecordOf|PlanGather|FindSuspicious|Describe|GatherStageStr)\(.*\)'
+function+='|Pavex::(RecordOf|PlanGather|FindSuspicious|Describe(\[abi:cxx11\])?|GatherStageStr)\(.*\)'
 function+='|void Pavex::ShiftIndexBase<.*>\(Pavex::Matrix(CSR|CSC|COO)<.*>&, int, int\)'
 
 for library in $(find "$work/moved" -name 'libpavex*.so'); do
