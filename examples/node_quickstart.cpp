@@ -1,6 +1,6 @@
-// Each process holds a band of rows of a diagonal matrix. Rank 0 gathers it, and the processes of
-// one node store their rows in its memory themselves.
-// Run: mpirun -n 4 build/openmpi/examples/node_quickstart
+// Each process holds a band of rows of a diagonal matrix. Rank 0 gathers it, and the processes
+// of one node store their rows in its memory themselves. Run: mpirun -n 4
+// build/openmpi/examples/node_quickstart
 #include <cstdio>
 #include <numeric>
 #include <vector>
