@@ -62,7 +62,7 @@ bool NodeArena::Make() {
   mId.device = status.st_dev;
   mId.inode = status.st_ino;
   mId.bytes = bytes;
-  mHugePages = NodeHugePages(mBase, bytes);
+  mHugePages = NodeHugePages(mBase);
   std::size_t const table = mPages.Rounded(NodeHugePages::TableBytes(bytes));
   mPages.Add(table, bytes - table);
   mFree = bytes / 2;

@@ -21,9 +21,9 @@ class NodeHugePages {
  public:
   static constexpr std::size_t kBytes = std::size_t{2} << 20;
 
-  // `base`: the mapping of an arena of `bytes` bytes, by the owner or by a peer.
+  // `base`: the mapping of an arena, by the owner or by a peer.
   NodeHugePages() = default;
-  NodeHugePages(unsigned char* base, std::size_t bytes) : mBase(base), mBytes(bytes) {}
+  explicit NodeHugePages(unsigned char* base) : mBase(base) {}
 
   // What the flags take of an arena of `bytes` bytes.
   static std::size_t TableBytes(std::size_t bytes) { return bytes / kBytes; }
@@ -42,7 +42,6 @@ class NodeHugePages {
   void BackRun(std::uint64_t first, std::uint64_t end) const;
 
   unsigned char* mBase = nullptr;
-  std::size_t mBytes = 0;
 };
 
 static_assert(sizeof(std::atomic<unsigned char>) == 1, "one byte for each flag");

@@ -1,6 +1,7 @@
 #include "pavex/comm/node_links.h"
 
 #include <algorithm>
+#include <climits>
 #include <new>
 #include <type_traits>
 
@@ -18,9 +19,9 @@ namespace {
 
 // The processes of this node with consecutive ranks, `largest` at the most.
 int SplitNode(MPI_Comm comm, int largest, MPI_Comm* node) {
-  MPI_Comm whole = MPI_COMM_NULL;
-  int code = MPI_Comm_split_type(comm, MPI_COMM_TYPE_SHARED, 0, MPI_INFO_NULL, &whole);
-  if (code != MPI_SUCCESS) return code;
+  int code = MPI_Comm_split_type(comm, MPI_COMM_TYPE_SHARED, 0, MPI_INFO_NULL, node);
+  if (code != MPI_SUCCESS || largest == INT_MAX) return code;
+  MPI_Comm whole = *node;
   int rank = 0;
   MPI_Comm_rank(whole, &rank);
   code = MPI_Comm_split(whole, rank / largest, rank, node);

@@ -50,7 +50,7 @@ std::shared_ptr<NodePeer const> NodePeer::Open(NodeArenaId const& id) try {
   close(file);
   if (peer->mBase == nullptr) return nullptr;
   peer->mBytes = id.bytes;
-  peer->mHugePages = NodeHugePages(peer->mBase, id.bytes);
+  peer->mHugePages = NodeHugePages(peer->mBase);
   peer->mProcess = static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(id.pid), 0));
   known = peer;
   return peer;

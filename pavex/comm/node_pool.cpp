@@ -8,7 +8,8 @@ namespace {
 
 BlockSource& SharedOrSystem() {
   NodeArena* const arena = NodeArena::OfProcess();
-  return arena == nullptr ? BlockSource::System() : *arena;
+  if (arena != nullptr) return *arena;
+  return BlockSource::System();
 }
 
 }  // namespace
