@@ -26,7 +26,9 @@ endfunction()
 # pavex_mpi_wrapper(<variable>): the compiler wrapper of the MPI that was found, by the name that
 # stays its own: links that a change of the system's default MPI turns are followed.
 function(pavex_mpi_wrapper variable)
-  set(wrapper "${MPI_CXX_COMPILER}")
+  # In a folder that was configured before, the variable is what the command line says: a name.
+  find_program(found_wrapper NAMES "${MPI_CXX_COMPILER}" NO_CACHE)
+  set(wrapper "${found_wrapper}")
   while(IS_SYMLINK "${wrapper}")
     cmake_path(GET wrapper PARENT_PATH folder)
     file(READ_SYMLINK "${wrapper}" next)
