@@ -450,7 +450,7 @@ bool NodeExchange::FailMpi(Message& message, int code) {
   return true;
 }
 
-// Nobody may copy from or to this rank's arrays once it has left.
+// No process may copy from or to this rank's arrays once it has left.
 void NodeExchange::Abandon(int ended) {
   if (!mFailed)
     std::snprintf(mReason, sizeof mReason, "the process of rank %d has ended", ended);

@@ -66,7 +66,7 @@ int NodeLinks::Agree(MPI_Comm node) {
   } catch (std::bad_alloc const&) {
     ready = 0;
   }
-  // Everyone needs room for what everyone tells, or nobody goes on.
+  // Every process needs room for what all of them tell, or none goes on.
   int code = MPI_Allreduce(MPI_IN_PLACE, &ready, 1, MPI_INT, MPI_MIN, mComm);
   if (code != MPI_SUCCESS || ready == 0) return code;
 

@@ -97,8 +97,8 @@ class StoppingComm final : public CallComm {
   bool mutable mMoved = false;
 };
 
-// Refuses large requests or, for arrays that nobody touches before a transfer, grants them with
-// an address that must not be used.
+// Refuses large requests or, for arrays that no process touches before a transfer, grants them
+// with an address that must not be used.
 class LargePool final : public MemoryPool {
  public:
   explicit LargePool(bool grants) : mGrants(grants) {}

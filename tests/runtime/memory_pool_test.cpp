@@ -132,7 +132,7 @@ TEST(MemoryPool, TakesANewBlockForARequestOfAnotherSizeWithinTheLimit) {
 }
 
 // Of 6 MiB at the peak: 13 MiB may be held, so 4 MiB beyond the two blocks would be too much,
-// and 3.5 MiB beside requests that use 6.
+// and 3.5 MiB next to requests that use 6.
 TEST(MemoryPool, ServesARequestFromTheSmallestLargerBlockRatherThanExceedTheLimit) {
   MemoryPool pool;
   pool.Deallocate(Take(pool, 6 * kMiB), 6 * kMiB);
