@@ -2,6 +2,7 @@
 // and build the same lengths, offsets and counts. Run it under the launcher, see run.sh.
 
 #include "bench/runner.h"
+#include "bench/seven_point.h"
 #include "pavex/comm/mpi_comm.h"
 #include "pavex/comm/node_comm.h"
 #include "pavex/comm/node_pool.h"
@@ -63,44 +64,10 @@ class Team {
   std::vector<std::function<void()>> mOperations;
 };
 
-// This process's row band of the 7-point operator on n x n x n points.
-struct Band {
-  long points;
-  long begin;
-  std::vector<int> ptr{0};
-  std::vector<int> col;
-  std::vector<double> values;
-  MatrixCSR<double, int> csr;
-
-  explicit Band(long n) : points(n * n * n), begin(points * Rank() / Size()) {
-    long const end = points * (Rank() + 1) / Size();
-    for (long i = begin; i < end; ++i)
-      AppendRow(n, i);
-    csr = MatrixCSR<double, int>::Borrow(end - begin, points, ptr.data(), col.data(),
-                                         values.data());
-    csr.PlaceIn(points, points, MatrixPartition::RowWise(begin));
-  }
-
-  void AppendRow(long n, long i) {
-    long const x = i % n;
-    long const y = i / n % n;
-    long const z = i / (n * n);
-    long const neighbours[] = {
-        z > 0 ? i - n * n : -1, y > 0 ? i - n : -1,     x > 0 ? i - 1 : -1,        i,
-        x + 1 < n ? i + 1 : -1, y + 1 < n ? i + n : -1, z + 1 < n ? i + n * n : -1};
-    for (long const j : neighbours) {
-      if (j < 0) continue;
-      col.push_back(static_cast<int>(j));
-      values.push_back(i == j ? 6.0 : -1.0);
-    }
-    ptr.push_back(static_cast<int>(col.size()));
-  }
-};
-
 // The hand-written gather of a band to rank 0 or to all. Its arrays stay warm.
 class HandWritten {
  public:
-  HandWritten(Band const& band, bool toAll)
+  HandWritten(SevenPointBand const& band, bool toAll)
       : mBand(band), mToAll(toAll), mReceives(toAll || Rank() == 0) {}
 
   void Gather() {
@@ -177,7 +144,7 @@ class HandWritten {
     }
   }
 
-  Band const& mBand;
+  SevenPointBand const& mBand;
   bool mToAll;
   bool mReceives;
   std::vector<MatrixLocalInfo> mRecords;
@@ -251,7 +218,7 @@ double Limit(long n) {
 }
 
 void MeasureOperator(Runner* runner, long n, Kind const& kind) {
-  Band const band(n);
+  SevenPointBand const band(n, Rank(), Size());
   MpiGatherer overMpi;
   NodeGatherer overNode;
   HandWritten hand(band, kind.toAll);
@@ -298,7 +265,7 @@ void MeasureOperator(Runner* runner, long n, Kind const& kind) {
 
 // The first gather of an application, into new arrays on both sides.
 void MeasureFirst(Runner* runner, long n) {
-  Band const band(n);
+  SevenPointBand const band(n, Rank(), Size());
   MpiGatherer overMpi;
   NodeGatherer overNode;
   HandWritten hand(band, false);
