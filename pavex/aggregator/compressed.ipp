@@ -86,7 +86,8 @@ PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, GatherPlan const& pl
   if (sends && ptr.mSize == 0) {  // without offsets every row (column) is empty
     status = Log::Report(mPool->Get(offsets, entries));
     if (status != STATUS_OK) return status;
-    std::fill_n(offsets.mData, entries, I{0});
+    // As many as the pool was asked for: the bytes of a hostile number of rows wrap.
+    std::fill_n(offsets.mData, static_cast<std::size_t>(entries) * sizeof(I) / sizeof(I), I{0});
   }
   // Only the caller reports a failure of this transfer. Fixed: see docs/compatibility.md.
   return TransferCentralized(offsets.mData, static_cast<int>(entries), DatatypeOf<I>::kValue,
