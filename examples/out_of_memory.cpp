@@ -18,7 +18,7 @@ void Work(std::shared_ptr<Pavex::Comm> const& comm) {
   PavexStatus const status = aggregator.Gather(comm, piece, false);  // the pattern only
   if (status == Pavex::STATUS_OUT_OF_MEMORY) {
     std::printf("rank %d: out of memory, %zu MiB asked for with %zu MiB in use\n", comm->Rank(),
-                pool.LastRefused() >> 20, pool.BytesInUse() >> 20);
+                pool.LastRefused() >> 20, pool.InUseWhenRefused() >> 20);
   }
 }
 

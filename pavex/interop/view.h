@@ -78,6 +78,7 @@ CompressedArrays<T, I> CompressedArraysOf(MatrixBase const& matrix, StoreKind ki
   long const nnz = matrix.NNZ();
   RequireForView(ptr != nullptr && *ptr == 0,
                  "The offsets of the matrix to view do not start at 0.");
+  RequireForView(nnz == 0 || arrays.idx != nullptr, "The matrix to view has no indices.");
   RequireForView(nnz == 0 || matrix.HasValues(), "The matrix to view has no values.");
   CompressedArrays<T, I> const found = {store.rows,
                                         store.cols,

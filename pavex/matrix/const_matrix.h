@@ -38,8 +38,12 @@ class ConstMatrix {
   // Sets mPart; for sparse matrices only.
   void SetPart(std::int32_t code) { mMatrix.mPart = code; }
 
-  // Replaces the value array for the next Update; see MatrixBase.
-  void SetValues(Value const* values) { mMatrix.SetValues(const_cast<Value*>(values)); }
+  // Replaces the value array for the next Update; see MatrixBase. Takes a pointer to T, or to
+  // the real type of a complex T.
+  template <typename P>
+  std::enable_if_t<kHoldsValues<Value, P>> SetValues(P const* values) {
+    mMatrix.SetValues(const_cast<P*>(values));
+  }
 
  private:
   Matrix mMatrix;

@@ -69,6 +69,7 @@ PavexStatus MemoryPool::Allocate(void** block, std::size_t bytes) {
     Block* const taken = bytes > kMaxBytes ? nullptr : TakeBlock(bytes);
     if (taken == nullptr) {
       mLastRefused = bytes;
+      mInUseWhenRefused = mBytesInUse;
       return STATUS_OUT_OF_MEMORY;
     }
     taken->backed = std::max(taken->backed, bytes);

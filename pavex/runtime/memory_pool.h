@@ -77,6 +77,8 @@ class PAVEX_API MemoryPool : public Allocator {
   // Bytes of the last request that the pool refused; 0 if it has refused none. A negative count
   // of elements shows as the number of bytes that it wraps around to.
   std::size_t LastRefused() const { return mLastRefused; }
+  // Bytes that were handed out when the pool refused that request.
+  std::size_t InUseWhenRefused() const { return mInUseWhenRefused; }
 
  protected:
   // Takes its memory from `source`, which outlives the pool and all its blocks.
@@ -100,8 +102,9 @@ class PAVEX_API MemoryPool : public Allocator {
   std::size_t mBlocksInUse = 0;
   std::size_t mLimit = kDefaultLimit;
   std::size_t mLastRefused = 0;
+  std::size_t mInUseWhenRefused = 0;
 };
 
-static_assert(sizeof(MemoryPool) == 608, "part of the binary interface");
+static_assert(sizeof(MemoryPool) == 616, "part of the binary interface");
 
 }  // namespace Pavex

@@ -164,6 +164,17 @@ TEST(EigenSparseRefusal, ConcernsAMatrixWithoutOffsets) {
   EXPECT_EQ(refusal, "The offsets of the matrix to view do not start at 0.");
 }
 
+TEST(EigenSparseRefusal, ConcernsEntriesWithoutIndices) {
+  Diagonal diagonal(0);
+  double values[] = {1, 2};
+  auto piece = MatrixCSR<double, int>::Borrow(2, 2, diagonal.ptr, diagonal.idx, values);
+  piece.mColIdx.mData = nullptr;
+
+  for (IndexCheck const check : {IndexCheck::NONE, IndexCheck::ALL})
+    EXPECT_EQ(RefusalOf([&] { ViewAsEigen<Rows>(piece, check); }),
+              "The matrix to view has no indices.");
+}
+
 TEST(EigenSparseRefusal, ConcernsAPattern) {
   Diagonal diagonal(0);
   auto piece = MatrixCSR<double, int>::Borrow(2, 2, diagonal.ptr, diagonal.idx, nullptr);

@@ -5,6 +5,7 @@
 #include "pavex/pavex.h"
 
 #include <gtest/gtest.h>
+#include <complex>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -99,6 +100,19 @@ TEST(ConstMatrix, IsGatheredAndUpdated) {
   piece.SetValues(next);
   ASSERT_EQ(aggregator.Update(piece), STATUS_OK);
   EXPECT_EQ(aggregator.TargetAs<Coo>()->mValues.mData, next);
+}
+
+TEST(ConstMatrix, TakesTheRealAndImaginaryPartsOfComplexValues) {
+  using Complex = MatrixCOO<std::complex<double>, int>;
+  std::complex<double> const values[] = {{1, 2}, {3, 4}};
+  double const parts[] = {5, 6, 7, 8};
+  auto piece = Complex::Borrow(2, 2, 2, kIndices, kIndices, values);
+
+  piece.SetValues(parts);
+
+  PavexMatrixStore store;
+  static_cast<MatrixBase const&>(piece).Query(store);
+  EXPECT_EQ(store.coo.values, static_cast<void const*>(parts));
 }
 
 }  // namespace

@@ -479,6 +479,19 @@ TEST(MemoryPool, RemembersTheSizeOfTheLastRequestThatItRefused) {
   EXPECT_EQ(pool.LastRefused(), static_cast<std::size_t>(-8));
 }
 
+TEST(MemoryPool, RemembersWhatWasInUseWhenItRefused) {
+  MemoryPool pool;
+  void* absurd = nullptr;
+  void* const held = Take(pool, 300);
+  EXPECT_EQ(pool.InUseWhenRefused(), 0U);
+
+  EXPECT_EQ(pool.Allocate(&absurd, std::size_t{1} << 50), STATUS_OUT_OF_MEMORY);
+  pool.Deallocate(held, 300);
+
+  EXPECT_EQ(pool.BytesInUse(), 0U);
+  EXPECT_EQ(pool.InUseWhenRefused(), 300U);
+}
+
 TEST(MemoryPool, HandsOutABlockOfZeroBytes) {
   MemoryPool pool;
 

@@ -23,7 +23,7 @@ void RequireWithin(MemoryPool const& pool, PavexStatus status, std::string const
   if (status == STATUS_OUT_OF_MEMORY && pool.LastRefused() > 0)
     throw JobError("rank " + std::to_string(comm.Rank()) + ": out of memory, " +
                    AmountOf(pool.LastRefused()) + " asked for with " +
-                   AmountOf(pool.BytesInUse()) + " in use");
+                   AmountOf(pool.InUseWhenRefused()) + " in use");
   Require(status, what, comm);
 }
 
