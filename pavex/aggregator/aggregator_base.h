@@ -18,6 +18,8 @@
 
 namespace Pavex {
 
+enum class Moved;  // of pavex/aggregator/rounds.h
+
 // Base of Aggregator<T, I>; not used on its own. Neither copyable nor movable; one thread per
 // process uses it.
 class PAVEX_API AggregatorBase {
@@ -127,6 +129,20 @@ class PAVEX_API AggregatorBase {
   int Pieces() const;
   // Elements from the beginning of a run of the gathered values to that of the next.
   long LeadingDimension(bool rowMajor) const { return rowMajor ? mCols : mRows; }
+
+  // Transfers that one call of a communicator cannot count: round_transfer.ipp.
+
+  // Whether the entries of this gather move in more than one call.
+  bool TakesRounds() const;
+  // Whether this process has as many entries as its record says, which the rounds go by;
+  // STATUS_MISMATCH if not. One call goes by the number itself and is not checked. Local.
+  PavexStatus CheckOwnEntries(long count) const;
+  // GatherDistributed in rounds: `own` as long as the own record says, `whole` on receivers.
+  // Collective; a receiver takes two arrays of counts for the time of the transfer.
+  PavexStatus GatherRounds(Moved moved, void const* own, void* whole, Datatype type) const;
+  // Comm::Scatterv in rounds: the entries of each process out of `whole` on the receiver.
+  // Otherwise the same.
+  PavexStatus ScatterRounds(void const* whole, void* own, Datatype type) const;
 
   // The order matters: members are destroyed bottom up, so the buffers return their memory
   // before the communicator goes.

@@ -10,6 +10,7 @@
 
 #pragma once
 
+#include "pavex/aggregator/round_transfer.ipp"
 #include "pavex/aggregator/sparse.ipp"
 #include "pavex/runtime/wrapping.h"
 
@@ -90,18 +91,20 @@ PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, GatherPlan const& pl
     std::fill_n(offsets.mData, static_cast<std::size_t>(entries) * sizeof(I) / sizeof(I), I{0});
   }
   // Only the caller reports a failure of this transfer. Fixed: see docs/compatibility.md.
-  return TransferCentralized(offsets.mData, static_cast<int>(entries), DatatypeOf<I>::kValue,
-                             mSourceRank, mRoot, TAG_GATHER, *mComm);
+  return TransferCentralized(offsets.mData, entries, DatatypeOf<I>::kValue, mSourceRank, mRoot,
+                             TAG_GATHER, *mComm);
 }
 
 template <typename T, typename I>
 template <typename M>
 PavexStatus Aggregator<T, I>::GatherLengths(M const& local, int size, long count,
                                             Buffer<I>& offsets) {
+  constexpr Moved kMoved = SparseTraits<M>::kByRows ? Moved::ROWS : Moved::COLS;
+  bool const oneCall = IsOneRound(mLocalInfos, kMoved);
   PavexStatus status = STATUS_OK;
   Buffer<int> counts;
   Buffer<int> displs;
-  if (mIsReceiver) {
+  if (mIsReceiver && oneCall) {
     status = Log::Report(mPool->Get(counts, size));
     if (status == STATUS_OK) status = Log::Report(mPool->Get(displs, size));
     if (status != STATUS_OK) return status;
@@ -117,9 +120,13 @@ PavexStatus Aggregator<T, I>::GatherLengths(M const& local, int size, long count
   if (status != STATUS_OK) return status;
   LengthsFromOffsets(Offsets(local), lengths);
 
-  status = Log::Report(GatherDistributed(lengths.mData, static_cast<int>(lengths.mSize),
-                                         offsets.mData, counts.mData, displs.mData,
-                                         DatatypeOf<I>::kValue, mRoot, *mComm));
+  constexpr Datatype kType = DatatypeOf<I>::kValue;
+  if (oneCall)
+    status = GatherDistributed(lengths.mData, static_cast<int>(lengths.mSize), offsets.mData,
+                               counts.mData, displs.mData, kType, mRoot, *mComm);
+  else
+    status = GatherRounds(kMoved, lengths.mData, offsets.mData, kType);
+  Log::Report(status);
   if (status == STATUS_OK && mIsReceiver) OffsetsFromLengths(count, offsets.mData);
   return status;
 }

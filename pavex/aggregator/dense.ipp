@@ -5,7 +5,10 @@
 #pragma once
 
 #include "pavex/aggregator/dense_layout.ipp"
+#include "pavex/aggregator/round_transfer.ipp"
 #include "pavex/aggregator/transfer.ipp"
+
+#include <algorithm>
 
 namespace Pavex {
 namespace {
@@ -61,16 +64,20 @@ PavexStatus Aggregator<T, I>::GatherDenseValues(MatrixDense<T, I> const& local,
   if (mMode == CENTRALIZED_ONE) {
     if (mLocalIsWhole) values.Swap(packed);
     // Only the caller reports a failure of this transfer. Fixed: see docs/compatibility.md.
-    return TransferCentralized(values.mData, static_cast<int>(mNnz), kType, mSourceRank, mRoot,
-                               TAG_GATHER, *mComm);
+    return TransferCentralized(values.mData, mNnz, kType, mSourceRank, mRoot, TAG_GATHER,
+                               *mComm);
   }
 
-  // The whole packed array is sent. A value array that is longer than the piece does not match
-  // the count that the receivers expect. Fixed: see docs/compatibility.md.
-  status =
-      Log::Report(GatherDistributed(packed.mData, static_cast<int>(packed.mSize), values.mData,
-                                    mCounts.mData, mDispls.mData, kType, mRoot, *mComm));
-  if (status != STATUS_OK || !mIsReceiver) return status;
+  // In one call the whole packed array is sent. A value array that is longer than the piece
+  // does not match the count that the receivers expect. Fixed: see docs/compatibility.md.
+  status = Log::Report(CheckOwnEntries(std::min(packed.mSize, local.NNZ())));
+  if (status != STATUS_OK) return status;
+  if (TakesRounds())
+    status = GatherRounds(Moved::ENTRIES, packed.mData, values.mData, kType);
+  else
+    status = GatherDistributed(packed.mData, static_cast<int>(packed.mSize), values.mData,
+                               mCounts.mData, mDispls.mData, kType, mRoot, *mComm);
+  if (Log::Report(status) != STATUS_OK || !mIsReceiver) return status;
   return Log::Report(Comm2Dense(local.mRowMajor, values));
 }
 

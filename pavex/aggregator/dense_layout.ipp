@@ -16,6 +16,7 @@
 
 #include "pavex/aggregator/aggregator.h"
 #include "pavex/aggregator/dense_reorder.h"
+#include "pavex/aggregator/rounds.h"
 #include "pavex/runtime/log.h"
 
 #include <cstddef>
@@ -62,7 +63,7 @@ long Aggregator<T, I>::LocalSubmatOffset(MatrixDense<T, I> const& local) const {
   if (mMode != DISTRIBUTED) return 0;
   std::int32_t const along = local.mRowMajor ? PARTITION_ROW_WISE : PARTITION_COLUMN_WISE;
   if (mPartition.type != along) return LocalRowColBegin(local.mPartition);
-  return mDispls.mData[mComm->Rank()];
+  return EntriesBefore(mLocalInfos, mComm->Rank());
 }
 
 // Makes `packed` the values of `matrix` in packed layout. Borrows them if they have it already;

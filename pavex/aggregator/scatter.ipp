@@ -11,6 +11,7 @@
 #pragma once
 
 #include "pavex/aggregator/dense_layout.ipp"
+#include "pavex/aggregator/round_transfer.ipp"
 #include "pavex/aggregator/transfer.ipp"
 
 namespace Pavex {
@@ -71,8 +72,11 @@ PavexStatus Aggregator<T, I>::ScatterDenseValues(Buffer<T> const& global,
     if (mIsReceiver) status = Log::Report(Dense2Comm(local.mRowMajor, global, commValues));
     if (status == STATUS_OK) status = PrepareReceive(local, entries, received);
     if (status != STATUS_OK) return status;
-    status = mComm->Scatterv(commValues.mData, mCounts.mData, mDispls.mData, kType,
-                             received.mData, static_cast<int>(entries), kType, mRoot);
+    if (TakesRounds())
+      status = ScatterRounds(commValues.mData, received.mData, kType);
+    else
+      status = mComm->Scatterv(commValues.mData, mCounts.mData, mDispls.mData, kType,
+                               received.mData, static_cast<int>(entries), kType, mRoot);
   } else {
     if (mIsReceiver) {
       received.Borrow(global.mData, global.mSize);
@@ -80,8 +84,8 @@ PavexStatus Aggregator<T, I>::ScatterDenseValues(Buffer<T> const& global,
       status = PrepareReceive(local, entries, received);
       if (status != STATUS_OK) return status;
     }
-    status = TransferCentralized(received.mData, static_cast<int>(mNnz), kType, mRoot,
-                                 mSourceRank, TAG_SCATTER, *mComm);
+    status = TransferCentralized(received.mData, mNnz, kType, mRoot, mSourceRank, TAG_SCATTER,
+                                 *mComm);
   }
   if (Log::Report(status) != STATUS_OK) return status;
 

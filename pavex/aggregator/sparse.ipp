@@ -6,6 +6,7 @@
 #pragma once
 
 #include "pavex/aggregator/aggregator.h"
+#include "pavex/aggregator/round_transfer.ipp"
 #include "pavex/aggregator/transfer.ipp"
 #include "pavex/matrix/sparse_traits.h"
 #include "pavex/matrix/store_type.h"
@@ -36,12 +37,15 @@ template <typename E>
 PavexStatus Aggregator<T, I>::TransferArray(Buffer<E> const& local, long localCount, int tag,
                                             Buffer<E>& array) {
   constexpr Datatype kType = DatatypeOf<E>::kValue;
+  PavexStatus const status = Log::Report(CheckOwnEntries(localCount));
+  if (status != STATUS_OK) return status;
   switch (mMode) {
     case CENTRALIZED_ONE:
-      return Log::Report(TransferCentralized(array.mData, static_cast<int>(mNnz), kType,
-                                             mSourceRank, mRoot, static_cast<Tag>(tag),
-                                             *mComm));
+      return Log::Report(TransferCentralized(array.mData, mNnz, kType, mSourceRank, mRoot,
+                                             static_cast<Tag>(tag), *mComm));
     case DISTRIBUTED:
+      if (TakesRounds())
+        return Log::Report(GatherRounds(Moved::ENTRIES, local.mData, array.mData, kType));
       return Log::Report(GatherDistributed(local.mData, static_cast<int>(localCount),
                                            array.mData, mCounts.mData, mDispls.mData, kType,
                                            mRoot, *mComm));
