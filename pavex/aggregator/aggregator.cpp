@@ -84,15 +84,32 @@ PavexStatus Aggregator<T, I>::Gather(MatrixBase const& local, bool withValues, i
 
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::Update(MatrixBase const& local) {
+  return Update(local, false);
+}
+
+template <typename T, typename I>
+PavexStatus Aggregator<T, I>::UpdateInPlace(MatrixBase const& local) {
+  return Update(local, true);
+}
+
+template <typename T, typename I>
+PavexStatus Aggregator<T, I>::Update(MatrixBase const& local, bool inPlace) {
   PavexStatus const status = CheckAfterGather(local);
   if (status != STATUS_OK) return status;
-  return WithClassOf<T, I>(mStoreType, local, [this](auto const& matrix) {
+  return WithClassOf<T, I>(mStoreType, local, [this, inPlace](auto const& matrix) {
     using M = std::decay_t<decltype(matrix)>;
     if constexpr (std::is_same_v<M, MatrixDense<T, I>>)
-      return UpdateDense(matrix);
+      return UpdateDense(matrix, inPlace);
     else
-      return UpdateSparse(matrix);
+      return UpdateSparse(matrix, inPlace);
   });
+}
+
+template <typename T, typename I>
+Buffer<T> const* Aggregator<T, I>::PlaceOfUpdate(Buffer<T> const* gathered,
+                                                 bool inPlace) const {
+  if (!inPlace || gathered == nullptr) return nullptr;
+  return gathered->mAllocator != nullptr && gathered->mSize == mNnz ? gathered : nullptr;
 }
 
 template <typename T, typename I>
@@ -100,7 +117,21 @@ PavexStatus Aggregator<T, I>::Scatter(MatrixBase& local) {
   PavexStatus const status = CheckAfterGather(local);
   if (status != STATUS_OK) return status;
   if (StoreKindOf(mStoreType) != StoreKind::DENSE) return Unsupported(mStoreType);
-  return ScatterDense(dynamic_cast<MatrixDense<T, I>&>(local));
+  return ScatterDense(dynamic_cast<MatrixDense<T, I>&>(local),
+                      dynamic_cast<MatrixDense<T, I>*>(mTarget));
+}
+
+template <typename T, typename I>
+PavexStatus Aggregator<T, I>::Scatter(MatrixBase& local, T const* values) {
+  PavexStatus const status = CheckAfterGather(local);
+  if (status != STATUS_OK) return status;
+  if (StoreKindOf(mStoreType) != StoreKind::DENSE) return Unsupported(mStoreType);
+  auto& matrix = dynamic_cast<MatrixDense<T, I>&>(local);
+  auto const* const target = dynamic_cast<MatrixDense<T, I>*>(mTarget);
+  if (target == nullptr) return ScatterDense(matrix, nullptr);
+  auto const other = MatrixDense<T, I>::Borrow(target->mRows, target->mCols, target->mRowMajor,
+                                               target->mLd, const_cast<T*>(values));
+  return ScatterDense(matrix, &other);
 }
 
 template <typename T, typename I>

@@ -24,12 +24,12 @@ namespace Pavex {
 // matrix borrows its arrays instead of copying them. The arrays, and a local matrix that owns
 // them, must then outlive the gathered matrix.
 //
-// Gather, Allgather, Update, UpdateCOO and Scatter are collective: every process of the
-// communicator calls the same operation in the same order with its own local matrix. They
-// return STATUS_OK, a status of the library after a line in the log, or the unchanged status of
-// the pool or the communicator. If the local matrix is not of the class that its store type, or
-// that of the reference process, names, std::bad_cast is thrown. One thread per process uses an
-// aggregator.
+// Gather, Allgather, Update, UpdateInPlace, UpdateCOO and Scatter are collective: every process
+// of the communicator calls the same operation in the same order with its own local matrix.
+// They return STATUS_OK, a status of the library after a line in the log, or the unchanged
+// status of the pool or the communicator. If the local matrix is not of the class that its
+// store type, or that of the reference process, names, std::bad_cast is thrown. One thread per
+// process uses an aggregator.
 template <typename T, typename I>
 class PAVEX_API Aggregator : public AggregatorBase {
   PAVEX_REQUIRE_INSTANCE(T, I);
@@ -63,6 +63,15 @@ class PAVEX_API Aggregator : public AggregatorBase {
   // process. On a failure the gathered matrix keeps its values.
   [[nodiscard]] PavexStatus Update(MatrixBase const& local);
 
+  // Like Update, but the values arrive in the array that the gathered matrix already has. Its
+  // address stays, so a solver may keep it. A process may call Update while another one calls
+  // this. Memory is taken for packing and for a reorder only. The arrays of `local` do not
+  // overlap those of the gathered matrix. Errors as for Update, except that the values of the
+  // gathered matrix are undefined after a failed transfer. Where the gathered matrix does not
+  // own an array of that many values, this is Update: where it borrows, and where only the
+  // pattern of a sparse matrix was gathered.
+  [[nodiscard]] PavexStatus UpdateInPlace(MatrixBase const& local);
+
   // Updates a gathered coordinate matrix without any check. A gather of a coordinate matrix
   // must have succeeded on this object, and `local` must match it.
   [[nodiscard]] PavexStatus UpdateCOO(MatrixCOO<T, I> const& local);
@@ -75,6 +84,12 @@ class PAVEX_API Aggregator : public AggregatorBase {
   // (the others may then wait for it), and after Allgather where its piece does not lie inside
   // its gathered matrix. The length of an array is not checked.
   [[nodiscard]] PavexStatus Scatter(MatrixBase& local);
+
+  // Like Scatter, but sends the elements of `values` instead of those of the gathered matrix,
+  // for example a solution that a solver has written elsewhere. `values`: read on receivers
+  // only, laid out as Target() with its leading dimension. Target() must exist there. A null
+  // pointer gives STATUS_INCONSISTENT on its process alone unless there is nothing to send.
+  [[nodiscard]] PavexStatus Scatter(MatrixBase& local, T const* values);
 
   // Describes the last exchange of records in lines of text: the verdict first, then the
   // mode and one line per process (of many only the first and the last few, unless `listed` is
@@ -105,20 +120,25 @@ class PAVEX_API Aggregator : public AggregatorBase {
 
  private:
   PavexStatus Gather(MatrixBase const& local, bool withValues, int root);
+  PavexStatus Update(MatrixBase const& local, bool inPlace);
+  // The value array of the gathered matrix, null on a process that has none, if an update in
+  // place writes it.
+  Buffer<T> const* PlaceOfUpdate(Buffer<T> const* gathered, bool inPlace) const;
 
   // Dense layouts: dense_layout.ipp. `rowMajor` is the flag of the caller's local matrix.
   long LocalSubmatOffset(MatrixDense<T, I> const& local) const;
   PavexStatus PackDenseValues(MatrixDense<T, I> const& matrix, Buffer<T>& packed);
   PavexStatus Dense2Comm(bool rowMajor, Buffer<T> const& global, Buffer<T>& commValues);
-  PavexStatus Comm2Dense(bool rowMajor, Buffer<T>& values);
+  PavexStatus Comm2Dense(bool rowMajor, Buffer<T> const* place, Buffer<T>& values);
 
   // Dense gather and update: dense.ipp.
   PavexStatus GatherDense(MatrixDense<T, I> const& local, GatherPlan const& plan);
-  PavexStatus GatherDenseValues(MatrixDense<T, I> const& local, Buffer<T>& values);
-  PavexStatus UpdateDense(MatrixDense<T, I> const& local);
+  PavexStatus GatherDenseValues(MatrixDense<T, I> const& local, Buffer<T> const* place,
+                                Buffer<T>& values);
+  PavexStatus UpdateDense(MatrixDense<T, I> const& local, bool inPlace);
 
   // Dense scatter: scatter.ipp. The array of `local` is written, not the object.
-  PavexStatus ScatterDense(MatrixDense<T, I> const& local);
+  PavexStatus ScatterDense(MatrixDense<T, I> const& local, MatrixDense<T, I> const* whole);
   PavexStatus CopyOwnPiece(MatrixDense<T, I> const& whole, MatrixDense<T, I> const& local);
   PavexStatus ScatterDenseValues(Buffer<T> const& global, MatrixDense<T, I> const& local);
   PavexStatus PrepareReceive(MatrixDense<T, I> const& local, long entries, Buffer<T>& received);
@@ -131,7 +151,7 @@ class PAVEX_API Aggregator : public AggregatorBase {
   template <typename M>
   void SetSparseTarget(Buffer<I>& first, Buffer<I>& second, Buffer<T>& values);
   template <typename M>
-  PavexStatus UpdateSparse(M const& local);
+  PavexStatus UpdateSparse(M const& local, bool inPlace);
 
   // Coordinate path: coo.ipp.
   PavexStatus GatherCOO(MatrixCOO<T, I> const& local);

@@ -34,7 +34,7 @@ PavexStatus Aggregator<T, I>::GatherCOO(MatrixCOO<T, I> const& local) {
 
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::UpdateCOO(MatrixCOO<T, I> const& local) {
-  return UpdateSparse(local);
+  return UpdateSparse(local, false);
 }
 
 }  // namespace Pavex

@@ -43,7 +43,7 @@ PavexStatus Aggregator<T, I>::GatherDense(MatrixDense<T, I> const& local,
   PavexStatus status = mIsReceiver ? Log::Report(mPool->Get(values, mNnz)) : STATUS_OK;
   if (status == STATUS_OK && mWithValues) {
     status = Log::Report(CheckDense(plan.DenseFlaw(local.mRowMajor)));
-    if (status == STATUS_OK) status = Log::Report(GatherDenseValues(local, values));
+    if (status == STATUS_OK) status = Log::Report(GatherDenseValues(local, nullptr, values));
   }
   if (status != STATUS_OK || !mIsReceiver) return status;
   mTarget =
@@ -52,17 +52,19 @@ PavexStatus Aggregator<T, I>::GatherDense(MatrixDense<T, I> const& local,
 }
 
 // Moves the values of all pieces, which CheckDense takes, into `values`, which on a receiver
-// has room for all entries.
+// has room for all entries. With a `place` they end up there, and `values` views it.
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::GatherDenseValues(MatrixDense<T, I> const& local,
-                                                Buffer<T>& values) {
+                                                Buffer<T> const* place, Buffer<T>& values) {
   constexpr Datatype kType = DatatypeOf<T>::kValue;
   Buffer<T> packed;
   PavexStatus status = Log::Report(PackDenseValues(local, packed));
   if (status != STATUS_OK) return status;
 
   if (mMode == CENTRALIZED_ONE) {
-    if (mLocalIsWhole) values.Swap(packed);
+    if (mLocalIsWhole && place == nullptr) values.Swap(packed);
+    if (mLocalIsWhole && place != nullptr)
+      CopyElements(1, mNnz, packed.mData, mNnz, values.mData, mNnz);
     // Only the caller reports a failure of this transfer. Fixed: see docs/compatibility.md.
     return TransferCentralized(values.mData, mNnz, kType, mSourceRank, mRoot, TAG_GATHER,
                                *mComm);
@@ -78,11 +80,11 @@ PavexStatus Aggregator<T, I>::GatherDenseValues(MatrixDense<T, I> const& local,
     status = GatherDistributed(packed.mData, static_cast<int>(packed.mSize), values.mData,
                                mCounts.mData, mDispls.mData, kType, mRoot, *mComm);
   if (Log::Report(status) != STATUS_OK || !mIsReceiver) return status;
-  return Log::Report(Comm2Dense(local.mRowMajor, values));
+  return Log::Report(Comm2Dense(local.mRowMajor, place, values));
 }
 
 template <typename T, typename I>
-PavexStatus Aggregator<T, I>::UpdateDense(MatrixDense<T, I> const& local) {
+PavexStatus Aggregator<T, I>::UpdateDense(MatrixDense<T, I> const& local, bool inPlace) {
   auto* const target = dynamic_cast<MatrixDense<T, I>*>(mTarget);
   if (mMode == CENTRALIZED_ALL) {
     if (target == nullptr) return STATUS_OK;
@@ -94,11 +96,18 @@ PavexStatus Aggregator<T, I>::UpdateDense(MatrixDense<T, I> const& local) {
     return STATUS_OK;
   }
 
+  // In place, values that are reordered arrive in a block of their own first.
+  Buffer<T> const* const place =
+      PlaceOfUpdate(target == nullptr ? nullptr : &target->mValues, inPlace);
   Buffer<T> values;
-  PavexStatus status = mIsReceiver ? Log::Report(mPool->Get(values, mNnz)) : STATUS_OK;
+  PavexStatus status = STATUS_OK;
+  if (place != nullptr && ContiguousLocalSubmat(local.mRowMajor))
+    values.Borrow(place->mData, place->mSize);
+  else if (mIsReceiver)
+    status = Log::Report(mPool->Get(values, mNnz));
   if (status == STATUS_OK) status = Log::Report(CheckDense(local.mRowMajor));
-  if (status == STATUS_OK) status = Log::Report(GatherDenseValues(local, values));
-  if (status == STATUS_OK && mIsReceiver) target->mValues.Swap(values);
+  if (status == STATUS_OK) status = Log::Report(GatherDenseValues(local, place, values));
+  if (status == STATUS_OK && mIsReceiver && place == nullptr) target->mValues.Swap(values);
   return status;
 }
 

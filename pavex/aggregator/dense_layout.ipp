@@ -103,13 +103,19 @@ PavexStatus Aggregator<T, I>::Dense2Comm(bool rowMajor, Buffer<T> const& global,
 }
 
 // Communication to global layout: replaces the storage of `values` unless the layouts are the
-// same. The debug line comes before the allocation. Fixed: see docs/compatibility.md.
+// same, by a view of `place` if that is not null. The debug line comes before the allocation.
+// Fixed: see docs/compatibility.md.
 template <typename T, typename I>
-PavexStatus Aggregator<T, I>::Comm2Dense(bool rowMajor, Buffer<T>& values) {
+PavexStatus Aggregator<T, I>::Comm2Dense(bool rowMajor, Buffer<T> const* place,
+                                         Buffer<T>& values) {
   if (ContiguousLocalSubmat(rowMajor)) return STATUS_OK;
   Log::Debug("Reorder values of dense matrix from received data");
   Buffer<T> ordered;
-  PavexStatus const status = Log::Report(mPool->Get(ordered, values.mSize));
+  PavexStatus status = STATUS_OK;
+  if (place != nullptr)
+    ordered.Borrow(place->mData, place->mSize);
+  else
+    status = Log::Report(mPool->Get(ordered, values.mSize));
   if (status != STATUS_OK) return status;
   CommToGlobal(sizeof(T), mLocalInfos, Pieces(), rowMajor, LeadingDimension(rowMajor),
                values.mData, ordered.mData);

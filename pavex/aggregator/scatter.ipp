@@ -26,9 +26,10 @@ bool LacksArray(MatrixDense<T, I> const& matrix) {
 
 }  // namespace
 
+// `whole`: the gathered matrix, or other values in its layout; null on a process without.
 template <typename T, typename I>
-PavexStatus Aggregator<T, I>::ScatterDense(MatrixDense<T, I> const& local) {
-  auto* const whole = dynamic_cast<MatrixDense<T, I>*>(mTarget);
+PavexStatus Aggregator<T, I>::ScatterDense(MatrixDense<T, I> const& local,
+                                           MatrixDense<T, I> const* whole) {
   if (mRoot == kEverybody) return CopyOwnPiece(*whole, local);
 
   Buffer<T> packed;
@@ -39,8 +40,8 @@ PavexStatus Aggregator<T, I>::ScatterDense(MatrixDense<T, I> const& local) {
   return ScatterDenseValues(packed, local);
 }
 
-// No message: this process's own gathered matrix holds its piece, unless the pieces do not tile
-// the whole. Outside CENTRALIZED_ALL the gathered array has mNnz elements.
+// No message: `whole` is this process's own gathered matrix and holds its piece, unless the
+// pieces do not tile the whole. Outside CENTRALIZED_ALL the gathered array has mNnz elements.
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::CopyOwnPiece(MatrixDense<T, I> const& whole,
                                            MatrixDense<T, I> const& local) {
@@ -48,7 +49,7 @@ PavexStatus Aggregator<T, I>::CopyOwnPiece(MatrixDense<T, I> const& whole,
   bool const inside = mMode == CENTRALIZED_ALL ||
                       RunsStayInside(begin, local.Runs(), local.RunLength(), whole.mLd, mNnz);
   if (!inside) return Log::Report(STATUS_INCONSISTENT);
-  T const* const piece = whole.mValues.mData + begin;
+  T const* const piece = whole.mValues.mData + (LacksArray(whole) ? 0 : begin);
   // A gathered pattern that borrows has no array, and neither has its local matrix.
   if (piece == local.mValues.mData) return STATUS_OK;
   if (LacksArray(whole) || LacksArray(local)) return Log::Report(STATUS_INCONSISTENT);

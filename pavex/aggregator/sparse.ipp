@@ -70,20 +70,27 @@ void Aggregator<T, I>::SetSparseTarget(Buffer<I>& first, Buffer<I>& second, Buff
   mTarget = target;
 }
 
-// Replaces the values of the gathered matrix by a new array and releases the old one. Fixed:
-// see docs/compatibility.md.
+// Replaces the values of the gathered matrix by a new array and releases the old one, unless in
+// place. Fixed: see docs/compatibility.md. A gathered matrix that owns its values never belongs
+// to a process whose local matrix is the whole one.
 template <typename T, typename I>
 template <typename M>
-PavexStatus Aggregator<T, I>::UpdateSparse(M const& local) {
+PavexStatus Aggregator<T, I>::UpdateSparse(M const& local, bool inPlace) {
   auto* const target = dynamic_cast<M*>(mTarget);
+  Buffer<T> const* const place =
+      PlaceOfUpdate(target == nullptr || mLocalIsWhole ? nullptr : &target->mValues, inPlace);
   Buffer<T> values;
-  PavexStatus status = PrepareArray(local.mValues, mNnz, true, values);
+  PavexStatus status = STATUS_OK;
+  if (place != nullptr)
+    values.Borrow(place->mData, place->mSize);
+  else
+    status = PrepareArray(local.mValues, mNnz, true, values);
   if (status != STATUS_OK) return status;
 
   status = TransferArray(local.mValues, local.NNZ(), TAG_UPDATE, values);
   if (status != STATUS_OK) return status;
 
-  if (mIsReceiver) target->mValues.Swap(values);
+  if (mIsReceiver && place == nullptr) target->mValues.Swap(values);
   return STATUS_OK;
 }
 

@@ -71,6 +71,14 @@ class CostModel {
     return cost;
   }
 
+  // An update in place after an update.
+  Cost UpdateInPlace() const {
+    Cost cost = Update();
+    bool const borrows = holder && (!mRound.IsDense() || mPiece.IsPacked(UPDATED));
+    if (receiver && (pieces || one) && !borrows) cost.peak -= N * t;
+    return cost;
+  }
+
   Cost Scatter() const {
     Cost cost;
     if (mRound.toAll) return cost;

@@ -80,6 +80,8 @@ class CountedRank {
         << Describe(mRound) << ", bytes held on rank " << mRank << " of " << mRanks;
     Check("update", mModel.Update(),
           [this] { return mCounted.aggregator.Update(mUpdated.Matrix()); });
+    Check("update in place", mModel.UpdateInPlace(),
+          [this] { return mCounted.aggregator.UpdateInPlace(mUpdated.Matrix()); });
     if (mRound.IsDense())
       Check("scatter", mModel.Scatter(),
             [this] { return mCounted.aggregator.Scatter(mScattered.Matrix()); });

@@ -61,7 +61,9 @@ class FaultyJob {
     FaultRun<T, I> const run(mRound, rank, mRun.operation);
     if (status == STATUS_OK) return run.CheckDone(At(rank), mRun.operation, status);
     if (status != STATUS_COMM_FAILED) return "status is " + std::to_string(status);
-    std::string const difference = At(rank).CheckFailure(mRun.operation, false);
+    bool const inPlace = mRun.operation == Operation::UPDATE_IN_PLACE &&
+                         At(rank).ReceivesInPlace(mRun.operation);
+    std::string const difference = At(rank).CheckFailure(mRun.operation, inPlace);
     if (!difference.empty()) return difference;
     std::size_t const made = At(rank).MadeCalls();
     std::string const calls = At(rank).CheckCalls(run.steps, made, false);

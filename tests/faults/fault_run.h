@@ -39,8 +39,12 @@ struct FaultRun {
     is.Equal("whether the fault has struck", rank.FaultStruck(), true);
     is.Equal("status", status, injection.status);
     if (!is.First().empty()) return is.First();
-    bool const inPlace = operation == Operation::SCATTER && rank.ReceivesInPlace() &&
-                         injection.mode == TraceComm::AFTERWARDS;
+    // A failed transfer of an update in place leaves any values, one of a scatter that makes no
+    // call none of the new ones.
+    bool const arrives = operation == Operation::UPDATE_IN_PLACE
+                             ? !injection.isPool
+                             : injection.mode == TraceComm::AFTERWARDS;
+    bool const inPlace = arrives && rank.ReceivesInPlace(operation);
     std::string difference = rank.CheckFailure(operation, inPlace);
     if (difference.empty())
       difference = rank.CheckCalls(steps, injection.step + 1, injection.isPool);

@@ -56,6 +56,7 @@ class FaultyRank {
     switch (operation) {
       case Operation::GATHER:
       case Operation::GATHER_AGAIN:
+        mPlace = nullptr;
         return mRound.toAll
                    ? mAggregator.Allgather(mComm, mGathered.Matrix(), mPiece.withValues)
                    : mAggregator.Gather(mComm, mGathered.Matrix(), mPiece.withValues);
@@ -63,6 +64,9 @@ class FaultyRank {
         return mAggregator.Update(mUpdated.Matrix());
       case Operation::UPDATE_COO:
         return mAggregator.UpdateCOO(dynamic_cast<MatrixCOO<T, I> const&>(mUpdated.Matrix()));
+      case Operation::UPDATE_IN_PLACE:
+        mPlace = OwnedValues();
+        return mAggregator.UpdateInPlace(mUpdated.Matrix());
       case Operation::SCATTER:
         break;
     }
@@ -79,12 +83,14 @@ class FaultyRank {
     return CheckScattered();
   }
 
-  // The same after it has failed. `inPlace` tells whether the scattered values may have arrived
-  // all the same.
+  // The same after it has failed. `inPlace` tells whether the values may have arrived all the
+  // same.
   std::string CheckFailure(Operation operation, bool inPlace) {
-    std::string const difference = CheckLocals(!inPlace);
+    bool const scattered = inPlace && operation == Operation::SCATTER;
+    std::string const difference = CheckLocals(!scattered);
     if (!difference.empty()) return difference;
-    if (inPlace) return CheckPartlyScattered();
+    if (scattered) return CheckPartlyScattered();
+    if (inPlace) return CheckTarget(GATHERED, true);
     if (!IsGather(operation))
       return CheckTarget(operation == Operation::SCATTER ? UPDATED : GATHERED);
     Differences is;
@@ -123,8 +129,11 @@ class FaultyRank {
 
   bool FaultStruck() const { return mPool.FaultStruck() || mComm->FaultStruck(); }
 
-  // Whether a scatter receives straight into the local matrix.
-  bool ReceivesInPlace() const {
+  // Whether the operation that has just run receives straight into the local matrix (a scatter)
+  // or the gathered one (an update in place).
+  bool ReceivesInPlace(Operation operation) const {
+    if (operation == Operation::UPDATE_IN_PLACE) return mPlace != nullptr;
+    if (operation != Operation::SCATTER) return false;
     bool const receives =
         mRound.holding == Holding::PIECES || (mRound.HoldsWhole(mRank) && mRank != 0);
     return receives && mPiece.IsPacked(SCATTERED);
@@ -158,11 +167,21 @@ class FaultyRank {
   }
   static long VersionOf(Phase phase) { return phase + 1; }
 
-  std::string CheckTarget(Phase phase) {
+  // The array of the gathered values if the gathered matrix owns it; null otherwise.
+  void const* OwnedValues() {
+    if (mAggregator.Target() == nullptr) return nullptr;
+    ArraysOf<T, I> const arrays(mRound.format, *mAggregator.Target());
+    return arrays.values->mAllocator == nullptr ? nullptr : arrays.values->mData;
+  }
+
+  // `undefined`: the elements of the values may be anything.
+  std::string CheckTarget(Phase phase, bool undefined = false) {
     bool const moved = phase != GATHERED || mRound.Reference().withValues;
     TargetCheck<T, I> check(mRound, mRank, mPool, mGathered,
                             phase == GATHERED ? mGathered : mUpdated, phase, VersionOf(phase),
                             moved);
+    if (mPlace != nullptr) check.ExpectValuesAt(mPlace);
+    if (undefined) check.LeaveOutElementsOfValues();
     std::string const difference = check.Run(mAggregator.Target());
     mOwnedBytes = check.OwnedBytes();
     return difference;
@@ -246,7 +265,8 @@ class FaultyRank {
   std::shared_ptr<TraceComm> mComm;
   Aggregator<T, I> mAggregator{&mPool};
   bool mHasScattered = false;
-  std::size_t mOwnedBytes = 0;  // by the gathered matrix, when last checked
+  void const* mPlace = nullptr;  // the values that an update in place must keep; null: none
+  std::size_t mOwnedBytes = 0;   // by the gathered matrix, when last checked
 };
 
 }  // namespace Pavex

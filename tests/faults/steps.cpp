@@ -78,7 +78,8 @@ class StepWriter {
     return mSteps;
   }
 
-  std::vector<Step> Update() {
+  std::vector<Step> Update(bool inPlace = false) {
+    mHasPlace = inPlace && OwnsValues();
     if (mRound.IsDense())
       GatherDense(UPDATED, true);
     else
@@ -135,14 +136,14 @@ class StepWriter {
   void GatherDense(Phase phase, bool withValues) {
     if (mRound.holding == Holding::ALL) return;
     std::size_t const all = WholeEntries() * mBytes.value;
-    if (Receives()) Take(Purpose::DENSE_STORAGE, all);
+    if (Receives() && !(mHasPlace && IsContiguous())) Take(Purpose::DENSE_STORAGE, all);
     if (!withValues) return;
     bool const isEmpty = mPiece.rows == 0 || mPiece.cols == 0;
     if (!isEmpty && !mPiece.IsPacked(phase))
       Take(Purpose::DENSE_PACKING, mPiece.entries.size() * mBytes.value);
     if (!InPieces()) return FromHolder(Purpose::DENSE_FROM_HOLDER);
     FromPieces(Purpose::DENSE_FROM_PIECES);
-    if (Receives() && !IsContiguous()) Take(Purpose::DENSE_REORDER, all);
+    if (Receives() && !IsContiguous() && !mHasPlace) Take(Purpose::DENSE_REORDER, all);
   }
 
   void GatherOffsets() {
@@ -172,7 +173,8 @@ class StepWriter {
   void GatherArrays(int indexArrays, bool withValues) {
     for (int k = 0; Owns() && k < indexArrays; ++k)
       Take(Purpose::INDICES, WholeEntries() * mBytes.index);
-    if (Owns() && withValues) Take(Purpose::VALUES, WholeEntries() * mBytes.value);
+    if (Owns() && withValues && !mHasPlace)
+      Take(Purpose::VALUES, WholeEntries() * mBytes.value);
     for (int k = 0; k < indexArrays; ++k)
       Move(Purpose::MOVED_INDICES);
     if (withValues) Move(Purpose::MOVED_VALUES);
@@ -182,6 +184,13 @@ class StepWriter {
   bool Receives() const { return mRound.Receives(mRank); }
   // Whether the rank owns the arrays of a gathered sparse matrix.
   bool Owns() const { return Receives() && !mRound.HoldsWhole(mRank); }
+  // Whether it owns the values after a gather.
+  bool OwnsValues() const {
+    bool const withValues = mRound.Reference().withValues;
+    if (!mRound.IsDense()) return Owns() && withValues;
+    if (!Receives() || mRound.holding == Holding::ALL) return false;
+    return !(mRound.HoldsWhole(mRank) && withValues && mPiece.IsPacked(GATHERED));
+  }
   std::size_t WholeEntries() const { return mRound.WholeOn(mRank).entries.size(); }
 
   // Whether dense pieces follow each other in the gathered array as they arrive.
@@ -197,19 +206,21 @@ class StepWriter {
   int const mRank;
   ElementBytes const mBytes;
   std::size_t const mRanks = mRound.pieces.size();
+  bool mHasPlace = false;  // the values arrive in the array that the gathered matrix has
   std::vector<Step> mSteps;
 };
 
 }  // namespace
 
 char const* NameOf(Operation operation) {
-  char const* const names[] = {"gather", "second gather", "update", "coo update", "scatter"};
+  char const* const names[] = {"gather",     "second gather",   "update",
+                               "coo update", "update in place", "scatter"};
   return names[static_cast<int>(operation)];
 }
 
 std::vector<Operation> OperationsOn(Round const& round) {
   std::vector<Operation> operations{Operation::GATHER, Operation::GATHER_AGAIN,
-                                    Operation::UPDATE};
+                                    Operation::UPDATE, Operation::UPDATE_IN_PLACE};
   if (round.format == Format::COO) operations.push_back(Operation::UPDATE_COO);
   if (round.IsDense()) operations.push_back(Operation::SCATTER);
   return operations;
@@ -225,6 +236,8 @@ std::vector<Step> StepsOf(Round const& round, int rank, Operation operation,
     case Operation::UPDATE:
     case Operation::UPDATE_COO:
       return writer.Update();
+    case Operation::UPDATE_IN_PLACE:
+      return writer.Update(true);
     case Operation::SCATTER:
       break;
   }
@@ -246,7 +259,8 @@ int LinesOf(Purpose purpose, Operation operation) {
       std::find_if(std::begin(kChains), std::end(kChains),
                    [purpose](Chain const& entry) { return entry.purpose == purpose; });
   if (chain == std::end(kChains)) throw std::logic_error("a call without a chain of lines");
-  bool const updates = operation == Operation::UPDATE || operation == Operation::UPDATE_COO;
+  bool const updates = operation == Operation::UPDATE || operation == Operation::UPDATE_COO ||
+                       operation == Operation::UPDATE_IN_PLACE;
   int const lines = operation == Operation::SCATTER ? chain->scatter
                     : updates                       ? chain->update
                                                     : chain->gather;

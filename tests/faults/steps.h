@@ -12,7 +12,7 @@
 
 namespace Pavex {
 
-enum class Operation { GATHER, GATHER_AGAIN, UPDATE, UPDATE_COO, SCATTER };
+enum class Operation { GATHER, GATHER_AGAIN, UPDATE, UPDATE_COO, UPDATE_IN_PLACE, SCATTER };
 
 char const* NameOf(Operation operation);
 
@@ -70,7 +70,7 @@ std::vector<Step> StepsOf(Round const& round, int rank, Operation operation,
                           ElementBytes bytes);
 
 // Every kind of call that some operation makes, GATHER and UPDATE standing for all gathers and
-// updates.
+// updates: an update in place makes no other call than an update.
 std::vector<std::pair<Purpose, Operation>> CallsThatOccur();
 
 // How many times the status of the failing call is printed. Throws std::logic_error if the

@@ -50,6 +50,11 @@ class TargetCheck {
         mMoved(moved),
         mWhole(round.WholeOn(rank)) {}
 
+  // The gathered matrix must own its values, at this address.
+  void ExpectValuesAt(void const* address) { mPlace = address; }
+  // Does not look at the elements of the values.
+  void LeaveOutElementsOfValues() { mWithElements = false; }
+
   // The first difference; empty if all is right.
   std::string Run(MatrixBase const* target) {
     mIs.Equal("whether there is a gathered matrix", target != nullptr, mRound.Receives(mRank));
@@ -88,13 +93,14 @@ class TargetCheck {
     long const packedLd = piece.rowMajor ? mWhole.cols : mWhole.rows;
     mIs.Equal("row-major flag", target.rowMajor, piece.rowMajor);
     mIs.Equal("leading dimension", target.ld, view ? piece.Ld(mPhase) : packedLd);
-    bool const borrowed =
-        view || (mRound.HoldsWhole(mRank) && mMoved && piece.IsPacked(mPhase));
+    bool const borrowed = view || (mRound.HoldsWhole(mRank) && mMoved &&
+                                   piece.IsPacked(mPhase) && mPlace == nullptr);
     if (borrowed)
       CheckBorrowed("values", *target.values, *mValues.Arrays().values);
     else
       CheckOwned("values", *target.values, mWhole.rows * mWhole.cols);
-    if (!mIs.First().empty() || target.values->mSize == 0) return;
+    CheckPlace(*target.values);
+    if (!mIs.First().empty() || target.values->mSize == 0 || !mWithElements) return;
     if (!view && !mMoved) return CheckUnfilled(*target.values);
     for (std::size_t k = 0; k < mWhole.entries.size(); ++k) {
       std::size_t const at = view ? mValues.DenseIndex(static_cast<long>(k)) : k;
@@ -117,6 +123,8 @@ class TargetCheck {
       CheckEmpty("values", *target.values);
       return;
     }
+    CheckPlace(*target.values);
+    if (!mWithElements) return;
     for (std::size_t k = 0; mIs.First().empty() && k < mWhole.entries.size(); ++k)
       CheckElement("values", target.values->mData, k,
                    ValueOf<T>(mVersion, mWhole.entries[k].number));
@@ -173,7 +181,8 @@ class TargetCheck {
   // Adds up what stands at each position, read from the gathered arrays alone, and compares
   // with the same sums over the model's entries.
   void CheckSums(MatrixBase const& target, ArraysOf<T, I> const& arrays) {
-    if (arrays.values->mSize == 0 || (mRound.IsCompressed() && arrays.first->mSize == 0))
+    if (!mWithElements || arrays.values->mSize == 0 ||
+        (mRound.IsCompressed() && arrays.first->mSize == 0))
       return;
     std::map<std::pair<long, long>, T> expected;
     for (Entry const& entry : mWhole.entries)
@@ -223,6 +232,11 @@ class TargetCheck {
     mOwnedBytes += static_cast<std::size_t>(count) * sizeof(E);
   }
 
+  void CheckPlace(Buffer<T> const& values) {
+    if (mPlace == nullptr) return;
+    mIs.Equal("address of the values", static_cast<void const*>(values.mData), mPlace);
+  }
+
   template <typename E>
   void CheckEmpty(std::string const& name, Buffer<E> const& array) {
     mIs.Equal("whether there are " + name, array.mData != nullptr, false);
@@ -256,6 +270,8 @@ class TargetCheck {
   Phase mPhase;
   long mVersion;
   bool mMoved;
+  bool mWithElements = true;
+  void const* mPlace = nullptr;
   Whole const& mWhole;
   std::size_t mOwnedBytes = 0;
   Differences mIs;
