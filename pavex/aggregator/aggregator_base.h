@@ -32,20 +32,21 @@ class PAVEX_API AggregatorBase {
   // destruction. Local.
   MatrixBase* Target() { return mTarget; }
 
-  // The gathered matrix as its class, for example TargetAs<MatrixCSR<double, int>>(); null
-  // where Target() is null. Throws std::bad_cast if the gathered matrix is of another class.
+  // The gathered matrix as its class, for example TargetAs<MatrixCSR<double, int>>(). Returns
+  // null where Target() does. Throws std::bad_cast if the gathered matrix is of another class.
   // Local.
   template <typename Matrix>
   Matrix* TargetAs() {
     return mTarget == nullptr ? nullptr : &dynamic_cast<Matrix&>(*mTarget);
   }
-  // The same for reading only.
+  // The gathered matrix as its class, for reading only.
   template <typename Matrix>
   Matrix const* TargetAs() const {
     return mTarget == nullptr ? nullptr : &dynamic_cast<Matrix const&>(*mTarget);
   }
 
-  // The communicator of the last gather: the very pointer that the object holds. Local.
+  // The pointer to the communicator that the object holds, usually that of the last gather.
+  // Local.
   std::shared_ptr<Comm> const& GetComm() const { return mComm; }
 
   // Binds another communicator, for later Updates and Scatters, and releases the previous one.
@@ -59,7 +60,7 @@ class PAVEX_API AggregatorBase {
   DistMatrixMode Mode() const { return mMode; }
 
  protected:
-  // `pool` stays the caller's. Local.
+  // The caller keeps `pool`, which must outlive this object. Local.
   explicit AggregatorBase(MemoryPool* pool) : mPool(pool) {}
   ~AggregatorBase();
 
@@ -134,8 +135,8 @@ class PAVEX_API AggregatorBase {
 
   // Whether the entries of this gather move in more than one call.
   bool TakesRounds() const;
-  // Whether this process has as many entries as its record says, which the rounds go by;
-  // STATUS_MISMATCH if not. One call goes by the number itself and is not checked. Local.
+  // Returns STATUS_MISMATCH if the number of entries of this process is not the one in its
+  // record. Rounds need that number to be right; a single call does not read it. Local.
   PavexStatus CheckOwnEntries(long count) const;
   // GatherDistributed in rounds: `own` as long as the own record says, `whole` on receivers.
   // Collective; a receiver takes two arrays of counts for the time of the transfer.
@@ -157,7 +158,7 @@ class PAVEX_API AggregatorBase {
   bool mIsReceiver = false;             // gets the gathered matrix
   bool mWithValues = false;             // values are aggregated as well as the pattern
 
-  // Of the reference process.
+  // What the reference process declared.
   std::int32_t mPattern = 0;    // the application's code
   std::int32_t mAttribute = 0;  // the application's code
   // The class and part of its matrix.
@@ -166,7 +167,7 @@ class PAVEX_API AggregatorBase {
   long mGlobalRows = 0;        // as the process declared it
   long mGlobalCols = 0;        // as the process declared it
 
-  // Of the gathered matrix.
+  // Sizes of the gathered matrix.
   long mRows = 0;       // as the pieces give
   long mCols = 0;       // as the pieces give
   long mNnz = 0;        // entries

@@ -1,4 +1,4 @@
-// The questions of the dense paths about the records and the gathered shape.
+// What the dense paths need to know about the records and the gathered shape.
 
 #include "pavex/aggregator/aggregator_base.h"
 #include "pavex/aggregator/rules.h"

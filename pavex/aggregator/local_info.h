@@ -20,9 +20,9 @@ enum DistMatrixMode : std::int32_t {
   CENTRALIZED_ONE = 2   // one process holds the whole matrix, the others hold empty ones
 };
 
-// Stands for a rank: all processes, as the root of a gather to all.
+// Used in place of a rank: all processes, as the root of a gather to all.
 inline constexpr int kEverybody = -1;
-// Stands for a rank: no process.
+// Used in place of a rank: no process.
 inline constexpr int kNobody = -2;
 
 // The enumerator's name; "unknown" for any other value.

@@ -22,7 +22,7 @@ struct RoundCall {
   int const* displs;
 };
 
-// The elements behind the first `count` ones of an array.
+// The elements of an array after the first `count` ones.
 template <typename Byte>
 Byte* Behind(Byte* array, long count, Datatype type) {
   return count == 0 ? array : array + static_cast<std::size_t>(count) * DatatypeSize(type);

@@ -27,7 +27,7 @@ long PlaceOf(Records const& records, Moved moved, std::int64_t process, long bef
 // The places that a round fills so far, and what it may still take.
 class Extent {
  public:
-  // Nothing yet; the first element goes to `place`.
+  // A round with nothing in it; its first element goes to `place`.
   Extent(long place, long most) : mLow(place), mHigh(place), mMost(most), mRoom(most) {}
 
   long Low() const { return mLow; }

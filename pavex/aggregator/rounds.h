@@ -30,7 +30,7 @@ inline constexpr long kMostPerCall = std::numeric_limits<int>::max();
 
 // What a transfer moves of each process, and where its elements go in the gathered array.
 enum class Moved {
-  ENTRIES,  // the entries, behind those of the earlier processes
+  ENTRIES,  // the entries, after those of the earlier processes
   ROWS,     // one length per row, from the begin of the piece on
   COLS      // one length per column, from the begin of the piece on
 };
@@ -71,9 +71,9 @@ bool IsOneRound(Buffer<MatrixLocalInfo> const& records, Moved moved,
 RoundPart PartOf(Buffer<MatrixLocalInfo> const& records, Moved moved,
                  TransferRound const& round, std::int64_t process) noexcept;
 
-// For every process: how many elements `round` moves, and where they go behind the base of the
-// round. `counts`, `displs`: one element per record. A process without elements in the round
-// has displacement 0.
+// Writes for every process how many elements `round` moves, and where they go, counted from the
+// base of the round. `counts`, `displs`: one element per record. A process without elements in
+// the round has displacement 0.
 void FillRound(Buffer<MatrixLocalInfo> const& records, Moved moved, TransferRound const& round,
                int* counts, int* displs) noexcept;
 

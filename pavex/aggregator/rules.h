@@ -21,7 +21,7 @@ bool IsEmpty(MatrixLocalInfo const& info);
 // Where the next band must begin.
 std::int64_t AdjacentBegin(MatrixLocalInfo const& band);
 
-// In what two neighbours disagree.
+// A flaw between two neighbours.
 struct Disagreement {
   GatherFlaw mFlaw = GatherFlaw::NONE;
   std::int64_t mFirst = kNobody;  // the pair is this process and the next

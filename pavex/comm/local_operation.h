@@ -35,7 +35,7 @@ struct LocalRegion {
 };
 
 // The send or receive half of an operation: one region for each other rank, laid out in one of
-// three ways. Factories stand for the layouts.
+// three ways. Each factory makes one layout.
 class LocalSide {
  public:
   // Nothing to send or receive.

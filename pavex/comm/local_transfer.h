@@ -32,7 +32,7 @@ class LocalTransfer {
   std::vector<int> mPartners;
   std::size_t mChunk;                            // bytes handed out at once
   std::vector<std::atomic<std::size_t>> mTaken;  // per piece, bytes handed out
-  std::atomic<std::size_t> mLeft;                // bytes not done yet
+  std::atomic<std::size_t> mLeft;                // bytes that are not done
 };
 
 }  // namespace Pavex

@@ -11,8 +11,8 @@ namespace Pavex {
 // outside the enumeration.
 MPI_Datatype MpiType(Datatype type) noexcept;
 
-// One operation on its way. Describe it first (To, Out, In: the first bad argument is kept),
-// then ask Ready before MPI is called and hand MPI's return code to Done:
+// One operation of MpiComm. Use it in three steps: describe the operation, which keeps the
+// first bad argument; ask Ready before you call MPI; pass MPI's return code to Done:
 //
 //   MpiCall call("MpiComm::Bcast", Rank(), Size());
 //   call.Bcast(buf, count, type, root);
@@ -21,11 +21,11 @@ MPI_Datatype MpiType(Datatype type) noexcept;
 //   return call.Done(MPI_Bcast(buf, count, MpiType(type), root, mComm));
 class MpiCall {
  public:
-  // `operation` as it is to be logged. A negative `rank` means no live MPI and refuses the
-  // call.
+  // `operation` is its name in the log. A negative `rank` means that MPI is not live; the call
+  // is then refused.
   MpiCall(char const* operation, int rank, int size);
 
-  // The operations of Comm, with the arguments that they are given.
+  // Each describes the operation of Comm of that name, with the arguments of its caller.
   void Send(void const* buf, int count, Datatype type, int dest, int tag);
   void Recv(void const* buf, int count, Datatype type, int source, int tag);
   void Gatherv(void const* sendbuf, int sendcount, Datatype sendtype, void const* recvbuf,
@@ -42,40 +42,43 @@ class MpiCall {
                   int const* recvcounts, int const* displs, Datatype recvtype);
   void Bcast(void const* buf, int count, Datatype type, int root);
 
-  // The other side is rank `peer`; without this call it is every rank. Only a rank of the
-  // communicator will do: MPI takes some negative numbers for "no process" or "any process".
+  // Says that the other side is rank `peer`; without this call it is every rank. Refuses a rank
+  // outside the communicator, because MPI reads some negative numbers as "no process" or "any
+  // process".
   void To(int peer);
 
-  // A tag of a message; MPI keeps the negative ones for itself.
+  // Refuses a negative tag of a message: MPI reserves those.
   void Tag(int tag);
 
-  // `count` elements leave this rank, or counts[r] at displs[r] for each rank r.
+  // Says that `count` elements leave this rank, or counts[r] at displs[r] for each rank r.
   void Out(int count, Datatype type);
   void Out(int const* counts, int const* displs, Datatype type);
 
-  // The same for elements that arrive; `count` from each of `senders` ranks.
+  // Says that `count` elements arrive from each of `senders` ranks, or counts[r] at displs[r]
+  // from each rank r.
   void In(int count, Datatype type, int senders = 1);
   void In(int const* counts, int const* displs, Datatype type);
 
-  // `sendbuf` must not be the in-place marker.
+  // Refuses the in-place marker as `buf`.
   void NotInPlace(void const* buf);
 
-  // Keeps `status` and the reason, printf-like, unless an earlier argument was bad already.
+  // Refuses the call with `status` and a reason in printf format. The first refusal is kept.
   __attribute__((format(printf, 3, 4))) void Refuse(PavexStatus status, char const* format,
                                                     ...);
 
-  // STATUS_OK if every argument can be given to MPI; else the line of the first bad one and its
-  // status.
+  // Returns STATUS_OK if every argument can be given to MPI. Otherwise logs the line of the
+  // first bad argument and returns its status.
   PavexStatus Ready() const;
 
-  // The send buffer as MPI wants it: MPI_IN_PLACE for the marker, a valid address for a null
-  // buffer that nothing is read from (some MPIs take two null buffers for overlapping ones).
+  // The send buffer as MPI expects it: MPI_IN_PLACE for the marker, and a valid address for a
+  // null buffer that nothing is read from, because some MPIs report two null buffers as
+  // overlapping.
   void const* SendBuffer(void const* sendbuf) const;
 
-  // The status of MPI's return code; a failure's line carries MPI's own text.
+  // Returns the status of MPI's return code `code`. Logs a failure with MPI's own text.
   PavexStatus Done(int code) const;
 
-  // The line of a failure, and its status.
+  // Logs the line of a failure and returns `status`.
   PavexStatus Fail(PavexStatus status, char const* reason) const;
 
  private:

@@ -21,7 +21,7 @@ MPI_Op MpiOp(ReduceOp op) {
   return MPI_OP_NULL;
 }
 
-// MPI reduces numbers only, and MPI_BYTE is none.
+// MPI_Allreduce accepts numbers only, and MPI_BYTE is not one.
 MPI_Datatype MpiNumber(Datatype type) {
   return type == DATATYPE_BYTE ? MPI_UNSIGNED_CHAR : MpiType(type);
 }

@@ -16,36 +16,38 @@
 namespace Pavex {
 
 // A Comm over MPI. It works on its own duplicate of the caller's communicator, so its messages
-// never meet the caller's. Construction and destruction are collective over the given
-// communicator. So is every operation except Rank, Size, Send and Recv.
+// never meet the caller's. Construction, destruction and every operation except Rank, Size,
+// Send and Recv are collective over the given communicator.
 //
 // It never initialises or finalises MPI, never uses MPI_COMM_WORLD unless that is the given
-// communicator, and never changes the error handler of the given communicator. Errors return as
-// codes on the duplicate only. If MPI_Comm_dup fails, the caller's own handler reports it
+// communicator, and never changes the error handler of the given communicator. Only errors on
+// the duplicate return as codes. If MPI_Comm_dup fails, the caller's own handler reports it
 // (MPI's default handler ends the job).
 //
-// Without live MPI - constructed before MPI was initialised, after it was finalised, from
-// MPI_COMM_NULL, from an intercommunicator, by a failed duplication, or used after MPI was
-// finalised - Rank and Size are -1 and every other operation returns STATUS_COMM_FAILED.
+// Without live MPI, Rank and Size are -1 and every other operation returns STATUS_COMM_FAILED.
+// That is so for an MpiComm that was
+// - constructed before MPI was initialised or after it was finalised,
+// - constructed from MPI_COMM_NULL or an intercommunicator, or by a duplication that failed,
+// - used after MPI was finalised.
 //
 // Failures. The operation that meets a failure logs one ERROR line
 //   [ERROR] MpiComm::Gatherv failed on rank 1 of 4 (peer 0, 12 out, 0 in): <MPI's own text>
-// (peer -1: every rank; then elements that go out and come in on this rank) and returns
-//   STATUS_COMM_FAILED    for any error of MPI, for no live MPI, and for a message received by
-//                         Recv that has another length than asked for;
-//   STATUS_INVALID_VALUE  for arguments that MPI must not see, refused on the rank that passes
-//                         them before MPI is called: a negative count or displacement (an int
-//                         that wrapped: more than 2147483647 entries in all), a rank outside
-//                         0..Size()-1, a negative tag, an unknown Datatype or ReduceOp, and the
-//                         in-place marker where it has no meaning. Only arguments that are read
-//                         on this rank count.
-// Null buffers are fine where nothing goes out or comes in. The in-place marker stands for
-// MPI_IN_PLACE: in Allgather and Allgatherv, in Gatherv on the root, and, beyond what Comm
-// promises, in Alltoallv and Allreduce.
+// "peer -1" means every rank. "out" and "in" count the elements that leave and reach this rank.
+// The operation returns
+//   STATUS_COMM_FAILED    for any error of MPI, without live MPI, and if the message that Recv
+//                         receives has not the length that the caller expects;
+//   STATUS_INVALID_VALUE  for arguments that MPI must not see. The rank that passes one refuses
+//                         it before it calls MPI: a negative count or displacement (such as an
+//                         int that wrapped), a rank outside 0..Size()-1, a negative tag, an
+//                         unknown Datatype or ReduceOp, and the in-place marker where it has no
+//                         meaning. Arguments that this rank does not read are not checked.
+// Null buffers are legal where nothing goes out or comes in. The in-place marker means
+// MPI_IN_PLACE. It is legal in Allgather and Allgatherv, in Gatherv on the root, and also in
+// Alltoallv and Allreduce, for which Comm does not promise it.
 //
-// After a failed collective. A failure - MPI's, or that of a pool between two operations - may
-// be seen on one rank alone, and what the others have sent meanwhile cannot be called back.
-// What an application may do then depends on whether the others return from their operation:
+// After a failed collective. One rank alone may see a failure, of MPI or of a pool between two
+// operations. What the other ranks have already sent cannot be called back. What an application
+// can do depends on whether the others return from their operation:
 // - If small pieces are collected onto one rank and that rank fails, they return: MPI has
 //   buffered their pieces. All ranks can go on over a new MpiComm, made from the same MPI
 //   communicator. Do not destroy the old one before MPI is finalised: a late message of the
@@ -53,18 +55,18 @@ namespace Pavex {
 // - With large pieces, or where every rank waits for all others (Barrier, Allgather, Allreduce,
 //   Allgatherv, Alltoallv, and Bcast from the failing rank), they may stay inside MPI for ever.
 //   End the job then (MPI_Abort).
-// To avoid the second case, agree by Allreduce on the worst status after every step that can
-// fail on one rank alone, before the next collective.
+// To avoid the second case, agree on the worst status by Allreduce after every step that can
+// fail on one rank alone, and before the next collective.
 //
-// Threads: needs MPI_THREAD_FUNNELED and no more; every call, construction and destruction
-// included, is made by the thread that initialised MPI. With MPI_THREAD_SERIALIZED, any one
-// thread at a time may call it.
+// Threads: MPI_THREAD_FUNNELED is enough if the thread that initialised MPI makes every call,
+// also construction and destruction. With MPI_THREAD_SERIALIZED, any one thread at a time may
+// call it.
 class PAVEX_API MpiComm : public Comm {
  public:
   // Duplicates `comm`. Collective over `comm`.
   explicit MpiComm(MPI_Comm comm);
 
-  // Frees the duplicate; does nothing if MPI has been finalised meanwhile. Collective.
+  // Frees the duplicate, unless MPI has been finalised. Collective.
   ~MpiComm() override;
 
   int Rank() const override;

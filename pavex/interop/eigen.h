@@ -33,10 +33,10 @@ using EigenSparsePiece =
                        MatrixCSR<typename Sparse::Scalar, typename Sparse::StorageIndex>,
                        MatrixCSC<typename Sparse::Scalar, typename Sparse::StorageIndex>>;
 
-// A piece over the arrays of `matrix`, which must outlive its use and not be changed in its
-// pattern meanwhile. Takes an Eigen::SparseMatrix, a Map or Ref of one, or whole rows of a
-// row-major (columns of a column-major) one, such as middleRows; all compressed. Aggregation
-// reads the arrays of a sparse piece and never writes them, so that a const matrix will do.
+// A piece over the arrays of `matrix`, which must outlive its use and keep its pattern until
+// then. Takes an Eigen::SparseMatrix, a Map or Ref of one, or whole rows of a row-major
+// (columns of a column-major) one, such as middleRows. Each must be compressed. The matrix may
+// be const, because aggregation never writes the arrays of a sparse piece.
 template <typename Sparse>
 EigenSparsePiece<Sparse> BorrowEigenSparse(Eigen::SparseCompressedBase<Sparse> const& matrix) {
   using I = typename Sparse::StorageIndex;

@@ -12,9 +12,9 @@ namespace Pavex {
 
 namespace {
 
-// Adds `term` to the first `count` elements. Indices and offsets of a gathered matrix, which
-// owns them, may come from a peer: the sums wrap, and offsets that promise more entries than
-// there are lead nowhere. The size of a borrowed array is only what the caller said.
+// Adds `term` to the first `count` elements. The indices and offsets that a gathered matrix
+// owns may come from a peer, so the sums wrap, and offsets that promise more entries than there
+// are do no harm. A borrowed array has the size that the caller said.
 template <typename I>
 void AddToAll(I term, Buffer<I>& array, std::int64_t count) {
   if (array.mAllocator != nullptr) count = std::min(count, array.mSize);

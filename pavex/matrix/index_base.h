@@ -16,16 +16,16 @@ namespace Pavex {
 // Aggregation never changes indices: a gathered matrix has those of its pieces. Its offsets
 // start at 0 if it was put together from several pieces. They keep their base if one process
 // held the whole. Both kinds of offsets are correct afterwards: `from` describes the indices
-// only. MatrixPartition::begin counts from 0, whatever the base of the indices. Local.
+// only. MatrixPartition::begin counts from 0 with every base of the indices. Local.
 //
 //   auto* const whole = aggregator.TargetAs<MatrixCSR<double, int>>();
 //   if (whole != nullptr) ShiftIndexBase(*whole, 1, 0);
 template <typename T, typename I>
 PAVEX_API void ShiftIndexBase(MatrixCOO<T, I>& matrix, int from, int to);
-// The same for MatrixCSR.
+// Shifts the indices of a MatrixCSR, as the function above does.
 template <typename T, typename I>
 PAVEX_API void ShiftIndexBase(MatrixCSR<T, I>& matrix, int from, int to);
-// The same for MatrixCSC.
+// Shifts the indices of a MatrixCSC, as the function for MatrixCOO does.
 template <typename T, typename I>
 PAVEX_API void ShiftIndexBase(MatrixCSC<T, I>& matrix, int from, int to);
 

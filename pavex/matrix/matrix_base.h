@@ -104,7 +104,7 @@ class PAVEX_API MatrixBase {
   MatrixBase(MatrixBase&&) = default;
   MatrixBase& operator=(MatrixBase&&) = default;
 
-  // Gives a new matrix its shape; until it is placed elsewhere it is the whole matrix.
+  // Gives a new matrix its shape. It is the whole matrix until PlaceIn makes it a piece.
   void SetShape(std::int64_t rows, std::int64_t cols) {
     mRows = mGlobalRows = rows;
     mCols = mGlobalCols = cols;

@@ -10,7 +10,7 @@ namespace Pavex {
 // the pool nor its cache needs memory of its own.
 struct Block {
   std::size_t capacity;  // the largest request that the block serves, in bytes
-  std::size_t backed;    // bytes of its data, from the start, with memory behind them
+  std::size_t backed;    // bytes of its data, from the start, that have memory
   Block* older;          // in the cache that keeps the block; null for the oldest
   Block* newer;          // the same; null for the newest
   Block* next;           // in its chain

@@ -29,7 +29,7 @@ unsigned char* MapHuge(std::size_t size) {
   unsigned char* const mapping = mapped + before;
   if (before > 0) munmap(mapped, before);
   munmap(mapping + size, kHugePage - before);
-  madvise(mapping, size, MADV_HUGEPAGE);  // a wish: small pages serve too
+  madvise(mapping, size, MADV_HUGEPAGE);  // may fail: small pages serve too
   return mapping;
 }
 
@@ -49,8 +49,8 @@ class SystemSource : public BlockSource {
 }  // namespace
 
 BlockSource& BlockSource::System() {
-  // Never destroyed: a pool with static storage may be destroyed later. No block of the heap,
-  // so that a program that has freed everything holds nothing.
+  // The source is never destroyed, because a pool with static storage may be destroyed later.
+  // It is not a block of the heap, so that a program that has freed everything holds nothing.
   alignas(SystemSource) static unsigned char storage[sizeof(SystemSource)];
   static auto* const source = new (storage) SystemSource;
   return *source;

@@ -25,13 +25,13 @@ class PAVEX_API BlockSource {
   // Takes back what TakeSmall handed out for `bytes` bytes.
   virtual void GiveBackSmall(void* memory, std::size_t bytes) = 0;
 
-  // Memory that starts at a page, with `huge` at a huge page of 2 MiB; null if there is none.
+  // Memory that starts at a page, or at a huge page of 2 MiB if `huge`; null if there is none.
   // `bytes` is a multiple of the page size.
   virtual void* TakePages(std::size_t bytes, bool huge) = 0;
   // Takes back what TakePages handed out for `bytes` bytes.
   virtual void GiveBackPages(void* pages, std::size_t bytes) = 0;
-  // Returns the pages that lie inside a part of them to the system; the part stays taken, with
-  // undefined contents.
+  // Returns the whole pages inside `bytes` bytes from `from` on to the system. They stay taken,
+  // with undefined contents.
   virtual void DropPages(void* from, std::size_t bytes) = 0;
 };
 

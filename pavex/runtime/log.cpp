@@ -42,7 +42,7 @@ PavexStatus Log::Report(PavexStatus status) {
   return status;
 }
 
-// Ends the process before it can count its lines. GCOVR_EXCL_START
+// Coverage cannot count these lines, because the process ends here. GCOVR_EXCL_START
 void Log::NeverBeenHere() {
   if (Enabled(LOG_FATAL)) {
     std::printf("[FATAL] Never been here\n");

@@ -14,10 +14,10 @@ constexpr std::size_t kMapGranule = std::size_t{64} << 10;  // a multiple of eve
 // How far after the start of a page a mapped block begins. The system copies between processes
 // several times more slowly if the target lies a few bytes further into its page than the
 // source. A large array of the application usually begins right after a page's start. Half a
-// small page is far from it, whichever side is the target.
+// small page is far from that, for a source and for a target.
 constexpr std::size_t kIntoPage = 2048;
 
-// Far above any real block, far below where sums of sizes wrap around.
+// This is far more than any real block, and so little that sums of sizes do not wrap around.
 constexpr std::size_t kMaxBytes = std::size_t{1} << 62;
 
 constexpr std::size_t kSlack = std::size_t{4} << 20;  // in the default limit

@@ -19,8 +19,8 @@ class BlockSource;
 // half times the most that was in use at once, plus 4 MiB. That is enough for an operation that
 // takes its blocks before it returns the earlier ones, and for several aggregators that share
 // the pool. If a request would exceed the limit:
-// - A larger cached block serves it, if there is one and if its unused rest stays within the
-//   limit whatever is requested later.
+// - A larger cached block serves it, if there is one whose unused rest stays within the limit
+//   for every later request.
 // - Otherwise the pool returns cached blocks to the system, the oldest first. It only trims a
 //   block of kMappedBytes and more, whose remaining pages stay warm.
 // The limit never refuses a request, and never takes anything from a block in use.
@@ -29,14 +29,14 @@ class BlockSource;
 // heap serves the smaller ones. Blocks of kHugeBytes and more start 2 KiB after a 2 MiB
 // boundary and ask the system for huge pages. Their first use costs about half.
 //
-// All numbers count requested bytes. The system hands out more: 64 bytes in front of each
-// block, whose size is rounded up to a multiple of 64; from kMappedBytes on 2 KiB in front,
-// rounded up to a multiple of 64 KiB, of which the untouched pages cost nothing. Requests of 0
-// bytes share one block that is not null; they count as blocks.
+// All numbers count requested bytes. The system hands out more. A small block takes 64 bytes
+// more, and its size is rounded up to a multiple of 64. A block of kMappedBytes and more takes
+// 2 KiB more, and its size is rounded up to a multiple of 64 KiB; pages that nothing touches
+// cost nothing. Requests of 0 bytes share one block that is not null; they count as blocks.
 //
-// Meant to be derived from: an application that overrides Allocate and Deallocate leaves all of
-// the above unused. Blocks in use when the pool is destroyed are lost. Local, and no lock: one
-// pool per rank.
+// An application may derive from this class: if it overrides Allocate and Deallocate, nothing
+// above applies. Blocks in use when the pool is destroyed are lost. Local, and without a lock:
+// use one pool per rank.
 class PAVEX_API MemoryPool : public Allocator {
  public:
   static constexpr std::size_t kAlignment = 64;                        // bytes

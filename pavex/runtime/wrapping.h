@@ -27,13 +27,13 @@ constexpr Int WrappingMul(Int a, Int b) noexcept {
   return static_cast<Int>(static_cast<Unsigned>(a) * static_cast<Unsigned>(b));
 }
 
-// Whether an array of `count` elements of `bytes` bytes (at least 1) can exist; a byte count
-// beyond wraps to a smaller one.
+// Whether an array of `count` elements of `bytes` bytes (at least 1) can exist. A byte count
+// that is too large would wrap to a smaller one.
 constexpr bool FitsMemory(long count, std::size_t bytes) noexcept {
   return count >= 0 && count <= std::numeric_limits<long>::max() / static_cast<long>(bytes);
 }
 
-// The same for elements of E.
+// Whether an array of `count` elements of E can exist.
 template <typename E>
 constexpr bool FitsMemory(long count) noexcept {
   return FitsMemory(count, sizeof(E));
