@@ -31,7 +31,7 @@ inline bool IsComplex(ValueKind kind) {
   return kind == ValueKind::COMPLEX_FLOAT || kind == ValueKind::COMPLEX_DOUBLE;
 }
 
-// The store type of the matrices that the library gets. Sparse ones have part code 0.
+// The store type of the matrices that are passed to the library. Sparse ones have part code 0.
 PavexMatrixStoreType StoreTypeOf(Format format);
 
 // The word for a choice, as the user types it after the option: "dense-row".
@@ -66,7 +66,7 @@ struct CutOptions {
 
 // What runs on which ranks.
 struct RunOptions {
-  std::optional<CommKind> mComm;  // unset: as this process was started
+  std::optional<CommKind> mComm;  // unset: chosen by the way in which this process was started
   int mRanks = kDefaultRanks;
   std::optional<ValueKind> mValue;  // unset: double, or complex double for complex input
   IndexKind mIndex = IndexKind::INT;
@@ -76,7 +76,7 @@ struct RunOptions {
   LogLevel mLogLevel = LogLevel::ERROR;
 };
 
-// What is written where; empty: not at all.
+// The files to write; an empty name writes none.
 struct OutputOptions {
   std::string mOutput;
   std::string mJson;

@@ -9,7 +9,7 @@ void CheckSolve(SolveOptions const& options) {
     throw InputError(std::string("--format ") + NameOf(options.mOperator.mFormat) +
                      ": the solvers take sparse matrices; use coo, csr or csc");
   GatherOptions forOperator = options.mOperator;
-  forOperator.mPad = 0;  // of the right-hand sides, which are dense
+  forOperator.mPad = 0;  // mPad belongs to the right-hand sides, which are dense
   CheckCombination(forOperator);
 }
 

@@ -17,7 +17,7 @@ struct SolveOptions {
   int mSteps = 0;        // solves with new values after the first
 };
 
-// Does for a solve what CheckCombination does for a gather. Throws InputError.
+// Throws InputError for options that exclude each other or do not fit a solve.
 void CheckSolve(SolveOptions const& options);
 
 }  // namespace Pavex::Tool

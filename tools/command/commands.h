@@ -10,7 +10,7 @@
 
 namespace Pavex::Tool {
 
-// Words that are parsed first, and a job that is run then. `app` must outlive it.
+// A subcommand: Parse reads its words, then Run runs its job. `app` must outlive it.
 class Subcommand {
  public:
   virtual ~Subcommand() = default;
@@ -20,8 +20,8 @@ class Subcommand {
   // Whether the words that `app` has parsed name this subcommand.
   bool IsGiven() const { return mApp->parsed(); }
 
-  // Turns the parsed words into options that fit each other, and makes the ranks that they ask
-  // for. Throws InputError.
+  // Turns the parsed words into options that fit each other, and makes the ranks that they
+  // choose. Throws InputError.
   std::unique_ptr<Ranks> Parse(Job& job) {
     ParseOptions(mWords, mOptions);
     auto ranks = MakeRanks(job, *mApp, mOptions);
@@ -29,10 +29,10 @@ class Subcommand {
     return ranks;
   }
 
-  // What the three subcommands have in common, after Parse.
+  // The options that all subcommands have. Call it after Parse.
   GatherOptions const& Options() const { return mOptions; }
 
-  // Does what the options ask for. Throws InputError and JobError.
+  // Runs the job that the options describe. Throws InputError and JobError.
   virtual void Run(Ranks& ranks) const = 0;
 
  protected:
@@ -47,7 +47,7 @@ class Subcommand {
   GatherOptions mOptions;
 };
 
-// Each adds a subcommand to `app`.
+// Each function adds a subcommand to `app`.
 std::unique_ptr<Subcommand> AddGather(CLI::App& app);
 std::unique_ptr<Subcommand> AddPlan(CLI::App& app);
 std::unique_ptr<Subcommand> AddSolve(CLI::App& app);

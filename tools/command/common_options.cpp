@@ -37,7 +37,7 @@ CLI::Validator WholeNumber(long low, long high) {
   return {check, ""};
 }
 
-// `what` the text is.
+// Refuses an empty text; `what` names the text in the message.
 CLI::Validator NotEmpty(std::string const& what) {
   auto const check = [what](std::string const& text) {
     return text.empty() ? "the " + what + " is empty" : std::string();

@@ -14,7 +14,7 @@ namespace Pavex::Tool {
 constexpr int kMostRanks = 4096;
 constexpr long kMostPad = 1 << 20;
 
-// The options that are words, before they are parsed.
+// The options whose values are words, before ParseOptions reads them.
 struct CommonWords {
   std::string mFormat = "coo";
   std::string mPartition = "rows";
@@ -26,38 +26,38 @@ struct CommonWords {
   bool mNoValues = false;
 };
 
-// A number option whose refusal names the range.
+// Adds an option for a number. The message that refuses a number names the range.
 CLI::Option* AddNumber(CLI::App& command, std::string const& name, int& number, long low,
                        long high, std::string const& help);
 CLI::Option* AddNumber(CLI::App& command, std::string const& name, long& number, long low,
                        long high, std::string const& help);
 
-// FILE and --generate.
+// Adds FILE and --generate.
 void AddInput(CLI::App& command, InputOptions& options, std::string const& fileHelp);
-// The options from --ranks to --log-level.
+// Adds the options from --ranks to --log-level.
 void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
                std::string const& formats);
-// --no-values and --ld.
+// Adds --no-values and --ld.
 void AddPieceOptions(CLI::App& command, CutOptions& options, CommonWords& words);
 // Adds an option that names a file. The name cannot be empty.
 CLI::Option* AddFile(CLI::App& command, std::string const& name, std::string& path,
                      std::string const& help);
-// --json.
+// Adds --json.
 void AddReportFile(CLI::App& command, OutputOptions& options);
-// --all-ranks.
+// Adds --all-ranks.
 void AddAllRanks(CLI::App& command, OutputOptions& options);
-// --plot; `help` says what the picture shows.
+// Adds --plot; `help` says what the picture shows.
 void AddPlot(CLI::App& command, OutputOptions& options, std::string const& help);
 
-// Throws InputError if a file that the command will write cannot be written. For the process
-// that writes it.
+// Throws InputError if a file that the command will write cannot be written. Call it on the
+// process that writes them.
 void RequireOutputs(OutputOptions const& options);
 
 // Parses the words into the options, and sets the level of the library's log. Throws InputError
 // for an unknown word.
 void ParseOptions(CommonWords const& words, GatherOptions& options);
 
-// The ranks that --comm and --ranks of `command` ask for; sets mRanks to their number.
+// Makes the ranks that --comm and --ranks of `command` choose, and sets mRanks to their number.
 std::unique_ptr<Ranks> MakeRanks(Job& job, CLI::App const& command, RunOptions& options);
 
 }  // namespace Pavex::Tool

@@ -26,7 +26,7 @@ namespace Pavex::Tool {
 
 namespace {
 
-// Whatever a file name or an argument holds.
+// `message` as one line, although a file name or an argument may contain line ends.
 std::string OneLine(std::string message) {
   std::replace_if(
       message.begin(), message.end(), [](unsigned char c) { return std::iscntrl(c) != 0; },
@@ -34,7 +34,7 @@ std::string OneLine(std::string message) {
   return message;
 }
 
-// The fault that CLI11 found, in words that name the option and the fault.
+// A text for the fault that CLI11 found; it names the option and the fault.
 std::string InOwnWords(CLI::App const& app, CLI::ParseError const& error) {
   std::vector<std::string> const unexpected = app.remaining(true);
   if (!unexpected.empty() && unexpected[0][0] == '-')

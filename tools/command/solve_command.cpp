@@ -55,7 +55,7 @@ class SolveCommand final : public Subcommand {
     return all;
   }
 
-  SolveOptions mSolve;  // all but the operator's
+  SolveOptions mSolve;  // without the options of the operator
 };
 
 SolveCommand::SolveCommand(CLI::App& app)

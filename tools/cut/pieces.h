@@ -37,8 +37,8 @@ struct Extent {
   long mEntries = 0;
 };
 
-// Throws InputError if `ranks` bands of `extent` rows (`what`) would not all have one. `orElse`
-// is another way out than fewer ranks: " or --partition entries"; may be empty.
+// Throws InputError if `extent` rows (`what`) are too few for `ranks` bands with one row each.
+// `orElse` is another remedy than fewer ranks, such as " or --partition entries"; may be empty.
 void RefuseTooManyRanks(long extent, int ranks, char const* what, std::string const& orElse);
 
 // The piece of `rank`, one of `ranks`. The bands have equal numbers of rows (columns, entries),

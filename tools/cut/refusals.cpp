@@ -8,7 +8,7 @@ namespace Pavex::Tool {
 
 namespace {
 
-// Suggests the cut by entries for an empty piece; empty if that does not help.
+// A suggestion to cut by entries, against an empty piece. Empty if that does not help.
 std::string OtherCut(Extent const& whole, CutOptions const& options, long ranks) {
   if (whole.mEntries < ranks) return "";
   return options.mFormat == Format::COO ? " or --partition entries"

@@ -1,6 +1,5 @@
 // What `pavex gather` refuses, in addition to a source with too many entries: pieces that the
-// library would take for something else, or cannot count. All functions throw InputError with a
-// remedy.
+// library would misunderstand or cannot count. All functions throw InputError with a remedy.
 
 #pragma once
 
@@ -14,10 +13,10 @@ namespace Pavex::Tool {
 // Refuses more elements than a gather can place in a dense format.
 void RefuseTooLarge(Extent const& whole, CutOptions const& options);
 
-// More ranks than rows or columns, with the cut by entries as a way out if there is one.
+// Refuses more ranks than rows or columns. Suggests a cut by entries where that helps.
 void RefuseTooManyRanks(Extent const& whole, CutOptions const& options, int ranks);
 
-// Of the records of all ranks.
+// The shapes in the records of all ranks.
 template <typename Record>
 std::vector<Extent> ExtentsOf(std::vector<Record> const& records) {
   std::vector<Extent> extents;
@@ -27,9 +26,9 @@ std::vector<Extent> ExtentsOf(std::vector<Record> const& records) {
   return extents;
 }
 
-// The library takes a coordinate piece without entries, or any piece without rows or columns,
-// for that of a rank that has no part in the matrix. A gather of values needs at least one
-// value from every rank. `pieces` are those of all ranks.
+// Refuses empty pieces; `pieces` are those of all ranks. The library would assume that a rank
+// with a coordinate piece without entries, or with any piece without rows or columns, has no
+// part in the matrix. And a gather of values needs at least one value from every rank.
 void RefuseEmptyPieces(std::vector<Extent> const& pieces, Extent const& whole,
                        CutOptions const& options);
 

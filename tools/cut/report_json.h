@@ -1,5 +1,4 @@
-// What the reports for programs have in common, whichever command writes them. Each key is
-// described in docs/json.md.
+// The parts that the reports for programs share. docs/json.md describes each key.
 
 #pragma once
 
@@ -25,12 +24,13 @@ struct ReportHead {
 
 nlohmann::ordered_json InJson(ReportHead const& head);
 
-// A transfer that all ranks took part in: `operation` is "gather", "update" or "scatter", `of`
-// what was moved, `seconds` the time of the slowest rank, `bytes` what arrived on all together.
+// A transfer that all ranks took part in. `operation`: "gather", "update" or "scatter"; `of`:
+// what was moved; `seconds`: the time of the slowest rank; `bytes`: the bytes that arrived on
+// all ranks together.
 nlohmann::ordered_json TransferInJson(std::string const& operation, char const* of,
                                       double seconds, long bytes);
 
-// The text of the file. A file name may hold any bytes; those that are no UTF-8 are replaced.
+// The text of the file. Bytes of a file name that are not UTF-8 are replaced.
 std::string TextOf(nlohmann::ordered_json const& report);
 
 }  // namespace Pavex::Tool

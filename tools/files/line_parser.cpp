@@ -65,7 +65,7 @@ double LineParser::UnusualNumber(char const* what) {
   if (parsed.ec == std::errc::invalid_argument || parsed.ptr != end)
     mReader.Fail(std::string("the ") + what + " " + Quoted(word) + " is not a number");
   if (parsed.ec == std::errc::result_out_of_range)
-    value = std::strtod(text.c_str(), nullptr);  // tells overflow from underflow
+    value = std::strtod(text.c_str(), nullptr);  // distinguishes overflow from underflow
   if (std::isnan(value) || text.find_first_of("iI") != std::string::npos)
     mReader.Fail(std::string("the ") + what + " " + Quoted(word) + " is not finite");
   if (std::isinf(value))

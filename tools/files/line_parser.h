@@ -11,9 +11,9 @@
 
 namespace Pavex::Tool {
 
-// Reads along the line that `reader` returned last. Every fault goes to reader.Fail. `what`
-// names the item in the message ("row", "value"). The header has the code for a good line, the
-// source file the rest.
+// Reads the line that `reader` returned last from its beginning to its end. Every fault goes to
+// reader.Fail. `what` names the item in the message ("row", "value"). The header contains the
+// code for a good line, and the source file the rest.
 class LineParser {
  public:
   LineParser(LineReader const& reader, std::string_view line)
@@ -63,7 +63,8 @@ class LineParser {
   std::string_view NextWord() const;
   std::string_view RequiredWord(char const* what) const;
 
-  // A leading plus, a D exponent, a number that underflows, or a fault.
+  // Reads a number with a leading plus or a D exponent, or one that underflows. Fails for
+  // others.
   double UnusualNumber(char const* what);
   [[noreturn]] void FailInteger(char const* what, long low, long high) const;
   [[noreturn]] void FailEnd(char const* after) const;
@@ -73,8 +74,8 @@ class LineParser {
   char const* mEnd;
 };
 
-// `word` in quotes, cut if it is long, with a question mark for each unprintable byte. So a
-// message stays one readable line, whatever the file contains.
+// `word` in quotes, cut if it is long, with a question mark for each unprintable byte. So every
+// message is one readable line.
 std::string Quoted(std::string_view word);
 
 }  // namespace Pavex::Tool

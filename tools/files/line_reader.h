@@ -22,13 +22,13 @@ class LineReader {
   // false at the end of the file.
   bool Next(std::string_view& line);
 
-  // The same, but skips lines of blanks and tabs.
+  // Sets `line` to the next line that has more than blanks and tabs; otherwise like Next.
   bool NextFilled(std::string_view& line);
 
   // Throws InputError "path:line: fault" for the line that was read last, "path: fault" before
   // the first.
   [[noreturn]] void Fail(std::string const& fault) const;
-  // The same for an earlier line.
+  // Throws InputError "path:line: fault" for an earlier line.
   [[noreturn]] void FailAt(long line, std::string const& fault) const;
 
   // Whether the size of the file is known in advance. It is unknown for a pipe.

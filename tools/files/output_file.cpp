@@ -21,7 +21,7 @@ bool IsReplaceable(std::string const& path) {
   return !std::filesystem::exists(status) || std::filesystem::is_regular_file(status);
 }
 
-// Whether it is one like /dev/stdout, also if that leads to a regular file.
+// Whether `path` is a name of standard output, such as /dev/stdout. It may be a regular file.
 bool IsStandardOutput(std::string const& path) {
   struct stat file {};
   struct stat output {};
@@ -41,7 +41,7 @@ OutputFile::OutputFile(std::string path) : mPath(std::move(path)) {
   if (mFile < 0) FailSystem();
 }
 
-// Leaves mFile below 0 and the fault in errno if it cannot.
+// Opens the temporary file. On a failure mFile is negative and errno contains the fault.
 void OutputFile::OpenTemporary() {
   struct stat older {};
   bool const exists = stat(mPath.c_str(), &older) == 0;

@@ -33,7 +33,7 @@ class OutputFile {
   [[noreturn]] void FailSystem() const;  // with the text of errno
 
   std::string mPath;
-  std::string mTarget;     // mPath behind symbolic links
+  std::string mTarget;     // the file to which mPath leads through symbolic links
   std::string mTemporary;  // empty once it has its name, and where mPath is written directly
   int mFile = -1;
 };

@@ -20,7 +20,7 @@ int WidthOf(int terminal) {
   return 80;
 }
 
-// A missing bar is no reason to fail.
+// Ignores failures: the work can go on without a bar.
 void Draw(int terminal, std::string const& text) {
   [[maybe_unused]] ssize_t const ignored = write(terminal, text.data(), text.size());
 }

@@ -20,7 +20,8 @@ struct Process {
   int mParent = 0;
 };
 
-// From the line "PID (NAME) STATE PARENT ..."; the name may have any characters.
+// Reads the line "PID (NAME) STATE PARENT ..." of a process. The name may contain any
+// characters.
 Process Look(int id) {
   std::ifstream file("/proc/" + std::to_string(id) + "/stat");
   std::string line;

@@ -8,7 +8,7 @@ namespace Pavex::Tool {
 
 namespace {
 
-constexpr std::size_t kFirstLines = 3;  // of ranks, where not all have one
+constexpr std::size_t kFirstLines = 3;  // ranks shown at the top if not all are shown
 constexpr std::size_t kLeastWidth = 10;
 
 int WidthOf(RankTable::Column const& column) {

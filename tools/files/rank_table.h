@@ -36,15 +36,15 @@ class RankTable {
     Kind mKind;
   };
 
-  // One for each column; unset: the rank has none, shown as "-".
+  // One value for each column. An unset value is shown as "-".
   using Values = std::vector<std::optional<long>>;
 
   explicit RankTable(std::vector<Column> columns) : mColumns(std::move(columns)) {}
 
-  // Ranks follow each other from 0 on.
+  // Adds the next rank. The first call adds rank 0.
   void AddRank(Values values) { mRanks.push_back(std::move(values)); }
 
-  // Lines that each end in a line end; every rank has one if `allRanks`.
+  // The lines of the table, each with its line end. Shows every rank if `allRanks`.
   std::string Text(bool allRanks) const;
 
  private:

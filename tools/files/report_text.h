@@ -8,7 +8,7 @@
 
 namespace Pavex::Tool {
 
-// Appends what printf would print, at most 511 characters.
+// Appends a text in printf format to `text`, at most 511 characters.
 __attribute__((format(printf, 2, 3))) void Append(std::string& text, char const* format, ...);
 
 double Megabytes(long bytes);

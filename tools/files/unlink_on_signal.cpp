@@ -31,7 +31,7 @@ void InstallHandlers() {
   for (int const signal : {SIGHUP, SIGINT, SIGPIPE, SIGTERM}) {
     struct sigaction former {};
     sigaction(signal, nullptr, &former);
-    if (former.sa_handler != SIG_DFL) continue;  // as nohup ignores SIGHUP
+    if (former.sa_handler != SIG_DFL) continue;  // nohup, for example, ignores SIGHUP
     struct sigaction action {};
     action.sa_handler = UnlinkAndDie;
     action.sa_flags = static_cast<int>(SA_RESETHAND);

@@ -13,7 +13,8 @@ void WriteWholeFile(std::string const& path, std::string const& text) {
 }
 
 void RefuseUnwritable(std::string const& path) {
-  // Opening a pipe would wait for its reader, and closing it would end the reader's input.
+  // A pipe is not tried: opening it would wait for its reader, and closing it would end the
+  // reader's input.
   std::error_code ignored;
   if (!std::filesystem::is_fifo(path, ignored)) OutputFile const attempt(path);
 }

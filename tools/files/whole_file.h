@@ -10,8 +10,8 @@ namespace Pavex::Tool {
 // is written directly. Throws InputError with "path: fault".
 void WriteWholeFile(std::string const& path, std::string const& text);
 
-// Throws InputError if writing would fail for another reason than a lack of space, so that the
-// user does not wait for a result that cannot be written. Leaves the file as it is.
+// Throws InputError if the file cannot be written for another reason than a lack of space, so
+// that the user does not wait for a result in vain. Does not change the file.
 void RefuseUnwritable(std::string const& path);
 
 }  // namespace Pavex::Tool

@@ -12,15 +12,15 @@ namespace Pavex::Tool {
 
 namespace {
 
-constexpr double kLongest = 600;  // of a side of the pattern
+constexpr double kLongest = 600;  // the longest side of the pattern
 constexpr double kShortest = 60;
-constexpr double kLabels = 76;  // left of the pattern
+constexpr double kLabels = 76;  // width of the labels on the left of the pattern
 constexpr double kLegend = 268;
 constexpr double kSwatch = 12;
-constexpr int kMostLines = 24;  // of ranks in the legend
+constexpr int kMostLines = 24;  // the most ranks that the legend lists
 constexpr double kNarrowest = 620;
 
-// The colours, then a text or the three columns of the table.
+// A line of the legend: colours, followed by a text or by the three columns of the table.
 struct LegendLine {
   std::vector<Colour> mSwatches;
   std::string mText;
@@ -32,7 +32,8 @@ struct LegendLine {
 };
 using Legend = std::vector<LegendLine>;
 
-// With as many decimals as a table up to `most` bytes needs: below a megabyte every byte shows.
+// `bytes` in megabytes, with the decimals that a table of up to `most` bytes needs. Every byte
+// shows if `most` is less than a megabyte.
 std::string InMegabytes(long bytes, long most) {
   char text[40];
   std::snprintf(text, sizeof text, "%.*f", most < 1000000 ? 6 : 3,
@@ -71,7 +72,7 @@ void AddRanks(GatherReport const& report, Legend& legend) {
   if (count > 1) add({}, "all", all);
 }
 
-// In grey, because the colour differs from rank to rank.
+// Adds the scale of the strengths. It is grey, because the colour differs from rank to rank.
 void AddStrengths(long most, std::string const& what, Legend& legend) {
   constexpr int kSteps = 5;
   LegendLine line;
@@ -127,7 +128,7 @@ void DrawLegend(Canvas& canvas, double x, double y, Legend const& legend) {
   }
 }
 
-// Whole pixels for each of `cells`, at least `least` points in all.
+// The length of `cells` cells in points, at least `least`. Each cell has whole pixels.
 double Length(long cells, double pixelsPerCell, double least) {
   if (cells == 0) return least;
   auto const count = static_cast<double>(cells);
@@ -135,7 +136,7 @@ double Length(long cells, double pixelsPerCell, double least) {
          kPixelsPerPoint;
 }
 
-// Between positions that are large enough to be counted.
+// Draws lines between the positions if they are large enough to be counted.
 void DrawGrid(Canvas& canvas, Box const& box, CellGrid const& grid) {
   constexpr double kCountable = 8;
   constexpr Colour kGrid{225, 225, 225};

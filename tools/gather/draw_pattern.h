@@ -15,7 +15,7 @@ namespace Pavex::Tool {
 std::string DrawPattern(GatherReport const& report, PatternCells const& cells,
                         PictureKind kind);
 
-// The pattern alone: one pixel for each cell.
+// Draws the pattern alone, with one pixel for each cell.
 Raster Paint(PatternCells const& cells);
 
 // The box of the cells on the canvas. Each cell fills whole pixels and is square unless the

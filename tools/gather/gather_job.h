@@ -17,10 +17,10 @@ namespace Pavex::Tool {
 
 struct GatherResult {
   GatherReport mReport;
-  // In the process of rank 0: the gathered matrix, written to options.mOutput but not
-  // committed.
+  // The gathered matrix, written to options.mOutput but not committed. Set in the process of
+  // rank 0.
   std::unique_ptr<MatrixMarketWriter> mOutput;
-  // In the process of rank 0, if options.mPlot asks for it and no difference was found.
+  // The pattern for options.mPlot. Set in the process of rank 0 if no difference was found.
   std::optional<PatternCells> mPattern;
 };
 

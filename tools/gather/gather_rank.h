@@ -53,7 +53,7 @@ class GatherRank {
   std::shared_ptr<Comm> mComm;
   Source const& mSource;
   GatherOptions const& mOptions;
-  int mSteps = 0;  // steps that the values have moved
+  int mSteps = 0;  // how often the values have changed
   RankRecord mRecord;
   std::vector<Timing> mTimings;
 

@@ -7,7 +7,8 @@ namespace Pavex::Tool {
 
 namespace {
 
-// Of `extent` positions along a side, where `common` would do for the longer one.
+// How many of the `extent` positions along a side make one cell. `common` is that number for
+// the longer side.
 long PositionsPerCell(long extent, long common) {
   return std::min(common, std::max(1L, extent / kThinCells));
 }

@@ -9,8 +9,8 @@
 namespace Pavex::Tool {
 
 constexpr long kMostCells = 600;  // along each side
-// A side has at least that many cells, as far as it has that many positions: a thin matrix
-// stays visible.
+// A side has at least this many cells, or one for each position if it has fewer positions. So a
+// thin matrix stays visible.
 constexpr long kThinCells = 60;
 
 // The cut into cells. All have mCellRows x mCellCols positions, except the last ones, which may
@@ -30,19 +30,19 @@ struct CellGrid {
 };
 
 struct Cell {
-  int mRank = -1;  // that held most of its entries, the first of several; -1: no entry
+  int mRank = -1;  // the first of the ranks that held most of its entries; -1: no entry
   long mEntries = 0;
 };
 
-// Filled entry by entry, rank after rank.
+// The cells of a pattern. Add the entries one by one, rank after rank.
 class PatternCells {
  public:
   PatternCells(long rows, long cols);
 
-  // Entries that are added from now on were held by `rank`.
+  // Says that `rank` held the entries that are added from now on.
   void BeginRank(int rank);
-  // An entry of the matrix. With `isZero` it shows its rank but does not count: an element of a
-  // dense matrix that is stored though it is zero.
+  // Adds an entry of the matrix. `isZero`: an element of a dense matrix that is zero; it shows
+  // its rank but is not counted.
   void Add(long row, long col, bool isZero = false);
   void End();
 
@@ -50,9 +50,9 @@ class PatternCells {
   Cell const& At(long down, long across) const {
     return mCells[static_cast<std::size_t>(down * mGrid.Across() + across)];
   }
-  // Of all cells.
+  // The most entries that one cell has.
   long MostEntries() const;
-  // Whether a cell stands for stored zeros alone.
+  // Whether there is a cell with nothing but stored zeros.
   bool HasZeros() const;
 
  private:

@@ -12,8 +12,8 @@
 
 namespace Pavex::Tool {
 
-// The elements of each rank's block, band by band. A matrix that every rank held counts as that
-// of rank 0.
+// Adds the elements of a gathered dense matrix, band by band. A matrix that every rank held
+// counts as that of rank 0.
 template <typename T, typename I>
 void AddDense(Elements<T, I> const& gathered, std::vector<RankRecord> const& pieces,
               Partition partition, PatternCells& cells) {
@@ -29,8 +29,8 @@ void AddDense(Elements<T, I> const& gathered, std::vector<RankRecord> const& pie
   }
 }
 
-// The arrays of a gathered sparse matrix are those of the pieces one behind the other, rank
-// after rank. A matrix that every rank held has as many entries as that of rank 0.
+// Adds the entries of a gathered sparse matrix. Its arrays are those of the pieces, one after
+// the other by rank. A matrix that every rank held has as many entries as that of rank 0.
 template <typename T, typename I>
 void AddSparse(Elements<T, I> const& gathered, std::vector<RankRecord> const& pieces,
                PatternCells& cells) {

@@ -35,10 +35,10 @@ struct RankRecord {
 
   long mPeakPoolBytes = 0;  // of this rank's pool over the whole run
 
-  char mDifference[256] = "";  // the first that the check found; empty: verified
+  char mDifference[256] = "";  // the first difference that the check found; empty: verified
 };
 
-// A step of all ranks together.
+// The time and the traffic of one step of all ranks.
 struct Timing {
   std::string mStep;    // "gather", "update", "scatter"
   double mSeconds = 0;  // of the slowest rank

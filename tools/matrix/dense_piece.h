@@ -11,8 +11,8 @@
 
 namespace Pavex::Tool {
 
-// Column-major with `pad` unused elements after each column. Not movable: the matrix points
-// into the array, which a gathered matrix may borrow, so this outlives it.
+// A column-major matrix with `pad` unused elements after each column. Not movable: the matrix
+// points into the array. It must outlive a gathered matrix that borrows the array.
 template <typename T, typename I>
 class DensePiece {
  public:

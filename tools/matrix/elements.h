@@ -1,5 +1,5 @@
-// The elements of a matrix of the library, whatever its format: the only place in the command
-// that tells the arrays of the formats apart.
+// The elements of a matrix of the library in any format. No other place in the command
+// distinguishes the arrays of the formats.
 
 #pragma once
 
@@ -21,9 +21,9 @@ struct DenseLayout {
   }
 };
 
-// The arrays of a matrix, which it must outlive. An index that no array gives is that of the
-// line: compressed and dense matrices consist of lines, rows or columns. Only the constructor
-// depends on the format; it reads no array.
+// The arrays of a matrix, which must outlive this object. Compressed and dense matrices consist
+// of lines, which are rows or columns; the line gives the index that no array contains. Only
+// the constructor depends on the format; it reads no array.
 template <typename T, typename I>
 struct Elements {
   explicit Elements(MatrixBase const& matrix);
@@ -38,8 +38,8 @@ struct Elements {
   bool mDense = false;          // has a layout and no index array
   DenseLayout mLayout;          // of a dense matrix
   I const* mOffsets = nullptr;  // where the lines begin, and where the last one ends
-  I const* mRow = nullptr;      // of each element
-  I const* mCol = nullptr;      // of each element
+  I const* mRow = nullptr;      // row of each element
+  I const* mCol = nullptr;      // column of each element
   T* mValues = nullptr;         // null for a pattern
 
   long Lines() const { return mByRows ? mRows : mCols; }

@@ -9,8 +9,9 @@
 
 namespace Pavex::Tool {
 
-// Bytes of the arrays of `gathered`, null where nothing was received, that are new on this rank
-// (or, with `borrowed`, those of its piece `local`); of the values alone or of all arrays.
+// Bytes of the arrays of `gathered` that are new on this rank, or with `borrowed` of those that
+// belong to its piece `local`. Counts the values alone or all arrays. `gathered` is null on a
+// rank that received nothing.
 template <typename T, typename I>
 long GatheredBytes(MatrixBase const* gathered, MatrixBase const& local, bool borrowed,
                    bool valuesOnly) {

@@ -43,8 +43,8 @@ class LocalMatrix {
                              mValues.size() * sizeof(T));
   }
 
-  // Moves every value one step on, in a new array. The former one is returned and must live
-  // until the gathered matrix, which may borrow it, has been updated.
+  // Changes every value by one step, in a new array. Returns the earlier array. Keep it until
+  // the gathered matrix, which may borrow it, has been updated.
   std::vector<T> Advance();
 
  private:

@@ -1,4 +1,4 @@
-// Products with an operator of which each rank holds a piece.
+// Products with an operator that is cut into pieces, one on each rank.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// The values of the pieces: the input at first, then a little more with each update.
+// The values of the pieces: those of the input at first, and a little more after each update.
 
 #pragma once
 
@@ -39,7 +39,7 @@ T AfterSteps(T value, long row, long col, int steps) {
   return value;
 }
 
-// The value of the elements between the runs of a dense piece. Nothing may ever change them.
+// The value of the elements between the runs of a dense piece. No operation may change them.
 template <typename T>
 T GapValue() {
   return static_cast<T>(-12345.0F);

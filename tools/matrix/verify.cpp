@@ -102,9 +102,9 @@ class SparseRows {
 
   Elements<T, I> mElements;
   bool mWithValues;
-  std::vector<std::uint32_t> mOrder;  // the entries by row, for those that are not
-  std::size_t mNext = 0;              // the first of the next row in mOrder
-  std::vector<std::int32_t> mColumn;  // of each entry, where the lines are columns
+  std::vector<std::uint32_t> mOrder;  // the entries by row, if the arrays are not in that order
+  std::size_t mNext = 0;              // the first entry of the next row in mOrder
+  std::vector<std::int32_t> mColumn;  // column of each entry, if the lines are columns
 };
 
 template <typename T, typename I>

@@ -15,19 +15,20 @@ namespace Pavex::Tool {
 struct Expectation {
   Format mFormat = Format::COO;
   bool mWithValues = true;
-  int mSteps = 0;  // steps that the values have moved since the input
+  int mSteps = 0;  // how often the values have changed since the input
 };
 
-// Compares shape, storage, pattern and values exactly; the entries of one row (of the whole
-// matrix for coo) may stand in any order. Dense: 0 where the source has no entry, the sum where
-// it has several. Returns the first difference in words, 0-based, or an empty text. Reads no
-// array outside what the matrix says of itself.
+// Compares shape, storage, pattern and values exactly. The entries of one row (for coo, of the
+// whole matrix) may have any order. A dense matrix must have 0 where the source has no entry,
+// and the sum where it has several. Returns the first difference in words, 0-based, or an empty
+// text. Reads no array beyond the size that the matrix states.
 template <typename T, typename I>
 std::string FindDifference(MatrixBase const& gathered, Source const& source,
                            Expectation const& expected);
 
-// The same for the dense piece at `piece`, which `values` holds in that layout; the elements
-// between its lines must still hold GapValue.
+// Compares the dense piece at `piece`, whose values are in `values` in that layout. The
+// elements between its lines must still be GapValue. Returns the first difference, like the
+// function above.
 template <typename T>
 std::string FindDifferenceInBlock(T const* values, DenseLayout const& layout,
                                   Piece const& piece, Source const& source, int steps);

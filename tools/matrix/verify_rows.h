@@ -45,7 +45,7 @@ inline std::string At(long row, long col) {
   return "(" + std::to_string(row) + ", " + std::to_string(col) + ")";
 }
 
-// Compares the entries of `row` as multisets; sorts both where they differ in order.
+// Compares the entries of `row` as multisets. Sorts both sides if their orders differ.
 template <typename T>
 std::string FindDifferenceInRow(long row, std::vector<Item<T>>& expected,
                                 std::vector<Item<T>>& found) {

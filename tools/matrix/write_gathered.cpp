@@ -13,7 +13,7 @@ namespace {
 template <typename T>
 constexpr Field kField = std::is_floating_point_v<T> ? Field::REAL : Field::COMPLEX;
 
-// Array format stores a matrix column by column.
+// Writes the array format, which stores a matrix column by column.
 template <typename T, typename I>
 void WriteColumns(MatrixMarketWriter& writer, Elements<T, I> const& elements) {
   for (long col = 0; col < elements.mCols; ++col)

@@ -10,9 +10,9 @@
 
 namespace Pavex::Tool {
 
-// The sparse storages in coordinate format, entry by entry as they stand, as a pattern if there
-// are no values; dense in array format. The file has its name only after Commit of what is
-// returned. Throws InputError.
+// Writes a dense matrix in array format, and a sparse one in coordinate format with its entries
+// in their order, as a pattern if there are no values. The file gets its name only when the
+// caller calls Commit of the result. Throws InputError.
 template <typename T, typename I>
 std::unique_ptr<MatrixMarketWriter> WriteGathered(std::string const& path,
                                                   MatrixBase const& gathered);

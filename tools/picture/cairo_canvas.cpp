@@ -37,7 +37,7 @@ struct Destroy {
 };
 using Surface = std::unique_ptr<cairo_surface_t, Destroy>;
 
-// The cells in the pixels of an image; a cell gets whole pixels, so no viewer blurs it.
+// Draws the cells into an image. Each cell gets whole pixels, so no viewer blurs it.
 Surface Enlarge(Raster const& raster, int width, int height) {
   Surface image(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height));
   Require(cairo_surface_status(image.get()));

@@ -21,7 +21,7 @@ struct Colour {
   }
 };
 
-// Lengths on a canvas are points, counted from its upper left corner to the right and down.
+// A position on a canvas in points, counted from its upper left corner to the right and down.
 struct Point {
   double mX;
   double mY;
@@ -37,7 +37,7 @@ struct Box {
   double Bottom() const { return mY + mHeight; }
 };
 
-// A point is that many pixels in a PNG file and in the rasters of the other kinds.
+// One point has this many pixels in a PNG file and in the rasters of the other kinds.
 constexpr int kPixelsPerPoint = 2;
 
 // Coloured cells, row by row from the top.
@@ -65,20 +65,21 @@ struct TextStyle {
 constexpr Colour kInk{34, 34, 34};
 constexpr Colour kPaper{255, 255, 255};
 
-// Used by one thread. Throws std::bad_alloc or InputError if the picture cannot be drawn.
+// A canvas of any kind. One thread uses it. Throws std::bad_alloc or InputError if the picture
+// cannot be drawn.
 class Canvas {
  public:
   virtual ~Canvas() = default;
 
   virtual void Fill(Box const& box, Colour colour) = 0;
-  // A thin line around the box, outside it.
+  // Draws a thin line around the box, outside it.
   virtual void Frame(Box const& box) = 0;
   virtual void Line(std::vector<Point> const& points, Colour colour, double width) = 0;
   virtual void Dot(Point const& centre, Colour colour, double radius) = 0;
-  // Fills the box with the cells, each of which gets sharp edges.
+  // Fills the box with the cells. Each cell has sharp edges.
   virtual void Image(Box const& box, Raster const& raster) = 0;
-  // `at` is on the base line, at the left end, the middle or the right end of the text. Bytes
-  // that cannot be shown become question marks.
+  // Writes a text. `at` is on the base line, at the left end, the middle or the right end of
+  // the text. Bytes that cannot be shown become question marks.
   virtual void Text(Point const& at, std::string const& text, TextStyle const& style) = 0;
   virtual double Width(std::string const& text, TextStyle const& style) const = 0;
 

@@ -1,4 +1,4 @@
-// A build without Cairo.
+// The canvas of a build without Cairo.
 
 #include "tools/choice/input_error.h"
 #include "tools/picture/canvas.h"

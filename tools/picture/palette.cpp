@@ -7,7 +7,7 @@ namespace Pavex::Tool {
 
 namespace {
 
-// Neighbours in this order differ in lightness too.
+// The colours of Okabe and Ito, in an order in which neighbours differ in lightness too.
 constexpr Colour kOkabeIto[kRankColours] = {
     {0, 114, 178},    // blue
     {230, 159, 0},    // orange

@@ -8,13 +8,13 @@ namespace Pavex::Tool {
 
 constexpr int kRankColours = 8;
 
-// Of the eight colours of Okabe and Ito; rank kRankColours has that of rank 0 again.
+// One of the eight colours of Okabe and Ito. Rank kRankColours has the colour of rank 0 again.
 Colour RankColour(int rank);
 
-// From white (strength 0) to the colour itself (strength 1).
+// A colour between white (strength 0) and `colour` (strength 1).
 Colour Pale(Colour colour, double strength);
 
-// The map viridis, which grows lighter evenly: from dark violet (0) by green to yellow (1).
+// A colour of the map viridis, which gets lighter evenly: dark violet (0), green, yellow (1).
 Colour FieldColour(double part);
 
 }  // namespace Pavex::Tool

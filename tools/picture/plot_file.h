@@ -9,7 +9,8 @@
 
 namespace Pavex::Tool {
 
-// By its ending, in small or capital letters. Throws InputError for another one.
+// The kind of picture that the ending of `path` names, in small or capital letters. Throws
+// InputError for an unknown ending.
 PictureKind KindOfPicture(std::string const& path);
 
 // Throws InputError, before the work begins, if `path` is set and this build cannot draw

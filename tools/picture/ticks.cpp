@@ -14,7 +14,7 @@ std::string InDigits(double value, int digits) {
   return text;
 }
 
-// The differences of doubles can overflow as doubles.
+// The type of the differences of doubles, which may be too large for a double.
 using Wider = long double;
 
 Wider NiceStep(Wider least) {
@@ -42,7 +42,7 @@ std::vector<Tick> TicksBetween(double low, double high, int most) {
   if (low == high) return {{low, InDigits(low, 6)}};
   Wider const span = Wider(high) - Wider(low);
   Wider const step = NiceStep(span / (most - 1));
-  Wider const slack = 1e-9L;  // of a step, for bounds that are multiples but for rounding
+  Wider const slack = 1e-9L;  // part of a step: rounding may move a bound that is a multiple
   Wider const first = std::ceil(low / step - slack);
   auto const steps = static_cast<long>(std::floor(high / step + slack) - first);
   std::vector<double> values;

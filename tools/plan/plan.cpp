@@ -16,8 +16,8 @@ constexpr long kRecordBytes = sizeof(MatrixLocalInfo);
 constexpr long kCountBytes = sizeof(int);
 constexpr long kNearLimit = kMaxEntries / 10 * 9;
 
-// Keeps every number of a plan below 2^63: an entry counts for at most 32 bytes in what one
-// rank receives, and for 48 in the peak of its pool.
+// With at most so many entries, every number of a plan is below 2^63: an entry adds at most 32
+// bytes to what one rank receives, and 48 to the peak of its pool.
 constexpr long kMostEntriesOfAllRanks = 1L << 57;
 
 void RefuseUncountable(Source const& source, GatherOptions const& options) {
@@ -98,7 +98,7 @@ class Account {
         mValueBytes(options.mWithValues ? bytes.mValue : 0),
         mIndexBytes(bytes.mIndex) {}
 
-  // Of the arrays of a piece as the application holds it.
+  // Bytes of the arrays of a piece as the application holds it.
   long PieceBytes(PlanRank const& rank) const {
     if (IsDense(mOptions.mFormat)) {
       bool const filled = rank.mEntries > 0;
@@ -134,18 +134,18 @@ class Account {
   long Runs(PlanRank const& rank) const { return ByRows() ? rank.mRows : rank.mCols; }
   long RunLength(PlanRank const& rank) const { return ByRows() ? rank.mCols : rank.mRows; }
 
-  // Of the index and value arrays of a coordinate or compressed matrix.
+  // Bytes of the index and value arrays of a coordinate or compressed matrix.
   long SparseBytes(long rows, long cols, long entries) const {
     if (mOptions.mFormat == Format::COO) return entries * (2 * mIndexBytes + mValueBytes);
     return (Compressed(rows, cols) + 1) * mIndexBytes + entries * (mIndexBytes + mValueBytes);
   }
-  // Arrays that are moved one after the other.
+  // How many arrays are moved, one after the other.
   int Arrays() const {
     if (IsDense(mOptions.mFormat)) return 1;
     return mOptions.mWithValues ? 3 : 2;
   }
 
-  // What is taken behind the records, at most.
+  // The most bytes that a rank takes at once after the records.
   long PeakOfPath(PlanRank const& rank, int r, int count) const {
     if (mDecision.mMode == CENTRALIZED_ALL) return 0;
     bool const one = mDecision.mMode == CENTRALIZED_ONE;
@@ -160,7 +160,8 @@ class Account {
     return base + CompressedPeak(rank, whole, countArrays);
   }
 
-  // While the lengths travel their own counts are held, and neither indices nor values.
+  // The most bytes of a compressed gather. While the lengths travel, a rank holds their counts,
+  // but neither indices nor values.
   long CompressedPeak(PlanRank const& rank, long whole, long countArrays) const {
     long const lengths = Compressed(rank.mRows, rank.mCols) * mIndexBytes;
     if (!rank.mReceiver) return lengths;
@@ -168,8 +169,8 @@ class Account {
     return std::max(whole, offsets + countArrays + lengths);
   }
 
-  // The gathered values, a packed copy of a piece with gaps, and a second copy of the gathered
-  // values where bands lie side by side in each run.
+  // The most bytes of a dense gather: the gathered values, a packed copy of a piece with gaps,
+  // and a second copy of the gathered values if bands are side by side in each run.
   long DensePeak(PlanRank const& rank) const {
     long const whole = rank.mReceiver ? mDecision.mEntries * mValueBytes : 0;
     bool const gaps = mOptions.mPad != 0 && Runs(rank) > 1;
@@ -183,7 +184,7 @@ class Account {
     return !along && (ByRows() ? mDecision.mRows : mDecision.mCols) != 1;
   }
 
-  // Each rank sends its share of each array.
+  // Counts what a receiver gets when each rank sends its share of each array.
   void ReceivePieces(std::vector<PlanRank> const& ranks, PlanRank& rank) const {
     rank.mCalls += Arrays();
     if (!rank.mReceiver) return;
@@ -200,7 +201,7 @@ class Account {
     return lengths ? bytes - mIndexBytes : bytes;
   }
 
-  // The holder sends each array to the receivers.
+  // Counts what a receiver gets when the holder sends each array.
   void ReceiveWhole(PlanRank& rank, int r) const {
     bool const holds = r == mDecision.mSource;
     bool const takesPart =
@@ -232,7 +233,8 @@ void WarnOfEmptyRanks(Plan const& plan, std::vector<std::string>& warnings) {
                      std::to_string(first - plan.mRanks.begin()));
 }
 
-// The command refuses before the library sees the pieces.
+// The refusal of the command, which comes before the library sees the pieces. Empty if there is
+// none.
 std::string RefusalOf(Source const& source, Plan const& plan) {
   try {
     source.CheckEntries();
@@ -244,7 +246,8 @@ std::string RefusalOf(Source const& source, Plan const& plan) {
   return plan.mDecided ? "" : "the library refuses these pieces";
 }
 
-// Of a count that goes to the communicator: a warning, or the refusal if there is none yet.
+// Warns if a count is near the most that one gather can place. A larger count becomes the
+// refusal of the plan, unless there is one.
 void JudgeCount(std::string const& what, long count, Plan& plan) {
   if (count < kNearLimit) return;
   std::string const limit = std::to_string(kMaxEntries) + " that one gather can place";

@@ -1,5 +1,5 @@
-// Computes what a gather will do before anything moves: from the counts of the pieces alone,
-// with the library's own decision.
+// Computes what a gather will do, before anything moves. It uses the counts of the pieces alone
+// and the decision of the library.
 
 #pragma once
 
@@ -29,17 +29,17 @@ struct PlanRank {
 };
 
 struct Plan {
-  CommKind mComm = CommKind::LOCAL;  // what carries the ranks
+  CommKind mComm = CommKind::LOCAL;  // how the ranks would run
   std::string mInput;
   std::string mField;
   Extent mWhole;
   GatherOptions mOptions;
   ValueKind mValue = ValueKind::DOUBLE;
 
-  // Why `pavex gather` refuses this, in its own words; empty if it does not.
+  // The message with which `pavex gather` refuses this; empty if it does not.
   std::string mRefusal;
 
-  // What the library says about the pieces. It may decide what the command refuses.
+  // Whether the library has decided a mode. It may do so although the command refuses.
   bool mDecided = false;
   DistMatrixMode mMode = DISTRIBUTED;  // if decided, as are the numbers of the ranks
   std::string mDescription;

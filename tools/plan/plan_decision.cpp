@@ -6,7 +6,7 @@ namespace Pavex::Tool {
 
 namespace {
 
-// The command refuses too many entries in its own words.
+// The findings except that of too many entries, which the command refuses itself.
 std::vector<std::string> FindingsOf(Buffer<MatrixLocalInfo> const& records,
                                     GatherPlan const& plan) {
   std::vector<std::string> findings;

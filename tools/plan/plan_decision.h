@@ -32,15 +32,15 @@ class CountedMatrix final : public MatrixBase {
 };
 
 struct PieceDecision {
-  PavexStatus mStatus = STATUS_OK;  // of the checks of a gather; the rest is set on success
+  PavexStatus mStatus = STATUS_OK;  // what a gather returns; the next members need STATUS_OK
   DistMatrixMode mMode = DISTRIBUTED;
   int mSource = kNobody;  // the holder in CENTRALIZED_ONE
   MatrixPartition mPartition;
   long mRows = 0;  // of the gathered matrix
   long mCols = 0;
   long mEntries = 0;
-  std::vector<std::string> mFindings;  // what the library finds suspicious, in its own words
-  std::string mDescription;            // set in any case
+  std::vector<std::string> mFindings;  // what the library finds suspicious, in words
+  std::string mDescription;            // set for every status
 };
 
 // One matrix for each rank; the elements of T and I have `valueBytes` and `indexBytes` bytes.

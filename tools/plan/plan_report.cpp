@@ -64,7 +64,7 @@ Json RankJson(std::size_t number, PlanRank const& rank) {
           {"peakPoolBytes", rank.mPeakPoolBytes}};
 }
 
-// On each receiver.
+// The gathered matrix as each receiver has it.
 Json GatheredJson(Plan const& plan) {
   Json gathered = Json::array();
   for (std::size_t rank = 0; rank < plan.mRanks.size(); ++rank)

@@ -12,7 +12,7 @@ namespace Pavex::Tool {
 
 namespace {
 
-// How long a failed process gives the others to fail too.
+// A failed process waits so long for the others to fail too.
 constexpr double kGraceSeconds = 2;
 
 void Print(std::string const& message) {
@@ -31,7 +31,7 @@ void Print(std::string const& message) {
                    ", or --comm local for a job on threads of this process");
 }
 
-// The ranks are the processes; one lives here.
+// The processes of an MPI job as ranks. One of them is in this process.
 class MpiRanks final : public Ranks {
  public:
   explicit MpiRanks(MpiProcess const& process)

@@ -13,8 +13,8 @@
 
 namespace Pavex::Tool {
 
-// There is one in a process. Make it before anything else, and use it on the thread that made
-// it. Finish or Fail ends it in every case.
+// The job of this process. Make one before anything else, and use it on the thread that made
+// it. End it by Finish or Fail in every case.
 class Job {
  public:
   // Reads what the launcher announces. Does not use MPI.
@@ -27,8 +27,8 @@ class Job {
   // process would be one of several that each do the whole work.
   std::unique_ptr<Ranks> MakeRanks(std::optional<CommKind> comm, std::optional<int> count);
 
-  // Whether this process prints messages that all processes of the job have. For the time
-  // before the ranks are made.
+  // Whether this process prints messages that all processes of the job have. Use it before the
+  // ranks are made.
   bool ShouldPrint() const { return mAlone || !mLaunch.IsJob() || mLaunch.mRank == 0; }
 
   // Ends the job as a success. Collective, and the last common step of its processes.

@@ -28,8 +28,7 @@ Launch Announced(MpiKind own) {
   for (MpiKind const kind : {own, MpiKind::OPENMPI, MpiKind::MPICH_LIKE}) {
     Launch launch = AnnouncedBy(kind);
     if (launch.mSize > 1) return launch;
-    if (announced.mSize < 1)
-      announced = launch;  // one process: an outer launcher may have said so
+    if (announced.mSize < 1) announced = launch;  // unless another announces several processes
   }
   return announced;
 }

@@ -56,7 +56,7 @@ class LiveProcess final : public MpiProcess {
  private:
   std::shared_ptr<Comm> mWorld;
   bool mSharesMemory = false;
-  MPI_Comm mArrivals = MPI_COMM_NULL;  // for AllArrive alone, so that it meets no other call
+  MPI_Comm mArrivals = MPI_COMM_NULL;  // only AllArrive uses it, so it meets no other call
 };
 
 }  // namespace

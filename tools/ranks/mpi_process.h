@@ -16,7 +16,7 @@ class MpiProcess {
  public:
   virtual ~MpiProcess() = default;
 
-  // Over all processes of the job.
+  // The communicator of all processes of the job.
   virtual std::shared_ptr<Comm> const& World() const = 0;
 
   // Whether processes of this node exchange arrays through memory that they share.
@@ -26,11 +26,11 @@ class MpiProcess {
   // and does not wait longer if they do not.
   virtual bool AllArrive(double seconds) const = 0;
 
-  // Ends the job when all processes have come to their end; collective. No operation of World
-  // may follow.
+  // Ends the job when all processes have called it. Collective. No operation of World may
+  // follow.
   virtual void Finish() = 0;
 
-  // Ends the whole job at once, wherever the other processes are.
+  // Ends all processes of the job at once.
   [[noreturn]] virtual void Abort() const = 0;
 };
 
@@ -39,8 +39,9 @@ class MpiProcess {
 MpiKind OwnMpi();
 std::string OwnMpiName();
 
-// At most once in a process. `shareMemory`: on each node, if the system permits it. Throws
-// JobError if MPI cannot be used; a null pointer in a build without MPI.
+// Starts MPI; call it at most once in a process. With `shareMemory`, the processes of each node
+// share memory if the system permits it. Throws JobError if MPI cannot be used. Returns a null
+// pointer in a build without MPI.
 std::unique_ptr<MpiProcess> StartMpi(bool shareMemory);
 
 // A pool whose blocks `comm` serves best.

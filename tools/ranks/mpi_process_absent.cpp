@@ -1,4 +1,4 @@
-// The build without MPI.
+// The process of a build without MPI.
 
 #include "tools/ranks/mpi_process.h"
 

@@ -1,4 +1,4 @@
-// Says what a log line cannot: how much memory was asked for in vain.
+// Reports how much memory an operation requested in vain. A log line does not contain that.
 
 #pragma once
 
@@ -10,10 +10,10 @@
 
 namespace Pavex::Tool {
 
-// "8.4 GB"; below 1000 "24 bytes". Units are powers of 1000.
+// A text for a number of bytes: "8.4 GB", or "24 bytes" below 1000. Units are powers of 1000.
 std::string AmountOf(std::size_t bytes);
 
-// As Require, for an operation on this rank that takes its memory from `pool`. Where the pool
+// Like Require, for an operation on this rank that takes its memory from `pool`. If the pool
 // refused a request, the message names its size: "rank 0: out of memory, 8.4 GB asked for with
 // 3.1 GB in use".
 void RequireWithin(MemoryPool const& pool, PavexStatus status, std::string const& what,

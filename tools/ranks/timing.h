@@ -10,7 +10,7 @@
 
 namespace Pavex::Tool {
 
-// Runs from its construction on.
+// A clock that runs from its construction on.
 class Stopwatch {
  public:
   double Seconds() const {
@@ -21,8 +21,8 @@ class Stopwatch {
   std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
 };
 
-// The seconds that the slowest rank takes for `operation`, which returns a status, takes its
-// memory from `pool` and begins on all ranks at about the same time. `what` is the step, as in
+// The seconds that the slowest rank needs for `operation`, which returns a status and takes its
+// memory from `pool`. All ranks begin it at about the same time. `what` names the step, as in
 // "the gather". Collective; a failed operation throws JobError.
 template <typename Operation>
 double TimeTogether(Comm const& comm, MemoryPool const& pool, std::string const& what,

@@ -18,7 +18,7 @@ namespace Pavex::Tool {
 
 namespace {
 
-constexpr std::size_t kBufferBytes = std::size_t{129} << 20;  // and what surrounds it
+constexpr std::size_t kBufferBytes = std::size_t{129} << 20;  // a buffer and its surroundings
 
 bool HasRoom(std::size_t bytes) {
   void* const block =
@@ -26,7 +26,7 @@ bool HasRoom(std::size_t bytes) {
   return block != MAP_FAILED && munmap(block, bytes) == 0;
 }
 
-// A full matrix, which goes through the BLAS as a sparse one does.
+// Factors a full matrix, so that UMFPACK calls the BLAS.
 void FactorSmallMatrix() {
   constexpr int kRows = 16;
   std::vector<int> offsets(kRows + 1);

@@ -14,7 +14,7 @@ namespace Pavex::Tool {
 
 namespace {
 
-constexpr double kSide = 440;  // of the solution at most
+constexpr double kSide = 440;  // the longest side of the solution
 constexpr double kLabels = 40;
 constexpr double kTop = kMargin + 6 * kLine + 56;  // below the head and the panel's three lines
 constexpr double kBar = 16;                        // width of the colour bar
@@ -23,7 +23,7 @@ constexpr double kTimes = 330;
 constexpr double kTimesHeight = 320;
 constexpr long kMostBars = 60;
 
-// gather/update and scatter, the aggregation, are the two blue ones.
+// The two parts of the aggregation, gather/update and scatter, are blue.
 constexpr std::array<int, kTimeParts> kPartColours = {0, 7, 1, 2, 5};
 
 void DrawPanelTitle(Canvas& canvas, double x, std::string const& title,
@@ -58,7 +58,7 @@ std::string PlaneSubtitle(Grid const& grid, Plane const& plane) {
   return text;
 }
 
-// What is drawn of the solution: a plane, or else the runs of its components.
+// The part of the solution that is drawn: a plane, or the runs of its components.
 struct Shown {
   Plane mPlane;
   Runs mRuns;
@@ -76,9 +76,9 @@ struct Shown {
     mMarks = ValueMarks(mRange.mLow, mRange.mHigh, 9);
   }
 
-  // Where what is on the right of the solution may begin.
+  // The left edge of what is drawn on the right of the solution.
   double Right() const {
-    constexpr double kWidest = 6.6;  // of the characters of a number
+    constexpr double kWidest = 6.6;  // width of the widest character of a number
     std::size_t longest = 0;
     for (Mark const& mark : mMarks)
       longest = std::max(longest, mark.mLabel.size());
@@ -120,8 +120,8 @@ void DrawPlane(Canvas& canvas, SolveResult const& result, Shown const& shown) {
   DrawColourBar(canvas, {box.Right() + kBarGap, kTop, kBar, kSide}, shown);
 }
 
-// Few components as a line with dots, many as a band between the least and the largest of each
-// run.
+// Draws few components as a line with dots, and many as a band between the least and the
+// largest of each run.
 void DrawRuns(Canvas& canvas, Box const& box, Runs const& runs, Range const& range) {
   constexpr double kMostDots = 60;
   auto const count = static_cast<double>(runs.mRanges.size());

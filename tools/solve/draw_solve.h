@@ -11,10 +11,10 @@
 namespace Pavex::Tool {
 
 // The bytes of the file. The solution is an image of the plane or of the middle plane of a
-// grid, else a line through the components. Only where CanDraw().
+// grid, otherwise a line through the components. Call it only if CanDraw().
 std::string DrawSolve(SolveResult const& result, PictureKind kind);
 
-// One pixel for each value, the last row of values on top.
+// An image with one pixel for each value and the last row of values at the top.
 Raster Paint(Plane const& plane);
 
 }  // namespace Pavex::Tool

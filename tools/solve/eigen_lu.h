@@ -20,7 +20,7 @@
 
 namespace Pavex::Tool {
 
-// For every type. It works on its own copy of what SolverInput shows.
+// The solver for every type. It works on its own copy of what SolverInput shows.
 template <typename T, typename I>
 class EigenLu final : public SparseLu<T, I> {
  public:

@@ -7,7 +7,7 @@
 namespace Pavex::Tool {
 
 // mSide points along each of mAxes axes; unknown i is the point whose coordinate along axis a
-// is i / mSide^a % mSide. Unknowns of any other problem stand in one line.
+// is i / mSide^a % mSide. Unknowns of any other problem form one line.
 struct Grid {
   long mSide = 0;
   int mAxes = 1;
@@ -19,7 +19,8 @@ struct Grid {
   }
 };
 
-// Of KIND:SIZE where the generator makes a grid, else (empty for a file) a line of `unknowns`.
+// The grid of the generator KIND:SIZE. A line of `unknowns` points if that makes no grid, or if
+// `generate` is empty because the problem comes from a file.
 Grid GridOf(std::string const& generate, long unknowns);
 
 }  // namespace Pavex::Tool

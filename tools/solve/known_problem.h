@@ -19,7 +19,7 @@ inline double CoefficientAt(long unknown, long unknowns, int step) {
   return 1 + 0.2 * std::sin(6.283185307179586 * place + 0.5 * step);
 }
 
-// One bump over the grid, of another height for each right-hand side, on a ground of 1.
+// The bump of the known solution: one over the grid, higher for each further right-hand side.
 inline double ExactBump(Grid const& grid, long unknown, long column) {
   double bump = 1;
   for (int axis = 0; axis < grid.mAxes; ++axis) {

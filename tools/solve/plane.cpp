@@ -10,12 +10,12 @@ long DividedUp(long count, long by) {
   return (count + by - 1) / by;
 }
 
-// Of the block whose first point is (x, y).
+// The mean of the block whose first point is (x, y).
 double Mean(double const* points, long side, long block, long x, long y) {
   long const right = std::min(x + block, side);
   long const top = std::min(y + block, side);
   auto const count = static_cast<double>((right - x) * (top - y));
-  double mean = 0;  // no sum of the values, which could overflow
+  double mean = 0;  // not a sum of the values, which could overflow
   for (long row = y; row < top; ++row)
     for (long col = x; col < right; ++col)
       mean += points[row * side + col] / count;

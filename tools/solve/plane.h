@@ -9,8 +9,8 @@
 
 namespace Pavex::Tool {
 
-// A plane of a grid of 2 or 3 axes: the first axis to the right, the second one up. Of a grid
-// of 3 axes it is the plane in the middle of the last one.
+// A plane of a grid of 2 or 3 axes: the first axis goes to the right, the second one up. With 3
+// axes it is the plane in the middle of the last one.
 struct Plane {
   long mSide = 0;   // values along each of its axes
   long mBlock = 1;  // each is the mean of that many points along both axes; less at the ends
@@ -20,7 +20,7 @@ struct Plane {
   double At(long x, long y) const { return mValues[static_cast<std::size_t>(y * mSide + x)]; }
 };
 
-// At most `most` values along an axis.
+// The plane of `solution` with at most `most` values along an axis.
 Plane PlaneOf(Grid const& grid, std::vector<double> const& solution, long most);
 
 struct Range {
@@ -28,11 +28,11 @@ struct Range {
   double mHigh;
 };
 
-// The least and the largest of `values`, of which there is at least one.
+// The least and the largest of `values`, which are not empty.
 Range RangeOf(std::vector<double> const& values);
 
-// The ranges of runs of neighbours, as few in a run as give at most `most` runs; all runs are
-// of the same length but the last one.
+// The ranges of runs of neighbours. There are at most `most` runs, which are as short as that
+// allows. All have the same length except the last one.
 struct Runs {
   long mLength = 1;
   std::vector<Range> mRanges;

@@ -31,7 +31,7 @@ inline double Ratio(double part, double whole) {
   return whole > 0 ? part / whole : std::numeric_limits<double>::infinity();
 }
 
-// For the rows of `x` and `b`, which are the same. `sums` are complete there.
+// The maxima over the rows of `x` and `b`, which are the same rows. `sums` are complete there.
 template <typename T, typename I>
 Maxima MaximaOf(SolveProblem const& problem, long column, RowSums<T> const& sums,
                 DensePiece<T, I> const& x, DensePiece<T, I> const& b) {
@@ -55,7 +55,7 @@ Maxima MaximaOf(SolveProblem const& problem, long column, RowSums<T> const& sums
   return maxima;
 }
 
-// Collective, with the same result on every rank.
+// The accuracy of all ranks together. Collective, with the same result on every rank.
 inline Accuracy Judge(Comm const& comm, std::vector<Maxima> const& mine) {
   constexpr std::size_t kNumbers = sizeof(Maxima) / sizeof(double);
   std::vector<Maxima> all(mine.size());

@@ -71,7 +71,7 @@ SolveProblem MakeProblem(Source const& source, SolveOptions const& options, Valu
 Piece CutRows(Extent const& whole, CutOptions const& options, int ranks, int rank) {
   bool const held =
       options.mPartition == Partition::ONE || options.mPartition == Partition::ALL;
-  bool const byEntries = options.mPartition == Partition::ENTRIES;  // whose cuts are no rows
+  bool const byEntries = options.mPartition == Partition::ENTRIES;  // its cuts are not rows
   return CutPiece(whole, held ? options.mPartition : Partition::ROWS, ranks, rank,
                   options.mHolder, byEntries ? std::vector<long>() : options.mCuts);
 }

@@ -28,10 +28,10 @@ struct SolveProblem {
 struct SolveResult {
   SolveReport mReport;
   Grid mGrid;
-  // In the process of rank 0: the real parts of the first solution of the last step.
+  // The real parts of the first solution of the last step. Set in the process of rank 0.
   std::vector<double> mSolution;
-  // In the process of rank 0, if the options ask for it: all solutions of the last step,
-  // written to the file but not committed.
+  // All solutions of the last step, written to the file that the options name but not
+  // committed. Set in the process of rank 0 if they name one.
   std::unique_ptr<MatrixMarketWriter> mOutput;
 };
 

@@ -79,8 +79,8 @@ class SolveRank {
   // The order matters: members are destroyed bottom up, and the upper ones are needed longest.
   std::unique_ptr<MemoryPool> mPool = MakePool(*mComm);
   std::unique_ptr<LocalMatrix<T, I>> mLocal;
-  std::vector<T> mFormer;   // values of mLocal one step ago
-  std::vector<T> mCurrent;  // now, from step 1 on
+  std::vector<T> mFormer;   // values of mLocal in the previous step
+  std::vector<T> mCurrent;  // values of mLocal, from step 1 on
   std::unique_ptr<DensePiece<T, I>> mB;
   std::unique_ptr<DensePiece<T, I>> mX;
   std::vector<T> mSolution;  // on receivers, in the layout of the gathered right-hand sides
@@ -121,7 +121,8 @@ void SolveRank<T, I>::BuildPieces() {
   mX = std::make_unique<DensePiece<T, I>>(rows, whole.mRows, mProblem.mCount, mOptions.mPad);
 }
 
-// In a new array: the gathered matrix may borrow the former one until it is updated.
+// Makes the values of the next step in a new array, because the gathered matrix may borrow the
+// earlier one until it is updated.
 template <typename T, typename I>
 void SolveRank<T, I>::ChangeOperator() {
   std::vector<T> const& input = mLocal->Values();
@@ -161,7 +162,7 @@ void SolveRank<T, I>::FillRhsFromFile() {
     mB->At(rhs.mRow[k], rhs.mCol[k]) += InputValue<T>(rhs, k);
 }
 
-// The first step gathers; the others update.
+// Gathers in the first step, and updates in the others.
 template <typename T, typename I>
 void SolveRank<T, I>::Transmit() {
   bool const first = mStep == 0;
@@ -201,7 +202,8 @@ void SolveRank<T, I>::Solve() {
   mSteps.back().mSolveSeconds = TimeOnReceivers([this] { SolveHere(); });
 }
 
-// The gathered right-hand sides then contain the solutions, which are scattered.
+// Solves on a receiver. The solutions become the values of the gathered right-hand sides, which
+// Scatter sends.
 template <typename T, typename I>
 void SolveRank<T, I>::SolveHere() {
   Elements<T, I> const b(*mRhs.Target());
@@ -224,7 +226,7 @@ void SolveRank<T, I>::Scatter() {
   scatter.mBytes = SumOfAll(*mComm, x.NNZ() * static_cast<long>(sizeof(T)));
 }
 
-// Of the scattered pieces, with which the solution comes together on every rank once more.
+// Measures the accuracy of the scattered pieces. They are collected on every rank for that.
 template <typename T, typename I>
 void SolveRank<T, I>::Measure() {
   Aggregator<T, I> solution(mPool.get());
@@ -244,7 +246,7 @@ void SolveRank<T, I>::Measure() {
   mSteps.back().mAccuracy = Judge(*mComm, maxima);
 }
 
-// Every rank learns of a failure on one receiver, so that all end the same way.
+// Sends a failure of one receiver to every rank, so that all end the same way.
 template <typename T, typename I>
 template <typename Operation>
 double SolveRank<T, I>::TimeOnReceivers(Operation const& operation) {

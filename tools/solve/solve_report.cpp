@@ -33,7 +33,7 @@ void AppendAccuracy(SolveReport const& report, std::string& text) {
   }
 }
 
-// The largest of all steps.
+// The line with the largest residuals and errors of all steps.
 std::string Verdict(SolveReport const& report) {
   Accuracy worst;
   for (SolveStep const& step : report.mSteps) {

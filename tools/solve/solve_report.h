@@ -10,8 +10,7 @@
 
 namespace Pavex::Tool {
 
-// A transfer that all ranks took part in: the time of the slowest, the bytes that arrived on
-// all together.
+// A transfer that all ranks took part in.
 struct Transfer {
   double mSeconds = 0;
   long mBytes = 0;

@@ -11,7 +11,7 @@
 
 namespace Pavex::Tool {
 
-// Refers to the arrays of the gathered matrix where they have that form already. Those of
+// Refers to the arrays of the gathered matrix if they have that form already. Arrays of
 // compressed rows have it too, as the columns of the transpose. Everything else is converted:
 // coordinates, duplicates (which are added up), and entries out of order.
 template <typename T, typename I>

@@ -1,4 +1,4 @@
-// The direct solvers behind one interface.
+// The common interface of the direct solvers.
 
 #pragma once
 
@@ -45,7 +45,8 @@ class SparseLu {
   virtual std::string Reading() const = 0;
 };
 
-// UMFPACK for double and complex double where the build has it, else the solver of Eigen.
+// Makes the solver: UMFPACK for double and complex double if the build has it, else that of
+// Eigen.
 template <typename T, typename I>
 std::unique_ptr<SparseLu<T, I>> MakeSparseLu();
 

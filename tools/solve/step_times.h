@@ -29,7 +29,7 @@ struct TimeBars {
 // At most `most` bars.
 TimeBars BarsOf(std::vector<SolveStep> const& steps, long most);
 
-// The unit in which `seconds`, the largest of several, reads best.
+// The unit that suits `seconds`, the largest of several times.
 struct TimeUnit {
   char const* mName;
   double mPerSecond;

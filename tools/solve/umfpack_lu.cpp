@@ -32,7 +32,7 @@ struct UmfpackLu<T, I>::State {
     Variant::FreeSymbolic(&mSymbolic);
   }
 
-  // A warning is a failure too.
+  // Throws JobError for a failure, and also for a warning.
   static void Require(long status, char const* function) {
     if (status != UMFPACK_OK) Fail(status, std::string(Variant::kName) + function);
   }

@@ -42,12 +42,13 @@ std::uint64_t Hash(long a, long b) {
   return x ^ (x >> 31);
 }
 
-// Between -1 and 1.
+// A number between -1 and 1.
 double HashValue(long a, long b) {
   return static_cast<double>(Hash(a, b) >> 11) * 0x1p-52 - 1;
 }
 
-// Tells the draws of one row apart: columns are drawn with b >= 0, values by column.
+// The numbers b with which Hash draws the degree of a random row and its columns. Its values
+// are drawn with the number of their column, which differs from both.
 constexpr long kDegreeDraw = -1;
 constexpr long kColumnDraws = 1L << 40;
 
@@ -106,9 +107,9 @@ long Generator::Entries() const {
   return Entries(0, mRows);
 }
 
-// Each point of a grid has itself and two neighbours along each axis, but for those beyond the
-// two faces across it. Along an axis of stride s the points of a face are s in a row, once in
-// every s * mSize.
+// Each point of a grid has an entry for itself and for two neighbours along each axis, except
+// for neighbours outside the grid. Across an axis of stride s, the points of a face are s
+// consecutive ones out of every s * mSize.
 long Generator::GridEntriesAbove(long row) const {
   long entries = row;
   long stride = 1;
@@ -169,7 +170,7 @@ long Generator::RandomRowEntries(long row) const {
 }
 
 // Neighbours in ascending order: the lower ones from the slowest axis to the fastest, the point
-// itself, then the upper ones the other way round. Upwind differences strengthen the lower
+// itself, then the upper ones in the reverse order. Upwind differences strengthen the lower
 // neighbours, where the flow comes from.
 void Generator::AppendGridRow(long row, long begin, long end, Triplets& piece) const {
   constexpr double kFlow[3] = {0.5, 0.25, 0.125};

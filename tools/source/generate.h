@@ -30,8 +30,8 @@ class Generator {
   long Cols() const { return mCols; }
   bool IsDense() const { return mKind == Kind::DENSE; }
 
-  // The points that the rows stand for: Side() along each of Axes() axes, the first fastest.
-  // 0 axes: no grid.
+  // Each row belongs to a point of a grid with Side() points along each of Axes() axes; the
+  // first axis is the fastest. 0 axes: no grid.
   int Axes() const { return mAxes; }
   long Side() const { return mSize; }
 
@@ -58,7 +58,7 @@ class Generator {
   long GridEntriesAbove(long row) const;  // in the rows [0, row)
   void AppendBlock(long rowBegin, long rowEnd, long colBegin, long colEnd, Triplets& piece,
                    ProgressFunction const& progress) const;
-  // Append what lies in the columns [begin, end) of one row.
+  // These append the entries of one row in the columns [begin, end).
   void AppendGridRow(long row, long begin, long end, Triplets& piece) const;
   void AppendRandomRow(long row, long begin, long end, Triplets& piece) const;
   void AppendDenseRow(long row, long begin, long end, Triplets& piece) const;

@@ -73,7 +73,7 @@ class MatrixMarketWriter {
   OutputFile mFile;
   Field mField;
   long mEntriesLeft;  // of those that the header announces
-  std::string mText;  // not handed to the system yet
+  std::string mText;  // not yet written to the file
 };
 
 // Writes the entries in coordinate general format with the field of `matrix`.

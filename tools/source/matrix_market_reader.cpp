@@ -12,7 +12,7 @@ namespace Pavex::Tool {
 
 namespace {
 
-// A word of the banner and what it stands for.
+// A word of the banner and its meaning.
 template <class E>
 struct Choice {
   char const* mWord;
@@ -117,7 +117,7 @@ void Reading::ReadBanner() {
   CheckBanner();
 }
 
-// After the first line.
+// Refuses a file in another format, which its first lines show. Call it after the first line.
 void Reading::RefuseOtherFormat() {
   std::string second;
   std::string_view third;
@@ -129,7 +129,7 @@ void Reading::RefuseOtherFormat() {
   mReader.FailAt(1, "a Matrix Market file begins with \"%%MatrixMarket\"");
 }
 
-// As LineReader::Next, but a line that cannot be read counts as the end of the file.
+// Like LineReader::Next, except that a line that cannot be read counts as the end of the file.
 bool Reading::NextIfReadable(std::string_view& line) {
   try {
     return mReader.Next(line);
@@ -185,20 +185,22 @@ long Reading::StoredArrayValues() const {
 }
 
 void Reading::CheckRoomInFile() {
-  // What fits into memory anyway fails at the line where something is missing.
+  // So many entries fit into any memory; a shorter file fails at the line where something is
+  // missing.
   constexpr long kHarmless = 1 << 20;
   if (!mReader.KnowsSize() || mCount <= kHarmless) return;
   long const indexBytes = mMatrix.mDense ? 0 : 4;  // "1 1" and a line end or a blank
   long const valueBytes = mMatrix.mField == Field::PATTERN   ? 0
                           : mMatrix.mField == Field::COMPLEX ? 4
                                                              : 2;
-  // The last line may go without its end. An array is no pattern, so the sum is not 0.
+  // The last line may have no line end. An array is not a pattern, so the sum is not 0.
   if (mCount > (mReader.BytesLeft() + 1) / (indexBytes + valueBytes))  // NOLINT
     mReader.Fail("a file of " + std::to_string(mReader.FileBytes()) + " bytes cannot hold " +
                  std::to_string(mCount) + " entries");
 }
 
-// How many entries to reserve memory for: what a pipe announces is believed up to a limit.
+// The number of entries to reserve memory for. A pipe may announce any number, so that is
+// limited.
 std::size_t Reading::ExpectedEntries() const {
   constexpr long kBelieved = 1 << 20;
   long const stored = mReader.KnowsSize() ? mCount : std::min(mCount, kBelieved);

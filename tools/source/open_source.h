@@ -10,14 +10,15 @@
 
 namespace Pavex::Tool {
 
-// All of the input. Throws InputError.
+// Opens the whole input. Throws InputError.
 std::unique_ptr<Source> OpenSource(InputOptions const& options);
 
-// Forgets all but the piece of the rank that lives here, if it is the only one. Throws
-// InputError for pieces that cannot be cut.
+// Forgets everything except the piece of the rank in this process, if it is the only rank here.
+// Throws InputError for pieces that cannot be cut.
 void KeepOwnPiece(Source& source, CutOptions const& options, Ranks const& ranks);
 
-// The input for counting its entries only; it need not fit into a gather. Throws InputError.
+// Opens the input for counting its entries. It may be too large for a gather. Throws
+// InputError.
 std::unique_ptr<Source> OpenToCount(InputOptions const& options);
 
 }  // namespace Pavex::Tool

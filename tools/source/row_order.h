@@ -10,7 +10,7 @@
 
 namespace Pavex::Tool {
 
-// The numbers of `entries` entries, at most 2^32 - 1, ordered by row; those of one row stay in
+// The numbers of `entries` entries, at most 2^32 - 1, ordered by row. Entries of one row keep
 // their order. rowOf(k) is the row of entry k, from 0 to below `rows`.
 template <typename RowOf>
 std::vector<std::uint32_t> OrderByRow(std::size_t entries, long rows, RowOf const& rowOf) {

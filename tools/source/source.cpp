@@ -135,11 +135,11 @@ class GeneratorSource final : public Source {
     return counts;
   }
 
-  void Keep(Piece const&) override {}  // nothing is held
+  void Keep(Piece const&) override {}  // a generator holds nothing
 
  private:
-  // Makes the rows that hold the entries [begin, end) and drops what is too much of the first
-  // and the last.
+  // Makes the rows that contain the entries [begin, end), and drops the other entries of the
+  // first and the last row.
   Triplets CutEntries(long begin, long end, ProgressFunction const& progress) const {
     long row = 0;
     long before = 0;  // entries above `row`

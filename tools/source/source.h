@@ -50,7 +50,7 @@ class Source {
 // Reads the file whole. Throws InputError.
 std::unique_ptr<Source> OpenFile(std::string const& path);
 
-// Whether a source may have more entries than a gather can place: to count, not to gather.
+// Whether a source may have more entries than a gather can place. NONE suffices for counting.
 enum class EntryLimit { GATHER, NONE };
 
 // `description` is KIND:SIZE as the generators know it; nothing is generated yet. Throws

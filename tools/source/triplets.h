@@ -31,10 +31,10 @@ enum class Symmetry { GENERAL, SYMMETRIC, SKEW_SYMMETRIC, HERMITIAN };
 // bytes, so that 30 million entries take 480 MB.
 constexpr long kMaxExtent = std::numeric_limits<std::int32_t>::max();
 
-// Entries by position, 0-based and global, in the order of their source; duplicates stay apart.
-// The four arrays are plain vectors, owned here.
+// Entries by position, 0-based and global, in the order of their source. Duplicates stay
+// separate entries.
 struct Triplets {
-  long mRows = 0;  // of the whole matrix, also when only a piece of it stands here
+  long mRows = 0;  // of the whole matrix, also if this is only a piece of it
   long mCols = 0;
   Field mField = Field::REAL;
   // What the source said. The entries are always those of the full matrix: both triangles of a

@@ -30,8 +30,9 @@ void WithTypes(ValueKind value, IndexKind index, Function const& function) {
   std::visit(function, TagOf(value), TagOf(index));
 }
 
-// The chosen kind; else double or, for complex input, complex double. Throws InputError if
-// the values of complex input do not fit; without `withValues` they need not.
+// The chosen kind, or without a choice double (complex double for complex input). Throws
+// InputError if the values of complex input do not fit into it. Without `withValues` they may
+// not fit.
 ValueKind ChooseValue(Source const& source, std::optional<ValueKind> asked, bool withValues);
 
 }  // namespace Pavex::Tool

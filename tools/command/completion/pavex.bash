@@ -1,4 +1,4 @@
-# Bash completion of the pavex command, whose own --help tells the subcommands and the options.
+# Bash completion of the pavex command. It reads the subcommands and the options from --help.
 
 # What can follow an option that takes one of a few words.
 _pavex_choices() {
