@@ -42,7 +42,7 @@ if [ $# -eq 0 ]; then
   run solve "${problem[@]}" --steps 5 --plot "$solution"
 else
   run gather "$1" --ranks 4 --updates 2 --plot "$pattern"
-  # The size line is the first that is no comment.
+  # The size line is the first line that is not a comment.
   if awk '!/^%/ && NF {exit $1 != $2}' "$1"; then
     run solve "$1" --ranks 4 --format csr --plot "$solution"
   fi

@@ -66,13 +66,15 @@ if [ $coverage = ON ]; then
   run coverage -L '^(aggregator|comm|faults|fuzz|interop|matrix|mpi|property|runtime)$'
   exec gcovr --config tests/gcovr.cfg
 fi
-# Under the sanitizers and clang++ the whole suite, on two of the eight instantiations, with fewer
-# random cases, the faults of two ranks and no real matrices; with --all on all of them, with all
-# of that. Left to the last tree are the packages, which build the library themselves, the lack of
-# memory, which AddressSanitizer would meet first, and most of the ways in which a call can fail
-# among peers. ThreadSanitizer sees two instantiations in any case: threads do not depend on types.
-# A process of its own for each test would cost more than most of the tests: here each program runs
-# in four parts.
+# These trees run the whole suite with clang++ and the sanitizers, on two of the eight
+# instantiations, with fewer random cases, the faults of two ranks and no real matrices. With --all
+# they run on all instantiations, with all cases, faults and matrices. ThreadSanitizer always sees
+# two instantiations, because threads do not depend on types. Only the last tree runs
+# - the packages, because they build the library themselves;
+# - the lack of memory, because AddressSanitizer would report it first;
+# - most of the ways in which a call can fail among peers.
+# A process for each test would cost more than most of the tests, so each program runs in four
+# parts.
 thread=()
 if [ $all = ON ]; then
   two_instances=OFF shards=0
@@ -94,7 +96,7 @@ count_faults asan
 build tsan thread_tests -DPAVEX_TWO_INSTANCES=ON
 run tsan "${thread[@]}"
 unset PAVEX_PROPERTY_CASES
-# Under MPICH the communicator and the library, with --all the command too.
+# With MPICH, test the communicator and the library, and with --all also the command.
 build mpich mpi_tests -DPAVEX_TOOLS=$all
 run mpich -L mpi
 build openmpi all -DPAVEX_EVERY_FAULT=$all

@@ -73,8 +73,8 @@ struct Job {
   }
 };
 
-// The baseline: as many threads as ranks, each of which copies its share of the same arrays
-// into warm memory.
+// The baseline: each of as many threads as ranks copies its share of the same arrays into warm
+// memory.
 class PlainCopy {
  public:
   explicit PlainCopy(Job const& job) : mJob(job), mTo(job.bands.size()) {}
@@ -171,8 +171,8 @@ double Limit(int n) {
   return n < 64 ? 1.15 : 1.05;
 }
 
-// The same work by hand, into arrays that stay warm: by plain copies with barriers, or by the
-// calls of the communicator that a careful program would make.
+// Does the same work by hand, into arrays that stay warm: by plain copies with barriers, or by
+// the calls of the communicator that a careful program would make.
 class ByHand {
  public:
   explicit ByHand(Job& job)
@@ -363,8 +363,8 @@ void MeasureSingle(Runner& runner, int n) {
       time * 1e6, "us");
 }
 
-// Every rank holds the whole dense matrix. It is gathered to all and scattered back without a
-// copy.
+// Checks that a dense matrix that every rank holds whole is gathered to all and scattered back
+// without a copy.
 void CheckScatterInPlace(Runner& runner) {
   bool ok[2] = {};
   LocalComm::Run(2, [&](std::shared_ptr<Comm> const& comm) {

@@ -1,6 +1,6 @@
-// What a small gather and a small update cost between the ranks of one process, from 2 ranks to
-// far more than there are processors. The data is negligible: what is left is the meeting of
-// the ranks and the exchange of their records.
+// Measures a small gather and a small update between the ranks of one process, from 2 ranks to
+// far more than there are processors. There is almost no data, so the time is that of the
+// meeting of the ranks and of the exchange of their records.
 
 #include "bench/runner.h"
 #include "pavex/comm/local_comm.h"
@@ -14,14 +14,15 @@
 namespace Pavex::Bench {
 namespace {
 
-// What one operation of all ranks takes, as rank 0 sees it.
+// The times of one operation of all ranks, measured on rank 0.
 struct Times {
   double barrier = 0;
   double gather = 0;
   double update = 0;
 };
 
-// Every rank holds 4 entries of a sparse matrix and repeats each operation so many times.
+// Measures operations that every rank repeats so many times. Every rank holds 4 entries of a
+// sparse matrix.
 Times TimesOf(Runner& runner, int ranks, int repetitions) {
   Times times;
   std::atomic<int> failed{0};

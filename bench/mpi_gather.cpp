@@ -173,7 +173,7 @@ struct Gatherer {
   void Allgather(MatrixBase const& local) { Expect(aggregator.Allgather(comm, local, true)); }
   void Update(MatrixBase const& local) { Expect(aggregator.Update(local)); }
 
-  // The first gather of an application, into new arrays.
+  // Makes the first gather of an application, into new arrays.
   void GatherFresh(MatrixBase const& local) {
     PoolType fresh;
     Aggregator<double, int> first(&fresh);
@@ -263,7 +263,7 @@ void MeasureOperator(Runner* runner, long n, Kind const& kind) {
                  "every operation succeeds, n = " + std::to_string(n));
 }
 
-// The first gather of an application, into new arrays on both sides.
+// Measures the first gather of an application, into new arrays on both sides.
 void MeasureFirst(Runner* runner, long n) {
   SevenPointBand const band(n, Rank(), Size());
   MpiGatherer overMpi;
@@ -290,8 +290,8 @@ void MeasureFirst(Runner* runner, long n) {
   runner->Expect(overMpi.correct && overNode.correct, "every first gather succeeds");
 }
 
-// Moves row bands of a column-major matrix to rank 0 and back. The baseline moves packed pieces
-// by MPI and copies them into place run by run.
+// Measures the way of row bands of a column-major matrix to rank 0 and back. The baseline moves
+// packed pieces by MPI and copies them into place run by run.
 void MeasureDense(Runner* runner, long rows, long cols, double nodeLimit) {
   long const begin = rows * Rank() / Size();
   long const mine = rows * (Rank() + 1) / Size() - begin;

@@ -1,5 +1,5 @@
-// Measures the exchanged records by the number of processes: the first step of every gather,
-// run as one process of P over a communicator that delivers P records made beforehand. One
+// Measures the exchange of the records, the first step of every gather, by the number of
+// processes. It runs one process of P over a communicator that delivers P prepared records. One
 // thread; the figures do not include a network.
 
 #include "bench/runner.h"
@@ -24,8 +24,8 @@ class RecordStep : public Aggregator<double, int> {
   using AggregatorBase::mNnz;
 };
 
-// One process of many. An exchange copies the records of all into place; no other operation
-// that moves data is supported.
+// The communicator of one process of many. An exchange copies the records of all processes into
+// place. It supports no other operation that moves data.
 class ScriptedComm : public SelfComm {
  public:
   ScriptedComm(int rank, Records const& records) : mRank(rank), mRecords(records) {}
@@ -42,7 +42,7 @@ class ScriptedComm : public SelfComm {
   Records const& mRecords;
 };
 
-// Two rows with two entries each for every process.
+// The piece of one process: two rows with two entries each.
 MatrixCSR<double, int> Band(long rank, long processes) {
   static int ptr[] = {0, 2, 4};
   static int col[] = {0, 1, 0, 1};
@@ -52,7 +52,7 @@ MatrixCSR<double, int> Band(long rank, long processes) {
   return band;
 }
 
-// The records of the processes of such a job.
+// The records of all processes, each with its Band.
 Records BandRecords(long processes) {
   Records records(static_cast<std::size_t>(processes));
   for (long rank = 0; rank < processes; ++rank)
@@ -70,7 +70,8 @@ class Process {
     mStep.SetComm(std::make_shared<ScriptedComm>(rank, records));
   }
 
-  // Exchange, decision of the mode, checks and metadata of a gather onto rank 0.
+  // Runs the exchange, the decision of the mode, the checks and the metadata of a gather onto
+  // rank 0.
   void Run() { mSucceeds &= mStep.InitMetadata(mBand, true, 0) == STATUS_OK; }
 
   bool IsRight() const {

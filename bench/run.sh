@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the benchmarks in Release, in the folder build/bench, and runs them. Those over MPI, named
-# mpi_..., run with Open MPI on 2 processes.
+# Builds the benchmarks in Release, in the folder build/bench, and runs them. The benchmarks whose
+# names begin with mpi_ run with Open MPI on 2 processes.
 #
 #   bench/run.sh                        all of them
 #   bench/run.sh dense_reorder          one of them

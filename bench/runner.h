@@ -23,8 +23,8 @@ struct Subject {
   double atMost = 0;          // greatest allowed ratio to the baseline; 0: no limit
 };
 
-// One benchmark program. It prints the machine, then a line for every comparison. One thread
-// uses it; if several processes run, one of them.
+// One benchmark program. It prints the machine, then a line for every comparison. One thread of
+// one process uses it.
 //
 //   int main(int argc, char** argv) {
 //     Bench::Runner runner("copy", "Ways to copy 1 MiB");
@@ -58,7 +58,7 @@ class Runner {
   // Notes that a result was wrong; the program then fails.
   void Expect(bool correct, std::string const& label);
 
-  // Writes the JSON file if one was asked for. Returns the exit code of the program.
+  // Writes the JSON file if the command line names one. Returns the exit code of the program.
   int Finish();
 
  private:

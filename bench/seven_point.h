@@ -8,8 +8,8 @@
 
 namespace Pavex::Bench {
 
-// The rows that one of `ranks` processes owns, about as many as every other: a row band in
-// compressed rows with global columns.
+// The row band of one of `ranks` processes, in compressed rows with global columns. All bands
+// have about as many rows.
 struct SevenPointBand {
   long points;  // rows and columns of the whole
   long begin;   // the first row of the band

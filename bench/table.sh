@@ -6,7 +6,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 bench/run.sh >"$work/results"
 
-# The rows whose figure is above its limit: "1.41 (at most 1.3)" or "(at most 15)   17.2".
+# Prints the rows whose figure is above its limit: "1.41 (at most 1.3)" or "(at most 15)   17.2".
 awk '{
   rest = $0
   while (match(rest, /[0-9.]+ \(at most [0-9.]+\)|\(at most [0-9.]+\) +[0-9.]+/)) {

@@ -1,4 +1,5 @@
-# What cmake --install puts where. The tree can be moved afterwards: every path in it is relative.
+# Says what cmake --install installs where. The installed tree can be moved, because every path in
+# it is relative.
 # Components: runtime (shared libraries), development (headers, link libraries, package files,
 # documents), tool (the pavex command).
 
@@ -23,10 +24,10 @@ function(pavex_install_library target export pkg_config)
           DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 endfunction()
 
-# pavex_mpi_wrapper(<variable>): the compiler wrapper of the MPI that was found, by the name that
-# stays its own: links that a change of the system's default MPI turns are followed.
+# pavex_mpi_wrapper(<variable>): the compiler wrapper of the MPI that was found. Links are
+# followed, because a change of the system's default MPI changes where they lead.
 function(pavex_mpi_wrapper variable)
-  # In a folder that was configured before, the variable is what the command line says: a name.
+  # In a folder that was configured before, the variable is the name on the command line.
   find_program(found_wrapper NAMES "${MPI_CXX_COMPILER}" NO_CACHE)
   set(wrapper "${found_wrapper}")
   while(IS_SYMLINK "${wrapper}")
@@ -64,8 +65,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/PavexConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/PavexConfigVersion.cmake
         DESTINATION ${package_dir} COMPONENT development)
 
-# The documents and the examples stay as far from each other as in the sources: links between them
-# hold.
+# The documents and the examples have the same places relative to each other as in the sources, so
+# that links between them work.
 set(doc_dir ${CMAKE_INSTALL_DATADIR}/doc/pavex)
 install(FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md
         DESTINATION ${doc_dir} COMPONENT development)

@@ -1,5 +1,5 @@
-# pavex_mpi_name(<variable>): the MPI that find_package(MPI) found, "Open MPI" or "MPICH", as the
-# macros of its mpi.h say; empty for any other one. What is compiled for one of the two does not
+# pavex_mpi_name(<variable>): the MPI that find_package(MPI) found, "Open MPI" or "MPICH", by the
+# macros of its mpi.h; empty for any other one. Code that is compiled for one of the two does not
 # link with the other. MPIs that share the binary interface of MPICH count as MPICH.
 function(pavex_mpi_name variable)
   list(TRANSFORM MPI_CXX_INCLUDE_DIRS PREPEND -I OUTPUT_VARIABLE includes)

@@ -1,10 +1,10 @@
-# Tests that run as MPI jobs, started by the launcher of this build tree's own MPI.
+# Adds tests that run as MPI jobs. The launcher of the MPI of this build tree starts them.
 
 include_guard(DIRECTORY)
 
-# MPI jobs here start more processes than there are cores, also as root in a container. Open MPI
-# wants to be told; MPICH reads none of these. Bandwidth does not matter to the tests, so Open MPI
-# does without the cross-memory copies that containers tend to forbid.
+# MPI jobs of the tests start more processes than there are cores, also as root in a container.
+# Open MPI allows that only with these settings; MPICH reads none of them. Bandwidth does not
+# matter to the tests, so Open MPI makes no copies across memories, which containers often forbid.
 set(PAVEX_MPI_ENVIRONMENT
     OMPI_ALLOW_RUN_AS_ROOT=1
     OMPI_ALLOW_RUN_AS_ROOT_CONFIRM=1

@@ -11,7 +11,7 @@ function(pavex_settings target)
 endfunction()
 
 # pavex_fuzzed(<target>): with PAVEX_FUZZ, libFuzzer sees which code of the target an input reaches.
-# Compiling for that takes a third of the time again: only what fuzz targets are about gets it.
+# That makes compiling a third slower, so only the code that fuzz targets test gets it.
 function(pavex_fuzzed target)
   if(PAVEX_FUZZ)
     target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
@@ -27,8 +27,8 @@ else()
   set(PAVEX_ABI_VERSION ${PROJECT_VERSION_MAJOR})
 endif()
 
-# What a library of the project is as a shared one: it exports the public names alone, and once
-# installed it finds the libraries that it needs beside itself, wherever the tree is moved to.
+# The settings of a shared library of the project. It exports only the public names. When it is
+# installed, it finds the libraries that it needs in its own folder, also if the tree is moved.
 set(PAVEX_EXPORT_MAP ${CMAKE_CURRENT_LIST_DIR}/pavex.map)
 function(pavex_shared_settings library)
   set_target_properties(${library} PROPERTIES VERSION ${PROJECT_VERSION}

@@ -1,13 +1,12 @@
 # Sourced by test.sh and demo.sh.
 
-# quietly COMMAND...: its output is shown only if it fails.
+# quietly COMMAND...: runs the command and shows its output only if it fails.
 quietly() {
   local output
   output=$("$@" 2>&1) || { local status=$?; echo "$output" >&2; return $status; }
 }
 
-# need PACKAGE...: installs the Debian packages that are missing; a machine that has them all is
-# left alone.
+# need PACKAGE...: installs the Debian packages that are missing. Does nothing if none is missing.
 need() {
   local package missing=() sudo=()
   for package in "$@"; do
@@ -22,7 +21,7 @@ need() {
   quietly "${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
-# What the library and the pavex command are built with; without an optimised BLAS the solver would
-# spend most of its time in the reference one.
+# The packages that the library and the pavex command are built with. Without an optimised BLAS the
+# solver would spend most of its time in the reference one.
 build_packages=(g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libeigen3-dev
   libsuitesparse-dev libopenblas-dev libcairo2-dev)

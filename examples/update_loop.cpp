@@ -51,7 +51,7 @@ void Check(PavexStatus status) {
   if (status != Pavex::STATUS_OK) throw std::runtime_error(PavexStatusStr(status));
 }
 
-// Stands for a solver: checks the sum of all entries, which is known.
+// Takes the place of a solver: checks the sum of all entries, which is known.
 void UseOperator(Matrix const& whole, int step) {
   double sum = 0;
   for (int at = 0; at < whole.mRowPtr.mData[kPoints]; ++at)
