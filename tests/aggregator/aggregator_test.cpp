@@ -1,4 +1,4 @@
-// The object, and what a gather leaves in it for what follows.
+// The object, and the state in which a gather leaves it for later operations.
 
 #include "pavex/aggregator/aggregator.h"
 
@@ -124,7 +124,7 @@ TEST(Aggregator, BindsTheCommunicatorOfTheLastGather) {
   EXPECT_EQ(rank.aggregator.GetComm(), another);
 }
 
-// --- Fresh
+// --- A new object
 
 TEST(FreshAggregator, DoesNothingOnClear) {
   RankUnderTest<> rank = SingleRank();
@@ -164,7 +164,7 @@ TEST(FreshAggregator, RefusesToUpdateWithACommunicatorButNoGather) {
   ExpectOutcome(outcome, -11, kNotGathered);
 }
 
-// --- Again
+// --- A second gather
 
 TEST(SecondGather, DeletesTheFirstMatrixBeforeAnythingElse) {
   RankUnderTest<> rank = ShareRank(0);

@@ -25,8 +25,8 @@ template <typename Format>
 class FailedCompressedGather : public ::testing::Test {};
 TYPED_TEST_SUITE(FailedCompressedGather, CompressedFormats);
 
-// How many callers report that the n-th of the receiver's allocations failed: what happens
-// inside the gather of the offsets is reported once more.
+// The n-th allocation of the receiver fails. A failure inside the gather of the offsets has one
+// more caller that reports it.
 TYPED_TEST(FailedCompressedGather, GivesItsArraysBackIfThePoolFailsAtAnyPoint) {
   int const lines[] = {3, 2, 2, 3, 3, 3, 3, 2, 2};
   std::size_t const left[] = {0, 144, 152, 160, 160, 160, 160, 160, 160};

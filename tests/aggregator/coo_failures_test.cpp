@@ -7,8 +7,8 @@
 namespace Pavex {
 namespace {
 
-// What the pool saw until the n-th of the receiver's allocations failed, and how many callers
-// reported it.
+// The events of the pool until the n-th allocation of the receiver fails, and how many callers
+// report the failure.
 struct PoolFailure {
   int lines;
   std::vector<PoolEvent> events;

@@ -1,4 +1,4 @@
-// Dense gathers, updates and scatters where something unusual comes before or in between.
+// Dense gathers, updates and scatters with something unusual before or between them.
 
 #include "pavex/comm/local_comm.h"
 #include "pavex/runtime/self_comm.h"
@@ -156,7 +156,7 @@ TEST(DenseOperations, FindNoOtherProcessOverSelfCommAfterADistributedGather) {
     ASSERT_EQ(rank.Gather().status, STATUS_OK);
     rank.rank.aggregator.SetComm(std::make_shared<SelfComm>());
 
-    // The only process compares with record 0, which is another rank's on rank 1.
+    // A single process compares its matrix with record 0, which on rank 1 belongs to rank 0.
     PavexStatus const expected = self == 0 ? STATUS_NOT_SUPPORTED : STATUS_MISMATCH;
     EXPECT_EQ(rank.Update(rank.local).status, expected);
     EXPECT_EQ(rank.Scatter(rank.local).status, expected);

@@ -14,7 +14,7 @@ using ::testing::ElementsAre;
 
 constexpr PavexStatus kFailure = -77;
 
-// What the pool saw until the n-th request from it failed, and how many callers reported it.
+// The events of the pool until its n-th request fails, and how many callers report the failure.
 struct PoolFailure {
   int lines;
   std::vector<PoolEvent> events;
@@ -182,7 +182,7 @@ TEST(FailedDenseUpdate, IsReportedOnSendersToo) {
 
   Outcome const updated = one.Update(one.local);
 
-  // By the packing, by its caller and by the update.
+  // The packing, its caller and the update report it.
   ExpectOutcome(updated, kFailure, StatusLines(3, kFailure));
 }
 

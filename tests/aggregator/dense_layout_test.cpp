@@ -1,5 +1,5 @@
-// How dense values lie in the messages and in the gathered matrix, seen through the operations
-// that move them.
+// The layout of dense values in the messages and in the gathered matrix, observed through the
+// operations that move them.
 
 #include "pavex/comm/local_comm.h"
 #include "tests/support/arrays.h"
@@ -57,7 +57,7 @@ TEST(PaddedPiece, IsPackedColumnByColumnIfColumnMajor) {
 }
 
 TEST(EmptyPiece, SendsZeroElementsAndTakesNothingFromThePool) {
-  // Rank 1 of a gather from rank 0 that goes on as if all had a piece.
+  // Rank 1 gathers from rank 0, and then goes on as if every rank had a piece.
   DenseRank<> one(1, Pieces(WholeShare(true), DensePiece<>(0, 5, true, 9, {1, 2, 3})));
   ASSERT_EQ(one.Gather().status, STATUS_OK);
   one.rank.aggregator.mMode = DISTRIBUTED;
@@ -71,9 +71,9 @@ TEST(EmptyPiece, SendsZeroElementsAndTakesNothingFromThePool) {
   EXPECT_THAT(one.Events(), IsEmpty());
 }
 
-// --- The count sent for a piece that is packed already
+// --- The number of elements sent for a piece that is already packed
 
-// A 3 x 1 column with a leading dimension of 5 whose array goes on to the end of the column.
+// A 3 x 1 column with a leading dimension of 5, whose array contains all 5 elements.
 DensePiece<> LongColumn(int rank) {
   return DensePiece<>(3, 1, false, 5, {1, 2, 3, kGap, kGap})
       .In(3, 2, MatrixPartition::ColumnWise(rank));
@@ -113,7 +113,7 @@ TEST(PackedPiece, IsGatheredIfItsArrayEndsWithItsLastRun) {
   });
 }
 
-// --- Where both layouts coincide
+// --- Pieces for which both layouts are the same
 
 // Gathers on rank 0 of two while the numbers 0, 1, ... arrive; expects them to stay where they
 // arrived, in the storage that was taken for them.
@@ -155,7 +155,7 @@ TEST(DenseGatherOrder, IsReceiveOrderForSingleGatheredColumn) {
   ExpectReceiveOrder(Pieces(share(0, 2), share(2, 3)), {0, 1, 2, 3, 4});
 }
 
-// --- Where the pieces lie side by side
+// --- Pieces that are side by side
 
 TEST(DenseGatherOrder, PlacesColumnBandsSideBySideInRowMajorTarget) {
   LogLevel const level(LOG_DEBUG);
@@ -222,8 +222,8 @@ TEST(DenseGatherOrder, TreatsSharesOfEntriesAsBandsAcrossTheRuns) {
 }
 
 TEST(DenseGatherOrder, LetsLaterPiecesWinAndLeavesUnreachedElementsAsThePoolGaveThem) {
-  // Full rows that are declared shares of the entries: each piece starts one run length
-  // further on, whatever its number of rows.
+  // The pieces are full rows that are declared as shares of the entries. Each piece starts one
+  // run length after the previous one, for any number of rows.
   auto const share = [](int first, int rows) {
     return DenseBlock(first, rows, 1, 2, true).In(3, 2, MatrixPartition::NonzeroWise());
   };
@@ -240,7 +240,8 @@ TEST(DenseGatherOrder, LetsLaterPiecesWinAndLeavesUnreachedElementsAsThePoolGave
 
 // --- Pieces that would land outside
 
-// 3 x 1 and 1 x 3 are as many elements as 2 x 3, but the first has more rows than the whole.
+// 3 x 1 and 1 x 3 elements are as many as 2 x 3, but the first piece has more rows than the
+// whole.
 std::vector<DensePiece<>> PiecesThatDoNotTile() {
   return Pieces(DenseBlock(1, 3, 1, 1, true).In(2, 3, MatrixPartition::NonzeroWise()),
                 DenseBlock(1, 1, 1, 3, true).In(2, 3, MatrixPartition::NonzeroWise()));
@@ -252,7 +253,7 @@ TEST(DensePiecesThatDoNotTile, AreRefusedAlikeOnEveryRankBeforeAnyTransfer) {
 
     Outcome const gathered = rank.Gather();
 
-    // One line by the step, one by the dense gather and one by the front door.
+    // The step, the dense gather and the public operation log one line each.
     ExpectOutcome(gathered, STATUS_INCONSISTENT, StatusLines(3, STATUS_INCONSISTENT));
     EXPECT_THAT(rank.Calls(), ElementsAre("Allgather(in place 72 byte; 72 byte)"));
     EXPECT_EQ(rank.rank.aggregator.Target(), nullptr);

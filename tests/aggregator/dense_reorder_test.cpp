@@ -15,13 +15,13 @@ namespace {
 
 using testing::ElementsAre;
 
-// What one record says about a piece: the length of its runs and their number.
+// The length and the number of the runs of a piece, as its record has them.
 struct Extent {
   std::int64_t length;
   std::int64_t runs;
 };
 
-// The records of `extents`, kept alive beside the buffer that the library reads.
+// The records of `extents`, and the buffer over them that the library reads.
 class Records {
  public:
   Records(std::vector<Extent> const& extents, bool rowMajor) : mRecords(extents.size()) {
@@ -210,8 +210,8 @@ TEST(FindRunsOutside, NamesTheFirstPieceAtFault) {
 
 // --- Against the literal walk --------------------------------------------------------------
 
-// Arrays of exactly the right size on the heap, so that a sanitizer sees any step outside;
-// `offset` bytes in front take the array off its alignment.
+// An array of exactly the right size on the heap, so that a sanitizer sees any access outside.
+// `offset` bytes in front of it make it unaligned.
 class Bytes {
  public:
   Bytes(std::size_t size, std::size_t offset) : mOffset(offset), mBytes(size + offset) {}
@@ -223,7 +223,7 @@ class Bytes {
   std::vector<unsigned char> mBytes;
 };
 
-// Both directions of one shape, compared with the literal walk.
+// Compares both directions of one shape with the literal walk.
 void CompareWithLiteralWalk(std::size_t size, std::vector<Extent> const& extents,
                             std::int64_t ld, std::int64_t total, std::size_t offset,
                             bool rowMajor) {

@@ -1,4 +1,5 @@
-// The dense gather: who receives what by which calls, what is borrowed and what is owned.
+// The dense gather: which calls bring which values to which rank, what is borrowed and what is
+// owned.
 
 #include "tests/support/dense_rank.h"
 #include "tests/support/instances.h"
@@ -107,9 +108,9 @@ TEST(DenseGather, OfPatternTakesNothingOnOtherRanks) {
   EXPECT_EQ(one.rank.aggregator.Target(), nullptr);
 }
 
-// --- Entries that are not as many as the shape asks for
+// --- Other numbers of entries than the shape has
 
-// Together 9 elements of a 3 x 5 matrix.
+// Pieces with 9 elements together, of a 3 x 5 matrix.
 std::vector<DensePiece<>> TooFewElements() {
   return Pieces(DenseBlock(1, 3, 1, 1, true).In(3, 5, MatrixPartition::NonzeroWise()),
                 DenseBlock(1, 3, 2, 2, true).In(3, 5, MatrixPartition::NonzeroWise()));

@@ -1,5 +1,5 @@
-// The update of a gathered dense matrix: a view that turns to the new array, or new storage for
-// values that travel as in the gather.
+// The update of a gathered dense matrix: a view changes to the new array, or the values move to
+// new storage as in the gather.
 
 #include "tests/support/arrays.h"
 #include "tests/support/dense_rank.h"
@@ -161,7 +161,7 @@ TEST(DenseUpdate, RebindsTheViewOfOneHolderThatIsTheRoot) {
 }
 
 TEST(DenseUpdate, IsRefusedIfThePiecesAreNotAsManyElementsAsTheWhole) {
-  // Together 9 elements of a 3 x 5 matrix.
+  // The pieces have 9 elements together, of a 3 x 5 matrix.
   DenseRank<> zero(
       0,
       Pieces(DenseBlock(1, 3, 1, 1, true).In(3, 5, MatrixPartition::NonzeroWise()),

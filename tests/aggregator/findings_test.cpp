@@ -1,4 +1,4 @@
-// What is suspicious about records that no step of a gather refuses, as values.
+// The findings about records that are suspicious but that no step of a gather refuses.
 
 #include "pavex/aggregator/plan.h"
 #include "tests/support/records.h"
@@ -34,7 +34,7 @@ constexpr std::int64_t kMostCounted = std::numeric_limits<std::int32_t>::max();
 constexpr bool kRows = true;
 constexpr bool kColumns = false;
 
-// What a gather of double and int with these records should make its user suspicious of.
+// The findings about a gather of double and int with these records.
 Findings Suspicious(Records records) {
   Buffer<MatrixLocalInfo> const view = View(records);
   GatherPlan const plan = PlanGather(view, sizeof(double), sizeof(int));
@@ -227,9 +227,9 @@ TEST(FindSuspicious, FindsTheFirstPieceThatIsLargerThanTheWhole) {
                           Lines(FindingKind::OUTSIDE, kColumns, 100, 100, 2)));
 }
 
-// --- In words; tests of the description have those of the other kinds
+// --- Texts of findings; the tests of Describe check those of the other kinds
 
-// The words for the first thing that is suspicious about the records.
+// The text of the first finding about the records.
 std::string FirstInWords(Records records) {
   Buffer<MatrixLocalInfo> const view = View(records);
   GatherPlan const plan = PlanGather(view, sizeof(double), sizeof(int));

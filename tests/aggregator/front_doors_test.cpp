@@ -1,4 +1,4 @@
-// The front doors: who receives, what is refused, and what is printed.
+// The public operations: which ranks receive, what is refused, and what is printed.
 
 #include "pavex/comm/local_comm.h"
 #include "tests/support/described_matrix.h"
@@ -317,7 +317,7 @@ TEST(Gather, FailsOnEachProcessWithoutValuesOfADistributedMatrix) {
 
     PavexStatus const status = rank.aggregator.Gather(rank.comm, piece.matrix, true);
 
-    // The other one waits in vain.
+    // The other rank waits in vain.
     EXPECT_EQ(status, comm->Rank() == 1 ? STATUS_INCONSISTENT : STATUS_COMM_FAILED);
     EXPECT_EQ(rank.aggregator.Target(), nullptr);
   });

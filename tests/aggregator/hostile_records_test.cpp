@@ -1,4 +1,5 @@
-// Records of peers whose numbers would lead outside an array are refused before anything moves.
+// A gather refuses records of peers whose numbers would lead outside an array, before anything
+// moves.
 
 #include "pavex/aggregator/aggregator.h"
 #include "tests/support/aggregator_probe.h"
@@ -28,14 +29,14 @@ std::shared_ptr<TraceComm> WithPeer(MatrixLocalInfo const& own, MatrixLocalInfo 
   return std::make_shared<TraceComm>(scripted);
 }
 
-// Only the records have travelled.
+// Expects that only the records were exchanged.
 void ExpectNothingMoved(TraceComm const& comm) {
   ASSERT_EQ(comm.DataTexts().size(), 1U);
   EXPECT_EQ(comm.DataTexts()[0].rfind("Allgather(", 0), 0U) << comm.DataTexts()[0];
 }
 
-// A gather of 3 compressed rows before a peer that claims to have as many as `rows` says. Gives
-// the status; only the records have travelled.
+// Gathers 3 compressed rows while the peer claims to have `rows` rows. Returns the status.
+// Expects that only the records were exchanged.
 PavexStatus GatherBeforePeerWithRows(std::int64_t rows) {
   LogLevel const silent(-1);
   LedgerPool pool;
@@ -61,7 +62,7 @@ TEST(HostileRecords, RefusesCompressedRowsWhoseOffsetsWrapInBytes) {
   EXPECT_EQ(GatherBeforePeerWithRows(4 * kHuge), STATUS_INCONSISTENT);
 }
 
-// With 2^61 offsets of 4 bytes the size in bytes is one more than a number can be.
+// The bytes of 2^61 offsets of 4 bytes are one more than a signed number can be.
 TEST(HostileRecords, LeavesMoreRowsThanThereIsMemoryForToThePool) {
   constexpr std::int64_t kMostRows = 2 * kHuge - 2;
 
@@ -114,7 +115,7 @@ TEST(HostileRecords, RefusesADensePatternWhoseStorageWrapsInBytes) {
   ExpectNothingMoved(*comm);
 }
 
-// A gather of 4 entries beside peers that claim to have as many as `peers` says.
+// Expects that a gather of 4 entries is refused if the peers claim to have `peers` entries.
 void ExpectCountsRefused(std::vector<std::int64_t> const& peers) {
   LogLevel const silent(-1);
   LedgerPool pool;
@@ -140,15 +141,15 @@ TEST(HostileRecords, RefusesANegativeEntryCount) {
   ExpectCountsRefused({-1});
 }
 
-// As 32-bit counts 2^31 - 1 each, while the sum is 3.
+// The counts are 2^31 - 1 each when they are cut to 32 bits, but their sum wraps to 3.
 TEST(HostileRecords, RefusesEntryCountsWhoseSumWraps) {
   constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
 
   ExpectCountsRefused({kMost - (1L << 31), kMost - (1L << 31), (1L << 32) + 1});
 }
 
-// As 32-bit counts 2^31 - 1 each, while the arrays of 2^62 + 2 indices and values have 8 and 16
-// bytes.
+// The counts are 2^31 - 1 each when they are cut to 32 bits, but the sizes of the arrays of
+// 2^62 + 2 indices and values wrap to 8 and 16 bytes.
 TEST(HostileRecords, RefusesEntryCountsWhoseArraysWrapInBytes) {
   constexpr std::int64_t kCount = (1L << 31) - 1;
 

@@ -40,7 +40,7 @@ CooPiece<> Numbered() {
   return piece;
 }
 
-// Reports another count and store type than its class would.
+// A class of an application that reports another count and store type than its base.
 class OddCoo : public MatrixCOO<double, int> {
  public:
   long NNZ() const override { return 99; }

@@ -133,7 +133,7 @@ TEST_F(CheckConsistency, HasNothingToCompareWithOnARankWithoutARecord) {
 
 // --- CheckLocalValues
 
-// A matrix that carries its pattern only.
+// A matrix that has no values.
 DescribedMatrix PatternOnly() {
   DescribedMatrix local = Band(1);
   local.mHasValues = false;

@@ -153,7 +153,7 @@ TEST(InitMetadata, TakesEverythingFromTheOnlyHolder) {
     piece.PlaceIn(50 + comm->Rank(), 70 + comm->Rank(),
                   holder ? MatrixPartition::ColumnWise(6) : MatrixPartition{});
 
-    // The flag of the holder counts, whatever the others pass.
+    // The flag of the holder decides; the flags of the others do not matter.
     ASSERT_EQ(rank.aggregator.InitMetadata(piece, !holder, 0), STATUS_OK);
 
     EXPECT_EQ(rank.aggregator.mMode, CENTRALIZED_ONE);

@@ -1,4 +1,4 @@
-// Whether the exchanged records agree: no rank, no communication.
+// The check whether the exchanged records agree, without ranks and communication.
 
 #include "tests/support/aggregator_probe.h"
 #include "tests/support/records.h"

@@ -1,4 +1,4 @@
-// The mode decided from the exchanged records, without communication.
+// The decision of the mode from the exchanged records, without communication.
 
 #include "tests/support/aggregator_probe.h"
 #include "tests/support/records.h"
@@ -16,12 +16,12 @@ constexpr char kDistributed[] = "[DEBUG] Matrix mode is DISTRIBUTED.\n";
 
 struct Decision {
   PavexStatus status = 99;
-  DistMatrixMode mode = static_cast<DistMatrixMode>(99);  // what it was if not decided
+  DistMatrixMode mode = static_cast<DistMatrixMode>(99);  // keeps this value if not decided
   int source = 99;
   std::string output;
 };
 
-// Decides with debug lines on.
+// Decides the mode, with the debug lines enabled.
 Decision Decide(Records records) {
   LogLevel const level(LOG_DEBUG);
   Decision decision;
@@ -196,7 +196,7 @@ TEST(DetermineMode, PrintsItsErrorOnlyWithErrorLinesOn) {
 
 // --- CheckForOneMode
 
-// On rank `ownRank` with log level `logLevel`.
+// The verdict on rank `ownRank` with log level `logLevel`.
 Verdict JudgeOne(int ownRank, Records records, std::int32_t logLevel = LOG_DEBUG) {
   RankUnderTest<> rank(
       std::make_shared<ScriptedComm>(ownRank, static_cast<int>(records.size())));

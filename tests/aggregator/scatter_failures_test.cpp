@@ -1,5 +1,5 @@
-// What stops a scatter: the status, how many callers report it, what is given back and what is
-// left alone.
+// Scatters that fail: the status, how many callers report it, which memory is given back and
+// what does not change.
 
 #include "pavex/runtime/self_comm.h"
 #include "tests/support/dense_rank.h"
@@ -21,7 +21,7 @@ constexpr char kMismatch[] =
     "[ERROR] The input matrix is inconsistent with that in the gather phase.\n";
 constexpr char kNoValues[] = "[ERROR] Local matrix has no values when we need it.\n";
 
-// Gathers onto rank 0 or onto all ranks and forgets what that took.
+// Gathers onto rank 0 or onto all ranks, and forgets the calls and allocations of that.
 void GatherFirst(DenseRank<>& rank, bool toAll = false) {
   ASSERT_EQ((toAll ? rank.Allgather() : rank.Gather()).status, STATUS_OK);
   rank.rank.ForgetThePast();
@@ -101,11 +101,11 @@ TEST(RefusedScatter, IsThatOfEverySparseMatrix) {
   ExpectUnsupported(coo.matrix, "8");
 }
 
-// --- Arrays that cannot hold what the shape asks for
+// --- Arrays that are too short for the shape
 
 TEST(RefusedScatter, TellsTheElementCountAlikeOnEveryRank) {
   for (int const self : {0, 1}) {
-    // Together 9 elements of a 3 x 5 matrix, gathered as a pattern.
+    // The pieces have 9 elements together, of a 3 x 5 matrix. They are gathered as a pattern.
     DenseRank<> rank(
         self,
         Pieces(DenseBlock(1, 3, 1, 1, true).In(3, 5, MatrixPartition::NonzeroWise()),
@@ -121,8 +121,8 @@ TEST(RefusedScatter, TellsTheElementCountAlikeOnEveryRank) {
   }
 }
 
-// Rows of two elements where the whole has rows of three: at the leading dimension of the
-// whole, the first band ends inside the 12 elements that were gathered, the second one behind
+// The rows have two elements, but those of the whole have three. With the leading dimension of
+// the whole, the first band ends inside the 12 gathered elements, and the second one after
 // them.
 TEST(RefusedScatter, ReadsNothingBehindThePatternOfNarrowRowBandsAndAllThatIsInside) {
   auto const share = [](int begin, int rows) {
@@ -144,7 +144,7 @@ TEST(RefusedScatter, ReadsNothingBehindThePatternOfNarrowRowBandsAndAllThatIsIns
   EXPECT_EQ(one.local.values, before);
 }
 
-// The values are not checked where every rank holds the whole.
+// The values are not checked if every rank holds the whole.
 TEST(RefusedScatter, WritesToNoMatrixWithoutValuesWhereEveryRankHoldsTheWhole) {
   for (bool const toAll : {false, true}) {
     for (int const self : {0, 1}) {
@@ -183,7 +183,7 @@ DenseRank<> PaddedRoot() {
   return DenseRank<>(0, Pieces(ColumnShare(0, true, 1), ColumnShare(1, true)));
 }
 
-// What the pool saw until the n-th request from it failed, and how many callers reported it.
+// The events of the pool until its n-th request fails, and how many callers report the failure.
 struct PoolFailure {
   int lines;
   std::vector<PoolEvent> events;

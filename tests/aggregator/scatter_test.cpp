@@ -1,5 +1,5 @@
-// The way back of a gathered dense matrix: which calls are made on which rank, where the values
-// land, and what is left alone.
+// The scatter of a gathered dense matrix: which calls each rank makes, where the values go, and
+// what does not change.
 
 #include "pavex/comm/local_comm.h"
 #include "tests/support/dense_rank.h"
@@ -18,14 +18,14 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// Gathers onto rank 0 or onto all ranks and forgets what that took.
+// Gathers onto rank 0 or onto all ranks, and forgets the calls and allocations of that.
 template <typename Rank>
 void GatherFirst(Rank& rank, bool toAll = false) {
   ASSERT_EQ((toAll ? rank.Allgather() : rank.Gather()).status, STATUS_OK);
   rank.rank.ForgetThePast();
 }
 
-// Numbers the elements of the gathered matrix 0, 1, ... as they stand.
+// Numbers the elements of the gathered matrix 0, 1, ... in the order of its array.
 void NumberTarget(DenseRank<>& rank) {
   Buffer<double>& values = rank.Target().mValues;
   std::iota(values.mData, values.mData + values.mSize, 0.0);
@@ -401,17 +401,18 @@ TEST(DenseScatterEverywhere, CountsTheBeginFromTheFirstRanksBand) {
   EXPECT_THAT(one.local.values, ElementsAre(1, 2, 4, 5));
 }
 
-// `rows` x `cols` entries that are said to stand from `begin` on in a matrix of another shape.
+// `rows` x `cols` entries that claim to begin at `begin` in a matrix of another shape.
 DensePiece<> PieceAt(std::int64_t begin, int rows, int cols, std::int64_t globalRows,
                      std::int64_t globalCols) {
   return DenseBlock(1, rows, 1, cols, true)
       .In(globalRows, globalCols, {PARTITION_NONZERO_WISE, begin});
 }
 
-// Which of two ranks refuse the scatter of what was gathered from `first` and `second`.
+// Which of two ranks have a piece that lies outside the whole by its begin.
 enum class Outside { FIRST, SECOND, BOTH };
 
-// Expects just those ranks to refuse it whose pieces lie, by their begins, outside the whole.
+// Gathers the pieces `first` and `second`. Expects that the ranks `outside` refuse the scatter,
+// and that it succeeds on the other one.
 void ExpectOutside(Outside outside, std::function<DensePiece<>()> const& first,
                    std::function<DensePiece<>()> const& second, bool withValues = true) {
   for (int const self : {0, 1}) {
@@ -433,7 +434,7 @@ void ExpectOutside(Outside outside, std::function<DensePiece<>()> const& first,
 }
 
 TEST(DenseScatterEverywhere, IsRefusedOnTheRankWhosePieceReachesOutside) {
-  // In rank order both fit side by side; by its begin the second does not.
+  // Placed in rank order, both pieces fit. Placed by its begin, the second does not.
   ExpectOutside(
       Outside::SECOND, [] { return PieceAt(0, 2, 1, 2, 3); },
       [] { return PieceAt(2, 2, 2, 2, 3); });
@@ -468,7 +469,7 @@ TEST(DenseScatterEverywhere, IsRefusedIfTheFirstPieceHasMoreRunsThanTheWhole) {
       Outside::BOTH, [&] { return share(1, 3); }, [&] { return share(1, 3); }, false);
 }
 
-// Behind the 7 elements of the first band, two runs of the whole do not begin any more.
+// After the 7 elements of the first band there is no room for two runs of the whole.
 TEST(DenseScatterEverywhere, IsRefusedIfABandAlongTheRunsReachesOutsideFromItsDisplacement) {
   auto const rows = [](int begin, int count, int length) {
     return DenseBlock(1, count, 1, length, true).In(3, 3, MatrixPartition::RowWise(begin));
@@ -484,7 +485,7 @@ TEST(DenseScatterEverywhere, IsRefusedIfABandAlongTheRunsReachesOutsideFromItsDi
 
 // --- The records of the gather
 
-// Puts the records of `rank` between two that no matrix can have.
+// Puts the records of `rank` between two other ones that no matrix can have.
 std::vector<MatrixLocalInfo> PutBetweenOthers(DenseRank<>& rank) {
   constexpr std::int64_t kHuge = std::int64_t{1} << 40;
   Buffer<MatrixLocalInfo>& infos = rank.rank.aggregator.mLocalInfos;

@@ -14,7 +14,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// Rank `rank` of four that have nothing to say.
+// The communicator of rank `rank` of four. Nothing arrives over it.
 TraceComm RankOfFour(int rank) {
   return TraceComm(std::make_shared<ScriptedComm>(rank, 4));
 }

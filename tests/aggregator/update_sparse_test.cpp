@@ -20,8 +20,8 @@ constexpr char kMismatch[] =
     "[ERROR] The input matrix is inconsistent with that in the gather phase.\n";
 constexpr char kNoValues[] = "[ERROR] Local matrix has no values when we need it.\n";
 
-// Where the values of rank `rank` of two stand in the gathered matrix, whatever the format:
-// two of rank 0, then three of rank 1.
+// The piece of rank `rank` of two in any format. The gathered matrix has the two values of rank
+// 0 first, then the three of rank 1.
 template <typename T = double, typename I = int>
 struct Coo {
   using Value = T;

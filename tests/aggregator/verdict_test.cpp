@@ -1,4 +1,4 @@
-// The verdict of a description against what becomes of the gather, over random, flawed and
+// Compares the verdict of a description with the result of the gather, for random, flawed and
 // hostile records.
 
 #include "pavex/aggregator/plan.h"
@@ -30,7 +30,7 @@ constexpr long kCases = 1000000;
 constexpr long kCases = 6000;
 #endif
 
-// --- One rank that is what its record says
+// --- One rank with the matrix that its record describes
 
 // A matrix of class M that describes itself as a record does. Its arrays are never read.
 template <typename M>
@@ -72,7 +72,7 @@ std::unique_ptr<MatrixBase> MatrixOf(MatrixLocalInfo const& info, bool rowMajor,
   }
 }
 
-// Exchanges the records and ends the gather with a failure where anything else is to move.
+// Exchanges the records, and ends the gather with a failure before anything else moves.
 class StoppingComm final : public CallComm {
  public:
   StoppingComm(int rank, Records const& records)
@@ -97,7 +97,7 @@ class StoppingComm final : public CallComm {
   bool mutable mMoved = false;
 };
 
-// Refuses large requests or, for arrays that no process touches before a transfer, grants them
+// Refuses large requests. For arrays that no process touches before a transfer it grants them
 // with an address that must not be used.
 class LargePool final : public MemoryPool {
  public:
@@ -131,7 +131,7 @@ struct Ending {
 
 constexpr int kUnset = 12345;
 
-// The stage by the members that a gather has written when it ends.
+// The stage of a refusal, deduced from the members that the gather has written.
 std::string StageOf(AggregatorProbe<double, int> const& aggregator, PavexStatus status) {
   if (aggregator.mSourceRank == kUnset) return "mode";
   if (aggregator.mRoot == kUnset) return "agreement";
@@ -262,7 +262,7 @@ Records AnyRecords(Rng& rng) {
   int const ranks = static_cast<int>(rng.Between(1, 5));
   Records records = FittingRecords(rng, ranks);
   if (rng.OneIn(3)) return records;
-  if (rng.OneIn(3)) {  // the same flaw everywhere, which no comparison finds
+  if (rng.OneIn(3)) {  // the same flaw everywhere: no comparison finds it
     Rng const choice = rng;
     for (MatrixLocalInfo& info : records) {
       Rng same = choice;
@@ -290,13 +290,14 @@ bool AllArrived(Records const& records) {
                      [](MatrixLocalInfo const& info) { return info.Arrived(); });
 }
 
-// What is said once, and how each rank ends.
+// The text, which is the same on every rank, and how each rank ends.
 struct Verdict {
   std::string text;
   std::vector<Ending> endings;
 };
 
-// Ranks whose records do not tell the order of dense elements try both.
+// Gathers on every rank. A rank whose record does not say the order of its dense elements tries
+// both orders.
 Verdict GatherEverywhere(Case const& input) {
   Records records = input.records;
   GatherPlan const plan = PlanGather(View(records), sizeof(double), sizeof(int));
@@ -337,7 +338,7 @@ std::string Complaint(Case const& input, Verdict const& verdict) {
   if (!refused && AnyEnds(verdict, End::REFUSED) && !but) return "agreed, but a rank refuses";
   if (agreed && AnyEnds(verdict, End::THREW)) return "agreed, but a rank throws";
   if (!refused) return StageIn(verdict.text).empty() ? "" : "a stage of no refusal";
-  if (!AllArrived(input.records)) return "";  // told as such, whoever fails
+  if (!AllArrived(input.records)) return "";  // then the text only says what is missing
   for (Ending const& ending : verdict.endings)
     if (ending.end == End::REFUSED && ending.stage != StageIn(verdict.text))
       return "refused at " + ending.stage + ", told another stage";
@@ -363,7 +364,7 @@ TEST(Verdict, IsRefusedExactlyWhereEveryProcessFailsBeforeDataMovesAndNamesTheSt
     std::string const stage = StageIn(verdict.text);
     ++seen[stage.empty() ? verdict.text.substr(0, 7) : stage];
   }
-  // The cases reach everything that can be said.
+  // The cases reach every verdict.
   for (char const* const word : {"agreed:", "agreed,", "mode", "agreement", "counts",
                                  "store type", "offsets", "values", "exchange"})
     EXPECT_GT(seen[word], 0) << word;

@@ -32,7 +32,7 @@ TEST(EigenSparseRefusal, NamesTheCallThatCompressesAMatrix) {
   EXPECT_EQ(refusal, "The Eigen matrix is not compressed: call its makeCompressed() first.");
 }
 
-// --- Indices, where the program asks for their check
+// --- Indices, if the program requests their check
 
 TEST(EigenIndexCheck, IsMadeOnRequestAlone) {
   Diagonal diagonal(0);

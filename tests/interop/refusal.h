@@ -1,4 +1,4 @@
-// What the views of other libraries' matrices say when they refuse one.
+// The message of a view of another library's matrix that is refused.
 
 #pragma once
 

@@ -1,11 +1,11 @@
-// Matrices over const arrays: what takes them and what does not.
+// Matrices over const arrays: which operations take them and which do not.
 
 #include "pavex/matrix/const_matrix.h"
 
 #include "pavex/pavex.h"
 
-#include <gtest/gtest.h>
 #include <complex>
+#include <gtest/gtest.h>
 #include <memory>
 #include <type_traits>
 #include <utility>

@@ -14,7 +14,7 @@
 namespace Pavex {
 namespace {
 
-// What rows and columns share is not a matrix of its own.
+// The common base of CSR and CSC cannot be used as a matrix.
 using Shared = MatrixCompressed<MatrixCSR<double, int>, double, int>;
 static_assert(!std::is_constructible_v<Shared, MatrixCSR<double, int>&&>);
 static_assert(!std::is_assignable_v<Shared&, MatrixCSR<double, int>&&>);

@@ -31,7 +31,7 @@ TYPED_TEST(ShiftIndexBaseTest, MovesRowsAndColumnsOfCoordinates) {
   EXPECT_THAT(cols, ElementsAre(1, 0));
 }
 
-// Offsets as one process passed them on, or as they are put together from several pieces.
+// The offsets have the base of a single process, or 0 if they were put together from pieces.
 TYPED_TEST(ShiftIndexBaseTest, LetsOffsetsOfRowsStartAtTheNewBaseWhereverTheyStarted) {
   using I = typename TypeParam::Index;
   for (I const first : {0, 1, 7}) {
@@ -89,7 +89,7 @@ TEST(ShiftIndexBase, WrapsNumbersThatAPeerMadeUp) {
 }
 
 TEST(ShiftIndexBase, WritesNothingBehindIndicesThatAPeerCountedWrong) {
-  LedgerPool pool;  // reports bytes written behind a block
+  LedgerPool pool;  // reports bytes written after a block
   MatrixCSR<double, int> matrix;
   ASSERT_EQ((MatrixCSR<double, int>::Create(pool, 1, 3, 2, false, matrix)), STATUS_OK);
   std::fill_n(matrix.mColIdx.mData, 2, 1);

@@ -46,7 +46,7 @@ TEST(MatrixBase, IsAbstract) {
   EXPECT_TRUE(std::is_abstract_v<MatrixBase>);
 }
 
-// A class of the application: nothing but the five functions.
+// A class of an application with the five functions and nothing else.
 struct Zeros : MatrixBase {
   long NNZ() const override { return 0; }
   PavexMatrixStoreType StoreType() const override { return STORE_TYPE_1; }

@@ -1,4 +1,4 @@
-// What the three sparse classes have in common, for each class and instantiation.
+// Behaviour that the three sparse classes share, for each class and instantiation.
 
 #include "pavex/matrix/sparse.h"
 
@@ -63,7 +63,7 @@ struct Sparse<MatrixCOO<T, I>> {
 template <typename Matrix>
 class SparseMatrix : public ::testing::Test {
  protected:
-  // The matrix above in blocks of `pool`, taken in the order of the arrays.
+  // Makes the matrix above in blocks of `pool`, which are taken in the order of the arrays.
   static Matrix Make(Allocator& pool) {
     using S = Sparse<Matrix>;
     using Value = typename S::Value;
@@ -284,7 +284,7 @@ TYPED_TEST(SparseMatrix, SetsNoValuesWithoutRows) {
   EXPECT_FALSE(matrix.HasValues());
 }
 
-// A class of the application that changes what the matrix says of itself.
+// A class of an application that changes how the matrix describes itself.
 template <typename Matrix>
 class Derived : public Matrix {
  public:
