@@ -1,9 +1,11 @@
 #include "pavex/comm/local_comm.h"
 
 #include "pavex/comm/local_group.h"
+#include "pavex/runtime/log.h"
 
 #include <cstddef>
 #include <exception>
+#include <new>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -37,7 +39,7 @@ class RankThreads {
 };
 
 LocalOperation Collective(LocalKind kind, int root, LocalSide send, LocalSide recv) {
-  return {kind, root, 0, send, recv, REDUCE_SUM};
+  return {kind, root, 0, send, recv, REDUCE_SUM, nullptr};
 }
 
 }  // namespace
@@ -46,11 +48,13 @@ void LocalComm::Run(int ranks, Body const& body) {
   if (ranks < 1 || !body) {
     throw std::invalid_argument("LocalComm::Run needs at least one rank and a body");
   }
-  auto const group = std::make_shared<LocalGroup>(ranks);
+  auto const job = std::make_shared<LocalJob>(ranks);
+  auto const group = std::make_shared<LocalGroup>(job, job->Slots());
+  group->Open();
   std::vector<std::exception_ptr> failures(static_cast<std::size_t>(ranks));
   auto const run = [&](int rank) {
     try {
-      body(std::shared_ptr<Comm>(new LocalComm(group, rank)));
+      body(std::shared_ptr<LocalComm>(new LocalComm(group, rank)));
     } catch (...) {
       failures[static_cast<std::size_t>(rank)] = std::current_exception();
     }
@@ -88,6 +92,28 @@ int LocalComm::Rank() const {
 
 int LocalComm::Size() const {
   return mGroup->Size();
+}
+
+// A rank without memory for its communicator takes part all the same, so that the split fails
+// on every rank.
+std::shared_ptr<Comm> LocalComm::Split(int color, int key) const {
+  std::shared_ptr<LocalComm> part;
+  try {
+    part.reset(new LocalComm(nullptr, -1));
+  } catch (std::bad_alloc const&) {
+    part.reset();
+  }
+  LocalSplit split{color, key, part != nullptr, nullptr, -1};
+  LocalOperation operation = Collective(LocalKind::SPLIT, 0, {}, {});
+  operation.mSplit = &split;
+  if (mGroup->Execute(mRank, operation) != STATUS_OK) {
+    Log::Error("LocalComm::Split failed on rank %d of %d.", mRank, Size());
+    return nullptr;
+  }
+  if (split.mGroup == nullptr) return nullptr;
+  part->mGroup = std::move(split.mGroup);
+  part->mRank = split.mRank;
+  return part;
 }
 
 PavexStatus LocalComm::Barrier() const {

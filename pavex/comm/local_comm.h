@@ -16,7 +16,7 @@ class LocalGroup;
 // copied once, from the sender's memory to the receiver's; small pieces that every rank
 // receives are copied twice. A few ranks share the copying of a large operation with large
 // pieces. There may be many more ranks than processors: the cost of a small operation per rank
-// hardly depends on their number. It logs nothing.
+// hardly depends on their number. It logs nothing, except a failed Split.
 //
 // What may be shared between ranks, and what must live how long:
 //
@@ -59,8 +59,9 @@ class LocalGroup;
 // been called. Ranks that have fallen out of step meet, or fail, by the same rules.
 class PAVEX_API LocalComm final : public Comm {
  public:
-  // What each rank runs; the argument is the rank's own communicator.
-  using Body = std::function<void(std::shared_ptr<Comm> const& comm)>;
+  // What each rank runs; the argument is the rank's own communicator. A function that takes a
+  // std::shared_ptr<Comm> const& will do as well.
+  using Body = std::function<void(std::shared_ptr<LocalComm> const& comm)>;
 
   // Runs `body` on `ranks` ranks at the same time, rank 0 on the calling thread and every other
   // rank on a new thread. Returns when all have returned. A rank that throws counts as
@@ -72,6 +73,16 @@ class PAVEX_API LocalComm final : public Comm {
   static void Run(int ranks, Body const& body);
 
   ~LocalComm() override;
+
+  // Divides the ranks into groups: those with the same `color` get a communicator of their own,
+  // in which they are in the order of their `key`, then of their rank here. Returns null on a
+  // rank with a negative color, which takes no part. The result is a LocalComm, works in the
+  // same way, and may live longer than this communicator. Ranks that wait for each other in
+  // different groups fail as they do in one.
+  //
+  // Collective. If it fails, every rank that has called it logs one ERROR line and gets null.
+  std::shared_ptr<Comm> Split(int color, int key) const;
+
   int Rank() const override;
   int Size() const override;
   [[nodiscard]] PavexStatus Barrier() const override;

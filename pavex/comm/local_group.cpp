@@ -8,6 +8,7 @@
 #include <new>
 #include <numeric>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 namespace Pavex {
@@ -21,51 +22,59 @@ constexpr std::size_t kSmall = std::size_t{1} << 15;
 // them.
 constexpr std::size_t kSmallPiece = std::size_t{1} << 10;
 
+// The number of ranks that are woken to copy together.
+std::size_t MostHelpers() {
+  return static_cast<std::size_t>(std::max(8, Processors()));
+}
+
+// Whether rank a comes before rank b, by color, then key, then rank.
+bool ComesBefore(std::vector<LocalOperation const*> const& splits, int a, int b) {
+  auto const order = [&](int rank) {
+    LocalSplit const& split = *splits[static_cast<std::size_t>(rank)]->mSplit;
+    return std::tuple(split.mColor, split.mKey, rank);
+  };
+  return order(a) < order(b);
+}
+
+}  // namespace
+
 // The number is read once, because some systems read files for it.
 int Processors() {
   static unsigned const processors = std::max(1U, std::thread::hardware_concurrency());
   return static_cast<int>(processors);
 }
 
-// With a processor for each rank, looking harms no other rank. With fewer processors, every
-// look of one rank lets another one run, which costs far less than sleeping and waking. With
-// many ranks, most looks come before all others have run, so each rank keeps only a few: when
-// all ranks are ready to run, one round of them brings the last one to the operation. More
-// looks gained nothing in measurements, and pauses cost most when the system has put two ranks
-// on one processor.
-LocalPatience PatienceOf(int ranks) {
-  constexpr int kPauses = 20;
-  constexpr int kYields = 100;
-  constexpr int kFewestYields = 4;
-  constexpr int kRanksPerProcessor = 8;  // up to here each rank keeps all its looks
-  if (ranks <= Processors()) return {kPauses, kYields};
-  int const share = kYields * kRanksPerProcessor * Processors() / ranks;
-  return {0, std::clamp(share, kFewestYields, kYields)};
-}
-
-// The number of ranks that are woken to copy together.
-std::size_t MostHelpers() {
-  return static_cast<std::size_t>(std::max(8, Processors()));
-}
-
-}  // namespace
-
-LocalGroup::LocalGroup(int ranks)
-    : mSlots(static_cast<std::size_t>(ranks)),
-      mPatience(PatienceOf(ranks)),
-      mAll(mSlots.size()) {
+LocalGroup::LocalGroup(std::shared_ptr<LocalJob> job, std::vector<LocalSlot*> slots)
+    : mJob(std::move(job)), mSlots(std::move(slots)), mAll(mSlots.size()) {
   std::iota(mAll.begin(), mAll.end(), 0);
-  mStuck.reserve(mSlots.size());
+  for (LocalSlot* const slot : mSlots) {
+    slot->mGroups.reserve(slot->mGroups.size() + 1);
+  }
 }
 
-LocalGroup::~LocalGroup() = default;
+// A group that was not opened may be destroyed with the lock held.
+LocalGroup::~LocalGroup() {
+  if (!mOpen) return;
+  std::lock_guard<std::mutex> const lock(mJob->Mutex());
+  for (LocalSlot* const slot : mSlots) {
+    auto& groups = slot->mGroups;
+    groups.erase(std::find(groups.begin(), groups.end(), this));
+  }
+}
+
+void LocalGroup::Open() {
+  for (LocalSlot* const slot : mSlots) {
+    slot->mGroups.push_back(this);  // the constructor has reserved the room
+  }
+  mOpen = true;
+}
 
 PavexStatus LocalGroup::Execute(int rank, LocalOperation const& operation) {
   if (operation.mPeer < 0 || operation.mPeer >= Size()) return STATUS_COMM_FAILED;
   LocalSlot& slot = At(rank);
   bool allHaveEnded = false;
   {
-    std::lock_guard<std::mutex> const lock(mMutex);
+    std::lock_guard<std::mutex> const lock(mJob->Mutex());
     if (slot.mPhase != LocalPhase::RUNNING) return STATUS_COMM_FAILED;
     Enter(rank, operation);
     if (operation.PointToPoint()) {
@@ -75,22 +84,21 @@ PavexStatus LocalGroup::Execute(int rank, LocalOperation const& operation) {
     }
   }
   if (allHaveEnded) Wake(mAll);  // without the lock, which they need soon
-  slot.AwaitChange(LocalPhase::WAITING, mPatience);
+  slot.AwaitChange(LocalPhase::WAITING, mJob->Patience());
   auto const transfer = std::move(slot.mTransfer);
   if (slot.mPhase == LocalPhase::COPYING) Copy(rank, transfer.get());
   if (auto const received = std::move(slot.mReceived)) received->Unpack(operation.mRecv);
   return slot.mStatus;
 }
 
-void LocalGroup::Leave(int rank) {
-  std::lock_guard<std::mutex> const lock(mMutex);
-  At(rank).mPhase = LocalPhase::GONE;
+bool LocalGroup::NoteGone() {
   ++mGone;
-  if (mInCollective > 0 || At(rank).mAwaited > 0) FailStuck();
+  return mInCollective > 0;
 }
 
 void LocalGroup::Enter(int rank, LocalOperation const& operation) {
   At(rank).mOperation = &operation;
+  At(rank).mGroup = this;
   At(rank).mPhase = LocalPhase::WAITING;
   if (operation.PointToPoint()) {
     ++At(operation.mPeer).mAwaited;
@@ -101,13 +109,21 @@ void LocalGroup::Enter(int rank, LocalOperation const& operation) {
 
 // Carries out the collective that `rank` has entered, if it was the last rank. Returns true if
 // the operation has ended for all ranks; the caller wakes them. Otherwise the rank waits. That
-// leaves others stuck only if they are in another collective, have returned, or wait for this
+// leaves ranks stuck only if some are in another collective, have returned, or wait for this
 // rank.
 bool LocalGroup::MeetInCollective(int rank) {
   bool const one = At(rank).mOperation->SameCollective(*mCollective);
   if (one && mInCollective == Size()) return Start(rank, mAll);
-  if (!one || mGone > 0 || At(rank).mAwaited > 0) FailStuck();
+  bool const awaited = At(rank).mAwaited > 0 || AwaitedElsewhere(At(rank));
+  if (!one || mGone > 0 || awaited) mJob->FailStuck();
   return false;
+}
+
+// Whether ranks wait for this one in a collective of another group.
+bool LocalGroup::AwaitedElsewhere(LocalSlot const& slot) const {
+  return std::any_of(slot.mGroups.begin(), slot.mGroups.end(), [this](LocalGroup const* group) {
+    return group != this && group->mInCollective > 0;
+  });
 }
 
 // Carries out the message that `rank` sends or receives, if its partner is there. If it is not,
@@ -117,24 +133,31 @@ void LocalGroup::MeetPartner(int rank) {
   if (MeetsPartner(rank)) {
     mPair = {std::min(rank, peer), std::max(rank, peer)};
     if (Start(rank, mPair)) Wake(mPair);
-  } else if (!CanGoOn(rank)) {
-    FailStuck();
+  } else if (!mJob->CanGoOn(At(rank))) {
+    mJob->FailStuck();
   }
 }
 
 bool LocalGroup::MeetsPartner(int rank) {
   LocalOperation const& own = *At(rank).mOperation;
-  if (!Waits(own.mPeer)) return false;
+  if (!WaitsHere(At(own.mPeer))) return false;
   LocalOperation const& other = *At(own.mPeer).mOperation;
   return other.PointToPoint() && other.mKind != own.mKind && other.mPeer == rank &&
          other.mTag == own.mTag;
 }
 
-// Whether all `ranks` wait in the same collective.
-bool LocalGroup::OneCollective(std::vector<int> const& ranks) {
-  return std::all_of(ranks.begin(), ranks.end(), [&](int r) {
-    return Waits(r) && At(r).mOperation->SameCollective(*At(ranks.front()).mOperation);
-  });
+bool LocalGroup::LetCollectiveGoOn() {
+  if (mInCollective == 0) return false;
+  bool found = false;
+  for (LocalSlot const* const slot : mSlots) {
+    if (slot->mCanGoOn) continue;
+    if (!WaitsHere(*slot) || !slot->mOperation->SameCollective(*mCollective)) return false;
+    found = true;
+  }
+  for (LocalSlot* const slot : mSlots) {
+    slot->mCanGoOn = true;
+  }
+  return found;
 }
 
 // Carries out the operations of `partners`, which have met. Returns true if they have ended,
@@ -147,7 +170,7 @@ bool LocalGroup::Start(int rank, std::vector<int> const& partners) {
     }
     if (Bundle(operations)) return true;
     LocalWork work;
-    if (!PlanLocalWork(operations, work)) {
+    if (!SplitUp(operations) || !PlanLocalWork(operations, work)) {
       End(partners, STATUS_COMM_FAILED);
       return true;
     }
@@ -178,10 +201,44 @@ bool LocalGroup::Bundle(std::vector<LocalOperation const*> const& operations) {
   }
   if (bundle->MeanBytes() > kSmallPiece) return false;
   bundle->Pack();
-  for (LocalSlot& slot : mSlots) {
-    slot.mReceived = bundle;
+  for (LocalSlot* const slot : mSlots) {
+    slot->mReceived = bundle;
   }
   End(mAll, STATUS_OK);
+  return true;
+}
+
+// Makes the groups of a split, if the `operations` are one, and gives each rank its own.
+// Returns false if a rank has no room for its communicator.
+bool LocalGroup::SplitUp(std::vector<LocalOperation const*> const& operations) {
+  if (operations.front() == nullptr || operations.front()->mKind != LocalKind::SPLIT)
+    return true;
+  auto const split = [&](int rank) -> LocalSplit& {
+    return *operations[static_cast<std::size_t>(rank)]->mSplit;
+  };
+  if (!std::all_of(mAll.begin(), mAll.end(), [&](int r) { return split(r).mHasRoom; }))
+    return false;
+  std::vector<int> ranks = mAll;
+  std::sort(ranks.begin(), ranks.end(),
+            [&](int a, int b) { return ComesBefore(operations, a, b); });
+  std::vector<LocalSlot*> members;
+  for (auto rank = ranks.begin(); rank != ranks.end(); ++rank) {
+    int const color = split(*rank).mColor;
+    if (color < 0) continue;
+    split(*rank).mRank = static_cast<int>(members.size());
+    members.push_back(&At(*rank));
+    bool const last = std::next(rank) == ranks.end() || split(*std::next(rank)).mColor != color;
+    if (last) split(*rank).mGroup = std::make_shared<LocalGroup>(mJob, std::move(members));
+    if (last) members.clear();
+  }
+  // Nothing can fail from here on. The last rank of each group has it; the others follow.
+  std::shared_ptr<LocalGroup> group;
+  for (auto rank = ranks.rbegin(); rank != ranks.rend() && split(*rank).mColor >= 0; ++rank) {
+    if (split(*rank).mGroup == nullptr)
+      split(*rank).mGroup = group;
+    else
+      (group = split(*rank).mGroup)->Open();
+  }
   return true;
 }
 
@@ -192,53 +249,28 @@ void LocalGroup::ShareCopying(int rank, std::shared_ptr<LocalTransfer> const& tr
   for (int const partner : transfer->Partners()) {
     bool const helps = partner == rank || (others > 0 && others-- > 0);
     if (helps) At(partner).mTransfer = transfer;
-    Change(partner, LocalPhase::COPYING);
+    Change(At(partner), LocalPhase::COPYING);
     if (helps) At(partner).Wake();
   }
 }
 
-// Whether `rank` runs or copies, or waits for a message of a rank that can go on. For a rank in
-// a collective the answer depends on all others: it is false here, and FailStuck decides.
-bool LocalGroup::CanGoOn(int rank) {
-  for (int steps = 0; steps < Size(); ++steps) {  // more steps than ranks: a ring
-    LocalPhase const phase = At(rank).mPhase;
-    if (phase == LocalPhase::RUNNING || phase == LocalPhase::COPYING) return true;
-    if (phase == LocalPhase::GONE || !At(rank).mOperation->PointToPoint()) return false;
-    rank = At(rank).mOperation->mPeer;
-  }
-  return false;
-}
-
-// Fails every waiting rank that can never go on. The ranks in a collective can if all the ranks
-// outside it can; so of the remaining ranks, either all are in one collective and can go on, or
-// each of them waits for another one that cannot.
-void LocalGroup::FailStuck() {
-  mStuck.clear();
-  std::copy_if(mAll.begin(), mAll.end(), std::back_inserter(mStuck),
-               [this](int rank) { return !CanGoOn(rank); });
-  if (OneCollective(mStuck)) return;
-  mStuck.erase(
-      std::remove_if(mStuck.begin(), mStuck.end(), [this](int rank) { return !Waits(rank); }),
-      mStuck.end());
-  End(mStuck, STATUS_COMM_FAILED);
-  Wake(mStuck);
-}
-
-void LocalGroup::Change(int rank, LocalPhase phase) {
-  LocalSlot& slot = At(rank);
-  if (Waits(rank)) {
+void LocalGroup::Change(LocalSlot& slot, LocalPhase phase) {
+  if (slot.mPhase == LocalPhase::WAITING) {
     LocalOperation const& operation = *slot.mOperation;
-    operation.PointToPoint() ? --At(operation.mPeer).mAwaited : --mInCollective;
+    LocalGroup& group = *slot.mGroup;
+    operation.PointToPoint() ? --group.At(operation.mPeer).mAwaited : --group.mInCollective;
   }
   slot.mPhase = phase;
 }
 
-// Ends the operations of `ranks`; the caller then wakes them. A rank may return from its
-// operation as soon as its phase has changed.
+void LocalGroup::End(LocalSlot& slot, PavexStatus status) {
+  slot.mStatus = status;
+  Change(slot, LocalPhase::RUNNING);
+}
+
 void LocalGroup::End(std::vector<int> const& ranks, PavexStatus status) {
   for (int const rank : ranks) {
-    At(rank).mStatus = status;
-    Change(rank, LocalPhase::RUNNING);
+    End(At(rank), status);
   }
 }
 
@@ -252,10 +284,10 @@ void LocalGroup::Wake(std::vector<int> const& ranks) {
 // is null on a rank that does not help.
 void LocalGroup::Copy(int rank, LocalTransfer* transfer) {
   if (transfer == nullptr || !transfer->Help(rank)) {
-    return At(rank).AwaitChange(LocalPhase::COPYING, mPatience);
+    return At(rank).AwaitChange(LocalPhase::COPYING, mJob->Patience());
   }
   {
-    std::lock_guard<std::mutex> const lock(mMutex);
+    std::lock_guard<std::mutex> const lock(mJob->Mutex());
     End(transfer->Partners(), STATUS_OK);
   }
   Wake(transfer->Partners());

@@ -259,6 +259,7 @@ bool PlanLocalWork(Operations const& operations, LocalWork& work) {
   LocalOperation const& any = Of(operations, senders.front());
   switch (any.mKind) {
     case LocalKind::BARRIER:
+    case LocalKind::SPLIT:
       return true;
     case LocalKind::ALLREDUCE:
       return PlanReduction(operations, work);

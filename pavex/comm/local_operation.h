@@ -6,9 +6,12 @@
 #include "pavex/runtime/comm.h"
 
 #include <cstddef>
+#include <memory>
 #include <vector>
 
 namespace Pavex {
+
+class LocalGroup;
 
 enum class LocalKind {
   SEND,
@@ -20,7 +23,8 @@ enum class LocalKind {
   ALLGATHER,
   ALLGATHERV,
   ALLREDUCE,
-  BCAST
+  BCAST,
+  SPLIT
 };
 
 // `count` elements of `type` at `data`. It is read or written, depending on its side.
@@ -66,6 +70,15 @@ class LocalSide {
   Datatype mType = DATATYPE_BYTE;
 };
 
+// What a rank passes to a split of its group, and what it gets.
+struct LocalSplit {
+  int mColor;
+  int mKey;
+  bool mHasRoom;                       // for the communicator; if not, the split fails
+  std::shared_ptr<LocalGroup> mGroup;  // null if the rank takes no part
+  int mRank = -1;                      // in that group
+};
+
 // One call of one rank. Lives on the stack of the call.
 struct LocalOperation {
   LocalKind mKind;
@@ -73,7 +86,8 @@ struct LocalOperation {
   int mTag;   // Send and Recv; 0 otherwise
   LocalSide mSend;
   LocalSide mRecv;
-  ReduceOp mReduce;  // Allreduce
+  ReduceOp mReduce;              // Allreduce
+  LocalSplit* mSplit = nullptr;  // Split
 
   bool PointToPoint() const { return mKind == LocalKind::SEND || mKind == LocalKind::RECV; }
   // Whether both are the same collective with the same root.

@@ -3,6 +3,7 @@
 #include "pavex/comm/mpi_call.h"
 
 #include <cstddef>
+#include <new>
 
 namespace Pavex {
 
@@ -64,6 +65,47 @@ MpiComm::~MpiComm() {
   if (mComm == MPI_COMM_NULL || Finalized()) return;
   MpiCall call("MpiComm::~MpiComm", mRank, mSize);
   call.Done(MPI_Comm_free(&mComm));
+}
+
+std::shared_ptr<Comm> MpiComm::Split(int color, int key) const {
+  MpiCall const call("MpiComm::Split", Rank(), mSize);
+  std::shared_ptr<MpiComm> part;
+  try {
+    part.reset(new MpiComm);
+  } catch (std::bad_alloc const&) {
+    part.reset();
+  }
+  return SplitInto(call, color, key, part.get()) ? part : nullptr;
+}
+
+// Makes `part`, null if there was no memory for it, the communicator of this process's group.
+// Returns false if the split has failed or this process takes no part. Every process makes the
+// same calls, whatever has failed on it alone.
+bool MpiComm::SplitInto(MpiCall const& call, int color, int key, MpiComm* part) const {
+  if (call.Ready() != STATUS_OK) return false;
+  enum Step { NOTHING, MADE, READY };
+  MPI_Comm group = MPI_COMM_NULL;
+  int step = NOTHING;
+  PavexStatus status =
+      call.Done(MPI_Comm_split(mComm, color < 0 ? MPI_UNDEFINED : color, key, &group));
+  if (status == STATUS_OK) {
+    step = part != nullptr ? READY : MADE;
+    if (step == MADE) call.Fail(STATUS_COMM_FAILED, "there is no memory for the communicator");
+    if (group != MPI_COMM_NULL) MPI_Comm_set_errhandler(group, MPI_ERRORS_RETURN);
+  }
+  int lowest = NOTHING;
+  status = call.Done(MPI_Allreduce(&step, &lowest, 1, MPI_INT, MPI_MIN, mComm));
+  if (status == STATUS_OK && step == READY && lowest != READY)
+    call.Fail(STATUS_COMM_FAILED, "the split has failed on another rank");
+  if (group == MPI_COMM_NULL) return false;
+  if (lowest == READY) {
+    part->mComm = group;
+    MPI_Comm_rank(group, &part->mRank);
+    MPI_Comm_size(group, &part->mSize);
+  } else if (lowest == MADE) {  // on all ranks: to free it is collective
+    MPI_Comm_free(&group);
+  }
+  return lowest == READY;
 }
 
 int MpiComm::Rank() const {

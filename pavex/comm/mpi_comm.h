@@ -11,9 +11,12 @@
 
 #include "pavex/runtime/comm.h"
 
+#include <memory>
 #include <mpi.h>
 
 namespace Pavex {
+
+class MpiCall;
 
 // A Comm over MPI. It works on its own duplicate of the caller's communicator, so its messages
 // never meet the caller's. Construction, destruction and every operation except Rank, Size,
@@ -69,6 +72,16 @@ class PAVEX_API MpiComm : public Comm {
   // Frees the duplicate, unless MPI has been finalised. Collective.
   ~MpiComm() override;
 
+  // Divides the processes into groups: those with the same `color` get a communicator of their
+  // own, in which they are in the order of their `key`, then of their rank here. Returns null
+  // on a process with a negative color, which takes no part. The result is an MpiComm and may
+  // live longer than this communicator; its destruction is collective over its group.
+  //
+  // Collective. The processes agree on the result: if the split fails on one of them, every
+  // process logs one ERROR line and gets null. If MPI fails on one process alone, the others
+  // may wait, as in every collective.
+  std::shared_ptr<Comm> Split(int color, int key) const;
+
   int Rank() const override;
   int Size() const override;
   [[nodiscard]] PavexStatus Barrier() const override;
@@ -99,7 +112,12 @@ class PAVEX_API MpiComm : public Comm {
   [[nodiscard]] PavexStatus Bcast(void* buf, int count, Datatype type, int root) const override;
 
  private:
-  MPI_Comm mComm = MPI_COMM_NULL;  // the duplicate; null: never live
+  friend class NodeComm;
+  MpiComm() = default;  // not live; SplitInto makes it so
+
+  bool SplitInto(MpiCall const& call, int color, int key, MpiComm* part) const;
+
+  MPI_Comm mComm = MPI_COMM_NULL;  // the duplicate, or made by a split; null: never live
   int mRank = -1;
   int mSize = -1;
 };

@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <type_traits>
 
 namespace Pavex {
@@ -74,12 +75,34 @@ struct NodeComm::Shared {
 
 NodeComm::NodeComm(MPI_Comm comm) : NodeComm(comm, INT_MAX) {}
 
-NodeComm::NodeComm(MPI_Comm comm, int largest) : mMpi(comm) {
-  if (mMpi.Size() < 2) return;
-  mShared = std::make_unique<Shared>();
+NodeComm::NodeComm(MPI_Comm comm, int largest)
+    : mMpi(comm), mLargest(largest), mShared(std::make_unique<Shared>()) {
+  Join(comm);
+}
+
+NodeComm::NodeComm() : mShared(std::make_unique<Shared>()) {}
+
+// Shares memory with the processes of `comm` on this node, if it can.
+void NodeComm::Join(MPI_Comm comm) {
+  if (mMpi.Size() < 2) return mShared.reset();
   MpiCall const call("NodeComm", mMpi.Rank(), mMpi.Size());
-  PavexStatus const status = call.Done(mShared->links.Join(comm, largest));
+  PavexStatus const status = call.Done(mShared->links.Join(comm, mLargest));
   if (status != STATUS_OK || !mShared->links.AnyShared()) mShared.reset();
+}
+
+std::shared_ptr<Comm> NodeComm::Split(int color, int key) const {
+  MpiCall const call("NodeComm::Split", Rank(), Size());
+  std::shared_ptr<NodeComm> part;
+  try {
+    part.reset(new NodeComm);
+  } catch (std::bad_alloc const&) {
+    part.reset();
+  }
+  if (!mMpi.SplitInto(call, color, key, part == nullptr ? nullptr : &part->mMpi))
+    return nullptr;
+  part->mLargest = mLargest;
+  part->Join(part->mMpi.mComm);
+  return part;
 }
 
 NodeComm::~NodeComm() = default;

@@ -60,6 +60,9 @@ class PAVEX_API NodeComm : public Comm {
   // Whether this process shares memory with another one of the communicator. Local.
   bool Active() const;
 
+  // As MpiComm::Split, but the result is a NodeComm, with the same `largest`.
+  std::shared_ptr<Comm> Split(int color, int key) const;
+
   int Rank() const override;
   int Size() const override;
   PavexStatus Barrier() const override;
@@ -86,10 +89,14 @@ class PAVEX_API NodeComm : public Comm {
  private:
   struct Shared;
 
+  NodeComm();  // not live; Split makes it so
+  void Join(MPI_Comm comm);
+
   bool UsesMpi() const;
   bool SharesWith(int rank) const;
 
   MpiComm mMpi;
+  int mLargest = 0;
   std::unique_ptr<Shared> mShared;  // null: MPI alone
 };
 

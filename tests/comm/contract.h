@@ -14,16 +14,19 @@
 //     // Runs `body` on each of `size` ranks, in this process or in others, with the rank's
 //     // communicator, and returns when the ranks of this process have returned.
 //     static void Run(int size, std::function<void(Comm const& comm)> const& body);
+//     // Calls Split of the communicator, which `comm` is one of.
+//     static std::shared_ptr<Comm> Split(Comm const& comm, int color, int key);
 //   };
 //
 // Each rank checks what it has received itself. The tests are in contract_collective.h (for
-// every element type), contract_message.h and contract_refusal.h.
+// every element type), contract_message.h, contract_refusal.h and contract_split.h.
 
 #pragma once
 
 #include "tests/comm/contract_collective.h"
 #include "tests/comm/contract_message.h"
 #include "tests/comm/contract_refusal.h"
+#include "tests/comm/contract_split.h"
 
 // Tests the communicator of `Launcher` against the whole contract.
 #define PAVEX_COMM_CONTRACT(Launcher)                                                    \
@@ -32,4 +35,5 @@
                                  OrderedElementsOver<Launcher>, );                       \
   INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommMessage, AllElementsOver<Launcher>, );    \
   INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommGroup, ::testing::Types<Launcher>, );     \
-  INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommRefusal, ::testing::Types<Launcher>, )
+  INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommRefusal, ::testing::Types<Launcher>, );   \
+  INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommSplit, ::testing::Types<Launcher>, )

@@ -40,6 +40,10 @@ struct LocalRanks {
   static void Run(int size, std::function<void(Comm const& comm)> const& body) {
     LocalComm::Run(size, [&](std::shared_ptr<Comm> const& comm) { body(*comm); });
   }
+
+  static std::shared_ptr<Comm> Split(Comm const& comm, int color, int key) {
+    return dynamic_cast<LocalComm const&>(comm).Split(color, key);
+  }
 };
 
 // A value per rank and position that no other pair has.

@@ -1,6 +1,7 @@
 // MPI's own failures: this binary defines the MPI functions that MpiComm calls, so that each
 // can be told to fail. The others go on to MPI by its profiling names.
 
+#include "tests/comm/failing_new.h"
 #include "tests/comm/mpi_fixture.h"
 
 #include <cstring>
@@ -40,6 +41,14 @@ bool Fails(char const* function) {
   static_assert(true, "takes the semicolon")
 
 PAVEX_FAKE(Comm_dup, (MPI_Comm comm, MPI_Comm* newcomm), (comm, newcomm));
+// Fails instead of MPI's function, or after it, so that the other ranks have theirs.
+PAVEX_FAKE_MPI int MPI_Comm_split(MPI_Comm comm, int color, int key, MPI_Comm* newcomm) {
+  if (Pavex::Fails("MPI_Comm_split")) return MPI_ERR_OTHER;
+  int const code = PMPI_Comm_split(comm, color, key, newcomm);
+  if (!Pavex::Fails("MPI_Comm_split after the call")) return code;
+  PMPI_Comm_free(newcomm);
+  return MPI_ERR_OTHER;
+}
 PAVEX_FAKE(Comm_free, (MPI_Comm * comm), (comm));
 PAVEX_FAKE(Comm_set_errhandler, (MPI_Comm comm, MPI_Errhandler handler), (comm, handler));
 PAVEX_FAKE(Barrier, (MPI_Comm comm), (comm));
@@ -250,6 +259,60 @@ TEST_F(MpiFailure, OfTheReleaseIsALine) {
   });
 
   EXPECT_EQ(log, FailureLine("~MpiComm", "peer -1, 0 out, 0 in", kReason));
+}
+
+TEST_F(MpiFailure, OfASplitIsALineAndNoCommunicator) {
+  std::shared_ptr<Comm> part;
+  std::string const log = CaptureStdout([&] {
+    gFake.mFailing = "MPI_Comm_split";
+    part = mComm.Split(0, 0);
+    gFake.mFailing.clear();
+  });
+
+  EXPECT_EQ(part, nullptr);
+  EXPECT_EQ(log, FailureLine("Split", "peer -1, 0 out, 0 in", kReason));
+}
+
+TEST_F(MpiFailure, OfASplitOnOneRankIsALineOnEveryRank) {
+  std::shared_ptr<Comm> part;
+  std::string const log = CaptureStdout([&] {
+    if (mRank == 0) gFake.mFailing = "MPI_Comm_split after the call";
+    part = mComm.Split(0, 0);
+    gFake.mFailing.clear();
+  });
+
+  EXPECT_EQ(part, nullptr);
+  EXPECT_EQ(log, FailureLine("Split", "peer -1, 0 out, 0 in",
+                             mRank == 0 ? kReason : "the split has failed on another rank"));
+}
+
+TEST_F(MpiFailure, OfTheAgreementOnASplitIsALineAndNoCommunicator) {
+  std::shared_ptr<Comm> part;
+  std::string const log = CaptureStdout([&] {
+    gFake.mFailing = "MPI_Allreduce";
+    part = mComm.Split(0, 0);
+    gFake.mFailing.clear();
+  });
+
+  EXPECT_EQ(part, nullptr);
+  EXPECT_EQ(log, FailureLine("Split", "peer -1, 0 out, 0 in", kReason));
+}
+
+// The process without memory runs out of it in the first request of the split.
+TEST_F(MpiFailure, OfMemoryForASplitIsALineOnEveryRankAndFreesTheGroup) {
+  gFake.mCalls.clear();
+  std::shared_ptr<Comm> part;
+  std::string const log = CaptureStdout([&] {
+    FailNewAt(mRank == 0 ? 1 : 0);
+    part = mComm.Split(0, 0);
+    FailNewAt(0);
+  });
+
+  EXPECT_EQ(part, nullptr);
+  EXPECT_EQ(log, FailureLine("Split", "peer -1, 0 out, 0 in",
+                             mRank == 0 ? "there is no memory for the communicator"
+                                        : "the split has failed on another rank"));
+  EXPECT_EQ(gFake.mCalls["MPI_Comm_free"], 1);
 }
 
 TEST_F(MpiFailure, OfANullBufferIsLeftToMpiUnlessNothingIsReadFromIt) {

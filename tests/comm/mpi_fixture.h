@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <functional>
 #include <gtest/gtest.h>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,10 @@ struct MpiRanks {
 
   static void Run(int /*size*/, std::function<void(Comm const& comm)> const& body) {
     body(MpiComm(MPI_COMM_WORLD));
+  }
+
+  static std::shared_ptr<Comm> Split(Comm const& comm, int color, int key) {
+    return dynamic_cast<MpiComm const&>(comm).Split(color, key);
   }
 };
 

@@ -138,6 +138,18 @@ TEST_F(WhileMpiLives, TheNullCommunicatorIsNotLive) {
   ExpectNotLive(comm);
 }
 
+TEST_F(WhileMpiLives, ACommunicatorThatIsNotLiveCannotBeSplit) {
+  MpiComm const comm(MPI_COMM_NULL);
+  std::shared_ptr<Comm> part;
+
+  std::string const log = CaptureStdout([&] { part = comm.Split(0, 0); });
+
+  EXPECT_EQ(part, nullptr);
+  EXPECT_EQ(log,
+            "[ERROR] MpiComm::Split failed on rank -1 of -1 (peer -1, 0 out, 0 in): no "
+            "live MPI communicator\n");
+}
+
 TEST_F(WhileMpiLives, AnIntercommunicatorIsRefusedWithALine) {
   int rank = -1;
   MPI_Comm_rank(MPI_COMM_WORLD, &rank);

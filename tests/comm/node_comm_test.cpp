@@ -30,10 +30,13 @@ struct NodeRanks : MpiRanks {
   static void Run(int /*size*/, std::function<void(Comm const& comm)> const& body) {
     body(CommOf(INT_MAX));
   }
+  static std::shared_ptr<Comm> Split(Comm const& comm, int color, int key) {
+    return dynamic_cast<NodeComm const&>(comm).Split(color, key);
+  }
 };
 
 // The same as if they were on nodes of two processes each.
-struct PairsOfRanks : MpiRanks {
+struct PairsOfRanks : NodeRanks {
   static void Run(int /*size*/, std::function<void(Comm const& comm)> const& body) {
     body(CommOf(2));
   }
