@@ -43,9 +43,10 @@ class PAVEX_API Aggregator : public AggregatorBase {
   // pattern only; the flag of the first process whose matrix is not empty decides. Deletes an
   // earlier result first, also if the gather fails. Errors on every process:
   // STATUS_INCONSISTENT if the pieces do not fit together, STATUS_INVALID_VALUE for an unknown
-  // partition, STATUS_NOT_SUPPORTED for an unknown store type. Errors on this process alone,
-  // while the others may wait for it: STATUS_INVALID_VALUE without a usable communicator,
-  // STATUS_INCONSISTENT without values that it must send.
+  // partition, STATUS_NOT_SUPPORTED for an unknown store type and for
+  // compressed pieces with more entries together than offsets of I can count. Errors on this
+  // process alone, while the others may wait for it: STATUS_INVALID_VALUE without a usable
+  // communicator, STATUS_INCONSISTENT without values that it must send.
   [[nodiscard]] PavexStatus Gather(std::shared_ptr<Comm> const& comm, MatrixBase const& local,
                                    bool withValues);
 

@@ -176,7 +176,7 @@ class PAVEX_API AggregatorBase {
 
  private:
   void FillFromReference(MatrixLocalInfo const& reference, int rank, int root);
-  PavexStatus FillCounts(GatherPlan const& plan);
+  PavexStatus FillCounts();
 };
 
 static_assert(sizeof(AggregatorBase) == 240, "part of the binary interface");

@@ -50,6 +50,10 @@ void OffsetsFromLengths(std::int64_t count, I* offsets) {
 template <typename T, typename I>
 template <typename M>
 PavexStatus Aggregator<T, I>::GatherCSRC(M const& local, GatherPlan const& plan) {
+  if (plan.mFlaw == GatherFlaw::OFFSETS_TOO_SMALL) {
+    Log::Error("Offsets of type int cannot count %ld entries. Use long.", mNnz);
+    return plan.mStatus;
+  }
   Buffer<I> const& localIdx = Indices(local);
   Buffer<I> offsets;
   Buffer<I> indices;
@@ -87,8 +91,7 @@ PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, GatherPlan const& pl
   if (sends && ptr.mSize == 0) {  // without offsets every row (column) is empty
     status = Log::Report(mPool->Get(offsets, entries));
     if (status != STATUS_OK) return status;
-    // As many as the pool was asked for: the bytes of a hostile number of rows wrap.
-    std::fill_n(offsets.mData, static_cast<std::size_t>(entries) * sizeof(I) / sizeof(I), I{0});
+    std::fill_n(offsets.mData, entries, I{0});
   }
   // Only the caller reports a failure of this transfer. Fixed: see docs/compatibility.md.
   return TransferCentralized(offsets.mData, entries, DatatypeOf<I>::kValue, mSourceRank, mRoot,

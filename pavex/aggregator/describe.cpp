@@ -64,8 +64,14 @@ std::string Offsets(GatherPlan const& plan, Records const& records) {
   bool const byRows = plan.mKind == StoreKind::CSR;
   std::string const what = " " + Words::Lines(byRows);
   std::string const count = Text(byRows ? plan.mRows : plan.mCols);
-  if (plan.mFlaw == GatherFlaw::TOO_MANY_OFFSETS)
-    return "the pieces have " + count + what + " together; expected what memory can hold";
+  if (plan.mFlaw == GatherFlaw::OFFSETS_TOO_SMALL)
+    return "the pieces have " + Text(plan.mNnz) + " entries together; offsets of " +
+           Text(static_cast<long>(plan.mIndexBytes)) + " bytes cannot count them, use long";
+  if (plan.mFlaw == GatherFlaw::TOO_MANY_OFFSETS) {
+    bool const alone = plan.mMode == CENTRALIZED_ONE;
+    return (alone ? Process(plan.mProcess) + " has " : std::string("the pieces have ")) +
+           count + what + (alone ? "" : " together") + "; expected what memory can hold";
+  }
   MatrixLocalInfo const& info = records.mData[plan.mProcess];
   std::int64_t const first = records.mData[plan.mReference].partition.begin;
   return Process(plan.mProcess) + " has " + Text(info.Lines(byRows)) + what + " placed from " +
@@ -137,6 +143,7 @@ std::string Why(GatherPlan const& plan, Records const& records) {
     case GatherFlaw::UNKNOWN_STORE_TYPE:
       return Process(plan.mReference) + " has " +
              Words::StoreName(records.mData[plan.mReference].storeType) + "; expected 0 to 12";
+    case GatherFlaw::OFFSETS_TOO_SMALL:
     case GatherFlaw::TOO_MANY_OFFSETS:
     case GatherFlaw::LENGTHS_OUTSIDE:
       return Offsets(plan, records);

@@ -26,18 +26,6 @@ void AddFirst(FindingKind kind, Records const& records, Shows const& shows, Find
   if (finding.mProcesses != 0) found.push_back(finding);
 }
 
-// Whether every array of the gathered matrix can be addressed.
-bool CanBeAddressed(GatherPlan const& plan) {
-  if (plan.mMode == CENTRALIZED_ALL) return true;
-  if (plan.mKind == StoreKind::DENSE) return FitsMemory(plan.mNnz, plan.mValueBytes);
-  std::size_t const bytes =
-      plan.mWithValues ? std::max(plan.mValueBytes, plan.mIndexBytes) : plan.mIndexBytes;
-  if (!FitsMemory(plan.mNnz, bytes)) return false;
-  if (plan.mKind == StoreKind::COO) return true;
-  long const lines = plan.mKind == StoreKind::CSR ? plan.mRows : plan.mCols;
-  return FitsMemory(WrappingAdd(lines, 1L), plan.mIndexBytes);
-}
-
 // Whether the index arrays can number the rows and columns of the declared whole from 0.
 bool CanBeNumbered(MatrixLocalInfo const& reference, GatherPlan const& plan) {
   if (plan.mKind == StoreKind::DENSE || plan.mIndexBytes >= sizeof(long)) return true;
@@ -50,10 +38,6 @@ bool CanBeNumbered(MatrixLocalInfo const& reference, GatherPlan const& plan) {
 void FindSizes(MatrixLocalInfo const& reference, GatherPlan const& plan, Findings& found) {
   if (plan.mRows < 0 || plan.mCols < 0 || plan.mNnz < 0)
     found.push_back({FindingKind::NEGATIVE_SIZE});
-  else if (!CanBeAddressed(plan))
-    found.push_back({FindingKind::TOO_LARGE});
-  else if (plan.mMostMoved > GatherPlan::kMostCounted)
-    found.push_back({FindingKind::TOO_MANY});
   if (!CanBeNumbered(reference, plan)) found.push_back({FindingKind::INDEX_TOO_SMALL});
 }
 
@@ -227,11 +211,6 @@ std::string Describe(GatherFinding const& finding, Records const& records,
   switch (finding.mKind) {
     case FindingKind::NEGATIVE_SIZE:
       return Gathered(plan) + "none below 0";
-    case FindingKind::TOO_MANY:
-      return Gathered(plan) + "what a communicator can count, up to " +
-             Words::Text(GatherPlan::kMostCounted);
-    case FindingKind::TOO_LARGE:
-      return Gathered(plan) + "what memory can hold";
     case FindingKind::INDEX_TOO_SMALL:
       return Declared(reference) + "indices of " +
              Words::Text(static_cast<long>(plan.mIndexBytes)) +

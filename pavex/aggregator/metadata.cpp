@@ -76,8 +76,11 @@ PavexStatus AggregatorBase::InitMetadata(MatrixBase const& local, bool withValue
   if (Log::Report(status) != STATUS_OK) return status;
 
   FillFromReference(mLocalInfos.mData[plan.mReference], rank, root);
+  // Otherwise the communicator would get a negative count, or a count beyond an array whose
+  // size in bytes has wrapped.
+  if (plan.mStage == GatherStage::COUNTS) return Log::Report(plan.mStatus);
   if (mMode == DISTRIBUTED) {
-    status = FillCounts(plan);
+    status = FillCounts();
     if (status != STATUS_OK) return status;
     if (PartitionWord(mPartition.type) == nullptr) {  // GCOVR_EXCL_START: refused before
       Log::Error("Unexpected partition type %d", mPartition.type);
@@ -103,13 +106,10 @@ void AggregatorBase::FillFromReference(MatrixLocalInfo const& reference, int ran
   mGlobalCols = reference.globalCols;
 }
 
-// On receivers: where the entries of each piece go, narrowed to int without a check. Fixed: see
-// docs/compatibility.md. Example: two row bands with 28 and 42 entries give counts [28, 42] and
-// displacements [0, 28].
-PavexStatus AggregatorBase::FillCounts(GatherPlan const& plan) {
-  // Otherwise the communicator would get a negative count, or a count beyond an array whose
-  // size in bytes has wrapped.
-  if (plan.mStage == GatherStage::COUNTS) return Log::Report(plan.mStatus);
+// On receivers: where the entries of each piece go, narrowed to int without a check; a transfer
+// that one call cannot count does not read them. Fixed: see docs/compatibility.md. Example: two
+// row bands with 28 and 42 entries give counts [28, 42] and displacements [0, 28].
+PavexStatus AggregatorBase::FillCounts() {
   if (!mIsReceiver) return STATUS_OK;
   long const pieces = mLocalInfos.mSize;
   PavexStatus status = Log::Report(mPool->Get(mCounts, pieces));

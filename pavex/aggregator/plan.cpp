@@ -4,7 +4,7 @@
 #include "pavex/aggregator/rules.h"
 #include "pavex/runtime/wrapping.h"
 
-#include <algorithm>
+#include <limits>
 
 namespace Pavex {
 
@@ -55,6 +55,8 @@ void SettleCounts(MatrixLocalInfo const& reference, Survey const& survey, Gather
     plan.mRows = reference.rows;
     plan.mCols = reference.cols;
     plan.mNnz = reference.nnz;
+    if (plan.mMode == CENTRALIZED_ONE && plan.mNnz > 0 && !HoldsEntries(plan.mNnz))
+      Refuse(plan, GatherStage::COUNTS, GatherFlaw::BAD_COUNT, plan.mReference);
     return;
   }
   if (survey.mBadCount != kNobody)
@@ -75,14 +77,26 @@ bool IsCompressed(StoreKind kind) {
   return kind == StoreKind::CSR || kind == StoreKind::CSC;
 }
 
+// The largest number that an offset of `bytes` bytes can be.
+long LargestOffset(std::size_t bytes) {
+  return bytes < sizeof(long) ? (1L << (8 * bytes - 1)) - 1 : std::numeric_limits<long>::max();
+}
+
 void SettleOffsets(Records const& records, Survey const& survey, GatherPlan& plan) {
-  if (plan.mMode != DISTRIBUTED || !IsCompressed(plan.mKind)) return;
+  if (plan.mMode == CENTRALIZED_ALL || !IsCompressed(plan.mKind)) return;
   bool const byRows = plan.mKind == StoreKind::CSR;
   MatrixPartition const& first = records.mData[plan.mReference].partition;
   long const count = byRows ? plan.mRows : plan.mCols;
-  long const offsets = WrappingAdd(count, 1L);
-  if (!FitsMemory(offsets, plan.mIndexBytes))
-    return Refuse(plan, GatherStage::OFFSETS, GatherFlaw::TOO_MANY_OFFSETS, kNobody);
+  bool const fits = FitsMemory(WrappingAdd(count, 1L), plan.mIndexBytes);
+  if (plan.mMode == CENTRALIZED_ONE) {  // its offsets are there already
+    if (count > 0 && !fits)
+      Refuse(plan, GatherStage::OFFSETS, GatherFlaw::TOO_MANY_OFFSETS, plan.mReference);
+    return;
+  }
+  if (plan.mNnz > LargestOffset(plan.mIndexBytes))
+    return Refuse(plan, GatherStage::OFFSETS, GatherFlaw::OFFSETS_TOO_SMALL, kNobody,
+                  STATUS_NOT_SUPPORTED);
+  if (!fits) return Refuse(plan, GatherStage::OFFSETS, GatherFlaw::TOO_MANY_OFFSETS, kNobody);
 
   // Adjacent bands of the compressed dimension follow each other.
   bool const along = first.type == (byRows ? PARTITION_ROW_WISE : PARTITION_COLUMN_WISE);
@@ -113,18 +127,6 @@ void SettleValues(Records const& records, GatherPlan& plan) {
   Refuse(plan, GatherStage::VALUES, flaw, plan.mOutside[rowMajor ? 1 : 0]);
 }
 
-// Elements of the largest array that is transferred. A single holder sends its offsets, one
-// more than rows (columns).
-long MostMoved(GatherPlan const& plan) {
-  if (plan.mMode == CENTRALIZED_ALL) return 0;
-  if (plan.mKind == StoreKind::DENSE) return plan.mWithValues ? plan.mNnz : 0;
-  if (!IsCompressed(plan.mKind)) return plan.mNnz;
-  long const lines = plan.mKind == StoreKind::CSR ? plan.mRows : plan.mCols;
-  bool const offsets =
-      plan.mMode == CENTRALIZED_ONE && lines < std::numeric_limits<long>::max();
-  return std::max(plan.mNnz, offsets ? lines + 1 : lines);
-}
-
 }  // namespace
 
 GatherPlan PlanGather(Records const& records, std::size_t valueBytes, std::size_t indexBytes) {
@@ -147,7 +149,6 @@ GatherPlan PlanGather(Records const& records, std::size_t valueBytes, std::size_
   if (!plan.Refused()) SettleStoreType(plan);
   if (!plan.Refused()) SettleOffsets(records, survey, plan);
   if (!plan.Refused()) SettleValues(records, plan);
-  plan.mMostMoved = MostMoved(plan);
   return plan;
 }
 

@@ -15,7 +15,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -51,6 +50,7 @@ enum class GatherFlaw {
   SOME_EMPTY,          // some processes are empty: neither all nor all except one
   BAD_COUNT,           // negative entries, or more together than memory can hold
   UNKNOWN_STORE_TYPE,  // the reference process's store type does not exist
+  OFFSETS_TOO_SMALL,   // more entries together than offsets of I can count
   TOO_MANY_OFFSETS,    // more rows (columns) together than memory can hold
   LENGTHS_OUTSIDE,     // rows (columns) of a piece go outside the gathered ones
   NOT_FILLED,          // the entries are not rows times columns of the gathered shape
@@ -81,10 +81,9 @@ struct GatherPlan {
 
   // --- The gathered matrix; known if the first three stages pass
 
-  long mRows = 0;       // as the pieces give
-  long mCols = 0;       // as the pieces give
-  long mNnz = 0;        // entries
-  long mMostMoved = 0;  // elements of the largest array that is transferred
+  long mRows = 0;  // as the pieces give
+  long mCols = 0;  // as the pieces give
+  long mNnz = 0;   // entries
 
   // --- Dense pieces that travel
 
@@ -98,15 +97,8 @@ struct GatherPlan {
   std::size_t mValueBytes = 0;  // of T
   std::size_t mIndexBytes = 0;  // of I
 
-  // The most elements that one transfer of a communicator can count.
-  static constexpr long kMostCounted = std::numeric_limits<int>::max();
-
   // Whether the gather fails on every process.
   bool Refused() const noexcept { return mStage != GatherStage::NONE; }
-  // Whether a communicator can count the elements of every transfer.
-  bool CountsFit() const noexcept {
-    return mRows >= 0 && mCols >= 0 && mNnz >= 0 && mMostMoved <= kMostCounted;
-  }
   // Why dense values of local matrices in this order cannot be placed; NONE if they can be.
   GatherFlaw DenseFlaw(bool rowMajor) const noexcept {
     if (!mFills) return GatherFlaw::NOT_FILLED;
@@ -123,8 +115,6 @@ PAVEX_API GatherPlan PlanGather(Buffer<MatrixLocalInfo> const& records, std::siz
 // What the gather does not refuse, but is probably a mistake.
 enum class FindingKind {
   NEGATIVE_SIZE,     // the gathered matrix has a negative size
-  TOO_MANY,          // more elements in one transfer than a communicator can count
-  TOO_LARGE,         // an array of more bytes than can be addressed
   INDEX_TOO_SMALL,   // indices cannot number all rows or columns of the declared whole
   OTHER_CLASS,       // a process has another class than the holder: std::bad_cast there
   OTHER_ORDER,       // a process has another dense order than the holder

@@ -67,6 +67,10 @@ std::int64_t AdjacentBegin(MatrixLocalInfo const& band) {
                      band.Lines(band.partition.type == PARTITION_ROW_WISE));
 }
 
+bool HoldsEntries(long count) {
+  return FitsMemory<std::complex<double>>(count);
+}
+
 Disagreement FindDisagreement(DistMatrixMode mode, Buffer<MatrixLocalInfo> const& infos) {
   if (mode == CENTRALIZED_ONE) return {};
   for (std::int64_t i = 0; i + 1 < infos.mSize; ++i) {
@@ -92,8 +96,7 @@ Survey TakeSurvey(Buffer<MatrixLocalInfo> const& infos) {
     survey.mCols = WrappingAdd(survey.mCols, info.cols);
     survey.mNnz = WrappingAdd(survey.mNnz, info.nnz);
     survey.mNegative |= (info.rows | info.cols | survey.mRows | survey.mCols) < 0;
-    if ((info.nnz < 0 || !FitsMemory<std::complex<double>>(survey.mNnz)) &&
-        survey.mBadCount == kNobody)
+    if ((info.nnz < 0 || !HoldsEntries(survey.mNnz)) && survey.mBadCount == kNobody)
       survey.mBadCount = p;
 
     if (p == 0 || survey.mEmpty != 0 || survey.mDisagreement.mFlaw != GatherFlaw::NONE)

@@ -21,6 +21,9 @@ bool IsEmpty(MatrixLocalInfo const& info);
 // Where the next band must begin.
 std::int64_t AdjacentBegin(MatrixLocalInfo const& band);
 
+// Whether memory can hold arrays of so many entries, of any type.
+bool HoldsEntries(long count);
+
 // A flaw between two neighbours.
 struct Disagreement {
   GatherFlaw mFlaw = GatherFlaw::NONE;

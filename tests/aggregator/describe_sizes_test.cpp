@@ -70,46 +70,24 @@ TEST(Describe, TellsMoreRowsThanThereCanBeOffsets) {
             "refused: the pieces have 2305843009213693951 rows together; expected what memory "
             "can hold\n"
             "stage: offsets\n");
-  EXPECT_EQ(
-      VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostOffsets - 3)}),
-      "agreed, but the pieces make 2305843009213693950 x 100 with 14 entries; expected what a "
-      "communicator can count, up to 2147483647\n"
-      "and declared 100 x 100: rows 100 to 2305843009213693949 of the pieces lie outside\n"
-      "gathered: 2305843009213693950 x 100 with 14 entries, with values\n");
+  EXPECT_EQ(VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostOffsets - 3)}),
+            "agreed, but declared 100 x 100: rows 100 to 2305843009213693949 of the pieces lie "
+            "outside\n"
+            "gathered: 2305843009213693950 x 100 with 14 entries, with values\n");
 }
 
+// The most that one call of a communicator counts.
 constexpr std::int64_t kMostCounted = 2147483647;
 
-TEST(Describe, TellsMoreEntriesThanACommunicatorCounts) {
-  MatrixLocalInfo half = Piece(STORE_COO_0, MatrixPartition::NonzeroWise(), 100, 100, 1 << 30);
-  MatrixLocalInfo rest = half;
-  rest.nnz = kMostCounted - half.nnz;
-  EXPECT_EQ(VerdictOnPieces({half, rest}),
-            "agreed: 100 x 100 with 2147483647 entries, with values\n");
+TEST(Describe, AgreesOnMoreThanOneCallCounts) {
+  MatrixLocalInfo const half =
+      Piece(STORE_COO_0, MatrixPartition::NonzeroWise(), 100, 100, 1 << 30);
 
   EXPECT_EQ(VerdictOnPieces({half, half}),
-            "agreed, but the pieces make 100 x 100 with 2147483648 entries; expected what a "
-            "communicator can count, up to 2147483647\n"
-            "gathered: 100 x 100 with 2147483648 entries, with values\n");
-}
-
-TEST(Describe, TellsMoreRowsThanACommunicatorCounts) {
-  EXPECT_EQ(VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostCounted - 1)}),
-            "agreed, but declared 100 x 100: rows 100 to 2147483646 of the pieces lie outside\n"
-            "gathered: 2147483647 x 100 with 14 entries, with values\n");
+            "agreed: 100 x 100 with 2147483648 entries, with values\n");
   EXPECT_EQ(VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostCounted)}),
-            "agreed, but the pieces make 2147483648 x 100 with 14 entries; expected what a "
-            "communicator can count, up to 2147483647\n"
-            "and declared 100 x 100: rows 100 to 2147483647 of the pieces lie outside\n"
+            "agreed, but declared 100 x 100: rows 100 to 2147483647 of the pieces lie outside\n"
             "gathered: 2147483648 x 100 with 14 entries, with values\n");
-}
-
-TEST(Describe, TellsMoreColumnsThanACommunicatorCounts) {
-  EXPECT_EQ(VerdictOnPieces({ColumnBand(0, 1), ColumnBand(1, kMostCounted)}),
-            "agreed, but the pieces make 100 x 2147483648 with 14 entries; expected what a "
-            "communicator can count, up to 2147483647\n"
-            "and declared 100 x 100: columns 100 to 2147483647 of the pieces lie outside\n"
-            "gathered: 100 x 2147483648 with 14 entries, with values\n");
 }
 
 TEST(Describe, CountsNoColumnsOfCoordinates) {
@@ -155,33 +133,46 @@ TEST(FindSuspicious, NumbersAnyRowsByIndicesOfLong) {
   EXPECT_FALSE(FindSuspicious(View(records), PlanGather(View(records), 8, 4)).empty());
 }
 
-TEST(Describe, AllowsAsManyDenseElementsAsACommunicatorCounts) {
+TEST(Describe, AgreesOnAHolderOfMoreThanOneCallCounts) {
   MatrixLocalInfo const empty = Piece(STORE_DENSE_ROW_MAJOR, {}, 0, 0, 0);
-  MatrixLocalInfo const whole = Piece(STORE_DENSE_ROW_MAJOR, {}, 1, kMostCounted, kMostCounted);
+  MatrixLocalInfo const whole =
+      Piece(STORE_DENSE_ROW_MAJOR, {}, 2, kMostCounted, 2 * kMostCounted);
 
   EXPECT_EQ(VerdictAbout({empty, whole}),
-            "agreed: 1 x 2147483647 with 2147483647 entries, with values\n"
+            "agreed: 2 x 2147483647 with 4294967294 entries, with values\n"
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
 }
 
-TEST(Describe, TellsMoreOffsetsOfAnOnlyHolderThanACommunicatorCounts) {
+TEST(Describe, TellsAHolderOfMoreRowsThanThereCanBeOffsets) {
   MatrixLocalInfo whole = Whole();
-  whole.rows = kMostCounted - 1;
+  whole.rows = (std::int64_t{1} << 61) - 2;
   EXPECT_EQ(VerdictAbout({Empty(), whole}),
-            "agreed: 2147483646 x 100 with 7 entries, with values\n"
+            "agreed: 2305843009213693950 x 100 with 7 entries, with values\n"
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
 
-  whole.rows = kMostCounted;
-  EXPECT_EQ(VerdictAbout({Empty(), whole}),
-            "agreed, but process 1 has 2147483647 x 100 with 7 entries; expected what a "
-            "communicator can count, up to 2147483647\n"
-            "gathered: 2147483647 x 100 with 7 entries, with values\n"
+  for (std::int64_t const rows :
+       {std::int64_t{1} << 61, std::numeric_limits<std::int64_t>::max()}) {
+    whole.rows = rows;
+    EXPECT_EQ(VerdictAbout({Empty(), whole}),
+              "refused: process 1 has " + std::to_string(rows) +
+                  " rows; expected what memory can hold\n"
+                  "stage: offsets\n"
+                  "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
+  }
+}
+
+TEST(Describe, TellsAHolderOfMoreEntriesThanMemoryHolds) {
+  MatrixLocalInfo whole = Piece(STORE_COO_0, {}, 100, 100, (std::int64_t{1} << 59) - 1);
+  MatrixLocalInfo const empty = Piece(STORE_COO_0, {}, 0, 0, 0);
+  EXPECT_EQ(VerdictAbout({empty, whole}),
+            "agreed: 100 x 100 with 576460752303423487 entries, with values\n"
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
-  whole.rows = std::numeric_limits<std::int64_t>::max();
-  EXPECT_EQ(VerdictAbout({Empty(), whole}),
-            "agreed, but process 1 has 9223372036854775807 x 100 with 7 entries; expected what "
+
+  ++whole.nnz;
+  EXPECT_EQ(VerdictAbout({empty, whole}),
+            "refused: process 1 has 576460752303423488 entries; expected no more together than "
             "memory can hold\n"
-            "gathered: 9223372036854775807 x 100 with 7 entries, with values\n"
+            "stage: counts\n"
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
 }
 

@@ -407,18 +407,16 @@ TEST(Describe, TellsWhereTheEntriesTogetherBecomeTooMany) {
 }
 
 TEST(Describe, RefusesNoEntriesThatMemoryCanHold) {
-  MatrixLocalInfo many = RowBand(10, 5);
-  many.nnz = (1L << 59) - 8;  // beside the 7 of the other
+  MatrixLocalInfo const few = Piece(STORE_COO_0, MatrixPartition::NonzeroWise(), 100, 100, 7);
+  MatrixLocalInfo many = few;
+  many.nnz = (1L << 59) - 8;
   MatrixLocalInfo more = many;
   ++more.nnz;
 
-  EXPECT_EQ(VerdictAbout({RowBand(0, 10), many}),
-            "agreed, but the pieces make 15 x 100 with 576460752303423487 entries; expected "
-            "what a communicator can count, up to 2147483647\n"
-            "and declared 100 x 100: rows 15 to 99 are held by no process\n"
-            "gathered: 15 x 100 with 576460752303423487 entries, with values\n"
+  EXPECT_EQ(VerdictAbout({few, many}),
+            "agreed: 100 x 100 with 576460752303423487 entries, with values\n"
             "mode DISTRIBUTED: every process holds a piece\n");
-  EXPECT_EQ(Refusal({RowBand(0, 10), more}, -16, "counts"),
+  EXPECT_EQ(Refusal({few, more}, -16, "counts"),
             "refused: process 1 has 576460752303423481 entries; expected no more together than "
             "memory can hold\n");
 }

@@ -132,12 +132,13 @@ struct Ending {
 constexpr int kUnset = 12345;
 
 // The stage of a refusal, deduced from the members that the gather has written.
-std::string StageOf(AggregatorProbe<double, int> const& aggregator, PavexStatus status) {
+std::string StageOf(AggregatorProbe<double, int> const& aggregator) {
   if (aggregator.mSourceRank == kUnset) return "mode";
   if (aggregator.mRoot == kUnset) return "agreement";
   if (aggregator.mRows == kUnset) return "counts";
-  if (status == STATUS_NOT_SUPPORTED) return "store type";
-  return StoreKindOf(aggregator.mStoreType) == StoreKind::DENSE ? "values" : "offsets";
+  StoreKind const kind = StoreKindOf(aggregator.mStoreType);
+  if (kind == StoreKind::UNKNOWN) return "store type";
+  return kind == StoreKind::DENSE ? "values" : "offsets";
 }
 
 struct Case {
@@ -169,7 +170,7 @@ Ending GatherOn(Case const& input, int rank, bool rowMajor, bool dense) {
     ending.end = End::NO_MEMORY;
   else if (status != STATUS_OK)
     ending.end = End::REFUSED;
-  ending.stage = StageOf(aggregator, status);
+  ending.stage = StageOf(aggregator);
   ending.text = aggregator.Describe();
   return ending;
 }

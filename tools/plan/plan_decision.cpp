@@ -6,13 +6,11 @@ namespace Pavex::Tool {
 
 namespace {
 
-// The findings except that of too many entries, which the command refuses itself.
 std::vector<std::string> FindingsOf(Buffer<MatrixLocalInfo> const& records,
                                     GatherPlan const& plan) {
   std::vector<std::string> findings;
   for (GatherFinding const& finding : FindSuspicious(records, plan))
-    if (finding.mKind != FindingKind::TOO_MANY)
-      findings.push_back(Describe(finding, records, plan));
+    findings.push_back(Describe(finding, records, plan));
   return findings;
 }
 
@@ -31,13 +29,13 @@ PieceDecision DecideOn(std::vector<CountedMatrix> const& pieces, bool withValues
   PieceDecision decision;
   decision.mStatus = plan.mStatus;
   decision.mDescription = Describe(view, plan);
+  decision.mRows = plan.mRows;
+  decision.mCols = plan.mCols;
+  decision.mEntries = plan.mNnz;
   if (plan.Refused()) return decision;
   decision.mMode = plan.mMode;
   decision.mSource = plan.mSource;
   decision.mPartition = records[static_cast<std::size_t>(plan.mReference)].partition;
-  decision.mRows = plan.mRows;
-  decision.mCols = plan.mCols;
-  decision.mEntries = plan.mNnz;
   decision.mFindings = FindingsOf(view, plan);
   return decision;
 }

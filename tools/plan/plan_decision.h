@@ -32,13 +32,17 @@ class CountedMatrix final : public MatrixBase {
 };
 
 struct PieceDecision {
-  PavexStatus mStatus = STATUS_OK;  // what a gather returns; the next members need STATUS_OK
+  PavexStatus mStatus = STATUS_OK;  // what a gather returns
+
+  // The gathered matrix, where the counts of the pieces give one.
+  long mRows = 0;
+  long mCols = 0;
+  long mEntries = 0;
+
+  // Set on success.
   DistMatrixMode mMode = DISTRIBUTED;
   int mSource = kNobody;  // the holder in CENTRALIZED_ONE
   MatrixPartition mPartition;
-  long mRows = 0;  // of the gathered matrix
-  long mCols = 0;
-  long mEntries = 0;
   std::vector<std::string> mFindings;  // what the library finds suspicious, in words
   std::string mDescription;            // set for every status
 };
