@@ -1,25 +1,25 @@
-// What every communicator does, whatever its ranks are. A communicator that is to meet this
-// contract needs a launcher, and in one of its test files the lines
+// The contract that every communicator meets, with any kind of ranks. To test a communicator,
+// write a launcher, and in one of its test files the lines
 //
 //   #include "tests/comm/contract.h"
 //   PAVEX_COMM_CONTRACT(ShmRanks);
 //
-// inside namespace Pavex. A launcher starts the ranks; what it has is shown by this one:
+// inside namespace Pavex. A launcher starts the ranks and has these members:
 //
 //   struct ShmRanks {
-//     // What an operation returns that is refused on every rank.
+//     // The status of an operation that is refused on every rank.
 //     static constexpr PavexStatus kRefused = STATUS_INVALID_VALUE;
 //     // The numbers of ranks to test: 1, 2, 3, 4, 7, or the one that this job has.
 //     static std::vector<int> Sizes();
 //     // Runs `body` on each of `size` ranks, in this process or in others, with the rank's
 //     // communicator, and returns when the ranks of this process have returned.
 //     static void Run(int size, std::function<void(Comm const& comm)> const& body);
-//     // Calls Split of the communicator, which `comm` is one of.
+//     // Calls Split of `comm`, which is a communicator of this launcher.
 //     static std::shared_ptr<Comm> Split(Comm const& comm, int color, int key);
 //   };
 //
-// Each rank checks what it has received itself. The tests are in contract_collective.h (for
-// every element type), contract_message.h, contract_refusal.h and contract_split.h.
+// Each rank checks what it has received. The tests are in contract_collective.h (for every
+// element type), contract_message.h, contract_refusal.h and contract_split.h.
 
 #pragma once
 

@@ -93,7 +93,7 @@ TYPED_TEST_P(CommCollective, AlltoallvExchangesAPieceBetweenEveryTwoRanks) {
         for (int i = 0; i < pieces.Count(to); ++i)
           *element++ = Make<T>::Of(comm.Rank(), 10 * to + i);
       }
-      // A gap of one element lies before the `count` elements of each rank.
+      // There is a gap of one element before the `count` elements of each rank.
       int const count = pieces.Count(comm.Rank());
       std::vector<int> const counts(size, count);
       std::vector<int> displs;
@@ -116,7 +116,7 @@ TYPED_TEST_P(CommCollective, AlltoallvExchangesAPieceBetweenEveryTwoRanks) {
   });
 }
 
-// The two elements of each rank in rank order, and one that belongs to no rank.
+// The two elements of each rank in rank order, followed by one that belongs to no rank.
 template <typename T>
 std::vector<T> TwoOfEach(int size) {
   std::vector<T> whole;
@@ -286,8 +286,8 @@ template <typename Case>
 class CommOrderedReduction : public ::testing::Test {};
 TYPED_TEST_SUITE_P(CommOrderedReduction);
 
-// The extremes are neither of the first nor, in groups of three and more, both of the last
-// rank.
+// The first rank has neither extreme. In groups of three and more, the last rank has at most
+// one.
 TYPED_TEST_P(CommOrderedReduction, FindsMinimumAndMaximum) {
   using T = typename TypeParam::Value;
   OnRanks<typename TypeParam::Launcher>([](Comm const& comm) {
@@ -363,7 +363,7 @@ TYPED_TEST_P(CommGroup, WrapsSumsOfBytes) {
   });
 }
 
-// A collective is large enough that no communicator sends it in one go or keeps it in a buffer.
+// The pieces are so large that no communicator sends them at once or keeps them in a buffer.
 TYPED_TEST_P(CommGroup, GathersAndScattersLargePieces) {
   OnRanks<TypeParam>([](Comm const& comm) {
     constexpr int kEach = 100000;

@@ -32,7 +32,7 @@ using OrderedElementsOver =
                      Over<L, Element<float>>, Over<L, Element<double>>>;
 
 // Runs `body(comm)` on the ranks of groups of every size that `Launcher` offers. A failure
-// names the rank that has found it.
+// names the rank that found it.
 template <typename Launcher, typename Body>
 void OnRanks(Body body) {
   for (int const size : Launcher::Sizes())
@@ -43,8 +43,8 @@ void OnRanks(Body body) {
     });
 }
 
-// Runs `body(comm, root)` as OnRanks does: the first rank, one in the middle and the last are
-// root in turn.
+// Runs `body(comm, root)` on the ranks of groups of every size. The root is first the first
+// rank, then one in the middle, then the last.
 template <typename Launcher, typename Body>
 void OnRoots(Body body) {
   OnRanks<Launcher>([&](Comm const& comm) {

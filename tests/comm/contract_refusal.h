@@ -1,6 +1,7 @@
 // Part of contract.h: operations that all ranks call wrongly in the same way are refused on
-// every rank and move nothing, and the next operations work. What happens if one rank alone is
-// wrong, and what a refusal logs, differs between communicators: their own tests show it.
+// every rank and move nothing, and the next operations work. Communicators differ in what they
+// log, and in what happens if one rank alone is wrong; the tests of each communicator show
+// that.
 
 #pragma once
 
@@ -10,8 +11,7 @@
 
 namespace Pavex {
 
-// The arguments that a wrong call is made of, and a call that finds out whether the ranks are
-// still in step.
+// The arguments of wrong calls, and a call that shows whether the ranks are still in step.
 struct WrongCall {
   explicit WrongCall(Comm const& comm)
       : mComm(comm),
@@ -19,7 +19,7 @@ struct WrongCall {
         mZeros(mOnes.size(), 0),
         mReceived(mOnes.size() + 1, -1) {}
 
-  // Every number of `values` but the last one, which is `last`.
+  // `values` with `last` in place of the last number.
   static std::vector<int> LastIs(int last, std::vector<int> values) {
     values.back() = last;
     return values;
@@ -190,7 +190,7 @@ TYPED_TEST_P(CommRefusal, OfTheInPlaceMarkerWhereItHasNoMeaning) {
     refused(comm.Allgatherv(sent, 1, kInt, marker, ones, zeros, kInt));
     refused(comm.Allreduce(sent, marker, 1, kInt, REDUCE_SUM));
     refused(comm.Bcast(marker, 1, kInt, 0));
-    // The root alone may pass the marker to Gatherv, and never to receive.
+    // Only the root may pass the marker to Gatherv, and only as the send buffer.
     bool const isRoot = comm.Rank() == 0;
     refused(comm.Gatherv(isRoot ? sent : marker, 1, kInt, isRoot ? marker : received, ones,
                          zeros, kInt, 0));

@@ -1,4 +1,4 @@
-// Elements of every type that a communicator carries, and pieces of them for each rank.
+// Elements of every type that a communicator moves, and pieces of them for each rank.
 
 #pragma once
 
@@ -12,7 +12,7 @@
 
 namespace Pavex {
 
-// An element of every type that a communicator can carry.
+// The types of elements that a communicator moves.
 template <typename T>
 struct Element {
   using Value = T;
@@ -23,8 +23,8 @@ struct ByteElement {
   static constexpr Datatype kType = DATATYPE_BYTE;
 };
 
-// Element `i` that rank `rank` contributes. No two are equal within a test, and every byte of a
-// wide type takes part.
+// Element `i` of rank `rank`. All elements of a test differ, and no byte of a wide type is
+// always the same.
 template <typename T>
 struct Make {
   static T Of(int rank, int i) { return static_cast<T>(7 * rank + i + 1) / T(4); }
@@ -64,9 +64,9 @@ T Small(int number) {
   return static_cast<T>(static_cast<unsigned char>(number));
 }
 
-// How the pieces of the ranks lie in the whole array.
+// The order of the pieces in the whole array.
 enum class Layout {
-  CLOSE_UP,             // in rank order, one behind the other
+  CLOSE_UP,             // in rank order, without gaps
   BACKWARDS_WITH_GAPS,  // the piece of the last rank first, a gap of one element before each
 };
 
@@ -96,7 +96,7 @@ struct Pieces {
   int Count(int rank) const { return mCounts[static_cast<std::size_t>(rank)]; }
   std::vector<T> Of(int rank) const { return ElementsOf<T>(rank, Count(rank)); }
 
-  // The whole array without any piece, with that of one rank, and with all of them.
+  // The whole array with no piece, with the piece of one rank, and with all pieces.
   std::vector<T> None() const { return std::vector<T>(mLength, T(77)); }
   std::vector<T> Only(int rank) const {
     std::vector<T> array = None();

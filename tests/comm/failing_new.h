@@ -4,8 +4,9 @@
 
 namespace Pavex {
 
-// Lets the `nth` operator new of this thread from now on throw std::bad_alloc, shortly after
-// the call, so that threads that have started go on meanwhile; 0: none.
+// Makes the `nth` call of operator new on this thread, counted from now on, throw
+// std::bad_alloc. It throws after a short wait, in which other threads go on. 0: no call
+// throws.
 void FailNewAt(int nth);
 
 }  // namespace Pavex

@@ -1,4 +1,4 @@
-// What LocalComm does with operations that meet, but are wrong or disagree.
+// How LocalComm fails operations that meet but are wrong or disagree.
 
 #include "tests/comm/failing_new.h"
 #include "tests/comm/local_ranks.h"
@@ -12,7 +12,7 @@ namespace {
 
 constexpr PavexStatus kFailed = STATUS_COMM_FAILED;
 
-// A buffer whose guards show that nothing was written behind its two elements.
+// A buffer with guards that show whether something was written after its two elements.
 struct Guarded {
   int mValues[4] = {-1, -1, -1, -1};
 
@@ -21,7 +21,7 @@ struct Guarded {
   }
 };
 
-// Rank 0 sends `count` elements of `type` from `buf` to rank 1, which expects two ints.
+// Makes rank 0 send `count` elements of `type` from `buf` to rank 1, which expects two ints.
 Statuses SendToTwoInts(void const* buf, int count, Datatype type, Guarded& target) {
   return RunRanks(2, [&](Comm const& comm, int rank) {
     return rank == 0 ? comm.Send(buf, count, type, 1, 0)
@@ -57,7 +57,7 @@ TEST(LocalCommMismatch, MessageWithoutSenseFailsOnBothRanks) {
   EXPECT_TRUE(target.Untouched());
 }
 
-// Rank 0 sends what rank 1 expects.
+// Makes rank 0 send `count` elements of `type` to rank 1, which expects the same.
 Statuses SendAsExpected(int count, Datatype type) {
   long values[] = {1, 2};
   return RunRanks(2, [&](Comm const& comm, int rank) {
@@ -89,7 +89,7 @@ TEST(LocalCommMismatch, RankOutsideTheGroupFailsAtOnce) {
   EXPECT_EQ(statuses, All(1, kFailed));
 }
 
-// Two ranks gather two ints each on rank 0, with these arguments on rank 0.
+// Gathers two ints of each of two ranks on rank 0, which passes these arguments.
 Statuses GatherWith(Guarded& target, std::vector<int> counts, std::vector<int> displs,
                     Datatype type = DATATYPE_INT) {
   return RunRanks(2, [&](Comm const& comm, int) {

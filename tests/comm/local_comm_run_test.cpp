@@ -17,7 +17,7 @@
 namespace Pavex {
 namespace {
 
-// What a group is refused with.
+// The message with which Run refuses a group.
 std::string Refusal(int ranks, LocalComm::Body const& body) {
   try {
     LocalComm::Run(ranks, body);
@@ -66,8 +66,8 @@ TEST(LocalCommRun, ThrowsExceptionOfLowestRankAfterAllHaveEnded) {
   EXPECT_EQ(ended, 4);
 }
 
-// Starts three ranks that run `operation`, with memory that ends earlier or later, until once
-// rank 1 alone has started; it must end.
+// Starts three ranks that run `operation`, each time with memory that ends at another point,
+// until rank 1 alone has started once. That rank must end.
 void ExpectRankOneEnds(std::function<PavexStatus(Comm const&)> const& operation) {
   bool rankOneWasAlone = false;
   for (int nth = 1; !rankOneWasAlone; ++nth) {

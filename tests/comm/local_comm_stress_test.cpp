@@ -16,7 +16,7 @@ class LocalCommStress : public testing::TestWithParam<int> {
 };
 INSTANTIATE_TEST_SUITE_P(Ranks, LocalCommStress, testing::Values(1, 2, 3, 4, 7));
 
-// Pieces of very different sizes, all larger than what one rank copies alone.
+// Pieces have very different sizes. One rank alone would not copy even the smallest.
 constexpr int kLargest = 300000;
 
 std::vector<long> LargePiece(int rank) {
@@ -118,7 +118,7 @@ TEST_P(LocalCommStress, OverlappingLargePiecesKeepTheLastRank) {
   }
 }
 
-// A step that every rank draws alike from the same seed.
+// A random step. Every rank draws the same one from the same seed.
 struct Step {
   Step(std::mt19937& random, int ranks)
       : kind(static_cast<int>(random() % 4)),

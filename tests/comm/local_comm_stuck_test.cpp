@@ -1,4 +1,4 @@
-// What LocalComm does with operations that can never meet, or not yet.
+// How LocalComm fails operations that can never meet, and waits with those that still can.
 
 #include "tests/comm/local_ranks.h"
 
@@ -50,7 +50,7 @@ TEST(LocalCommStuck, TwoDifferentCollectivesFail) {
   EXPECT_EQ(statuses, All(2, kFailed));
 }
 
-// Operations that move the same data the same way, one on each of two ranks.
+// The two ranks call different operations that would move the same data in the same way.
 TEST(LocalCommStuck, LikeCollectivesOfDifferentKindsFail) {
   int const ones[] = {1, 1};
   int const none[] = {0, 0};
@@ -176,7 +176,7 @@ TEST(LocalCommStuck, ReceiverWaitsForPartnerThatIsStillRunning) {
   EXPECT_EQ(got, 9);
 }
 
-// Whether thread `id` of this process sleeps, as the kernel says.
+// Whether thread `id` of this process sleeps, by the report of the kernel.
 bool Sleeps(long id) {
   std::ifstream stat("/proc/self/task/" + std::to_string(id) + "/stat");
   std::string line;

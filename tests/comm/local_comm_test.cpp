@@ -1,4 +1,4 @@
-// What LocalComm does beyond the contract of every communicator.
+// Behaviour of LocalComm beyond the contract of every communicator.
 
 #include "pavex/comm/local_comm.h"
 
@@ -52,7 +52,7 @@ TEST(LocalComm, EmptyPieceMayHaveAnyDisplacement) {
   EXPECT_EQ(gathered, 8);
 }
 
-// More together than one rank copies at once, if the pieces were larger.
+// Together the pieces are so many bytes that several ranks would copy them if they were larger.
 TEST(LocalComm, ManySmallPiecesLandWhereTheyBelong) {
   constexpr int kRanks = 8;
   constexpr int kEach = 100;

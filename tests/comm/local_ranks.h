@@ -1,4 +1,4 @@
-// Helpers of the LocalComm tests: ranks that run one function each, and what came of it.
+// Helpers of the LocalComm tests: ranks that run one function each, and the results.
 
 #pragma once
 
@@ -17,7 +17,7 @@ inline std::size_t Index(int rank) {
 
 using Statuses = std::vector<PavexStatus>;
 
-// The statuses of all ranks, each rank running `operation` once.
+// Runs `operation` once on each rank and returns the statuses of all ranks.
 inline Statuses RunRanks(
     int ranks, std::function<PavexStatus(Comm const& comm, int rank)> const& operation) {
   Statuses statuses(Index(ranks), 1);
@@ -46,7 +46,7 @@ struct LocalRanks {
   }
 };
 
-// A value per rank and position that no other pair has.
+// A value that differs for every pair of rank and position.
 inline long Mark(int rank, int position) {
   return 1000L * (rank + 1) + position;
 }

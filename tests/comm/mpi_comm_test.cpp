@@ -1,4 +1,4 @@
-// What MpiComm does beyond the contract of every communicator.
+// Behaviour of MpiComm beyond the contract of every communicator.
 
 #include "pavex/comm/mpi_comm.h"
 

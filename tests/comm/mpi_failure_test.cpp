@@ -1,5 +1,5 @@
-// MPI's own failures: this binary defines the MPI functions that MpiComm calls, so that each
-// can be told to fail. The others go on to MPI by its profiling names.
+// Failures of MPI itself. This binary defines the MPI functions that MpiComm calls, so that a
+// test can make each of them fail. Otherwise they call MPI by its profiling names.
 
 #include "tests/comm/failing_new.h"
 #include "tests/comm/mpi_fixture.h"
@@ -12,7 +12,7 @@ namespace Pavex {
 
 namespace {
 
-// What the functions below are to do, and what they were asked for.
+// Says which of the functions below fails, and notes their calls.
 struct FakeMpi {
   std::string mFailing;               // the name of the function that fails; empty: none
   std::map<std::string, int> mCalls;  // by name
@@ -29,7 +29,7 @@ bool Fails(char const* function) {
 
 }  // namespace Pavex
 
-// The library must find the functions of this binary also if it is a shared one.
+// A shared library, too, must call the functions of this binary.
 #define PAVEX_FAKE_MPI extern "C" __attribute__((visibility("default")))
 
 // Defines int MPI_<name>(<parameters>), which fails or calls PMPI_<name>(<arguments>).
@@ -93,7 +93,7 @@ PAVEX_FAKE(Allreduce,
 PAVEX_FAKE(Bcast, (void* buf, int count, MPI_Datatype type, int root, MPI_Comm comm),
            (buf, count, type, root, comm));
 
-// The text of the failures made here has two lines, as that of some MPIs has.
+// The text of a failure in these tests has two lines, like that of some MPIs.
 PAVEX_FAKE_MPI int MPI_Error_string(int code, char* text, int* length) {
   if (Pavex::gFake.mFailing.empty()) return PMPI_Error_string(code, text, length);
   std::strcpy(text, "the network is down\n(made to fail)");
@@ -127,7 +127,7 @@ class MpiFailure : public MpiCommTest {
     EXPECT_EQ(outcome.mLog, FailureLine(what, counts, kReason));
   }
 
-  // Two elements for each rank, of which there are `Twice()` in all.
+  // The number of elements of all ranks, two for each.
   std::string Twice() const { return std::to_string(2 * mSize); }
   std::vector<int> const mTwos = std::vector<int>(static_cast<std::size_t>(mSize), 2);
   std::vector<int> const mZeros = std::vector<int>(static_cast<std::size_t>(mSize), 0);

@@ -14,7 +14,7 @@
 
 namespace Pavex {
 
-// Starts nothing: the job that this process belongs to has its ranks.
+// The launcher for MPI. It starts nothing, because the ranks are the processes of this job.
 struct MpiRanks {
   static constexpr PavexStatus kRefused = STATUS_INVALID_VALUE;
 
@@ -33,7 +33,7 @@ struct MpiRanks {
   }
 };
 
-// What an operation returned and what it logged.
+// The status and the log lines of an operation.
 struct Outcome {
   PavexStatus mStatus = STATUS_OK;
   std::string mLog;
@@ -48,8 +48,8 @@ inline Outcome OutcomeOf(std::function<PavexStatus()> const& operation) {
 // One communicator over the whole job, new for each test.
 class MpiCommTest : public ::testing::Test {
  protected:
-  // The line that a failure on this rank logs: `what` is the operation, `counts` what goes out
-  // and comes in.
+  // The line that a failure on this rank logs. `what` is the operation; `counts` are the
+  // elements that go out and come in.
   std::string FailureLine(std::string const& what, std::string const& counts,
                           std::string const& reason) const {
     return "[ERROR] MpiComm::" + what + " failed on rank " + std::to_string(mRank) + " of " +

@@ -1,6 +1,6 @@
-// MpiComm objects and the life of MPI around them: before it is initialised, while it lives and
-// after it is finalised. The suites run in the order in which they stand here; MPI lives during
-// the second one, in this process once only. Other than mpi_main, this main starts no MPI.
+// MpiComm objects before MPI is initialised, while it is live and after it is finalised. The
+// suites run in the order of this file. MPI is live during the second one; a process can
+// initialise it only once. Unlike mpi_main, this main does not initialise MPI.
 
 #include "tests/comm/mpi_fixture.h"
 #include "tests/support/mpi_processes.h"
@@ -15,12 +15,12 @@ namespace {
 
 int gExpectedProcesses = 0;
 
-// Lives from before MPI until after it.
+// Made before MPI is initialised, and destroyed after it is finalised.
 std::unique_ptr<MpiComm> gEarly;
-// Made while MPI lives, and not destroyed before it ends.
+// Made while MPI is live, and destroyed after it is finalised.
 std::unique_ptr<MpiComm> gSurvivor;
 
-// Every operation that returns a status, with arguments that a live communicator would take.
+// Calls every operation that returns a status, with arguments that a live communicator accepts.
 std::vector<Outcome> AllOperations(MpiComm const& comm) {
   int const count[8] = {1, 1, 1, 1, 1, 1, 1, 1};
   int const displ[8] = {0, 1, 2, 3, 4, 5, 6, 7};
@@ -44,7 +44,7 @@ std::vector<Outcome> AllOperations(MpiComm const& comm) {
 
 void IgnoreErrors(MPI_Comm* /*comm*/, int* /*code*/, ...) {}
 
-// Rank and Size are -1, and every operation returns a status with a line that says why.
+// Expects that Rank and Size are -1, and that every operation returns a status and logs why.
 void ExpectNotLive(MpiComm const& comm) {
   EXPECT_EQ(comm.Rank(), -1);
   EXPECT_EQ(comm.Size(), -1);
@@ -195,7 +195,8 @@ TEST_F(WhileMpiLives, TheCallersErrorHandlerStaysInPlace) {
 }
 
 TEST_F(WhileMpiLives, TenThousandRoundsLeakNeitherCommunicatorsNorMemory) {
-  // MPICH has about 2,000 communicators to give out; with Open MPI leaks show in the heap.
+  // MPICH can make about 2,000 communicators at once, so leaks would fail. With Open MPI leaks
+  // show in the heap.
   int const warmUp = 1000;
   int const rounds = 10000;
   int const value = 3;
@@ -217,7 +218,7 @@ TEST_F(WhileMpiLives, TenThousandRoundsLeakNeitherCommunicatorsNorMemory) {
 
   std::size_t const after = mallinfo2().uordblks;
   EXPECT_EQ(good, rounds);
-  // Less than 8 bytes a round: MPI's own pools may grow by a block, no block is lost each
+  // A round may cost less than 8 bytes: MPI's own pools may grow by a block, but not in each
   // round.
   EXPECT_LT(after, before + 8 * static_cast<std::size_t>(rounds - warmUp));
 }

@@ -1,6 +1,6 @@
 // Messages that MPI buffers, and messages of another length than expected, between rank 0 and
-// the last one; for jobs of two processes and more. What else messages do is in
-// contract_message.h.
+// the last rank, in jobs of two processes and more. contract_message.h has the other tests of
+// messages.
 
 #include "tests/comm/mpi_fixture.h"
 

@@ -1,4 +1,4 @@
-// Going on after a gather that failed on the receiver while the others had sent already.
+// The next gather after one that failed on the receiver when the others had already sent.
 
 #include "pavex/pavex.h"
 #include "tests/comm/mpi_fixture.h"
@@ -12,7 +12,7 @@ namespace Pavex {
 
 namespace {
 
-// Spent communicators, undestroyed until MPI has been finalised.
+// Communicators of failed gathers, which must not be destroyed before MPI is finalised.
 std::vector<std::shared_ptr<MpiComm>> gSpent;
 
 // The rows 2r and 2r + 1 of a square matrix with two rows for each rank:
@@ -46,8 +46,8 @@ void ExpectWhole(MatrixBase const* target, int size) {
 TEST(MpiRecovery, ANewCommunicatorGathersRightAfterTheReceiversPoolRefusedMemory) {
   int failures = 0;
 
-  // The first allocation is that of the exchanged records: failing there, the receiver would
-  // leave the others in an exchange that cannot end.
+  // The first allocation does not fail: it is for the exchanged records, and without it the
+  // receiver would leave the others in an exchange that cannot end.
   for (int nth = 2, struck = 1; struck != 0; ++nth) {
     LedgerPool pool;
     Aggregator<double, int> aggregator(&pool);
@@ -71,7 +71,7 @@ TEST(MpiRecovery, ANewCommunicatorGathersRightAfterTheReceiversPoolRefusedMemory
     failures += struck;
   }
 
-  EXPECT_GE(failures, 3);  // offsets, indices and values at the least
+  EXPECT_GE(failures, 3);  // at least offsets, indices and values
 }
 
 }  // namespace Pavex

@@ -1,4 +1,5 @@
-// Arguments that MpiComm keeps from MPI. No MPI function is reached, so one rank alone may try.
+// Arguments that MpiComm refuses. It calls no MPI function with them, so one rank alone may
+// try.
 
 #include "pavex/runtime/log.h"
 #include "tests/comm/mpi_fixture.h"
@@ -17,7 +18,7 @@ class MpiCommRefusal : public MpiCommTest {
     EXPECT_EQ(outcome.mLog, FailureLine(what, counts, reason));
   }
 
-  // A value for each rank, `last` for the last one.
+  // `value` for each rank except the last one, which has `last`.
   std::vector<int> Ranked(int value, int last) const {
     std::vector<int> values(static_cast<std::size_t>(mSize), value);
     values.back() = last;
@@ -180,7 +181,7 @@ TEST_F(MpiCommRefusal, ARankBehindTheLast) {
                 "rank " + peer + " is outside the communicator");
 }
 
-// Small negative numbers are MPI's names for "no process" and "any process".
+// MPI uses small negative numbers for "no process" and "any process".
 TEST_F(MpiCommRefusal, NegativeRanks) {
   for (int peer = -4; peer < 0; ++peer) {
     std::string const name = std::to_string(peer);

@@ -3,9 +3,9 @@
 # each of two hosts that share nothing but a network: two network namespaces with one cable
 # between them. Every message goes through TCP, and none leaves the namespaces.
 #
-# Exit code 77 and a reason where the machine does not allow that; else that of the job, or 1 if
-# the job had no processes on one of the hosts or left the cable unused. Takes down all that it
-# put up.
+# Exits with 77 and a reason if the machine does not allow that. Otherwise exits with the code of
+# the job, or with 1 if a host had no processes of the job or the cable was not used. Removes the
+# namespaces and the cable at its end.
 set -uo pipefail
 mpiexec=$1
 shift
@@ -45,7 +45,7 @@ put_up() {
 }
 reason=$(put_up 2>&1) || skip "this machine does not allow network namespaces: $reason"
 
-# What the launcher calls in place of ssh: agent HOST COMMAND...
+# The launcher calls this in place of ssh: agent HOST COMMAND...
 cat >"$work/agent" <<AGENT
 #!/bin/sh
 [ "\$1" = 10.77.0.2 ] || { echo "agent: no host \$1" >&2; exit 1; }
@@ -65,7 +65,7 @@ job=(--host 10.77.0.1:2,10.77.0.2:2 -n 4
      --mca plm rsh --mca plm_rsh_agent "$work/agent" --mca oob_tcp_if_include 10.77.0.0/24
      --mca pml ob1 --mca btl tcp,self --mca btl_tcp_if_include 10.77.0.0/24)
 
-# Well within the patience of whoever runs this, so that it is taken down in any case.
+# The time limit is shorter than that of the test, so that the script can always clean up.
 ip netns exec "$near" timeout -k 5 240 "$mpiexec" "${job[@]}" "$work/on_its_host" "$@"
 code=$?
 [ $code -eq 0 ] || { echo "exit code $code"; exit $code; }

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# refused.sh GOOD BAD COUNT TEXT COMPILER...: the program GOOD compiles; BAD does not, for COUNT
-# errors that say TEXT.
+# refused.sh GOOD BAD COUNT TEXT COMPILER...: checks that the program GOOD compiles, and that BAD
+# does not, with COUNT errors that contain TEXT.
 set -euo pipefail
 good=$1 bad=$2 count=$3 text=$4
 shift 4
 
 "$@" "$good"
 if said=$("$@" "$bad" 2>&1); then
-  echo "compiles, and should not:"
+  echo "compiles, but should not:"
   cat "$bad"
   exit 1
 fi

@@ -1,5 +1,5 @@
-// Exceptions that a pool or a communicator of the application throws: they pass through, and
-// leave the object as a failed status at the same point would.
+// Exceptions that a pool or a communicator of an application throws. They reach the caller, and
+// leave the object in the same state as a failed status at the same point.
 
 #include "tests/support/pieces.h"
 #include "tests/support/shares.h"
@@ -62,8 +62,8 @@ struct ThrowingRank {
   Aggregator<double, int> aggregator;
 };
 
-// What a gather takes and calls: records, counts, displacements and three arrays; the exchange
-// and three transfers.
+// A gather takes six blocks: records, counts, displacements and three arrays. It makes four
+// calls: the exchange and three transfers.
 constexpr int kBlocksOfGather = 6;
 constexpr int kCallsOfGather = 4;
 

@@ -1,5 +1,5 @@
-// Every call of one rank fails in every way. The peers are played from a record of a clean run,
-// so that the rank is alone and each line of the log is its own.
+// Every call of one rank fails in every way. A record of a clean run takes the place of the
+// peers, so that the rank is alone and each line of the log is its own.
 
 #include "pavex/comm/local_comm.h"
 #include "tests/faults/fault_run.h"
@@ -14,13 +14,13 @@
 namespace Pavex {
 namespace {
 
-// What arrived at one rank in a run without faults.
+// The data that arrived at one rank in a run without faults.
 struct Recordings {
   std::vector<RecordedCall> gather;
   std::vector<RecordedCall> update;
   std::vector<RecordedCall> scatter;
 
-  // What arrives from the first call until `operation` has ended.
+  // The data that arrives from the first call until `operation` has ended.
   std::vector<RecordedCall> Until(Operation operation) const {
     std::vector<RecordedCall> calls = gather;
     auto const append = [&calls](std::vector<RecordedCall> const& more) {
@@ -88,8 +88,8 @@ class FaultChains : public testing::Test {
     calls = recorder.Take();
   }
 
-  // Each fault prints its name and its lines. All texts are compared at once, as catching one
-  // is expensive.
+  // Prints the name and the lines of each fault. All texts are compared at once, because it is
+  // expensive to capture one.
   void InjectIntoOperation(Round const& round, int rank, Operation operation,
                            Recordings const& recordings) {
     Run const run(round, rank, operation);

@@ -1,4 +1,4 @@
-// Every call of one rank fails while its peers run beside it.
+// Every call of one rank fails while its peers run in other threads.
 
 #include "pavex/comm/local_comm.h"
 #include "tests/faults/fault_run.h"
@@ -24,7 +24,7 @@ class FaultyJob {
     }
   }
 
-  // Fails, and lets the others end as they can.
+  // Makes one rank fail; the others end as they can.
   std::string Fail() {
     LocalComm::Run(Size(), [this](auto const& comm) {
       FaultyRank<T, I>& rank = At(comm->Rank());
@@ -44,7 +44,7 @@ class FaultyJob {
     return "";
   }
 
-  // Gathers again on the same objects over a new communicator. Called by each of its ranks.
+  // Gathers again on the same objects over a new communicator. Every rank calls it.
   std::string Recover(std::shared_ptr<Comm> const& comm) {
     FaultyRank<T, I>& rank = At(comm->Rank());
     rank.Bind(comm);
@@ -56,7 +56,7 @@ class FaultyJob {
   int Size() const { return static_cast<int>(mRanks.size()); }
   FaultyRank<T, I>& At(int rank) { return *mRanks[static_cast<std::size_t>(rank)]; }
 
-  // A peer succeeds, with the right result, or fails because its partner is gone.
+  // Expects that a peer succeeds with the right result, or fails because its partner is gone.
   std::string CheckPeer(int rank, PavexStatus status) {
     FaultRun<T, I> const run(mRound, rank, mRun.operation);
     if (status == STATUS_OK) return run.CheckDone(At(rank), mRun.operation, status);
@@ -78,7 +78,8 @@ class FaultyJob {
   std::vector<PavexStatus> mStatus;
 };
 
-// Threads make each of these faults expensive.
+// The faults to inject. There are fewer than in a single process, because threads make each one
+// expensive.
 std::vector<Injection> PeerInjections(std::vector<Step> const& steps) {
 #ifdef PAVEX_EVERY_FAULT
   return AllInjections(steps);
@@ -94,7 +95,7 @@ class FaultsAmongPeers : public testing::Test {
   using I = typename Instance::Index;
 
   void InjectIntoAll(int ranks) {
-    LogLevel const level(-1);  // which line is whose cannot be told
+    LogLevel const level(-1);  // the lines do not show from which rank they come
     std::vector<Round> const rounds = OneRoundOfEachKind(ranks);
     ASSERT_EQ(rounds.size(), CountOfKinds(ranks));
     for (Round const& round : rounds) {

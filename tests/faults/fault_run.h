@@ -1,4 +1,4 @@
-// What both kinds of fault runs do with one rank.
+// The steps with one rank that both kinds of fault runs share.
 
 #pragma once
 
@@ -10,7 +10,7 @@
 
 namespace Pavex {
 
-// Bytes that the aggregator keeps of the first `count` calls, whatever comes after them.
+// Bytes of the first `count` calls that the aggregator keeps after any later call.
 inline std::size_t KeptBytes(std::vector<Step> const& steps, std::size_t count) {
   std::size_t bytes = 0;
   for (std::size_t k = 0; k < count; ++k)
@@ -18,7 +18,7 @@ inline std::size_t KeptBytes(std::vector<Step> const& steps, std::size_t count) 
   return bytes;
 }
 
-// One operation on one rank of a round, with all that can be said about it beforehand.
+// One operation on one rank of a round, with everything that is known about it in advance.
 template <typename T, typename I>
 struct FaultRun {
   FaultRun(Round const& round, int rank, Operation op)
@@ -26,21 +26,22 @@ struct FaultRun {
         steps(StepsOf(round, rank, op, FaultyRank<T, I>::kBytes)),
         gatherSteps(StepsOf(round, rank, Operation::GATHER, FaultyRank<T, I>::kBytes)) {}
 
-  // What the aggregator keeps when the operation succeeds or fails at `step`.
+  // The bytes that the aggregator keeps if the operation succeeds, or fails at `step`.
   std::size_t KeptAtSuccess() const { return KeptBytes(gatherSteps, gatherSteps.size()); }
   std::size_t KeptAtFailure(std::size_t step) const {
     return operation == Operation::GATHER ? KeptBytes(steps, step) : KeptAtSuccess();
   }
 
-  // Checks the rank on which `injection` was planned. Empty if all is right.
+  // Checks the rank on which `injection` was planned. Returns what is wrong; empty if nothing
+  // is.
   std::string CheckInjected(FaultyRank<T, I>& rank, Injection const& injection,
                             PavexStatus status) const {
     Differences is;
     is.Equal("whether the fault has struck", rank.FaultStruck(), true);
     is.Equal("status", status, injection.status);
     if (!is.First().empty()) return is.First();
-    // A failed transfer of an update in place leaves any values, one of a scatter that makes no
-    // call none of the new ones.
+    // A failed transfer of an update in place may leave any values. That of a scatter leaves
+    // the earlier values if it makes no call.
     bool const arrives = operation == Operation::UPDATE_IN_PLACE
                              ? !injection.isPool
                              : injection.mode == TraceComm::AFTERWARDS;
@@ -52,7 +53,7 @@ struct FaultRun {
     return difference;
   }
 
-  // Checks a rank on which `done`, this operation or another gather, was to succeed.
+  // Checks a rank on which `done`, this operation or another gather, had to succeed.
   std::string CheckDone(FaultyRank<T, I>& rank, Operation done, PavexStatus status) const {
     Differences is;
     is.Equal("status", status, STATUS_OK);
@@ -70,7 +71,7 @@ struct FaultRun {
   std::vector<Step> const gatherSteps;
 };
 
-// The records alone fail in four ways, in a first and in a second gather.
+// The allocation of the records alone fails in four ways, in a first and in a second gather.
 constexpr long kLeastFaultsPerKind = 8;
 
 // The instances for which faults are injected.

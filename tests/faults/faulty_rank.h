@@ -1,5 +1,5 @@
-// One rank of a job in which something fails: what it holds, what it runs, and what must be
-// true of it afterwards.
+// One rank of a job in which something fails: its data, its operations, and the checks after
+// them.
 
 #pragma once
 
@@ -28,13 +28,13 @@ class FaultyRank {
         mUpdated(round, rank, UPDATED, true, VersionOf(UPDATED)),
         mScattered(round, rank, SCATTERED, true, VersionOf(SCATTERED)) {}
 
-  // What the operations from now on run over. The calls are counted afresh.
+  // Makes the next operations use `inner`. The count of the calls starts again.
   void Bind(std::shared_ptr<Comm> inner) {
     mComm = std::make_shared<TraceComm>(std::move(inner));
     mPool.Fail(Fault());
   }
 
-  // Runs what must have succeeded before `operation` can begin.
+  // Runs the operations that must succeed before `operation` can begin.
   PavexStatus Prepare(Operation operation) {
     if (operation == Operation::GATHER) return STATUS_OK;
     PavexStatus const status = Run(Operation::GATHER);
@@ -42,7 +42,7 @@ class FaultyRank {
     return Run(Operation::UPDATE);
   }
 
-  // Lets a call of the next operation fail.
+  // Makes a call of the next operation fail.
   void Plan(Injection const& injection) {
     if (injection.isPool)
       mPool.Fail(injection.ToFault());
@@ -74,7 +74,7 @@ class FaultyRank {
     return mAggregator.Scatter(mScattered.Matrix());
   }
 
-  // The first thing that is not as it must be after `operation` has succeeded.
+  // The first thing that is wrong after `operation` has succeeded.
   std::string CheckSuccess(Operation operation) {
     std::string difference = IsGather(operation) ? CheckTarget(GATHERED) : CheckTarget(UPDATED);
     if (!difference.empty()) return difference;
@@ -83,8 +83,8 @@ class FaultyRank {
     return CheckScattered();
   }
 
-  // The same after it has failed. `inPlace` tells whether the values may have arrived all the
-  // same.
+  // The first thing that is wrong after `operation` has failed. `inPlace`: the values may have
+  // arrived in spite of the failure.
   std::string CheckFailure(Operation operation, bool inPlace) {
     bool const scattered = inPlace && operation == Operation::SCATTER;
     std::string const difference = CheckLocals(!scattered);
@@ -98,8 +98,8 @@ class FaultyRank {
     return is.First();
   }
 
-  // Whether the last operation has made the first `count` of `steps` and no other call;
-  // `refused` tells whether the last one was refused by the pool.
+  // Checks that the last operation has made the first `count` of `steps` and no other call.
+  // `refused`: the pool refused the last one.
   std::string CheckCalls(std::vector<Step> const& steps, std::size_t count, bool refused) {
     std::vector<std::size_t> wantedBytes;
     std::vector<CommOp> wantedOps;
@@ -117,7 +117,8 @@ class FaultyRank {
     return is.First();
   }
 
-  // Whether the pool lacks what the gathered matrix must own and `kept` bytes besides.
+  // Checks that the blocks in use are those that the gathered matrix must own, and `kept`
+  // bytes.
   std::string CheckMemory(std::size_t kept) {
     Differences is;
     is.Equal("bytes taken from the pool", mPool.OutstandingBytes(), kept + mOwnedBytes);
@@ -129,7 +130,7 @@ class FaultyRank {
 
   bool FaultStruck() const { return mPool.FaultStruck() || mComm->FaultStruck(); }
 
-  // Whether the operation that has just run receives straight into the local matrix (a scatter)
+  // Whether the operation that has just run receives directly into the local matrix (a scatter)
   // or the gathered one (an update in place).
   bool ReceivesInPlace(Operation operation) const {
     if (operation == Operation::UPDATE_IN_PLACE) return mPlace != nullptr;
@@ -200,7 +201,7 @@ class FaultyRank {
     return is.First();
   }
 
-  // What a scatter must bring, padding included.
+  // The array of the local matrix after a scatter, with its padding.
   std::vector<T> ExpectedValues() const {
     std::vector<T> expected = mScatteredBefore.values;
     if (mRound.holding == Holding::ONE && !mRound.HoldsWhole(mRank)) return expected;

@@ -4,12 +4,12 @@ namespace Pavex {
 
 namespace {
 
-// Statuses that neither the library nor a communicator of it comes up with here: one that has a
-// text of its own, and one that has none and is not even negative.
+// Statuses that neither the library nor its communicators return in these tests: one that has a
+// text, and one that has none and is positive.
 constexpr PavexStatus kNegative = STATUS_MISMATCH;
 constexpr PavexStatus kPositive = 1234;
 
-// For each step the injection that names it.
+// One injection for each step, in which only that step fails.
 std::vector<Injection> Targets(std::vector<Step> const& steps) {
   std::vector<Injection> targets;
   int poolCalls = 0;

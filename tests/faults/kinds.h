@@ -10,15 +10,15 @@
 
 namespace Pavex {
 
-// What tells the kinds apart: format, holding, partition of pieces, who receives, with or
-// without values, whether a dense matrix is padded, whether a lone holder receives, and whether
-// all ranks are empty.
+// The name of the kind of a round. Kinds differ in format, holding, partition of pieces,
+// receivers, with or without values, whether a dense matrix is padded, whether a single holder
+// receives, and whether all ranks are empty.
 std::string KindOf(Round const& round);
 
 // How many kinds there are for so many ranks.
 std::size_t CountOfKinds(int ranks);
 
-// A random round without flaw of each kind, always the same.
+// A random round of each kind, without a flaw. The result is always the same.
 std::vector<Round> OneRoundOfEachKind(int ranks);
 
 }  // namespace Pavex

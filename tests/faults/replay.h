@@ -1,4 +1,4 @@
-// What the peers of one rank sent it in a real run, kept and played again without them.
+// Records what the peers of one rank sent in a real run, and replays it without them.
 
 #pragma once
 
@@ -23,13 +23,13 @@ struct RecordedCall {
   std::vector<Piece> arrived;
 };
 
-// Hands every call to the wrapped communicator and keeps what arrives.
+// Passes every call on to the wrapped communicator, and keeps what arrives.
 class RecordingComm : public CallComm {
  public:
   explicit RecordingComm(std::shared_ptr<Comm> inner)
       : CallComm(inner->Rank(), inner->Size()), mInner(std::move(inner)) {}
 
-  // The calls since the start or the last time.
+  // The calls since the start or the last Take.
   std::vector<RecordedCall> Take() { return std::move(mCalls); }
 
  protected:

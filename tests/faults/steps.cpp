@@ -9,9 +9,10 @@ namespace {
 
 constexpr std::size_t kRecordBytes = 72;
 
-// Everyone who receives a failed status prints a line and passes it on. The exceptions: front
-// doors of update and scatter pass on in silence what the path of a format returns, and so do
-// the two steps that move a whole array from its holder (the dense values, the offsets).
+// Every caller that receives a failed status prints a line and returns it. Four do not print:
+// the public Update and Scatter for the status of a format's path, and the two steps that move
+// a whole array from its holder (the dense values, the offsets). The comments name the callers
+// that print, the innermost first.
 struct Chain {
   Purpose purpose;
   int gather;
@@ -55,7 +56,7 @@ constexpr Chain kChains[] = {
     {Purpose::MOVED_VALUES, 2, 1, 0},
 };
 
-// Writes down the calls of one rank.
+// Makes the list of the calls of one rank.
 class StepWriter {
  public:
   StepWriter(Round const& round, int rank, ElementBytes bytes)
@@ -113,7 +114,7 @@ class StepWriter {
   }
   void Call(Purpose purpose, CommOp op) { mSteps.push_back({purpose, false, 0, op}); }
 
-  // One array from one rank to another.
+  // Adds the call that moves one array from one rank to another.
   void PassOn(Purpose purpose, int from, int to) {
     if (from == to) return;
     if (mRank == from) Call(purpose, CommOp::SEND);
@@ -169,7 +170,7 @@ class StepWriter {
     FromPieces(Purpose::LENGTHS_FROM_PIECES);
   }
 
-  // So many index arrays and, if wanted, the values.
+  // Adds the calls for `indexArrays` index arrays and, with `withValues`, for the values.
   void GatherArrays(int indexArrays, bool withValues) {
     for (int k = 0; Owns() && k < indexArrays; ++k)
       Take(Purpose::INDICES, WholeEntries() * mBytes.index);
@@ -184,7 +185,7 @@ class StepWriter {
   bool Receives() const { return mRound.Receives(mRank); }
   // Whether the rank owns the arrays of a gathered sparse matrix.
   bool Owns() const { return Receives() && !mRound.HoldsWhole(mRank); }
-  // Whether it owns the values after a gather.
+  // Whether the rank owns the gathered values after a gather.
   bool OwnsValues() const {
     bool const withValues = mRound.Reference().withValues;
     if (!mRound.IsDense()) return Owns() && withValues;

@@ -1,5 +1,5 @@
-// What an operation asks of its pool and its communicator, call by call, and how many lines it
-// prints when one of the calls fails. A model of its own: it shares nothing with the library.
+// The calls that an operation makes to its pool and its communicator, and how many lines it
+// prints when one of them fails. The model shares no code with the library.
 
 #pragma once
 
@@ -16,7 +16,7 @@ enum class Operation { GATHER, GATHER_AGAIN, UPDATE, UPDATE_COO, UPDATE_IN_PLACE
 
 char const* NameOf(Operation operation);
 
-// Those that such a matrix has.
+// The operations that the matrix of this round supports.
 std::vector<Operation> OperationsOn(Round const& round);
 
 // Why a call is made.
@@ -30,10 +30,10 @@ enum class Purpose {
   DENSE_FROM_PIECES,    // dense values of all ranks
   DENSE_FROM_HOLDER,    // dense values of one rank
   DENSE_REORDER,        // pool: values in their other order
-  DENSE_RECEIVE,        // pool: what a padded matrix gets back, without padding
+  DENSE_RECEIVE,        // pool: values scattered to a padded matrix, without padding
   DENSE_BACK,           // scattered values
   OFFSETS,              // pool: gathered offsets
-  ZERO_OFFSETS,         // pool: what a holder without offsets sends
+  ZERO_OFFSETS,         // pool: the zeros that a holder without offsets sends
   LENGTH_COUNTS,        // pool: rows (columns) of each rank,
   LENGTH_DISPLS,        // and where they go
   LENGTHS,              // pool: the rank's own lengths
@@ -49,7 +49,7 @@ enum class Purpose {
 struct Step {
   Purpose purpose;
   bool isPool = false;
-  std::size_t bytes = 0;     // asked of the pool
+  std::size_t bytes = 0;     // requested from the pool
   CommOp op = CommOp::RANK;  // made on the communicator
 
   // Whether the block stays with the aggregator when the operation fails later on.
@@ -69,8 +69,8 @@ struct ElementBytes {
 std::vector<Step> StepsOf(Round const& round, int rank, Operation operation,
                           ElementBytes bytes);
 
-// Every kind of call that some operation makes, GATHER and UPDATE standing for all gathers and
-// updates: an update in place makes no other call than an update.
+// Every kind of call that some operation makes. GATHER represents all gathers and UPDATE all
+// updates, because an update in place makes the same calls as an update.
 std::vector<std::pair<Purpose, Operation>> CallsThatOccur();
 
 // How many times the status of the failing call is printed. Throws std::logic_error if the

@@ -1,4 +1,4 @@
-// One rank of a job whose other ranks are nothing but their records.
+// One rank of a job. The other ranks are only their records.
 
 #pragma once
 
@@ -9,11 +9,11 @@
 
 namespace Pavex {
 
-// The exchange of the records brings `records`. What else the other ranks are asked for they
-// send and take as the arguments say, as a communicator does whose peers mean what they
-// announced: every element that is to be sent is read, every element that is to be received is
-// written. A call that no communicator would carry out fails with STATUS_COMM_FAILED: one with
-// a negative count or displacement, or whose own piece has two lengths.
+// The exchange of the records brings `records`. In every other call the peers do what their
+// records announce: the communicator reads every element that is to be sent, and writes every
+// element that is to be received. A call that no communicator would carry out fails with
+// STATUS_COMM_FAILED: one with a negative count or displacement, or with two lengths for the
+// own piece.
 class AnnouncedComm : public CallComm {
  public:
   // `own`: the exchange also overwrites the record of this rank. `records` outlive the object.

@@ -46,7 +46,7 @@ PavexStatus ExpectedOfPair(DistMatrixMode mode, MatrixLocalInfo const& a,
   return fit && agreed ? STATUS_OK : STATUS_INCONSISTENT;
 }
 
-// No more entries together than memory has room for, in elements of 16 bytes.
+// Whether memory has room for the entries of all records, in elements of 16 bytes.
 bool CanBeHeld(Records const& records) {
   constexpr long kMost = (1L << 59) - 1;
   long room = kMost;

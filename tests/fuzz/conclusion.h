@@ -1,4 +1,5 @@
-// What the processes must make of their records, told once more and as plainly as possible.
+// What the processes must conclude from their records: a second implementation, as simple as
+// possible.
 
 #pragma once
 
@@ -11,10 +12,10 @@ namespace Pavex {
 
 using Records = std::vector<MatrixLocalInfo>;
 
-// What a process knows after the first step of a gather.
+// The result of the first step of a gather.
 struct Conclusion {
   PavexStatus status = STATUS_OK;
-  // The rest is 0 after a failure.
+  // All members below keep these values after a failure.
   DistMatrixMode mode = DISTRIBUTED;
   int source = 0;
   bool withValues = false;
@@ -25,10 +26,11 @@ struct Conclusion {
 
 bool operator==(Conclusion const& a, Conclusion const& b);
 
-// The flag of a record as the byte that it is.
+// The flag of a record, read as a byte, which may have any value.
 bool FlagOf(MatrixLocalInfo const& info);
 
-// `records`: of all processes, by rank; at least one, of any bytes.
+// The conclusion from `records`, those of all processes by rank. There is at least one; they
+// may contain any bytes.
 Conclusion ExpectedConclusion(Records const& records);
 
 }  // namespace Pavex

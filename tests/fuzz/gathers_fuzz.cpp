@@ -1,7 +1,7 @@
 // Whole gathers of small matrices on the threads of LocalComm, each followed by an update and a
-// scatter. Half of the inputs spell a case of the property test, every element of which is
-// known; the others spell pieces that need not fit together, of which it is known that every
-// operation ends with a known status and that every pool gets its blocks back.
+// scatter. Half of the inputs are cases of the property test, of which every element is known.
+// The others are pieces that may not fit together: every operation must end with a known
+// status, and every pool must get its blocks back.
 //
 // The input: a byte for the number of ranks, a byte that says which half, then the choices.
 
@@ -54,7 +54,7 @@ void RunSpoiled(Rng& rng, std::shared_ptr<Comm> const& comm) {
     Require(IsKnownStatus(aggregator.Scatter(local.Matrix())),
             "the status of the scatter is a known one");
   } catch (std::bad_cast const&) {
-    Require(spoiled.oddRank >= 0, "only a matrix of another class is thrown at");
+    Require(spoiled.oddRank >= 0, "only a matrix of another class makes the library throw");
   }
 }
 

@@ -1,4 +1,4 @@
-// The statuses that an operation may end with when anybody may have made up its input.
+// The statuses with which an operation may end if its input may be anything.
 
 #pragma once
 
@@ -17,12 +17,13 @@ inline bool IsKnownStatus(PavexStatus status) {
   return std::find(std::begin(kKnown), std::end(kKnown), status) != std::end(kKnown);
 }
 
-// Those of a gather, which compares with no earlier one.
+// Whether a gather may end with `status`. It compares nothing with an earlier gather.
 inline bool IsGatherStatus(PavexStatus status) {
   return IsKnownStatus(status) && status != STATUS_MISMATCH && status != STATUS_WRONG_ORDER;
 }
 
-// Those that the pool or the communicator gave, on one process or on some.
+// Whether `status` comes from the pool or the communicator, so that only some processes may
+// have it.
 inline bool IsOthersFailure(PavexStatus status) {
   return status == STATUS_OUT_OF_MEMORY || status == STATUS_COMM_FAILED;
 }

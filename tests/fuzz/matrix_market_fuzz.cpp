@@ -1,6 +1,6 @@
-// Any bytes as a Matrix Market file. They are read or refused with an InputError, a pipe like a
-// file; what was read comes back the same when it is written and read again, and a source of
-// entries gives each of them once.
+// Reads any bytes as a Matrix Market file. The reader accepts them or throws InputError, the
+// same for a pipe as for a file. A matrix that was read is the same after it is written and
+// read again, and a source of entries gives each entry once.
 
 #include "tests/fuzz/require.h"
 #include "tools/source/matrix_market.h"
@@ -17,8 +17,8 @@
 namespace Pavex::Tool {
 namespace {
 
-// What is written for an input of this size still fits into a pipe, which nobody reads
-// meanwhile.
+// The largest input. The file that is written for it must fit into a pipe, which no process
+// reads until everything is written.
 constexpr std::size_t kMostBytes = 4096;
 
 std::string PathOf(int file) {
@@ -26,7 +26,8 @@ std::string PathOf(int file) {
 }
 
 void WriteAll(int file, void const* data, std::size_t size) {
-  Require(write(file, data, size) == static_cast<ssize_t>(size), "the system takes the input");
+  Require(write(file, data, size) == static_cast<ssize_t>(size),
+          "the system accepts the input");
 }
 
 // A file in memory that holds `data`.
@@ -45,7 +46,7 @@ class MemoryFile {
   int mFile;
 };
 
-// Give it what it is to hold, then end the input, then read.
+// A pipe. Write the input, close that end, then read.
 class Pipe {
  public:
   Pipe() { Require(pipe(mEnds) == 0, "the system gives a pipe"); }

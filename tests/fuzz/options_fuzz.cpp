@@ -1,7 +1,7 @@
-// Any words as the arguments of pavex, one a line. They are parsed or refused with an error
-// of the parser or an InputError; what is parsed is inside its ranges, the pieces that it
-// asks for are the whole matrix, and a plan of a generated matrix counts what is there. Nothing
-// is read, run or written.
+// Parses any words as the arguments of pavex, one on each line. The parser accepts them or
+// throws its own error or InputError. Accepted options are inside their ranges, the pieces that
+// they describe make the whole matrix, and a plan of a generated matrix counts its entries
+// right. Nothing is read, run or written.
 
 #include "pavex/runtime/log.h"
 #include "tests/fuzz/require.h"
@@ -80,8 +80,8 @@ void CheckPieces(GatherOptions const& options) {
     Require(end == BandOf(all, options.mPartition).second, "the last band ends the matrix");
 }
 
-// Whether planning takes next to no time: its reports have a line for each rank, and the
-// entries of a random matrix are counted one by one.
+// Whether planning is fast. Its reports have a line for each rank, and it counts the entries of
+// a random matrix one by one.
 bool IsQuickToPlan(GatherOptions const& options) {
   if (options.mGenerate.empty() || options.mRanks > 64) return false;
   Generator const generator(options.mGenerate);
@@ -100,7 +100,7 @@ void CheckPlan(Plan const& plan) {
             "a rank receives a countable part of all bytes");
   }
   Require(entries == expected, "the pieces have the entries of the matrix");
-  Require(!InText(plan).empty() && !InJson(plan).empty(), "a plan can be told");
+  Require(!InText(plan).empty() && !InJson(plan).empty(), "a plan has its reports");
 }
 
 void CheckParsed(Subcommand& subcommand, Job& job, bool isPlan) {
@@ -118,7 +118,7 @@ std::vector<std::string> WordsOf(std::string_view text) {
   std::vector<std::string> words = {"pavex"};
   while (!text.empty()) {
     std::string_view const line = text.substr(0, text.find('\n'));
-    words.emplace_back(line.substr(0, line.find('\0')));  // as the system would hand it over
+    words.emplace_back(line.substr(0, line.find('\0')));  // as the system would pass it on
     text.remove_prefix(std::min(text.size(), line.size() + 1));
   }
   return words;
@@ -149,7 +149,7 @@ void Run(std::string_view text) {
 
 }  // namespace
 
-// In place of that of the command: the solvers are not linked.
+// Takes the place of the function of the command, because the solvers are not linked.
 SolveResult RunSolve(Source const&, SolveOptions const&, Ranks&) {
   std::abort();
 }

@@ -1,4 +1,4 @@
-// Prepares a fuzz target whose inputs are logged and whose pools keep books.
+// Prepares a fuzz target that logs and uses pools with ledgers.
 
 #pragma once
 
@@ -9,8 +9,8 @@
 
 namespace Pavex {
 
-// Lets the log go nowhere and a fault in the books of a pool end the process. For once, before
-// anything else: returns true, to be kept in a static variable.
+// Discards the log, and makes a fault in the ledger of a pool end the process. Call it once,
+// before anything else. Returns true, so that a static variable can make the call.
 inline bool BeQuiet() {
   testing::GTEST_FLAG(break_on_failure) = true;
   Require(std::freopen("/dev/null", "w", stdout) != nullptr, "there is a place for the log");

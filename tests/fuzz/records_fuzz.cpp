@@ -1,7 +1,7 @@
-// Records of any bytes. Every rank comes to the expected conclusion about them and tells it in
-// the same words; and a rank whose own matrix is what its record says takes the peers at their
-// word, gathers, updates and scatters with a known status, and reads and writes nothing outside
-// its arrays; what it tells about the gather is what became of it.
+// Reads any bytes as records. Every rank must come to the expected conclusion about them and
+// describe it with the same text. A rank whose own matrix is what its record says trusts the
+// peers: it must gather, update and scatter with a known status, and access nothing outside its
+// arrays. Its description of the gather must agree with the result.
 //
 // The input: a byte for the number of ranks, a byte of choices, then 72 bytes a rank. Missing
 // bytes are 0.
@@ -72,7 +72,7 @@ GatherPlan PlanOf(Records records) {
   return PlanGather(view, sizeof(double), sizeof(int));
 }
 
-// As the first step of a gather ends with this plan.
+// The conclusion of the first step of a gather with this plan.
 Conclusion ConclusionOf(GatherPlan const& plan) {
   Conclusion conclusion;
   if (plan.mStage <= GatherStage::COUNTS) {
@@ -90,7 +90,7 @@ Conclusion ConclusionOf(GatherPlan const& plan) {
   return conclusion;
 }
 
-// `text`: what the rank tells about it.
+// Runs the first step on one rank and returns its conclusion. `text` becomes its description.
 Conclusion Conclude(Records const& records, int rank, bool toAll, std::string& text) {
   SmallPool pool;
   AggregatorProbe<double, int> aggregator(&pool);
@@ -120,7 +120,7 @@ void CheckConclusions(Input const& input, Conclusion const& expected) {
     Require(Conclude(input.records, rank, input.toAll, text) == expected,
             "every rank comes to the expected conclusion");
     if (rank == 0) firstText = text;
-    Require(text == firstText, "all ranks tell the same");
+    Require(text == firstText, "all ranks have the same description");
     Require(expected.status == STATUS_OK || text.rfind("refused: ", 0) == 0,
             "a refusal is told as one");
   }
@@ -141,7 +141,7 @@ Format FormatOf(PavexMatrixStoreType type) {
   }
 }
 
-// Whether a small matrix of the library can say this of itself.
+// Whether a small matrix of the library can have this record.
 bool CanExist(MatrixLocalInfo const& info) {
   constexpr long kMostExtent = 16;
   constexpr long kMostEntries = 64;
@@ -173,7 +173,7 @@ Piece PieceOf(MatrixLocalInfo const& info, long padding) {
   return piece;
 }
 
-// Every array of the gathered matrix that the pool gave is as long as it says.
+// Checks that every array of the gathered matrix from the pool is as long as the matrix says.
 template <typename E>
 void RequireRoom(Buffer<E> const& array, LedgerPool const& pool) {
   if (array.mAllocator == nullptr) return;
@@ -190,17 +190,18 @@ void RequireRoom(Format format, MatrixBase const& target, LedgerPool const& pool
   if (arrays.second != nullptr) RequireRoom(*arrays.second, pool);
 }
 
-// What the gather of one rank came to.
+// The result of the gather of one rank.
 struct Outcome {
   PavexStatus status = STATUS_OK;
   bool threw = false;        // std::bad_cast
-  bool lacksValues = false;  // that it has to send
+  bool lacksValues = false;  // it has no values, but must send some
   bool hasTarget = false;
   bool moved = false;  // anything but the records
-  std::string text;    // what the rank tells about it
+  std::string text;    // the rank's description of the gather
 };
 
-// Nobody compares classes where one process holds the whole: a matrix of another one throws.
+// Whether the gather must throw std::bad_cast: classes are not compared if one process holds
+// the whole, so a matrix of another class throws.
 bool MustThrow(Input const& input, int rank, Conclusion const& conclusion) {
   if (conclusion.status != STATUS_OK || conclusion.mode != CENTRALIZED_ONE) return false;
   auto const kindOf = [&input](int of) {
@@ -210,11 +211,11 @@ bool MustThrow(Input const& input, int rank, Conclusion const& conclusion) {
   return kind != StoreKind::UNKNOWN && kindOf(rank) != kind;
 }
 
-// What is told about a gather says how it ends.
+// Checks that the description of a gather says how it ends.
 void CheckText(Input const& input, Outcome const& outcome) {
   bool const agreed = outcome.text.rfind("agreed: ", 0) == 0;
   bool const refused = outcome.text.rfind("refused: ", 0) == 0;
-  Require(!agreed || !outcome.threw, "a matrix of another class is told");
+  Require(!agreed || !outcome.threw, "the description names a matrix of another class");
   Require(!agreed || !outcome.lacksValues || !input.hasValues,
           "a process without entries that has to send values is told");
   Require(refused || outcome.threw || outcome.lacksValues || outcome.status == STATUS_OK ||
@@ -276,7 +277,7 @@ Outcome Operate(Input const& input, int rank, Conclusion const& conclusion) {
   Outcome outcome = GatherOn(input, rank, conclusion, local.Matrix(), aggregator);
   CheckGather(input, rank, outcome, conclusion);
   if (outcome.threw) return outcome;
-  // (The holder of the whole is believed in what it says of it.)
+  // The record of a holder of the whole is not checked.
   if (outcome.hasTarget && conclusion.mode == DISTRIBUTED)
     RequireRoom<T, I>(round.format, *aggregator.Target(), pool);
 
@@ -287,7 +288,7 @@ Outcome Operate(Input const& input, int rank, Conclusion const& conclusion) {
   return outcome;
 }
 
-// Where nothing of its own fails a rank, all end alike.
+// Checks that all ranks end in the same way, except those that fail for a reason of their own.
 void CheckAlike(std::vector<Outcome> const& outcomes) {
   bool const own = std::any_of(outcomes.begin(), outcomes.end(), [](Outcome const& outcome) {
     return outcome.threw || outcome.lacksValues || IsOthersFailure(outcome.status);
@@ -308,7 +309,7 @@ void OperateOnRanks(Input const& input, Conclusion const& conclusion) {
 }
 
 void Run(Input const& input) {
-  // A partition type without a name ends the process where it is to be printed.
+  // Printing a partition type without a name would end the process.
   bool const named =
       std::all_of(input.records.begin(), input.records.end(), [](MatrixLocalInfo const& info) {
         return info.partition.type >= PARTITION_ROW_WISE &&

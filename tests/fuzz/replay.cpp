@@ -1,5 +1,5 @@
-// Stands in for libFuzzer where it is not there: runs a fuzz target once on each file that the
-// arguments name, and on each file of the folders that they name.
+// Takes the place of libFuzzer in a build without it. Runs a fuzz target once on each file that
+// the arguments name, and on each file of the folders that they name.
 
 #include <cstddef>
 #include <cstdint>

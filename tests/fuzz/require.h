@@ -1,4 +1,4 @@
-// What ends a fuzz target: a property that does not hold.
+// Ends a fuzz target if a property does not hold.
 
 #pragma once
 

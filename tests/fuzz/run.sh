@@ -3,12 +3,12 @@
 #
 #   tests/fuzz/run.sh [TARGET] [SECONDS]     default: every target in turn, 600 seconds each
 #
-# Builds the preset fuzz, and keeps in build/fuzz-corpus/TARGET what it finds, so that the next run
-# goes on from there. An input that breaks the target is left beside that folder as
-# TARGET-crash-... (leak-, oom-, timeout-): mend the cause and keep the input in
+# Builds the preset fuzz. Keeps its findings in build/fuzz-corpus/TARGET, so that the next run goes
+# on from there. An input that breaks the target is written next to that folder as
+# TARGET-crash-... (leak-, oom-, timeout-). Fix the cause, and add the input to
 # tests/fuzz/corpus/TARGET under a name that says what it showed; every tree replays it there.
 #
-# To take over into a folder of the corpus the smallest inputs that reach something new:
+# To add the smallest inputs that reach new code to a folder of the corpus:
 #   build/fuzz/tests/fuzz/TARGET_fuzz -merge=1 tests/fuzz/corpus/TARGET build/fuzz-corpus/TARGET
 set -euo pipefail
 cd "$(dirname "$0")/../.."

@@ -1,4 +1,4 @@
-// A pool with little to give, for sizes that anybody may have made up.
+// A pool with little memory, for sizes that may be any number.
 
 #pragma once
 
@@ -8,8 +8,7 @@
 
 namespace Pavex {
 
-// Keeps books like every LedgerPool, and refuses large requests: quickly, and without using up
-// the memory of the fuzzer.
+// A LedgerPool that refuses large requests. That is fast, and saves the memory of the fuzzer.
 class SmallPool : public LedgerPool {
  public:
   static constexpr std::size_t kMostBytes = std::size_t{1} << 16;

@@ -1,4 +1,4 @@
-// Random matrices that nobody promises to fit together.
+// Random matrices that may not fit together.
 
 #pragma once
 
@@ -6,9 +6,8 @@
 
 namespace Pavex {
 
-// A round of `ranks` in which one to four things are changed at will. Each piece is still a
-// matrix that a rank can hold, but what the gather makes of the pieces is open; one rank may
-// hold another format.
+// A round of `ranks` ranks with one to four random changes. Each piece is still a matrix that a
+// rank can hold, but the gather may have any result. One rank may hold another format.
 struct SpoiledRound {
   Round round;
   int oddRank = -1;  // -1: none

@@ -1,4 +1,4 @@
-// Included in front of every source of the mutated copy. Each site that may behave differently
+// Every source of the mutated copy includes this first. Each site that can behave differently
 // asks here whether its mutant is the chosen one.
 
 #pragma once
@@ -14,8 +14,8 @@ namespace Mutants {
 
 constexpr int kMaxMutants = 1 << 17;
 
-// A byte for each mutant, set once its site is reached. In the file that PAVEX_MUTANTS_SEEN
-// names, so that what a death test or a command reaches counts as well.
+// A byte for each mutant, which is set when its site is reached. The bytes are in the file that
+// PAVEX_MUTANTS_SEEN names, so that the sites that a death test or a command reaches count too.
 inline unsigned char* MapSeen() {
   int const flags = O_RDWR | O_CREAT;
   char const* const path = std::getenv("PAVEX_MUTANTS_SEEN");
@@ -36,19 +36,19 @@ inline int ReadChosen() {
 inline unsigned char* const gSeen = MapSeen();
 inline int const gChosen = ReadChosen();
 
-// Whether the library behaves as mutant `id` says.
+// Whether mutant `id` is the chosen one.
 inline bool Active(int id) {
   gSeen[id] = 1;
   return gChosen == id;
 }
 
-// A condition, or its negation.
+// Returns a condition, or its negation if mutant `id` is chosen.
 template <typename T>
 bool Flip(int id, T&& condition) {
   return static_cast<bool>(condition) != Active(id);
 }
 
-// A number, an enumerator or a flag, or one beside it.
+// Returns a number, an enumerator or a flag, or the next or previous one if a mutant is chosen.
 template <typename T>
 std::enable_if_t<std::is_arithmetic_v<T> || std::is_enum_v<T>, T> Plus(int id, T value) {
   if constexpr (std::is_same_v<T, bool>)
@@ -62,13 +62,13 @@ T PlusOrMinus(int id, T value) {
   return Active(id + 1) ? static_cast<T>(value - 1) : Plus(id, value);
 }
 
-// A status, or success and failure exchanged, or another failure.
+// Returns a status. With a mutant, exchanges success and failure, or returns another failure.
 inline std::int32_t Status(int id, std::int32_t status) {
   if (Active(id)) return status == 0 ? -7 : 0;
   return Active(id + 1) && status != 0 ? status - 1 : status;
 }
 
-// A member, or the one that is easily taken for it.
+// Returns a member, or if mutant `id` is chosen the one that is easily confused with it.
 template <typename Object, typename Member, typename Other>
 decltype(auto) Exchange(int id, Object&& object, Member member, Other other) {
   return Active(id) ? other(object) : member(object);

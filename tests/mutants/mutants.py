@@ -1,15 +1,15 @@
 #!/usr/bin/env python3
-"""Shows whether the tests notice a library that is wrong: changes it in small ways, one at a
-time, and runs the quick tests on each.
+"""Shows whether the tests notice faults of the library: makes small changes to it, one at a time,
+and runs the quick tests on each changed library.
 
   tests/mutants/mutants.py                        everything
-  tests/mutants/mutants.py --only dense_reorder   the sources whose path holds these letters
-  tests/mutants/mutants.py --again                nothing; what came of the last run, once more
+  tests/mutants/mutants.py --only dense_reorder   the sources whose path contains this text
+  tests/mutants/mutants.py --again                nothing; prints the results of the last run again
 
-Needs Python 3 of Debian 12 and what the tests need; nothing that has to be installed for it
-alone. Works on a copy below build/mutants; see docs/mutants.md. Ends with 1 if a mutant survives
-that neither equivalent.txt nor survivors.txt explains, if fewer than 95 % of those that are not
-equivalent are caught, or a whole run makes fewer than 500.
+Needs Python 3 of Debian 12 and the packages of the tests, and no others. Works on a copy in
+build/mutants; see docs/mutants.md. Exits with 1 in three cases: a mutant survives that neither
+equivalent.txt nor survivors.txt explains; fewer than 95 % of the mutants that are not equivalent
+are caught; a whole run makes fewer than 500 mutants.
 """
 
 import argparse
@@ -30,19 +30,19 @@ from sites import Source, render  # noqa: E402
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
 SOURCES = ['pavex/runtime', 'pavex/matrix', 'pavex/aggregator', 'pavex/comm/local_*']
-# The binaries and which of their tests; long ones apart, so that they come last.
+# The binaries and the filters of their tests. Long tests are separate, so that they run last.
 TESTS = [('runtime/runtime_test', '*'), ('matrix/matrix_test', '*'),
          ('aggregator/aggregator_test', '*'), ('aggregator/dense_test', '*'),
          ('aggregator/dense_reorder_test', '-*BeyondTheCaches*'),
          ('aggregator/dense_reorder_test', '*BeyondTheCaches*'), ('comm/local_comm_test', '*')]
 AT_LEAST, CAUGHT_SHARE = 500, 0.95
-NUMBERS_PER_FILE = 1 << 10  # mutant.h has room for those of 128 files
+NUMBERS_PER_FILE = 1 << 10  # mutant.h has room for the numbers of 128 files
 CAUGHT = ('failed', 'crashed', 'timeout')
-LOOK_EVERY, STILL_LOOKS = 5, 4  # seconds; looks at a process that waits for ever
+LOOK_EVERY, STILL_LOOKS = 5, 4  # seconds; looks without progress
 
 
 def excluded_lines(text):
-    """The lines that the measured coverage leaves out, counted from 0."""
+    """The lines that the coverage excludes, counted from 0."""
     excluded, inside = set(), False
     for number, line in enumerate(text.splitlines()):
         inside = inside or 'GCOVR_EXCL_START' in line
@@ -58,19 +58,19 @@ class Mutant:
         again = f' ({occurrence})' if occurrence > 1 else ''
         self.key = f'{path} | {site.kind}: {change}{again} | {line}'
         self.outcome = None
-        self.excluded = False  # from the coverage
+        self.excluded = False  # excluded from the coverage
 
     def unreachable(self):
         return self.excluded and self.outcome == 'not reached'
 
 
 class Tree:
-    """The copy, and the mutants in it."""
+    """The copy of the sources, and the mutants in it."""
 
     def __init__(self, build):
         self.root, self.build = build / 'tree', build / 'binaries'
-        self.dropped = build / 'dropped.txt'  # what did not compile, also for the next run
-        self.outcomes = build / 'outcomes.txt'  # a line as soon as it is known
+        self.dropped = build / 'dropped.txt'  # mutants that do not compile, also for the next run
+        self.outcomes = build / 'outcomes.txt'  # gets a line as soon as an outcome is known
         self.files, self.mutants, self.spans, self.count = {}, [], {}, 0
         for pattern in SOURCES:
             for path in sorted(ROOT.glob(pattern + ('' if '*' in pattern else '/*'))):
@@ -81,7 +81,7 @@ class Tree:
     def find(self, name, text):
         sites, keys, excluded = Source(text).sites, Counter(), excluded_lines(text)
         dropped = self.dropped.read_text().splitlines() if self.dropped.exists() else []
-        # Each file has numbers of its own: one that changes leaves the copies of the others alone.
+        # Each file has its own numbers, so a change in one does not change the copies of others.
         first = NUMBERS_PER_FILE * len(self.files)
         for site in sorted(sites, key=lambda site: (site.start, site.end)):
             site.first = first
@@ -114,7 +114,7 @@ class Tree:
                     target.write_bytes(content)
 
     def compile(self, jobs):
-        """Builds the tests; sites that do not compile are dropped on the way."""
+        """Builds the tests. Drops the sites that do not compile."""
         self.write()
         subprocess.run(
             ['cmake', '-S', self.root, '-B', self.build, '-G', 'Ninja',
@@ -122,13 +122,13 @@ class Tree:
              f'-DCMAKE_CXX_FLAGS=-w -include {HERE / "mutant.h"}', '-DPAVEX_TWO_INSTANCES=ON',
              '-DPAVEX_TOOLS=OFF', '-DPAVEX_EXAMPLES=OFF', '-DPAVEX_BENCH=OFF',
              '-DPAVEX_INSTALL=OFF'], check=True, stdout=subprocess.DEVNULL)
-        # The libraries first: most of what does not compile shows before the tests are built.
+        # The libraries come first: most mutants that do not compile show before tests are built.
         for targets in (['pavex', 'pavex_local'], {Path(path).name for path, _ in TESTS}):
             while not self.ninja(targets, jobs):
                 self.write()
 
     def ninja(self, targets, jobs):
-        """True if all is built, false if that takes another try without some sites."""
+        """Tries to build. False if some sites were dropped, so that another try is needed."""
         built = subprocess.run(['ninja', '-C', self.build, '-k', '0', '-j', str(jobs), *targets],
                                capture_output=True, text=True)
         if built.returncode == 0:
@@ -138,7 +138,7 @@ class Tree:
         return False
 
     def drop(self, errors):
-        """Takes the innermost site around each error out; false if there is none."""
+        """Drops the innermost site around each error. False if there is none."""
         dropped = set()
         for path, line, column in errors:
             name = os.path.relpath(self.build / path, self.root)
@@ -158,7 +158,7 @@ class Tree:
         return bool(dropped)
 
     def read_outcomes(self):
-        """What the last run found."""
+        """The outcomes of the last run."""
         known = dict(line.split(': ', 1)[::-1] for line in self.outcomes.read_text().splitlines())
         for mutant in self.mutants:
             mutant.outcome = known.get(f'{mutant.number} {mutant.key}')
@@ -171,7 +171,7 @@ def children_seconds():
 
 
 def times_of(session):
-    """How long each thread of the session's processes has run and waited for a processor."""
+    """How long each thread of the processes of a session has run and waited for a processor."""
     times = {}
     for process in Path('/proc').glob('[0-9]*'):
         try:
@@ -184,7 +184,7 @@ def times_of(session):
 
 
 class Test:
-    """A test binary or a part of it: how long it takes, and which mutants it reaches."""
+    """A test binary or a part of its tests, with its time and the mutants that it reaches."""
 
     def __init__(self, tree, path, pattern):
         self.path, self.pattern = tree.build / 'tests' / path, pattern
@@ -200,7 +200,7 @@ class Test:
         self.seen = seen.read_bytes()
 
     def run(self, **environment):
-        """None if every test passes, or what went wrong."""
+        """Runs the tests. None if every test passes, otherwise the kind of the failure."""
         limits = ['prlimit', '--core=0', f'--as={8 << 30}', f'--cpu={self.cpu_limit}']
         with subprocess.Popen(
                 [*limits, self.path, f'--gtest_filter={self.pattern}', '--gtest_fail_fast'],
@@ -217,7 +217,7 @@ class Test:
 
     @staticmethod
     def ends(process):
-        """False if it waits for ever. That the machine is busy, or stops it, is no such wait."""
+        """Whether the process ends. False if it waits for ever; a busy machine does not count."""
         looks, last = 0, None
         while looks < STILL_LOOKS:
             try:
@@ -264,7 +264,7 @@ def table(title, mutants, group):
 
 
 def explained(name):
-    """The survivors that a file lists."""
+    """The mutants that a file lists."""
     lines = (HERE / name).read_text().splitlines()
     return {line.strip() for line in lines if line.strip() and not line.startswith('#')}
 

@@ -1,9 +1,9 @@
-"""Finds the places of a C++ source where the library could be wrong, and writes the source in
-which each of them asks at run time whether to be.
+"""Finds the sites of a C++ source at which the library could be wrong, and writes a source in which
+each site asks at run time whether to be wrong.
 
-Reads tokens, not the language: it leans on how clang-format lays the library out (a binary
-operator stands between blanks, a template's brackets do not). What it takes for an expression
-and is none does not compile, and is then left out.
+Reads tokens only. It relies on the layout of clang-format, in which a binary operator is between
+blanks and the brackets of a template are not. A site that is not an expression does not compile and
+is then dropped.
 """
 
 import re
@@ -82,7 +82,7 @@ class Source:
         self.tokens, self.kinds, self.spans = [], [], []
         skipped_branch = False
         for match in TOKEN.finditer(self.text):
-            if match.lastgroup == 'directive':  # of two branches the first is the one compiled
+            if match.lastgroup == 'directive':  # the first of two branches is compiled
                 if re.match(r' *#\s*el', match.group()):
                     skipped_branch = True
                 elif re.match(r' *#\s*endif', match.group()):
@@ -104,7 +104,7 @@ class Source:
                     self.heads.add(i)
 
     def functions(self):
-        """The bodies of functions: the brackets' positions and the tokens in front."""
+        """The bodies of functions: the positions of their brackets and the tokens before them."""
         i, head = 0, []
         while i < len(self.tokens):
             token = self.tokens[i]
@@ -120,7 +120,7 @@ class Source:
             i += 1
 
     def find_fixed(self):
-        """The tokens whose value the compiler must know, or that are no expression."""
+        """The tokens whose value the compiler must know, or that are not an expression."""
         self.fixed = set()
         for i in range(self.begin, self.end):
             token, last = self.tokens[i], i
@@ -147,7 +147,7 @@ class Source:
         return self.spans[j - 1][1] == self.spans[j][0] and self.kinds[j - 1] == 'name'
 
     def left(self, i, precedence):
-        """The first token of the operand that ends in front of token i."""
+        """The first token of the operand that ends before token i."""
         while True:
             i -= 1
             token = self.tokens[i]
@@ -160,7 +160,7 @@ class Source:
                 return i + 1
 
     def right(self, i, precedence):
-        """The last token of the operand that starts behind token i."""
+        """The last token of the operand that starts after token i."""
         while True:
             i += 1
             token = self.tokens[i]
@@ -211,7 +211,7 @@ class Source:
                 operators.add(self.tokens[i])
             i = self.match[i] + 1 if self.tokens[i] in OPEN else i + 1
         if operators & {'==', '!='} and not operators & set(LOGIC):
-            return  # the relation exchanged is the condition negated
+            return  # exchanging the relation is the same as negating the condition
         self.add(first, last, 'condition', ['negated'], 'Mutants::Flip(%, ', ')')
 
     def number(self, i):
@@ -308,11 +308,11 @@ class Source:
 
 
 def render(text, sites):
-    """The source in which every site may be mutated; and where each site then stands."""
+    """The source in which every site may be mutated, and the position of each site in it."""
     events = []
     for order, site in enumerate(sites):
         number = str(site.first)
-        inner = 1 if site.inside else 0  # of two around the same text
+        inner = 1 if site.inside else 0  # the inner one of two sites with the same text
         events.append(((site.start, 1, -site.end, inner, order), site,
                        site.before.replace('%', number)))
         events.append(((site.end, 0, -site.start, -inner, -order), site,

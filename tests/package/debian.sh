@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# debian.sh WORK SOURCE CMAKE-ARGUMENT...: makes the Debian packages, looks at them, installs them
-# into a root of their own beside this system's list of packages, runs the command there, and
-# removes them again.
+# debian.sh WORK SOURCE CMAKE-ARGUMENT...: makes the Debian packages and examines them. Installs
+# them into a root folder of their own, with a copy of this system's list of packages. Runs the
+# command there, and removes the packages.
 set -euo pipefail
 work=$1 source=$2
 shift 2
@@ -17,7 +17,7 @@ version=$(sed -n 's/#define PAVEX_VERSION "\(.*\)"/\1/p' "$source/pavex/runtime/
 library=libpavex${version%.*}
 [ "$(ls "$work"/packages/*.deb | wc -l)" -eq 3 ]
 
-# has PACKAGE PATTERN...: each extended regular expression matches a file of the package.
+# has PACKAGE PATTERN...: checks that each extended regular expression matches a file of it.
 has() {
   local package=$1 files pattern
   shift
@@ -32,7 +32,7 @@ has libpavex-dev /usr/include/pavex/pavex.h '/usr/lib/.*/libpavex\.so' \
   /usr/share/doc/pavex/LICENSE /usr/share/doc/pavex/docs/guide.md
 has pavex /usr/bin/pavex /usr/share/man/man1/pavex.1 /usr/share/bash-completion/completions/pavex
 
-# depends PACKAGE TEXT: the package depends on that.
+# depends PACKAGE TEXT: checks that the dependencies of the package contain the text.
 depends() {
   local depends
   depends=$(dpkg-deb --field "$work/packages/${1}_$version"_*.deb Depends)
@@ -43,7 +43,7 @@ depends libpavex-dev "$library (= $version)"
 depends pavex "$library (= $version)"
 depends pavex "libstdc++6 (>="
 
-# dpkg meets the dependencies by what this system has installed.
+# dpkg satisfies the dependencies with the packages that are installed on this system.
 root=$work/root
 mkdir -p "$root/var/lib/dpkg/info" "$root/var/lib/dpkg/updates"
 cp /var/lib/dpkg/status "$root/var/lib/dpkg/"

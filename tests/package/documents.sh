@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# documents.sh WORK SOURCE: the package in WORK/moved brings the licence and every document, and the
-# links between them lead to files that it brings as well.
+# documents.sh WORK SOURCE: checks that the package in WORK/moved contains the licence and every
+# document, and that the links between them lead to files that it contains.
 set -euo pipefail
 documents=$1/moved/share/doc/pavex source=$2
 

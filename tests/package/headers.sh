@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# headers.sh WORK COMPILER...: the headers of the package in WORK/moved are the public ones, and
-# each of them compiles on its own. Headers of other libraries' matrices are left to their tests.
+# headers.sh WORK COMPILER...: checks that the headers of the package in WORK/moved are the public
+# ones, and that each compiles on its own. It omits the headers for other libraries' matrices, which
+# have their own tests.
 set -euo pipefail
 work=$1
 shift

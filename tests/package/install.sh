@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # install.sh WORK SOURCE CMAKE-ARGUMENT...: builds the library in WORK/build, installs it,
-# uninstalls it, installs it again and moves what was installed to WORK/moved, where the other tests
-# of the package use it.
+# uninstalls it, installs it again and moves the installed files to WORK/moved, where the other
+# tests of the package use them.
 set -euo pipefail
 work=$1 source=$2
 shift 2
@@ -17,7 +17,7 @@ left=$(find "$work/fresh" -not -type d)
 cmake --install "$work/build"
 mv "$work/fresh" "$work/moved"
 
-# Nothing that was installed may remember where it came from.
+# No installed file may contain the folder that it came from.
 if grep -rlF -e "$work" -e "$source" "$work/moved"; then
   echo "These files name the folder of the build, of the installation or of the sources."
   exit 1

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# refused.sh WORK FIND-ARGUMENTS TEXT...: find_package(Pavex FIND-ARGUMENTS) of the package in
-# WORK/moved fails and says each text. CONSUMER_MPI_COMPILER in the environment is the wrapper of
-# the MPI that the project finds.
+# refused.sh WORK FIND-ARGUMENTS TEXT...: checks that find_package(Pavex FIND-ARGUMENTS) of the
+# package in WORK/moved fails with a message that contains each text. The environment variable
+# CONSUMER_MPI_COMPILER is the wrapper of the MPI that the project finds.
 set -euo pipefail
 work=$1 arguments=$2
 shift 2
@@ -23,5 +23,5 @@ fi
 said=$(tr -s ' \n' ' ' <<<"$said")
 echo "$said"
 for text in "$@"; do
-  [[ $said = *"$text"* ]] || { echo "The message does not say \"$text\"."; exit 1; }
+  [[ $said = *"$text"* ]] || { echo "The message does not contain \"$text\"."; exit 1; }
 done

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# symbols.sh WORK: the shared libraries of the package in WORK/moved export the public names and
-# nothing else, and carry the version of the binary interface in their names.
+# symbols.sh WORK: checks that the shared libraries of the package in WORK/moved export the public
+# names and nothing else, and have the version of the binary interface in their names.
 set -euo pipefail
 work=$1
 
@@ -27,7 +27,7 @@ for library in $(find "$work/moved" -name 'libpavex*.so'); do
   echo "$soname: $(wc -l <<<"$names") names"
 done
 
-# Each name that a user calls by hand is there.
+# Checks that each name that a user calls is exported.
 exported=$(nm --dynamic --defined-only --demangle "$(find "$work/moved" -name libpavex.so)")
 for name in 'PavexStatusStr(int)' 'PavexVersion()' 'PavexBuildInfo()' 'vtable for Pavex::SelfComm' \
   'Pavex::Aggregator<double, int>::Update(Pavex::MatrixBase const&)' \

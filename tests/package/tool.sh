@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# tool.sh WORK: the pavex command of the package in WORK/moved finds its libraries there, works,
-# and brings its man page and its completion.
+# tool.sh WORK: checks that the pavex command of the package in WORK/moved finds its libraries
+# there, works, and has its man page and its completion.
 set -euo pipefail
 moved=$1/moved
 

@@ -2,8 +2,8 @@
 # use.sh WAY KIND WORK CONSUMERS [CMAKE-ARGUMENT...]: builds the consumer programs and runs them.
 # WAY is cmake or pkg-config (against the package in WORK/moved), add_subdirectory or FetchContent
 # (against the sources). KIND is static or shared. The environment decides two more things:
-#   CONSUMER_MPI=ON       builds the program over MPI too, and runs it by MPIEXEC, which is a
-#                         launcher with the option for the number of processes
+#   CONSUMER_MPI=ON       also builds the program over MPI, and runs it by MPIEXEC, which is a
+#                         launcher with its option for the number of processes
 #   CONSUMER_BUILD_TYPE   the build type of a project that contains the sources, Release if unset;
 #                         empty: the project sets none
 set -euo pipefail
@@ -45,7 +45,7 @@ case "$way" in
     ;;
 esac
 
-# says TEXT COMMAND...: the command succeeds and its output begins with the text.
+# says TEXT COMMAND...: checks that the command succeeds and its output begins with the text.
 says() {
   local expected=$1 said
   shift

@@ -6,7 +6,7 @@ namespace Pavex {
 
 namespace {
 
-// The flaws with which every rank comes to the refusal from the records alone.
+// The flaws for which every rank refuses the records, without any transfer.
 std::vector<RoundFlaw> FittingFlaws(Round const& round) {
   Piece const& reference = round.Reference();
   bool const pieces = round.holding == Holding::PIECES;
@@ -33,9 +33,10 @@ void WidenWhole(Round& round) {
     ++(piece.partition == 0 ? piece.globalCols : piece.globalRows);
 }
 
-// Bands of columns of a compressed-row matrix: each has the lengths of all rows, and those of
-// the later pieces do not fit behind each other. One row more than the whole has, as there is
-// room for one length too many. The same with rows and columns exchanged.
+// Turns the pieces of a compressed-row matrix into bands of columns, or those of a
+// compressed-column matrix into bands of rows. Each piece then has the lengths of all rows
+// (columns), and those of the later pieces do not fit after each other. Each piece gets one row
+// (column) more than the whole has, because there is room for one more length.
 void TurnBands(Round& round) {
   Whole const& whole = round.wholes[0];
   for (Piece& piece : round.pieces) {
@@ -91,11 +92,12 @@ void ApplyTo(Round& round, Piece& piece) {
 }  // namespace
 
 void AddFlaw(Rng& rng, Round& round) {
-  if (round.holding == Holding::ONE) return;  // nothing is compared then
+  if (round.holding == Holding::ONE) return;  // a gather then compares nothing
   std::vector<RoundFlaw> const fitting = FittingFlaws(round);
   auto const last = static_cast<long>(fitting.size()) - 1;
   round.flaw = fitting[static_cast<std::size_t>(rng.Between(0, last))];
-  // Not the first rank, whose partition decides on the mode, and which neighbours compare with.
+  // The first rank gets no flaw: its partition decides the mode, and the others are compared
+  // with it.
   auto const rank =
       static_cast<std::size_t>(rng.Between(1, static_cast<long>(round.pieces.size()) - 1));
   ApplyTo(round, round.pieces[rank]);

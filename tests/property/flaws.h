@@ -1,4 +1,4 @@
-// What makes a gather fail, added to a round that would succeed.
+// Flaws that make a gather fail, added to a round that would succeed.
 
 #pragma once
 

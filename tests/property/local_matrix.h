@@ -1,4 +1,4 @@
-// The matrix objects of the library that a random round is made of.
+// Makes the matrix objects of the library from a random round.
 
 #pragma once
 
@@ -26,13 +26,13 @@ struct ElementOf<std::complex<R>> {
   }
 };
 
-// Element `number` as generation `version` of the values has it.
+// Element `number` in version `version` of the values.
 template <typename T>
 T ValueOf(long version, long number) {
   return ElementOf<T>::From(version * 10000 + number);
 }
 
-// What stands between runs and behind the entries.
+// The value of the array elements between the runs and after the entries.
 template <typename T>
 T Filler() {
   return ElementOf<T>::From(-77);
@@ -105,7 +105,7 @@ class LocalMatrix {
   std::vector<T> const& Values() const { return mValues; }
   ArraysOf<T, I> Arrays() const { return {mRound.format, *mMatrix}; }
 
-  // Where element k, counted run by run, of a dense piece stands in the value array.
+  // The position in the value array of element k of a dense piece, counted run by run.
   std::size_t DenseIndex(long k) const {
     long const length = mPiece.RunLength();
     return static_cast<std::size_t>(k / length * mPiece.Ld(mPhase) + k % length);

@@ -8,7 +8,7 @@
 namespace Pavex {
 namespace {
 
-// Where processes spin while they wait, a job with more of them than cores crawls.
+// Processes that wait may spin, so a job with more processes than cores is very slow.
 #ifdef MPICH_VERSION
 constexpr bool kSpins = true;
 #else
@@ -28,7 +28,7 @@ TEST(AggregatorPropertyOverMpi, GathersUpdatesAndScattersAsTheModel) {
 
   for (long number = options.first; number < options.first + options.cases; ++number) {
     std::string const difference = RunCase(options.seed, number, comm);
-    // Ends the job: the other ranks would wait for this one.
+    // The failure ends the job, because the other ranks would wait for this one.
     if (!difference.empty()) FAIL() << difference << " mpi_property_test";
   }
   Log::mMaxLogLevel = LOG_ERROR;

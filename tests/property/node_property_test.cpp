@@ -9,14 +9,15 @@
 namespace Pavex {
 namespace {
 
-// Where processes keep their core while MPI waits, a job with more of them than cores crawls.
+// MPI may spin while it waits, so a job with more processes than cores is very slow.
 #ifdef MPICH_VERSION
 constexpr long kCases = 500;
 #else
 constexpr long kCases = 5000;
 #endif
 
-// Some ranks have shared blocks, others plain ones; at most `largest` processes share memory.
+// Runs the cases. The ranks that `shares` names have shared blocks, the others plain ones. At
+// most `largest` processes share memory.
 void RunCases(int largest, bool (*shares)(int rank)) {
   auto const comm = std::make_shared<NodeComm>(MPI_COMM_WORLD, largest);
   NodePool shared;

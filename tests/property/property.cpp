@@ -35,7 +35,7 @@ class CaseOf {
  private:
   using Local = LocalMatrix<T, I>;
 
-  // The values of each phase differ from those of all others.
+  // The version of the values of a phase. It differs from those of all other phases.
   long Version(Phase phase) const { return 3 * mRoundIndex + phase + 1; }
 
   std::string RunRound(Round const& round, bool intoNew) {
@@ -63,7 +63,7 @@ class CaseOf {
     Local fresh(round, mRank, SCATTERED, true, Version(GATHERED));
     difference = round.IsDense() ? CheckScatter(round, intoNew ? fresh : updated)
                                  : CheckNoScatter(updated);
-    // The arrays that the gathered matrix borrows end with this round.
+    // The arrays that the gathered matrix borrows are destroyed at the end of this round.
     if (!difference.empty()) return "after the scatter: " + difference;
     return "";
   }
@@ -90,7 +90,7 @@ class CaseOf {
     return is.First();
   }
 
-  // Gives the gathered matrix new values, scatters them and looks for each at its place.
+  // Gives the gathered matrix new values, scatters them, and checks each at its place.
   std::string CheckScatter(Round const& round, Local& local) {
     FillTarget(round);
     std::vector<T> const expected = ExpectedAfterScatter(round, local);
@@ -129,7 +129,7 @@ class CaseOf {
     return ValueOf<T>(Version(SCATTERED), 1000 * rank + k);
   }
 
-  // To be called when the gathered matrix is filled: it may be a view of `local`.
+  // Call it when the gathered matrix has its values, because that may be a view of `local`.
   std::vector<T> ExpectedAfterScatter(Round const& round, Local const& local) const {
     std::vector<T> expected = local.Values();
     if (round.holding == Holding::ONE && !round.HoldsWhole(mRank)) return expected;
@@ -150,8 +150,8 @@ class CaseOf {
     return {target.mValues.mData, target.mValues.mData + target.mValues.mSize};
   }
 
-  // Records stay until the next gather; counts and displacements until the next gather of
-  // pieces that this rank receives.
+  // Adds up the metadata that stay in use: the records until the next gather, counts and
+  // displacements until the next gather of pieces that this rank receives.
   void CountMetadata(Round const& round) {
     if (round.holding == Holding::PIECES && round.Receives(mRank)) mHasCounts = true;
   }

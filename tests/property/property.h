@@ -1,5 +1,5 @@
-// The aggregator against a model, on any communicator: random matrices are gathered, updated
-// and scattered, and every rank checks all that it can see.
+// Compares the aggregator with a model, on any communicator: random matrices are gathered,
+// updated and scattered, and every rank checks everything that it sees.
 
 #pragma once
 
@@ -13,8 +13,9 @@
 
 namespace Pavex {
 
-// Which cases to run; a case is fixed by the seed, its number and the number of ranks. Set by
-// the environment variables PAVEX_PROPERTY_SEED, PAVEX_PROPERTY_FIRST and PAVEX_PROPERTY_CASES.
+// Which cases to run. The seed, the number of the case and the number of ranks determine a
+// case. The environment variables PAVEX_PROPERTY_SEED, PAVEX_PROPERTY_FIRST and
+// PAVEX_PROPERTY_CASES set these values.
 struct PropertyOptions {
   std::uint64_t seed = 1;
   long first = 0;
@@ -25,14 +26,14 @@ struct PropertyOptions {
 
 // Runs case `number` as one rank of `comm`: two matrices of any format, one after the other on
 // one aggregator of one of the eight instances. Each is gathered, updated and, if dense,
-// scattered. Collective. Returns what went wrong first on this rank and how to see it again;
-// empty if all is right. Failures of the ledger of the memory go to GoogleTest.
-// `source`: where the memory comes from in place of the heap.
+// scattered. Collective. Returns the first fault on this rank and how to reproduce it; empty if
+// there is none. Failures of the ledger of the memory go to GoogleTest.
+// `source`: the pool that gives the memory in place of the heap.
 std::string RunCase(std::uint64_t seed, long number, std::shared_ptr<Comm> const& comm,
                     MemoryPool* source = nullptr);
 
-// The same for the case that `rng` chooses, alike on every rank; does not know how to see it
-// again.
+// Runs the case that `rng` chooses, which must be the same on every rank. The result does not
+// say how to reproduce it.
 std::string RunCase(Rng& rng, std::shared_ptr<Comm> const& comm, MemoryPool* source = nullptr);
 
 }  // namespace Pavex

@@ -7,18 +7,20 @@
 
 namespace Pavex {
 
-// A stream of numbers fixed by `seed` and `stream`; streams of one seed are independent of each
-// other. (The distributions of the standard library differ between implementations.)
+// A stream of numbers that `seed` and `stream` determine. Streams of one seed are independent
+// of each other. It does not use the distributions of the standard library, which differ
+// between implementations.
 class Rng {
  public:
   Rng(std::uint64_t seed, std::uint64_t stream) : mState(Mix(seed) ^ Mix(~stream)) {}
 
-  // The choices that `size` bytes at `bytes`, which outlive it, spell: one byte decides each of
-  // them, so that a fuzzer can change one by itself. When the bytes are used up, each is its
-  // last one.
+  // Makes choices from `size` bytes at `bytes`, which must outlive this object. One byte
+  // decides each choice, so that a fuzzer can change a single one. When the bytes are used up,
+  // each choice is its last alternative.
   Rng(std::uint8_t const* bytes, std::size_t size) : mBytes(bytes), mEnd(bytes + size) {}
 
-  // A number from `first` to `last`, both included; of the first 256 if it comes from bytes.
+  // A number from `first` to `last`, both included. If it comes from bytes, it is one of the
+  // first 256.
   long Between(long first, long last) {
     if (mBytes == mEnd && mBytes != nullptr) return last;
     auto const choices = static_cast<std::uint64_t>(last - first + 1);

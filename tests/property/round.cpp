@@ -24,7 +24,7 @@ long SmallExtent(Rng& rng) {
   return rng.OneIn(5) ? 1 : rng.Between(1, kMaxExtent);
 }
 
-// All elements of a dense rows x cols block whose first element stands at (row, col).
+// All elements of a dense rows x cols block whose first element is at (row, col).
 std::vector<Entry> DenseEntries(bool rowMajor, long row, long rows, long col, long cols,
                                 long base) {
   std::vector<Entry> entries;
@@ -40,8 +40,8 @@ std::vector<Entry> DenseEntries(bool rowMajor, long row, long rows, long col, lo
   return entries;
 }
 
-// Random entries in that block: positions may repeat, and are in no order but that which the
-// format demands.
+// Random entries in that block. Positions may repeat. The entries have only the order that the
+// format requires.
 std::vector<Entry> SparseEntries(Rng& rng, Format format, long row, long rows, long col,
                                  long cols, long base) {
   std::vector<Entry> entries;
@@ -66,7 +66,7 @@ std::vector<Entry> SparseEntries(Rng& rng, Format format, long row, long rows, l
   return entries;
 }
 
-// The storage of a piece whose shape and entries are set.
+// Chooses the storage of a piece whose shape and entries are set.
 void ChooseStorage(Rng& rng, Round const& round, Piece& piece) {
   bool const pieces = round.holding == Holding::PIECES;
   piece.hasValues = piece.withValues || rng.Coin();
@@ -76,12 +76,12 @@ void ChooseStorage(Rng& rng, Round const& round, Piece& piece) {
       padding = rng.Coin() ? rng.Between(1, 4) : 0;
     // A gathered view of a local matrix keeps its leading dimension.
     if (round.holding == Holding::ALL) piece.paddings[UPDATED] = piece.paddings[GATHERED];
-    if (pieces) piece.spare = 0;  // what a packed piece sends is its whole array
+    if (pieces) piece.spare = 0;  // a packed piece sends its whole array
     return;
   }
   piece.offsetBase = rng.OneIn(3) ? rng.Between(0, 50) : rng.Between(0, 1);
   piece.hasOffsets = !piece.entries.empty() || rng.Coin();
-  // A matrix without an element in its value array counts as one without values.
+  // A matrix whose value array is empty counts as one without values.
   if (piece.entries.empty()) piece.spare = rng.Between(1, 2);
 }
 
@@ -142,7 +142,7 @@ void MakePieces(Rng& rng, Round& round, int ranks, Piece const& common) {
     } else {
       piece.entries = SparseEntries(rng, round.format, row, piece.rows, col, piece.cols, base);
       Append(whole.entries, piece.entries);
-      // The extent across the bands is nobody's business.
+      // No rule depends on the extent across the bands.
       if (rng.OneIn(4)) (byRows ? piece.cols : piece.rows) = rng.Between(1, kMaxExtent);
     }
     ChooseStorage(rng, round, piece);
@@ -175,7 +175,7 @@ void PlaceAnywhere(Rng& rng, Piece& piece) {
   piece.partition = static_cast<int>(rng.Between(0, 3));
 }
 
-// An empty local matrix, which agrees with nobody on anything.
+// An empty local matrix that differs from all others in every respect.
 Piece MakeEmpty(Rng& rng, Round const& round, Piece const& common) {
   Piece piece = common;
   PlaceAnywhere(rng, piece);

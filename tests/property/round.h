@@ -13,13 +13,13 @@ namespace Pavex {
 
 enum class Format { DENSE_ROW, DENSE_COL, COO, CSR, CSC };
 
-// Who holds the matrix before the gather.
+// The ranks that hold the matrix before the gather: all hold pieces, one or all hold the whole.
 enum class Holding { PIECES, ONE, ALL };
 
-// What makes a gather fail on every rank with STATUS_INCONSISTENT.
+// A flaw that makes a gather fail on every rank with STATUS_INCONSISTENT.
 enum class RoundFlaw {
   NONE,
-  SOME_EMPTY,    // neither all, nor all but one, nor none of the ranks are empty
+  SOME_EMPTY,    // some ranks are empty: neither all nor all except one
   GAP,           // neighbouring bands do not touch
   PATTERN,       // the ranks disagree on the pattern code,
   ATTRIBUTE,     // the attribute code,
@@ -31,11 +31,10 @@ enum class RoundFlaw {
   WRONG_AXIS     // compressed pieces that are bands of the other dimension
 };
 
-// The local matrices of a rank: one for each operation, alike but for values and padding.
+// The local matrices of a rank, one for each operation. They differ in values and padding only.
 enum Phase { GATHERED, UPDATED, SCATTERED };
 
-// One stored element, at its place in the global matrix. `number` tells it from all others of
-// the round.
+// One stored element at its place in the global matrix. `number` is unique in the round.
 struct Entry {
   long row;
   long col;
@@ -55,13 +54,13 @@ struct Piece {
   bool withValues = true;      // the flag that the rank passes to the gather
   bool hasValues = true;       // the matrix gathered has a value array
   std::vector<Entry> entries;  // stored order; a dense piece has all elements, run by run
-  long spare = 0;              // array elements behind the entries that belong to nobody
+  long spare = 0;              // unused array elements after the entries
 
-  // Dense.
+  // Members of dense pieces.
   bool rowMajor = false;
   std::array<long, 3> paddings{};  // by phase: leading dimension minus run length
 
-  // Sparse.
+  // Members of sparse pieces.
   int part = 0;
   long offsetBase = 0;
   bool hasOffsets = true;    // false only without entries
@@ -101,7 +100,7 @@ struct Round {
   Whole const& WholeOn(int rank) const {
     return wholes[holding == Holding::ALL ? static_cast<std::size_t>(rank) : 0];
   }
-  // The piece whose description the gathered matrix takes over.
+  // The piece whose description the gathered matrix gets.
   Piece const& Reference() const { return PieceOf(holding == Holding::ONE ? holder : 0); }
 
   // The row or column by which a compressed format orders an entry, and how many there are.
@@ -115,7 +114,7 @@ struct Round {
 
 Round MakeRound(Rng& rng, int ranks);
 
-// For messages, like "csr, pieces, to all, with values".
+// A text for messages, like "csr, pieces, to all, with values".
 std::string Describe(Round const& round);
 
 }  // namespace Pavex

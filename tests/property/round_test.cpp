@@ -1,4 +1,4 @@
-// The model itself: that it reaches every kind of case, and that its pieces make up its whole.
+// Tests of the model itself: it reaches every kind of case, and its pieces make up its whole.
 
 #include "tests/property/round.h"
 
@@ -13,7 +13,7 @@ namespace {
 constexpr int kMaxRanks = 7;
 constexpr long kRoundsPerRankCount = 3000;
 
-// Hands every round to `look`.
+// Calls `look` with every round.
 template <typename Look>
 void ForEachRound(int firstRanks, Look look) {
   for (int ranks = firstRanks; ranks <= kMaxRanks; ++ranks) {

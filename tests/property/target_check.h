@@ -1,4 +1,4 @@
-// Whether a gathered matrix is the one that a random round must give.
+// Checks whether a gathered matrix is the one that a random round must give.
 
 #pragma once
 
@@ -13,7 +13,7 @@
 
 namespace Pavex {
 
-// Keeps the first thing that is not as it must be.
+// Keeps the first difference from what is expected.
 class Differences {
  public:
   template <typename A, typename B>
@@ -35,8 +35,8 @@ class Differences {
 template <typename T, typename I>
 class TargetCheck {
  public:
-  // `indices`: the local matrix that was gathered. `values`: the one whose values came last, in
-  // `phase` and with `version`; `moved` tells whether values were to come at all.
+  // `indices`: the local matrix that was gathered. `values`: the local matrix whose values came
+  // last, in `phase` and with `version`. `moved`: values had to come at all.
   TargetCheck(Round const& round, int rank, LedgerPool const& pool,
               LocalMatrix<T, I> const& indices, LocalMatrix<T, I> const& values, Phase phase,
               long version, bool moved)
@@ -147,7 +147,8 @@ class TargetCheck {
     CheckArray("second index array", *target.second, *mIndices.Arrays().second, second, whole);
   }
 
-  // Whether a holder's offsets go to another rank; missing ones are replaced by zeros then.
+  // Whether the offsets of a holder go to another rank. Missing ones are then replaced by
+  // zeros.
   bool OffsetsTravel() const {
     return mRound.holding == Holding::ONE && (mRound.toAll || mRound.holder != 0);
   }
@@ -178,8 +179,8 @@ class TargetCheck {
       CheckElement(name, array.mData, k, expected[k]);
   }
 
-  // Adds up what stands at each position, read from the gathered arrays alone, and compares
-  // with the same sums over the model's entries.
+  // Adds up the values at each position, which it reads from the gathered arrays alone.
+  // Compares them with the sums over the entries of the model.
   void CheckSums(MatrixBase const& target, ArraysOf<T, I> const& arrays) {
     if (!mWithElements || arrays.values->mSize == 0 ||
         (mRound.IsCompressed() && arrays.first->mSize == 0))

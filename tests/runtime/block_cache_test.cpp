@@ -95,7 +95,7 @@ TEST(BlockCache, OrdersBlocksByAge) {
   EXPECT_EQ(order, (std::vector<std::size_t>{200, 400, 100}));
 }
 
-// Against a plain list of what is kept, over sizes that meet in the same chains.
+// Compares the cache with a plain list of the kept blocks. Some sizes are in the same chain.
 TEST(BlockCache, FindsEveryBlockAfterAnyOrderOfCalls) {
   std::vector<Block> blocks(300);
   std::vector<Block*> idle;

@@ -1,4 +1,4 @@
-// What repeated operations ask of the system: from the third repetition on nothing.
+// Repeated operations request nothing from the system from the third repetition on.
 
 #include "pavex/aggregator/aggregator.h"
 #include "pavex/comm/local_comm.h"
@@ -19,13 +19,14 @@ namespace {
 constexpr int kRanks = 2;
 constexpr std::size_t kSlack = std::size_t{4} << 20;
 
-// The faults of blocks that are not kept are the same in every run. Others come once: code that
-// runs for the first time, such as waiting for a slower rank, and pages that the system moves.
+// Blocks that are not kept cause the same page faults in every run. Other faults happen once,
+// for code that runs for the first time, such as waiting for a slower rank, and for pages that
+// the system moves. So the tests repeat a run.
 constexpr int kRuns = 3;
 
-// Counts the calls in which the pool takes a block from the system or gives memory back to it:
-// whatever it holds, in number of blocks and in bytes, changes only then. A block taken in
-// exchange for another of the same size could be missed, but then the other had served.
+// Counts the calls in which the pool takes a block from the system or gives memory back to it.
+// Only then the number of its blocks or bytes changes. An exchange of a block for another one
+// of the same size would not count, but the pool would use that block instead.
 class TrafficPool : public MemoryPool {
  public:
   PavexStatus Allocate(void** block, std::size_t bytes) override {
@@ -67,9 +68,9 @@ class TrafficPool : public MemoryPool {
 #endif
 #endif
 
-// AddressSanitizer holds back what the program frees, so that each repetition faults in other
-// pages of the heap. ThreadSanitizer writes what each thread does into pages of its own. With
-// them only the traffic of the pool counts.
+// AddressSanitizer keeps freed memory, so each repetition faults in other pages of the heap.
+// ThreadSanitizer writes the actions of each thread into its own pages. With these sanitizers
+// only the traffic of the pool counts.
 long PageFaultsOfThisThread() {
 #ifdef PAVEX_FAULTS_OF_OTHERS
   return 0;
@@ -82,8 +83,8 @@ long PageFaultsOfThisThread() {
 
 enum Format { DENSE, COO, CSR, CSC };
 
-// One rank's half of a matrix of 16 columns without a zero: a band of rows or, in compressed
-// columns, of columns.
+// One rank's half of a full matrix of 16 columns: a band of rows or, in compressed columns, a
+// band of columns.
 struct Piece {
   std::vector<int> ptr;
   std::vector<int> row;
@@ -142,8 +143,8 @@ class Job {
  public:
   explicit Job(std::vector<Matrix> const& matrices) : mMatrices(matrices) {}
 
-  // Runs the operations in an order of chance that starts with a gather of each matrix, and
-  // counts faults and traffic from the third repetition of each on.
+  // Runs the operations in a random order that starts with a gather of each matrix. Counts
+  // faults and traffic from the third repetition of each operation on.
   void Run(std::vector<Operation> const& operations, unsigned seed) {
     LocalComm::Run(kRanks, [&](std::shared_ptr<Comm> const& comm) {
       TrafficPool pool;
@@ -224,7 +225,7 @@ void ExpectQuiet(std::vector<Matrix> const& matrices, std::vector<Operation> con
   EXPECT_EQ(faults, 0) << label;
 }
 
-// 128 bytes of values a row: from 4 KB to 25 MB.
+// Each row has 128 bytes of values, so the values are 4 KB to 25 MB.
 constexpr long kRows[] = {32, 512, 2048, 4100, 8192, 20000, 33000, 70000, 200000};
 constexpr Format kFormats[] = {DENSE, COO, CSR, CSC};
 
@@ -260,7 +261,8 @@ TEST(AggregatorsThatShareAPool, AskNothingOfTheSystem) {
                     1);
 }
 
-// The rank that only sends holds one packed piece at a time: the limit is below the sum of two.
+// The rank that only sends holds one packed piece at a time, so its limit is less than two
+// pieces.
 TEST(AggregatorsThatShareAPool, LendLargerBlocksWhereTheLimitLeavesNoRoomForNewOnes) {
   ExpectQuiet({{DENSE, 240000}, {DENSE, 230000}}, {GATHER, UPDATE, SCATTER}, 1);
 }

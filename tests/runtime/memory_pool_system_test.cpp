@@ -1,4 +1,4 @@
-// What the pool takes from the system, and what the system has back.
+// The memory that the pool takes from the system, and the memory that it gives back.
 
 #include "pavex/runtime/memory_pool.h"
 
@@ -30,7 +30,7 @@ unsigned char* PutWritten(MemoryPool& pool, std::size_t bytes) {
   return static_cast<unsigned char*>(block);
 }
 
-// Whether memory stands behind the page of `address`.
+// Whether the page of `address` has memory.
 bool IsBacked(unsigned char* address) {
   auto const page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
   auto const past = reinterpret_cast<std::uintptr_t>(address) % page;
@@ -74,7 +74,8 @@ TEST(MemoryPoolAndSystem, GivesTheMemoryBehindTheTailOfALargeBlockBack) {
   EXPECT_FALSE(IsBacked(block + 8 * kMiB - 1));
 }
 
-// A mapping of 8 MiB and 64 KiB holds the block; the page behind it is free for others.
+// A mapping of 8 MiB and 64 KiB contains the block. The page after it is free for other
+// mappings.
 TEST(MemoryPoolAndSystem, LeavesTheMemoryBehindTheMappingOfALargeBlockAlone) {
   auto const page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   MemoryPool pool;

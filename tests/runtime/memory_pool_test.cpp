@@ -44,8 +44,7 @@ long PageFaults() {
   return usage.ru_minflt + usage.ru_majflt;
 }
 
-// The flags of the mapping that holds `address`, as the kernel lists them; empty if it does
-// not.
+// The flags of the mapping that contains `address`; empty if the kernel does not list them.
 std::string MappingFlags(void const* address) {
   auto const wanted = reinterpret_cast<std::uintptr_t>(address);
   std::ifstream maps("/proc/self/smaps");
@@ -131,8 +130,8 @@ TEST(MemoryPool, TakesANewBlockForARequestOfAnotherSizeWithinTheLimit) {
   pool.Deallocate(other, 49);
 }
 
-// Of 6 MiB at the peak: 13 MiB may be held, so 4 MiB beyond the two blocks would be too much,
-// and 3.5 MiB next to requests that use 6.
+// The peak is 6 MiB, so the pool may hold 13 MiB. It holds blocks of 6 and 5 MiB, so a new
+// block of 4 MiB would be too much.
 TEST(MemoryPool, ServesARequestFromTheSmallestLargerBlockRatherThanExceedTheLimit) {
   MemoryPool pool;
   pool.Deallocate(Take(pool, 6 * kMiB), 6 * kMiB);
@@ -143,7 +142,7 @@ TEST(MemoryPool, ServesARequestFromTheSmallestLargerBlockRatherThanExceedTheLimi
 
   EXPECT_EQ(smaller, block);
   EXPECT_EQ(pool.BytesInUse(), 4 * kMiB);
-  EXPECT_EQ(pool.BytesCached(), 7 * kMiB);  // one of them behind the request
+  EXPECT_EQ(pool.BytesCached(), 7 * kMiB);  // one of them is unused, after the request
   EXPECT_EQ(pool.BlocksCached(), 1U);
   pool.Deallocate(smaller, 4 * kMiB);
   EXPECT_EQ(pool.BytesCached(), 11 * kMiB);
@@ -164,7 +163,7 @@ TEST(MemoryPool, LeavesNoMoreUnusedBehindRequestsThanTheLimitLeavesAboveThePeak)
   pool.Deallocate(small, 8 * kMiB - 1);
 }
 
-// A trimmed block of the very size would take from the system what a larger one has.
+// A trimmed block of the same size would take memory from the system that the larger one has.
 TEST(MemoryPool, PrefersAWholeLargerBlockToATrimmedOneOfTheSize) {
   MemoryPool pool;
   constexpr std::size_t kSmall = 15 * kMiB;

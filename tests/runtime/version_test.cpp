@@ -9,7 +9,7 @@ std::string Dotted(int major, int minor, int patch) {
   return std::to_string(major) + "." + std::to_string(minor) + "." + std::to_string(patch);
 }
 
-// Of this test, which is compiled by the same one as the library.
+// The compiler of this test, which also compiled the library.
 std::string ThisCompiler() {
 #if defined(__clang__)
   return "Clang " + Dotted(__clang_major__, __clang_minor__, __clang_patchlevel__);

@@ -1,4 +1,4 @@
-// One process alone: nothing but Pavex::pavex.
+// A program of one process. It links Pavex::pavex only.
 
 #include "gather.h"
 

@@ -1,5 +1,5 @@
-// What each consumer program does on each of its ranks: two rows of a matrix with four columns
-// are gathered on rank 0, and checked there.
+// The work of each rank of the consumer programs. Rank 0 gathers two rows of each rank, of a
+// matrix with four columns, and checks them.
 
 #pragma once
 
@@ -32,7 +32,7 @@ inline bool GatherIsRight(std::shared_ptr<Pavex::Comm> const& comm) {
   return true;
 }
 
-// The library that was found at run time is the one whose headers were found.
+// Whether the library that was found at run time is that of the headers.
 inline bool VersionIsRight() {
   return std::strcmp(PavexVersion(), PAVEX_VERSION) == 0;
 }

@@ -1,4 +1,4 @@
-// Three threads as ranks: Pavex::local.
+// A program with three threads as ranks. It links Pavex::local.
 
 #include "gather.h"
 

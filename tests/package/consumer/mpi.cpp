@@ -1,4 +1,4 @@
-// The processes of an MPI job: Pavex::mpi.
+// A program whose ranks are the processes of an MPI job. It links Pavex::mpi.
 
 #include "gather.h"
 

@@ -1,4 +1,4 @@
-// What the command says to input that it cannot use: one line, exit code 1, no file.
+// Input that the command cannot use: it prints one line, exits with 1 and writes no file.
 
 #include "run_pavex.h"
 #include "tests/tools/temporary_folder.h"
@@ -133,7 +133,7 @@ TEST(BadSize, IsNamedWithTheCure) {
   ExpectRefused({"plan", "--generate", "poisson3d:3", "--ranks", "28"},
                 "28 ranks cannot share 27 rows without one left empty: use --ranks 27 or "
                 "--partition entries");
-  // The right-hand sides are cut by rows in any case.
+  // The right-hand sides are always cut by rows.
   ExpectRefused({"solve", "--generate", "poisson3d:3", "--ranks", "28"},
                 "28 ranks cannot share 27 rows without one left empty: use --ranks 27");
   ExpectRefused(
@@ -213,7 +213,7 @@ TEST(BadOutput, LeavesNothingBehind) {
   EXPECT_TRUE(folder.Names().empty());
 }
 
-// The input is looked at later.
+// The command checks the output before the input.
 TEST(BadOutput, IsNamedBeforeTheWork) {
   TemporaryFolder folder;
   std::string const missing = folder.Path("missing/x");

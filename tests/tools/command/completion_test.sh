@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# completion_test.sh PAVEX COMPLETION: what bash offers after the beginning of a command line.
+# completion_test.sh PAVEX COMPLETION: what bash offers after the beginning of a line.
 set -uo pipefail
 pavex=$1
 . "$2"
-compopt() { :; }  # works inside a real completion alone
+compopt() { :; }  # works only inside a real completion
 
-# offers EXPECTED WORD...: the words after pavex, the last one unfinished, give the expected ones.
+# offers EXPECTED WORD...: checks the completions of these words, the last unfinished.
 offers() {
   local expected=$1
   shift
@@ -37,8 +37,8 @@ offers "A.mtx B.mtx" gather ""
 offers "A.mtx" gather --scatter A
 offers "B.mtx" gather --output B
 
-# Each option is offered, and each word that an option takes by the command's own refusal of
-# another one.
+# Each option is offered, and each word of its values. The command's refusal of a wrong word lists
+# those words.
 subcommands=$("$pavex" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z][a-z-]*\) .*/\1/p')
 words=0
 for subcommand in $subcommands; do

@@ -58,7 +58,8 @@ struct Cut {
 
 class GatherCommand : public testing::TestWithParam<Cut> {};
 
-// Each run with two updates; dense ones padded and scattered back, compressed ones from base 1.
+// Each run makes two updates. Dense matrices are padded and scattered back; compressed ones
+// have base 1.
 TEST_P(GatherCommand, VerifiesEveryTypeOnOneToSevenRanks) {
   std::string const format = GetParam().format;
   std::string const partition = GetParam().partition;
@@ -70,7 +71,7 @@ TEST_P(GatherCommand, VerifiesEveryTypeOnOneToSevenRanks) {
   for (int ranks = 1; ranks <= 7; ++ranks) {
     Words words = Join(common, {"--ranks", std::to_string(ranks)});
     if (partition == "one") words = Join(words, {"--holder", std::to_string(ranks / 2)});
-    int turn = ranks;  // all types meet both receivers
+    int turn = ranks;  // tests all types with both receivers
     for (Types const& types : kTypes) {
       char const* const to = ++turn % 2 == 0 ? "root" : "all";
       ExpectVerified(Join(words, {"--value", types.value, "--index", types.index, "--to", to}));
@@ -250,7 +251,8 @@ TEST(PavexCommand, TellsItsVersionAndTeachesByExample) {
   EXPECT_THAT(help.output, HasSubstr("pavex gather --generate poisson3d:100 --format csr"));
 }
 
-// The folder that PAVEX_MATRIX_DIR names; without it one with a matrix of each kind.
+// The folder that PAVEX_MATRIX_DIR names. If it is not set, a folder with a matrix of each
+// kind.
 class MatrixFolder : public testing::Test {
  protected:
   std::vector<std::string> Files() {

@@ -1,4 +1,4 @@
-// The page about --json and the files that --json writes name the same fields.
+// Checks that the page about --json names the same fields as the files that --json writes.
 
 #include "run_pavex.h"
 #include "tests/tools/temporary_folder.h"
@@ -18,7 +18,7 @@ namespace {
 
 using nlohmann::json;
 using Words = std::vector<std::string>;
-// Each as "gather pieces[].rows integer".
+// Fields, each as a text like "gather pieces[].rows integer".
 using Fields = std::set<std::string>;
 
 std::string TypeOf(json const& value) {
@@ -47,7 +47,7 @@ void CollectRun(Words words, Fields& fields) {
   Collect(command + " ", report, fields);
 }
 
-// Of runs that write every field.
+// The fields in the files of runs that write every field.
 Fields WrittenFields() {
   TemporaryFolder const folder;
   std::string const banner = "%%MatrixMarket matrix ";
@@ -66,7 +66,7 @@ Fields WrittenFields() {
   return fields;
 }
 
-// Of the table rows "| `FIELD` | COMMAND, COMMAND | TYPE | ... |".
+// The fields in the table rows "| `FIELD` | COMMAND, COMMAND | TYPE | ... |" of the page.
 Fields DescribedFields() {
   std::regex const row("\\| `([^`]+)` \\| ([a-z, ]+) \\| ([a-z]+) \\| .+ \\|");
   Fields fields;
@@ -94,7 +94,7 @@ TEST(JsonPage, DescribesTheFieldsThatTheCommandWrites) {
 
   EXPECT_GT(written.size(), 60U);
   EXPECT_THAT(Without(written, described), testing::IsEmpty()) << "not on the page";
-  EXPECT_THAT(Without(described, written), testing::IsEmpty()) << "on the page alone";
+  EXPECT_THAT(Without(described, written), testing::IsEmpty()) << "only on the page";
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# man_page_test.sh PAVEX MAN-PAGE: the man page has an entry for each subcommand and each option
-# that --help lists, for no other ones, and formats without a warning.
+# man_page_test.sh PAVEX MAN-PAGE: checks that the man page has an entry for each subcommand and
+# each option that --help lists, and no other entries, and that it formats without a warning.
 set -euo pipefail
 pavex=$1 page=$2
 
-# The options that a help text lists, one a line.
+# Prints the options that a help text lists, one on each line.
 listed() { sed -n 's/^  \(-h,\)\{0,1\}\(--[a-z][a-z-]*\).*/\2/p'; }
 subcommands=$("$pavex" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z][a-z-]*\) .*/\1/p')
 [ -n "$subcommands" ]
@@ -20,11 +20,11 @@ options=$({ "$pavex" --help; for name in $subcommands; do "$pavex" "$name" --hel
 entries=$(sed -n '/^\.TP/{n;s/^\.BI\{0,1\}R\{0,1\} \(-h ", " \)\{0,1\}\(--[a-z][a-z-]*\).*/\2/p}' \
   <<<"$plain" | sort -u)
 diff <(echo "$options") <(echo "$entries") ||
-  { echo "< is in --help alone, > in the man page alone."; exit 1; }
+  { echo "< is only in --help, > is only in the man page."; exit 1; }
 [ "$(wc -l <<<"$options")" -gt 10 ]
 
 if command -v groff >/dev/null; then
   warnings=$(groff -man -Tutf8 -ww -z "$page" 2>&1)
   [ -z "$warnings" ] || { echo "$warnings"; exit 1; }
 fi
-echo "The man page tells of $(wc -l <<<"$options") options."
+echo "The man page describes $(wc -l <<<"$options") options."

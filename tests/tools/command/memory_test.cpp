@@ -1,4 +1,4 @@
-// What the command does where memory runs out: one line, exit code 1, no file, no delay.
+// Memory that runs out: the command prints one line, exits with 1 at once and writes no file.
 
 #include "run_pavex.h"
 #include "tests/tools/temporary_folder.h"
@@ -26,7 +26,8 @@ void ExpectNoRoom(long megabytes, Words words, std::string const& errors) {
   EXPECT_THAT(folder.Names(), testing::IsEmpty());
 }
 
-// Far from both ends: within 250 megabytes the pieces may not fit, within 800 some factors do.
+// Expects that the factors do not fit into `megabytes`. Useful limits are well between 250,
+// where the pieces may not fit, and 800, where some factors do.
 void ExpectNoFactors(char const* value, long megabytes) {
   for (char const* to : {"root", "all"})
     ExpectNoRoom(megabytes,
@@ -45,7 +46,7 @@ TEST(Memory, ThatDoesNotSufficeForTheFactorsOfEigenIsSaid) {
   ExpectNoFactors("complex-float", 400);
 }
 
-// OpenBLAS takes 128 MiB for a start.
+// OpenBLAS takes 128 MiB at its start.
 TEST(Memory, ThatDoesNotSufficeForTheBlasIsSaid) {
   ExpectNoRoom(120, {"solve", "--generate", "poisson2d:4", "--ranks", "1"}, kNoFactors);
 }
@@ -70,7 +71,7 @@ TEST(Memory, ThatDoesNotSufficeForTheInputIsSaidWithItsEntries) {
                "pavex: " + file + ": not enough memory for 8000000 entries\n");
 }
 
-// On a rank that takes part in the gather, or on the one that holds the pieces.
+// Memory runs out on a rank that takes part in the gather, or on the one that holds the pieces.
 TEST(Memory, ThatDoesNotSufficeForTheGatherIsSaid) {
   ExpectNoRoom(
       150, {"gather", "--generate", "poisson3d:90", "--ranks", "2"},

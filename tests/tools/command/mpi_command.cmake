@@ -1,4 +1,4 @@
-# The pavex command under launchers of MPI jobs; also of a build without MPI, which must refuse them.
+# Tests the pavex command with launchers of MPI jobs. A build without MPI must refuse them.
 
 include(${PROJECT_SOURCE_DIR}/cmake/PavexMpiTest.cmake)
 
@@ -6,8 +6,8 @@ set(once bash ${CMAKE_CURRENT_SOURCE_DIR}/once.sh)
 set(verified "verified: every entry is that of the input.*")
 set(pavex $<TARGET_FILE:pavex_command>)
 
-# A launcher that announces a job in which the command finds itself alone: it must not do the work
-# once per process, and one process speaks for all.
+# A launcher announces a job, but the command is alone in it. It must not do the work once for each
+# process, and only one process may print.
 set(alone "announces a job of 3 processes, but this process finds itself alone, .*")
 foreach(variable OMPI_COMM_WORLD PMI)
   add_test(NAME command.announced.${variable}
@@ -90,20 +90,20 @@ command_job(ranks 2 succeeds ${verified} ${generated} --ranks 2)
 command_job(local 1 succeeds "coo of double with int indices, cut by rows, gathered on rank 0"
             ${generated} --comm local --ranks 4)
 
-# Failures of all processes alike.
+# Failures that all processes have.
 command_job(bad_option 3 fails "pavex: unknown option .--bad.. see .*" --bad)
 command_job(bad_ranks 3 fails "pavex: --ranks 2 in an MPI job whose size is 3: .*"
             ${generated} --ranks 2)
 command_job(no_file 3 fails "pavex: absent.mtx: .*" absent.mtx)
 command_job(too_many 4 fails "pavex: 4 ranks cannot share 2 rows .*" --generate dense:2x2)
 
-# Failures of one process, which the others cannot know of: on rank 0 at the end, on rank 1 while
+# Failures of one process that the others cannot know: on rank 0 at the end, and on rank 1 while
 # rank 0 waits for it.
 command_job(no_output 3 fails "pavex: absent/whole.mtx: .*" ${generated} --output absent/whole.mtx)
 command_job(one_without_file 1 fails "pavex: absent.mtx: .*"
             ${file} : ${MPIEXEC_NUMPROC_FLAG} 1 ${pavex} gather absent.mtx)
 
-# Rank 0 alone draws, and alone finds out that it cannot.
+# Only rank 0 draws, so only rank 0 finds out that it cannot.
 if(PAVEX_CAIRO)
   command_job(plot 3 succeeds ${verified} ${generated} --partition entries
               --plot ${CMAKE_CURRENT_BINARY_DIR}/pattern.svg)

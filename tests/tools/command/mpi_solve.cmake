@@ -1,4 +1,4 @@
-# `pavex solve` as MPI jobs.
+# Tests `pavex solve` as MPI jobs.
 
 # solve_job(<name> <processes> <how> <line> <argument>...)
 function(solve_job name processes how line)
@@ -17,7 +17,7 @@ foreach(processes 1 2 4)
 endforeach()
 solve_job(held_elsewhere 3 succeeds ${solved} ${problem} --partition one --holder 2)
 
-# Each process keeps its own part of both files. The solution is 1 2 3 4, of which one line shows.
+# Each process keeps its own part of both files. The solution is 1 2 3 4; the test checks one line.
 set(diagonal ${CMAKE_CURRENT_BINARY_DIR}/diagonal.mtx)
 file(WRITE ${diagonal} "%%MatrixMarket matrix coordinate real general
 4 4 4\n1 1 2\n2 2 4\n3 3 5\n4 4 10\n")
@@ -30,7 +30,7 @@ endforeach()
 solve_job(files.to_all 3 succeeds "3 0" ${diagonal} --rhs-file ${right} --partition one --holder 1
           --value complex-double --to all --output /dev/stdout)
 
-# Failures that only the receiver meets, and every process has to hear of.
+# Failures that only the receiver meets, and that must reach every process.
 set(singular ${CMAKE_CURRENT_BINARY_DIR}/singular.mtx)
 file(WRITE ${singular} "%%MatrixMarket matrix coordinate real general
 4 4 6\n1 1 1\n1 2 1\n2 1 1\n2 2 1\n3 3 1\n4 4 1\n")

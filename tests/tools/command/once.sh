@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# once.sh succeeds|fails LINE COMMAND...: the command succeeds (fails) and prints, on either stream,
-# exactly one line that begins with the first word of LINE; the basic regular expression LINE
-# describes the whole of it.
+# once.sh succeeds|fails LINE COMMAND...: checks that the command succeeds (fails) and prints, on
+# either stream, exactly one line that begins with the first word of LINE. The basic regular
+# expression LINE must match the whole line.
 set -uo pipefail
 how=$1 line=$2
 shift 2

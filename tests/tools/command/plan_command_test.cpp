@@ -1,4 +1,4 @@
-// The real command plans what the real command then reports.
+// The plan of the real command agrees with its report of the gather.
 
 #include "run_pavex.h"
 #include "tests/tools/temporary_folder.h"
@@ -79,7 +79,7 @@ TEST(PlanCommand, ShowsEveryRankOnRequest) {
   EXPECT_THAT(result.output, HasSubstr("\n    50  "));
 }
 
-// The plan and the gather both succeed or both fail, in the same words.
+// Expects that the plan and the gather both succeed, or both fail with the same message.
 void ExpectAgreement(std::string const& input, Words options) {
   options.insert(options.begin(), {"", input, "--log-level", "silent"});
   SCOPED_TRACE(testing::PrintToString(options));
@@ -103,8 +103,8 @@ void PrintTo(Cuts const& cuts, std::ostream* out) {
 
 class PlanOfGaps : public testing::TestWithParam<Cuts> {};
 
-// Of matrices of 4 x 4: without entries, with some in the first row alone, in the first column
-// alone, and in the first and the third row.
+// The matrices are 4 x 4. They have no entries, or entries only in the first row, only in the
+// first column, or in the first and the third row.
 TEST_P(PlanOfGaps, AgreesWithTheGather) {
   TemporaryFolder const folder;
   std::string const banner = "%%MatrixMarket matrix coordinate real general\n4 4 ";

@@ -1,4 +1,4 @@
-// What --plot draws: the real command, and its pictures read back.
+// The pictures of --plot. The tests run the real command and read its files.
 
 #include "png_image.h"
 #include "run_pavex.h"
@@ -26,7 +26,7 @@ constexpr Colour kPaleGreen{217, 240, 234};
 constexpr Colour kViolet{68, 1, 84};
 constexpr Colour kYellow{253, 231, 37};
 
-// In a sanitized build some leaks are not ours.
+// Runs the command. Some leaks that a sanitizer would report are those of other libraries.
 void Draw(Words const& words) {
   setenv("LSAN_OPTIONS", "suppressions=" PAVEX_LEAKS ":print_suppressions=0", 0);
   CommandResult const result = RunPavex(words);
@@ -40,8 +40,8 @@ std::string const kSmall =
     "%%MatrixMarket matrix coordinate real general\n"
     "5 7 9\n1 1 1\n1 2 1\n2 7 1\n3 3 1\n3 4 1\n4 4 1\n5 5 1\n5 1 1\n5 6 1\n";
 
-// Who holds what by the picture of that matrix: the number of a rank, a letter for its zeros, a
-// dot for nothing.
+// Which rank holds an element, by the picture of that matrix: the number of the rank, a letter
+// for its zeros, or a dot for nothing.
 char HolderAt(Raster const& picture, long row, long col) {
   constexpr long kLeft = 200;
   constexpr long kTop = 216;
@@ -145,7 +145,7 @@ TEST(GatherPlot, ShowsZerosOfADenseMatrixPale) {
                           "0abb22c"));
 }
 
-// What the scatter sends is nowhere zero.
+// No value that the scatter sends is zero.
 TEST(GatherPlot, ShowsTheMatrixBeforeTheScatter) {
   EXPECT_EQ(Holders({"--format", "dense-row", "--scatter"}),
             Holders({"--format", "dense-row"}));
@@ -230,7 +230,8 @@ TEST(SolvePlot, DrawsEveryProblem) {
   }
 }
 
-// The line through three components, two of them alike, over the range of all doubles.
+// The picture has the line through three components, two of them equal, over the range of all
+// doubles.
 TEST(SolvePlot, TakesTheLargestValues) {
   TemporaryFolder folder;
   std::string const a = folder.Write("a.mtx",

@@ -8,7 +8,7 @@
 
 namespace Pavex::Tool {
 
-// The pixels of the file whose bytes these are. Throws std::runtime_error.
+// The pixels of the file with these bytes. Throws std::runtime_error.
 Raster ReadPng(std::string const& bytes);
 
 }  // namespace Pavex::Tool

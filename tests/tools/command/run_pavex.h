@@ -16,7 +16,7 @@ struct CommandResult {
 // Runs `pavex` with these arguments; its standard output and error are files.
 CommandResult RunPavex(std::vector<std::string> const& arguments);
 
-// Likewise with that much address space; ends it after a minute, with exit code 124.
+// Runs `pavex` with this much address space. Ends it after a minute, with exit code 124.
 CommandResult RunPavexWithin(long megabytes, std::vector<std::string> const& arguments);
 
 }  // namespace Pavex::Tool

@@ -61,7 +61,7 @@ struct Cut {
 
 class SolveCommand : public testing::TestWithParam<Cut> {};
 
-// Each run with one update, two right-hand sides and padded columns.
+// Each run makes one update, with two right-hand sides and padded columns.
 TEST_P(SolveCommand, SolvesWithEveryTypeOnOneToFourRanks) {
   std::string const partition = GetParam().partition;
   Words const common = {"--generate",  "convection2d:5",
@@ -73,7 +73,7 @@ TEST_P(SolveCommand, SolvesWithEveryTypeOnOneToFourRanks) {
   for (int ranks = 1; ranks <= 4; ++ranks) {
     Words words = Join(common, {"--ranks", std::to_string(ranks)});
     if (partition == "one") words = Join(words, {"--holder", std::to_string(ranks - 1)});
-    int turn = ranks;  // both types of index and both receivers meet every type of value
+    int turn = ranks;  // tests every value type with both index types and receivers
     for (std::string const value : {"float", "double", "complex-float", "complex-double"}) {
       char const* const index = turn % 2 == 0 ? "int" : "long";
       char const* const to = turn / 2 % 2 == 0 ? "root" : "all";
@@ -124,7 +124,7 @@ TEST(SolveReport, ShowsTimesBytesResidualsAndTheShareOfTheAggregation) {
   EXPECT_THAT(result.output, HasSubstr("\naggregation: "));
 }
 
-// 64 entries: (8 + 4) bytes each and 17 offsets; 16 elements of the right-hand side.
+// The matrix has 64 entries of 8 + 4 bytes and 17 offsets; the right-hand side has 16 elements.
 TEST(SolveReport, CountsTheBytesThatArrive) {
   Json const report =
       Solve({"--generate", "convection2d:4", "--format", "csr", "--steps", "1"});
@@ -207,7 +207,7 @@ INSTANTIATE_TEST_SUITE_P(All, GatherCuts,
                            return name;
                          });
 
-// Real problems from PAVEX_MATRIX_DIR, where it is set.
+// Solves real problems from PAVEX_MATRIX_DIR, if it is set.
 TEST(SolveMatrixFolder, SolvesRealProblems) {
   char const* const folder = std::getenv("PAVEX_MATRIX_DIR");
   Words files = {"--generate random:200"};

@@ -1,4 +1,4 @@
-// What `pavex solve` refuses or cannot do, to the letter.
+// The exact messages of `pavex solve` about what it refuses or cannot do.
 
 #include "run_pavex.h"
 #include "tests/tools/temporary_folder.h"
@@ -24,7 +24,7 @@ void ExpectFailure(Words words, std::string const& line) {
   EXPECT_EQ(result.output, "");
 }
 
-// Any solver's words about a zero pivot.
+// Expects the message of any solver about a zero pivot.
 void ExpectSingular(Words words, std::string const& before = "") {
   words.insert(words.begin(), "solve");
   CommandResult const result = RunPavex(words);

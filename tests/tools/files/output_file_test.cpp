@@ -74,7 +74,7 @@ TEST(OutputFileDeathTest, LeavesNothingWhenASignalEndsTheProcess) {
   }
 }
 
-// As nohup does it.
+// A process under nohup ignores SIGHUP in this way.
 TEST(OutputFileDeathTest, LeavesAnIgnoredSignalIgnored) {
   TemporaryFolder folder;
 

@@ -82,8 +82,8 @@ class Terminal {
 
   int File() const { return mFile; }
 
-  // Closes the terminal. What was written may arrive in several parts; behind the last one the
-  // read fails.
+  // Closes the terminal and returns what was written. It may arrive in several parts; after the
+  // last one, reading fails.
   std::string Text() {
     close(mFile);
     std::string text;
@@ -128,8 +128,9 @@ void InProcess(char const* name, int standardError, Body const& body) {
   EXPECT_EQ(ending, 0);
 }
 
-// What process `rank` of a job of two shows: `launcher`, whose standard error is a terminal,
-// starts a helper, which starts the process and reads its standard error.
+// The text that process `rank` of a job of two shows on the terminal. `launcher`, whose
+// standard error is the terminal, starts a helper, which starts the process and reads its
+// standard error.
 std::string ShownUnder(char const* launcher, char const* rank, bool intoPipe) {
   Terminal terminal;
   int ends[2];
@@ -145,7 +146,7 @@ std::string ShownUnder(char const* launcher, char const* rank, bool intoPipe) {
   close(file);
   close(ends[1]);
   char byte = 0;
-  EXPECT_EQ(read(ends[0], &byte, 1), 0) << "the pipe stays clean";
+  EXPECT_EQ(read(ends[0], &byte, 1), 0) << "nothing goes into the pipe";
   close(ends[0]);
   return terminal.Text();
 }

@@ -125,7 +125,7 @@ TEST(LocalMatrix, KeepsBothPartsOfComplexValues) {
   EXPECT_THAT(local.Values(), ElementsAre(std::complex<float>(3, -4)));
 }
 
-// Every format holds the same values after a step, and hands out the array it had before.
+// Every format has the same values after a step, and returns its earlier array.
 TEST(LocalMatrix, AdvancesByPositionWhateverTheFormat) {
   auto const at = [](long row, long col) { return StepIncrement<double>(row, col); };
   LocalMatrix<double, int> coo(Entries(), Rows2And3(), kWhole, With(Format::COO));

@@ -17,7 +17,7 @@ constexpr char const* kMatrix =
 
 class Verify : public testing::Test {
  protected:
-  // The whole matrix in `format`, as a gather would leave it, to be damaged.
+  // The whole matrix in `format`, as after a gather. The tests damage it.
   LocalMatrix<double, int>& Whole(Format format, bool withValues = true) {
     GatherOptions options;
     options.mWithValues = withValues;

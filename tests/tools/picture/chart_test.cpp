@@ -53,7 +53,7 @@ TEST(Showable, ReplacesControlCharacters) {
 TEST(Showable, ReplacesWhatIsNoUtf8) {
   EXPECT_EQ(Showable("a\xff\xfe"), "a??");
   EXPECT_EQ(Showable("\xe2\x82"), "??");                 // ends early
-  EXPECT_EQ(Showable("\xc0\xaf\xe0\x80\xaf"), "?????");  // longer than need be
+  EXPECT_EQ(Showable("\xc0\xaf\xe0\x80\xaf"), "?????");  // longer than necessary
   EXPECT_EQ(Showable("\xed\xa0\x80"), "???");            // half of a pair
   EXPECT_EQ(Showable("\xf4\x90\x80\x80"), "????");       // beyond the last one
 }

@@ -1,5 +1,5 @@
-// Whether a gather does what the plan said: the mode, the calls, the messages with their bytes
-// and the peak of the pool on each rank.
+// Checks that a gather does what the plan says: the mode, the calls, the messages with their
+// bytes and the peak of the pool on each rank.
 
 #include "tools/plan/plan.h"
 
@@ -24,7 +24,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-// What the calls of one rank brought it from others.
+// The calls of one rank, and the messages and bytes that they bring from others.
 struct Received {
   int mCalls = 0;
   long mMessages = 0;
@@ -67,7 +67,7 @@ Received ReceivedBy(TraceComm const& comm, int rank, int size) {
   return received;
 }
 
-// Gathers on one rank and compares.
+// Gathers on one rank, and compares the calls with the plan.
 template <typename T, typename I>
 void ExpectAsPlanned(Plan const& plan, Source const& source,
                      std::shared_ptr<Comm> const& comm) {
@@ -121,8 +121,8 @@ struct Cut {
 
 class PlannedGather : public testing::TestWithParam<Cut> {};
 
-// Each on one to five ranks, to the root and to all, with two pairs of types, of which the
-// second is without values (sparse) or with gaps between the runs (dense).
+// Each case runs on one to five ranks, to the root and to all, with two pairs of types. With
+// the second pair a sparse matrix has no values, and a dense one has gaps between the runs.
 TEST_P(PlannedGather, DoesWhatThePlanSays) {
   GatherOptions options;
   options.mFormat = GetParam().format;
@@ -165,7 +165,7 @@ INSTANTIATE_TEST_SUITE_P(
       return name;
     });
 
-// --- Beyond memory, and what to beware of
+// --- Sizes beyond memory, and warnings
 
 GatherOptions Options(Format format, int ranks) {
   GatherOptions options;
@@ -216,7 +216,8 @@ TEST(Plan, CountsTheBytesOfTheMostMessages) {
   EXPECT_EQ(plan.MessageBytes(), 4539628269004889088);
 }
 
-// The matrix twice, as its bands lie side by side, and a packed copy of a band.
+// The peak is the matrix twice, because its bands are side by side, and a packed copy of a
+// band.
 TEST(Plan, CountsTheBytesOfTheLargestBands) {
   auto const source = OpenGenerator("dense:47453132x47453132", EntryLimit::NONE);
   GatherOptions options = OptionsOfLargest(Format::DENSE_ROW, 64);

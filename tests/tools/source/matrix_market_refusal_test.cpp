@@ -1,4 +1,4 @@
-// Bad files: each is refused with the line and the fault, to the letter.
+// The exact messages about bad files, which name the line and the fault.
 
 #include "tests/tools/temporary_folder.h"
 #include "tools/source/matrix_market.h"

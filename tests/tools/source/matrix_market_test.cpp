@@ -242,8 +242,8 @@ TEST(MatrixMarketReader, ReportsProgressFromZeroUpwards) {
   EXPECT_THAT(reports, ElementsAre(0.0, 0.5));
 }
 
-// A file with a few bytes changed, taken out or doubled, half of the time behind the banner, so
-// that many a mutant is still a good file.
+// A file with a few bytes changed, removed or doubled. Half of the changes are after the
+// banner, so that many results are still good files.
 std::string Mutated(std::string text, std::mt19937& random) {
   std::string const alphabet = "0123456789 .-+eEdD%\n\r\tnaif\xff" + std::string(1, '\0');
   for (std::size_t changes = 1 + random() % 3; changes > 0 && !text.empty(); --changes) {

@@ -1,5 +1,5 @@
-// Compares the reader with another one, SuiteSparse's, on the matrices of the folder that the
-// environment variable PAVEX_MATRIX_DIR names, or else on small ones that stand here.
+// Compares the reader with that of SuiteSparse, on the matrices of the folder that the
+// environment variable PAVEX_MATRIX_DIR names, or on the small ones in this file.
 
 #include "tests/tools/temporary_folder.h"
 #include "tools/source/matrix_market.h"
