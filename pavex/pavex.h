@@ -4,6 +4,7 @@
 
 #include "pavex/aggregator/aggregator.h"
 #include "pavex/aggregator/plan.h"
+#include "pavex/assembly/assembler.h"
 #include "pavex/matrix/coo.h"
 #include "pavex/matrix/csc.h"
 #include "pavex/matrix/csr.h"

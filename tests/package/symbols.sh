@@ -5,11 +5,11 @@ set -euo pipefail
 work=$1
 
 public='Allocator|MemoryPool|Log|Comm|SelfComm|LocalComm|MpiComm|NodeComm|NodePool|BlockSource|MatrixBase|AggregatorBase'
-public+='|MatrixCompressed<.*>|MatrixDense<.*>|MatrixCSR<.*>|MatrixCSC<.*>|MatrixCOO<.*>|Aggregator<.*>'
+public+='|MatrixCompressed<.*>|MatrixDense<.*>|MatrixCSR<.*>|MatrixCSC<.*>|MatrixCOO<.*>|Aggregator<.*>|Assembler<.*>(::SentRows)?'
 member="((int|void|[a-z]+) )?Pavex::($public)::.+"
 about="(vtable|typeinfo|typeinfo name) for Pavex::($public)"
 function='Pavex::DatatypeSize\(Pavex::Datatype\)|PavexStatusStr\(int\)|PavexVersion\(\)|PavexBuildInfo\(\)'
-function+='|Pavex::(RecordOf|PlanGather|FindSuspicious|Describe(\[abi:cxx11\])?|GatherStageStr)\(.*\)'
+function+='|Pavex::(RecordOf|PlanGather|FindSuspicious|AssemblyPathStr|Describe(\[abi:cxx11\])?|GatherStageStr)\(.*\)'
 function+='|void Pavex::ShiftIndexBase<.*>\(Pavex::Matrix(CSR|CSC|COO)<.*>&, int, int\)'
 
 for library in $(find "$work/moved" -name 'libpavex*.so'); do

@@ -1,0 +1,355 @@
+// The operations on sparse matrices, and the only translation unit that compiles the assembler
+// for its eight instances.
+
+#include "pavex/assembly/assembler.h"
+
+#include "pavex/assembly/agreement.h"
+#include "pavex/assembly/check.h"
+#include "pavex/assembly/merge.h"
+#include "pavex/assembly/piece.h"
+#include "pavex/assembly/plan_assembly.h"
+#include "pavex/assembly/renumbered_comm.h"
+#include "pavex/matrix/index_base.h"
+#include "pavex/runtime/log.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <utility>
+
+namespace Pavex {
+
+namespace {
+
+// The -0 of a floating-point type leaves what is added to it as it is, the sign of a 0
+// included.
+template <typename T>
+T const kNothing = -T{};
+
+// Adds each value to its slot. Every slot gets at least one.
+template <typename T, typename I>
+void AddToSlots(T const* values, I const* slots, std::int64_t count, T* sums) {
+  for (std::int64_t k = 0; k < count; ++k)
+    sums[slots[k]] += values[k];
+}
+
+PavexStatus Refuse(AssemblyReason const& reason, PavexStatus status) {
+  Log::Error("%s", reason.mText);
+  return status;
+}
+
+}  // namespace
+
+template <typename T, typename I>
+struct Assembler<T, I>::Parts {
+  AssemblyPiece<I> mPiece;
+  AssemblyStack<I> mStack;
+  RowLists<I> mLists;
+};
+
+template <typename T, typename I>
+Assembler<T, I>::Assembler(MemoryPool* pool) : mPool(pool), mStack(pool) {}
+
+template <typename T, typename I>
+Assembler<T, I>::~Assembler() = default;
+
+template <typename T, typename I>
+void Assembler<T, I>::Clear() {
+  mStack.Clear();
+  mSlots = Buffer<I>();
+  mMergeSlots = Buffer<I>();
+  mListed = Buffer<I>();
+  mWhole = MatrixCSR<T, I>();
+  mGathered = mHasWhole = false;
+}
+
+template <typename T, typename I>
+bool Assembler<T, I>::Receives() const {
+  return mRequest.mReceiver == kEverybody || mRequest.mReceiver == mComm->Rank();
+}
+
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::Gather(std::shared_ptr<Comm> const& comm,
+                                    Contribution<T, I> const& own,
+                                    AssemblyRequest const& request) {
+  Clear();
+  mPlan = AssemblyPlan();
+  mComm = comm;
+  mRequest = request;
+  bool const usable = comm != nullptr && comm->Rank() >= 0 && comm->Rank() < comm->Size();
+  if (!usable) return Log::Report(STATUS_INVALID_VALUE);
+  PavexStatus status = STATUS_OK;
+  {
+    Parts parts;
+    status = Log::Report(Agree(own, request, parts));
+    if (status == STATUS_OK) status = Log::Report(Move(own, parts));
+  }
+  mGathered = status == STATUS_OK;
+  if (mGathered && request.mWithValues) status = Update(own.Values(0), own.Values(1));
+  if (status != STATUS_OK) Clear();
+  return status;
+}
+
+// Checks and prepares what this process sends, and lets all processes decide. Nothing large has
+// moved afterwards. Without the room for the records of all processes, this one fails alone.
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::Agree(Contribution<T, I> const& own,
+                                   AssemblyRequest const& request, Parts& parts) {
+  long const processes = mComm->Size();
+  PavexStatus status = mPool->Get(mRecords, processes);
+  if (status == STATUS_OK) status = mPool->Get(mVerdicts, processes);
+  if (status == STATUS_OK) status = mPool->Get(mOrder, processes);
+  if (status != STATUS_OK) return Log::Report(status);
+
+  ContributionPattern<I> const& pattern = own.Pattern();
+  bool const hasValues[2] = {own.Values(0) != nullptr, own.Values(1) != nullptr};
+  AssemblyRecord record;
+  CheckContribution(pattern, hasValues, request, static_cast<int>(processes), record);
+  if (record.Flawless()) {
+    for (int b = 0; b < 2; ++b)
+      mEntries[b] = b < pattern.mBlocks ? EntriesOf(pattern, b) : 0;
+    record.NoteStep(BuildPiece(*mPool, pattern, request.mSortColumns, record, parts.mPiece));
+  }
+  status = Log::Report(Exchange(*mComm, record, mRecords));
+  if (status != STATUS_OK) return status;
+  mPlan = PlanAssembly(mRecords, mOrder);
+  if (!mPlan.Refused()) return STATUS_OK;
+  return Refuse(ReasonOf(mPlan, mRecords),
+                StatusOf(mPlan.mFlaw, mRecords.mData[mPlan.mProcess]));
+}
+
+// Exchanges what the processes found in an operation after the gather. The first flaw, by rank,
+// decides.
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::AgreeOn(AssemblyVerdict const& own) {
+  PavexStatus const status = Log::Report(Exchange(*mComm, own, mVerdicts));
+  if (status != STATUS_OK) return status;
+  for (std::int64_t p = 0; p < mVerdicts.mSize; ++p) {
+    AssemblyVerdict const& verdict = mVerdicts.mData[p];
+    if (verdict.Flawless()) continue;
+    auto const flaw = static_cast<AssemblyFlaw>(verdict.mFlaw);
+    return Refuse(ReasonOf(flaw, static_cast<int>(p), verdict), StatusOf(flaw, verdict));
+  }
+  return STATUS_OK;
+}
+
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::Move(Contribution<T, I> const& own, Parts& parts) {
+  PavexStatus status = Log::Report(GatherLists(own, parts));
+  if (status != STATUS_OK) return status;
+  mSlots.Swap(parts.mPiece.mSlots);
+  mListed.Swap(parts.mLists.mListed);
+  if (mPlan.mPath == AssemblyPath::NOTHING) return Receives() ? InstallNothing() : STATUS_OK;
+
+  status = mRecords.mSize == 1 ? TakePiece(parts) : GatherStack(parts);
+  if (status != STATUS_OK || !Receives()) return Log::Report(status);
+  parts.mLists.mListed.Borrow(mListed.mData, mListed.mSize);
+  return Log::Report(Install(parts));
+}
+
+// A single process: its piece is the stack.
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::TakePiece(Parts& parts) {
+  AssemblyPiece<I>& piece = parts.mPiece;
+  AssemblyStack<I>& stack = parts.mStack;
+  stack.mRows = mRecords.mData[0].mRows;
+  stack.mOffsets.Swap(piece.mOffsets);
+  stack.mCols.Swap(piece.mCols);
+  mSent.mEntries = mRecords.mData[0].mNnz;
+  if (stack.mCols.mAllocator != nullptr) return STATUS_OK;
+
+  Buffer<I> offsets;  // the caller's arrays stay the caller's
+  Buffer<I> cols;
+  PavexStatus status = Log::Report(mPool->Get(offsets, stack.mRows + 1));
+  if (status == STATUS_OK) status = Log::Report(mPool->Get(cols, mSent.mEntries));
+  if (status != STATUS_OK) return status;
+  I const base = stack.mOffsets.mData[0];
+  std::transform(stack.mOffsets.mData, stack.mOffsets.mData + offsets.mSize, offsets.mData,
+                 [base](I offset) { return static_cast<I>(offset - base); });
+  std::copy_n(stack.mCols.mData, cols.mSize, cols.mData);
+  stack.mOffsets.Swap(offsets);
+  stack.mCols.Swap(cols);
+  return STATUS_OK;
+}
+
+// Gathers the rows of all pieces as bands of a matrix in which they follow each other. A
+// process without rows has an empty one there: an Aggregator leaves no process out.
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::GatherStack(Parts& parts) {
+  auto const comm = std::make_shared<RenumberedComm>(mComm, mRequest.mReceiver, mOrder);
+  PavexStatus status = Log::Report(comm->Prepare(*mPool));
+  if (status != STATUS_OK) return status;
+
+  I noRows[2] = {0, 0};
+  AssemblyRecord const& record = mRecords.mData[mComm->Rank()];
+  AssemblyPiece<I>& piece = parts.mPiece;
+  if (record.mRows == 0) {
+    mSent.mRowPtr.Borrow(noRows, 2);
+    mSent.mColIdx.Borrow(noRows, 0);
+  } else {
+    mSent.mRowPtr.Swap(piece.mOffsets);
+    mSent.mColIdx.Swap(piece.mCols);
+  }
+  mSent.mEntries = record.mNnz;
+  mSent.mRows = std::max(record.mRows, std::int64_t{1});
+  mSent.mCols = mRequest.mCols;
+  std::int64_t begin = 0;
+  for (int seat = 0; seat < comm->Rank(); ++seat)
+    begin += std::max(mRecords.mData[comm->RankOf(seat)].mRows, std::int64_t{1});
+  mSent.PlaceIn(mPlan.mRows, mRequest.mCols, MatrixPartition::RowWise(begin));
+
+  bool const all = mRequest.mReceiver == kEverybody;
+  status = all ? mStack.Allgather(comm, mSent, false) : mStack.Gather(comm, mSent, false);
+  mSent.mRowPtr = Buffer<I>();
+  mSent.mColIdx = Buffer<I>();
+  if (Log::Report(status) != STATUS_OK) return status;
+  auto* const stacked = mStack.template TargetAs<MatrixCSR<T, I>>();
+  if (stacked == nullptr) return STATUS_OK;
+  parts.mStack.mRows = mPlan.mRows;
+  parts.mStack.mOffsets.Swap(stacked->mRowPtr);
+  parts.mStack.mCols.Swap(stacked->mColIdx);
+  return STATUS_OK;
+}
+
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::Install(Parts& parts) {
+  AssemblyStack<I>& stack = parts.mStack;
+  PavexStatus status = STATUS_OK;
+  if (mPlan.mPath == AssemblyPath::BANDS) {
+    status = Log::Report(PlaceBands(*mPool, mRecords, mOrder, mRequest.mRows, stack));
+    if (status != STATUS_OK) return status;
+    mWhole.mRowPtr.Swap(stack.mOffsets);
+    mWhole.mColIdx.Swap(stack.mCols);
+  } else {
+    status = Log::Report(MergeStack(*mPool, mRecords, parts.mLists, mRequest, stack,
+                                    mWhole.mRowPtr, mWhole.mColIdx, mMergeSlots));
+    if (status != STATUS_OK) return status;
+  }
+  mWhole.mRows = mWhole.mGlobalRows = mRequest.mRows;
+  mWhole.mCols = mWhole.mGlobalCols = mRequest.mCols;
+  if (mRequest.mBase != 0) ShiftIndexBase(mWhole, 0, mRequest.mBase);
+  mHasWhole = true;
+  return STATUS_OK;
+}
+
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::InstallNothing() {
+  PavexStatus const status = Log::Report(MatrixCSR<T, I>::Create(
+      *mPool, mRequest.mRows, mRequest.mCols, 0, mRequest.mWithValues, mWhole));
+  if (status != STATUS_OK) return status;
+  std::fill_n(mWhole.mRowPtr.mData, mRequest.mRows + 1, static_cast<I>(mRequest.mBase));
+  mHasWhole = true;
+  return STATUS_OK;
+}
+
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::Update(T const* values, T const* second) {
+  if (!mGathered) {
+    Log::Error("Gather should be executed first");
+    return STATUS_WRONG_ORDER;
+  }
+  if (mPlan.mPath == AssemblyPath::NOTHING) return STATUS_OK;
+  T const* const given[2] = {values, second};
+  AssemblyVerdict verdict;
+  Buffer<T> sums;
+  T const* const sent = PrepareValues(given, sums, verdict);
+  PavexStatus status = Log::Report(AgreeOn(verdict));
+  if (status != STATUS_OK) return status;
+  Buffer<T> arrived;
+  status = Log::Report(MoveValues(sent, arrived));
+  if (status != STATUS_OK || !mHasWhole) return status;
+  if (mPlan.mPath == AssemblyPath::MERGE) status = Log::Report(AddValues(arrived));
+  if (status == STATUS_OK) mWhole.mValues.Swap(arrived);
+  return status;
+}
+
+// The values that this process sends: those given, or their sums.
+template <typename T, typename I>
+T const* Assembler<T, I>::PrepareValues(T const* const* given, Buffer<T>& sums,
+                                        AssemblyVerdict& verdict) {
+  for (int b = 0; b < 2; ++b)
+    if (mEntries[b] > 0 && given[b] == nullptr) verdict.NoteMissing(AssemblyArray::VALUES);
+  if (!verdict.Flawless() || mSlots.mData == nullptr) return given[0];
+  verdict.NoteStep(mPool->Get(sums, mSent.mEntries));
+  if (!verdict.Flawless()) return nullptr;
+  std::fill_n(sums.mData, sums.mSize, kNothing<T>);
+  AddToSlots(given[0], mSlots.mData, mEntries[0], sums.mData);
+  AddToSlots(given[1], mSlots.mData + mEntries[0], mEntries[1], sums.mData);
+  return sums.mData;
+}
+
+// Brings the values of all pieces to the receivers, in the order of the stack.
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::MoveValues(T const* sent, Buffer<T>& arrived) {
+  if (mRecords.mSize == 1) {
+    PavexStatus const status = Log::Report(mPool->Get(arrived, mSent.mEntries));
+    if (status == STATUS_OK) std::copy_n(sent, mSent.mEntries, arrived.mData);
+    return status;
+  }
+  T none{};  // stands for the values of a piece without entries, of which nothing is sent
+  bool const sends = mSent.mEntries > 0;
+  mSent.mValues.Borrow(sends ? const_cast<T*>(sent) : &none, sends ? mSent.mEntries : 1);
+  PavexStatus const status = Log::Report(mStack.Update(mSent));
+  mSent.mValues = Buffer<T>();
+  auto* const stacked = mStack.template TargetAs<MatrixCSR<T, I>>();
+  if (status == STATUS_OK && stacked != nullptr) arrived.Swap(stacked->mValues);
+  return status;
+}
+
+// Replaces the values that arrived by those of the whole.
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::AddValues(Buffer<T>& arrived) {
+  Buffer<T> sums;
+  PavexStatus const status = Log::Report(mPool->Get(sums, mWhole.mColIdx.mSize));
+  if (status != STATUS_OK) return status;
+  std::fill_n(sums.mData, sums.mSize, kNothing<T>);
+  AddToSlots(arrived.mData, mMergeSlots.mData, arrived.mSize, sums.mData);
+  arrived.Swap(sums);
+  return STATUS_OK;
+}
+
+template <typename T, typename I>
+AssemblyCost Assembler<T, I>::CostOfUpdate() const {
+  if (!mGathered) return {};
+  return Pavex::CostOfUpdate(mPlan, mRecords, mComm->Rank(), sizeof(T), !SendsAsItIs());
+}
+
+template <typename T, typename I>
+AssemblyCost Assembler<T, I>::CostOfGather() const {
+  if (!mGathered) return {};
+  AssemblyCost cost = CostOfPattern(mPlan, mRecords, mComm->Rank(), sizeof(I));
+  if (!mRequest.mWithValues) return cost;
+  AssemblyCost const values = CostOfUpdate();
+  cost.mCalls += values.mCalls;
+  cost.mBytesOut += values.mBytesOut;
+  cost.mBytesIn += values.mBytesIn;
+  cost.mPasses += values.mPasses;
+  return cost;
+}
+
+template <typename T, typename I>
+std::string Assembler<T, I>::Describe() const {
+  if (mPlan.Refused()) return ReasonOf(mPlan, mRecords).mText;
+  if (!mGathered) return "Nothing is gathered.";
+  long given = 0;
+  for (std::int64_t p = 0; p < mRecords.mSize; ++p)
+    given += mRecords.mData[p].mGiven;
+  char text[Log::kMostFormat];
+  std::snprintf(text, sizeof text,
+                "path %s: %ld processes, %ld entries given, %ld sent, %ld x %ld whole",
+                AssemblyPathStr(mPlan.mPath), static_cast<long>(mRecords.mSize), given,
+                static_cast<long>(mPlan.mNnz), static_cast<long>(mRequest.mRows),
+                static_cast<long>(mRequest.mCols));
+  return text;
+}
+
+}  // namespace Pavex
+
+#include "pavex/assembly/exchange.ipp"
+
+namespace Pavex {
+
+#define PAVEX_INSTANTIATE(T, I) template class Assembler<T, I>;
+PAVEX_FOR_EACH_INSTANCE(PAVEX_INSTANTIATE)
+#undef PAVEX_INSTANTIATE
+
+}  // namespace Pavex

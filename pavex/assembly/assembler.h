@@ -1,0 +1,172 @@
+// Puts a whole matrix together from what the processes have: rows in any order, owned by one
+// process, by several or by none.
+
+#pragma once
+
+#include "pavex/aggregator/aggregator.h"
+#include "pavex/assembly/assembly_plan.h"
+#include "pavex/assembly/contribution.h"
+#include "pavex/matrix/csr.h"
+#include "pavex/matrix/dense.h"
+#include "pavex/matrix/instances.h"
+
+#include <memory>
+#include <string>
+
+namespace Pavex {
+
+// What becomes of the elements of a row that several processes have.
+enum class Overlap {
+  ADD,  // their sum
+  ONCE  // the element of the first process that has the row
+};
+
+// T is the value type, I the index type, as for Aggregator, on which it is built. It shares the
+// communicator and borrows the pool, which must outlive it and takes everything that it needs.
+// One thread per process uses it. It starts none.
+//
+// Gather, Update, Scatter and Collect are collective. Before anything large moves, the
+// processes tell each other what they found: if one refuses what it was given, or its pool has
+// failed so far, all return the same status after the same line, which names the process, the
+// row and what to do. An operation of the communicator that fails, and a pool that fails on a
+// receiver after that, fail on their process alone, while others may wait for it. If a gather
+// fails, nothing is gathered; if an update fails, the whole keeps its values.
+//
+// The whole is the same, bit by bit, whenever the same processes pass the same contributions:
+// what overlaps is added in the order of each process first, then in the order of the ranks.
+// A different number of processes may round differently.
+//
+// Bytes of the pool at most, with i bytes an index and t a value. P: processes. n: entries of a
+// process. m: those that it sends, at most n. r, c: the rows and columns between its first and
+// its last. Q, M: rows and entries that all processes send. R, C, N: rows, columns and entries
+// of the whole.
+//
+// - Every process: 250 P + i r, of which 148 P are kept until the next gather.
+// - A process that does not send its rows as they are: i (4 n + r + c) more until the gather
+//   returns, of which i n are kept, and t m in an update.
+// - A receiver: (i + t) N + i R more, and i for each row of a list. An update takes t N more,
+//   because old values stay until new ones have arrived.
+// - A receiver that merges: i (2 M + 3 Q + 2 R + C) more until the gather returns, of which i M
+//   are kept, and t M in an update.
+template <typename T, typename I>
+class PAVEX_API Assembler {
+  PAVEX_REQUIRE_INSTANCE(T, I);
+
+ public:
+  // Takes all memory from `pool`, which the caller owns. Local.
+  explicit Assembler(MemoryPool* pool);
+  ~Assembler();
+  Assembler(Assembler const&) = delete;
+  Assembler& operator=(Assembler const&) = delete;
+
+  // Puts the matrix of `request` together on its receiver from the contributions of all
+  // processes. Deletes an earlier result first. `own` and its arrays are not needed afterwards.
+  // STATUS_INVALID_VALUE for a row, column or argument outside its range and for a missing
+  // array, STATUS_INCONSISTENT for requests that differ, STATUS_NOT_SUPPORTED for more entries
+  // or rows in all than 2147483647, all of them on every process. STATUS_INVALID_VALUE on this
+  // process alone without a usable communicator.
+  [[nodiscard]] PavexStatus Gather(std::shared_ptr<Comm> const& comm,
+                                   Contribution<T, I> const& own,
+                                   AssemblyRequest const& request);
+
+  // Replaces the values of the whole by what the contributions of the gather have now: `values`
+  // has those of the first block, `second` those of the second, in their order. Sends values
+  // only. STATUS_WRONG_ORDER on this process alone without a gather, STATUS_INVALID_VALUE on
+  // every process if an array is missing.
+  [[nodiscard]] PavexStatus Update(T const* values, T const* second = nullptr);
+
+  // Fills `own` on every process with its rows of `whole`, in its own order; each process that
+  // has a row gets it. `whole`, with all rows and any number of columns, is read on receivers
+  // only. `own` has the rows of the contribution and as many columns, and a value array.
+  // STATUS_INVALID_VALUE and STATUS_INCONSISTENT on every process if shapes do not fit.
+  [[nodiscard]] PavexStatus Scatter(MatrixDense<T, I> const& whole, MatrixDense<T, I>& own);
+
+  // Fills `whole` on the receivers with the rows that the processes have in `own`, in the order
+  // of their contributions. Rows that no process has become 0. Shapes and errors as for
+  // Scatter.
+  [[nodiscard]] PavexStatus Collect(MatrixDense<T, I> const& own, Overlap overlap,
+                                    MatrixDense<T, I>& whole);
+
+  // The whole on a receiver, null elsewhere and without a gather. The assembler owns it. It is
+  // valid until the next Gather, Clear or the destruction; its values until the next Update.
+  // Rows are those of the request. No column repeats within a row. Local.
+  MatrixCSR<T, I>* Whole() { return mHasWhole ? &mWhole : nullptr; }
+  MatrixCSR<T, I> const* Whole() const { return mHasWhole ? &mWhole : nullptr; }
+
+  // How the last gather put the pieces together; the same on every process. Local.
+  AssemblyPath Path() const { return mPlan.mPath; }
+
+  // Whether this process sends its entries as they are, without merging them first. Local.
+  bool SendsAsItIs() const { return mSlots.mData == nullptr; }
+
+  // What a gather and an update of the last gathered pieces cost this process. Local.
+  AssemblyCost CostOfGather() const;
+  AssemblyCost CostOfUpdate() const;
+
+  // One line: why the last gather was refused, or its path, processes, rows and entries. Local;
+  // std::bad_alloc may leave, as from any std::string.
+  std::string Describe() const;
+
+  // Deletes the whole and everything that later operations need. Local.
+  void Clear();
+
+ private:
+  // What this process gives an Aggregator. It keeps its number of entries without its offsets.
+  class SentRows : public MatrixCSR<T, I> {
+   public:
+    long mEntries = 0;
+    long NNZ() const override { return mEntries; }
+  };
+
+  struct Parts;  // what one gather holds until it returns
+
+  bool Receives() const;
+  PavexStatus Agree(Contribution<T, I> const& own, AssemblyRequest const& request,
+                    Parts& parts);
+  PavexStatus AgreeOn(AssemblyVerdict const& own);
+  PavexStatus Move(Contribution<T, I> const& own, Parts& parts);
+  PavexStatus TakePiece(Parts& parts);
+  PavexStatus GatherStack(Parts& parts);
+  PavexStatus GatherLists(Contribution<T, I> const& own, Parts& parts);
+  PavexStatus Install(Parts& parts);
+  PavexStatus InstallNothing();
+  PavexStatus MoveValues(T const* sent, Buffer<T>& arrived);
+  PavexStatus AddValues(Buffer<T>& arrived);
+
+  T const* PrepareValues(T const* const* given, Buffer<T>& sums, AssemblyVerdict& verdict);
+
+  // Lists of rows and dense matrices: exchange.ipp.
+  struct DenseParts;  // what one exchange of a dense matrix holds until it returns
+  PavexStatus GatherList(I const* list, std::int64_t count,
+                         std::int64_t (AssemblyRecord::*countOf)() const, std::int64_t total,
+                         Buffer<I>& lists);
+  bool IsLocal() const { return mRecords.mSize == 1 || mRequest.mReceiver == kEverybody; }
+  PavexStatus AgreeOnDense(MatrixDense<T, I> const& whole, MatrixDense<T, I> const& own,
+                           bool collects, DenseParts& parts);
+  PavexStatus PrepareDense(MatrixDense<T, I> const& own, bool collects, DenseParts& parts);
+  void StackWhole(MatrixDense<T, I> const& whole, T* stacked) const;
+  void AddStack(T const* stacked, Overlap overlap, MatrixDense<T, I>& whole) const;
+
+  MemoryPool* mPool;                  // not owned
+  std::shared_ptr<Comm> mComm;        // of the last gather
+  Buffer<AssemblyRecord> mRecords;    // of the last gather, by rank
+  Buffer<AssemblyVerdict> mVerdicts;  // of the running operation, by rank
+  Buffer<int> mOrder;                 // ranks, in the order of their pieces; outlives mStack
+  AssemblyPlan mPlan;
+  AssemblyRequest mRequest;
+  Aggregator<T, I> mStack;  // moves the pieces
+  SentRows mSent;
+  std::int64_t mEntries[2] = {0, 0};  // of each block
+  Buffer<I> mSlots;                   // the entry of the piece of each entry; null: itself
+  Buffer<I> mMergeSlots;              // the entry of the whole of each entry that arrives
+  Buffer<I> mListed;                  // rows of the processes with lists, by rank; receivers
+  MatrixCSR<T, I> mWhole;
+  bool mGathered = false;
+  bool mHasWhole = false;
+};
+
+#define PAVEX_EXTERN(T, I) extern template class Assembler<T, I>;
+PAVEX_FOR_EACH_INSTANCE(PAVEX_EXTERN)
+#undef PAVEX_EXTERN
+
+}  // namespace Pavex

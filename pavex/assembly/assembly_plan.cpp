@@ -1,0 +1,123 @@
+#include "pavex/assembly/assembly_plan.h"
+
+#include "pavex/assembly/plan_assembly.h"
+#include "pavex/runtime/wrapping.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace Pavex {
+
+namespace {
+
+using Records = Buffer<AssemblyRecord>;
+
+constexpr std::int64_t kMostCounted = std::numeric_limits<std::int32_t>::max();
+
+void Refuse(AssemblyPlan& plan, AssemblyFlaw flaw, std::int64_t process) {
+  if (plan.Refused()) return;
+  plan.mFlaw = flaw;
+  plan.mProcess = process;
+}
+
+AssemblyFlaw Compare(AssemblyRecord const& first, AssemblyRecord const& other) {
+  if (other.mWholeRows != first.mWholeRows || other.mWholeCols != first.mWholeCols)
+    return AssemblyFlaw::OTHER_SHAPE;
+  if (other.mReceiver != first.mReceiver) return AssemblyFlaw::OTHER_RECEIVER;
+  bool const same = other.mWithValues == first.mWithValues &&
+                    other.mSortColumns == first.mSortColumns && other.mBase == first.mBase;
+  return same ? AssemblyFlaw::NONE : AssemblyFlaw::OTHER_REQUEST;
+}
+
+void Count(AssemblyRecord const& record, std::int64_t process, AssemblyPlan& plan) {
+  plan.mRows = WrappingAdd(plan.mRows, std::max(record.mRows, std::int64_t{1}));
+  plan.mNnz = WrappingAdd(plan.mNnz, record.mNnz);
+  plan.mListed = WrappingAdd(plan.mListed, record.Listed());
+  plan.mTouched = WrappingAdd(plan.mTouched, record.Touched());
+  std::int64_t const most =
+      std::max({plan.mRows, plan.mNnz, plan.mListed, record.mNnz, record.mRows});
+  bool const negative = (record.mNnz | record.mRows | record.mOwnRows) < 0;
+  if (negative || most > kMostCounted) Refuse(plan, AssemblyFlaw::TOO_MANY_IN_ALL, process);
+}
+
+// Sorts the ranks whose pieces have rows by their begins, the others behind them. Returns
+// whether the pieces are bands that do not overlap.
+bool OrderBands(Records const& records, Buffer<int> const& order) {
+  AssemblyRecord const* const record = records.mData;
+  int* const end = order.mData + order.mSize;
+  bool bands = true;
+  for (std::int64_t p = 0; p < records.mSize; ++p) {
+    bands = bands && (record[p].mRows == 0 || record[p].mBegin >= 0);
+  }
+  if (!bands) return false;
+  int* const filled = std::stable_partition(
+      order.mData, end, [record](int rank) { return record[rank].mRows != 0; });
+  std::sort(order.mData, filled, [record](int a, int b) {
+    return record[a].mBegin != record[b].mBegin ? record[a].mBegin < record[b].mBegin : a < b;
+  });
+  for (int const* rank = order.mData; rank + 1 < filled; ++rank) {
+    AssemblyRecord const& band = record[rank[0]];
+    if (band.mBegin + band.mRows > record[rank[1]].mBegin) return false;
+  }
+  return true;
+}
+
+void InRankOrder(Buffer<int> const& order) {
+  for (std::int64_t p = 0; p < order.mSize; ++p) {
+    order.mData[p] = static_cast<int>(p);
+  }
+}
+
+}  // namespace
+
+void AssemblyVerdict::Note(AssemblyFlaw flaw, std::int64_t at, std::int64_t found,
+                           std::int64_t limit) {
+  if (!Flawless()) return;
+  mFlaw = static_cast<std::int32_t>(flaw);
+  mAt = at;
+  mFound = found;
+  mLimit = limit;
+}
+
+void AssemblyVerdict::NoteMissing(AssemblyArray array) {
+  Note(AssemblyFlaw::MISSING_ARRAY, 0, 0, static_cast<std::int64_t>(array));
+}
+
+void AssemblyVerdict::NoteStep(PavexStatus status) {
+  if (status == STATUS_OK || !Flawless()) return;
+  Note(AssemblyFlaw::FAILED_STEP, 0, 0, 0);
+  mStatus = status;
+}
+
+char const* AssemblyPathStr(AssemblyPath path) noexcept {
+  switch (path) {
+    case AssemblyPath::BANDS:
+      return "bands";
+    case AssemblyPath::MERGE:
+      return "merge";
+    case AssemblyPath::NOTHING:
+      break;
+  }
+  return "nothing";
+}
+
+AssemblyPlan PlanAssembly(Records const& records, Buffer<int> const& order) {
+  AssemblyPlan plan;
+  InRankOrder(order);
+  for (std::int64_t p = 0; p < records.mSize && !plan.Refused(); ++p) {
+    AssemblyRecord const& record = records.mData[p];
+    if (!record.Flawless()) Refuse(plan, static_cast<AssemblyFlaw>(record.mFlaw), p);
+  }
+  for (std::int64_t p = 0; p < records.mSize && !plan.Refused(); ++p) {
+    AssemblyRecord const& record = records.mData[p];
+    Refuse(plan, Compare(records.mData[0], record), p);
+    Count(record, p, plan);
+  }
+  if (plan.Refused() || plan.mNnz == 0) return plan;
+  bool const bands = OrderBands(records, order);
+  plan.mPath = bands ? AssemblyPath::BANDS : AssemblyPath::MERGE;
+  if (!bands) InRankOrder(order);
+  return plan;
+}
+
+}  // namespace Pavex

@@ -1,0 +1,131 @@
+// How a matrix is put together, as a value. It is decided from one record per process, which
+// cross process boundaries, so all processes decide identically.
+
+#pragma once
+
+#include "pavex/runtime/export.h"
+#include "pavex/runtime/status.h"
+
+#include <cstdint>
+#include <type_traits>
+
+namespace Pavex {
+
+// What the processes want; equal on all of them.
+struct AssemblyRequest {
+  std::int64_t mRows = 0;    // rows of the whole
+  std::int64_t mCols = 0;    // columns of the whole
+  int mReceiver = 0;         // the rank that gets the whole, or kEverybody
+  bool mWithValues = true;   // false: the pattern only; Update brings values later
+  bool mSortColumns = true;  // the columns of each row ascend
+  int mBase = 0;             // 0 or 1: what the offsets and indices of the whole count from
+};
+
+// Why an assembly is refused.
+enum class AssemblyFlaw : std::int32_t {
+  NONE,
+  // What one process found wrong with what it was given.
+  FAILED_STEP,       // its pool failed; the status says how
+  BAD_SHAPE,         // the shape of the whole is negative or beyond the index type
+  BAD_RECEIVER,      // no such rank
+  BAD_BASE,          // neither 0 nor 1
+  TOO_MANY_BLOCKS,   // more than two
+  NEGATIVE_COUNT,    // a number of rows, entries or columns
+  MISSING_ARRAY,     // the limit of the record is an AssemblyArray
+  BAND_OUTSIDE,      // rows beyond the whole
+  ROW_OUTSIDE,       // an element of the list of rows
+  OFFSETS_DESCEND,   // an offset is smaller than the one before
+  ENTRY_OUTSIDE,     // the row of an entry
+  COLUMN_OUTSIDE,    // the column of an entry
+  MAP_OUTSIDE,       // an element of the map of columns
+  TOO_MANY_ENTRIES,  // of one process, beyond the index type
+  DENSE_ROWS,        // rows of a dense matrix
+  DENSE_COLUMNS,     // columns of the whole dense matrix
+  DENSE_LEADING,     // a leading dimension below the length of a run
+  // What the processes show together.
+  OTHER_SHAPE,
+  OTHER_RECEIVER,
+  OTHER_REQUEST,
+  OTHER_COLUMNS,    // of a dense matrix
+  TOO_MANY_IN_ALL,  // entries or rows, beyond what a communicator counts
+};
+
+// The arrays that can be missing.
+enum class AssemblyArray : std::int32_t { OFFSETS, ROWS, COLUMNS, VALUES, ROW_LIST, MAP };
+
+// What one process found wrong: the first flaw, or none.
+struct AssemblyVerdict {
+  std::int64_t mAt = 0;              // the place of the flaw: a row or a position
+  std::int64_t mFound = 0;           // the value that was found
+  std::int64_t mLimit = 0;           // and the one that it must stay below, or be
+  std::int32_t mFlaw = 0;            // an AssemblyFlaw; any number may arrive from a peer
+  std::int32_t mStatus = STATUS_OK;  // of FAILED_STEP
+
+  // Notes a flaw, unless there is one.
+  void Note(AssemblyFlaw flaw, std::int64_t at, std::int64_t found, std::int64_t limit);
+  // Notes that an array is missing, unless there is a flaw.
+  void NoteMissing(AssemblyArray array);
+  // Notes that a step failed with `status`, unless that is STATUS_OK or there is a flaw.
+  void NoteStep(PavexStatus status);
+  bool Flawless() const { return mFlaw == static_cast<std::int32_t>(AssemblyFlaw::NONE); }
+};
+
+// What one process says about itself. Until it arrives, a record wants what no process wants.
+struct AssemblyRecord : AssemblyVerdict {
+  static constexpr std::int64_t kList = -1;     // instead of a begin: the rows of the process
+  static constexpr std::int64_t kTouched = -2;  // instead of a begin: rows with entries
+
+  std::int64_t mWholeRows = -1;   // of the request
+  std::int64_t mWholeCols = -1;   // of the request
+  std::int64_t mOwnBegin = 0;     // the rows of the process: a begin, or kList
+  std::int64_t mOwnRows = 0;      // and their number
+  std::int64_t mGiven = 0;        // entries of the contribution
+  std::int64_t mBegin = 0;        // the rows that it sends: a begin, kList or kTouched
+  std::int64_t mRows = 0;         // and their number
+  std::int64_t mNnz = 0;          // entries that it sends
+  std::int32_t mReceiver = -2;    // of the request
+  std::int32_t mWithValues = 0;   // of the request
+  std::int32_t mSortColumns = 0;  // of the request
+  std::int32_t mBase = 0;         // of the request
+
+  // Elements of its list of rows.
+  std::int64_t Listed() const { return mOwnBegin == kList ? mOwnRows : 0; }
+  // Elements of its list of rows with entries.
+  std::int64_t Touched() const { return mBegin == kTouched ? mRows : 0; }
+};
+
+static_assert(std::is_trivially_copyable_v<AssemblyRecord>, "sent as bytes");
+static_assert(sizeof(AssemblyRecord) == 112, "sent as bytes, without padding");
+
+// How the pieces become the whole.
+enum class AssemblyPath {
+  NOTHING,  // no process has an entry: nothing moves
+  BANDS,    // bands that do not overlap: a receiver gets every array at its place
+  MERGE     // other rows: a receiver adds what overlaps, by a map that it makes once
+};
+
+// "nothing", "bands", "merge".
+PAVEX_API char const* AssemblyPathStr(AssemblyPath path) noexcept;
+
+// The decision.
+struct AssemblyPlan {
+  AssemblyPath mPath = AssemblyPath::NOTHING;
+  AssemblyFlaw mFlaw = AssemblyFlaw::NONE;
+  std::int64_t mProcess = 0;  // the first one at fault; of two that differ the second
+  std::int64_t mRows = 0;     // rows that are sent; a process without any sends an empty one
+  std::int64_t mNnz = 0;      // entries that are sent
+  std::int64_t mListed = 0;   // elements of all lists of rows
+  std::int64_t mTouched = 0;  // elements of all lists of rows with entries
+
+  bool Refused() const { return mFlaw != AssemblyFlaw::NONE; }
+};
+
+// What an operation costs one process.
+struct AssemblyCost {
+  std::int64_t mCalls = 0;     // of operations of the communicator
+  std::int64_t mBytesOut = 0;  // handed to the communicator
+  std::int64_t mBytesIn = 0;   // delivered by it
+  std::int64_t mPasses = 0;    // over the values that it has or gets, to add what overlaps
+};
+
+}  // namespace Pavex

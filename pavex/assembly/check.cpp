@@ -1,0 +1,168 @@
+#include "pavex/assembly/check.h"
+
+#include "pavex/aggregator/local_info.h"
+
+#include <algorithm>
+#include <limits>
+#include <type_traits>
+
+namespace Pavex {
+
+namespace {
+
+template <typename I>
+constexpr std::int64_t kMostOf = std::numeric_limits<I>::max();
+
+// The first element that is not in 0 to `limit` - 1; `count` if all are. The first pass has no
+// branch, so that it runs at the speed of memory.
+template <typename I>
+std::int64_t FindOutside(I const* elements, std::int64_t count, std::int64_t limit) {
+  using U = std::make_unsigned_t<I>;
+  U const bound = static_cast<U>(std::min(limit, kMostOf<I>));
+  U outside = 0;
+  for (std::int64_t k = 0; k < count; ++k) {
+    outside |= static_cast<U>(static_cast<U>(elements[k]) >= bound);
+  }
+  if (outside == 0) return count;
+  return std::find_if(elements, elements + count,
+                      [bound](I element) { return static_cast<U>(element) >= bound; }) -
+         elements;
+}
+
+template <typename I>
+void CheckRequest(AssemblyRequest const& request, int processes, AssemblyRecord& record) {
+  std::int64_t const rows = request.mRows;
+  std::int64_t const cols = request.mCols;
+  // One more than the last index, so that indices can count from 1.
+  if (rows < 0 || cols < 0 || rows >= kMostOf<I> || cols >= kMostOf<I>)
+    record.Note(AssemblyFlaw::BAD_SHAPE, rows, cols, 0);
+  int const receiver = request.mReceiver;
+  if (receiver != kEverybody && (receiver < 0 || receiver >= processes))
+    record.Note(AssemblyFlaw::BAD_RECEIVER, 0, receiver, processes);
+  if (request.mBase != 0 && request.mBase != 1)
+    record.Note(AssemblyFlaw::BAD_BASE, 0, request.mBase, 2);
+}
+
+template <typename I>
+void CheckRows(ContributionPattern<I> const& own, std::int64_t wholeRows,
+               AssemblyRecord& record) {
+  if (own.mRows < 0) return record.Note(AssemblyFlaw::NEGATIVE_COUNT, 0, own.mRows, 0);
+  if (!own.mListed) {
+    bool const inside =
+        own.mBegin >= 0 && own.mBegin <= wholeRows && own.mRows <= wholeRows - own.mBegin;
+    if (!inside && own.mRows > 0)
+      record.Note(AssemblyFlaw::BAND_OUTSIDE, own.mBegin, own.mBegin + own.mRows - 1,
+                  wholeRows);
+    return;
+  }
+  if (own.mRowList == nullptr && own.mRows > 0)
+    return record.NoteMissing(AssemblyArray::ROW_LIST);
+  std::int64_t const at = FindOutside(own.mRowList, own.mRows, wholeRows);
+  if (at < own.mRows)
+    record.Note(AssemblyFlaw::ROW_OUTSIDE, at, std::int64_t{own.mRowList[at]}, wholeRows);
+}
+
+template <typename I>
+void CheckOffsets(ContributionPattern<I> const& own, I const* offsets, AssemblyRecord& record) {
+  if (own.mRows == 0) return;
+  if (offsets == nullptr) return record.NoteMissing(AssemblyArray::OFFSETS);
+  for (std::int64_t row = 0; row < own.mRows; ++row) {
+    if (offsets[row + 1] >= offsets[row]) continue;
+    return record.Note(AssemblyFlaw::OFFSETS_DESCEND, GlobalRow(own, row),
+                       std::int64_t{offsets[row + 1]} - std::int64_t{offsets[row]}, 0);
+  }
+}
+
+template <typename I>
+void CheckEntryRows(ContributionPattern<I> const& own, BlockPattern<I> const& block,
+                    std::int64_t wholeRows, AssemblyRecord& record) {
+  if (block.mNnz == 0) return;
+  if (block.mRowIdx == nullptr) return record.NoteMissing(AssemblyArray::ROWS);
+  std::int64_t const limit = block.mLocalRows ? own.mRows : wholeRows;
+  std::int64_t const at = FindOutside(block.mRowIdx, block.mNnz, limit);
+  if (at < block.mNnz)
+    record.Note(AssemblyFlaw::ENTRY_OUTSIDE, at, std::int64_t{block.mRowIdx[at]}, limit);
+}
+
+// The row of the whole in which entry `at` lies.
+template <typename I>
+std::int64_t RowOfEntry(ContributionPattern<I> const& own, BlockPattern<I> const& block,
+                        std::int64_t at) {
+  if (!block.mCompressed) {
+    std::int64_t const row = block.mRowIdx[at];
+    return block.mLocalRows ? GlobalRow(own, row) : row;
+  }
+  I const offset = static_cast<I>(block.mOffsets[0] + at);
+  I const* const behind =
+      std::upper_bound(block.mOffsets, block.mOffsets + own.mRows + 1, offset);
+  return GlobalRow(own, behind - block.mOffsets - 1);
+}
+
+template <typename I>
+void CheckColumns(ContributionPattern<I> const& own, BlockPattern<I> const& block,
+                  std::int64_t nnz, std::int64_t wholeCols, AssemblyRecord& record) {
+  if (block.mMapped) {
+    if (block.mColumns < 0)
+      return record.Note(AssemblyFlaw::NEGATIVE_COUNT, 0, block.mColumns, 0);
+    if (block.mColMap == nullptr && block.mColumns > 0)
+      return record.NoteMissing(AssemblyArray::MAP);
+    std::int64_t const at = FindOutside(block.mColMap, block.mColumns, wholeCols);
+    if (at < block.mColumns)
+      return record.Note(AssemblyFlaw::MAP_OUTSIDE, at, std::int64_t{block.mColMap[at]},
+                         wholeCols);
+  }
+  if (nnz == 0) return;
+  if (block.mColIdx == nullptr) return record.NoteMissing(AssemblyArray::COLUMNS);
+  std::int64_t const limit = block.mMapped ? block.mColumns : wholeCols;
+  std::int64_t const at = FindOutside(block.mColIdx, nnz, limit);
+  if (at < nnz)
+    record.Note(AssemblyFlaw::COLUMN_OUTSIDE, RowOfEntry(own, block, at),
+                std::int64_t{block.mColIdx[at]}, limit);
+}
+
+template <typename I>
+void CheckBlock(ContributionPattern<I> const& own, int at, bool needsValues, bool hasValues,
+                AssemblyRequest const& request, AssemblyRecord& record) {
+  BlockPattern<I> const& block = own.mBlock[at];
+  if (block.mNnz < 0) return record.Note(AssemblyFlaw::NEGATIVE_COUNT, 0, block.mNnz, 0);
+  if (block.mCompressed)
+    CheckOffsets(own, block.mOffsets, record);
+  else
+    CheckEntryRows(own, block, request.mRows, record);
+  if (!record.Flawless()) return;
+  std::int64_t const nnz = EntriesOf(own, at);
+  record.mGiven += nnz;
+  if (record.mGiven > kMostOf<I>)
+    return record.Note(AssemblyFlaw::TOO_MANY_ENTRIES, 0, record.mGiven, 0);
+  CheckColumns(own, block, nnz, request.mCols, record);
+  if (nnz > 0 && needsValues && !hasValues) record.NoteMissing(AssemblyArray::VALUES);
+}
+
+}  // namespace
+
+template <typename I>
+void CheckContribution(ContributionPattern<I> const& own, bool const* hasValues,
+                       AssemblyRequest const& request, int processes, AssemblyRecord& record) {
+  record.mWholeRows = request.mRows;
+  record.mWholeCols = request.mCols;
+  record.mReceiver = request.mReceiver;
+  record.mWithValues = request.mWithValues ? 1 : 0;
+  record.mSortColumns = request.mSortColumns ? 1 : 0;
+  record.mBase = request.mBase;
+  CheckRequest<I>(request, processes, record);
+  if (own.mBlocks > own.kMostBlocks)
+    record.Note(AssemblyFlaw::TOO_MANY_BLOCKS, 0, own.mBlocks, own.kMostBlocks);
+  if (record.Flawless()) CheckRows(own, request.mRows, record);
+  for (int at = 0; at < own.mBlocks && record.Flawless(); ++at) {
+    CheckBlock(own, at, request.mWithValues, hasValues[at], request, record);
+  }
+  record.mOwnBegin = own.mListed ? AssemblyRecord::kList : own.mBegin;
+  record.mOwnRows = own.mRows;
+}
+
+template void CheckContribution<int>(ContributionPattern<int> const&, bool const*,
+                                     AssemblyRequest const&, int, AssemblyRecord&);
+template void CheckContribution<long>(ContributionPattern<long> const&, bool const*,
+                                      AssemblyRequest const&, int, AssemblyRecord&);
+
+}  // namespace Pavex

@@ -1,0 +1,66 @@
+#include "pavex/aggregator/local_info.h"
+#include "pavex/assembly/plan_assembly.h"
+
+#include <algorithm>
+
+namespace Pavex {
+
+namespace {
+
+// One process among those of a cost.
+struct Payer {
+  AssemblyCost mCost;
+  std::int64_t mProcesses;
+  bool mReceives;
+
+  // Every process sends `bytes` bytes to all.
+  void Exchange(std::size_t bytes) {
+    ++mCost.mCalls;
+    mCost.mBytesOut += static_cast<std::int64_t>(bytes);
+    mCost.mBytesIn += static_cast<std::int64_t>(bytes) * mProcesses;
+  }
+
+  // It sends `own` elements of `bytes` bytes; a receiver gets `all`.
+  void Gather(std::int64_t own, std::int64_t all, std::size_t bytes) {
+    ++mCost.mCalls;
+    mCost.mBytesOut += own * static_cast<std::int64_t>(bytes);
+    if (mReceives) mCost.mBytesIn += all * static_cast<std::int64_t>(bytes);
+  }
+};
+
+Payer PayerOf(Buffer<AssemblyRecord> const& records, int rank) {
+  int const receiver = records.mData[rank].mReceiver;
+  return {{}, records.mSize, receiver == kEverybody || receiver == rank};
+}
+
+}  // namespace
+
+AssemblyCost CostOfUpdate(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records,
+                          int rank, std::size_t valueBytes, bool merges) {
+  Payer payer = PayerOf(records, rank);
+  if (plan.mPath == AssemblyPath::NOTHING) return payer.mCost;
+  if (records.mSize > 1) {
+    payer.Exchange(sizeof(AssemblyVerdict));
+    payer.Gather(records.mData[rank].mNnz, plan.mNnz, valueBytes);
+  }
+  bool const adds = plan.mPath == AssemblyPath::MERGE && payer.mReceives;
+  payer.mCost.mPasses = (merges ? 1 : 0) + (adds ? 1 : 0);
+  return payer.mCost;
+}
+
+AssemblyCost CostOfPattern(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records,
+                           int rank, std::size_t indexBytes) {
+  Payer payer = PayerOf(records, rank);
+  if (records.mSize == 1) return payer.mCost;
+  AssemblyRecord const& record = records.mData[rank];
+  payer.Exchange(sizeof(AssemblyRecord));
+  if (plan.mListed > 0) payer.Gather(record.Listed(), plan.mListed, indexBytes);
+  if (plan.mTouched > 0) payer.Gather(record.Touched(), plan.mTouched, indexBytes);
+  if (plan.mPath == AssemblyPath::NOTHING) return payer.mCost;
+  payer.Exchange(sizeof(MatrixLocalInfo));
+  payer.Gather(std::max(record.mRows, std::int64_t{1}), plan.mRows, indexBytes);
+  payer.Gather(record.mNnz, plan.mNnz, indexBytes);
+  return payer.mCost;
+}
+
+}  // namespace Pavex

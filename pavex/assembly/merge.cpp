@@ -1,0 +1,181 @@
+#include "pavex/assembly/merge.h"
+
+#include "pavex/assembly/row_merger.h"
+#include "pavex/runtime/log.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace Pavex {
+
+namespace {
+
+// Rows that a process sends; without entries it sends an empty one.
+std::int64_t SentRows(AssemblyRecord const& record) {
+  return std::max(record.mRows, std::int64_t{1});
+}
+
+// The row of the whole that each row of the stack is; 0 for those of no process.
+template <typename I>
+void FillRowsOfStack(Buffer<AssemblyRecord> const& records, RowLists<I> const& lists, I* rows) {
+  I const* listed = lists.mListed.mData;
+  I const* touched = lists.mTouched.mData;
+  for (std::int64_t p = 0; p < records.mSize; ++p) {
+    AssemblyRecord const& record = records.mData[p];
+    if (record.mRows == 0)
+      *rows = 0;
+    else if (record.mBegin == AssemblyRecord::kList)
+      std::copy_n(listed, record.mRows, rows);
+    else if (record.mBegin == AssemblyRecord::kTouched)
+      std::copy_n(touched, record.mRows, rows);
+    else
+      std::iota(rows, rows + record.mRows, static_cast<I>(record.mBegin));
+    rows += SentRows(record);
+    if (record.Listed() != 0) listed += record.Listed();
+    if (record.Touched() != 0) touched += record.Touched();
+  }
+}
+
+// The rows of the stack that have entries, by rows of the whole; of one row in their order.
+template <typename I>
+struct Sources {
+  Buffer<I> mFirst;  // where those of a row begin
+  Buffer<I> mRows;   // rows of the stack
+
+  PavexStatus Fill(MemoryPool& pool, Buffer<I> const& rowOf, Buffer<I> const& offsets,
+                   std::int64_t rows) {
+    PavexStatus status = pool.Get(mFirst, rows + 2);
+    if (status == STATUS_OK) status = pool.Get(mRows, rowOf.mSize);
+    if (status != STATUS_OK) return status;
+    // Counted one further, so that placing leaves the begins.
+    I* const next = mFirst.mData + 1;
+    std::fill_n(mFirst.mData, rows + 2, I{0});
+    auto const filled = [&offsets](std::int64_t s) {
+      return offsets.mData[s + 1] != offsets.mData[s];
+    };
+    for (std::int64_t s = 0; s < rowOf.mSize; ++s)
+      if (filled(s)) ++next[rowOf.mData[s] + 1];
+    SumCounts(next, rows);
+    for (std::int64_t s = 0; s < rowOf.mSize; ++s)
+      if (filled(s)) mRows.mData[next[rowOf.mData[s]]++] = static_cast<I>(s);
+    return STATUS_OK;
+  }
+};
+
+// Merges the rows of the stack that are one row of the whole.
+template <typename I>
+void MergeRow(AssemblyStack<I> const& stack, I const* source, I const* end,
+              RowMerger<I>& merger, I* slots) {
+  I const* const offsets = stack.mOffsets.mData;
+  I const* const cols = stack.mCols.mData;
+  if (end - source == 1) {
+    I const first = offsets[*source];
+    I const count = static_cast<I>(offsets[*source + 1] - first);
+    std::iota(slots + first, slots + first + count, merger.End());
+    merger.AddWholeRow(cols + first, count);
+    return;
+  }
+  for (I const* s = source; s != end; ++s)
+    for (I k = offsets[*s]; k < offsets[*s + 1]; ++k)
+      merger.Add(cols[k]);
+  merger.Close();
+  for (I const* s = source; s != end; ++s)
+    for (I k = offsets[*s]; k < offsets[*s + 1]; ++k)
+      slots[k] = merger.PlaceOf(cols[k]);
+}
+
+// Copies what is used into a smaller block, if an eighth or more is not.
+template <typename I>
+PavexStatus Shrink(MemoryPool& pool, std::int64_t used, Buffer<I>& array) {
+  array.mSize = used;
+  if (array.mCapacity - used < array.mCapacity / 8) return STATUS_OK;
+  Buffer<I> exact;
+  PavexStatus const status = pool.Get(exact, used);
+  if (status != STATUS_OK) return status;
+  std::copy_n(array.mData, used, exact.mData);
+  array.Swap(exact);
+  return STATUS_OK;
+}
+
+template <typename I>
+PavexStatus Merge(MemoryPool& pool, AssemblyStack<I> const& stack, Sources<I> const& sources,
+                  AssemblyRequest const& request, Buffer<I>& offsets, Buffer<I>& cols,
+                  Buffer<I>& slots) {
+  std::int64_t const nnz = stack.mOffsets.mData[stack.mRows];
+  RowMerger<I> merger;
+  PavexStatus status = pool.Get(offsets, request.mRows + 1);
+  if (status == STATUS_OK) status = pool.Get(cols, nnz);
+  if (status == STATUS_OK) status = pool.Get(slots, nnz);
+  if (status == STATUS_OK)
+    status = merger.Prepare(pool, 0, request.mCols, request.mSortColumns, cols.mData);
+  if (status != STATUS_OK) return status;
+  offsets.mData[0] = 0;
+  for (std::int64_t row = 0; row < request.mRows; ++row) {
+    I const* const first = sources.mRows.mData + sources.mFirst.mData[row];
+    I const* const end = sources.mRows.mData + sources.mFirst.mData[row + 1];
+    if (first != end) MergeRow(stack, first, end, merger, slots.mData);
+    offsets.mData[row + 1] = merger.End();
+  }
+  return Shrink(pool, merger.End(), cols);
+}
+
+}  // namespace
+
+template <typename I>
+PavexStatus PlaceBands(MemoryPool& pool, Buffer<AssemblyRecord> const& records,
+                       Buffer<int> const& order, std::int64_t rows, AssemblyStack<I>& stack) {
+  std::int64_t filled = 0;
+  for (std::int64_t p = 0; p < records.mSize; ++p)
+    filled += records.mData[p].mRows;
+  if (filled == rows) {  // only the rows of processes without any lie behind the last row
+    stack.mOffsets.mSize = rows + 1;
+    return STATUS_OK;
+  }
+  Buffer<I> offsets;
+  PavexStatus const status = Log::Report(pool.Get(offsets, rows + 1));
+  if (status != STATUS_OK) return status;
+  I const* next = stack.mOffsets.mData;
+  I* out = offsets.mData;
+  for (std::int64_t k = 0; k < order.mSize; ++k) {
+    AssemblyRecord const& band = records.mData[order.mData[k]];
+    if (band.mRows == 0) break;
+    out = std::fill_n(out, offsets.mData + band.mBegin - out, *next);
+    out = std::copy_n(next, band.mRows, out);
+    next += band.mRows;
+  }
+  std::fill(out, offsets.mData + rows + 1, *next);
+  stack.mOffsets.Swap(offsets);
+  return STATUS_OK;
+}
+
+template <typename I>
+PavexStatus MergeStack(MemoryPool& pool, Buffer<AssemblyRecord> const& records,
+                       RowLists<I> const& lists, AssemblyRequest const& request,
+                       AssemblyStack<I>& stack, Buffer<I>& offsets, Buffer<I>& cols,
+                       Buffer<I>& slots) {
+  Sources<I> sources;
+  {
+    Buffer<I> rowOf;
+    PavexStatus status = Log::Report(pool.Get(rowOf, stack.mRows));
+    if (status != STATUS_OK) return status;
+    FillRowsOfStack(records, lists, rowOf.mData);
+    status = Log::Report(sources.Fill(pool, rowOf, stack.mOffsets, request.mRows));
+    if (status != STATUS_OK) return status;
+  }
+  PavexStatus const status =
+      Log::Report(Merge(pool, stack, sources, request, offsets, cols, slots));
+  stack = AssemblyStack<I>();
+  return status;
+}
+
+#define PAVEX_INSTANTIATE(I)                                                               \
+  template PavexStatus PlaceBands<I>(MemoryPool&, Buffer<AssemblyRecord> const&,           \
+                                     Buffer<int> const&, std::int64_t, AssemblyStack<I>&); \
+  template PavexStatus MergeStack<I>(MemoryPool&, Buffer<AssemblyRecord> const&,           \
+                                     RowLists<I> const&, AssemblyRequest const&,           \
+                                     AssemblyStack<I>&, Buffer<I>&, Buffer<I>&, Buffer<I>&);
+PAVEX_INSTANTIATE(int)
+PAVEX_INSTANTIATE(long)
+#undef PAVEX_INSTANTIATE
+
+}  // namespace Pavex

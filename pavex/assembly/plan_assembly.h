@@ -1,0 +1,40 @@
+// The decision of an assembly and its price. Nothing here logs, communicates or takes memory.
+
+#pragma once
+
+#include "pavex/assembly/assembly_plan.h"
+#include "pavex/runtime/buffer.h"
+#include "pavex/runtime/log.h"
+
+#include <cstddef>
+
+namespace Pavex {
+
+// Plans the assembly of `records`, one per process by rank. Writes the ranks into `order`, one
+// per process: the order in which their pieces are placed. Bands are placed by their begins and
+// those without rows last, other pieces in the order of the ranks. Local; logs nothing.
+AssemblyPlan PlanAssembly(Buffer<AssemblyRecord> const& records, Buffer<int> const& order);
+
+// What a flaw with that verdict makes an operation return on every process.
+PavexStatus StatusOf(AssemblyFlaw flaw, AssemblyVerdict const& verdict);
+
+// A text of one line, cut to what a line of the log takes.
+struct AssemblyReason {
+  char mText[Log::kMostFormat] = {};
+};
+
+// Why process `process` is at fault, with row and cure. Empty for no flaw.
+AssemblyReason ReasonOf(AssemblyFlaw flaw, int process, AssemblyVerdict const& verdict);
+
+// The same for the flaw of a plan.
+AssemblyReason ReasonOf(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records);
+
+// What the operations cost the process `rank`. `indexBytes` and `valueBytes`: the sizes of I
+// and T. `merges`: the process does not send its entries as they are.
+AssemblyCost CostOfUpdate(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records,
+                          int rank, std::size_t valueBytes, bool merges);
+// The gather of the pattern alone; with values, an update follows.
+AssemblyCost CostOfPattern(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records,
+                           int rank, std::size_t indexBytes);
+
+}  // namespace Pavex

@@ -1,0 +1,249 @@
+// Wrong input: every process returns the same status and names the process at fault.
+
+#include "pavex/assembly/assembler.h"
+#include "pavex/comm/local_comm.h"
+#include "tests/support/capture.h"
+#include "tests/support/ledger_pool.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Pavex {
+namespace {
+
+using Own = Contribution<double, int>;
+
+// One valid row of a 4 x 4 matrix on each of 3 ranks, which a test spoils on rank 1.
+struct Input {
+  AssemblyRequest request;
+  std::vector<int> rows = {0, 2};
+  std::vector<int> offsets = {0, 1, 2};
+  std::vector<int> cols = {1, 3};
+  std::vector<int> map = {3, 2, 1, 0};
+  std::vector<double> values = {1, 2};
+  Own own;
+
+  Input() {
+    request.mRows = request.mCols = 4;
+    own = Own::Rows(2, rows.data()).Csr(offsets.data(), cols.data(), values.data());
+  }
+};
+
+// What all ranks return, print and describe.
+struct Verdict {
+  PavexStatus status = STATUS_OK;
+  std::string reason;
+};
+
+Verdict Spoil(std::function<void(Input& input)> const& spoil) {
+  Verdict verdict;
+  std::string const printed = CaptureStdout([&] {
+    LocalComm::Run(3, [&](std::shared_ptr<Comm> const& comm) {
+      LedgerPool pool;
+      Assembler<double, int> assembler(&pool);
+      Input input;
+      if (comm->Rank() == 1) spoil(input);
+      PavexStatus const status = assembler.Gather(comm, input.own, input.request);
+      EXPECT_EQ(assembler.Whole(), nullptr);
+      int number = status;
+      EXPECT_EQ(comm->Bcast(&number, 1, DATATYPE_INT, 1), STATUS_OK);
+      EXPECT_EQ(number, status);
+      if (comm->Rank() == 0) verdict = {status, assembler.Describe()};
+      Input const good;
+      EXPECT_EQ(assembler.Gather(comm, good.own, good.request), STATUS_OK) << "afterwards";
+    });
+  });
+  std::string const line = "[ERROR] " + verdict.reason + "\n";
+  std::size_t lines = 0;
+  for (auto at = printed.find(line); at != std::string::npos; at = printed.find(line, at + 1))
+    ++lines;
+  EXPECT_EQ(lines, 3U) << printed;
+  return verdict;
+}
+
+void ExpectRefused(PavexStatus status, std::string const& reason,
+                   std::function<void(Input& input)> const& spoil) {
+  Verdict const verdict = Spoil(spoil);
+  EXPECT_EQ(verdict.status, status) << reason;
+  EXPECT_EQ(verdict.reason, reason);
+}
+
+TEST(AssemblerRefuses, RowsOutsideTheWhole) {
+  ExpectRefused(STATUS_INVALID_VALUE, "Process 1, row 1 of its list is 4; pass 0 to 3.",
+                [](Input& input) { input.rows[1] = 4; });
+  ExpectRefused(STATUS_INVALID_VALUE, "Process 1 has rows 3 to 4 of 4; count the begin from 0.",
+                [](Input& input) {
+                  input.own = Own::Band(3, 2).Csr(input.offsets.data(), input.cols.data(),
+                                                  input.values.data());
+                });
+  ExpectRefused(
+      STATUS_INVALID_VALUE, "Process 1, entry 1 has row -1; pass 0 to 3.", [](Input& input) {
+        input.rows[1] = -1;
+        input.own = Own().Coo(2, input.rows.data(), input.cols.data(), input.values.data());
+      });
+  ExpectRefused(STATUS_INVALID_VALUE, "Process 1, entry 1 has row 2; pass 0 to 1.",
+                [](Input& input) {
+                  input.own = Own::Band(0, 2).LocalCoo(2, input.rows.data(), input.cols.data(),
+                                                       input.values.data());
+                });
+}
+
+TEST(AssemblerRefuses, ColumnsOutsideTheWholeOrTheMap) {
+  ExpectRefused(STATUS_INVALID_VALUE, "Process 1, row 2 has column 4; pass 0 to 3.",
+                [](Input& input) { input.cols[1] = 4; });
+  ExpectRefused(STATUS_INVALID_VALUE, "Process 1, row 2 has column 3; pass 0 to 2.",
+                [](Input& input) { input.own.Columns(input.map.data(), 3); });
+  ExpectRefused(STATUS_INVALID_VALUE, "Process 1, column 2 of its map is -5; pass 0 to 3.",
+                [](Input& input) {
+                  input.map[2] = -5;
+                  input.own.Columns(input.map.data(), 4);
+                });
+  ExpectRefused(
+      STATUS_INVALID_VALUE, "Process 1, row 2 has column 9; pass 0 to 3.", [](Input& input) {
+        input.cols[1] = 9;
+        input.own =
+            Own::Rows(2, input.rows.data())
+                .LocalCoo(2, input.offsets.data(), input.cols.data(), input.values.data());
+      });
+}
+
+TEST(AssemblerRefuses, ArraysThatAreMissing) {
+  auto const missing = [](std::string const& name) {
+    return "Process 1 passes no " + name + "; pass the array.";
+  };
+  ExpectRefused(STATUS_INVALID_VALUE, missing("row offsets"), [](Input& input) {
+    input.own = Own::Band(0, 2).Csr(nullptr, input.cols.data(), input.values.data());
+  });
+  ExpectRefused(STATUS_INVALID_VALUE, missing("columns"), [](Input& input) {
+    input.own = Own::Band(0, 2).Csr(input.offsets.data(), nullptr, input.values.data());
+  });
+  ExpectRefused(STATUS_INVALID_VALUE, missing("values"), [](Input& input) {
+    input.own = Own::Band(0, 2).Csr(input.offsets.data(), input.cols.data(), nullptr);
+  });
+  ExpectRefused(STATUS_INVALID_VALUE, missing("list of its rows"),
+                [](Input& input) { input.own = Own::Rows(1, nullptr); });
+  ExpectRefused(STATUS_INVALID_VALUE, missing("rows of the entries"), [](Input& input) {
+    input.own = Own().Coo(1, nullptr, input.cols.data(), input.values.data());
+  });
+  ExpectRefused(STATUS_INVALID_VALUE, missing("map of columns"),
+                [](Input& input) { input.own.Columns(nullptr, 1); });
+}
+
+TEST(AssemblerRefuses, CountsThatMakeNoSense) {
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1, row 0 has -1 entries; pass offsets that ascend.", [](Input& input) {
+                  input.offsets = {1, 0, 2};
+                });
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1 passes a negative number of rows, entries or columns, -2.",
+                [](Input& input) { input.own = Own::Band(0, -2); });
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1 passes a negative number of rows, entries or columns, -3.",
+                [](Input& input) { input.own = Own().Coo(-3, nullptr, nullptr, nullptr); });
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1 passes a negative number of rows, entries or columns, -4.",
+                [](Input& input) { input.own.Columns(input.map.data(), -4); });
+  ExpectRefused(STATUS_INVALID_VALUE, "Process 1 passes 3 blocks; pass at most 2.",
+                [](Input& input) {
+                  for (int k = 0; k < 2; ++k)
+                    input.own.Csr(input.offsets.data(), input.cols.data(), input.values.data());
+                });
+}
+
+TEST(AssemblerRefuses, RequestsThatDiffer) {
+  ExpectRefused(STATUS_INCONSISTENT, "Process 1 wants a whole of 5 x 4, process 0 wants 4 x 4.",
+                [](Input& input) { input.request.mRows = 5; });
+  ExpectRefused(STATUS_INCONSISTENT,
+                "Process 1 wants receiver -1, process 0 wants 0; pass one receiver.",
+                [](Input& input) { input.request.mReceiver = kEverybody; });
+  ExpectRefused(STATUS_INCONSISTENT,
+                "Process 1 wants other values, order or base than process 0.",
+                [](Input& input) { input.request.mBase = 1; });
+  ExpectRefused(STATUS_INCONSISTENT,
+                "Process 1 wants other values, order or base than process 0.",
+                [](Input& input) { input.request.mWithValues = false; });
+}
+
+TEST(AssemblerRefuses, RequestsThatNoGatherCanMeet) {
+  ExpectRefused(STATUS_INVALID_VALUE, "Process 1 wants receiver 3; pass 0 to 2, or kEverybody.",
+                [](Input& input) { input.request.mReceiver = 3; });
+  ExpectRefused(STATUS_INVALID_VALUE, "Process 1 wants base 2; pass 0 or 1.",
+                [](Input& input) { input.request.mBase = 2; });
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1 wants a whole of -1 x 4, which its indices cannot count.",
+                [](Input& input) { input.request.mRows = -1; });
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1 wants a whole of 4 x 2147483647, which its indices cannot count.",
+                [](Input& input) { input.request.mCols = 2147483647; });
+}
+
+TEST(AssemblerRefuses, AnUpdateWithoutValuesOnEveryProcess) {
+  std::string const printed = CaptureStdout([] {
+    LocalComm::Run(3, [](std::shared_ptr<Comm> const& comm) {
+      LedgerPool pool;
+      Assembler<double, int> assembler(&pool);
+      Input input;
+      ASSERT_EQ(assembler.Gather(comm, input.own, input.request), STATUS_OK);
+      bool const missing = comm->Rank() == 2;
+      EXPECT_EQ(assembler.Update(missing ? nullptr : input.values.data()),
+                STATUS_INVALID_VALUE);
+      if (assembler.Whole() != nullptr) {
+        EXPECT_EQ(assembler.Whole()->mValues.mData[0], 3);
+      }
+      EXPECT_EQ(assembler.Update(input.values.data()), STATUS_OK);
+    });
+  });
+  EXPECT_NE(printed.find("Process 2 passes no values; pass the array."), std::string::npos);
+}
+
+TEST(AssemblerRefuses, DenseMatricesOfOtherShapesOnEveryProcess) {
+  struct Wrong {
+    long rows, columns, ld;
+    bool whole;
+    PavexStatus status;
+    char const* reason;
+  };
+  for (Wrong const& wrong :
+       {Wrong{3, 1, 3, false, STATUS_INVALID_VALUE, "Process 1 passes 3 dense rows; pass 2."},
+        Wrong{2, 2, 1, false, STATUS_INVALID_VALUE,
+              "Process 1 passes leading dimension 1; pass at least 2."},
+        Wrong{2, 2, 2, false, STATUS_INCONSISTENT,
+              "Process 1 passes 2 dense columns, process 0 passes 1."},
+        Wrong{4, 2, 4, true, STATUS_INVALID_VALUE,
+              "Process 0 passes 2 columns of the whole and 1 of its own."}}) {
+    std::string const printed = CaptureStdout([&wrong] {
+      LocalComm::Run(2, [&wrong](std::shared_ptr<Comm> const& comm) {
+        using Dense = MatrixDense<double, int>;
+        LedgerPool pool;
+        Assembler<double, int> assembler(&pool);
+        Input input;
+        ASSERT_EQ(assembler.Gather(comm, input.own, input.request), STATUS_OK);
+        double array[16] = {};
+        double all[16] = {};
+        bool const ownIsWrong = comm->Rank() == 1 && !wrong.whole;
+        auto own = ownIsWrong ? Dense::Borrow(wrong.rows, wrong.columns, false, wrong.ld, array)
+                              : Dense::Borrow(2, 1, false, 2, array);
+        auto whole = wrong.whole
+                         ? Dense::Borrow(wrong.rows, wrong.columns, false, wrong.ld, all)
+                         : Dense::Borrow(4, 1, false, 4, all);
+        EXPECT_EQ(assembler.Scatter(whole, own), wrong.status);
+        EXPECT_EQ(assembler.Collect(own, Overlap::ADD, whole), wrong.status);
+      });
+    });
+    EXPECT_NE(printed.find(wrong.reason), std::string::npos) << wrong.reason << "\n" << printed;
+  }
+}
+
+TEST(AssemblerRefuses, AMissingCommunicatorAlone) {
+  LedgerPool pool;
+  Assembler<double, int> assembler(&pool);
+  CaptureStdout([&assembler] {
+    EXPECT_EQ(assembler.Gather(nullptr, Own(), AssemblyRequest()), STATUS_INVALID_VALUE);
+  });
+}
+
+}  // namespace
+}  // namespace Pavex
