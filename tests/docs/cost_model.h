@@ -3,6 +3,7 @@
 #pragma once
 
 #include "tests/property/round.h"
+#include "tests/support/most_per_call.h"
 
 #include <algorithm>
 #include <ostream>
@@ -46,7 +47,7 @@ class CostModel {
         root(rank == 0) {}
 
   Cost Gather() const {
-    Cost cost = Move(ArraysOfGather(), OutOfGather(), InOfGather());
+    Cost cost = Move(CallsOfGather(), OutOfGather(), InOfGather());
     if (P > 1) cost.calls += 1;
     if (P > 1) cost.out += 72;
     if (P > 1) cost.in += 72 * P;
@@ -66,8 +67,8 @@ class CostModel {
   long Held() const { return 72 * P + (pieces && receiver ? 8 * P : 0) + HeldArrays(); }
 
   Cost Update() const {
-    Cost cost = Move(1, pieces ? n * t : N * t, N * t);
-    cost.peak = mRound.IsDense() ? DensePeak(UPDATED, t) : (Owns() ? N * t : 0);
+    Cost cost = Move(CallsFor(N), pieces ? n * t : N * t, N * t);
+    cost.peak = mRound.IsDense() ? DensePeak(UPDATED, t) : Owns() ? N * t + RoundCounts(N) : 0;
     return cost;
   }
 
@@ -75,7 +76,9 @@ class CostModel {
   Cost UpdateInPlace() const {
     Cost cost = Update();
     bool const borrows = holder && (!mRound.IsDense() || mPiece.IsPacked(UPDATED));
-    if (receiver && (pieces || one) && !borrows) cost.peak -= N * t;
+    if (!receiver || !(pieces || one) || borrows) return cost;
+    bool const reordered = pieces && mRound.IsDense() && Reordered();
+    cost.peak -= reordered ? std::max(N * t, RoundCounts(N)) - RoundCounts(N) : N * t;
     return cost;
   }
 
@@ -84,30 +87,34 @@ class CostModel {
     if (mRound.toAll) return cost;
     long const padded = mPiece.IsPacked(SCATTERED) ? 0 : n * t;
     if (pieces) {
-      cost = {1, root ? N * t : 0, n * t, padded + (root && Reordered() ? N * t : 0)};
+      cost = {CallsFor(N), root ? N * t : 0, n * t,
+              padded + RoundCounts(N) + (root && Reordered() ? N * t : 0)};
     } else if (one) {
       if (mRound.holder == 0 || !(root || holder)) return cost;
-      cost = {1, root ? N * t : 0, holder ? N * t : 0, holder ? padded : 0};
+      cost = {CallsFor(N), root ? N * t : 0, holder ? N * t : 0, holder ? padded : 0};
     } else {
       bool const packs = !mPiece.IsPacked(UPDATED);
-      cost = {1, root ? N * t : 0, root ? 0 : N * t, root ? (packs ? N * t : 0) : padded};
+      cost = {CallsFor(N), root ? N * t : 0, root ? 0 : N * t,
+              root ? (packs ? N * t : 0) : padded};
     }
     return cost;
   }
 
  private:
-  // What so many transfers cost, of `out` bytes on a sender and `in` bytes on a receiver.
-  Cost Move(long transfers, long out, long in) const {
-    if (pieces) return {transfers, out, receiver ? in : 0, 0};
+  // What so many calls cost, of `out` bytes on a sender and `in` bytes on a receiver.
+  Cost Move(long calls, long out, long in) const {
+    if (pieces) return {calls, out, receiver ? in : 0, 0};
     if (!one || (!mRound.toAll && mRound.holder == 0)) return {};
     bool const receives = receiver && !holder;
     if (!receives && !holder) return {};
-    return {transfers, holder ? out : 0, receives ? in : 0, 0};
+    return {calls, holder ? out : 0, receives ? in : 0, 0};
   }
 
-  long ArraysOfGather() const {
-    long const values = v == 0 ? 0 : 1;
-    return mRound.IsDense() ? values : 2 + values;
+  long CallsOfGather() const {
+    long const values = v == 0 ? 0 : CallsFor(N);
+    if (mRound.IsDense()) return values;
+    if (!mRound.IsCompressed()) return 2 * CallsFor(N) + values;
+    return CallsFor(pieces ? C : C + 1) + CallsFor(N) + values;
   }
   long OutOfGather() const {
     if (mRound.IsDense()) return (pieces ? n : N) * v;
@@ -124,10 +131,15 @@ class CostModel {
 
   long ArraysPeak() const {
     if (mRound.IsDense()) return DensePeak(GATHERED, v);
-    if (!mRound.IsCompressed()) return OwnedArrays();
+    if (!mRound.IsCompressed()) return OwnedArrays() + RoundCounts(N);
     if (!pieces) return OwnedArrays() + ZeroOffsets();
     long const lengths = receiver ? (C + 1) * i + 8 * P + c * i : c * i;
-    return std::max(lengths, OwnedArrays());
+    return std::max(lengths, OwnedArrays() + RoundCounts(N));
+  }
+
+  // Counts and displacements while `count` elements move in several rounds.
+  long RoundCounts(long count) const {
+    return pieces && receiver && CallsFor(count) > 1 ? 8 * P : 0;
   }
 
   // Of a gathered sparse matrix.
@@ -147,7 +159,9 @@ class CostModel {
     if (!pieces && !one) return 0;
     long const storage = receiver ? N * t : 0;
     bool const packs = !mPiece.IsPacked(phase) && (pieces || holder);
-    return storage + (packs ? n * w : 0) + (pieces && receiver && Reordered() ? N * w : 0);
+    long const reordered = pieces && receiver && Reordered() ? N * w : 0;
+    long const counts = w == 0 ? 0 : RoundCounts(N);  // returned before the reorder
+    return storage + (packs ? n * w : 0) + std::max(reordered, counts);
   }
 
   long HeldArrays() const {

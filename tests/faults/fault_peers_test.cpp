@@ -61,11 +61,12 @@ class FaultyJob {
     FaultRun<T, I> const run(mRound, rank, mRun.operation);
     if (status == STATUS_OK) return run.CheckDone(At(rank), mRun.operation, status);
     if (status != STATUS_COMM_FAILED) return "status is " + std::to_string(status);
-    bool const inPlace = mRun.operation == Operation::UPDATE_IN_PLACE &&
-                         At(rank).ReceivesInPlace(mRun.operation);
+    std::size_t const made = At(rank).MadeCalls();
+    bool const arrives = mRun.operation == Operation::UPDATE_IN_PLACE ||
+                         (mRun.operation == Operation::SCATTER && run.CallsBefore(made) > 1);
+    bool const inPlace = arrives && At(rank).ReceivesInPlace(mRun.operation);
     std::string const difference = At(rank).CheckFailure(mRun.operation, inPlace);
     if (!difference.empty()) return difference;
-    std::size_t const made = At(rank).MadeCalls();
     std::string const calls = At(rank).CheckCalls(run.steps, made, false);
     return calls.empty() ? At(rank).CheckMemory(run.KeptAtFailure(made)) : calls;
   }

@@ -1,5 +1,7 @@
 #include "tests/faults/steps.h"
 
+#include "tests/support/most_per_call.h"
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -100,11 +102,11 @@ class StepWriter {
     if (receives && !mPiece.IsPacked(SCATTERED))
       Take(Purpose::DENSE_RECEIVE, mPiece.entries.size() * mBytes.value);
     if (InPieces())
-      Call(Purpose::DENSE_BACK, CommOp::SCATTERV);
+      Collective(Purpose::DENSE_BACK, CommOp::SCATTERV, isRoot, Entries());
     else if (isView)
-      Call(Purpose::DENSE_BACK, CommOp::BCAST);
+      Call(Purpose::DENSE_BACK, CommOp::BCAST, Entries());
     else
-      PassOn(Purpose::DENSE_BACK, 0, mRound.holder);
+      PassOn(Purpose::DENSE_BACK, 0, mRound.holder, Entries());
     return mSteps;
   }
 
@@ -112,26 +114,37 @@ class StepWriter {
   void Take(Purpose purpose, std::size_t bytes) {
     mSteps.push_back({purpose, true, bytes, CommOp::RANK});
   }
-  void Call(Purpose purpose, CommOp op) { mSteps.push_back({purpose, false, 0, op}); }
+  // Adds as many calls as `count` elements take.
+  void Call(Purpose purpose, CommOp op, long count = 0) {
+    for (long calls = CallsFor(count); calls > 0; --calls)
+      mSteps.push_back({purpose, false, 0, op});
+  }
 
-  // Adds the call that moves one array from one rank to another.
-  void PassOn(Purpose purpose, int from, int to) {
+  // Adds the calls that move one array of `count` elements from one rank to another.
+  void PassOn(Purpose purpose, int from, int to, long count) {
     if (from == to) return;
-    if (mRank == from) Call(purpose, CommOp::SEND);
-    if (mRank == to) Call(purpose, CommOp::RECV);
+    if (mRank == from) Call(purpose, CommOp::SEND, count);
+    if (mRank == to) Call(purpose, CommOp::RECV, count);
   }
-  void FromHolder(Purpose purpose) {
+  void FromHolder(Purpose purpose, long count) {
     if (mRound.toAll)
-      Call(purpose, CommOp::BCAST);
+      Call(purpose, CommOp::BCAST, count);
     else
-      PassOn(purpose, mRound.holder, 0);
+      PassOn(purpose, mRound.holder, 0, count);
   }
-  void FromPieces(Purpose purpose) {
-    Call(purpose, mRound.toAll ? CommOp::ALLGATHERV : CommOp::GATHERV);
+  // Adds the calls that move an array of which every rank has a part. Several calls need counts
+  // of their own on a rank that has the whole.
+  void Collective(Purpose purpose, CommOp op, bool hasWhole, long count) {
+    for (int arrays = CallsFor(count) > 1 && hasWhole ? 2 : 0; arrays > 0; --arrays)
+      Take(purpose, mRanks * sizeof(int));
+    Call(purpose, op, count);
+  }
+  void FromPieces(Purpose purpose, long count) {
+    Collective(purpose, mRound.toAll ? CommOp::ALLGATHERV : CommOp::GATHERV, Receives(), count);
   }
   void Move(Purpose purpose) {
-    if (InPieces()) FromPieces(purpose);
-    if (mRound.holding == Holding::ONE) FromHolder(purpose);
+    if (InPieces()) FromPieces(purpose, Entries());
+    if (mRound.holding == Holding::ONE) FromHolder(purpose, Entries());
   }
 
   void GatherDense(Phase phase, bool withValues) {
@@ -142,8 +155,8 @@ class StepWriter {
     bool const isEmpty = mPiece.rows == 0 || mPiece.cols == 0;
     if (!isEmpty && !mPiece.IsPacked(phase))
       Take(Purpose::DENSE_PACKING, mPiece.entries.size() * mBytes.value);
-    if (!InPieces()) return FromHolder(Purpose::DENSE_FROM_HOLDER);
-    FromPieces(Purpose::DENSE_FROM_PIECES);
+    if (!InPieces()) return FromHolder(Purpose::DENSE_FROM_HOLDER, Entries());
+    FromPieces(Purpose::DENSE_FROM_PIECES, Entries());
     if (Receives() && !IsContiguous() && !mHasPlace) Take(Purpose::DENSE_REORDER, all);
   }
 
@@ -152,22 +165,23 @@ class StepWriter {
     auto const count =
         static_cast<std::size_t>(mRound.CompressedCount(whole.rows, whole.cols)) + 1;
     if (Owns()) Take(Purpose::OFFSETS, count * mBytes.index);
-    if (InPieces()) GatherLengths();
+    if (InPieces()) GatherLengths(static_cast<long>(count) - 1);
     if (mRound.holding != Holding::ONE) return;
     bool const leaves = mRound.toAll || mRound.holder != 0;
     if (mRank == mRound.holder && leaves && !mPiece.hasOffsets)
       Take(Purpose::ZERO_OFFSETS, count * mBytes.index);
-    FromHolder(Purpose::OFFSETS_FROM_HOLDER);
+    FromHolder(Purpose::OFFSETS_FROM_HOLDER, static_cast<long>(count));
   }
 
-  void GatherLengths() {
-    if (Receives()) {
+  // `all` rows (columns) of all ranks. In one call their counts come first.
+  void GatherLengths(long all) {
+    if (Receives() && CallsFor(all) == 1) {
       Take(Purpose::LENGTH_COUNTS, mRanks * sizeof(int));
       Take(Purpose::LENGTH_DISPLS, mRanks * sizeof(int));
     }
     auto const own = mRound.CompressedCount(mPiece.rows, mPiece.cols);
     Take(Purpose::LENGTHS, static_cast<std::size_t>(own) * mBytes.index);
-    FromPieces(Purpose::LENGTHS_FROM_PIECES);
+    FromPieces(Purpose::LENGTHS_FROM_PIECES, all);
   }
 
   // Adds the calls for `indexArrays` index arrays and, with `withValues`, for the values.
@@ -192,6 +206,7 @@ class StepWriter {
     if (!Receives() || mRound.holding == Holding::ALL) return false;
     return !(mRound.HoldsWhole(mRank) && withValues && mPiece.IsPacked(GATHERED));
   }
+  long Entries() const { return static_cast<long>(WholeEntries()); }
   std::size_t WholeEntries() const { return mRound.WholeOn(mRank).entries.size(); }
 
   // Whether dense pieces follow each other in the gathered array as they arrive.

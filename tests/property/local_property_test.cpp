@@ -9,7 +9,11 @@
 namespace Pavex {
 namespace {
 
+#ifdef PAVEX_MOST_PER_CALL
+constexpr long kCasesPerRankCount = 1000;
+#else
 constexpr long kCasesPerRankCount = 5000;
+#endif
 constexpr long kCasesPerGroup = 100;
 
 class AggregatorProperty : public testing::TestWithParam<int> {
