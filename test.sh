@@ -20,7 +20,8 @@ case "${1:-}" in
 esac
 
 need "${build_packages[@]}" ccache libgtest-dev libgmock-dev libeigen3-dev libsuitesparse-dev \
-  libopenmpi-dev openmpi-bin libmpich-dev mpich iproute2 make dpkg-dev file groff-base \
+  libopenmpi-dev openmpi-bin libpetsc-real-dev libpetsc-complex-dev libmpich-dev mpich \
+  iproute2 make dpkg-dev file groff-base \
   clang libclang-rt-dev lld clang-tidy clang-format cppcheck valgrind doxygen gcovr
 
 jobs=$(nproc)

@@ -14,6 +14,7 @@ logged() {
     tr -d '\n' <pavex/comm/mpi_call.cpp | grep -oE 'Refuse\(STATUS_[A-Z_]+, *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
     tr -d '\n' <pavex/comm/node_exchange.cpp | grep -oE '(Fail\(message|snprintf\(mReason, sizeof mReason), *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
     tr -d '\n' <pavex/assembly/refusal.cpp | grep -oE 'words\.Say\( *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
+    tr -d '\n' <pavex/interop/petsc_rows.h | grep -oE 'Refuse\( *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
     sed -nE 's/^ *return "(.*)";$/\1/p' pavex/runtime/status.cpp
   } | grep -vxF -e '%s' -e 'Success' | sort -u
 }
