@@ -96,8 +96,8 @@ class PAVEX_API Aggregator : public AggregatorBase {
   // mode and one line per process (of many only the first and the last few, unless `listed` is
   // ALL). Example, in which the second band should begin at row 10:
   //
-  //   refused: process 1 begins at row 11; expected 10, behind the 10 rows of process 0 from 0
-  //   (a gap)
+  //   refused: process 1 begins at row 11; expected 10, because process 0 begins at 0 and has
+  //   10 rows (a gap)
   //   stage: agreement
   //   mode DISTRIBUTED: every process holds a piece
   //   2 processes

@@ -28,18 +28,19 @@ std::int64_t FirstThatIs(bool empty, Records const& records) {
 }
 
 std::string SomeEmpty(GatherPlan const& plan, Records const& records) {
-  return Text(plan.mEmpty) + " of " + Text(records.mSize) +
-         " processes are empty, the first is " + Process(FirstThatIs(true, records)) +
-         ", and the others are not, the first is " + Process(plan.mSource) +
-         "; expected none, all or all but one empty";
+  std::int64_t const count = records.mSize;
+  return Text(plan.mEmpty) + " of " + Text(count) + " processes are empty (the first is " +
+         Process(FirstThatIs(true, records)) + "), the others are not (the first is " +
+         Process(plan.mSource) + "); expected 0, " + Text(count - 1) + " or " + Text(count) +
+         " empty processes";
 }
 
 // "process 0 has ..., process 1 has ...; expected the same".
-template <typename Tell>
-std::string Both(GatherPlan const& plan, Records const& records, Tell const& tell) {
+template <typename InWords>
+std::string Both(GatherPlan const& plan, Records const& records, InWords const& inWords) {
   std::int64_t const first = plan.mProcess;
-  return Process(first) + " has " + tell(records.mData[first]) + ", " + Process(first + 1) +
-         " has " + tell(records.mData[first + 1]) + "; expected the same";
+  return Process(first) + " has " + inWords(records.mData[first]) + ", " + Process(first + 1) +
+         " has " + inWords(records.mData[first + 1]) + "; expected the same";
 }
 
 std::string NotAdjacent(GatherPlan const& plan, Records const& records) {
@@ -48,16 +49,18 @@ std::string NotAdjacent(GatherPlan const& plan, Records const& records) {
   bool const byRows = a.partition.type == PARTITION_ROW_WISE;
   std::string const what = byRows ? "row" : "column";
   std::int64_t const expected = AdjacentBegin(a);
+  std::int64_t const lines = a.Lines(byRows);
   return Process(plan.mProcess + 1) + " begins at " + what + " " + Text(b.partition.begin) +
-         "; expected " + Text(expected) + ", behind the " + Text(a.Lines(byRows)) + " " + what +
-         "s of " + Process(plan.mProcess) + " from " + Text(a.partition.begin) +
+         "; expected " + Text(expected) + ", because " + Process(plan.mProcess) +
+         " begins at " + Text(a.partition.begin) + " and has " + Text(lines) + " " + what +
+         (lines == 1 ? "" : "s") +
          (b.partition.begin > expected ? " (a gap)" : " (an overlap)");
 }
 
 std::string BadCount(GatherPlan const& plan, Records const& records) {
   std::int64_t const entries = records.mData[plan.mProcess].nnz;
   return Process(plan.mProcess) + " has " + Text(entries) + " entries; expected " +
-         (entries < 0 ? "0 or more" : "no more together than memory can hold");
+         (entries < 0 ? "0 or more" : "all entries together to fit into memory");
 }
 
 std::string Offsets(GatherPlan const& plan, Records const& records) {
@@ -70,13 +73,14 @@ std::string Offsets(GatherPlan const& plan, Records const& records) {
   if (plan.mFlaw == GatherFlaw::TOO_MANY_OFFSETS) {
     bool const alone = plan.mMode == CENTRALIZED_ONE;
     return (alone ? Process(plan.mProcess) + " has " : std::string("the pieces have ")) +
-           count + what + (alone ? "" : " together") + "; expected what memory can hold";
+           count + what + (alone ? "" : " together") +
+           "; expected offsets that fit into memory";
   }
   MatrixLocalInfo const& info = records.mData[plan.mProcess];
   std::int64_t const first = records.mData[plan.mReference].partition.begin;
-  return Process(plan.mProcess) + " has " + Text(info.Lines(byRows)) + what + " placed from " +
-         Text(WrappingSub(info.partition.begin, first)) + " on; expected inside the " + count +
-         " gathered";
+  return Process(plan.mProcess) + " has " + Text(info.Lines(byRows)) + what +
+         " that are placed from " + Text(WrappingSub(info.partition.begin, first)) +
+         " on; expected all of them inside the " + count + " gathered" + what;
 }
 
 // The first band of another width (height) than the whole; nothing if there is none.
@@ -89,7 +93,7 @@ std::string OtherExtent(GatherPlan const& plan, Records const& records) {
     std::int64_t const extent = records.mData[p].Lines(!byRows);
     if (extent != expected)
       return Process(p) + " has " + Text(extent) + " " + Words::Lines(!byRows) + "; expected " +
-             Text(expected) + ", those of the whole";
+             Text(expected) + ", as many as the whole matrix";
   }
   return "";
 }
@@ -106,7 +110,8 @@ std::string Values(GatherPlan const& plan, Records const& records) {
     return "the pieces make a dense matrix of " + gathered + entries;
   MatrixLocalInfo const& info = records.mData[plan.mProcess];
   return Process(plan.mProcess) + " has " + Shape(info.rows, info.cols) +
-         ", placed behind the earlier ones; expected inside the " + gathered + " gathered";
+         ", placed after the earlier pieces; expected all of it inside the gathered " +
+         gathered;
 }
 
 std::string ShapeOf(MatrixLocalInfo const& info, DistMatrixMode mode) {
@@ -117,7 +122,7 @@ std::string ShapeOf(MatrixLocalInfo const& info, DistMatrixMode mode) {
 
 std::string Why(GatherPlan const& plan, Records const& records) {
   using Info = MatrixLocalInfo;
-  auto const both = [&](auto const& tell) { return Both(plan, records, tell); };
+  auto const both = [&](auto const& inWords) { return Both(plan, records, inWords); };
   switch (plan.mFlaw) {
     case GatherFlaw::CODES:
       return both(Words::Codes);

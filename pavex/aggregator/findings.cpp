@@ -48,11 +48,11 @@ void FindOthersThanTheHolder(Records const& records, GatherPlan const& plan, Fin
       FindingKind::OTHER_CLASS, records,
       [&](MatrixLocalInfo const& info) { return StoreKindOf(info.storeType) != plan.mKind; },
       found);
-  if (!TellsOrder(type)) return;
+  if (!StatesOrder(type)) return;
   AddFirst(
       FindingKind::OTHER_ORDER, records,
       [&](MatrixLocalInfo const& info) {
-        return TellsOrder(info.storeType) && info.storeType != type;
+        return StatesOrder(info.storeType) && info.storeType != type;
       },
       found);
 }
@@ -77,9 +77,9 @@ void FindMissingValues(Records const& records, GatherPlan const& plan, Findings&
     found.push_back({FindingKind::NO_VALUES, plan.mReference});
 }
 
-void FindUntoldOrder(Records const& records, GatherPlan const& plan, Findings& found) {
+void FindUnknownOrder(Records const& records, GatherPlan const& plan, Findings& found) {
   if (plan.mKind != StoreKind::DENSE || !plan.mWithValues ||
-      TellsOrder(records.mData[plan.mReference].storeType))
+      StatesOrder(records.mData[plan.mReference].storeType))
     return;
   for (std::int64_t const outside : plan.mOutside)
     if (outside != kNobody) found.push_back({FindingKind::ORDER_DECIDES, outside});
@@ -141,7 +141,7 @@ std::vector<GatherFinding> FindSuspicious(Records const& records, GatherPlan con
   if (plan.mReference == kNobody || plan.Refused()) return found;
   FindSizes(records.mData[plan.mReference], plan, found);
   if (plan.mMode == CENTRALIZED_ONE) FindOthersThanTheHolder(records, plan, found);
-  FindUntoldOrder(records, plan, found);
+  FindUnknownOrder(records, plan, found);
   FindMissingValues(records, plan, found);
   if (IsLonePiece(records, plan))
     found.push_back({FindingKind::LONE_PARTITION, plan.mReference});
@@ -179,21 +179,21 @@ std::string StoreTypes(GatherFinding const& finding, Records const& records,
 }
 
 std::string LonePartition(GatherFinding const& finding, MatrixLocalInfo const& info) {
-  return Words::Process(finding.mProcess) + " alone is not empty: its " +
+  return "only " + Words::Process(finding.mProcess) + " is not empty: its " +
          Words::Shape(info.rows, info.cols) + " piece of " +
          Words::Shape(info.globalRows, info.globalCols) + " (" +
          Words::PartitionName(info.partition.type) + " from " +
-         Words::Text(info.partition.begin) + ") is taken for the whole matrix";
+         Words::Text(info.partition.begin) + ") is treated as the whole matrix";
 }
 
 std::string CountedFromOne(GatherFinding const& finding, MatrixLocalInfo const& reference) {
-  return Declared(reference) + "the bands are as many " + Words::Lines(finding.mByRows) +
-         ", but begin at 1; begins seem to be counted from 1, expected from 0";
+  return Declared(reference) + "the bands have as many " + Words::Lines(finding.mByRows) +
+         ", but begin at 1; expected begins that are counted from 0";
 }
 
 std::string Uncovered(GatherFinding const& finding, MatrixLocalInfo const& reference) {
-  return Declared(reference) + Words::Lines(finding.mByRows, finding.mFirst, finding.mLast) +
-         (finding.mFirst == finding.mLast ? " is" : " are") + " held by no process";
+  return Declared(reference) + "no process holds " +
+         Words::Lines(finding.mByRows, finding.mFirst, finding.mLast);
 }
 
 std::string Outside(GatherFinding const& finding, MatrixLocalInfo const& reference) {
@@ -210,20 +210,20 @@ std::string Describe(GatherFinding const& finding, Records const& records,
   MatrixLocalInfo const& reference = records.mData[plan.mReference];
   switch (finding.mKind) {
     case FindingKind::NEGATIVE_SIZE:
-      return Gathered(plan) + "none below 0";
+      return Gathered(plan) + "no negative number";
     case FindingKind::INDEX_TOO_SMALL:
       return Declared(reference) + "indices of " +
              Words::Text(static_cast<long>(plan.mIndexBytes)) +
              " bytes cannot number all its rows and columns";
     case FindingKind::OTHER_CLASS:
       return StoreTypes(finding, records, plan) +
-             "; expected the same format (std::bad_cast where it is another)";
+             "; expected the same format (another one throws std::bad_cast)";
     case FindingKind::OTHER_ORDER:
       return StoreTypes(finding, records, plan) +
-             ", and each takes what it receives in its own order";
+             ", and each stores received elements in its own order";
     case FindingKind::ORDER_DECIDES:
       return Words::StoreName(reference.storeType) +
-             " does not tell the order of the elements, and in one order " +
+             " does not say the order of the elements, and in one order " +
              Words::Process(finding.mProcess) + " lies outside the gathered matrix";
     case FindingKind::NO_VALUES:
       return Words::Process(finding.mProcess) + " has no entries" + Others(finding) +

@@ -119,7 +119,7 @@ void SettleValues(Records const& records, GatherPlan& plan) {
   if (!plan.mWithValues) return;
 
   // If the store type does not say the order, processes of both orders must fail.
-  bool const told = TellsOrder(reference.storeType);
+  bool const told = StatesOrder(reference.storeType);
   bool const rowMajor = reference.storeType != STORE_DENSE_COL_MAJOR;
   GatherFlaw const flaw = plan.DenseFlaw(rowMajor);
   if (flaw == GatherFlaw::NONE || (!told && plan.DenseFlaw(!rowMajor) == GatherFlaw::NONE))

@@ -118,9 +118,9 @@ enum class FindingKind {
   INDEX_TOO_SMALL,   // indices cannot number all rows or columns of the declared whole
   OTHER_CLASS,       // a process has another class than the holder: std::bad_cast there
   OTHER_ORDER,       // a process has another dense order than the holder
-  ORDER_DECIDES,     // the record does not tell the dense order, and one order is refused
+  ORDER_DECIDES,     // the record does not say the dense order, and one order is refused
   NO_VALUES,         // a process has no entries, but must send values: it fails, others wait
-  LONE_PARTITION,    // a piece of the declared whole is taken for the whole matrix
+  LONE_PARTITION,    // a piece of the declared whole is treated as the whole matrix
   COUNTED_FROM_ONE,  // the begins seem to be counted from 1
   UNCOVERED,         // rows (columns) of the declared whole that no process holds
   OUTSIDE            // rows (columns) outside the declared whole
@@ -143,7 +143,7 @@ struct GatherFinding {
 PAVEX_API std::vector<GatherFinding> FindSuspicious(Buffer<MatrixLocalInfo> const& records,
                                                     GatherPlan const& plan);
 
-// A finding in words. Example: "declared 9 x 2: rows 2 to 8 are held by no process".
+// A finding in words. Example: "declared 9 x 2: no process holds rows 2 to 8".
 PAVEX_API std::string Describe(GatherFinding const& finding,
                                Buffer<MatrixLocalInfo> const& records, GatherPlan const& plan);
 

@@ -134,7 +134,7 @@ std::int64_t FindPieceOutside(Buffer<MatrixLocalInfo> const& infos, std::int32_t
                          rowMajor ? shape.mCols : shape.mRows, shape.mNnz);
 }
 
-bool TellsOrder(PavexMatrixStoreType type) {
+bool StatesOrder(PavexMatrixStoreType type) {
   return type == STORE_DENSE_ROW_MAJOR || type == STORE_DENSE_COL_MAJOR;
 }
 

@@ -77,7 +77,7 @@ std::int64_t FindPieceOutside(Buffer<MatrixLocalInfo> const& infos, std::int32_t
                               bool rowMajor, GatheredShape const& shape);
 
 // Whether a dense store type says the order of the elements.
-bool TellsOrder(PavexMatrixStoreType type);
+bool StatesOrder(PavexMatrixStoreType type);
 
 // "row-wise", "column-wise" or "nonzero-wise"; null for any other type.
 char const* PartitionWord(std::int32_t type);

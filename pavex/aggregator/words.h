@@ -28,7 +28,7 @@ std::string Flag(bool withValues);
 std::string Lines(bool byRows);
 // "rows 2 to 8" or "row 2".
 std::string Lines(bool byRows, std::int64_t first, std::int64_t last);
-// Everything that a record says, or that it never arrived.
+// Everything that a record says, or a text that says that it never arrived.
 std::string Record(MatrixLocalInfo const& info);
 
 }  // namespace Pavex::Words

@@ -1,4 +1,4 @@
-// What the object says about pieces whose sizes do not fit their format, word for word.
+// The text of Describe for pieces whose sizes do not fit their format.
 
 #include "tests/support/described_records.h"
 
@@ -11,12 +11,12 @@ namespace {
 
 using ::testing::StartsWith;
 
-// A row-major one, with just the entries of its shape.
+// A row-major dense piece with exactly the entries of its shape.
 MatrixLocalInfo DensePiece(MatrixPartition partition, std::int64_t rows, std::int64_t cols) {
   return Piece(STORE_DENSE_ROW_MAJOR, partition, rows, cols, rows * cols);
 }
 
-// Says that the global shape is `rows` x `cols`.
+// `records` with the global shape `rows` x `cols`.
 Records Of(std::int64_t rows, std::int64_t cols, Records records) {
   for (MatrixLocalInfo& info : records) {
     info.globalRows = rows;
@@ -33,42 +33,45 @@ std::string VerdictOnPieces(Records const& records) {
   return text.substr(0, mode);
 }
 
-TEST(Describe, TellsCompressedPiecesThatAreCutAlongTheWrongDimension) {
+TEST(Describe, ReportsCompressedPiecesThatAreCutAlongTheWrongDimension) {
   MatrixLocalInfo const left = Piece(STORE_CSR_0, MatrixPartition::ColumnWise(5), 2, 2, 2);
   MatrixLocalInfo const right = Piece(STORE_CSR_0, MatrixPartition::ColumnWise(7), 2, 2, 2);
   MatrixLocalInfo const upper = Piece(STORE_CSC_0, MatrixPartition::RowWise(0), 4, 3, 2);
   MatrixLocalInfo const lower = Piece(STORE_CSC_0, MatrixPartition::RowWise(4), 4, 3, 2);
 
   EXPECT_EQ(VerdictOnPieces(Of(2, 4, {left, right})),
-            "refused: process 1 has 2 rows placed from 2 on; expected inside the 2 gathered\n"
+            "refused: process 1 has 2 rows that are placed from 2 on; expected all of them "
+            "inside the 2 gathered rows\n"
             "stage: offsets\n");
-  EXPECT_EQ(
-      VerdictOnPieces(Of(8, 3, {upper, lower})),
-      "refused: process 1 has 3 columns placed from 4 on; expected inside the 3 gathered\n"
-      "stage: offsets\n");
+  EXPECT_EQ(VerdictOnPieces(Of(8, 3, {upper, lower})),
+            "refused: process 1 has 3 columns that are placed from 4 on; expected all of them "
+            "inside the 3 gathered columns\n"
+            "stage: offsets\n");
 }
 
-TEST(Describe, TellsACompressedPieceWithMoreRowsThanTheWhole) {
+TEST(Describe, ReportsACompressedPieceWithMoreRowsThanTheWhole) {
   MatrixLocalInfo const high = Piece(STORE_CSR_0, MatrixPartition::NonzeroWise(), 4, 4, 2);
   MatrixLocalInfo const low = Piece(STORE_CSR_0, MatrixPartition::NonzeroWise(), 2, 4, 2);
 
   EXPECT_EQ(VerdictOnPieces(Of(2, 4, {high, low})),
-            "refused: process 0 has 4 rows placed from 0 on; expected inside the 2 gathered\n"
+            "refused: process 0 has 4 rows that are placed from 0 on; expected all of them "
+            "inside the 2 gathered rows\n"
             "stage: offsets\n");
 }
 
-TEST(Describe, TellsANegativeNumberOfCompressedRows) {
+TEST(Describe, ReportsANegativeNumberOfCompressedRows) {
   EXPECT_EQ(VerdictOnPieces({RowBand(0, 5), RowBand(5, -2), RowBand(3, 4)}),
-            "refused: process 1 has -2 rows placed from 5 on; expected inside the 7 gathered\n"
+            "refused: process 1 has -2 rows that are placed from 5 on; expected all of them "
+            "inside the 7 gathered rows\n"
             "stage: offsets\n");
 }
 
-TEST(Describe, TellsMoreRowsThanThereCanBeOffsets) {
+TEST(Describe, ReportsMoreRowsThanThereCanBeOffsets) {
   constexpr std::int64_t kMostOffsets = std::int64_t{1} << 61;  // of int
 
   EXPECT_EQ(VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostOffsets - 2)}),
-            "refused: the pieces have 2305843009213693951 rows together; expected what memory "
-            "can hold\n"
+            "refused: the pieces have 2305843009213693951 rows together; expected offsets that "
+            "fit into memory\n"
             "stage: offsets\n");
   EXPECT_EQ(VerdictOnPieces({RowBand(0, 1), RowBand(1, kMostOffsets - 3)}),
             "agreed, but declared 100 x 100: rows 100 to 2305843009213693949 of the pieces lie "
@@ -102,7 +105,7 @@ TEST(Describe, CountsNoColumnsOfCoordinates) {
       "gathered: 100 x 2147483657 with 14 entries, with values\n");
 }
 
-TEST(Describe, TellsADeclaredWholeWhoseRowsOrColumnsIndicesOfIntCannotNumber) {
+TEST(Describe, ReportsADeclaredWholeWhoseRowsOrColumnsIndicesOfIntCannotNumber) {
   constexpr std::int64_t kMostNumbered = std::int64_t{1} << 31;  // 0 to 2147483647
   std::string const agreed = "agreed: 100 x 100 with 7 entries, with values\n";
   auto const verdictOf = [](PavexMatrixStoreType type, std::int64_t rows, std::int64_t cols) {
@@ -143,7 +146,7 @@ TEST(Describe, AgreesOnAHolderOfMoreThanOneCallCounts) {
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
 }
 
-TEST(Describe, TellsAHolderOfMoreRowsThanThereCanBeOffsets) {
+TEST(Describe, ReportsAHolderOfMoreRowsThanThereCanBeOffsets) {
   MatrixLocalInfo whole = Whole();
   whole.rows = (std::int64_t{1} << 61) - 2;
   EXPECT_EQ(VerdictAbout({Empty(), whole}),
@@ -155,13 +158,13 @@ TEST(Describe, TellsAHolderOfMoreRowsThanThereCanBeOffsets) {
     whole.rows = rows;
     EXPECT_EQ(VerdictAbout({Empty(), whole}),
               "refused: process 1 has " + std::to_string(rows) +
-                  " rows; expected what memory can hold\n"
+                  " rows; expected offsets that fit into memory\n"
                   "stage: offsets\n"
                   "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
   }
 }
 
-TEST(Describe, TellsAHolderOfMoreEntriesThanMemoryHolds) {
+TEST(Describe, ReportsAHolderOfMoreEntriesThanMemoryHolds) {
   MatrixLocalInfo whole = Piece(STORE_COO_0, {}, 100, 100, (std::int64_t{1} << 59) - 1);
   MatrixLocalInfo const empty = Piece(STORE_COO_0, {}, 0, 0, 0);
   EXPECT_EQ(VerdictAbout({empty, whole}),
@@ -170,8 +173,8 @@ TEST(Describe, TellsAHolderOfMoreEntriesThanMemoryHolds) {
 
   ++whole.nnz;
   EXPECT_EQ(VerdictAbout({empty, whole}),
-            "refused: process 1 has 576460752303423488 entries; expected no more together than "
-            "memory can hold\n"
+            "refused: process 1 has 576460752303423488 entries; expected all entries together "
+            "to fit into memory\n"
             "stage: counts\n"
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
 }
@@ -192,24 +195,24 @@ TEST(Describe, AllowsAnyCountWhereNothingMoves) {
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
 }
 
-TEST(Describe, TellsNegativeSizesOfTheWhole) {
+TEST(Describe, ReportsNegativeSizesOfTheWhole) {
   MatrixLocalInfo const six = Piece(STORE_COO_0, MatrixPartition::RowWise(0), -3, 100, 6);
   MatrixLocalInfo const one = Piece(STORE_COO_0, MatrixPartition::RowWise(-3), 2, 100, 1);
 
   EXPECT_EQ(VerdictOnPieces({six, one}),
-            "agreed, but the pieces make -1 x 100 with 7 entries; expected none below 0\n"
+            "agreed, but the pieces make -1 x 100 with 7 entries; expected no negative number\n"
             "gathered: -1 x 100 with 7 entries, with values\n");
 }
 
-TEST(Describe, TellsTheFirstDenseBandThatIsNotAsWideAsTheWhole) {
+TEST(Describe, ReportsTheFirstDenseBandThatIsNotAsWideAsTheWhole) {
   EXPECT_EQ(VerdictOnPieces({DensePiece(MatrixPartition::RowWise(0), 4, 100),
                              DensePiece(MatrixPartition::RowWise(4), 6, 50),
                              DensePiece(MatrixPartition::RowWise(10), 6, 60)}),
-            "refused: process 1 has 50 columns; expected 100, those of the whole\n"
+            "refused: process 1 has 50 columns; expected 100, as many as the whole matrix\n"
             "stage: values\n");
   EXPECT_EQ(VerdictOnPieces({DensePiece(MatrixPartition::ColumnWise(0), 90, 4),
                              DensePiece(MatrixPartition::ColumnWise(4), 100, 6)}),
-            "refused: process 0 has 90 rows; expected 100, those of the whole\n"
+            "refused: process 0 has 90 rows; expected 100, as many as the whole matrix\n"
             "stage: values\n");
 }
 
@@ -219,7 +222,7 @@ Records ColumnMajor(Records records) {
   return records;
 }
 
-TEST(Describe, TellsDenseBandsThatMakeUpForEachOthersExtentWhereTheyAreReordered) {
+TEST(Describe, ReportsDenseBandsThatMakeUpForEachOthersExtentWhereTheyAreReordered) {
   Records const columns = Of(4, 2,
                              {DensePiece(MatrixPartition::ColumnWise(0), 2, 1),
                               DensePiece(MatrixPartition::ColumnWise(1), 6, 1)});
@@ -228,20 +231,21 @@ TEST(Describe, TellsDenseBandsThatMakeUpForEachOthersExtentWhereTheyAreReordered
                            DensePiece(MatrixPartition::RowWise(1), 1, 6)});
 
   EXPECT_EQ(VerdictOnPieces(columns),
-            "refused: process 0 has 2 rows; expected 4, those of the whole\n"
+            "refused: process 0 has 2 rows; expected 4, as many as the whole matrix\n"
             "stage: values\n");
   EXPECT_EQ(VerdictOnPieces(ColumnMajor(columns)),
             "agreed, but declared 4 x 2: rows 4 to 5 of process 1 lie outside\n"
             "gathered: 4 x 2 with 8 entries, with values\n");
   EXPECT_EQ(VerdictOnPieces(ColumnMajor(rows)),
-            "refused: process 0 has 2 columns; expected 4, those of the whole\n"
+            "refused: process 0 has 2 columns; expected 4, as many as the whole matrix\n"
             "stage: values\n");
   EXPECT_EQ(VerdictOnPieces(rows),
             "agreed, but declared 2 x 4: columns 4 to 5 of process 1 lie outside\n"
             "gathered: 2 x 4 with 8 entries, with values\n");
 }
 
-// Behind the first piece, in the place of its columns, the second would not be inside.
+// If they were reordered, the second piece would be placed after the columns of the first one,
+// outside the whole.
 TEST(Describe, AsksForNoPlaceOfDenseBandsThatAreNotReordered) {
   Records const rows = Of(3, 3,
                           {DensePiece(MatrixPartition::RowWise(0), 1, 7),
@@ -279,7 +283,7 @@ TEST(Describe, TakesDenseBandsThatAreReordered) {
   EXPECT_EQ(VerdictOnPieces(ColumnMajor(rows)), "agreed: 2 x 4 with 8 entries, with values\n");
 }
 
-TEST(Describe, PlacesNoDensePieceBehindTheLastRecord) {
+TEST(Describe, PlacesNoDensePieceAfterTheLastRecord) {
   Records const columns = Of(4, 2,
                              {DensePiece(MatrixPartition::ColumnWise(0), 4, 1),
                               DensePiece(MatrixPartition::ColumnWise(1), 4, 1)});
@@ -288,17 +292,17 @@ TEST(Describe, PlacesNoDensePieceBehindTheLastRecord) {
               StartsWith("agreed: 4 x 2 with 8 entries, with values\n"));
 }
 
-TEST(Describe, TellsTheFirstDensePieceOutsideTheWhole) {
+TEST(Describe, ReportsTheFirstDensePieceOutsideTheWhole) {
   MatrixLocalInfo const wide = DensePiece(MatrixPartition::NonzeroWise(), 1, 4);
   MatrixLocalInfo const high = DensePiece(MatrixPartition::NonzeroWise(), 4, 1);
 
   EXPECT_EQ(VerdictOnPieces(Of(2, 4, {wide, high})),
-            "refused: process 1 has 4 x 1, placed behind the earlier ones; expected inside the "
-            "2 x 4 gathered\n"
+            "refused: process 1 has 4 x 1, placed after the earlier pieces; expected all of it "
+            "inside the gathered 2 x 4\n"
             "stage: values\n");
 }
 
-TEST(Describe, TellsDensePiecesThatDoNotFillTheirShape) {
+TEST(Describe, ReportsDensePiecesThatDoNotFillTheirShape) {
   MatrixLocalInfo const share = DensePiece(MatrixPartition::NonzeroWise(), 4, 4);
   MatrixLocalInfo band = DensePiece(MatrixPartition::RowWise(0), 4, 100);
   band.nnz = 399;
@@ -312,7 +316,7 @@ TEST(Describe, TellsDensePiecesThatDoNotFillTheirShape) {
       "stage: values\n");
 }
 
-TEST(Describe, TellsADenseWholeThatDoesNotFillItsShape) {
+TEST(Describe, ReportsADenseWholeThatDoesNotFillItsShape) {
   MatrixLocalInfo empty = DensePiece({}, 0, 0);
   empty.nnz = 5;
   MatrixLocalInfo whole = DensePiece({}, 4, 3);
@@ -330,7 +334,7 @@ TEST(Describe, AsksForNoFitOfADensePatternAlone) {
   first.withValues = second.withValues = false;
 
   EXPECT_EQ(VerdictOnPieces({first, second}),
-            "agreed, but declared 100 x 100: rows 10 to 99 are held by no process\n"
+            "agreed, but declared 100 x 100: no process holds rows 10 to 99\n"
             "gathered: 10 x 100 with 500 entries, without values\n");
 }
 
@@ -349,15 +353,15 @@ TEST(Describe, NotesTheFirstDenseOrderThatIsNotTheHolders) {
   other.storeType = STORE_DENSE_COL_MAJOR;
   MatrixLocalInfo const whole = DensePiece({}, 4, 3);
 
-  EXPECT_EQ(
-      VerdictAbout({empty, other, other, whole}),
-      "agreed, but process 1 has STORE_DENSE_COL_MAJOR (the first of 2 such processes), "
-      "process 3 has STORE_DENSE_ROW_MAJOR, and each takes what it receives in its own order\n"
-      "gathered: 4 x 3 with 12 entries, with values\n"
-      "mode CENTRALIZED_ONE: process 3 holds the whole matrix\n");
+  EXPECT_EQ(VerdictAbout({empty, other, other, whole}),
+            "agreed, but process 1 has STORE_DENSE_COL_MAJOR (the first of 2 such processes), "
+            "process 3 has STORE_DENSE_ROW_MAJOR, and each stores received elements in its own "
+            "order\n"
+            "gathered: 4 x 3 with 12 entries, with values\n"
+            "mode CENTRALIZED_ONE: process 3 holds the whole matrix\n");
   EXPECT_EQ(VerdictAbout({other, whole}),
             "agreed, but process 0 has STORE_DENSE_COL_MAJOR, process 1 has "
-            "STORE_DENSE_ROW_MAJOR, and each takes what it receives in its own order\n"
+            "STORE_DENSE_ROW_MAJOR, and each stores received elements in its own order\n"
             "gathered: 4 x 3 with 12 entries, with values\n"
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
   EXPECT_EQ(VerdictAbout({empty, whole}),
@@ -365,7 +369,7 @@ TEST(Describe, NotesTheFirstDenseOrderThatIsNotTheHolders) {
             "mode CENTRALIZED_ONE: process 1 holds the whole matrix\n");
 }
 
-TEST(Describe, AsksForNoPlaceOfTheEmptyMatricesBesideADenseWhole) {
+TEST(Describe, AsksForNoPlaceOfTheEmptyMatricesNextToADenseWhole) {
   MatrixLocalInfo const odd = DensePiece({}, -3, 0);
 
   EXPECT_EQ(VerdictAbout({odd, DensePiece({}, 4, 3)}),

@@ -226,16 +226,16 @@ std::string FirstInWords(Records records) {
 
 TEST(DescribeFinding, SaysThatBeginsSeemToBeCountedFromOne) {
   EXPECT_EQ(FirstInWords({RowBand(1, 60), RowBand(61, 40)}),
-            "declared 100 x 100: the bands are as many rows, but begin at 1; begins seem to be "
-            "counted from 1, expected from 0");
+            "declared 100 x 100: the bands have as many rows, but begin at 1; expected begins "
+            "that are counted from 0");
   EXPECT_EQ(FirstInWords({ColumnBand(1, 60), ColumnBand(61, 40)}),
-            "declared 100 x 100: the bands are as many columns, but begin at 1; begins seem to "
-            "be counted from 1, expected from 0");
+            "declared 100 x 100: the bands have as many columns, but begin at 1; expected "
+            "begins that are counted from 0");
 }
 
 TEST(DescribeFinding, SaysThatTheOrderOfTheElementsDecides) {
   EXPECT_EQ(FirstInWords(ColumnsOfUnequalHeight(STORE_TYPE_0)),
-            "STORE_TYPE_0 does not tell the order of the elements, and in one order process 1 "
+            "STORE_TYPE_0 does not say the order of the elements, and in one order process 1 "
             "lies outside the gathered matrix");
 }
 

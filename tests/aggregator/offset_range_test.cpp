@@ -44,7 +44,7 @@ TYPED_TEST(OffsetRange, RefusesMoreEntriesThanOffsetsOfIntCountOnEveryProcess) {
     EXPECT_THAT(own.comm->DataTexts(), ElementsAre("Allgather(in place 72 byte; 72 byte)"));
     EXPECT_EQ(own.aggregator.Target(), nullptr);
     std::size_t const counts = rank == 0 ? 16 : 0;
-    EXPECT_EQ(own.pool.OutstandingBytes(), 144 + counts) << "nothing behind the metadata";
+    EXPECT_EQ(own.pool.OutstandingBytes(), 144 + counts) << "nothing after the metadata";
   }
 }
 
@@ -68,7 +68,7 @@ TYPED_TEST(OffsetRange, IsThatOfLongWhereTheIndicesAre) {
             -77);
 }
 
-TEST(Describe, TellsMoreEntriesThanOffsetsOfIntCount) {
+TEST(Describe, ReportsMoreEntriesThanOffsetsOfIntCount) {
   MatrixLocalInfo const first = RowBand(0, 60);
   MatrixLocalInfo second = RowBand(60, 40);
   second.nnz = kMostOfInt - 6;
@@ -89,7 +89,7 @@ TEST(Describe, TellsMoreEntriesThanOffsetsOfIntCount) {
 }
 
 // The holder's offsets are there already, and the other formats have none.
-TEST(Describe, TellsNoOffsetsThatNobodyMustCount) {
+TEST(Describe, ReportsNoOffsetsThatCountNothing) {
   MatrixLocalInfo whole = Whole();
   whole.nnz = kMostOfInt + 1;
   MatrixLocalInfo share =

@@ -309,7 +309,7 @@ constexpr char kFirstRowsOnly[] =
     "%%MatrixMarket matrix coordinate real general\n"
     "4 4 2\n1 1 5\n1 3 6\n";
 
-TEST(Plan, WarnsOfALoneBandThatIsTakenForTheWhole) {
+TEST(Plan, WarnsOfALoneBandThatIsTreatedAsTheWhole) {
   TemporaryFolder const folder;
   auto const source = OpenFile(folder.Write("a.mtx", kFirstRowsOnly));
 
@@ -317,10 +317,9 @@ TEST(Plan, WarnsOfALoneBandThatIsTakenForTheWhole) {
 
   EXPECT_EQ(plan.mMode, CENTRALIZED_ONE);
   EXPECT_EQ(plan.mRows, 1);
-  EXPECT_THAT(plan.mWarnings,
-              ElementsAre("process 0 alone is not empty: its 1 x 4 piece of 4 x 4 (row-wise "
-                          "from 0) is taken for the whole matrix",
-                          "3 of 4 ranks have no entries, the first is rank 1"));
+  EXPECT_THAT(plan.mWarnings, ElementsAre("only process 0 is not empty: its 1 x 4 piece of 4 x "
+                                          "4 (row-wise from 0) is treated as the whole matrix",
+                                          "3 of 4 ranks have no entries, the first is rank 1"));
   EXPECT_EQ(plan.mRefusal,
             "rank 1 would be left empty: its rows hold no entries; use fewer --ranks");
 }
@@ -351,9 +350,10 @@ TEST(Plan, DescribesThePiecesThatAGatherRefuses) {
   Plan const plan = MakePlan(*source, Options(Format::COO, 4));
 
   EXPECT_FALSE(plan.mDecided);
-  EXPECT_THAT(InText(plan), HasSubstr("refused: 2 of 4 processes are empty, the first is "
-                                      "process 1, and the others are not, the first is "
-                                      "process 0; expected none, all or all but one empty\n"));
+  EXPECT_THAT(
+      InText(plan),
+      HasSubstr("refused: 2 of 4 processes are empty (the first is process 1), the others are "
+                "not (the first is process 0); expected 0, 3 or 4 empty processes\n"));
   EXPECT_FALSE(nlohmann::json::parse(InJson(plan)).contains("mode"));
 }
 
@@ -372,7 +372,7 @@ TEST(Plan, CountsTheColumnsOfAFile) {
   EXPECT_EQ(plan.mRanks[1].mEntries, 3);
 }
 
-TEST(Plan, TellsReadersAndProgramsTheSame) {
+TEST(Plan, ReportsTheSameToReadersAndPrograms) {
   auto const source = OpenGenerator("dense:4x3");
 
   Plan const plan = MakePlan(*source, Options(Format::DENSE_ROW, 2));
