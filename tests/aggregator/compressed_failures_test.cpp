@@ -143,7 +143,7 @@ void ExpectRefused(std::int64_t begin) {
   }
 }
 
-TYPED_TEST(FailedCompressedGather, RefusesLengthsBehindTheOffsetsOnEveryRank) {
+TYPED_TEST(FailedCompressedGather, RefusesLengthsAfterTheOffsetsOnEveryRank) {
   ExpectRefused<TypeParam>(2);
   ExpectRefused<TypeParam>(1000);
   ExpectRefused<TypeParam>(std::int64_t{1} << 32);

@@ -247,7 +247,7 @@ std::vector<DensePiece<>> PiecesThatDoNotTile() {
                 DenseBlock(1, 1, 1, 3, true).In(2, 3, MatrixPartition::NonzeroWise()));
 }
 
-TEST(DensePiecesThatDoNotTile, AreRefusedAlikeOnEveryRankBeforeAnyTransfer) {
+TEST(DensePiecesThatDoNotTile, AreRefusedOnEveryRankBeforeAnyTransfer) {
   for (int const self : {0, 1}) {
     DenseRank<> rank(self, PiecesThatDoNotTile());
 

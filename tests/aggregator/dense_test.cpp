@@ -118,7 +118,7 @@ std::vector<DensePiece<>> TooFewElements() {
 
 constexpr char kTooFew[] = "[ERROR] The Global NNZ(9) not equal to 3 * 5.\n";
 
-TEST(DenseElementCount, IsCheckedAlikeOnEveryRankBeforeAnyTransfer) {
+TEST(DenseElementCount, IsCheckedOnEveryRankBeforeAnyTransfer) {
   for (int const self : {0, 1}) {
     DenseRank<> rank(self, TooFewElements());
 

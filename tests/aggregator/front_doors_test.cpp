@@ -17,7 +17,7 @@ using ::testing::IsEmpty;
 
 // --- One process
 
-TEST(SingleProcess, ReceivesFromBothFrontDoorsWhateverItsMatrix) {
+TEST(SingleProcess, ReceivesAnyMatrixFromGatherAndAllgather) {
   CooPiece<> const empty(0, 0, {}, {}, {});
   CooPiece<> const partitioned = Share(1);
   CooPiece<> const whole(4, 5, {0, 1}, {0, 2}, {10, 20});

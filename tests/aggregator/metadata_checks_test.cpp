@@ -166,7 +166,7 @@ TEST_F(CheckLocalValues, AsksTheOnlyHolderForThem) {
   EXPECT_EQ(mRank.aggregator.CheckLocalValues(true, Band(1)), STATUS_OK);
 }
 
-TEST_F(CheckLocalValues, AsksForNoneBesideTheOnlyHolder) {
+TEST_F(CheckLocalValues, AsksForNoneNextToTheOnlyHolder) {
   mRank.aggregator.mMode = CENTRALIZED_ONE;
   mRank.aggregator.mLocalIsWhole = false;
 
@@ -197,7 +197,7 @@ TEST_F(CheckLocalValues, RefusesAnUnknownMode) {
 
 // --- LocalRowColBegin
 
-TEST_F(LocalRowColBegin, CountsFromTheBeginOfTheReferenceWhateverTheType) {
+TEST_F(LocalRowColBegin, CountsFromTheBeginOfTheReferenceForEveryType) {
   mRank.aggregator.mPartition = MatrixPartition::RowWise(20);
 
   EXPECT_EQ(mRank.aggregator.LocalRowColBegin(MatrixPartition::RowWise(24)), 4);

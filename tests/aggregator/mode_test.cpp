@@ -41,7 +41,7 @@ void ExpectDecided(Decision const& decision, DistMatrixMode mode, int source,
 
 // --- DetermineMode
 
-TEST(DetermineMode, TakesNoRecordsForAWholeThatNobodyHolds) {
+TEST(DetermineMode, TakesNoRecordsForAWholeThatNoProcessHolds) {
   ExpectDecided(Decide({}), CENTRALIZED_ALL, -2, kAll);
 }
 
@@ -59,7 +59,7 @@ TEST(DetermineMode, CountsTheRecordsIn32Bits) {
   EXPECT_EQ(source, -2);
 }
 
-TEST(DetermineMode, TakesWhateverASingleProcessHoldsForTheWhole) {
+TEST(DetermineMode, TakesAnyPieceOfASingleProcessForTheWhole) {
   ExpectDecided(Decide({Whole()}), CENTRALIZED_ALL, 0, kAll);
 }
 
@@ -75,7 +75,7 @@ TEST(DetermineMode, FindsNoSourceWhenEveryProcessIsEmpty) {
   ExpectDecided(Decide({Empty(), Empty(), Empty()}), CENTRALIZED_ALL, -2, kAll);
 }
 
-TEST(DetermineMode, FindsTheOnlyHolderOfTwoWhateverThePartitions) {
+TEST(DetermineMode, FindsTheOnlyHolderOfTwoWithAnyPartitions) {
   MatrixLocalInfo partitioned = Empty();
   partitioned.partition = MatrixPartition::ColumnWise(3);
 

@@ -103,7 +103,7 @@ TEST(RefusedScatter, IsThatOfEverySparseMatrix) {
 
 // --- Arrays that are too short for the shape
 
-TEST(RefusedScatter, TellsTheElementCountAlikeOnEveryRank) {
+TEST(RefusedScatter, ReportsTheSameElementCountOnEveryRank) {
   for (int const self : {0, 1}) {
     // The pieces have 9 elements together, of a 3 x 5 matrix. They are gathered as a pattern.
     DenseRank<> rank(
@@ -124,7 +124,7 @@ TEST(RefusedScatter, TellsTheElementCountAlikeOnEveryRank) {
 // The rows have two elements, but those of the whole have three. With the leading dimension of
 // the whole, the first band ends inside the 12 gathered elements, and the second one after
 // them.
-TEST(RefusedScatter, ReadsNothingBehindThePatternOfNarrowRowBandsAndAllThatIsInside) {
+TEST(RefusedScatter, ReadsNothingAfterThePatternOfNarrowRowBandsAndAllThatIsInside) {
   auto const share = [](int begin, int rows) {
     return DenseBlock(1 + begin, rows, 1, 2, true).In(6, 3, MatrixPartition::RowWise(begin));
   };

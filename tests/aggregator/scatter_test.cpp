@@ -77,7 +77,7 @@ TEST(DenseScatter, ReceivesPaddedPieceThroughPackedBlockAndLeavesGapsAlone) {
   EXPECT_EQ(one.Events(), (std::vector<PoolEvent>{Took(9 * 8), GaveBack(9 * 8)}));
 }
 
-TEST(DenseScatter, ReceivesSingleRunInPlaceWhateverItsLeadingDimension) {
+TEST(DenseScatter, ReceivesSingleRunInPlaceWithAnyLeadingDimension) {
   for (std::int64_t const ld : {5, 0, -2}) {
     auto const share = [ld](int rank) {
       return DensePiece<>(3, 1, false, ld, {1, 2, 3})
@@ -497,7 +497,7 @@ std::vector<MatrixLocalInfo> PutBetweenOthers(DenseRank<>& rank) {
   return records;
 }
 
-TEST(DenseScatter, LooksAtNoRecordBesideThoseOfTheGather) {
+TEST(DenseScatter, ReadsOnlyTheRecordsOfTheGather) {
   DenseRank<> root(0, Pieces(ColumnShare(0, true), ColumnShare(1, true)));
   DenseRank<> one(1, Pieces(ColumnShare(0, true), ColumnShare(1, true)));
   GatherFirst(root);

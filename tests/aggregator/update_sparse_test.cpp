@@ -242,7 +242,7 @@ TYPED_TEST(UpdateSparse, FailsBeforeAnyTransferOnAMatrixOfOtherEntries) {
   }
 }
 
-TYPED_TEST(UpdateSparse, FailsOnTheProcessWhoseMatrixChangedWhateverTheOthersDo) {
+TYPED_TEST(UpdateSparse, FailsOnTheProcessWhoseMatrixChanged) {
   LogLevel const quiet(LOG_ERROR - 1);
   LocalComm::Run(2, [](std::shared_ptr<Comm> const& comm) {
     RankUnderTest<> rank(comm);

@@ -127,7 +127,7 @@ TEST(LocalCommOfMany, BarrierFailsOnAllOthersWhenOneRankHasReturned) {
   EXPECT_EQ(statuses, expected);
 }
 
-TEST(LocalCommOfMany, ChainOfReceiversBehindReturnedRankFails) {
+TEST(LocalCommOfMany, ChainOfReceiversAfterReturnedRankFails) {
   auto expected = All(kMany, kFailed);
   expected[0] = STATUS_OK;
 

@@ -120,7 +120,7 @@ TEST(LocalCommStuck, SendToOneselfFails) {
   EXPECT_EQ(statuses, All(1, kFailed));
 }
 
-TEST(LocalCommStuck, SendThatNobodyReceivesFails) {
+TEST(LocalCommStuck, SendThatNoRankReceivesFails) {
   auto const statuses = RunRanks(3, [](Comm const& comm, int rank) {
     int const value = 0;
     return rank == 0 ? comm.Send(&value, 1, DATATYPE_INT, 1, 0) : comm.Barrier();
@@ -129,7 +129,7 @@ TEST(LocalCommStuck, SendThatNobodyReceivesFails) {
   EXPECT_EQ(statuses, All(3, kFailed));
 }
 
-TEST(LocalCommStuck, ChainOfReceiversBehindReturnedRankFails) {
+TEST(LocalCommStuck, ChainOfReceiversAfterReturnedRankFails) {
   auto const statuses = RunRanks(4, [](Comm const& comm, int rank) {
     int value = 0;
     return rank == 0 ? STATUS_OK : comm.Recv(&value, 1, DATATYPE_INT, rank - 1, 0);

@@ -171,7 +171,7 @@ TEST_F(MpiCommRefusal, AnUnknownReduction) {
   ExpectRefused(outcome, "Allreduce", "peer -1, 1 out, 1 in", "reduction 3 is unknown");
 }
 
-TEST_F(MpiCommRefusal, ARankBehindTheLast) {
+TEST_F(MpiCommRefusal, ARankAfterTheLast) {
   std::string const peer = std::to_string(mSize);
 
   Outcome const outcome =

@@ -235,7 +235,7 @@ TEST(EigenDense, BorrowsAMapWithAnOuterStride) {
   EXPECT_EQ(piece.mValues.mSize, 11);
 }
 
-TEST(EigenDense, BorrowsColumnsOfOneElementWhateverTheirInnerStride) {
+TEST(EigenDense, BorrowsColumnsOfOneElementWithAnyInnerStride) {
   double values[9] = {};
   using Stride = Eigen::Stride<Eigen::Dynamic, Eigen::Dynamic>;
   Eigen::Map<Eigen::MatrixXd, Eigen::Unaligned, Stride> map(values, 1, 3, Stride(4, 2));

@@ -50,7 +50,7 @@ TYPED_TEST(MatrixCSCTest, BorrowsTheArraysOfTheCaller) {
   EXPECT_EQ(matrix.mValues.mAllocator, nullptr);
 }
 
-TYPED_TEST(MatrixCSCTest, ShowsItsArraysAndTouchesNothingBehindThem) {
+TYPED_TEST(MatrixCSCTest, ShowsItsArraysAndTouchesNothingAfterThem) {
   using T = typename TypeParam::Value;
   using I = typename TypeParam::Index;
   I colPtr[5] = {0, 1, 2, 3, 3};

@@ -56,7 +56,7 @@ TYPED_TEST(MatrixCSRTest, BorrowsTheArraysOfTheCaller) {
   EXPECT_EQ(matrix.mValues.mAllocator, nullptr);
 }
 
-TYPED_TEST(MatrixCSRTest, ShowsItsArraysAndTouchesNothingBehindThem) {
+TYPED_TEST(MatrixCSRTest, ShowsItsArraysAndTouchesNothingAfterThem) {
   using T = typename TypeParam::Value;
   using I = typename TypeParam::Index;
   I rowPtr[3] = {0, 2, 3};

@@ -99,7 +99,7 @@ TEST(MatrixDense, ReportsTheStoreTypeOfItsOrder) {
   EXPECT_EQ(matrix.StoreType(), STORE_DENSE_ROW_MAJOR);
 }
 
-TEST(MatrixDense, CountsRowsTimesColumnsWhateverItsStrideAndValues) {
+TEST(MatrixDense, CountsRowsTimesColumnsWithAnyStrideAndValues) {
   Dense const matrix = Dense::Borrow(3, 2, true, 400, nullptr);
 
   EXPECT_EQ(matrix.NNZ(), 6);
@@ -154,7 +154,7 @@ TEST(MatrixDense, BorrowsNoElementOfAnEmptyMatrix) {
   EXPECT_EQ(Dense::Borrow(3, 0, true, 4, &value).mValues.mSize, 0);
 }
 
-TEST(MatrixDense, TellsRunsAndRunLength) {
+TEST(MatrixDense, ReportsRunsAndRunLength) {
   Dense matrix = Dense::Borrow(3, 2, true, 4, nullptr);
   EXPECT_EQ(matrix.Runs(), 3);
   EXPECT_EQ(matrix.RunLength(), 2);

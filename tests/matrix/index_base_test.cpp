@@ -88,7 +88,7 @@ TEST(ShiftIndexBase, WrapsNumbersThatAPeerMadeUp) {
   EXPECT_EQ(cols[0], std::numeric_limits<int>::min() + 1);
 }
 
-TEST(ShiftIndexBase, WritesNothingBehindIndicesThatAPeerCountedWrong) {
+TEST(ShiftIndexBase, WritesNothingAfterIndicesThatAPeerCountedWrong) {
   LedgerPool pool;  // reports bytes written after a block
   MatrixCSR<double, int> matrix;
   ASSERT_EQ((MatrixCSR<double, int>::Create(pool, 1, 3, 2, false, matrix)), STATUS_OK);

@@ -64,7 +64,7 @@ TEST(MatrixBase, IsABaseOfClassesOfTheApplicationWithTheFiveFunctionsAlone) {
   EXPECT_EQ(zeros.mPartition.type, PARTITION_NONE);
 }
 
-TEST(MatrixBase, TellsItsPlaceInTheWholeMatrix) {
+TEST(MatrixBase, StatesItsPlaceInTheWholeMatrix) {
   MatrixDense<double, int> matrix = MatrixDense<double, int>::Borrow(2, 3, true, 3, nullptr);
   EXPECT_EQ(matrix.mGlobalRows, 2);
   EXPECT_EQ(matrix.mGlobalCols, 3);
@@ -80,7 +80,7 @@ TEST(MatrixBase, TellsItsPlaceInTheWholeMatrix) {
   EXPECT_EQ(matrix.mCols, 3);
 }
 
-TEST(MatrixBase, TellsItsPlaceAmongTheColumns) {
+TEST(MatrixBase, StatesItsPlaceAmongTheColumns) {
   MatrixDense<double, int> matrix = MatrixDense<double, int>::Borrow(2, 3, true, 3, nullptr);
 
   matrix.PlaceIn(2, 10, MatrixPartition::ColumnWise(4));

@@ -62,7 +62,7 @@ TEST(MemoryPoolAndSystem, GivesTheWholeAddressRangeOfALargeBlockBack) {
   EXPECT_LT(Pages() - before, kRounds);
 }
 
-TEST(MemoryPoolAndSystem, GivesTheMemoryBehindTheTailOfALargeBlockBack) {
+TEST(MemoryPoolAndSystem, GivesTheMemoryAfterTheTailOfALargeBlockBack) {
   MemoryPool pool;
   unsigned char* const block = PutWritten(pool, 8 * kMiB);
 
@@ -76,7 +76,7 @@ TEST(MemoryPoolAndSystem, GivesTheMemoryBehindTheTailOfALargeBlockBack) {
 
 // A mapping of 8 MiB and 64 KiB contains the block. The page after it is free for other
 // mappings.
-TEST(MemoryPoolAndSystem, LeavesTheMemoryBehindTheMappingOfALargeBlockAlone) {
+TEST(MemoryPoolAndSystem, LeavesTheMemoryAfterTheMappingOfALargeBlockAlone) {
   auto const page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   MemoryPool pool;
   unsigned char* const block = PutWritten(pool, 8 * kMiB);

@@ -150,7 +150,7 @@ TEST(MemoryPool, ServesARequestFromTheSmallestLargerBlockRatherThanExceedTheLimi
   pool.Deallocate(block, 5 * kMiB);
 }
 
-TEST(MemoryPool, LeavesNoMoreUnusedBehindRequestsThanTheLimitLeavesAboveThePeak) {
+TEST(MemoryPool, LeavesNoMoreUnusedAfterRequestsThanTheLimitLeavesAboveThePeak) {
   MemoryPool pool;
   pool.SetLimit(10 * kMiB);
   void* const large = Take(pool, 9 * kMiB);

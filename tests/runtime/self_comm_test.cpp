@@ -21,12 +21,12 @@ TEST_F(SelfCommTest, IsRank0Of1) {
   EXPECT_EQ(mComm.Size(), 1);
 }
 
-TEST_F(SelfCommTest, BroadcastsToNobodyWithSuccess) {
+TEST_F(SelfCommTest, BroadcastsToNoOtherRankWithSuccess) {
   EXPECT_EQ(mComm.Bcast(&mReceived, 1, DATATYPE_DOUBLE, 0), STATUS_OK);
   EXPECT_EQ(mReceived, 7);
 }
 
-TEST_F(SelfCommTest, BroadcastsWithSuccessWhateverItsArguments) {
+TEST_F(SelfCommTest, BroadcastsWithSuccessWithAnyArguments) {
   EXPECT_EQ(mComm.Bcast(nullptr, -5, static_cast<Datatype>(99), 3), STATUS_OK);
 }
 

@@ -31,7 +31,7 @@ TEST(Version, OfTheLibraryIsThatOfItsHeaders) {
   EXPECT_STREQ(PavexVersion(), PAVEX_VERSION);
 }
 
-TEST(Version, BuildInfoTellsVersionKindBuildTypeAndCompiler) {
+TEST(Version, BuildInfoStatesVersionKindBuildTypeAndCompiler) {
   std::string const expected =
       PAVEX_VERSION ", " LIBRARY_KIND ", " BUILD_TYPE ", " + ThisCompiler();
 

@@ -224,7 +224,7 @@ TEST(BadOutput, IsNamedBeforeTheWork) {
                     missing + ": cannot be written: No such file or directory");
 }
 
-TEST(Output, OnStandardOutputInAFileStandsBesideTheReport) {
+TEST(Output, OnStandardOutputInAFileIsNextToTheReport) {
   CommandResult const result = RunPavex(
       {"gather", "--generate", "dense:2x1", "--ranks", "1", "--output", "/dev/stdout"});
 

@@ -242,7 +242,7 @@ TEST(GatherLog, FollowsTheLevel) {
   EXPECT_THAT(debug.output, HasSubstr("[DEBUG] Matrix mode is DISTRIBUTED.\n"));
 }
 
-TEST(PavexCommand, TellsItsVersionAndTeachesByExample) {
+TEST(PavexCommand, PrintsItsVersionAndExamples) {
   EXPECT_THAT(RunPavex({"--version"}).output,
               StartsWith("pavex " PAVEX_VERSION "\nsolves with "));
   EXPECT_THAT(RunPavex({"--help"}).output, HasSubstr("gather"));

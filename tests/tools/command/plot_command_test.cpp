@@ -290,7 +290,7 @@ TEST(BadPlot, LeavesTheFormerPicture) {
   EXPECT_THAT(folder.Names(), ElementsAre("a.png"));
 }
 
-TEST(Version, TellsOfTheDrawing) {
+TEST(Version, SaysWhetherItDraws) {
   EXPECT_THAT(RunPavex({"--version"}).output, HasSubstr("\ndraws with Cairo\n"));
 }
 

@@ -50,7 +50,7 @@ TEST(CutPiece, GivesSharesOfTheEntriesInTheWholeShape) {
   EXPECT_EQ(second.mPartition.type, PARTITION_NONZERO_WISE);
 }
 
-TEST(CutPiece, CutsWhereItIsTold) {
+TEST(CutPiece, CutsAtTheGivenPoints) {
   std::vector<long> const cuts = {1, 4, 9};
   long const begins[] = {0, 1, 4, 9, 10};
 

@@ -56,7 +56,7 @@ TEST(Report, IsNotVerifiedAfterADifferenceOnAnyRank) {
               testing::StartsWith("NOT verified: rank 1, after the scatter: something\n"));
 }
 
-TEST(Report, IsNotVerifiedIfNobodyReceived) {
+TEST(Report, IsNotVerifiedIfNoRankReceived) {
   GatherReport report = TwoRanks();
   report.mRanks[0].mReceiver = false;
 
@@ -84,7 +84,7 @@ TEST(Report, ShowsEveryRankOfManyOnRequestAlone) {
   EXPECT_THAT(InText(report), HasSubstr("\n   500  "));
 }
 
-TEST(Report, TellsTheModeThatTheLibraryDecided) {
+TEST(Report, ReportsTheModeThatTheLibraryDecided) {
   GatherReport report = TwoRanks();
   for (RankRecord& record : report.mRanks)
     record.mMode = CENTRALIZED_ONE;

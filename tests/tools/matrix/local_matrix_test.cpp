@@ -126,7 +126,7 @@ TEST(LocalMatrix, KeepsBothPartsOfComplexValues) {
 }
 
 // Every format has the same values after a step, and returns its earlier array.
-TEST(LocalMatrix, AdvancesByPositionWhateverTheFormat) {
+TEST(LocalMatrix, AdvancesByPositionInEveryFormat) {
   auto const at = [](long row, long col) { return StepIncrement<double>(row, col); };
   LocalMatrix<double, int> coo(Entries(), Rows2And3(), kWhole, With(Format::COO));
   LocalMatrix<double, int> csr(Entries(), Rows2And3(), kWhole, With(Format::CSR));

@@ -175,7 +175,7 @@ TEST_F(Verify, SeesANegativeZero) {
   EXPECT_EQ(Difference(Format::DENSE_ROW), "the element at (0, 1) is -0 instead of 0");
 }
 
-TEST_F(Verify, ChecksABlockAndTheGapsBehindItsRuns) {
+TEST_F(Verify, ChecksABlockAndTheGapsAfterItsRuns) {
   double const gap = GapValue<double>();
   Piece piece;
   piece.mRowBegin = 1;

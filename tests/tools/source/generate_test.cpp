@@ -139,7 +139,7 @@ TEST(Generate, GivesAnInnerPointOfAPlaneFourNeighbours) {
   EXPECT_THAT(windy.mReal, ElementsAre(-1.25, -1.5, 4.75, -1.0, -1.0));
 }
 
-TEST(Generate, TellsTheGridOfItsPoints) {
+TEST(Generate, ReportsTheGridOfItsPoints) {
   EXPECT_EQ(Generator("poisson2d:7").Axes(), 2);
   EXPECT_EQ(Generator("convection3d:4").Axes(), 3);
   EXPECT_EQ(Generator("convection3d:4").Side(), 4);

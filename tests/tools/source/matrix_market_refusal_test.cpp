@@ -115,7 +115,7 @@ TEST(MatrixMarketRefusal, NamesUnknownWordsOfTheBannerAndTheKnownOnes) {
             "hermitian");
 }
 
-TEST(MatrixMarketRefusal, RefusesWordsBehindTheBanner) {
+TEST(MatrixMarketRefusal, RefusesWordsAfterTheBanner) {
   EXPECT_EQ(FaultOf("%%MatrixMarket matrix coordinate real general twice\n1 1 0\n"),
             ":1: unexpected \"twice\" after the banner");
 }
@@ -208,7 +208,7 @@ TEST(MatrixMarketRefusal, NamesTheMissingPartOfAnEntry) {
   EXPECT_EQ(FaultOf(kHermitian + "3 3 1\n2 1 1     \n"), ":3: the imaginary part is missing");
 }
 
-TEST(MatrixMarketRefusal, RefusesTextBehindAnEntry) {
+TEST(MatrixMarketRefusal, RefusesTextAfterAnEntry) {
   EXPECT_EQ(FaultOf(kReal + "3 3 1\n1 1 1 % one\n"), ":3: unexpected \"%\" after the entry");
   EXPECT_EQ(FaultOf("%%MatrixMarket matrix array real general\n2 1\n1 2\n3\n"),
             ":3: unexpected \"2\" after the value");

@@ -267,7 +267,7 @@ std::string Mutated(std::string text, std::mt19937& random) {
   return text;
 }
 
-TEST(MatrixMarketReader, ReadsOrRefusesWhateverAFileHolds) {
+TEST(MatrixMarketReader, ReadsOrRefusesAnyFile) {
   std::vector<std::string> const samples = {
       "%%MatrixMarket matrix coordinate real general\n% c\n3 4 3\n3 4 2.5\n1 1 -1e-3\n2 3 0\n",
       "%%MatrixMarket matrix coordinate complex hermitian\n2 2 2\n1 1 4 0\n2 1 1.5 -2\n",
