@@ -91,6 +91,7 @@ class PAVEX_API Assembler {
   // valid until the next Gather, Clear or the destruction; its values until the next Update.
   // Rows are those of the request. No column repeats within a row. Local.
   MatrixCSR<T, I>* Whole() { return mHasWhole ? &mWhole : nullptr; }
+  // The same whole, for reading only.
   MatrixCSR<T, I> const* Whole() const { return mHasWhole ? &mWhole : nullptr; }
 
   // How the last gather put the pieces together; the same on every process. Local.
@@ -99,8 +100,9 @@ class PAVEX_API Assembler {
   // Whether this process sends its entries as they are, without merging them first. Local.
   bool SendsAsItIs() const { return mSlots.mData == nullptr; }
 
-  // What a gather and an update of the last gathered pieces cost this process. Local.
+  // The cost for this process of a gather of the last gathered pieces. Local.
   AssemblyCost CostOfGather() const;
+  // The cost for this process of an update of the last gathered pieces. Local.
   AssemblyCost CostOfUpdate() const;
 
   // One line: why the last gather was refused, or its path, processes, rows and entries. Local;

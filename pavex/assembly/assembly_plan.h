@@ -67,6 +67,7 @@ struct AssemblyVerdict {
   void NoteMissing(AssemblyArray array);
   // Notes that a step failed with `status`, unless that is STATUS_OK or there is a flaw.
   void NoteStep(PavexStatus status);
+  // Whether no flaw has been noted.
   bool Flawless() const { return mFlaw == static_cast<std::int32_t>(AssemblyFlaw::NONE); }
 };
 
@@ -109,14 +110,15 @@ PAVEX_API char const* AssemblyPathStr(AssemblyPath path) noexcept;
 
 // The decision.
 struct AssemblyPlan {
-  AssemblyPath mPath = AssemblyPath::NOTHING;
-  AssemblyFlaw mFlaw = AssemblyFlaw::NONE;
+  AssemblyPath mPath = AssemblyPath::NOTHING;  // unless refused
+  AssemblyFlaw mFlaw = AssemblyFlaw::NONE;     // why it is refused
   std::int64_t mProcess = 0;  // the first one at fault; of two that differ the second
   std::int64_t mRows = 0;     // rows that are sent; a process without any sends an empty one
   std::int64_t mNnz = 0;      // entries that are sent
   std::int64_t mListed = 0;   // elements of all lists of rows
   std::int64_t mTouched = 0;  // elements of all lists of rows with entries
 
+  // Whether every process refuses the gather.
   bool Refused() const { return mFlaw != AssemblyFlaw::NONE; }
 };
 

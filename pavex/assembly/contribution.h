@@ -26,14 +26,14 @@ struct BlockPattern {
 // The rows and blocks of a contribution without values; see Contribution.
 template <typename I>
 struct ContributionPattern {
-  static constexpr int kMostBlocks = 2;
+  static constexpr int kMostBlocks = 2;  // blocks of a contribution
 
-  std::int64_t mRows = 0;       // rows of the process
-  std::int64_t mBegin = 0;      // the first global row of a band
-  I const* mRowList = nullptr;  // the global rows of a list, in any order
-  bool mListed = false;         // a list, not a band
-  int mBlocks = 0;              // more than kMostBlocks are refused
-  BlockPattern<I> mBlock[kMostBlocks];
+  std::int64_t mRows = 0;               // rows of the process
+  std::int64_t mBegin = 0;              // the first global row of a band
+  I const* mRowList = nullptr;          // the global rows of a list, in any order
+  bool mListed = false;                 // a list, not a band
+  int mBlocks = 0;                      // more than kMostBlocks are refused
+  BlockPattern<I> mBlock[kMostBlocks];  // the first mBlocks are used
 };
 
 // The rows and entries of one process, over arrays of the caller, which are only read. All
