@@ -1,5 +1,7 @@
 #include "pavex/comm/node_arena.h"
 
+#include "pavex/comm/node_process.h"
+
 #include <algorithm>
 #include <fcntl.h>
 #include <memory>
@@ -16,14 +18,28 @@ namespace {
 // Small blocks are cut from pieces of this size.
 constexpr std::size_t kSmallPiece = std::size_t{1} << 20;
 
-// Twice the memory of the machine, in whole huge pages; 0 if the system does not tell it.
-std::size_t ArenaBytes() {
-  long const pages = sysconf(_SC_PHYS_PAGES);
-  long const page = sysconf(_SC_PAGESIZE);
-  if (pages <= 0 || page <= 0) return 0;
-  std::size_t const bytes =
-      2 * static_cast<std::size_t>(pages) * static_cast<std::size_t>(page);
-  return (bytes + NodeHugePages::kBytes - 1) / NodeHugePages::kBytes * NodeHugePages::kBytes;
+// Half of the addresses that the system hands out to a process.
+constexpr std::uint64_t kAddresses = std::uint64_t{1} << 46;
+
+std::uint64_t Configured(int name) {
+  long const value = sysconf(name);
+  return value > 0 ? static_cast<std::uint64_t>(value) : 0;
+}
+
+// 0 if the system does not tell it.
+std::uint64_t MemoryOfMachine() {
+  return Configured(_SC_PHYS_PAGES) * Configured(_SC_PAGESIZE);
+}
+
+// Where the system promises no more memory than it has, a page that it cannot promise ends the
+// process by a signal when it is written. A block of the heap is refused in time there.
+bool MayFailWhenWritten() {
+  int const file = open("/proc/sys/vm/overcommit_memory", O_RDONLY | O_CLOEXEC);
+  if (file < 0) return false;
+  char policy = '0';
+  bool const strict = read(file, &policy, 1) == 1 && policy == '2';
+  close(file);
+  return strict;
 }
 
 // Asked for before the file grows: beyond the limit the system ends the process by a signal.
@@ -34,6 +50,12 @@ bool FileMayHave(std::size_t bytes) {
 }
 
 }  // namespace
+
+std::uint64_t NodeArena::BytesFor(std::uint64_t memory, std::uint64_t processors) {
+  constexpr std::uint64_t kHuge = NodeHugePages::kBytes;
+  std::uint64_t const share = kAddresses / std::max<std::uint64_t>(processors, 1);
+  return std::min(2 * memory, share) / kHuge * kHuge;
+}
 
 NodeArena* NodeArena::OfProcess() {
   // Never destroyed: pools and matrices with static storage may outlive every other object.
@@ -46,8 +68,9 @@ NodeArena* NodeArena::OfProcess() {
 }
 
 bool NodeArena::Make() {
-  std::size_t const bytes = ArenaBytes();
-  if (bytes == 0 || !FileMayHave(bytes)) return false;
+  std::uint64_t const memory = MemoryOfMachine();
+  std::uint64_t const bytes = BytesFor(memory, Configured(_SC_NPROCESSORS_CONF));
+  if (bytes == 0 || !FileMayHave(bytes) || MayFailWhenWritten()) return false;
   int const file = memfd_create("pavex", MFD_CLOEXEC);
   if (file < 0) return false;
   struct stat status {};
@@ -62,14 +85,20 @@ bool NodeArena::Make() {
   mId.device = status.st_dev;
   mId.inode = status.st_ino;
   mId.bytes = bytes;
+  mId.start = NodeProcess::StartOf(mId.pid);
   mHugePages = NodeHugePages(mBase);
   std::size_t const table = mPages.Rounded(NodeHugePages::TableBytes(bytes));
   mPages.Add(table, bytes - table);
-  mFree = bytes / 2;
+  mFree = std::min(memory, bytes - table);
   return true;
 }
 
 void* NodeArena::TakePages(std::size_t bytes, bool huge) {
+  void* const pages = TakeShared(bytes, huge);
+  return pages != nullptr ? pages : System().TakePages(bytes, huge);
+}
+
+void* NodeArena::TakeShared(std::size_t bytes, bool huge) {
   std::lock_guard<std::mutex> const lock(mMutex);
   return TakeLocked(bytes, huge ? NodeHugePages::kBytes : kPageBytes);
 }
@@ -83,6 +112,7 @@ void* NodeArena::TakeLocked(std::size_t bytes, std::size_t alignment) {
 }
 
 void NodeArena::GiveBackPages(void* pages, std::size_t bytes) {
+  if (!Has(pages, bytes)) return System().GiveBackPages(pages, bytes);
   DropPages(pages, bytes);
   std::lock_guard<std::mutex> const lock(mMutex);
   mFree += bytes;
@@ -90,6 +120,7 @@ void NodeArena::GiveBackPages(void* pages, std::size_t bytes) {
 }
 
 void NodeArena::DropPages(void* from, std::size_t bytes) {
+  if (!Has(from, bytes)) return System().DropPages(from, bytes);
   std::uint64_t const offset = OffsetOf(from, bytes);
   fallocate(static_cast<int>(mId.file), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
             static_cast<off_t>(offset), static_cast<off_t>(bytes));
@@ -97,7 +128,13 @@ void NodeArena::DropPages(void* from, std::size_t bytes) {
 }
 
 void* NodeArena::TakeSmall(std::size_t bytes) {
-  std::lock_guard<std::mutex> const lock(mMutex);
+  std::unique_lock<std::mutex> lock(mMutex);
+  void* const memory = TakeSmallLocked(bytes);
+  lock.unlock();
+  return memory != nullptr ? memory : System().TakeSmall(bytes);
+}
+
+void* NodeArena::TakeSmallLocked(std::size_t bytes) {
   std::uint64_t offset = mSmall.Take(bytes, kSmallBytes);
   if (offset == NodeRanges::kNone) {
     void* const piece = TakeLocked(kSmallPiece, kPageBytes);
@@ -109,6 +146,7 @@ void* NodeArena::TakeSmall(std::size_t bytes) {
 }
 
 void NodeArena::GiveBackSmall(void* memory, std::size_t bytes) {
+  if (!Has(memory, bytes)) return System().GiveBackSmall(memory, bytes);
   std::lock_guard<std::mutex> const lock(mMutex);
   mSmall.Add(OffsetOf(memory, bytes), bytes);
 }

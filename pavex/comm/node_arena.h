@@ -20,29 +20,40 @@ struct NodeArenaId {
   std::uint64_t device = 0;  // of the file: another process's file with the same number differs
   std::uint64_t inode = 0;   // likewise
   std::uint64_t bytes = 0;   // size of the mapping
+  std::uint64_t start = 0;   // when the process was started, see NodeProcess::StartOf
 };
 
-// One sparse memory file, mapped once by this process and once by each peer. Its size is about
-// twice the memory of the machine, but only pages that are written take memory. The first call
-// of OfProcess makes the arena, and it lasts as long as the process: pools, communicators and
+// One sparse memory file, mapped once by this process and once by each peer. Its size is
+// BytesFor of the machine, but only pages that are written take memory. The first call of
+// OfProcess makes the arena, and it lasts as long as the process: pools, communicators and
 // gathered matrices may be destroyed in any order.
 //
 // Pages that are given back are punched out of the file. That removes them from the mappings of
 // all peers as well, so peers need not be told. Small memory stays with the arena. What is
-// taken never exceeds the memory of the machine. Any thread may take and give back.
+// taken of the arena never exceeds the memory of the machine; what does not fit comes from
+// BlockSource::System() and is not shared. Any thread may take and give back.
 class NodeArena : public BlockSource {
  public:
   static constexpr std::uint64_t kOutside = ~std::uint64_t{0};
 
   // The arena of this process; null if the system refuses one: no memory files, a limit on file
-  // size or address space.
+  // size or address space, or no memory beyond what the system has promised.
   static NodeArena* OfProcess();
+
+  // The size of the arenas on a machine with `memory` bytes and `processors` processors, in
+  // whole huge pages: twice the memory, so that a large block still finds a range when smaller
+  // ones lie between. With one process for each processor all arenas together take at most half
+  // of the addresses that a process has.
+  static std::uint64_t BytesFor(std::uint64_t memory, std::uint64_t processors);
 
   void* TakeSmall(std::size_t bytes) override;
   void GiveBackSmall(void* memory, std::size_t bytes) override;
   void* TakePages(std::size_t bytes, bool huge) override;
   void GiveBackPages(void* pages, std::size_t bytes) override;
   void DropPages(void* from, std::size_t bytes) override;
+
+  // As TakePages, but null where the arena has no room. GiveBackPages takes it back.
+  void* TakeShared(std::size_t bytes, bool huge);
 
   // Where the range begins in the file; kOutside if it is not inside the arena.
   std::uint64_t OffsetOf(void const* from, std::size_t bytes) const;
@@ -54,6 +65,10 @@ class NodeArena : public BlockSource {
   NodeArena() = default;
   bool Make();
   void* TakeLocked(std::size_t bytes, std::size_t alignment);
+  void* TakeSmallLocked(std::size_t bytes);
+  bool Has(void const* from, std::size_t bytes) const {
+    return OffsetOf(from, bytes) != kOutside;
+  }
 
   unsigned char* mBase = nullptr;
   NodeArenaId mId;

@@ -75,19 +75,25 @@ struct NodeComm::Shared {
 
 NodeComm::NodeComm(MPI_Comm comm) : NodeComm(comm, INT_MAX) {}
 
-NodeComm::NodeComm(MPI_Comm comm, int largest)
-    : mMpi(comm), mLargest(largest), mShared(std::make_unique<Shared>()) {
+NodeComm::NodeComm(MPI_Comm comm, int largest) : mMpi(comm), mLargest(largest) {
   Join(comm);
 }
 
-NodeComm::NodeComm() : mShared(std::make_unique<Shared>()) {}
+NodeComm::NodeComm() = default;
 
 // Shares memory with the processes of `comm` on this node, if it can.
 void NodeComm::Join(MPI_Comm comm) {
-  if (mMpi.Size() < 2) return mShared.reset();
-  MpiCall const call("NodeComm", mMpi.Rank(), mMpi.Size());
-  PavexStatus const status = call.Done(mShared->links.Join(comm, mLargest));
-  if (status != STATUS_OK || !mShared->links.AnyShared()) mShared.reset();
+  if (mMpi.Size() < 2) return;
+  mShared.reset(new (std::nothrow) Shared);
+  // Without memory on one rank, all of them use MPI.
+  int const mine = mShared != nullptr && mShared->exchange.Reserve(mMpi.Size()) ? 1 : 0;
+  int all = 0;
+  PavexStatus status = mMpi.Allreduce(&mine, &all, 1, DATATYPE_INT, REDUCE_MIN);
+  if (status == STATUS_OK && all != 0) {
+    MpiCall const call("NodeComm", mMpi.Rank(), mMpi.Size());
+    status = call.Done(mShared->links.Join(comm, mLargest));
+  }
+  if (status != STATUS_OK || all == 0 || !mShared->links.AnyShared()) mShared.reset();
 }
 
 std::shared_ptr<Comm> NodeComm::Split(int color, int key) const {

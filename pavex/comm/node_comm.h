@@ -29,8 +29,9 @@ class NodeLinks;
 //   - messages between nodes, to oneself, Barrier and Allreduce go over MPI.
 //
 // Where the processes of a node cannot map each other's memory (one process on the node, no
-// memory files, limits on file size or address space, /proc not permitted, another PID
-// namespace), all of them agree when the communicator is made to use MPI alone.
+// memory files, limits on file size or address space, /proc not permitted), all of them agree
+// when the communicator is made to use MPI alone. Processes in different PID or network
+// namespaces count as on different nodes.
 //
 // Failures are those of MpiComm, in lines that begin with "NodeComm::". On a node, nothing is
 // stored unless sender and receiver agree on operation, root and size: where they do not, both
@@ -38,7 +39,8 @@ class NodeLinks;
 // other to send, or to receive, wait for ever, as over MPI. A process that fails alone leaves
 // the others waiting as it would over MPI; they notice when it enters its next operation that
 // moves data (not Barrier, not Allreduce). A process of the node that ends is
-// STATUS_COMM_FAILED for those that wait in an operation over shared memory.
+// STATUS_COMM_FAILED for those that wait in an operation over shared memory. Operations take no
+// memory of the heap.
 //
 // A sender waits once 8 of its messages to a rank have not been received, also if they are
 // small.

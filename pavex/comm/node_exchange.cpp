@@ -3,8 +3,10 @@
 #include "pavex/comm/mpi_call.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <sched.h>
 
 #if defined(__x86_64__)
@@ -25,9 +27,11 @@ constexpr std::uint64_t kBusyWaits = 20;
 // MPI has at least this many tags. Far fewer messages of a ring are under way at once.
 constexpr std::uint64_t kMpiTags = 32768;
 
-// How often a long wait lets MPI work, and looks whether all processes still live.
+// How often a long wait lets MPI work, and looks whether all processes still live. Where others
+// have the core, a look of this process takes long: so time counts as well.
 constexpr std::uint64_t kWaitsPerProgress = 64;
-constexpr std::uint64_t kWaitsPerWatch = 1024;
+constexpr auto kTimePerProgress = std::chrono::milliseconds(1);
+constexpr auto kTimePerWatch = std::chrono::milliseconds(5);
 
 void Pause() {
 #if defined(__x86_64__)
@@ -55,6 +59,15 @@ bool IsFreeFor(NodeNote::Word answer, std::uint64_t number) {
 }
 
 }  // namespace
+
+bool NodeExchange::Reserve(int ranks) try {
+  // An exchange with every rank needs two for each. What a rank passes on in its group is less:
+  // the ranks of a group share that evenly.
+  mMessages.reserve(4 * static_cast<std::size_t>(ranks));
+  return true;
+} catch (std::bad_alloc const&) {
+  return false;
+}
 
 void NodeExchange::Begin(NodeOperation operation, std::uint64_t sequence, int label,
                          NodeCopier copier) {
@@ -95,9 +108,14 @@ void NodeExchange::Add(bool out, int peer, void* data, long count, Datatype type
   if (count == 0 && mOperation != NodeOperation::MESSAGE) return;
   std::uint64_t const bytes = static_cast<std::uint64_t>(count) * DatatypeSize(type);
   NodeTerms const terms{mSequence, static_cast<std::int32_t>(mOperation), mLabel, bytes};
-  mMessages.push_back({out, Phase::WAITING, peer, static_cast<unsigned char*>(data),
-                       static_cast<int>(count), MpiType(type), terms, 0, nullptr,
-                       MPI_REQUEST_NULL});
+  try {
+    mMessages.push_back({out, Phase::WAITING, peer, static_cast<unsigned char*>(data),
+                         static_cast<int>(count), MpiType(type), terms, 0, nullptr,
+                         MPI_REQUEST_NULL});
+  } catch (std::bad_alloc const&) {
+    mFailed = true;
+    std::snprintf(mReason, sizeof mReason, "this rank has no memory for its messages");
+  }
 }
 
 char const* NodeExchange::Run() {
@@ -144,11 +162,15 @@ bool NodeExchange::Wait() {
     Pause();
     return true;
   }
-  if (mWaits % kWaitsPerProgress == 0) {
+  auto const now = std::chrono::steady_clock::now();
+  if (mWaits == kBusyWaits + 1) mProgressed = mWatched = now;
+  if (mWaits % kWaitsPerProgress == 0 || now - mProgressed > kTimePerProgress) {
+    mProgressed = now;
     int any = 0;
     MPI_Iprobe(MPI_ANY_SOURCE, MPI_ANY_TAG, mLinks.Messages(), &any, MPI_STATUS_IGNORE);
   }
-  if (mWaits % kWaitsPerWatch == 0) {
+  if (now - mWatched > kTimePerWatch) {
+    mWatched = now;
     int const ended = mLinks.FindEnded();
     if (ended >= 0) {
       Abandon(ended);
@@ -216,7 +238,7 @@ bool NodeExchange::FollowAnswer(Message& message) {
     case NodeState::REVOKED:
       // Of an earlier operation: the receiver answers this one later.
       if (!answer.Is(word) || terms.sequence != message.terms.sequence) return false;
-      return Fail(message, "rank %d has given up");
+      return FailOffered(message, "rank %d has given up");
     case NodeState::REFUSED:
       return Fail(message, "rank %d expects another operation, root or size");
     default:
@@ -231,7 +253,7 @@ bool NodeExchange::Claim(Message& message, NodeNote& answer, NodeNote::Word word
   if (!answer.Is(word) || terms.sequence != message.terms.sequence) return false;
   unsigned char* const target = mLinks.To(message.peer).peer->At(place, message.terms.bytes);
   if (!(terms == message.terms) || target == nullptr)
-    return Fail(message, "rank %d expects another operation, root or size");
+    return FailOffered(message, "rank %d expects another operation, root or size");
   if (!answer.Move(word, NodeState::CLAIMED)) return false;
   mLinks.To(message.peer).peer->HugePages().Back(place, message.terms.bytes);
   message.target = target;
@@ -320,7 +342,11 @@ bool NodeExchange::Accept(Message& message, NodeNote& offer, NodeNote::Word word
     message.phase = Phase::WAITING;
     return true;
   }
-  if (!(terms == message.terms) || NodeNote::StateOf(word) == NodeState::WITHDRAWN) {
+  if (NodeNote::StateOf(word) == NodeState::WITHDRAWN) {
+    Take(message, NodeState::REFUSED);
+    return Fail(message, "rank %d has given up");
+  }
+  if (!(terms == message.terms)) {
     Take(message, NodeState::REFUSED);
     return Fail(message, "rank %d passes another operation, root or size");
   }
@@ -437,6 +463,12 @@ bool NodeExchange::Fail(Message& message, char const* reason) {
   mFailed = true;
   std::snprintf(mReason, sizeof mReason, reason, message.peer);
   return true;
+}
+
+// The receiver will not answer, or this sender will not store: it may not be offered for ever.
+bool NodeExchange::FailOffered(Message& message, char const* reason) {
+  AbandonOffer(message);
+  return Fail(message, reason);
 }
 
 bool NodeExchange::FailMpi(Message& message, int code) {

@@ -5,6 +5,7 @@
 #include "pavex/comm/node_links.h"
 #include "pavex/runtime/datatype.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <mpi.h>
@@ -33,6 +34,10 @@ enum class NodeCopier { SENDER, RECEIVER };
 class NodeExchange {
  public:
   explicit NodeExchange(NodeLinks& links) : mLinks(links) {}
+
+  // Makes room for the messages of any operation of NodeComm on `ranks` ranks, so that none
+  // fails for want of memory. False if there is no memory.
+  bool Reserve(int ranks);
 
   // `sequence`: how many collectives this rank has entered on the communicator, 0 for a
   // message; `label`: the root of a collective, the tag of a message.
@@ -111,6 +116,7 @@ class NodeExchange {
 
   bool Finish(Message& message);
   bool Fail(Message& message, char const* reason);
+  bool FailOffered(Message& message, char const* reason);
   bool FailMpi(Message& message, int code);
   void Abandon(int ended);
   void AbandonOffer(Message& message);
@@ -127,7 +133,9 @@ class NodeExchange {
   std::size_t mKeptBytes = 0;
   std::uint64_t mPass = 0;  // never starts again, so that marks of an earlier pass do not count
   std::size_t mOpen = 0;    // messages that are not done
-  std::uint64_t mWaits = 0;  // since something has moved
+  std::uint64_t mWaits = 0;                           // since something has moved
+  std::chrono::steady_clock::time_point mProgressed;  // when this wait last let MPI work,
+  std::chrono::steady_clock::time_point mWatched;     // and looked at the processes
   bool mFailed = false;
   char mReason[MPI_MAX_ERROR_STRING + 1] = "";
 };

@@ -1,155 +1,190 @@
 #include "pavex/comm/node_links.h"
 
+#include "pavex/comm/node_key.h"
+
 #include <algorithm>
-#include <climits>
 #include <new>
+#include <numeric>
 #include <type_traits>
 
 namespace Pavex {
 
-// What the processes of a node tell each other.
+// What a process tells those of its node.
 struct NodeLinks::Hello {
   NodeArenaId arena;
-  std::uint64_t control = NodeArena::kOutside;  // offset of the control block
-  std::int64_t rank = -1;
-  std::int64_t ready = 0;
+  std::uint64_t control = NodeArena::kOutside;  // offset of the control block; outside: none
 };
 
-namespace {
+// What every process tells all others, by rank.
+struct NodeLinks::Tables {
+  std::vector<NodeKey> keys;
+  std::vector<Hello> hellos;
+  std::vector<int> ready;   // whether it can map the arenas of its group
+  std::vector<int> byNode;  // the ranks, node by node
+};
 
-// The processes of this node with consecutive ranks, `largest` at the most.
-int SplitNode(MPI_Comm comm, int largest, MPI_Comm* node) {
-  int code = MPI_Comm_split_type(comm, MPI_COMM_TYPE_SHARED, 0, MPI_INFO_NULL, node);
-  if (code != MPI_SUCCESS || largest == INT_MAX) return code;
-  MPI_Comm whole = *node;
-  int rank = 0;
-  MPI_Comm_rank(whole, &rank);
-  code = MPI_Comm_split(whole, rank / largest, rank, node);
-  MPI_Comm_free(&whole);
-  return code;
-}
-
-}  // namespace
-
+// Open MPI can give the processes of two hosts communicators that contradict each other, where
+// MPI_Comm_split_type should give those of one host the same. So the ranks tell each other
+// where they run.
 int NodeLinks::Join(MPI_Comm comm, int largest) {
-  int size = 0;
   int code = MPI_Comm_dup(comm, &mComm);
   if (code != MPI_SUCCESS) return code;
+  int ranks = 0;
   MPI_Comm_set_errhandler(mComm, MPI_ERRORS_RETURN);
   MPI_Comm_rank(mComm, &mRank);
-  MPI_Comm_size(mComm, &size);
-  MPI_Comm node = MPI_COMM_NULL;
-  code = SplitNode(mComm, std::max(largest, 1), &node);
-  if (code == MPI_SUCCESS) {
-    MPI_Comm_set_errhandler(node, MPI_ERRORS_RETURN);
-    code = Agree(node);
-    MPI_Comm_free(&node);
-  }
-  return code;
-}
-
-int NodeLinks::Agree(MPI_Comm node) {
-  int size = 0;
-  int processes = 0;
-  MPI_Comm_size(mComm, &size);
-  MPI_Comm_size(node, &processes);
-  std::vector<Hello> hellos;
-  std::vector<int> groups;
+  MPI_Comm_size(mComm, &ranks);
+  auto const size = static_cast<std::size_t>(ranks);
+  Tables all;
   int ready = 1;
   try {
-    mLinks.resize(static_cast<std::size_t>(size));
-    groups.resize(static_cast<std::size_t>(size));
-    hellos.resize(static_cast<std::size_t>(processes));
-    mGroup.reserve(static_cast<std::size_t>(processes));
-    mGroups.reserve(static_cast<std::size_t>(size));
-    mMembers.reserve(static_cast<std::size_t>(size));
+    mLinks.resize(size);
+    mGroup.reserve(size);
+    mGroups.reserve(size);
+    mMembers.reserve(size);
+    all.keys.resize(size);
+    all.hellos.resize(size);
+    all.ready.resize(size);
+    all.byNode.resize(size);
   } catch (std::bad_alloc const&) {
     ready = 0;
   }
   // Every process needs room for what all of them tell, or none goes on.
-  int code = MPI_Allreduce(MPI_IN_PLACE, &ready, 1, MPI_INT, MPI_MIN, mComm);
-  if (code != MPI_SUCCESS || ready == 0) return code;
+  code = MPI_Allreduce(MPI_IN_PLACE, &ready, 1, MPI_INT, MPI_MIN, mComm);
+  return code != MPI_SUCCESS || ready == 0 ? code : Agree(all, std::max(largest, 1));
+}
 
-  Hello mine;
-  mine.rank = mRank;
-  if (processes > 1 && TakeControlBlock(processes)) {
-    mine.arena = mArena->Id();
-    mine.control = mArena->OffsetOf(mControl, mControlBytes);
-    mine.ready = 1;
-  }
-  static_assert(std::is_trivially_copyable_v<Hello>);
-  code =
-      MPI_Allgather(&mine, sizeof mine, MPI_BYTE, hellos.data(), sizeof mine, MPI_BYTE, node);
+int NodeLinks::Agree(Tables& all, int largest) {
+  int code = Tell(NodeKey::OfProcess(), &all.keys);
   if (code != MPI_SUCCESS) return code;
-  ready = OpenPeers(hellos) ? 1 : 0;
-  code = MPI_Allreduce(MPI_IN_PLACE, &ready, 1, MPI_INT, MPI_MIN, node);
+  GroupByNode(all, largest);
+  code = Tell(Introduce(), &all.hellos);
   if (code != MPI_SUCCESS) return code;
-  if (ready == 0) {
-    Forget();
-    mGroup.push_back(mRank);
-  }
-
-  int const group = mGroup.front();
-  code = MPI_Allgather(&group, 1, MPI_INT, groups.data(), 1, MPI_INT, mComm);
+  code = Tell(OpenPeers(all.hellos) ? 1 : 0, &all.ready);
   if (code != MPI_SUCCESS) return code;
-  ListGroups(groups);
+  Dissolve(all.ready);
+  ListGroups();
   mJoined = true;
   return code;
 }
 
-// `groupOf`: the group of each rank.
-void NodeLinks::ListGroups(std::vector<int> const& groupOf) {
-  for (int rank = 0; rank < Size(); ++rank) {
-    int const group = groupOf[static_cast<std::size_t>(rank)];
-    To(rank).group = group;
-    ++To(group).memberCount;
-    if (group == rank) mGroups.push_back(rank);
-    mAnyShared |= group != rank;
-  }
-  for (int const group : mGroups) {
-    To(group).firstMember = static_cast<int>(mMembers.size());
-    for (int rank = group; rank < Size(); ++rank) {
-      if (To(rank).group == group) mMembers.push_back(rank);
+template <typename T>
+int NodeLinks::Tell(T const& mine, std::vector<T>* all) {
+  static_assert(std::is_trivially_copyable_v<T>);
+  return MPI_Allgather(&mine, sizeof mine, MPI_BYTE, all->data(), sizeof mine, MPI_BYTE, mComm);
+}
+
+// Puts the ranks of each node into groups of neighbours, `largest` at the most.
+void NodeLinks::GroupByNode(Tables& all, int largest) {
+  auto const keyOf = [&](int rank) -> NodeKey const& {
+    return all.keys[static_cast<std::size_t>(rank)];
+  };
+  std::iota(all.byNode.begin(), all.byNode.end(), 0);
+  std::sort(all.byNode.begin(), all.byNode.end(), [&](int a, int b) {
+    int const order = keyOf(a).Compare(keyOf(b));
+    return order != 0 ? order < 0 : a < b;
+  });
+  int lowest = -1;
+  int members = 0;
+  for (int const rank : all.byNode) {
+    bool const joins = lowest >= 0 && members < largest && keyOf(rank).IsKnown() &&
+                       keyOf(rank).Compare(keyOf(lowest)) == 0;
+    if (!joins) {
+      lowest = rank;
+      members = 0;
     }
+    ++members;
+    To(rank).group = lowest;
+  }
+  for (int rank = 0; rank < Size(); ++rank) {
+    if (Together(rank, mRank)) mGroup.push_back(rank);
   }
 }
 
-bool NodeLinks::TakeControlBlock(int processes) {
+NodeLinks::Hello NodeLinks::Introduce() {
+  Hello mine;
+  if (mGroup.size() < 2 || !TakeControlBlock()) return mine;
+  mine.arena = mArena->Id();
+  mine.control = mArena->OffsetOf(mControl, mControlBytes);
+  return mine;
+}
+
+bool NodeLinks::TakeControlBlock() {
   mArena = NodeArena::OfProcess();
   if (mArena == nullptr) return false;
   constexpr std::size_t kPage = 4096;
-  std::size_t const bytes = sizeof(NodeChannel) * static_cast<std::size_t>(processes);
+  std::size_t const bytes = sizeof(NodeChannel) * mGroup.size();
   mControlBytes = (bytes + kPage - 1) / kPage * kPage;
-  void* const block = mArena->TakePages(mControlBytes, false);
+  void* const block = mArena->TakeShared(mControlBytes, false);
   if (block == nullptr) return false;
   mControl = static_cast<NodeChannel*>(block);
   // Default initialisation leaves the data of the slots alone: no page of it is touched.
-  for (int i = 0; i < processes; ++i)
+  for (std::size_t i = 0; i < mGroup.size(); ++i)
     new (mControl + i) NodeChannel;
   return true;
 }
 
-// Maps the arenas of the others, unless one of the processes is not ready.
+// Maps the arenas of the others in the group; false if one of them has none or cannot be
+// mapped.
 bool NodeLinks::OpenPeers(std::vector<Hello> const& hellos) {
-  std::size_t mine = 0;
-  bool ready = true;
-  for (std::size_t i = 0; i < hellos.size(); ++i) {
-    mGroup.push_back(static_cast<int>(hellos[i].rank));
-    if (hellos[i].rank == mRank) mine = i;
-    ready = ready && hellos[i].ready != 0;
+  auto const helloOf = [&](int rank) -> Hello const& {
+    return hellos[static_cast<std::size_t>(rank)];
+  };
+  for (int const rank : mGroup) {
+    if (mGroup.size() > 1 && helloOf(rank).control == NodeArena::kOutside) return false;
   }
-  std::size_t const channels = sizeof(NodeChannel) * hellos.size();
-  for (std::size_t i = 0; ready && i < hellos.size(); ++i) {
+  std::size_t const channels = sizeof(NodeChannel) * mGroup.size();
+  auto const mine =
+      static_cast<std::size_t>(std::find(mGroup.begin(), mGroup.end(), mRank) - mGroup.begin());
+  for (std::size_t i = 0; i < mGroup.size(); ++i) {
     if (i == mine) continue;
+    Hello const& hello = helloOf(mGroup[i]);
     NodeLink& link = To(mGroup[i]);
-    link.peer = NodePeer::Open(hellos[i].arena);
+    link.peer = NodePeer::Open(hello.arena);
     unsigned char* const control =
-        link.peer == nullptr ? nullptr : link.peer->At(hellos[i].control, channels);
+        link.peer == nullptr ? nullptr : link.peer->At(hello.control, channels);
     if (control == nullptr) return false;
     link.in = mControl + i;
     link.out = reinterpret_cast<NodeChannel*>(control) + mine;
   }
-  return ready;
+  return true;
+}
+
+// A group in which one process is not ready shares no memory: each of its ranks becomes a group
+// of its own.
+void NodeLinks::Dissolve(std::vector<int>& ready) {
+  auto const isReady = [&](int rank) -> int& { return ready[static_cast<std::size_t>(rank)]; };
+  for (int rank = 0; rank < Size(); ++rank) {
+    if (isReady(rank) == 0) isReady(To(rank).group) = 0;
+  }
+  bool const shares = isReady(To(mRank).group) != 0;
+  for (int rank = 0; rank < Size(); ++rank) {
+    if (isReady(To(rank).group) == 0) To(rank).group = rank;
+  }
+  if (shares) return;
+  Forget();
+  mGroup.push_back(mRank);
+}
+
+void NodeLinks::ListGroups() {
+  for (int rank = 0; rank < Size(); ++rank) {
+    int const group = To(rank).group;
+    ++To(group).memberCount;
+    if (group == rank) mGroups.push_back(rank);
+    mAnyShared |= group != rank;
+  }
+  int next = 0;
+  for (int const group : mGroups) {
+    To(group).position = next;
+    next += To(group).memberCount;
+    To(group).memberCount = 0;  // counted again below, up to each rank's place in its group
+  }
+  mMembers.resize(mLinks.size());
+  for (int rank = 0; rank < Size(); ++rank) {
+    NodeLink& lowest = To(To(rank).group);
+    int const position = lowest.position + lowest.memberCount++;
+    To(rank).position = position;
+    mMembers[static_cast<std::size_t>(position)] = rank;
+  }
 }
 
 // From now on this process shares memory with no other.

@@ -26,9 +26,9 @@ struct NodeLink {
   NodeChannel* out = nullptr;            // to that rank, in its arena
   NodeCounters collective;
   NodeCounters direct;
-  int group = 0;        // the lowest of the ranks that share memory with that rank
-  int firstMember = 0;  // of the lowest: where the ranks of its group begin in the list of all
-  int memberCount = 0;  // of the lowest: how many they are
+  int group = 0;               // the lowest of the ranks that share memory with that rank
+  int position = 0;            // of that rank in the list of all, group by group
+  int memberCount = 0;         // of the lowest: how many ranks its group has
   std::uint64_t sendPass = 0;  // of NodeExchange: the last pass in which an unoffered message
   std::uint64_t receivePass =
       0;  // (an untaken one) to (from) that rank held up those behind it
@@ -42,10 +42,11 @@ class NodeLinks {
   NodeLinks(NodeLinks const&) = delete;
   NodeLinks& operator=(NodeLinks const&) = delete;
 
-  // Agrees with the processes of the node on whether they can map each other's arenas, and
-  // tells all ranks. Works on its own duplicate of `comm`, which lives with the links. At most
-  // `largest` processes of consecutive ranks on a node share memory. Collective. Returns MPI's
-  // code.
+  // Finds the processes of each node and agrees with them on whether they can map each other's
+  // arenas: all ranks come to the same result, also if something fails on one of them alone.
+  // Works on its own duplicate of `comm`, which lives with the links, and on no other
+  // communicator. At most `largest` processes of a node with neighbouring ranks share memory.
+  // Collective. Returns MPI's code.
   int Join(MPI_Comm comm, int largest);
 
   // Waits for all ranks, then gives the control block and the duplicate back. Collective. Waits
@@ -70,7 +71,7 @@ class NodeLinks {
   // The rank of another group through which its processes get what `rank` tells all.
   int Representative(int rank, int group) {
     NodeLink const& lowest = To(group);
-    int const member = lowest.firstMember + rank % lowest.memberCount;
+    int const member = lowest.position + To(rank).position % lowest.memberCount;
     return mMembers[static_cast<std::size_t>(member)];
   }
   MPI_Comm Messages() const { return mComm; }
@@ -86,12 +87,18 @@ class NodeLinks {
 
  private:
   struct Hello;
+  struct Tables;
 
-  int Agree(MPI_Comm node);
-  bool TakeControlBlock(int processes);
+  int Agree(Tables& all, int largest);
+  template <typename T>
+  int Tell(T const& mine, std::vector<T>* all);
+  void GroupByNode(Tables& all, int largest);
+  Hello Introduce();
+  bool TakeControlBlock();
   bool OpenPeers(std::vector<Hello> const& hellos);
+  void Dissolve(std::vector<int>& ready);
   void Forget();
-  void ListGroups(std::vector<int> const& groupOf);
+  void ListGroups();
 
   MPI_Comm mComm = MPI_COMM_NULL;
   NodeArena* mArena = nullptr;
@@ -100,7 +107,7 @@ class NodeLinks {
   std::vector<NodeLink> mLinks;
   std::vector<int> mGroup;
   std::vector<int> mGroups;
-  std::vector<int> mMembers;  // all ranks, group by group
+  std::vector<int> mMembers;  // all ranks, group by group, in order within each
   int mRank = -1;
   bool mAnyShared = false;
   bool mJoined = false;  // every rank has come to the end of Join, as far as this one knows

@@ -2,23 +2,30 @@
 
 #include <cstdio>
 #include <fcntl.h>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <new>
-#include <poll.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
+#include <tuple>
 #include <unistd.h>
 
 namespace Pavex {
 
 namespace {
 
-// The mappings that communicators of this process hold now, by the inode of the file.
+using Key = std::tuple<std::int64_t, std::uint64_t, std::uint64_t>;  // process, device, inode
+
+// The mappings that communicators of this process hold now.
 struct Registry {
   std::mutex mutex;
-  std::map<std::uint64_t, std::weak_ptr<NodePeer const>> peers;
+  std::map<Key, std::weak_ptr<NodePeer const>> peers;
+
+  void DropEnded() {
+    for (auto peer = peers.begin(); peer != peers.end();)
+      peer = peer->second.expired() ? peers.erase(peer) : std::next(peer);
+  }
 };
 
 Registry& OpenPeers() {
@@ -26,9 +33,8 @@ Registry& OpenPeers() {
   return *registry;
 }
 
-bool IsFile(int file, NodeArenaId const& id) {
-  struct stat status {};
-  return fstat(file, &status) == 0 && status.st_dev == id.device && status.st_ino == id.inode &&
+bool IsArena(struct stat const& status, NodeArenaId const& id) {
+  return S_ISREG(status.st_mode) && status.st_dev == id.device && status.st_ino == id.inode &&
          static_cast<std::uint64_t>(status.st_size) == id.bytes;
 }
 
@@ -37,35 +43,42 @@ bool IsFile(int file, NodeArenaId const& id) {
 std::shared_ptr<NodePeer const> NodePeer::Open(NodeArenaId const& id) try {
   Registry& registry = OpenPeers();
   std::lock_guard<std::mutex> const lock(registry.mutex);
-  std::weak_ptr<NodePeer const>& known = registry.peers[id.inode];
+  registry.DropEnded();
+  std::weak_ptr<NodePeer const>& known = registry.peers[{id.pid, id.device, id.inode}];
   if (std::shared_ptr<NodePeer const> peer = known.lock()) return peer;
 
-  char path[64];
-  std::snprintf(path, sizeof path, "/proc/%ld/fd/%ld", static_cast<long>(id.pid),
-                static_cast<long>(id.file));
-  int const file = open(path, O_RDWR | O_CLOEXEC);
-  if (file < 0) return nullptr;
-  std::shared_ptr<NodePeer> peer(new NodePeer);
-  if (IsFile(file, id)) peer->mBase = MapAtHugePage(file, id.bytes);
-  close(file);
-  if (peer->mBase == nullptr) return nullptr;
-  peer->mBytes = id.bytes;
-  peer->mHugePages = NodeHugePages(peer->mBase);
-  peer->mProcess = static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(id.pid), 0));
+  auto const peer = std::make_shared<NodePeer>(id);
+  if (!peer->mProcess.IsWatched() || !peer->Map(id)) return nullptr;
   known = peer;
   return peer;
 } catch (std::bad_alloc const&) {
   return nullptr;
 }
 
-NodePeer::~NodePeer() {
-  if (mBase != nullptr) munmap(mBase, mBytes);
-  if (mProcess >= 0) close(mProcess);
+// The process is found before its file: the file proves that it is the right one.
+NodePeer::NodePeer(NodeArenaId const& id) : mProcess(id.pid, id.start), mOwner(getpid()) {}
+
+// In another PID namespace the path names a file of some other process, maybe a device for
+// which even opening has an effect. So it is looked at before it is opened, and again after.
+bool NodePeer::Map(NodeArenaId const& id) {
+  char path[64];
+  std::snprintf(path, sizeof path, "/proc/%lld/fd/%lld", static_cast<long long>(id.pid),
+                static_cast<long long>(id.file));
+  struct stat status {};
+  if (stat(path, &status) != 0 || !IsArena(status, id)) return false;
+  int const file = open(path, O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  if (file < 0) return false;
+  if (fstat(file, &status) == 0 && IsArena(status, id)) mBase = MapAtHugePage(file, id.bytes);
+  close(file);
+  if (mBase == nullptr) return false;
+  mBytes = id.bytes;
+  mHugePages = NodeHugePages(mBase);
+  return true;
 }
 
-bool NodePeer::IsAlive() const {
-  pollfd ended{mProcess, POLLIN, 0};  // a negative descriptor is ignored
-  return poll(&ended, 1, 0) <= 0;
+// What lies at these addresses in a child that was forked is the child's own.
+NodePeer::~NodePeer() {
+  if (mBase != nullptr && mOwner == getpid()) munmap(mBase, mBytes);
 }
 
 }  // namespace Pavex

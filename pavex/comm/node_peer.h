@@ -3,6 +3,7 @@
 #pragma once
 
 #include "pavex/comm/node_arena.h"
+#include "pavex/comm/node_process.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -14,10 +15,12 @@ namespace Pavex {
 // goes with the last of them.
 class NodePeer {
  public:
-  // Null if the system does not permit it, or if the file found is not the one that `id` names,
-  // as in another PID namespace.
+  // Null if the system does not permit it, if the file found is not the one that `id` names, as
+  // in another PID namespace, or if the end of the peer would go unnoticed. A file that is
+  // another one is not opened.
   static std::shared_ptr<NodePeer const> Open(NodeArenaId const& id);
 
+  explicit NodePeer(NodeArenaId const& id);
   NodePeer(NodePeer const&) = delete;
   NodePeer& operator=(NodePeer const&) = delete;
   ~NodePeer();
@@ -31,15 +34,16 @@ class NodePeer {
   NodeHugePages const& HugePages() const { return mHugePages; }
 
   // False once the process has ended.
-  bool IsAlive() const;
+  bool IsAlive() const { return mProcess.IsAlive(); }
 
  private:
-  NodePeer() = default;
+  bool Map(NodeArenaId const& id);
 
+  NodeProcess mProcess;
+  std::int64_t mOwner;  // the process that made this; a child of it does not have the mapping
   unsigned char* mBase = nullptr;
   std::size_t mBytes = 0;
   NodeHugePages mHugePages;
-  int mProcess = -1;  // a descriptor that becomes readable when the process ends; -1: unknown
 };
 
 }  // namespace Pavex

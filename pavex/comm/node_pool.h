@@ -12,7 +12,8 @@ namespace Pavex {
 // any other communicator it works as a MemoryPool does.
 //
 // Where the system refuses shared memory (no memory files, a limit on file size or address
-// space), the blocks come from where those of a MemoryPool come from.
+// space), and for what goes beyond the memory of the machine, the blocks come from where those
+// of a MemoryPool come from.
 //
 // A process makes its shared memory, for all its pools and communicators, when it makes the
 // first of either; it lasts as long as the process. Blocks may outlive every communicator. A

@@ -58,30 +58,27 @@ class alignas(64) NodeNote {
                std::uint64_t place) {
     Word const old = mWord.load(std::memory_order_relaxed);
     Word const version = ((old >> 4) + 1) & 0xFFF;
+    // Whoever sees one of the new fields sees that the old word is gone.
     mWord.store(0, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_release);
-    mSequence.store(terms.sequence, std::memory_order_relaxed);
-    mOperation.store(terms.operation, std::memory_order_relaxed);
-    mLabel.store(terms.label, std::memory_order_relaxed);
-    mBytes.store(terms.bytes, std::memory_order_relaxed);
-    mPlace.store(place, std::memory_order_relaxed);
+    mSequence.store(terms.sequence, std::memory_order_release);
+    mOperation.store(terms.operation, std::memory_order_release);
+    mLabel.store(terms.label, std::memory_order_release);
+    mBytes.store(terms.bytes, std::memory_order_release);
+    mPlace.store(place, std::memory_order_release);
     mWord.store(number << 16 | version << 4 | static_cast<Word>(state),
                 std::memory_order_release);
   }
 
   // Valid if the word is unchanged afterwards (or Move succeeds).
   NodeTerms Terms() const {
-    return {mSequence.load(std::memory_order_relaxed),
-            mOperation.load(std::memory_order_relaxed), mLabel.load(std::memory_order_relaxed),
-            mBytes.load(std::memory_order_relaxed)};
+    return {mSequence.load(std::memory_order_acquire),
+            mOperation.load(std::memory_order_acquire), mLabel.load(std::memory_order_acquire),
+            mBytes.load(std::memory_order_acquire)};
   }
-  std::uint64_t Place() const { return mPlace.load(std::memory_order_relaxed); }
+  std::uint64_t Place() const { return mPlace.load(std::memory_order_acquire); }
 
   // Whether the note still is the one that `word` was read from.
-  bool Is(Word word) const {
-    std::atomic_thread_fence(std::memory_order_acquire);
-    return mWord.load(std::memory_order_relaxed) == word;
-  }
+  bool Is(Word word) const { return mWord.load(std::memory_order_relaxed) == word; }
 
   // From the note that `word` was read from to another state; false if it has changed.
   bool Move(Word word, NodeState state) {

@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <numeric>
+#include <sched.h>
 
 namespace Pavex {
 
@@ -454,6 +455,50 @@ TEST_F(NodeCommFailure, ARankThatLeavesAnOperationOutIsNoticed) {
   EXPECT_EQ(outcome.mStatus, mRank == 1 ? STATUS_INVALID_VALUE : others);
 }
 
+// Rank 2 waits for rank 1, which receives as it does. Both sides notice when the others come to
+// the next operation.
+TEST_F(NodeCommFailure, ARankThatTakesAnotherOneForTheRootIsNoticed) {
+  if (mSize < 3) return;
+  for (int const size : {100, 10000}) {
+    Bytes data(static_cast<std::size_t>(size), mPool);
+    data[0] = mRank == 0 ? 7 : 0;
+
+    Outcome const outcome = OutcomeOf(
+        [&] { return mComm.Bcast(data.Data(), size, DATATYPE_BYTE, mRank == 2 ? 1 : 0); });
+
+    ExpectTheNextOperationToWork();
+    bool const failed = mRank == 2 || (mRank == 0 && size > 4096);
+    EXPECT_EQ(outcome.mStatus, failed ? STATUS_COMM_FAILED : STATUS_OK) << size;
+    EXPECT_EQ(data[0], mRank == 2 ? 0 : 7);
+  }
+}
+
+// The same operation with counts that differ by the threshold between small and large messages,
+// in an exchange in which every rank both sends and receives.
+TEST_F(NodeCommFailure, AnExchangeWhoseSizesDifferFailsOnlyBetweenTheTwo) {
+  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+  constexpr int kSize = 5000;
+  std::vector<int> sent(static_cast<std::size_t>(mSize), kSize);
+  std::vector<int> const received(static_cast<std::size_t>(mSize), kSize);
+  std::vector<int> displs;
+  for (int r = 0; r < mSize; ++r)
+    displs.push_back(r * kSize);
+  if (mRank == 0) sent[1] = 4096;
+  Bytes out(static_cast<std::size_t>(kSize * mSize), mPool);
+  Bytes in(static_cast<std::size_t>(kSize * mSize), mPool);
+  std::memset(out.Data(), mRank + 1, static_cast<std::size_t>(kSize * mSize));
+
+  Outcome const outcome = OutcomeOf([&] {
+    return mComm.Alltoallv(out.Data(), sent.data(), displs.data(), DATATYPE_BYTE, in.Data(),
+                           received.data(), displs.data(), DATATYPE_BYTE);
+  });
+
+  EXPECT_EQ(outcome.mStatus, mRank == 1 ? STATUS_COMM_FAILED : STATUS_OK);
+  for (int r = 0; r < mSize; ++r)
+    EXPECT_EQ(in[r * kSize], mRank == 1 && r == 0 ? 0xEE : r + 1) << r;
+  ExpectTheNextOperationToWork();
+}
+
 TEST_F(NodeCommFailure, RefusesWhatMpiCommRefuses) {
   int const one = 1;
   Outcome const tag = OutcomeOf([&] { return mComm.Send(&one, 1, DATATYPE_INT, 0, -1); });
@@ -522,6 +567,33 @@ TEST(NodeExchange, CarriesAnyNumberOfMessagesBetweenTwoRanks) {
     for (int i = 0; i < kMessages && rank < 2; ++i)
       EXPECT_EQ(in[i * kMost], i + 1) << way;
     MPI_Barrier(MPI_COMM_WORLD);
+  }
+  links.Leave();
+}
+
+// The receiver has given up a message before it came. Nothing that it does later may meet it.
+TEST(NodeExchange, ASenderWithdrawsWhatTheReceiverHasGivenUp) {
+  NodeLinks links;
+  ASSERT_EQ(links.Join(MPI_COMM_WORLD, INT_MAX), MPI_SUCCESS);
+  MemoryPool pool;
+  Bytes data(10000, pool);
+  NodeExchange exchange(links);
+  exchange.Begin(NodeOperation::MESSAGE, 0, 3, NodeCopier::SENDER);
+  if (links.Rank() == 0 && links.Size() > 1) {
+    exchange.Send(1, data.Data(), 10000, DATATYPE_BYTE);
+    EXPECT_STREQ(exchange.Run(), "rank 1 has given up");
+  }
+  if (links.Rank() == 1) {
+    NodeRing& ring = links.To(0).in->direct;
+    while (NodeNote::StateOf(ring.offers[1].Read()) != NodeState::OFFERED)
+      sched_yield();
+    ring.answers[1].Publish(1, NodeState::REVOKED, ring.offers[1].Terms(), NodeArena::kOutside);
+    while (NodeNote::StateOf(ring.offers[1].Read()) != NodeState::WITHDRAWN)
+      sched_yield();
+
+    exchange.Receive(0, data.Data(), 10000, DATATYPE_BYTE);
+
+    EXPECT_STREQ(exchange.Run(), "rank 0 has given up");
   }
   links.Leave();
 }

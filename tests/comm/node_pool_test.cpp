@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <unistd.h>
 #include <vector>
 
 namespace Pavex {
@@ -109,6 +110,39 @@ TEST(NodePool, RefusesMoreThanTheMachineHas) {
   EXPECT_EQ(pool.Allocate(&block, std::size_t{1} << 50), STATUS_OUT_OF_MEMORY);
 
   EXPECT_EQ(pool.LastRefused(), std::size_t{1} << 50);
+}
+
+// Blocks that are never written take no memory.
+TEST(NodePool, TakesPlainBlocksOnceTheMemoryOfTheMachineIsPromised) {
+  auto const memory = static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) *
+                      static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  std::size_t const most = memory / 4 * 3;
+  NodePool pool;
+  void* first = nullptr;
+  void* second = nullptr;
+  ASSERT_EQ(pool.Allocate(&first, most), STATUS_OK);
+
+  ASSERT_EQ(pool.Allocate(&second, most), STATUS_OK);
+
+  EXPECT_TRUE(IsShared(first, most));
+  EXPECT_FALSE(IsShared(second, most));
+  static_cast<unsigned char*>(second)[most - 1] = 1;
+  pool.Deallocate(first, most);
+  pool.Deallocate(second, most);
+  pool.ReleaseCached();
+}
+
+constexpr std::uint64_t kGiB = std::uint64_t{1} << 30;
+
+TEST(NodeArena, HasTwiceTheMemoryOfTheMachine) {
+  EXPECT_EQ(NodeArena::BytesFor(512 * kGiB, 8), 1024 * kGiB);
+  EXPECT_EQ(NodeArena::BytesFor(0, 8), 0U);
+}
+
+TEST(NodeArena, LeavesRoomForThoseOfAllProcessorsInHalfOfTheAddresses) {
+  EXPECT_EQ(NodeArena::BytesFor(2048 * kGiB, 128), 512 * kGiB);
+  EXPECT_EQ(NodeArena::BytesFor(6144 * kGiB, 384) * 384 <= 65536 * kGiB, true);
+  EXPECT_EQ(NodeArena::BytesFor(6144 * kGiB, 384) % NodeHugePages::kBytes, 0U);
 }
 
 }  // namespace

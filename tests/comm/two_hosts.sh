@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# two_hosts.sh MPIEXEC PROGRAM [ARGUMENT...]: runs the program as an MPI job of 4 processes, two on
-# each of two hosts that share nothing but a network: two network namespaces with one cable
-# between them. Every message goes through TCP, and none leaves the namespaces.
+# two_hosts.sh MPIEXEC WAY PROGRAM [ARGUMENT...]: runs the program as an MPI job of 4 processes, two
+# on each of two hosts that share nothing but a network: two network namespaces with one cable
+# between them. Every message of MPI goes through TCP, and none leaves the namespaces.
 #
 # Exits with 77 and a reason if the machine does not allow that. Otherwise exits with the code of
-# the job, or with 1 if a host had no processes of the job or the cable was not used. Removes the
-# namespaces and the cable at its end.
+# the job, or with 1 if a host had no processes of the job, the cable was not used, or the job
+# printed no line that ends with WAY. Removes the namespaces and the cable at its end.
 set -uo pipefail
-mpiexec=$1
-shift
+mpiexec=$1 way=$2
+shift 2
 
 skip() { echo "Skipped: $*"; exit 77; }
 
@@ -66,9 +66,13 @@ job=(--host 10.77.0.1:2,10.77.0.2:2 -n 4
      --mca pml ob1 --mca btl tcp,self --mca btl_tcp_if_include 10.77.0.0/24)
 
 # The time limit is shorter than that of the test, so that the script can always clean up.
-ip netns exec "$near" timeout -k 5 240 "$mpiexec" "${job[@]}" "$work/on_its_host" "$@"
+ip netns exec "$near" timeout -k 5 240 "$mpiexec" "${job[@]}" "$work/on_its_host" "$@" \
+  >"$work/output"
 code=$?
+cat "$work/output"
 [ $code -eq 0 ] || { echo "exit code $code"; exit $code; }
+
+grep -q ", $way\$" "$work/output" || { echo "no line ends with ', $way'"; exit 1; }
 
 for address in 10.77.0.1 10.77.0.2; do
   processes=$(cat "$work"/process.* | grep -c " $address/")

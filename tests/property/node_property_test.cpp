@@ -16,13 +16,17 @@ constexpr long kCases = 500;
 constexpr long kCases = 5000;
 #endif
 
+long DefaultCases(int processes) {
+  return processes > 4 ? kCases / 8 : kCases;
+}
+
 // Runs the cases. The ranks that `shares` names have shared blocks, the others plain ones. At
 // most `largest` processes share memory.
 void RunCases(int largest, bool (*shares)(int rank)) {
   auto const comm = std::make_shared<NodeComm>(MPI_COMM_WORLD, largest);
   NodePool shared;
   MemoryPool* const source = shares(comm->Rank()) ? &shared : nullptr;
-  auto const options = PropertyOptions::FromEnvironment(kCases);
+  auto const options = PropertyOptions::FromEnvironment(DefaultCases(comm->Size()));
   Log::mMaxLogLevel = -1;  // refusals are part of the cases
   for (long number = options.first; number < options.first + options.cases; ++number) {
     std::string const difference = RunCase(options.seed, number, comm, source);

@@ -86,7 +86,7 @@ void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
   addWord(
       "--comm", words.mComm,
       "node (MPI, with memory shared on each node), mpi (MPI alone) or local (threads of this "
-      "process); without it mpi under a launcher of MPI jobs");
+      "process); without it node under a launcher of MPI jobs, else local");
   addWord("--format", words.mFormat, formats);
   addWord("--partition", words.mPartition, "rows, columns, entries, one or all");
   command

@@ -56,7 +56,7 @@ bool Job::WantsMpi(std::optional<CommKind> comm) const {
 }
 
 void Job::Start(std::optional<CommKind> comm) {
-  mMpi = StartMpi(comm == CommKind::NODE);
+  mMpi = StartMpi(comm.value_or(CommKind::NODE) == CommKind::NODE);
   if (mLaunch.IsJob() && (mMpi == nullptr || mMpi->World()->Size() == 1)) {
     if (mMpi != nullptr) mMpi->Finish();
     mMpi.reset();

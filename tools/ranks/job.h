@@ -20,8 +20,8 @@ class Job {
   // Reads what the launcher announces. Does not use MPI.
   Job() : mLaunch(Announced(OwnMpi())) {}
 
-  // The ranks of the job. Without `comm` they are the processes of an MPI job, if a launcher of
-  // this build's MPI started this process. Otherwise they are `count` threads (4 if unset).
+  // The ranks of the job. Without `comm` they are the processes of an MPI job, which share
+  // memory where they can, if a launcher of this build's MPI started this process. Otherwise they are `count` threads (4 if unset).
   // Under MPI `count`, where set, has to be the number of processes. Initialises MPI if it is
   // used. Throws InputError, also if a launcher announces a job that MPI does not find: this
   // process would be one of several that each do the whole work.

@@ -82,9 +82,9 @@ foreach(processes 1 2 4)
   command_job(csr.mpi_alone ${processes} succeeds ${verified} ${generated} --format csr --to all
               --comm mpi)
 endforeach()
-command_job(over_shared_memory 3 succeeds
-            "csr of double with int indices, cut by rows, gathered on rank 0, over MPI with shared memory"
-            ${generated} --format csr --comm node)
+set(shared "csr of double with int indices, cut by rows, gathered on rank 0, over MPI with shared memory")
+command_job(over_shared_memory 2 succeeds ${shared} ${generated} --format csr --comm node)
+command_job(over_shared_memory.by_default 3 succeeds ${shared} ${generated} --format csr)
 command_job(held_elsewhere 4 succeeds ${verified} ${file} --partition one --holder 2)
 command_job(ranks 2 succeeds ${verified} ${generated} --ranks 2)
 command_job(local 1 succeeds "coo of double with int indices, cut by rows, gathered on rank 0"
