@@ -38,7 +38,8 @@ class FaultyJob {
     for (int p = 0; p < Size(); ++p) {
       PavexStatus const status = mStatus[static_cast<std::size_t>(p)];
       std::string const problem =
-          p == mRank ? mRun.CheckInjected(At(p), mInjection, status) : CheckPeer(p, status);
+          p == mRank ? mRun.CheckInjected(At(p), mInjection, status)
+                     : FaultRun<T, I>(mRound, p, mRun.operation).CheckPeer(At(p), status);
       if (!problem.empty()) return "rank " + std::to_string(p) + ": " + problem;
     }
     return "";
@@ -55,21 +56,6 @@ class FaultyJob {
  private:
   int Size() const { return static_cast<int>(mRanks.size()); }
   FaultyRank<T, I>& At(int rank) { return *mRanks[static_cast<std::size_t>(rank)]; }
-
-  // Expects that a peer succeeds with the right result, or fails because its partner is gone.
-  std::string CheckPeer(int rank, PavexStatus status) {
-    FaultRun<T, I> const run(mRound, rank, mRun.operation);
-    if (status == STATUS_OK) return run.CheckDone(At(rank), mRun.operation, status);
-    if (status != STATUS_COMM_FAILED) return "status is " + std::to_string(status);
-    std::size_t const made = At(rank).MadeCalls();
-    bool const arrives = mRun.operation == Operation::UPDATE_IN_PLACE ||
-                         (mRun.operation == Operation::SCATTER && run.CallsBefore(made) > 1);
-    bool const inPlace = arrives && At(rank).ReceivesInPlace(mRun.operation);
-    std::string const difference = At(rank).CheckFailure(mRun.operation, inPlace);
-    if (!difference.empty()) return difference;
-    std::string const calls = At(rank).CheckCalls(run.steps, made, false);
-    return calls.empty() ? At(rank).CheckMemory(run.KeptAtFailure(made)) : calls;
-  }
 
   Round const& mRound;
   int const mRank;

@@ -20,13 +20,15 @@ class FaultyRank {
  public:
   static constexpr ElementBytes kBytes{sizeof(T), sizeof(I)};
 
-  FaultyRank(Round const& round, int rank)
+  // `source`: where the memory comes from in place of the heap.
+  FaultyRank(Round const& round, int rank, MemoryPool* source = nullptr)
       : mRound(round),
         mPiece(round.PieceOf(rank)),
         mRank(rank),
         mGathered(round, rank, GATHERED, mPiece.hasValues, VersionOf(GATHERED)),
         mUpdated(round, rank, UPDATED, true, VersionOf(UPDATED)),
-        mScattered(round, rank, SCATTERED, true, VersionOf(SCATTERED)) {}
+        mScattered(round, rank, SCATTERED, true, VersionOf(SCATTERED)),
+        mPool(source) {}
 
   // Makes the next operations use `inner`. The count of the calls starts again.
   void Bind(std::shared_ptr<Comm> inner) {
