@@ -20,8 +20,8 @@ case "${1:-}" in
 esac
 
 need "${build_packages[@]}" ccache libgtest-dev libgmock-dev libeigen3-dev libsuitesparse-dev \
-  libopenmpi-dev openmpi-bin libpetsc-real-dev libpetsc-complex-dev libmpich-dev mpich \
-  iproute2 make dpkg-dev file groff-base \
+  libopenmpi-dev openmpi-bin libpetsc-real-dev libpetsc-complex-dev libhypre-dev libmumps-dev \
+  libmpich-dev mpich iproute2 make dpkg-dev file groff-base \
   clang libclang-rt-dev lld clang-tidy clang-format cppcheck valgrind doxygen gcovr
 
 jobs=$(nproc)
@@ -100,5 +100,5 @@ unset PAVEX_PROPERTY_CASES
 # With MPICH, test the communicator and the library, and with --all also the command.
 build mpich mpi_tests -DPAVEX_TOOLS=$all
 run mpich -L mpi
-build openmpi all -DPAVEX_EVERY_FAULT=$all
+build openmpi all -DPAVEX_HYPRE=ON -DPAVEX_MUMPS=ON -DPAVEX_EVERY_FAULT=$all
 run openmpi
