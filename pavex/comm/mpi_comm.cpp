@@ -1,6 +1,7 @@
 #include "pavex/comm/mpi_comm.h"
 
 #include "pavex/comm/mpi_call.h"
+#include "pavex/comm/mpi_split.h"
 
 #include <cstddef>
 #include <new>
@@ -126,22 +127,19 @@ PavexStatus MpiComm::Send(void const* buf, int count, Datatype type, int dest, i
   MpiCall call("MpiComm::Send", Rank(), mSize);
   call.Send(buf, count, type, dest, tag);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
-  return call.Done(MPI_Send(buf, count, MpiType(type), dest, tag, mComm));
+  return call.Done(MpiSplit::Send(buf, count, type, dest, tag, {mComm, mRank, mSize}));
 }
 
 PavexStatus MpiComm::Recv(void* buf, int count, Datatype type, int source, int tag) const {
   MpiCall call("MpiComm::Recv", Rank(), mSize);
   call.Recv(buf, count, type, source, tag);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
-  MPI_Status message;
+  bool isWhole = false;
   PavexStatus const status =
-      call.Done(MPI_Recv(buf, count, MpiType(type), source, tag, mComm, &message));
-  if (status != STATUS_OK) return status;
-  int received = 0;
-  MPI_Get_count(&message, MpiType(type), &received);
-  if (received != count)
+      call.Done(MpiSplit::Recv(buf, count, type, source, tag, {mComm, mRank, mSize}, isWhole));
+  if (status == STATUS_OK && !isWhole)
     return call.Fail(STATUS_COMM_FAILED, "the message is shorter than asked for");
-  return STATUS_OK;
+  return status;
 }
 
 PavexStatus MpiComm::Gatherv(void const* sendbuf, int sendcount, Datatype sendtype,
@@ -150,8 +148,9 @@ PavexStatus MpiComm::Gatherv(void const* sendbuf, int sendcount, Datatype sendty
   MpiCall call("MpiComm::Gatherv", Rank(), mSize);
   call.Gatherv(sendbuf, sendcount, sendtype, recvbuf, recvcounts, displs, recvtype, root);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
-  return call.Done(MPI_Gatherv(call.SendBuffer(sendbuf), sendcount, MpiType(sendtype), recvbuf,
-                               recvcounts, displs, MpiType(recvtype), root, mComm));
+  return call.Done(MpiSplit::Gatherv(call.SendBuffer(sendbuf), sendcount, sendtype, recvbuf,
+                                     recvcounts, displs, recvtype, root,
+                                     {mComm, mRank, mSize}));
 }
 
 PavexStatus MpiComm::Scatterv(void const* sendbuf, int const* sendcounts, int const* displs,
@@ -160,8 +159,9 @@ PavexStatus MpiComm::Scatterv(void const* sendbuf, int const* sendcounts, int co
   MpiCall call("MpiComm::Scatterv", Rank(), mSize);
   call.Scatterv(sendbuf, sendcounts, displs, sendtype, recvbuf, recvcount, recvtype, root);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
-  return call.Done(MPI_Scatterv(call.SendBuffer(sendbuf), sendcounts, displs, MpiType(sendtype),
-                                recvbuf, recvcount, MpiType(recvtype), root, mComm));
+  return call.Done(MpiSplit::Scatterv(call.SendBuffer(sendbuf), sendcounts, displs, sendtype,
+                                      recvbuf, recvcount, recvtype, root,
+                                      {mComm, mRank, mSize}));
 }
 
 PavexStatus MpiComm::Alltoallv(void const* sendbuf, int const* sendcounts, int const* sdispls,
@@ -191,15 +191,8 @@ PavexStatus MpiComm::Allgatherv(void const* sendbuf, int sendcount, Datatype sen
   MpiCall call("MpiComm::Allgatherv", Rank(), mSize);
   call.Allgatherv(sendbuf, sendcount, sendtype, recvbuf, recvcounts, displs, recvtype);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
-  // MPICH ignores the displacement of a single process, so the address carries it.
-  static int const kNone = 0;
-  if (mSize == 1 && recvbuf != nullptr) {
-    recvbuf = static_cast<char*>(recvbuf) +
-              DatatypeSize(recvtype) * static_cast<std::size_t>(*displs);
-    displs = &kNone;
-  }
-  return call.Done(MPI_Allgatherv(call.SendBuffer(sendbuf), sendcount, MpiType(sendtype),
-                                  recvbuf, recvcounts, displs, MpiType(recvtype), mComm));
+  return call.Done(MpiSplit::Allgatherv(call.SendBuffer(sendbuf), sendcount, sendtype, recvbuf,
+                                        recvcounts, displs, recvtype, {mComm, mRank, mSize}));
 }
 
 PavexStatus MpiComm::Allreduce(void const* sendbuf, void* recvbuf, int count, Datatype type,
@@ -219,7 +212,7 @@ PavexStatus MpiComm::Bcast(void* buf, int count, Datatype type, int root) const 
   MpiCall call("MpiComm::Bcast", Rank(), mSize);
   call.Bcast(buf, count, type, root);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
-  return call.Done(MPI_Bcast(buf, count, MpiType(type), root, mComm));
+  return call.Done(MpiSplit::Bcast(buf, count, type, root, {mComm, mRank, mSize}));
 }
 
 }  // namespace Pavex

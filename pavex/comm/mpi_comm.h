@@ -48,6 +48,11 @@ class MpiCall;
 // MPI_IN_PLACE. It is legal in Allgather and Allgatherv, in Gatherv on the root, and also in
 // Alltoallv and Allreduce, for which Comm does not promise it.
 //
+// Large messages. MPIs do not carry messages of more than 2 GiB reliably, so one operation
+// makes several calls of MPI, each with messages of at most 1 GiB. In Gatherv and Scatterv,
+// messages with the tag 32767 move what a piece has beyond that; do not use this tag.
+// Allgather, Alltoallv and Allreduce pass their counts to MPI as they are.
+//
 // After a failed collective. One rank alone may see a failure, of MPI or of a pool between two
 // operations. What the other ranks have already sent cannot be called back. What an application
 // can do depends on whether the others return from their operation:

@@ -1,0 +1,216 @@
+// MpiComm with at most 48 bytes in a message: 6 doubles, 12 ints. This binary defines the MPI
+// functions that move data and checks what they are given.
+
+#include "tests/comm/contract.h"
+#include "tests/comm/mpi_fixture.h"
+
+#include <algorithm>
+#include <map>
+#include <numeric>
+#include <string>
+#include <vector>
+
+namespace Pavex {
+namespace {
+
+constexpr int kMostBytes = 48;
+
+struct Watched {
+  std::map<std::string, int> calls;  // by name
+  int largest = 0;                   // bytes of the largest message or call
+};
+Watched gWatched;
+
+void Watch(char const* name, long count, MPI_Datatype type) {
+  int bytes = 0;
+  PMPI_Type_size(type, &bytes);
+  ++gWatched.calls[name];
+  gWatched.largest = std::max(gWatched.largest, static_cast<int>(count) * bytes);
+}
+
+}  // namespace
+}  // namespace Pavex
+
+#define PAVEX_WATCHED extern "C" __attribute__((visibility("default")))
+
+PAVEX_WATCHED int MPI_Send(void const* buf, int count, MPI_Datatype type, int dest, int tag,
+                           MPI_Comm comm) {
+  Pavex::Watch("Send", count, type);
+  return PMPI_Send(buf, count, type, dest, tag, comm);
+}
+PAVEX_WATCHED int MPI_Recv(void* buf, int count, MPI_Datatype type, int source, int tag,
+                           MPI_Comm comm, MPI_Status* status) {
+  Pavex::Watch("Recv", count, type);
+  return PMPI_Recv(buf, count, type, source, tag, comm, status);
+}
+PAVEX_WATCHED int MPI_Bcast(void* buf, int count, MPI_Datatype type, int root, MPI_Comm comm) {
+  Pavex::Watch("Bcast", count, type);
+  return PMPI_Bcast(buf, count, type, root, comm);
+}
+PAVEX_WATCHED int MPI_Gatherv(void const* sendbuf, int sendcount, MPI_Datatype sendtype,
+                              void* recvbuf, int const* recvcounts, int const* displs,
+                              MPI_Datatype recvtype, int root, MPI_Comm comm) {
+  if (sendbuf != MPI_IN_PLACE) Pavex::Watch("Gatherv", sendcount, sendtype);
+  return PMPI_Gatherv(sendbuf, sendcount, sendtype, recvbuf, recvcounts, displs, recvtype, root,
+                      comm);
+}
+PAVEX_WATCHED int MPI_Scatterv(void const* sendbuf, int const* sendcounts, int const* displs,
+                               MPI_Datatype sendtype, void* recvbuf, int recvcount,
+                               MPI_Datatype recvtype, int root, MPI_Comm comm) {
+  Pavex::Watch("Scatterv", recvcount, recvtype);
+  return PMPI_Scatterv(sendbuf, sendcounts, displs, sendtype, recvbuf, recvcount, recvtype,
+                       root, comm);
+}
+PAVEX_WATCHED int MPI_Allgatherv(void const* sendbuf, int sendcount, MPI_Datatype sendtype,
+                                 void* recvbuf, int const* recvcounts, int const* displs,
+                                 MPI_Datatype recvtype, MPI_Comm comm) {
+  int size = 0;
+  MPI_Comm_size(comm, &size);
+  Pavex::Watch("Allgatherv", std::accumulate(recvcounts, recvcounts + size, 0L), recvtype);
+  return PMPI_Allgatherv(sendbuf, sendcount, sendtype, recvbuf, recvcounts, displs, recvtype,
+                         comm);
+}
+
+namespace Pavex {
+
+PAVEX_COMM_CONTRACT(MpiRanks);
+
+namespace {
+
+class MpiSplitTest : public MpiCommTest {
+ protected:
+  void SetUp() override {
+    MpiCommTest::SetUp();
+    gWatched = Watched();
+  }
+  // 20 + r doubles on rank r, of which element k is 1000 r + k.
+  static std::vector<double> Piece(int rank) {
+    std::vector<double> piece(static_cast<std::size_t>(20 + rank));
+    std::iota(piece.begin(), piece.end(), 1000.0 * rank);
+    return piece;
+  }
+  // Where the pieces begin, three elements apart.
+  void Place() {
+    for (int r = 0, place = 3; r < mSize; ++r) {
+      mCounts.push_back(20 + r);
+      mDispls.push_back(place);
+      place += 20 + r + 3;
+    }
+    mWhole.assign(static_cast<std::size_t>(mDispls.back() + mCounts.back() + 3), -1);
+    mExpected = mWhole;
+    for (int r = 0; r < mSize; ++r) {
+      std::vector<double> const piece = Piece(r);
+      std::copy(piece.begin(), piece.end(),
+                mExpected.begin() + mDispls[static_cast<std::size_t>(r)]);
+    }
+  }
+  void ExpectSmallMessages() const { EXPECT_LE(gWatched.largest, kMostBytes); }
+
+  std::vector<int> mCounts;
+  std::vector<int> mDispls;
+  std::vector<double> mWhole;
+  std::vector<double> mExpected;
+};
+
+TEST_F(MpiSplitTest, GathervMovesTheRestOfEachPieceByMessages) {
+  Place();
+  std::vector<double> const own = Piece(mRank);
+  int const root = mSize - 1;
+
+  ASSERT_EQ(mComm.Gatherv(own.data(), 20 + mRank, DATATYPE_DOUBLE, mWhole.data(),
+                          mCounts.data(), mDispls.data(), DATATYPE_DOUBLE, root),
+            STATUS_OK);
+
+  if (mRank == root) {
+    EXPECT_EQ(mWhole, mExpected);
+  }
+  if (mRank != root) {
+    EXPECT_EQ(gWatched.calls["Send"], (20 + mRank - 6 + 5) / 6);
+    EXPECT_EQ(gWatched.calls["Gatherv"], 1);
+  }
+  ExpectSmallMessages();
+}
+
+TEST_F(MpiSplitTest, GathervLeavesThePieceOfARootInItsPlace) {
+  Place();
+  std::vector<double> const own = Piece(mRank);
+  if (mRank == 0) std::copy(own.begin(), own.end(), mWhole.begin() + mDispls[0]);
+
+  ASSERT_EQ(
+      mComm.Gatherv(mRank == 0 ? &Comm::IN_PLACE_OBJ : static_cast<void const*>(own.data()),
+                    20 + mRank, DATATYPE_DOUBLE, mWhole.data(), mCounts.data(), mDispls.data(),
+                    DATATYPE_DOUBLE, 0),
+      STATUS_OK);
+
+  if (mRank == 0) {
+    EXPECT_EQ(mWhole, mExpected);
+  }
+  ExpectSmallMessages();
+}
+
+TEST_F(MpiSplitTest, ScattervMovesTheRestOfEachPieceByMessages) {
+  Place();
+  std::vector<double> own(static_cast<std::size_t>(20 + mRank), -1);
+
+  ASSERT_EQ(mComm.Scatterv(mExpected.data(), mCounts.data(), mDispls.data(), DATATYPE_DOUBLE,
+                           own.data(), 20 + mRank, DATATYPE_DOUBLE, 0),
+            STATUS_OK);
+
+  EXPECT_EQ(own, Piece(mRank));
+  EXPECT_EQ(gWatched.calls["Scatterv"], 1);
+  ExpectSmallMessages();
+}
+
+TEST_F(MpiSplitTest, AllgathervKeepsThePiecesOfACallSmallTogether) {
+  Place();
+  std::vector<double> const own = Piece(mRank);
+
+  ASSERT_EQ(mComm.Allgatherv(own.data(), 20 + mRank, DATATYPE_DOUBLE, mWhole.data(),
+                             mCounts.data(), mDispls.data(), DATATYPE_DOUBLE),
+            STATUS_OK);
+
+  EXPECT_EQ(mWhole, mExpected);
+  int const total = std::accumulate(mCounts.begin(), mCounts.end(), 0);
+  EXPECT_EQ(gWatched.calls["Allgatherv"], (total + 5) / 6);
+  ExpectSmallMessages();
+}
+
+TEST_F(MpiSplitTest, AllgathervTakesEachPieceFromItsPlace) {
+  Place();
+  auto const self = static_cast<std::size_t>(mRank);
+  std::vector<double> const own = Piece(mRank);
+  std::copy(own.begin(), own.end(), mWhole.begin() + mDispls[self]);
+
+  ASSERT_EQ(mComm.Allgatherv(&Comm::IN_PLACE_OBJ, 0, DATATYPE_DOUBLE, mWhole.data(),
+                             mCounts.data(), mDispls.data(), DATATYPE_DOUBLE),
+            STATUS_OK);
+
+  EXPECT_EQ(mWhole, mExpected);
+  ExpectSmallMessages();
+}
+
+TEST_F(MpiSplitTest, BcastMovesItsArrayInSmallCalls) {
+  std::vector<double> array = mRank == 0 ? Piece(0) : std::vector<double>(20);
+
+  ASSERT_EQ(mComm.Bcast(array.data(), 20, DATATYPE_DOUBLE, 0), STATUS_OK);
+
+  EXPECT_EQ(array, Piece(0));
+  EXPECT_EQ(gWatched.calls["Bcast"], 4);
+  ExpectSmallMessages();
+}
+
+TEST_F(MpiSplitTest, SendAndRecvMoveTheirArrayInSmallMessages) {
+  if (mSize < 2 || mRank > 1) return;
+  std::vector<double> array = mRank == 0 ? Piece(0) : std::vector<double>(20);
+
+  PavexStatus const status = mRank == 0 ? mComm.Send(array.data(), 20, DATATYPE_DOUBLE, 1, 50)
+                                        : mComm.Recv(array.data(), 20, DATATYPE_DOUBLE, 0, 50);
+
+  ASSERT_EQ(status, STATUS_OK);
+  EXPECT_EQ(array, Piece(0));
+  EXPECT_EQ(gWatched.calls[mRank == 0 ? "Send" : "Recv"], 4);
+  ExpectSmallMessages();
+}
+
+}  // namespace
+}  // namespace Pavex
