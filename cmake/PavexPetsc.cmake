@@ -1,8 +1,7 @@
 # Finds PETSc. PAVEX_PETSC_DIRS lists the folders of installations, such as
 # /usr/lib/petscdir/petsc-complex on Debian; empty: the one that pkg-config finds. Each gives a
-# target Petsc::<kind>, where <kind> is real or complex, with 64 behind it for 64-bit indices, and
-# one set of tests. The first one is that of the installed plugin. PAVEX_PETSC_KINDS lists the
-# kinds.
+# target Petsc::<kind> and one set of tests. <kind> is real or complex, followed by 64 for 64-bit
+# indices. The first one is that of the installed plugin. PAVEX_PETSC_KINDS lists the kinds.
 
 set(PAVEX_PETSC_DIRS "" CACHE STRING "Folders of PETSc installations; empty: that of pkg-config")
 

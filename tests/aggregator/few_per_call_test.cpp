@@ -98,7 +98,7 @@ TEST(GatherInRounds, CallsForEachArrayUntilAllEntriesHaveMoved) {
   });
 }
 
-// Each of the three transfers takes its counts and displacements and returns them.
+// Each of the three transfers takes memory for its counts and displacements, and returns it.
 TEST(GatherInRounds, ReturnsTheCountsOfTheRoundsToThePool) {
   OnEach(3, [](RankUnderTest<>& rank, int self) {
     CooPiece<> const piece = EntriesOf(self, true);
@@ -276,7 +276,7 @@ TEST(DenseInRounds, GoesThereAndBack) {
   });
 }
 
-// The displacements of one call are of no use beyond it.
+// The copy must not read the displacements of one call, which the test overwrites.
 TEST(DenseInRounds, CopiesThePieceOfEachProcessOutOfItsOwnWhole) {
   OnEach(2, [](RankUnderTest<>& rank, int self) {
     DensePiece<> const piece = Band(self, 0);

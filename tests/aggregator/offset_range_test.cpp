@@ -14,7 +14,8 @@ using ::testing::ElementsAre;
 
 constexpr long kMostOfInt = std::numeric_limits<int>::max();
 
-// Rank `rank` of two that hold the bands; `entries` in all, by the record of the other rank.
+// Rank `rank` of two that hold the bands. By the record of the other rank, they have `entries`
+// entries together.
 template <typename Format>
 std::shared_ptr<ScriptedComm> BandsWithEntries(int rank, long entries) {
   auto const first = BandOf<Format>(0);
@@ -48,7 +49,7 @@ TYPED_TEST(OffsetRange, RefusesMoreEntriesThanOffsetsOfIntCountOnEveryProcess) {
   }
 }
 
-// The pool has no room for them.
+// The gather is not refused, but the pool has no room for the entries.
 TYPED_TEST(OffsetRange, TakesAsManyEntriesAsOffsetsOfIntCount) {
   auto const piece = BandOf<TypeParam>(0);
   RankUnderTest<> own(BandsWithEntries<TypeParam>(0, kMostOfInt));
@@ -88,7 +89,7 @@ TEST(Describe, ReportsMoreEntriesThanOffsetsOfIntCount) {
   EXPECT_TRUE(FindSuspicious(View(records), wide).empty());
 }
 
-// The holder's offsets are there already, and the other formats have none.
+// The offsets of a holder exist, and the other formats have none.
 TEST(Describe, ReportsNoOffsetsThatCountNothing) {
   MatrixLocalInfo whole = Whole();
   whole.nnz = kMostOfInt + 1;

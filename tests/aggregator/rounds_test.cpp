@@ -17,8 +17,8 @@ using ::testing::IsEmpty;
 
 constexpr long kInt = std::numeric_limits<int>::max();
 
-// A call as the receiver makes it: where it begins in the gathered array, and what comes from
-// each process.
+// A call as the receiver makes it: where it begins in the gathered array, and the counts and
+// displacements of the processes.
 struct Call {
   long base;
   std::vector<int> counts;
@@ -123,7 +123,7 @@ TEST(Rounds, PlaceTheLengthsOfColumns) {
               ElementsAre(Call{0, {5, 2}, {0, 5}}, Call{7, {0, 2}, {0, 0}}));
 }
 
-// Pieces that are no bands may begin anywhere.
+// Pieces that are not bands may begin anywhere.
 TEST(Rounds, EndWherePlacesLieTooFarApart) {
   Records const far = {RowBand(0, 2), RowBand(6, 3), RowBand(1, 2)};
 
@@ -134,7 +134,7 @@ TEST(Rounds, EndWherePlacesLieTooFarApart) {
   EXPECT_TRUE(OneRound(far, Moved::ROWS, 9));
 }
 
-// Six lengths in all, but the later one begins behind what one call can place.
+// There are only six lengths, but one call cannot place the second piece.
 TEST(Rounds, AreSeveralIfOneCallCannotPlaceAPiece) {
   EXPECT_FALSE(OneRound({RowBand(0, 3), RowBand(8, 3)}, Moved::ROWS, 7));
   EXPECT_FALSE(OneRound({RowBand(0, 3), RowBand(8, 0)}, Moved::ROWS, 7));
@@ -164,7 +164,7 @@ TEST(Rounds, SumTheEntriesOfEarlierProcesses) {
 
 // --- Random pieces
 
-// One element on its way.
+// An element that a round moves.
 struct Element {
   std::int64_t process;
   long index;
@@ -175,7 +175,7 @@ struct Element {
   }
 };
 
-// Appends what `round` moves, and checks its call against the limit.
+// Appends the elements that `round` moves, and checks its call against the limit.
 void Play(Records& records, Moved moved, TransferRound const& round, long most,
           std::vector<Element>& elements) {
   Call const call = CallOf(records, moved, round);

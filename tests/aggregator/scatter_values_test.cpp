@@ -1,4 +1,4 @@
-// The scatter of values that do not stand in the gathered matrix.
+// The scatter of values that are not in the gathered matrix.
 
 #include "tests/support/dense_rank.h"
 #include "tests/support/shares.h"
@@ -13,7 +13,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// So many elements, numbered from 100.
+// `count` elements, numbered from 100.
 std::vector<double> Solution(std::size_t count) {
   std::vector<double> values(count);
   std::iota(values.begin(), values.end(), 100.0);

@@ -168,7 +168,7 @@ TEST(UpdateInPlaceOfCoordinates, ReportsAFailedTransferAsAnUpdateDoes) {
 
 // --- Dense matrices
 
-// What an update in place prints.
+// Updates in place. Returns the status and the log lines.
 Outcome UpdateDenseInPlace(DenseRank<>& rank, DensePiece<> const& values) {
   return Watch([&] { return rank.rank.aggregator.UpdateInPlace(values.matrix); });
 }

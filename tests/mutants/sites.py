@@ -58,7 +58,7 @@ class Site:
     end: int
     kind: str
     changes: list  # a text for each mutant
-    before: str  # written around it; % stands for the number of the first mutant
+    before: str  # written around it; % is replaced by the number of the first mutant
     after: str
     inside: list = field(default_factory=list)  # (start, end, replacement)
     first: int = 0
