@@ -69,8 +69,7 @@ void CheckPieces(GatherOptions const& options) {
       options.mPartition != Partition::ONE && options.mPartition != Partition::ALL;
   long end = 0;
   for (int rank = 0; rank < options.mRanks; ++rank) {
-    Piece const piece = CutPiece(whole, options.mPartition, options.mRanks, rank,
-                                 options.mHolder, options.mCuts);
+    Piece const piece = CutPiece(whole, options, options.mRanks, rank);
     auto const [first, last] = BandOf(piece, options.mPartition);
     if (!bands) continue;
     Require(first == end && (last > first || options.mRanks == 1), "bands follow each other");
@@ -89,9 +88,9 @@ bool IsQuickToPlan(GatherOptions const& options) {
 }
 
 void CheckPlan(Plan const& plan) {
-  bool const whole = plan.mOptions.mPartition == Partition::ALL;
-  long const expected = IsDense(plan.mOptions.mFormat) ? plan.mWhole.mRows * plan.mWhole.mCols
-                                                       : plan.mWhole.mEntries;
+  bool const whole = plan.mCut.mPartition == Partition::ALL;
+  long const expected =
+      IsDense(plan.mCut.mFormat) ? plan.mWhole.mRows * plan.mWhole.mCols : plan.mWhole.mEntries;
   long entries = 0;
   for (PlanRank const& rank : plan.mRanks) {
     entries = whole ? rank.mEntries : entries + rank.mEntries;
@@ -111,7 +110,7 @@ void CheckParsed(Subcommand& subcommand, Job& job, bool isPlan) {
   CheckPieces(options);
   Log::mMaxLogLevel = -1;
   if (isPlan && IsQuickToPlan(options))
-    CheckPlan(MakePlan(*OpenGenerator(options.mGenerate, EntryLimit::NONE), options));
+    CheckPlan(MakePlan(*OpenGenerator(options.mGenerate, EntryLimit::NONE), options, options));
 }
 
 std::vector<std::string> WordsOf(std::string_view text) {

@@ -45,10 +45,10 @@ PlanCommand::PlanCommand(CLI::App& app)
 }
 
 void PlanCommand::Run(Ranks& ranks) const {
-  Plan plan = MakePlan(*OpenToCount(mOptions), mOptions);
+  Plan plan = MakePlan(*OpenToCount(mOptions), mOptions, mOptions);
   plan.mComm = ranks.Kind();
   if (ranks.FirstHere() == 0) {
-    std::fputs(InText(plan).c_str(), stdout);
+    std::fputs(InText(plan, mOptions.mAllRanks).c_str(), stdout);
     if (!mOptions.mJson.empty()) WriteWholeFile(mOptions.mJson, InJson(plan));
   }
   if (!plan.Accepted()) throw JobError(plan.mRefusal);

@@ -56,33 +56,32 @@ void RefuseTooManyRanks(long extent, int ranks, char const* what, std::string co
                    std::to_string(std::max(extent, 1L)) + orElse);
 }
 
-Piece CutPiece(Extent const& whole, Partition partition, int ranks, int rank, int holder,
-               std::vector<long> const& cuts) {
+Piece CutPiece(Extent const& whole, CutOptions const& cut, int ranks, int rank) {
   Piece piece = Whole(whole);
-  switch (partition) {
+  switch (cut.mPartition) {
     case Partition::ROWS: {
-      Band const band = CutBand(whole.mRows, ranks, rank, cuts, "rows");
+      Band const band = CutBand(whole.mRows, ranks, rank, cut.mCuts, "rows");
       piece.mRowBegin = band.mBegin;
       piece.mRowEnd = band.mEnd;
       piece.mPartition = MatrixPartition::RowWise(band.mBegin);
       break;
     }
     case Partition::COLUMNS: {
-      Band const band = CutBand(whole.mCols, ranks, rank, cuts, "columns");
+      Band const band = CutBand(whole.mCols, ranks, rank, cut.mCuts, "columns");
       piece.mColBegin = band.mBegin;
       piece.mColEnd = band.mEnd;
       piece.mPartition = MatrixPartition::ColumnWise(band.mBegin);
       break;
     }
     case Partition::ENTRIES: {
-      Band const band = CutBand(whole.mEntries, ranks, rank, cuts, "entries");
+      Band const band = CutBand(whole.mEntries, ranks, rank, cut.mCuts, "entries");
       piece.mEntryBegin = band.mBegin;
       piece.mEntryEnd = band.mEnd;
       piece.mPartition = MatrixPartition::NonzeroWise();
       break;
     }
     case Partition::ONE:
-      if (rank != holder) return {};
+      if (rank != cut.mHolder) return {};
       break;
     case Partition::ALL:
       break;

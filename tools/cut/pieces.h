@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <limits>
 #include <string>
-#include <vector>
 
 namespace Pavex::Tool {
 
@@ -43,11 +42,10 @@ void RefuseTooManyRanks(long extent, int ranks, char const* what, std::string co
 
 // The piece of `rank`, one of `ranks`. The bands have equal numbers of rows (columns, entries),
 // up to one. Example: 10 rows on 4 ranks are cut into the bands [0, 2), [2, 5), [5, 7), [7,
-// 10). With Partition::ONE, `holder` has all and the others a 0 x 0 piece. `cuts`, if given,
+// 10). With Partition::ONE, the holder has all and the others a 0 x 0 piece. mCuts, if given,
 // are the first rows (columns, entries) of all bands except the first: the cuts 1, 4, 9 give
 // the bands [0, 1), [1, 4), [4, 9), [9, 10). Throws InputError if a band would have no rows
 // (columns, entries); one rank may have none.
-Piece CutPiece(Extent const& whole, Partition partition, int ranks, int rank, int holder,
-               std::vector<long> const& cuts = {});
+Piece CutPiece(Extent const& whole, CutOptions const& cut, int ranks, int rank);
 
 }  // namespace Pavex::Tool

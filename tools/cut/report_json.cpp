@@ -9,7 +9,6 @@ namespace Pavex::Tool {
 using Json = nlohmann::ordered_json;
 
 Json InJson(ReportHead const& head) {
-  GatherOptions const& options = head.mOptions;
   return {{"command", head.mCommand},
           {"version", PavexVersion()},
           {"input", head.mInput},
@@ -19,12 +18,12 @@ Json InJson(ReportHead const& head) {
           {"field", head.mField},
           {"comm", NameOf(head.mComm)},
           {"ranks", head.mRanks},
-          {"format", NameOf(options.mFormat)},
-          {"partition", NameOf(options.mPartition)},
+          {"format", NameOf(head.mCut.mFormat)},
+          {"partition", NameOf(head.mCut.mPartition)},
           {"value", NameOf(head.mValue)},
-          {"index", NameOf(options.mIndex)},
-          {"withValues", options.mWithValues},
-          {"to", options.mToAll ? "all" : "root"}};
+          {"index", NameOf(head.mRun.mIndex)},
+          {"withValues", head.mCut.mWithValues},
+          {"to", head.mRun.mToAll ? "all" : "root"}};
 }
 
 Json TransferInJson(std::string const& operation, char const* of, double seconds, long bytes) {

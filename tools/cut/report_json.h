@@ -19,7 +19,8 @@ struct ReportHead {
   CommKind mComm;
   std::size_t mRanks;
   ValueKind mValue;
-  GatherOptions const& mOptions;
+  CutOptions const& mCut;
+  RunOptions const& mRun;
 };
 
 nlohmann::ordered_json InJson(ReportHead const& head);

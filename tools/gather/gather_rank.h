@@ -90,8 +90,7 @@ void GatherRank<T, I>::Run(GatherResult* result) {
 template <typename T, typename I>
 void GatherRank<T, I>::BuildPiece() {
   int const rank = mComm->Rank();
-  Piece const piece = CutPiece(mSource.Whole(), mOptions.mPartition, mComm->Size(), rank,
-                               mOptions.mHolder, mOptions.mCuts);
+  Piece const piece = CutPiece(mSource.Whole(), mOptions, mComm->Size(), rank);
   if (rank == 0) {  // one bar is enough: the other ranks make as many entries
     Progress progress("building the pieces");
     mLocal = std::make_unique<LocalMatrix<T, I>>(mSource.Cut(piece, progress.Function()), piece,

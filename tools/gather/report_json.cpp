@@ -53,7 +53,7 @@ Json Operations(GatherReport const& report) {
 std::string InJson(GatherReport const& report) {
   Json json =
       InJson(ReportHead{"gather", report.mInput, report.mField, report.mWhole, report.mComm,
-                        report.mRanks.size(), report.mValue, report.mOptions});
+                        report.mRanks.size(), report.mValue, report.mOptions, report.mOptions});
   json["mode"] = report.Mode();
   json["pieces"] = Pieces(report);
   json["gathered"] = Gathered(report);

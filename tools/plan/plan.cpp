@@ -20,31 +20,31 @@ constexpr long kNearLimit = kMaxEntries / 10 * 9;
 // bytes to what one rank receives, and 48 to the peak of its pool.
 constexpr long kMostEntriesOfAllRanks = 1L << 57;
 
-void RefuseUncountable(Source const& source, GatherOptions const& options) {
+void RefuseUncountable(Source const& source, Format format, int ranks) {
   Extent const& whole = source.Whole();
-  long const entries = IsDense(options.mFormat) ? whole.mRows * whole.mCols : whole.mEntries;
-  long const most = kMostEntriesOfAllRanks / options.mRanks;
+  long const entries = IsDense(format) ? whole.mRows * whole.mCols : whole.mEntries;
+  long const most = kMostEntriesOfAllRanks / ranks;
   if (entries > most)
     throw InputError(source.Name() + " has " + std::to_string(entries) +
                      " entries, more than the " + std::to_string(most) +
-                     " that a plan can count on " + std::to_string(options.mRanks) +
-                     (options.mRanks == 1 ? " rank" : " ranks"));
+                     " that a plan can count on " + std::to_string(ranks) +
+                     (ranks == 1 ? " rank" : " ranks"));
 }
 
 // The entries of all pieces, counted without a matrix in memory.
-std::vector<long> CountEntries(Source const& source, GatherOptions const& options,
+std::vector<long> CountEntries(Source const& source, CutOptions const& cut,
                                std::vector<Piece> const& pieces) {
   std::vector<long> counts;
-  if (options.mPartition == Partition::COLUMNS && !IsDense(options.mFormat)) {
+  if (cut.mPartition == Partition::COLUMNS && !IsDense(cut.mFormat)) {
     std::vector<long> bounds = {0};
     for (Piece const& piece : pieces)
       bounds.push_back(piece.mColEnd);
     return source.CountCols(bounds);
   }
   for (Piece const& piece : pieces) {
-    if (IsDense(options.mFormat))
+    if (IsDense(cut.mFormat))
       counts.push_back(piece.Rows() * piece.Cols());
-    else if (options.mPartition == Partition::ROWS)
+    else if (cut.mPartition == Partition::ROWS)
       counts.push_back(source.CountRows(piece.mRowBegin, piece.mRowEnd));
     else
       counts.push_back(piece.mEntryEnd - piece.mEntryBegin);
@@ -53,18 +53,17 @@ std::vector<long> CountEntries(Source const& source, GatherOptions const& option
 }
 
 // The pieces as the library gets them, and as the plan reports them.
-std::vector<CountedMatrix> CountPieces(Source const& source, GatherOptions const& options,
+std::vector<CountedMatrix> CountPieces(Source const& source, CutOptions const& cut, int count,
                                        std::vector<PlanRank>& ranks) {
   std::vector<Piece> pieces;
-  pieces.reserve(static_cast<std::size_t>(options.mRanks));
-  for (int rank = 0; rank < options.mRanks; ++rank)
-    pieces.push_back(CutPiece(source.Whole(), options.mPartition, options.mRanks, rank,
-                              options.mHolder, options.mCuts));
-  std::vector<long> const counts = CountEntries(source, options, pieces);
+  pieces.reserve(static_cast<std::size_t>(count));
+  for (int rank = 0; rank < count; ++rank)
+    pieces.push_back(CutPiece(source.Whole(), cut, count, rank));
+  std::vector<long> const counts = CountEntries(source, cut, pieces);
   std::vector<CountedMatrix> matrices;
   for (std::size_t r = 0; r < pieces.size(); ++r) {
     Piece const& piece = pieces[r];
-    matrices.emplace_back(StoreTypeOf(options.mFormat), piece.Rows(), piece.Cols(), counts[r]);
+    matrices.emplace_back(StoreTypeOf(cut.mFormat), piece.Rows(), piece.Cols(), counts[r]);
     matrices.back().PlaceIn(source.Whole().mRows, source.Whole().mCols, piece.mPartition);
     PlanRank& rank = ranks.emplace_back();
     rank.mRows = piece.Rows();
@@ -80,9 +79,9 @@ struct ElementBytes {
   long mIndex = 0;
 };
 
-ElementBytes BytesOf(ValueKind value, GatherOptions const& options) {
+ElementBytes BytesOf(ValueKind value, IndexKind index) {
   ElementBytes bytes;
-  WithTypes(value, options.mIndex, [&bytes](auto valueTag, auto indexTag) {
+  WithTypes(value, index, [&bytes](auto valueTag, auto indexTag) {
     bytes.mValue = sizeof(typename decltype(valueTag)::Type);
     bytes.mIndex = sizeof(typename decltype(indexTag)::Type);
   });
@@ -92,17 +91,18 @@ ElementBytes BytesOf(ValueKind value, GatherOptions const& options) {
 // The arithmetic of a gather: what each rank takes from its pool and receives.
 class Account {
  public:
-  Account(GatherOptions const& options, PieceDecision const& decision, ElementBytes bytes)
-      : mOptions(options),
+  Account(CutOptions const& cut, bool toAll, PieceDecision const& decision, ElementBytes bytes)
+      : mCut(cut),
+        mToAll(toAll),
         mDecision(decision),
-        mValueBytes(options.mWithValues ? bytes.mValue : 0),
+        mValueBytes(cut.mWithValues ? bytes.mValue : 0),
         mIndexBytes(bytes.mIndex) {}
 
   // Bytes of the arrays of a piece as the application holds it.
   long PieceBytes(PlanRank const& rank) const {
-    if (IsDense(mOptions.mFormat)) {
+    if (IsDense(mCut.mFormat)) {
       bool const filled = rank.mEntries > 0;
-      return filled ? ((Runs(rank) - 1) * (RunLength(rank) + mOptions.mPad) + RunLength(rank)) *
+      return filled ? ((Runs(rank) - 1) * (RunLength(rank) + mCut.mPad) + RunLength(rank)) *
                           mValueBytes
                     : 0;
     }
@@ -113,7 +113,7 @@ class Account {
     int const count = static_cast<int>(ranks.size());
     for (int r = 0; r < count; ++r) {
       PlanRank& rank = ranks[static_cast<std::size_t>(r)];
-      rank.mReceiver = r == 0 || mOptions.mToAll;
+      rank.mReceiver = r == 0 || mToAll;
       rank.mPeakPoolBytes = kRecordBytes * count + PeakOfPath(rank, r, count);
       if (count == 1) continue;
       rank.mCalls = 1;
@@ -128,7 +128,7 @@ class Account {
 
  private:
   bool ByRows() const {
-    return mOptions.mFormat == Format::CSR || mOptions.mFormat == Format::DENSE_ROW;
+    return mCut.mFormat == Format::CSR || mCut.mFormat == Format::DENSE_ROW;
   }
   long Compressed(long rows, long cols) const { return ByRows() ? rows : cols; }
   long Runs(PlanRank const& rank) const { return ByRows() ? rank.mRows : rank.mCols; }
@@ -136,13 +136,13 @@ class Account {
 
   // Bytes of the index and value arrays of a coordinate or compressed matrix.
   long SparseBytes(long rows, long cols, long entries) const {
-    if (mOptions.mFormat == Format::COO) return entries * (2 * mIndexBytes + mValueBytes);
+    if (mCut.mFormat == Format::COO) return entries * (2 * mIndexBytes + mValueBytes);
     return (Compressed(rows, cols) + 1) * mIndexBytes + entries * (mIndexBytes + mValueBytes);
   }
   // How many arrays are moved, one after the other.
   int Arrays() const {
-    if (IsDense(mOptions.mFormat)) return 1;
-    return mOptions.mWithValues ? 3 : 2;
+    if (IsDense(mCut.mFormat)) return 1;
+    return mCut.mWithValues ? 3 : 2;
   }
 
   // The most bytes that a rank takes at once after the records.
@@ -152,11 +152,11 @@ class Account {
     bool const holds = one && r == mDecision.mSource;
     long const countArrays = 2 * kCountBytes * count;
     long const base = !one && rank.mReceiver ? countArrays : 0;
-    if (IsDense(mOptions.mFormat)) return base + DensePeak(rank);
+    if (IsDense(mCut.mFormat)) return base + DensePeak(rank);
     if (holds || (one && !rank.mReceiver)) return 0;
     long const whole =
         rank.mReceiver ? SparseBytes(mDecision.mRows, mDecision.mCols, mDecision.mEntries) : 0;
-    if (one || mOptions.mFormat == Format::COO) return base + whole;
+    if (one || mCut.mFormat == Format::COO) return base + whole;
     return base + CompressedPeak(rank, whole, countArrays);
   }
 
@@ -173,7 +173,7 @@ class Account {
   // and a second copy of the gathered values if bands are side by side in each run.
   long DensePeak(PlanRank const& rank) const {
     long const whole = rank.mReceiver ? mDecision.mEntries * mValueBytes : 0;
-    bool const gaps = mOptions.mPad != 0 && Runs(rank) > 1;
+    bool const gaps = mCut.mPad != 0 && Runs(rank) > 1;
     long const packed = gaps ? rank.mEntries * mValueBytes : 0;
     return whole + packed + (SideBySide() ? whole : 0);
   }
@@ -195,35 +195,34 @@ class Account {
     }
   }
   long ShareBytes(PlanRank const& rank) const {
-    if (IsDense(mOptions.mFormat)) return rank.mEntries * mValueBytes;
+    if (IsDense(mCut.mFormat)) return rank.mEntries * mValueBytes;
     long const bytes = SparseBytes(rank.mRows, rank.mCols, rank.mEntries);
-    bool const lengths = IsCompressed(mOptions.mFormat);  // one less than offsets
+    bool const lengths = IsCompressed(mCut.mFormat);  // one less than offsets
     return lengths ? bytes - mIndexBytes : bytes;
   }
 
   // Counts what a receiver gets when the holder sends each array.
   void ReceiveWhole(PlanRank& rank, int r) const {
     bool const holds = r == mDecision.mSource;
-    bool const takesPart =
-        mOptions.mToAll || (mDecision.mSource != 0 && (holds || rank.mReceiver));
+    bool const takesPart = mToAll || (mDecision.mSource != 0 && (holds || rank.mReceiver));
     if (!takesPart) return;
     rank.mCalls += Arrays();
     if (holds) return;
     rank.mMessages += Arrays();
-    rank.mMessageBytes +=
-        IsDense(mOptions.mFormat)
-            ? mDecision.mEntries * mValueBytes
-            : SparseBytes(mDecision.mRows, mDecision.mCols, mDecision.mEntries);
+    rank.mMessageBytes += IsDense(mCut.mFormat) ? mDecision.mEntries * mValueBytes
+                                                : SparseBytes(mDecision.mRows, mDecision.mCols,
+                                                              mDecision.mEntries);
   }
 
-  GatherOptions const& mOptions;
+  CutOptions const& mCut;
+  bool mToAll;
   PieceDecision const& mDecision;
   long mValueBytes;
   long mIndexBytes;
 };
 
 void WarnOfEmptyRanks(Plan const& plan, std::vector<std::string>& warnings) {
-  if (plan.mOptions.mPartition == Partition::ONE || plan.mRanks.size() == 1) return;
+  if (plan.mCut.mPartition == Partition::ONE || plan.mRanks.size() == 1) return;
   auto const isEmpty = [](PlanRank const& rank) { return rank.mEntries == 0; };
   auto const first = std::find_if(plan.mRanks.begin(), plan.mRanks.end(), isEmpty);
   if (first == plan.mRanks.end()) return;
@@ -238,8 +237,8 @@ void WarnOfEmptyRanks(Plan const& plan, std::vector<std::string>& warnings) {
 std::string RefusalOf(Source const& source, Plan const& plan) {
   try {
     source.CheckEntries();
-    RefuseTooLarge(plan.mWhole, plan.mOptions);
-    RefuseEmptyPieces(ExtentsOf(plan.mRanks), plan.mWhole, plan.mOptions);
+    RefuseTooLarge(plan.mWhole, plan.mCut);
+    RefuseEmptyPieces(ExtentsOf(plan.mRanks), plan.mWhole, plan.mCut);
   } catch (InputError const& refusal) {
     return refusal.what();
   }
@@ -262,8 +261,8 @@ void JudgeCounts(Plan& plan) {
   auto const movesArrays = [](PlanRank const& rank) { return rank.mCalls > 1; };
   if (std::none_of(plan.mRanks.begin(), plan.mRanks.end(), movesArrays)) return;
   JudgeCount("entries", plan.mEntries, plan);
-  if (!IsCompressed(plan.mOptions.mFormat)) return;
-  long const lengths = plan.mOptions.mFormat == Format::CSR ? plan.mRows : plan.mCols;
+  if (!IsCompressed(plan.mCut.mFormat)) return;
+  long const lengths = plan.mCut.mFormat == Format::CSR ? plan.mRows : plan.mCols;
   if (plan.mMode == CENTRALIZED_ONE)
     JudgeCount("offsets", lengths + 1, plan);
   else
@@ -292,19 +291,20 @@ long Plan::MessageBytes() const {
   return sum;
 }
 
-Plan MakePlan(Source const& source, GatherOptions const& options) {
-  RefuseUncountable(source, options);
-  RefuseTooManyRanks(source.Whole(), options, options.mRanks);
+Plan MakePlan(Source const& source, CutOptions const& cut, RunOptions const& run) {
+  RefuseUncountable(source, cut.mFormat, run.mRanks);
+  RefuseTooManyRanks(source.Whole(), cut, run.mRanks);
   Plan plan;
   plan.mInput = source.Name();
   plan.mField = NameOf(source.Kind());
   plan.mWhole = source.Whole();
-  plan.mOptions = options;
-  plan.mValue = ChooseValue(source, options.mValue, options.mWithValues);
+  plan.mCut = cut;
+  plan.mRun = run;
+  plan.mValue = ChooseValue(source, run.mValue, cut.mWithValues);
 
-  ElementBytes const bytes = BytesOf(plan.mValue, options);
+  ElementBytes const bytes = BytesOf(plan.mValue, run.mIndex);
   PieceDecision const decision =
-      DecideOn(CountPieces(source, options, plan.mRanks), options.mWithValues,
+      DecideOn(CountPieces(source, cut, run.mRanks, plan.mRanks), cut.mWithValues,
                static_cast<std::size_t>(bytes.mValue), static_cast<std::size_t>(bytes.mIndex));
   plan.mDecided = decision.mStatus == STATUS_OK;
   plan.mMode = decision.mMode;
@@ -313,7 +313,7 @@ Plan MakePlan(Source const& source, GatherOptions const& options) {
   plan.mCols = decision.mCols;
   plan.mEntries = decision.mEntries;
 
-  Account const account(options, decision, bytes);
+  Account const account(cut, run.mToAll, decision, bytes);
   for (PlanRank& rank : plan.mRanks)
     rank.mBytes = account.PieceBytes(rank);
   if (plan.mDecided) account.Fill(plan.mRanks);

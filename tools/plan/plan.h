@@ -33,7 +33,8 @@ struct Plan {
   std::string mInput;
   std::string mField;
   Extent mWhole;
-  GatherOptions mOptions;
+  CutOptions mCut;
+  RunOptions mRun;
   ValueKind mValue = ValueKind::DOUBLE;
 
   // The message with which `pavex gather` refuses this; empty if it does not.
@@ -57,12 +58,13 @@ struct Plan {
   long MessageBytes() const;
 };
 
-// Plans a gather with mRanks ranks; local. Updates and scatters are not planned. Throws
+// Plans a gather with run.mRanks ranks; local. Updates and scatters are not planned. Throws
 // InputError for pieces that cannot be cut, and for more entries than it can count the bytes
 // of.
-Plan MakePlan(Source const& source, GatherOptions const& options);
+Plan MakePlan(Source const& source, CutOptions const& cut, RunOptions const& run);
 
-std::string InText(Plan const& plan);
+// The table shows every rank if `allRanks`.
+std::string InText(Plan const& plan, bool allRanks = false);
 std::string InJson(Plan const& plan);
 
 }  // namespace Pavex::Tool

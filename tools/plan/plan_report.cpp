@@ -25,17 +25,16 @@ std::string Verdict(Plan const& plan) {
 }
 
 std::string Head(Plan const& plan) {
-  GatherOptions const& options = plan.mOptions;
   std::string const head = plan.mInput + ": " + std::to_string(plan.mWhole.mRows) + " x " +
                            std::to_string(plan.mWhole.mCols) + ", " +
                            std::to_string(plan.mWhole.mEntries) + " entries, " + plan.mField +
                            "\n";
-  return head + NameOf(options.mFormat) + " of " + NameOf(plan.mValue) + " with " +
-         NameOf(options.mIndex) + " indices, partition " + NameOf(options.mPartition) +
-         (options.mWithValues ? "" : ", the pattern alone") + "\n";
+  return head + NameOf(plan.mCut.mFormat) + " of " + NameOf(plan.mValue) + " with " +
+         NameOf(plan.mRun.mIndex) + " indices, partition " + NameOf(plan.mCut.mPartition) +
+         (plan.mCut.mWithValues ? "" : ", the pattern alone") + "\n";
 }
 
-std::string Pieces(Plan const& plan) {
+std::string Pieces(Plan const& plan, bool allRanks) {
   RankTable table({{"rows", Kind::NO_SUM},
                    {"columns", Kind::NO_SUM},
                    {"begin", Kind::NO_SUM},
@@ -47,7 +46,7 @@ std::string Pieces(Plan const& plan) {
   for (PlanRank const& rank : plan.mRanks)
     table.AddRank({rank.mRows, rank.mCols, rank.mBegin, rank.mEntries, rank.mBytes,
                    rank.mMessages, rank.mMessageBytes, rank.mPeakPoolBytes});
-  return table.Text(plan.mOptions.mAllRanks);
+  return table.Text(allRanks);
 }
 
 Json RankJson(std::size_t number, PlanRank const& rank) {
@@ -78,19 +77,20 @@ Json GatheredJson(Plan const& plan) {
 
 }  // namespace
 
-std::string InText(Plan const& plan) {
+std::string InText(Plan const& plan, bool allRanks) {
   std::string text = Verdict(plan) + Head(plan) + "\n";
   if (!plan.mDecided) return text + plan.mDescription;
-  text += std::string("pieces, mode ") + DistMatrixModeStr(plan.mMode) + "\n" + Pieces(plan);
+  text += std::string("pieces, mode ") + DistMatrixModeStr(plan.mMode) + "\n" +
+          Pieces(plan, allRanks);
   Append(text, "\ngathered: %ld x %ld, %ld entries, on %s\n", plan.mRows, plan.mCols,
-         plan.mEntries, plan.mOptions.mToAll ? "every rank" : "rank 0");
+         plan.mEntries, plan.mRun.mToAll ? "every rank" : "rank 0");
   Append(text, "messages: %ld with %.3f MB\n", plan.Messages(), Megabytes(plan.MessageBytes()));
   return text;
 }
 
 std::string InJson(Plan const& plan) {
   Json json = InJson(ReportHead{"plan", plan.mInput, plan.mField, plan.mWhole, plan.mComm,
-                                plan.mRanks.size(), plan.mValue, plan.mOptions});
+                                plan.mRanks.size(), plan.mValue, plan.mCut, plan.mRun});
   json["accepted"] = plan.Accepted();
   json["refusal"] = plan.mRefusal;
   json["warnings"] = plan.mWarnings;

@@ -69,11 +69,12 @@ SolveProblem MakeProblem(Source const& source, SolveOptions const& options, Valu
 }  // namespace
 
 Piece CutRows(Extent const& whole, CutOptions const& options, int ranks, int rank) {
+  CutOptions rows = options;
   bool const held =
       options.mPartition == Partition::ONE || options.mPartition == Partition::ALL;
-  bool const byEntries = options.mPartition == Partition::ENTRIES;  // its cuts are not rows
-  return CutPiece(whole, held ? options.mPartition : Partition::ROWS, ranks, rank,
-                  options.mHolder, byEntries ? std::vector<long>() : options.mCuts);
+  if (!held) rows.mPartition = Partition::ROWS;
+  if (options.mPartition == Partition::ENTRIES) rows.mCuts.clear();  // they are not rows
+  return CutPiece(whole, rows, ranks, rank);
 }
 
 SolveResult RunSolve(Source const& source, SolveOptions const& options, Ranks& ranks) {

@@ -108,8 +108,7 @@ void SolveRank<T, I>::Run(SolveResult* result) {
 template <typename T, typename I>
 void SolveRank<T, I>::BuildPieces() {
   Extent const& whole = mProblem.mSource.Whole();
-  Piece const piece = CutPiece(whole, mOptions.mPartition, mComm->Size(), mComm->Rank(),
-                               mOptions.mHolder, mOptions.mCuts);
+  Piece const piece = CutPiece(whole, mOptions, mComm->Size(), mComm->Rank());
   mLocal = std::make_unique<LocalMatrix<T, I>>(mProblem.mSource.Cut(piece, {}), piece, whole,
                                                mOptions);
   MatrixBase const& matrix = mLocal->Matrix();

@@ -37,10 +37,11 @@ Json Steps(SolveReport const& report) {
 }  // namespace
 
 std::string InJson(SolveReport const& report) {
-  Json json = InJson(ReportHead{"solve", report.mInput, report.mField,
-                                Extent{report.mUnknowns, report.mUnknowns, report.mEntries},
-                                report.mComm, static_cast<std::size_t>(report.mRanks),
-                                report.mValue, report.mOptions.mOperator});
+  Json json =
+      InJson(ReportHead{"solve", report.mInput, report.mField,
+                        Extent{report.mUnknowns, report.mUnknowns, report.mEntries},
+                        report.mComm, static_cast<std::size_t>(report.mRanks), report.mValue,
+                        report.mOptions.mOperator, report.mOptions.mOperator});
   json["mode"] = DistMatrixModeStr(report.mMode);
   json["rhs"] = report.mOptions.mRhs;
   json["solver"] = report.mSolver;

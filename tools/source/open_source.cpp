@@ -10,8 +10,7 @@ std::unique_ptr<Source> OpenSource(InputOptions const& options) {
 
 void KeepOwnPiece(Source& source, CutOptions const& options, Ranks const& ranks) {
   if (ranks.Kind() != CommKind::LOCAL)
-    source.Keep(CutPiece(source.Whole(), options.mPartition, ranks.Count(), ranks.FirstHere(),
-                         options.mHolder, options.mCuts));
+    source.Keep(CutPiece(source.Whole(), options, ranks.Count(), ranks.FirstHere()));
 }
 
 std::unique_ptr<Source> OpenToCount(InputOptions const& options) {

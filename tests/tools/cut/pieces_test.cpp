@@ -14,11 +14,18 @@ using testing::ThrowsMessage;
 
 constexpr Extent kWhole{10, 7, 23};
 
+CutOptions By(Partition partition, std::vector<long> const& cuts = {}) {
+  CutOptions cut;
+  cut.mPartition = partition;
+  cut.mCuts = cuts;
+  return cut;
+}
+
 TEST(CutPiece, GivesRowBandsThatDifferByOneRowAtMost) {
   long const begins[] = {0, 2, 5, 7, 10};
 
   for (int rank = 0; rank < 4; ++rank) {
-    Piece const piece = CutPiece(kWhole, Partition::ROWS, 4, rank, 0);
+    Piece const piece = CutPiece(kWhole, By(Partition::ROWS), 4, rank);
 
     EXPECT_EQ(piece.mRowBegin, begins[rank]);
     EXPECT_EQ(piece.mRowEnd, begins[rank + 1]);
@@ -29,8 +36,8 @@ TEST(CutPiece, GivesRowBandsThatDifferByOneRowAtMost) {
 }
 
 TEST(CutPiece, GivesColumnBandsOfAllRows) {
-  Piece const first = CutPiece(kWhole, Partition::COLUMNS, 2, 0, 0);
-  Piece const second = CutPiece(kWhole, Partition::COLUMNS, 2, 1, 0);
+  Piece const first = CutPiece(kWhole, By(Partition::COLUMNS), 2, 0);
+  Piece const second = CutPiece(kWhole, By(Partition::COLUMNS), 2, 1);
 
   EXPECT_EQ(first.mColEnd, 3);
   EXPECT_EQ(second.mColBegin, 3);
@@ -41,7 +48,7 @@ TEST(CutPiece, GivesColumnBandsOfAllRows) {
 }
 
 TEST(CutPiece, GivesSharesOfTheEntriesInTheWholeShape) {
-  Piece const second = CutPiece(kWhole, Partition::ENTRIES, 3, 1, 0);
+  Piece const second = CutPiece(kWhole, By(Partition::ENTRIES), 3, 1);
 
   EXPECT_EQ(second.mEntryBegin, 7);
   EXPECT_EQ(second.mEntryEnd, 15);
@@ -55,19 +62,19 @@ TEST(CutPiece, CutsAtTheGivenPoints) {
   long const begins[] = {0, 1, 4, 9, 10};
 
   for (int rank = 0; rank < 4; ++rank) {
-    Piece const piece = CutPiece(kWhole, Partition::ROWS, 4, rank, 0, cuts);
+    Piece const piece = CutPiece(kWhole, By(Partition::ROWS, cuts), 4, rank);
 
     EXPECT_EQ(piece.mRowBegin, begins[rank]);
     EXPECT_EQ(piece.mRowEnd, begins[rank + 1]);
     EXPECT_EQ(piece.mPartition.begin, begins[rank]);
   }
-  EXPECT_EQ(CutPiece(kWhole, Partition::ENTRIES, 2, 1, 0, {20}).mEntryBegin, 20);
-  EXPECT_EQ(CutPiece(kWhole, Partition::COLUMNS, 2, 0, 0, {6}).mColEnd, 6);
+  EXPECT_EQ(CutPiece(kWhole, By(Partition::ENTRIES, {20}), 2, 1).mEntryBegin, 20);
+  EXPECT_EQ(CutPiece(kWhole, By(Partition::COLUMNS, {6}), 2, 0).mColEnd, 6);
 }
 
 TEST(CutPiece, RefusesCutsThatDoNotFit) {
   auto const cut = [](std::vector<long> const& cuts) {
-    CutPiece(kWhole, Partition::ROWS, 3, 0, 0, cuts);
+    CutPiece(kWhole, By(Partition::ROWS, cuts), 3, 0);
   };
 
   EXPECT_THAT([&] { cut({4}); },
@@ -80,8 +87,11 @@ TEST(CutPiece, RefusesCutsThatDoNotFit) {
 }
 
 TEST(CutPiece, GivesTheHolderEverythingAndTheOthersNothing) {
-  Piece const holder = CutPiece(kWhole, Partition::ONE, 3, 2, 2);
-  Piece const other = CutPiece(kWhole, Partition::ONE, 3, 0, 2);
+  CutOptions cut = By(Partition::ONE);
+  cut.mHolder = 2;
+
+  Piece const holder = CutPiece(kWhole, cut, 3, 2);
+  Piece const other = CutPiece(kWhole, cut, 3, 0);
 
   EXPECT_EQ(holder.Rows(), 10);
   EXPECT_EQ(holder.mEntryEnd, 23);
@@ -92,7 +102,7 @@ TEST(CutPiece, GivesTheHolderEverythingAndTheOthersNothing) {
 }
 
 TEST(CutPiece, GivesEveryRankEverything) {
-  Piece const piece = CutPiece(kWhole, Partition::ALL, 3, 1, 0);
+  Piece const piece = CutPiece(kWhole, By(Partition::ALL), 3, 1);
 
   EXPECT_EQ(piece.Rows(), 10);
   EXPECT_EQ(piece.Cols(), 7);
@@ -102,23 +112,23 @@ TEST(CutPiece, GivesEveryRankEverything) {
 
 TEST(CutPiece, LeavesNoRankWithoutARowAsLongAsThereAreEnough) {
   for (int rank = 0; rank < 10; ++rank)
-    EXPECT_EQ(CutPiece(kWhole, Partition::ROWS, 10, rank, 0).Rows(), 1);
+    EXPECT_EQ(CutPiece(kWhole, By(Partition::ROWS), 10, rank).Rows(), 1);
 }
 
 TEST(CutPiece, RefusesMoreRanksThanBands) {
-  EXPECT_THROW(CutPiece(kWhole, Partition::ROWS, 11, 0, 0), InputError);
-  EXPECT_THROW(CutPiece(kWhole, Partition::COLUMNS, 8, 0, 0), InputError);
-  EXPECT_THROW(CutPiece(kWhole, Partition::ENTRIES, 24, 0, 0), InputError);
+  EXPECT_THROW(CutPiece(kWhole, By(Partition::ROWS), 11, 0), InputError);
+  EXPECT_THROW(CutPiece(kWhole, By(Partition::COLUMNS), 8, 0), InputError);
+  EXPECT_THROW(CutPiece(kWhole, By(Partition::ENTRIES), 24, 0), InputError);
 }
 
 TEST(CutPiece, GivesASingleRankAMatrixWithoutRows) {
-  EXPECT_EQ(CutPiece({0, 5, 0}, Partition::ROWS, 1, 0, 0).Rows(), 0);
+  EXPECT_EQ(CutPiece({0, 5, 0}, By(Partition::ROWS), 1, 0).Rows(), 0);
 }
 
 TEST(CutPiece, CutsTheLargestExtentWithoutOverflow) {
   long const most = 2147483647;
 
-  Piece const last = CutPiece({most, most, most}, Partition::ROWS, 4096, 4095, 0);
+  Piece const last = CutPiece({most, most, most}, By(Partition::ROWS), 4096, 4095);
 
   EXPECT_EQ(last.mRowEnd, most);
   EXPECT_EQ(last.Rows(), 524288);

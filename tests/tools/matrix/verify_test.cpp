@@ -22,7 +22,8 @@ class Verify : public testing::Test {
     GatherOptions options;
     options.mWithValues = withValues;
     options.mFormat = format;
-    Piece const piece = CutPiece(mSource->Whole(), Partition::ALL, 1, 0, 0);
+    options.mPartition = Partition::ALL;
+    Piece const piece = CutPiece(mSource->Whole(), options, 1, 0);
     mLocal = std::make_unique<LocalMatrix<double, int>>(mSource->Cut(piece, {}), piece,
                                                         mSource->Whole(), options);
     mLocal->Matrix().Query(mStore);

@@ -67,24 +67,28 @@ Received ReceivedBy(TraceComm const& comm, int rank, int size) {
   return received;
 }
 
+Plan PlanOf(Source const& source, GatherOptions const& options) {
+  return MakePlan(source, options, options);
+}
+
 // Gathers on one rank, and compares the calls with the plan.
 template <typename T, typename I>
 void ExpectAsPlanned(Plan const& plan, Source const& source,
                      std::shared_ptr<Comm> const& comm) {
-  GatherOptions const& options = plan.mOptions;
+  int const ranks = plan.mRun.mRanks;
   int const rank = comm->Rank();
-  Piece const piece = CutPiece(source.Whole(), options.mPartition, options.mRanks, rank,
-                               options.mHolder, options.mCuts);
-  LocalMatrix<T, I> const local(source.Cut(piece, {}), piece, source.Whole(), options);
+  bool const withValues = plan.mCut.mWithValues;
+  Piece const piece = CutPiece(source.Whole(), plan.mCut, ranks, rank);
+  LocalMatrix<T, I> const local(source.Cut(piece, {}), piece, source.Whole(), plan.mCut);
   RankUnderTest<T, I> here(comm);
   auto& aggregator = here.aggregator;
 
-  PavexStatus const status =
-      options.mToAll ? aggregator.Allgather(here.comm, local.Matrix(), options.mWithValues)
-                     : aggregator.Gather(here.comm, local.Matrix(), options.mWithValues);
+  PavexStatus const status = plan.mRun.mToAll
+                                 ? aggregator.Allgather(here.comm, local.Matrix(), withValues)
+                                 : aggregator.Gather(here.comm, local.Matrix(), withValues);
 
   PlanRank const& planned = plan.mRanks[static_cast<std::size_t>(rank)];
-  Received const received = ReceivedBy(*here.comm, rank, options.mRanks);
+  Received const received = ReceivedBy(*here.comm, rank, ranks);
   ASSERT_EQ(status, STATUS_OK);
   EXPECT_EQ(aggregator.Mode(), plan.mMode);
   EXPECT_EQ(aggregator.Describe(), plan.mDescription);
@@ -102,7 +106,7 @@ void CheckPlan(std::string const& input, GatherOptions const& options) {
                " on " + std::to_string(options.mRanks) + (options.mToAll ? " to all" : "") +
                (options.mWithValues ? "" : " without values"));
   auto const source = OpenGenerator(input);
-  Plan const plan = MakePlan(*source, options);
+  Plan const plan = PlanOf(*source, options);
   ASSERT_TRUE(plan.Accepted()) << plan.mRefusal;
   EXPECT_THAT(plan.mWarnings, IsEmpty());
   WithTypes(plan.mValue, options.mIndex, [&](auto valueTag, auto indexTag) {
@@ -177,7 +181,7 @@ GatherOptions Options(Format format, int ranks) {
 TEST(Plan, CountsAMatrixThatNoMemoryHolds) {
   auto const source = OpenGenerator("poisson3d:1000", EntryLimit::NONE);
 
-  Plan const plan = MakePlan(*source, Options(Format::CSR, 1000));
+  Plan const plan = PlanOf(*source, Options(Format::CSR, 1000));
 
   EXPECT_EQ(plan.mEntries, 6994000000);
   EXPECT_EQ(plan.mRanks[0].mEntries, 1000000 + 2 * 1998000 + 1000000);
@@ -201,7 +205,7 @@ TEST(Plan, CountsTheBytesOfTheLargestPaddedPiece) {
   GatherOptions options = OptionsOfLargest(Format::DENSE_ROW, 1);
   options.mPad = 1 << 20;
 
-  Plan const plan = MakePlan(*source, options);
+  Plan const plan = PlanOf(*source, options);
 
   EXPECT_EQ(plan.mRanks[0].mBytes, 2312212054823471680);
 }
@@ -211,7 +215,7 @@ TEST(Plan, CountsTheBytesOfTheMostMessages) {
   GatherOptions options = OptionsOfLargest(Format::COO, 64);
   options.mPartition = Partition::ENTRIES;
 
-  Plan const plan = MakePlan(*source, options);
+  Plan const plan = PlanOf(*source, options);
 
   EXPECT_EQ(plan.MessageBytes(), 4539628269004889088);
 }
@@ -224,14 +228,14 @@ TEST(Plan, CountsTheBytesOfTheLargestBands) {
   options.mPartition = Partition::COLUMNS;
   options.mPad = 1 << 20;
 
-  Plan const plan = MakePlan(*source, options);
+  Plan const plan = PlanOf(*source, options);
 
   EXPECT_EQ(plan.mRanks[63].mPeakPoolBytes, 72620542122549760);
 }
 
 std::string RefusalOf(std::string const& input, GatherOptions const& options) {
   try {
-    MakePlan(*OpenGenerator(input, EntryLimit::NONE), options);
+    PlanOf(*OpenGenerator(input, EntryLimit::NONE), options);
   } catch (InputError const& refusal) {
     return refusal.what();
   }
@@ -261,7 +265,7 @@ TEST(Plan, RefusesWhatItCannotCountTheBytesOf) {
 TEST(Plan, WarnsOfCountsNearTheLimit) {
   auto const source = OpenGenerator("dense:45000x45000", EntryLimit::NONE);
 
-  Plan const plan = MakePlan(*source, Options(Format::DENSE_ROW, 4));
+  Plan const plan = PlanOf(*source, Options(Format::DENSE_ROW, 4));
 
   EXPECT_THAT(plan.mWarnings,
               ElementsAre("2025000000 entries are near the 2147483647 that one gather can "
@@ -273,7 +277,7 @@ TEST(Plan, SaysNothingOfCountsThatDoNotMove) {
   GatherOptions options = Options(Format::CSR, 4);
   options.mPartition = Partition::ALL;
 
-  Plan const plan = MakePlan(*source, options);
+  Plan const plan = PlanOf(*source, options);
 
   EXPECT_THAT(plan.mWarnings, IsEmpty());
 }
@@ -284,7 +288,7 @@ TEST(Plan, RefusesOffsetsThatAHolderCannotSend) {
   options.mPartition = Partition::ONE;
   options.mHolder = 2;
 
-  Plan const plan = MakePlan(*source, options);
+  Plan const plan = PlanOf(*source, options);
 
   EXPECT_THAT(
       plan.mWarnings,
@@ -296,7 +300,7 @@ TEST(Plan, RefusesOffsetsThatAHolderCannotSend) {
 TEST(Plan, WarnsOfLengthsNearTheLimit) {
   auto const source = OpenGenerator("dense:2147483647x1", EntryLimit::NONE);
 
-  Plan const plan = MakePlan(*source, Options(Format::CSR, 4));
+  Plan const plan = PlanOf(*source, Options(Format::CSR, 4));
 
   EXPECT_THAT(
       plan.mWarnings,
@@ -313,7 +317,7 @@ TEST(Plan, WarnsOfALoneBandThatIsTreatedAsTheWhole) {
   TemporaryFolder const folder;
   auto const source = OpenFile(folder.Write("a.mtx", kFirstRowsOnly));
 
-  Plan const plan = MakePlan(*source, Options(Format::COO, 4));
+  Plan const plan = PlanOf(*source, Options(Format::COO, 4));
 
   EXPECT_EQ(plan.mMode, CENTRALIZED_ONE);
   EXPECT_EQ(plan.mRows, 1);
@@ -331,7 +335,7 @@ TEST(Plan, WarnsInTextAndJsonOfWhatTheLibraryFindsSuspicious) {
       "process 1 has no entries (the first of 3 such processes), so no values to send: it "
       "fails, and the others may wait for it";
 
-  Plan const plan = MakePlan(*source, Options(Format::CSR, 4));
+  Plan const plan = PlanOf(*source, Options(Format::CSR, 4));
   auto const json = nlohmann::json::parse(InJson(plan));
 
   EXPECT_THAT(plan.mWarnings,
@@ -347,7 +351,7 @@ TEST(Plan, DescribesThePiecesThatAGatherRefuses) {
                                             "4 4 2\n1 1 5\n3 3 6\n"));
   Pavex::LogLevel const silent(-1);
 
-  Plan const plan = MakePlan(*source, Options(Format::COO, 4));
+  Plan const plan = PlanOf(*source, Options(Format::COO, 4));
 
   EXPECT_FALSE(plan.mDecided);
   EXPECT_THAT(
@@ -366,7 +370,7 @@ TEST(Plan, CountsTheColumnsOfAFile) {
   options.mPartition = Partition::COLUMNS;
   options.mCuts = {1};
 
-  Plan const plan = MakePlan(*source, options);
+  Plan const plan = PlanOf(*source, options);
 
   EXPECT_EQ(plan.mRanks[0].mEntries, 2);
   EXPECT_EQ(plan.mRanks[1].mEntries, 3);
@@ -375,7 +379,7 @@ TEST(Plan, CountsTheColumnsOfAFile) {
 TEST(Plan, ReportsTheSameToReadersAndPrograms) {
   auto const source = OpenGenerator("dense:4x3");
 
-  Plan const plan = MakePlan(*source, Options(Format::DENSE_ROW, 2));
+  Plan const plan = PlanOf(*source, Options(Format::DENSE_ROW, 2));
   auto const json = nlohmann::json::parse(InJson(plan));
 
   EXPECT_EQ(InText(plan),

@@ -21,6 +21,12 @@ std::vector<Entry> EntriesOf(Triplets const& triplets) {
   return entries;
 }
 
+CutOptions By(Partition partition) {
+  CutOptions cut;
+  cut.mPartition = partition;
+  return cut;
+}
+
 constexpr char const* kUnordered =
     "%%MatrixMarket matrix coordinate real general\n"
     "3 4 5\n"
@@ -34,7 +40,7 @@ TEST(FileSource, CutsABandInTheOrderOfTheFile) {
   TemporaryFolder folder;
   auto const source = OpenFile(folder.Write("a.mtx", kUnordered));
 
-  Triplets const cut = source->Cut(CutPiece(source->Whole(), Partition::COLUMNS, 2, 0, 0), {});
+  Triplets const cut = source->Cut(CutPiece(source->Whole(), By(Partition::COLUMNS), 2, 0), {});
 
   EXPECT_THAT(EntriesOf(cut), ElementsAre(Entry{2, 0, 31}, Entry{0, 0, 11}, Entry{2, 0, 310}));
   EXPECT_EQ(cut.mRows, 3);
@@ -45,7 +51,7 @@ TEST(FileSource, CutsAShareOfTheEntries) {
   TemporaryFolder folder;
   auto const source = OpenFile(folder.Write("a.mtx", kUnordered));
 
-  Triplets const cut = source->Cut(CutPiece(source->Whole(), Partition::ENTRIES, 2, 1, 0), {});
+  Triplets const cut = source->Cut(CutPiece(source->Whole(), By(Partition::ENTRIES), 2, 1), {});
 
   EXPECT_THAT(EntriesOf(cut), ElementsAre(Entry{2, 2, 33}, Entry{0, 0, 11}, Entry{2, 0, 310}));
 }
@@ -75,7 +81,7 @@ TEST(GeneratorSource, CutsSharesOfTheEntriesThatFollowEachOther) {
 
   std::vector<Entry> joined;
   for (int rank = 0; rank < 7; ++rank) {
-    Piece const piece = CutPiece(source->Whole(), Partition::ENTRIES, 7, rank, 0);
+    Piece const piece = CutPiece(source->Whole(), By(Partition::ENTRIES), 7, rank);
     std::vector<Entry> const share = EntriesOf(source->Cut(piece, {}));
     EXPECT_EQ(static_cast<long>(share.size()), piece.mEntryEnd - piece.mEntryBegin);
     joined.insert(joined.end(), share.begin(), share.end());
@@ -88,7 +94,7 @@ TEST(GeneratorSource, CutsColumnBands) {
   auto const source = OpenGenerator("dense:2x4");
   std::vector<Entry> const whole = EntriesOf(source->Rows(0, 2));
 
-  Triplets const cut = source->Cut(CutPiece(source->Whole(), Partition::COLUMNS, 2, 1, 0), {});
+  Triplets const cut = source->Cut(CutPiece(source->Whole(), By(Partition::COLUMNS), 2, 1), {});
 
   EXPECT_THAT(EntriesOf(cut), ElementsAre(whole[2], whole[3], whole[6], whole[7]));
 }
