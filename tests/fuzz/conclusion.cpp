@@ -46,10 +46,12 @@ PavexStatus ExpectedOfPair(DistMatrixMode mode, MatrixLocalInfo const& a,
   return fit && agreed ? STATUS_OK : STATUS_INCONSISTENT;
 }
 
-// Whether memory has room for the entries of all records, in elements of 16 bytes.
+// Memory has room for so many elements of 16 bytes.
+constexpr long kMostHeld = (1L << 59) - 1;
+
+// Whether memory has room for the entries of all records.
 bool CanBeHeld(Records const& records) {
-  constexpr long kMost = (1L << 59) - 1;
-  long room = kMost;
+  long room = kMostHeld;
   for (MatrixLocalInfo const& info : records) {
     if (info.nnz < 0 || info.nnz > room) return false;
     room -= info.nnz;
@@ -107,6 +109,8 @@ Conclusion ExpectedConclusion(Records const& records) {
   }
 
   conclusion.withValues = FlagOf(reference);
+  if (conclusion.mode == CENTRALIZED_ONE && reference.nnz > kMostHeld)
+    return Refused(STATUS_INCONSISTENT);
   if (conclusion.mode == DISTRIBUTED) {
     if (!CanBeHeld(records)) return Refused(STATUS_INCONSISTENT);
     conclusion.source = -2;
