@@ -20,11 +20,12 @@ class Job {
   // Reads what the launcher announces. Does not use MPI.
   Job() : mLaunch(Announced(OwnMpi())) {}
 
-  // The ranks of the job. Without `comm` they are the processes of an MPI job, which share
-  // memory where they can, if a launcher of this build's MPI started this process. Otherwise they are `count` threads (4 if unset).
-  // Under MPI `count`, where set, has to be the number of processes. Initialises MPI if it is
-  // used. Throws InputError, also if a launcher announces a job that MPI does not find: this
-  // process would be one of several that each do the whole work.
+  // The ranks of the job. If `comm` is unset and a launcher of this build's MPI started this
+  // process, they are the processes of the MPI job, which share memory where they can.
+  // Otherwise they are `count` threads (4 if unset). With MPI, `count` must be the number of
+  // processes if it is set. Initialises MPI if it is used. Throws InputError, also if a
+  // launcher announces a job that MPI does not find: this process would be one of several that
+  // each do the whole work.
   std::unique_ptr<Ranks> MakeRanks(std::optional<CommKind> comm, std::optional<int> count);
 
   // Whether this process prints messages that all processes of the job have. Use it before the
