@@ -9,6 +9,7 @@
 #include "pavex/assembly/piece.h"
 #include "pavex/assembly/plan_assembly.h"
 #include "pavex/assembly/renumbered_comm.h"
+#include "pavex/assembly/row_merger.h"
 #include "pavex/matrix/index_base.h"
 #include "pavex/runtime/log.h"
 
@@ -155,7 +156,8 @@ PavexStatus Assembler<T, I>::TakePiece(Parts& parts) {
   stack.mOffsets.Swap(piece.mOffsets);
   stack.mCols.Swap(piece.mCols);
   mSent.mEntries = mRecords.mData[0].mNnz;
-  if (stack.mCols.mAllocator != nullptr) return STATUS_OK;
+  if (stack.mCols.mAllocator != nullptr)
+    return Log::Report(Shrink(*mPool, mSent.mEntries, stack.mCols));
 
   Buffer<I> offsets;  // the caller's arrays stay the caller's
   Buffer<I> cols;

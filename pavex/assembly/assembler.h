@@ -37,17 +37,24 @@ enum class Overlap {
 // A different number of processes may round differently.
 //
 // Bytes of the pool at most, with i bytes an index and t a value. P: processes. n: entries of a
-// process. m: those that it sends, at most n. r, c: the rows and columns between its first and
-// its last. Q, M: rows and entries that all processes send. R, C, N: rows, columns and entries
-// of the whole.
+// process. m: those that it sends, at most n. c: the columns between its first and its last. r:
+// the rows that it passes or, if that is more, those between its first and its last entry. Q,
+// M: rows and entries that all processes send. L: rows in all lists. R, C, N: rows, columns and
+// entries of the whole.
 //
-// - Every process: 250 P + i r, of which 148 P are kept until the next gather.
-// - A process that does not send its rows as they are: i (4 n + r + c) more until the gather
-//   returns, of which i n are kept, and t m in an update.
-// - A receiver: (i + t) N + i R more, and i for each row of a list. An update takes t N more,
-//   because old values stay until new ones have arrived.
-// - A receiver that merges: i (2 M + 3 Q + 2 R + C) more until the gather returns, of which i M
+// - Every process: 260 P + i r, of which 250 P are kept until the next gather.
+// - A process that does not send its rows as they are, or whose columns neither ascend nor need
+//   to: i (4 n + r + c) more until the gather returns, of which i n are kept, and t m in an
+//   update.
+// - A receiver: i (N + R + L) + t N more, and i Q until the gather returns. An update takes t N
+//   more, because old values stay until new ones have arrived. Where entries were added, up to
+//   i N / 7 of unused room are kept.
+// - A receiver that merges: i (3 M + 2 Q + R + C) more until the gather returns, of which i M
 //   are kept, and t M in an update.
+//
+// A gather with values ends with an update. Scatter and Collect of k columns take t k for each
+// row of the process, unless its matrix lies column by column without gaps. A receiver takes
+// t k more for each row of all processes, and 8 P.
 template <typename T, typename I>
 class PAVEX_API Assembler {
   PAVEX_REQUIRE_INSTANCE(T, I);

@@ -84,19 +84,6 @@ void MergeRow(AssemblyStack<I> const& stack, I const* source, I const* end,
       slots[k] = merger.PlaceOf(cols[k]);
 }
 
-// Copies what is used into a smaller block, if an eighth or more is not.
-template <typename I>
-PavexStatus Shrink(MemoryPool& pool, std::int64_t used, Buffer<I>& array) {
-  array.mSize = used;
-  if (array.mCapacity - used < array.mCapacity / 8) return STATUS_OK;
-  Buffer<I> exact;
-  PavexStatus const status = pool.Get(exact, used);
-  if (status != STATUS_OK) return status;
-  std::copy_n(array.mData, used, exact.mData);
-  array.Swap(exact);
-  return STATUS_OK;
-}
-
 template <typename I>
 PavexStatus Merge(MemoryPool& pool, AssemblyStack<I> const& stack, Sources<I> const& sources,
                   AssemblyRequest const& request, Buffer<I>& offsets, Buffer<I>& cols,

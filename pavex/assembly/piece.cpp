@@ -241,6 +241,7 @@ class PieceBuilder {
     Range const range = RangeOf(mRows.mData, mRecord.mGiven);
     Buffer<I> order;
     status = SortByRows(range, order);
+    mRows = Buffer<I>();
     RowMerger<I> merger;
     if (status == STATUS_OK) status = PrepareMerge(merger);
     if (status != STATUS_OK) return status;

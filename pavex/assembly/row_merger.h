@@ -74,6 +74,20 @@ class RowMerger {
   bool mAscends = true;  // the open row so far
 };
 
+// Copies the `used` elements of `array` into a smaller block, if an eighth or more of its own
+// is not used.
+template <typename I>
+PavexStatus Shrink(MemoryPool& pool, std::int64_t used, Buffer<I>& array) {
+  array.mSize = used;
+  if (array.mCapacity - used < array.mCapacity / 8) return STATUS_OK;
+  Buffer<I> exact;
+  PavexStatus const status = pool.Get(exact, used);
+  if (status != STATUS_OK) return status;
+  std::copy_n(array.mData, used, exact.mData);
+  array.Swap(exact);
+  return STATUS_OK;
+}
+
 // Turns counts in elements 1 to `count` into offsets, with 0 in element 0.
 template <typename I>
 void SumCounts(I* offsets, std::int64_t count) {
