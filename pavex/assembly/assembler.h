@@ -28,9 +28,10 @@ enum class Overlap {
 // Gather, Update, Scatter and Collect are collective. Before anything large moves, the
 // processes tell each other what they found: if one refuses what it was given, or its pool has
 // failed so far, all return the same status after the same line, which names the process, the
-// row and what to do. An operation of the communicator that fails, and a pool that fails on a
-// receiver after that, fail on their process alone, while others may wait for it. If a gather
-// fails, nothing is gathered; if an update fails, the whole keeps its values.
+// row and what to do. Three failures stay on their process alone, while others may wait for it:
+// an operation of the communicator that fails, a pool that fails after that, and one without
+// the 148 P bytes that a gather takes first. If a gather fails, nothing is gathered; if an
+// update fails, the whole keeps its values.
 //
 // The whole is the same, bit by bit, whenever the same processes pass the same contributions:
 // what overlaps is added in the order of each process first, then in the order of the ranks.
@@ -84,13 +85,14 @@ class PAVEX_API Assembler {
 
   // Fills `own` on every process with its rows of `whole`, in its own order; each process that
   // has a row gets it. `whole`, with all rows and any number of columns, is read on receivers
-  // only. `own` has the rows of the contribution and as many columns, and a value array.
-  // STATUS_INVALID_VALUE and STATUS_INCONSISTENT on every process if shapes do not fit.
+  // only. `own` has the rows of the contribution and as many columns, and a value array. On a
+  // process without rows, any matrix without rows will do. STATUS_INVALID_VALUE and
+  // STATUS_INCONSISTENT on every process if shapes do not fit.
   [[nodiscard]] PavexStatus Scatter(MatrixDense<T, I> const& whole, MatrixDense<T, I>& own);
 
   // Fills `whole` on the receivers with the rows that the processes have in `own`, in the order
-  // of their contributions. Rows that no process has become 0. Shapes and errors as for
-  // Scatter.
+  // of their contributions. Rows that no process has become 0. All processes pass the same
+  // `overlap`. Shapes and errors as for Scatter.
   [[nodiscard]] PavexStatus Collect(MatrixDense<T, I> const& own, Overlap overlap,
                                     MatrixDense<T, I>& whole);
 
@@ -150,9 +152,12 @@ class PAVEX_API Assembler {
                          std::int64_t (AssemblyRecord::*countOf)() const, std::int64_t total,
                          Buffer<I>& lists);
   bool IsLocal() const { return mRecords.mSize == 1 || mRequest.mReceiver == kEverybody; }
+  enum class DenseExchange : std::int64_t { SCATTER, COLLECT_ADD, COLLECT_ONCE };
   PavexStatus AgreeOnDense(MatrixDense<T, I> const& whole, MatrixDense<T, I> const& own,
-                           bool collects, DenseParts& parts);
-  PavexStatus PrepareDense(MatrixDense<T, I> const& own, bool collects, DenseParts& parts);
+                           DenseExchange kind, DenseParts& parts);
+  PavexStatus CompareDense() const;
+  PavexStatus PrepareDense(MatrixDense<T, I> const& own, long columns, bool collects,
+                           DenseParts& parts);
   void StackWhole(MatrixDense<T, I> const& whole, T* stacked) const;
   void AddStack(T const* stacked, Overlap overlap, MatrixDense<T, I>& whole) const;
 

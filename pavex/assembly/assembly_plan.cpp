@@ -4,15 +4,12 @@
 #include "pavex/runtime/wrapping.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace Pavex {
 
 namespace {
 
 using Records = Buffer<AssemblyRecord>;
-
-constexpr std::int64_t kMostCounted = std::numeric_limits<std::int32_t>::max();
 
 void Refuse(AssemblyPlan& plan, AssemblyFlaw flaw, std::int64_t process) {
   if (plan.Refused()) return;

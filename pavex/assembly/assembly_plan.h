@@ -30,6 +30,7 @@ enum class AssemblyFlaw : std::int32_t {
   BAD_RECEIVER,      // no such rank
   BAD_BASE,          // neither 0 nor 1
   TOO_MANY_BLOCKS,   // more than two
+  MAP_FIRST,         // a map of columns before the first block
   NEGATIVE_COUNT,    // a number of rows, entries or columns
   MISSING_ARRAY,     // the limit of the record is an AssemblyArray
   BAND_OUTSIDE,      // rows beyond the whole
@@ -47,6 +48,7 @@ enum class AssemblyFlaw : std::int32_t {
   OTHER_RECEIVER,
   OTHER_REQUEST,
   OTHER_COLUMNS,    // of a dense matrix
+  OTHER_EXCHANGE,   // a scatter, or a collect with one or the other overlap
   TOO_MANY_IN_ALL,  // entries or rows, beyond what a communicator counts
 };
 

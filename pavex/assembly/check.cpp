@@ -1,6 +1,7 @@
 #include "pavex/assembly/check.h"
 
 #include "pavex/aggregator/local_info.h"
+#include "pavex/assembly/plan_assembly.h"
 
 #include <algorithm>
 #include <limits>
@@ -12,6 +13,12 @@ namespace {
 
 template <typename I>
 constexpr std::int64_t kMostOf = std::numeric_limits<I>::max();
+
+// Rows or columns of a whole at most. Indices can count from 1, and the bytes of an array with
+// two elements more can be counted.
+template <typename I>
+constexpr std::int64_t kMostLines = std::min(
+    kMostOf<I> - 1, std::numeric_limits<std::int64_t>::max() / std::int64_t{sizeof(I)} - 2);
 
 // The first element that is not in 0 to `limit` - 1; `count` if all are. The first pass has no
 // branch, so that it runs at the speed of memory.
@@ -33,9 +40,8 @@ template <typename I>
 void CheckRequest(AssemblyRequest const& request, int processes, AssemblyRecord& record) {
   std::int64_t const rows = request.mRows;
   std::int64_t const cols = request.mCols;
-  // One more than the last index, so that indices can count from 1.
-  if (rows < 0 || cols < 0 || rows >= kMostOf<I> || cols >= kMostOf<I>)
-    record.Note(AssemblyFlaw::BAD_SHAPE, rows, cols, 0);
+  if (rows < 0 || cols < 0 || rows > kMostLines<I> || cols > kMostLines<I>)
+    record.Note(AssemblyFlaw::BAD_SHAPE, rows, cols, kMostLines<I>);
   int const receiver = request.mReceiver;
   if (receiver != kEverybody && (receiver < 0 || receiver >= processes))
     record.Note(AssemblyFlaw::BAD_RECEIVER, 0, receiver, processes);
@@ -51,12 +57,14 @@ void CheckRows(ContributionPattern<I> const& own, std::int64_t wholeRows,
     bool const inside =
         own.mBegin >= 0 && own.mBegin <= wholeRows && own.mRows <= wholeRows - own.mBegin;
     if (!inside && own.mRows > 0)
-      record.Note(AssemblyFlaw::BAND_OUTSIDE, own.mBegin, own.mBegin + own.mRows - 1,
-                  wholeRows);
+      record.Note(AssemblyFlaw::BAND_OUTSIDE, own.mBegin,
+                  WrappingAdd(own.mBegin, own.mRows - 1), wholeRows);
     return;
   }
   if (own.mRowList == nullptr && own.mRows > 0)
     return record.NoteMissing(AssemblyArray::ROW_LIST);
+  if (own.mRows > kMostCounted)  // refused before the list is read
+    return record.Note(AssemblyFlaw::TOO_MANY_IN_ALL, 0, own.mRows, 0);
   std::int64_t const at = FindOutside(own.mRowList, own.mRows, wholeRows);
   if (at < own.mRows)
     record.Note(AssemblyFlaw::ROW_OUTSIDE, at, std::int64_t{own.mRowList[at]}, wholeRows);
@@ -69,7 +77,8 @@ void CheckOffsets(ContributionPattern<I> const& own, I const* offsets, AssemblyR
   for (std::int64_t row = 0; row < own.mRows; ++row) {
     if (offsets[row + 1] >= offsets[row]) continue;
     return record.Note(AssemblyFlaw::OFFSETS_DESCEND, GlobalRow(own, row),
-                       std::int64_t{offsets[row + 1]} - std::int64_t{offsets[row]}, 0);
+                       WrappingSub(std::int64_t{offsets[row + 1]}, std::int64_t{offsets[row]}),
+                       0);
   }
 }
 
@@ -124,16 +133,16 @@ template <typename I>
 void CheckBlock(ContributionPattern<I> const& own, int at, bool needsValues, bool hasValues,
                 AssemblyRequest const& request, AssemblyRecord& record) {
   BlockPattern<I> const& block = own.mBlock[at];
-  if (block.mNnz < 0) return record.Note(AssemblyFlaw::NEGATIVE_COUNT, 0, block.mNnz, 0);
-  if (block.mCompressed)
-    CheckOffsets(own, block.mOffsets, record);
-  else
-    CheckEntryRows(own, block, request.mRows, record);
+  if (block.mCompressed) CheckOffsets(own, block.mOffsets, record);
   if (!record.Flawless()) return;
   std::int64_t const nnz = EntriesOf(own, at);
-  record.mGiven += nnz;
-  if (record.mGiven > kMostOf<I>)
+  record.mGiven = WrappingAdd(record.mGiven, nnz);
+  if (nnz < 0 || record.mGiven < 0)
+    return record.Note(AssemblyFlaw::NEGATIVE_COUNT, 0, std::min(nnz, record.mGiven), 0);
+  if (record.mGiven > kMostOf<I>)  // refused before the entries are read
     return record.Note(AssemblyFlaw::TOO_MANY_ENTRIES, 0, record.mGiven, 0);
+  if (!block.mCompressed) CheckEntryRows(own, block, request.mRows, record);
+  if (!record.Flawless()) return;
   CheckColumns(own, block, nnz, request.mCols, record);
   if (nnz > 0 && needsValues && !hasValues) record.NoteMissing(AssemblyArray::VALUES);
 }
@@ -152,6 +161,7 @@ void CheckContribution(ContributionPattern<I> const& own, bool const* hasValues,
   CheckRequest<I>(request, processes, record);
   if (own.mBlocks > own.kMostBlocks)
     record.Note(AssemblyFlaw::TOO_MANY_BLOCKS, 0, own.mBlocks, own.kMostBlocks);
+  if (own.mMapFirst) record.Note(AssemblyFlaw::MAP_FIRST, 0, 0, 0);
   if (record.Flawless()) CheckRows(own, request.mRows, record);
   for (int at = 0; at < own.mBlocks && record.Flawless(); ++at) {
     CheckBlock(own, at, request.mWithValues, hasValues[at], request, record);

@@ -4,17 +4,21 @@
 
 #include "pavex/assembly/assembly_plan.h"
 #include "pavex/assembly/contribution.h"
+#include "pavex/runtime/wrapping.h"
 
 #include <cstdint>
 
 namespace Pavex {
 
-// Entries of block `block`. The offsets of compressed rows must have been checked.
+// Entries of block `block`. The offsets of compressed rows must have been checked. Negative if
+// there are more than 64 bits count.
 template <typename I>
 std::int64_t EntriesOf(ContributionPattern<I> const& own, int block) {
   BlockPattern<I> const& pattern = own.mBlock[block];
   if (!pattern.mCompressed) return pattern.mNnz;
-  return own.mRows == 0 ? 0 : pattern.mOffsets[own.mRows] - pattern.mOffsets[0];
+  if (own.mRows == 0) return 0;
+  return WrappingSub(std::int64_t{pattern.mOffsets[own.mRows]},
+                     std::int64_t{pattern.mOffsets[0]});
 }
 
 // The row of the whole that row `row` of the process is.

@@ -32,6 +32,7 @@ struct ContributionPattern {
   std::int64_t mBegin = 0;              // the first global row of a band
   I const* mRowList = nullptr;          // the global rows of a list, in any order
   bool mListed = false;                 // a list, not a band
+  bool mMapFirst = false;               // a map came before its block, which is refused
   int mBlocks = 0;                      // more than kMostBlocks are refused
   BlockPattern<I> mBlock[kMostBlocks];  // the first mBlocks are used
 };
@@ -99,8 +100,9 @@ class Contribution {
   }
 
   // The columns of the block that was added last are local: column j is column `map[j]` of the
-  // whole, 0 <= j < `columns`.
+  // whole, 0 <= j < `columns`. A gather refuses a map that comes before its block.
   Contribution& Columns(I const* map, std::int64_t columns) {
+    if (mPattern.mBlocks == 0) mPattern.mMapFirst = true;
     BlockPattern<I>* const block = Last();
     if (block == nullptr) return *this;
     block->mColMap = map;

@@ -12,6 +12,7 @@
 #include "pavex/assembly/merge.h"
 #include "pavex/assembly/plan_assembly.h"
 #include "pavex/runtime/log.h"
+#include "pavex/runtime/wrapping.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -19,6 +20,9 @@
 
 namespace Pavex {
 namespace {
+
+// Instead of a number of columns: any is right.
+constexpr std::int64_t kAnyColumns = -1;
 
 // The rows of one process: a band or a list.
 template <typename I>
@@ -126,7 +130,6 @@ PavexStatus Assembler<T, I>::GatherLists(Contribution<T, I> const& own, Parts& p
 
 template <typename T, typename I>
 struct Assembler<T, I>::DenseParts {
-  long mColumns = 0;
   Buffer<T> mOwn;      // the rows of this process, packed; borrows if they are already
   Buffer<T> mStacked;  // those of all processes
   Buffer<int> mCounts;
@@ -135,13 +138,11 @@ struct Assembler<T, I>::DenseParts {
 
 // Takes the memory of an exchange, and checks that it can be counted. Local.
 template <typename T, typename I>
-PavexStatus Assembler<T, I>::PrepareDense(MatrixDense<T, I> const& own, bool collects,
-                                          DenseParts& parts) {
+PavexStatus Assembler<T, I>::PrepareDense(MatrixDense<T, I> const& own, long columns,
+                                          bool collects, DenseParts& parts) {
   std::int64_t rows = 0;
   for (std::int64_t p = 0; p < mRecords.mSize; ++p)
-    rows += mRecords.mData[p].mOwnRows;
-  long const columns = own.mCols;
-  parts.mColumns = columns;
+    rows = WrappingAdd(rows, mRecords.mData[p].mOwnRows);
   if (columns > 0 && rows > std::numeric_limits<std::int32_t>::max() / columns)
     return STATUS_NOT_SUPPORTED;
   if (!collects && IsLocal()) return STATUS_OK;
@@ -151,7 +152,7 @@ PavexStatus Assembler<T, I>::PrepareDense(MatrixDense<T, I> const& own, bool col
     parts.mOwn.Borrow(own.mValues.mData, own.mRows * columns);
   else
     status = mPool->Get(parts.mOwn, own.mRows * columns);
-  if (status != STATUS_OK || !Receives()) return status;
+  if (status != STATUS_OK || !Receives() || mRecords.mSize == 1) return status;
   status = mPool->Get(parts.mStacked, rows * columns);
   if (status == STATUS_OK) status = mPool->Get(parts.mCounts, mRecords.mSize);
   if (status == STATUS_OK) status = mPool->Get(parts.mDispls, mRecords.mSize);
@@ -165,28 +166,47 @@ PavexStatus Assembler<T, I>::PrepareDense(MatrixDense<T, I> const& own, bool col
   return STATUS_OK;
 }
 
-// Checks both matrices on every process and takes the memory, then lets all decide.
+// Checks both matrices on every process and takes the memory, then lets all decide. A process
+// without rows has no say in the columns, unless it receives.
 template <typename T, typename I>
 PavexStatus Assembler<T, I>::AgreeOnDense(MatrixDense<T, I> const& whole,
-                                          MatrixDense<T, I> const& own, bool collects,
+                                          MatrixDense<T, I> const& own, DenseExchange kind,
                                           DenseParts& parts) {
   AssemblyVerdict verdict;
-  CheckDense(own, mRecords.mData[mComm->Rank()].mOwnRows, verdict);
+  std::int64_t const rows = mRecords.mData[mComm->Rank()].mOwnRows;
+  std::int64_t const columns = Receives() ? whole.mCols : rows > 0 ? own.mCols : kAnyColumns;
+  CheckDense(own, rows, verdict);
   if (Receives()) {
     CheckDense(whole, mRequest.mRows, verdict);
-    if (whole.mCols != own.mCols)
+    if (rows > 0 && whole.mCols != own.mCols)
       verdict.Note(AssemblyFlaw::DENSE_COLUMNS, 0, whole.mCols, own.mCols);
   }
-  if (verdict.Flawless()) verdict.NoteStep(PrepareDense(own, collects, parts));
-  if (verdict.Flawless()) verdict.mFound = own.mCols;
+  bool const collects = kind != DenseExchange::SCATTER;
+  if (verdict.Flawless()) verdict.NoteStep(PrepareDense(own, columns, collects, parts));
+  if (verdict.Flawless()) {
+    verdict.mFound = columns;
+    verdict.mLimit = static_cast<std::int64_t>(kind);
+  }
   PavexStatus const status = Log::Report(AgreeOn(verdict));
-  if (status != STATUS_OK) return status;
-  for (std::int64_t p = 1; p < mVerdicts.mSize; ++p) {
+  return status == STATUS_OK ? Log::Report(CompareDense()) : status;
+}
+
+// Compares what the processes exchange, none of which is wrong in itself. Local.
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::CompareDense() const {
+  std::int64_t first = -1;  // the first process with a say in the columns
+  for (std::int64_t p = 0; p < mVerdicts.mSize; ++p) {
     AssemblyVerdict other = mVerdicts.mData[p];
-    other.mLimit = mVerdicts.mData[0].mFound;
-    if (other.mFound == other.mLimit) continue;
-    Log::Error("%s", ReasonOf(AssemblyFlaw::OTHER_COLUMNS, static_cast<int>(p), other).mText);
-    return Log::Report(STATUS_INCONSISTENT);
+    if (other.mLimit != mVerdicts.mData[0].mLimit)
+      return Refuse(ReasonOf(AssemblyFlaw::OTHER_EXCHANGE, static_cast<int>(p), other),
+                    STATUS_INCONSISTENT);
+    if (other.mFound == kAnyColumns) continue;
+    if (first < 0) first = p;
+    if (other.mFound == mVerdicts.mData[first].mFound) continue;
+    other.mAt = first;
+    other.mLimit = mVerdicts.mData[first].mFound;
+    return Refuse(ReasonOf(AssemblyFlaw::OTHER_COLUMNS, static_cast<int>(p), other),
+                  STATUS_INCONSISTENT);
   }
   return STATUS_OK;
 }
@@ -209,7 +229,7 @@ PavexStatus Assembler<T, I>::Scatter(MatrixDense<T, I> const& whole, MatrixDense
     return STATUS_WRONG_ORDER;
   }
   DenseParts parts;
-  PavexStatus status = Log::Report(AgreeOnDense(whole, own, false, parts));
+  PavexStatus status = Log::Report(AgreeOnDense(whole, own, DenseExchange::SCATTER, parts));
   if (status != STATUS_OK) return status;
   DenseView<T> const to = ViewOf(own);
   if (IsLocal()) {
@@ -275,7 +295,9 @@ PavexStatus Assembler<T, I>::Collect(MatrixDense<T, I> const& own, Overlap overl
     return STATUS_WRONG_ORDER;
   }
   DenseParts parts;
-  PavexStatus status = Log::Report(AgreeOnDense(whole, own, true, parts));
+  DenseExchange const kind =
+      overlap == Overlap::ADD ? DenseExchange::COLLECT_ADD : DenseExchange::COLLECT_ONCE;
+  PavexStatus status = Log::Report(AgreeOnDense(whole, own, kind, parts));
   if (status != STATUS_OK) return status;
   if (parts.mOwn.mAllocator != nullptr) {
     DenseView<T> const from = ViewOf(own);

@@ -7,8 +7,13 @@
 #include "pavex/runtime/log.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 
 namespace Pavex {
+
+// Rows or entries that all processes send at most: what a communicator counts.
+constexpr std::int64_t kMostCounted = std::numeric_limits<std::int32_t>::max();
 
 // Plans the assembly of `records`, one per process by rank. Writes the ranks into `order`, one
 // per process: the order in which their pieces are placed. Bands are placed by their begins and

@@ -37,8 +37,8 @@ void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& wor
       return words.Say("Process %d could not prepare its piece: %s.", p,
                        PavexStatusStr(verdict.mStatus));
     case AssemblyFlaw::BAD_SHAPE:
-      return words.Say("Process %d wants a whole of %ld x %ld, which its indices cannot count.",
-                       p, at, found);
+      return words.Say("Process %d wants a whole of %ld x %ld; pass 0 to %ld.", p, at, found,
+                       limit);
     case AssemblyFlaw::BAD_RECEIVER:
       return words.Say("Process %d wants receiver %ld; pass 0 to %ld, or kEverybody.", p, found,
                        last);
@@ -46,9 +46,12 @@ void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& wor
       return words.Say("Process %d wants base %ld; pass 0 or 1.", p, found);
     case AssemblyFlaw::TOO_MANY_BLOCKS:
       return words.Say("Process %d passes %ld blocks; pass at most 2.", p, found);
+    case AssemblyFlaw::MAP_FIRST:
+      return words.Say("Process %d maps columns before it adds a block; add the block first.",
+                       p);
     case AssemblyFlaw::NEGATIVE_COUNT:
-      return words.Say("Process %d passes a negative number of rows, entries or columns, %ld.",
-                       p, found);
+      return words.Say("Process %d passes %ld rows, entries or columns; pass 0 or more.", p,
+                       found);
     case AssemblyFlaw::MISSING_ARRAY:
       return words.Say("Process %d passes no %s; pass the array.", p, NameOf(limit));
     case AssemblyFlaw::BAND_OUTSIDE:
@@ -73,16 +76,22 @@ void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& wor
     case AssemblyFlaw::DENSE_ROWS:
       return words.Say("Process %d passes %ld dense rows; pass %ld.", p, found, limit);
     case AssemblyFlaw::DENSE_COLUMNS:
-      return words.Say("Process %d passes %ld columns of the whole and %ld of its own.", p,
-                       found, limit);
+      return words.Say(
+          "Process %d passes %ld columns of the whole and %ld of its own; pass as many.", p,
+          found, limit);
     case AssemblyFlaw::DENSE_LEADING:
       return words.Say("Process %d passes leading dimension %ld; pass at least %ld.", p, found,
                        limit);
     case AssemblyFlaw::OTHER_COLUMNS:
-      return words.Say("Process %d passes %ld dense columns, process 0 passes %ld.", p, found,
-                       limit);
+      return words.Say(
+          "Process %d passes %ld dense columns, process %ld passes %ld; pass as many.", p,
+          found, at, limit);
+    case AssemblyFlaw::OTHER_EXCHANGE:
+      return words.Say(
+          "Process %d calls another operation or overlap than process 0; call one.", p);
     case AssemblyFlaw::TOO_MANY_IN_ALL:
-      return words.Say("Up to process %d there are more than 2147483647 entries or rows.", p);
+      return words.Say(
+          "Up to process %d there are more than 2147483647 entries or rows; pass fewer.", p);
     default:
       return words.Say("Process %d refuses its piece for an unknown reason.", p);
   }
@@ -93,14 +102,15 @@ void SayTogether(AssemblyFlaw flaw, int p, AssemblyRecord const& record,
                  AssemblyRecord const& first, Words& words) {
   switch (flaw) {
     case AssemblyFlaw::OTHER_SHAPE:
-      return words.Say("Process %d wants a whole of %ld x %ld, process 0 wants %ld x %ld.", p,
-                       record.mWholeRows, record.mWholeCols, first.mWholeRows,
-                       first.mWholeCols);
+      return words.Say(
+          "Process %d wants a whole of %ld x %ld, process 0 wants %ld x %ld; pass one shape.",
+          p, record.mWholeRows, record.mWholeCols, first.mWholeRows, first.mWholeCols);
     case AssemblyFlaw::OTHER_RECEIVER:
       return words.Say("Process %d wants receiver %d, process 0 wants %d; pass one receiver.",
                        p, record.mReceiver, first.mReceiver);
     default:
-      return words.Say("Process %d wants other values, order or base than process 0.", p);
+      return words.Say(
+          "Process %d wants other values, order or base than process 0; pass one request.", p);
   }
 }
 
@@ -116,6 +126,7 @@ PavexStatus StatusOf(AssemblyFlaw flaw, AssemblyVerdict const& verdict) {
     case AssemblyFlaw::OTHER_RECEIVER:
     case AssemblyFlaw::OTHER_REQUEST:
     case AssemblyFlaw::OTHER_COLUMNS:
+    case AssemblyFlaw::OTHER_EXCHANGE:
       return STATUS_INCONSISTENT;
     case AssemblyFlaw::TOO_MANY_IN_ALL:
     case AssemblyFlaw::TOO_MANY_ENTRIES:

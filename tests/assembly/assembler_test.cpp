@@ -236,6 +236,31 @@ TEST(Assembler, GathersNothingFromNothing) {
   });
 }
 
+TEST(Assembler, AsksAProcessWithoutRowsForNoDenseMatrix) {
+  TwoBands const bands;
+  OnRanks(3, [&bands](auto const& comm, Assembler<double, int>& assembler) {
+    using Dense = MatrixDense<double, int>;
+    ASSERT_EQ(assembler.Gather(comm, bands.Of(comm->Rank()), Square(4, 1)), STATUS_OK);
+    bool const receives = comm->Rank() == 1;
+    std::vector<double> mine = {1, 2, 3, 4};
+    std::vector<double> all(8, 9);
+    Dense own = receives ? Dense() : Dense::Borrow(2, 2, false, 2, mine.data());
+    Dense whole = receives ? Dense::Borrow(4, 2, false, 4, all.data()) : Dense();
+    ASSERT_EQ(assembler.Collect(own, Overlap::ADD, whole), STATUS_OK);
+    if (receives) {
+      EXPECT_EQ(all, (std::vector<double>{1, 2, 1, 2, 3, 4, 3, 4}));
+      all = {10, 11, 12, 13, 20, 21, 22, 23};
+    }
+    ASSERT_EQ(assembler.Scatter(whole, own), STATUS_OK);
+    if (comm->Rank() == 0) {
+      EXPECT_EQ(mine, (std::vector<double>{12, 13, 22, 23}));
+    }
+    if (comm->Rank() == 2) {
+      EXPECT_EQ(mine, (std::vector<double>{10, 11, 20, 21}));
+    }
+  });
+}
+
 TEST(Assembler, HoldsNothingAfterClear) {
   TwoBands const bands;
   LogLevel const silent(-1);

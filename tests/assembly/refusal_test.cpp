@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <gtest/gtest.h>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -138,13 +139,13 @@ TEST(AssemblerRefuses, CountsThatMakeNoSense) {
                   input.offsets = {1, 0, 2};
                 });
   ExpectRefused(STATUS_INVALID_VALUE,
-                "Process 1 passes a negative number of rows, entries or columns, -2.",
+                "Process 1 passes -2 rows, entries or columns; pass 0 or more.",
                 [](Input& input) { input.own = Own::Band(0, -2); });
   ExpectRefused(STATUS_INVALID_VALUE,
-                "Process 1 passes a negative number of rows, entries or columns, -3.",
+                "Process 1 passes -3 rows, entries or columns; pass 0 or more.",
                 [](Input& input) { input.own = Own().Coo(-3, nullptr, nullptr, nullptr); });
   ExpectRefused(STATUS_INVALID_VALUE,
-                "Process 1 passes a negative number of rows, entries or columns, -4.",
+                "Process 1 passes -4 rows, entries or columns; pass 0 or more.",
                 [](Input& input) { input.own.Columns(input.map.data(), -4); });
   ExpectRefused(STATUS_INVALID_VALUE, "Process 1 passes 3 blocks; pass at most 2.",
                 [](Input& input) {
@@ -153,17 +154,84 @@ TEST(AssemblerRefuses, CountsThatMakeNoSense) {
                 });
 }
 
+TEST(AssemblerRefuses, CountsBeyondAnyArrayBeforeItReadsOne) {
+  constexpr long kMost = std::numeric_limits<long>::max();
+  ExpectRefused(STATUS_NOT_SUPPORTED, "Process 1 passes 3000000000 entries; use long indices.",
+                [](Input& input) {
+                  input.own = Own().Coo(3000000000, input.rows.data(), input.cols.data(),
+                                        input.values.data());
+                });
+  ExpectRefused(STATUS_NOT_SUPPORTED,
+                "Up to process 1 there are more than 2147483647 entries or rows; pass fewer.",
+                [](Input& input) { input.own = Own::Rows(kMost, input.rows.data()); });
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1 has rows 2 to -9223372036854775808 of 4; count the begin from 0.",
+                [](Input& input) {
+                  input.own = Own::Band(2, kMost).LocalCoo(0, nullptr, nullptr, nullptr);
+                });
+}
+
+TEST(AssemblerRefuses, OffsetsWhoseDifferencesTheIndexTypeCannotCount) {
+  ExpectRefused(
+      STATUS_NOT_SUPPORTED, "Process 1 passes 4294967295 entries; use long indices.",
+      [](Input& input) {
+        input.offsets = {std::numeric_limits<int>::min(), 0, std::numeric_limits<int>::max()};
+      });
+  ExpectRefused(
+      STATUS_INVALID_VALUE,
+      "Process 1, row 0 has -4294967295 entries; pass offsets that ascend.", [](Input& input) {
+        input.offsets = {std::numeric_limits<int>::max(), std::numeric_limits<int>::min(), 0};
+      });
+}
+
+TEST(AssemblerRefuses, SizesWhoseBytesCannotBeCounted) {
+  CaptureStdout([] {
+    LocalComm::Run(2, [](std::shared_ptr<Comm> const& comm) {
+      LedgerPool pool;
+      Assembler<double, long> assembler(&pool);
+      AssemblyRequest request;
+      request.mRows = (1L << 61) - 1;  // 1 more offsets take 2^64 bytes
+      request.mCols = 4;
+      EXPECT_EQ(assembler.Gather(comm, Contribution<double, long>(), request),
+                STATUS_INVALID_VALUE);
+      EXPECT_EQ(assembler.Describe(),
+                "Process 0 wants a whole of 2305843009213693951 x 4; pass 0 to "
+                "1152921504606846973.");
+      long const offsets[] = {std::numeric_limits<long>::min(),
+                              std::numeric_limits<long>::max()};
+      long const col = 0;
+      double const value = 1;
+      request.mRows = 4;
+      auto const own = Contribution<double, long>::Band(0, 1).Csr(offsets, &col, &value);
+      EXPECT_EQ(assembler.Gather(comm, own, request), STATUS_INVALID_VALUE);
+      EXPECT_EQ(assembler.Describe(),
+                "Process 0 passes -1 rows, entries or columns; pass 0 or more.");
+    });
+  });
+}
+
+TEST(AssemblerRefuses, AMapOfColumnsBeforeItsBlock) {
+  ExpectRefused(
+      STATUS_INVALID_VALUE,
+      "Process 1 maps columns before it adds a block; add the block first.", [](Input& input) {
+        input.own = Own::Rows(2, input.rows.data())
+                        .Columns(input.map.data(), 4)
+                        .Csr(input.offsets.data(), input.cols.data(), input.values.data());
+      });
+}
+
 TEST(AssemblerRefuses, RequestsThatDiffer) {
-  ExpectRefused(STATUS_INCONSISTENT, "Process 1 wants a whole of 5 x 4, process 0 wants 4 x 4.",
+  ExpectRefused(STATUS_INCONSISTENT,
+                "Process 1 wants a whole of 5 x 4, process 0 wants 4 x 4; pass one shape.",
                 [](Input& input) { input.request.mRows = 5; });
   ExpectRefused(STATUS_INCONSISTENT,
                 "Process 1 wants receiver -1, process 0 wants 0; pass one receiver.",
                 [](Input& input) { input.request.mReceiver = kEverybody; });
   ExpectRefused(STATUS_INCONSISTENT,
-                "Process 1 wants other values, order or base than process 0.",
+                "Process 1 wants other values, order or base than process 0; pass one request.",
                 [](Input& input) { input.request.mBase = 1; });
   ExpectRefused(STATUS_INCONSISTENT,
-                "Process 1 wants other values, order or base than process 0.",
+                "Process 1 wants other values, order or base than process 0; pass one request.",
                 [](Input& input) { input.request.mWithValues = false; });
 }
 
@@ -173,10 +241,10 @@ TEST(AssemblerRefuses, RequestsThatNoGatherCanMeet) {
   ExpectRefused(STATUS_INVALID_VALUE, "Process 1 wants base 2; pass 0 or 1.",
                 [](Input& input) { input.request.mBase = 2; });
   ExpectRefused(STATUS_INVALID_VALUE,
-                "Process 1 wants a whole of -1 x 4, which its indices cannot count.",
+                "Process 1 wants a whole of -1 x 4; pass 0 to 2147483646.",
                 [](Input& input) { input.request.mRows = -1; });
   ExpectRefused(STATUS_INVALID_VALUE,
-                "Process 1 wants a whole of 4 x 2147483647, which its indices cannot count.",
+                "Process 1 wants a whole of 4 x 2147483647; pass 0 to 2147483646.",
                 [](Input& input) { input.request.mCols = 2147483647; });
 }
 
@@ -211,9 +279,9 @@ TEST(AssemblerRefuses, DenseMatricesOfOtherShapesOnEveryProcess) {
         Wrong{2, 2, 1, false, STATUS_INVALID_VALUE,
               "Process 1 passes leading dimension 1; pass at least 2."},
         Wrong{2, 2, 2, false, STATUS_INCONSISTENT,
-              "Process 1 passes 2 dense columns, process 0 passes 1."},
+              "Process 1 passes 2 dense columns, process 0 passes 1; pass as many."},
         Wrong{4, 2, 4, true, STATUS_INVALID_VALUE,
-              "Process 0 passes 2 columns of the whole and 1 of its own."}}) {
+              "Process 0 passes 2 columns of the whole and 1 of its own; pass as many."}}) {
     std::string const printed = CaptureStdout([&wrong] {
       LocalComm::Run(2, [&wrong](std::shared_ptr<Comm> const& comm) {
         using Dense = MatrixDense<double, int>;
@@ -235,6 +303,34 @@ TEST(AssemblerRefuses, DenseMatricesOfOtherShapesOnEveryProcess) {
     });
     EXPECT_NE(printed.find(wrong.reason), std::string::npos) << wrong.reason << "\n" << printed;
   }
+}
+
+TEST(AssemblerRefuses, DenseExchangesThatDifferOnEveryProcess) {
+  std::string const printed = CaptureStdout([] {
+    LocalComm::Run(3, [](std::shared_ptr<Comm> const& comm) {
+      using Dense = MatrixDense<double, int>;
+      LedgerPool pool;
+      Assembler<double, int> assembler(&pool);
+      Input input;
+      input.request.mReceiver = kEverybody;
+      ASSERT_EQ(assembler.Gather(comm, input.own, input.request), STATUS_OK);
+      double array[2] = {1, 2};
+      double all[4] = {7, 7, 7, 7};
+      auto own = Dense::Borrow(2, 1, false, 2, array);
+      auto whole = Dense::Borrow(4, 1, false, 4, all);
+      bool const isOther = comm->Rank() == 2;
+      EXPECT_EQ(assembler.Collect(own, isOther ? Overlap::ONCE : Overlap::ADD, whole),
+                STATUS_INCONSISTENT);
+      EXPECT_EQ(
+          isOther ? assembler.Scatter(whole, own) : assembler.Collect(own, Overlap::ADD, whole),
+          STATUS_INCONSISTENT);
+      EXPECT_EQ(all[0], 7);
+      EXPECT_EQ(array[0], 1);
+    });
+  });
+  EXPECT_NE(
+      printed.find("Process 2 calls another operation or overlap than process 0; call one."),
+      std::string::npos);
 }
 
 TEST(AssemblerRefuses, AMissingCommunicatorAlone) {
