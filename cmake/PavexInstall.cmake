@@ -1,7 +1,7 @@
 # Says what cmake --install installs where. The installed tree can be moved, because every path in
 # it is relative.
 # Components: runtime (shared libraries), development (headers, link libraries, package files,
-# documents), tool (the pavex command).
+# documents), tool (the pavex command), plugin (for PETSc).
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -73,6 +73,10 @@ install(FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md
 install(DIRECTORY docs examples DESTINATION ${doc_dir} COMPONENT development
         FILES_MATCHING PATTERN "*.md" PATTERN "*.cpp" PATTERN docs/man EXCLUDE)
 
+if(PAVEX_PETSC)
+  install(TARGETS pavex_petsc LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT plugin)
+  install(FILES plugins/petsc/petscpavex.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT plugin)
+endif()
 if(PAVEX_TOOLS)
   file(RELATIVE_PATH tool_to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(pavex_command PROPERTIES INSTALL_RPATH "$ORIGIN/${tool_to_libraries}")

@@ -1,0 +1,266 @@
+#include "plugins/petsc/gathered.h"
+
+#include "pavex/comm/mpi_comm.h"
+#include "pavex/comm/node_comm.h"
+#include "pavex/runtime/version.h"
+#include "plugins/petsc/events.h"
+
+#include <exception>
+
+namespace PavexPetsc {
+
+namespace {
+
+using Pavex::PavexStatus;
+
+// Runs `operation`, which returns a status. Nothing is thrown through PETSc.
+template <typename Operation>
+PavexStatus Guarded(PetscLogEvent event, Operation const& operation) {
+  (void)PetscLogEventBegin(event, nullptr, nullptr, nullptr, nullptr);
+  PavexStatus status = Pavex::STATUS_OUT_OF_MEMORY;
+  try {
+    status = operation();
+  } catch (std::exception const&) {  // of the heap, or a class that does not fit
+  }
+  (void)PetscLogEventEnd(event, nullptr, nullptr, nullptr, nullptr);
+  return status;
+}
+
+// An error on every process if there is one on any; otherwise the worst reason.
+PetscErrorCode Agree(MPI_Comm comm, PavexStatus status, PetscErrorCode error,
+                     PCFailedReason* reason) {
+  int worst[3] = {status < 0 ? -status : status, static_cast<int>(error),
+                  static_cast<int>(*reason)};
+  PetscFunctionBegin;
+  PetscCallMPI(MPI_Allreduce(MPI_IN_PLACE, worst, 3, MPI_INT, MPI_MAX, comm));
+  PetscCheck(worst[0] == 0, comm, PETSC_ERR_LIB, "Pavex: %s", PavexStatusStr(-worst[0]));
+  PetscCheck(worst[1] == 0, comm, static_cast<PetscErrorCode>(worst[1]),
+             "Pavex: the inner solver has failed on its process");
+  *reason = static_cast<PCFailedReason>(worst[2]);
+  PetscFunctionReturn(kSuccess);
+}
+
+}  // namespace
+
+Gathered::~Gathered() {
+  (void)Reset();
+}
+
+PetscErrorCode Gathered::Reset() {
+  PetscFunctionBegin;
+  PetscCall(mInner.Destroy());
+  PetscCall(MatDestroy(&mSequential));
+  mVectors.Clear();
+  mMatrix.Clear();
+  mAssembler.Clear();
+  mVectors.SetComm(nullptr);
+  mMatrix.SetComm(nullptr);
+  mComm.reset();
+  mRows.Detach();
+  mMat = nullptr;
+  mColumns = 0;
+  PetscFunctionReturn(kSuccess);
+}
+
+bool Gathered::Receives() const {
+  int rank = -1;
+  MPI_Comm_rank(mOuter, &rank);
+  return rank == Receiver();
+}
+
+int Gathered::Receiver() const {
+  return UsesAssembler() ? static_cast<int>(mChoices.mReceiver) : mRows.Receiver();
+}
+
+PetscErrorCode Gathered::SetUp(Mat mat, Choices const& choices, InnerChoices const& inner,
+                               PCFailedReason* reason) {
+  PetscInt rows = 0;
+  PetscInt cols = 0;
+  int size = 0;
+  PetscObjectState pattern = 0;
+  PetscFunctionBegin;
+  mOuter = PetscObjectComm(reinterpret_cast<PetscObject>(mat));
+  PetscCallMPI(MPI_Comm_size(mOuter, &size));
+  PetscCheck(choices.mReceiver < size, mOuter, PETSC_ERR_ARG_OUTOFRANGE,
+             "-pavex_receiver %" PetscInt_FMT " must be below the number of processes, %d",
+             choices.mReceiver, size);
+  PetscCall(MatGetLocalSize(mat, &rows, &cols));
+  PetscCall(MatGetNonzeroState(mat, &pattern));
+  // Not every type of matrix counts its patterns in step.
+  int differs[2] = {mat != mMat || pattern != mPattern, rows != cols};
+  PetscCallMPI(MPI_Allreduce(MPI_IN_PLACE, differs, 2, MPI_INT, MPI_MAX, mOuter));
+  PetscCheck(differs[1] == 0, mOuter, PETSC_ERR_SUP,
+             "Pavex needs a square matrix whose rows and columns are owned alike");
+  *reason = PC_NOERROR;
+  PavexStatus status = Pavex::STATUS_OK;
+  if (differs[0] != 0) {
+    PetscCall(Reset());
+    mChoices = choices;
+    status = Gather(mat);
+  } else {
+    status = Update();
+  }
+  PetscErrorCode error = kSuccess;
+  if (status == Pavex::STATUS_OK && Receives()) {
+    error = MakeSequential();
+    if (error == kSuccess) error = mInner.SetUp(mSequential, inner, reason);
+  }
+  PetscCall(Agree(mOuter, status, error, reason));
+  mMat = mat;
+  mPattern = pattern;
+  if (choices.mView == PETSC_TRUE) PetscCall(View(PETSC_VIEWER_STDOUT_(mOuter)));
+  PetscFunctionReturn(kSuccess);
+}
+
+PavexStatus Gathered::Gather(Mat mat) {
+  PavexStatus const status = Guarded(gEvents.mMerge, [&] { return mRows.Attach(mat); });
+  if (status != Pavex::STATUS_OK) return status;
+  mSize = static_cast<PetscInt>(mRows.Piece().mGlobalRows);
+  MPI_Comm const among = UsesAssembler() ? mOuter : mRows.Owners();
+  if (among == MPI_COMM_NULL) return Pavex::STATUS_OK;
+  return Guarded(gEvents.mGather, [&] {
+    if (mChoices.mNode == PETSC_TRUE)
+      mComm = std::make_shared<Pavex::NodeComm>(among);
+    else
+      mComm = std::make_shared<Pavex::MpiComm>(among);
+    Pavex::PetscCsr const& piece = mRows.Piece();
+    if (!UsesAssembler()) return mMatrix.Gather(mComm, piece, true);
+    auto own =
+        Pavex::Contribution<PetscScalar, PetscInt>::Band(piece.mPartition.begin, piece.mRows);
+    if (piece.mRows > 0) own.Csr(piece.mRowPtr.mData, piece.mColIdx.mData, piece.mValues.mData);
+    Pavex::AssemblyRequest request;
+    request.mRows = request.mCols = mSize;
+    request.mReceiver = static_cast<int>(mChoices.mReceiver);
+    return mAssembler.Gather(mComm, own, request);
+  });
+}
+
+PavexStatus Gathered::Update() {
+  PavexStatus const status = Guarded(gEvents.mMerge, [&] { return mRows.Refresh(); });
+  if (status != Pavex::STATUS_OK || mComm == nullptr) return status;
+  return Guarded(gEvents.mUpdate, [&] {
+    Pavex::PetscCsr const& piece = mRows.Piece();
+    return UsesAssembler() ? mAssembler.Update(piece.mValues.mData)
+                           : mMatrix.UpdateInPlace(piece);
+  });
+}
+
+// The Mat of the receiver over the gathered arrays. It stays as long as they stay where they
+// are.
+PetscErrorCode Gathered::MakeSequential() {
+  PetscFunctionBegin;
+  Pavex::PetscCsr& whole =
+      UsesAssembler() ? *mAssembler.Whole() : *mMatrix.TargetAs<Pavex::PetscCsr>();
+  if (mSequential != nullptr) {
+    PetscScalar* values = nullptr;
+    PetscCall(MatSeqAIJGetArray(mSequential, &values));
+    bool const stays = values == whole.mValues.mData;
+    PetscCall(MatSeqAIJRestoreArray(mSequential, &values));  // counts as new values
+    if (stays) PetscFunctionReturn(kSuccess);
+    PetscCall(MatDestroy(&mSequential));
+  }
+  PetscCall(MatCreateSeqAIJWithArrays(PETSC_COMM_SELF, mSize, mSize, whole.mRowPtr.mData,
+                                      whole.mColIdx.mData, whole.mValues.mData, &mSequential));
+  PetscFunctionReturn(kSuccess);
+}
+
+PetscErrorCode Gathered::Solve(Vec b, Vec x, PetscBool transposed, PCFailedReason* reason) {
+  return SolveColumns(b, x, 1, transposed, reason);
+}
+
+PetscErrorCode Gathered::Solve(Mat b, Mat x, PetscBool transposed, PCFailedReason* reason) {
+  PetscInt columns = 0;
+  PetscFunctionBegin;
+  PetscCall(MatGetSize(b, nullptr, &columns));
+  PetscCall(SolveColumns(b, x, columns, transposed, reason));
+  PetscFunctionReturn(kSuccess);
+}
+
+template <typename Object>
+PetscErrorCode Gathered::SolveColumns(Object b, Object x, PetscInt columns,
+                                      PetscBool transposed, PCFailedReason* reason) {
+  PetscFunctionBegin;
+  *reason = PC_NOERROR;
+  if (columns == 0) PetscFunctionReturn(kSuccess);
+  Pavex::PetscBand from;
+  Pavex::PetscBand to;
+  PetscErrorCode error = kSuccess;
+  PavexStatus status = from.Borrow(b, Pavex::PetscAccess::READ);
+  if (status == Pavex::STATUS_OK) status = to.Borrow(x, Pavex::PetscAccess::WRITE);
+  if (status == Pavex::STATUS_OK && mComm != nullptr)
+    status = Guarded(gEvents.mVector, [&] { return Fetch(from.Piece(), columns); });
+  if (status == Pavex::STATUS_OK && Receives())
+    error = mInner.Solve(mRhs, mLd, columns, transposed, mSolution.mData, reason);
+  PetscCall(Agree(mOuter, status, error, reason));
+  if (mComm != nullptr)
+    status = Guarded(gEvents.mScatter, [&] { return Deliver(to.Piece(), columns); });
+  if (status == Pavex::STATUS_OK) status = from.Return();
+  if (status == Pavex::STATUS_OK) status = to.Return();
+  PetscCheck(status == Pavex::STATUS_OK, PETSC_COMM_SELF, PETSC_ERR_LIB, "Pavex: %s",
+             PavexStatusStr(status));
+  PetscFunctionReturn(kSuccess);
+}
+
+// Brings the right-hand sides to the receiver, and makes room for as many solutions.
+PavexStatus Gathered::Fetch(Pavex::PetscDense const& own, PetscInt columns) {
+  PavexStatus status = Pavex::STATUS_OK;
+  if (UsesAssembler()) {
+    Pavex::PetscDense whole;
+    mLd = mSize;
+    if (mColumns != columns) {
+      if (Receives()) status = mVectorPool.Get(mOwnRhs, mSize * columns);
+      status = Pavex::WorstStatus(mOuter, status);
+    }
+    if (Receives() && status == Pavex::STATUS_OK)
+      whole = Pavex::PetscDense::Borrow(mSize, columns, false, mSize, mOwnRhs.mData);
+    if (status == Pavex::STATUS_OK)
+      status = mAssembler.Collect(own, Pavex::Overlap::ADD, whole);
+    mRhs = mOwnRhs.mData;
+  } else {
+    // The leading dimension of a dense matrix may be another one each time.
+    bool const again = columns == 1 && mColumns == 1;
+    status = again ? mVectors.UpdateInPlace(own) : mVectors.Gather(mComm, own, true);
+    if (status == Pavex::STATUS_OK && Receives()) {
+      auto const& whole = *mVectors.TargetAs<Pavex::PetscDense>();
+      mRhs = whole.mValues.mData;
+      mLd = static_cast<PetscInt>(whole.mLd);
+    }
+  }
+  if (status == Pavex::STATUS_OK && Receives() && mSolution.mSize != mLd * columns)
+    status = mVectorPool.Get(mSolution, mLd * columns);
+  mColumns = status == Pavex::STATUS_OK ? columns : 0;
+  return status;
+}
+
+// Sends the solutions, which never stand in the gathered right-hand sides: those may be the
+// array of the caller's vector.
+PavexStatus Gathered::Deliver(Pavex::PetscDense& own, PetscInt columns) {
+  if (!UsesAssembler()) return mVectors.Scatter(own, mSolution.mData);
+  Pavex::PetscDense whole;
+  if (Receives())
+    whole = Pavex::PetscDense::Borrow(mSize, columns, false, mLd, mSolution.mData);
+  return mAssembler.Scatter(whole, own);
+}
+
+PetscErrorCode Gathered::View(PetscViewer viewer) const {
+  PetscBool isAscii = PETSC_FALSE;
+  PetscViewer own = nullptr;
+  PetscFunctionBegin;
+  PetscCall(PetscObjectTypeCompare(reinterpret_cast<PetscObject>(viewer), PETSCVIEWERASCII,
+                                   &isAscii));
+  if (isAscii == PETSC_FALSE || mOuter == MPI_COMM_NULL) PetscFunctionReturn(kSuccess);
+  PetscCall(PetscViewerASCIIPrintf(viewer,
+                                   "  Pavex %s: %" PetscInt_FMT
+                                   " rows gathered on process %d, inner solver there:\n",
+                                   PavexVersion(), mSize, Receiver()));
+  PetscCall(PetscViewerASCIIPushTab(viewer));
+  PetscCall(PetscViewerGetSubViewer(viewer, PETSC_COMM_SELF, &own));
+  if (Receives()) PetscCall(mInner.View(own));
+  PetscCall(PetscViewerFlush(own));
+  PetscCall(PetscViewerRestoreSubViewer(viewer, PETSC_COMM_SELF, &own));
+  PetscCall(PetscViewerFlush(viewer));
+  PetscCall(PetscViewerASCIIPopTab(viewer));
+  PetscFunctionReturn(kSuccess);
+}
+
+}  // namespace PavexPetsc
