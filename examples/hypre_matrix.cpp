@@ -86,8 +86,8 @@ void Work() {
     Check(step == 0 ? piece.Attach(a) : piece.Refresh());
     Check(step == 0 ? system.Gather(comm, piece.Piece(), true) : system.Update(piece.Piece()));
 
-    HYPRE_IJVector const f = MakeVector(rows, 1);  // the right-hand side
-    HYPRE_IJVector const u = MakeVector(rows, 1);  // first the same, then the solution
+    HYPRE_IJVector f = MakeVector(rows, 1);  // the right-hand side
+    HYPRE_IJVector u = MakeVector(rows, 1);  // first the same, then the solution
     Pavex::HypreDense band;
     Pavex::Aggregator<double, int> solution(&pool);
     Check(BorrowHypreVector(u, band));

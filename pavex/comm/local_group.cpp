@@ -228,8 +228,9 @@ bool LocalGroup::SplitUp(std::vector<LocalOperation const*> const& operations) {
     split(*rank).mRank = static_cast<int>(members.size());
     members.push_back(&At(*rank));
     bool const last = std::next(rank) == ranks.end() || split(*std::next(rank)).mColor != color;
-    if (last) split(*rank).mGroup = std::make_shared<LocalGroup>(mJob, std::move(members));
-    if (last) members.clear();
+    if (last)
+      split(*rank).mGroup =
+          std::make_shared<LocalGroup>(mJob, std::exchange(members, std::vector<LocalSlot*>()));
   }
   // Nothing can fail from here on. The last rank of each group has it; the others follow.
   std::shared_ptr<LocalGroup> group;
