@@ -57,7 +57,7 @@ template <typename T, typename I>
 void Assembler<T, I>::Clear() {
   mStack.Clear();
   mSlots = Buffer<I>();
-  mMergeSlots = Buffer<I>();
+  mMergeMap = MergeMap<I>();
   mListed = Buffer<I>();
   mWhole = MatrixCSR<T, I>();
   mGathered = mHasWhole = false;
@@ -104,11 +104,13 @@ PavexStatus Assembler<T, I>::Agree(Contribution<T, I> const& own,
   ContributionPattern<I> const& pattern = own.Pattern();
   bool const hasValues[2] = {own.Values(0) != nullptr, own.Values(1) != nullptr};
   AssemblyRecord record;
-  CheckContribution(pattern, hasValues, request, static_cast<int>(processes), record);
+  CheckFindings const found =
+      CheckContribution(pattern, hasValues, request, static_cast<int>(processes), record);
   if (record.Flawless()) {
     for (int b = 0; b < 2; ++b)
       mEntries[b] = b < pattern.mBlocks ? EntriesOf(pattern, b) : 0;
-    record.NoteStep(BuildPiece(*mPool, pattern, request.mSortColumns, record, parts.mPiece));
+    record.NoteStep(
+        BuildPiece(*mPool, pattern, found, request.mSortColumns, record, parts.mPiece));
   }
   status = Log::Report(Exchange(*mComm, record, mRecords));
   if (status != STATUS_OK) return status;
@@ -223,7 +225,7 @@ PavexStatus Assembler<T, I>::Install(Parts& parts) {
     mWhole.mColIdx.Swap(stack.mCols);
   } else {
     status = Log::Report(MergeStack(*mPool, mRecords, parts.mLists, mRequest, stack,
-                                    mWhole.mRowPtr, mWhole.mColIdx, mMergeSlots));
+                                    mWhole.mRowPtr, mWhole.mColIdx, mMergeMap));
     if (status != STATUS_OK) return status;
   }
   mWhole.mRows = mWhole.mGlobalRows = mRequest.mRows;
@@ -303,8 +305,19 @@ PavexStatus Assembler<T, I>::AddValues(Buffer<T>& arrived) {
   Buffer<T> sums;
   PavexStatus const status = Log::Report(mPool->Get(sums, mWhole.mColIdx.mSize));
   if (status != STATUS_OK) return status;
-  std::fill_n(sums.mData, sums.mSize, kNothing<T>);
-  AddToSlots(arrived.mData, mMergeSlots.mData, arrived.mSize, sums.mData);
+  MergeMap<I> const& map = mMergeMap;
+  for (std::int64_t k = 0; k < map.mSums.mSize; k += 2)
+    std::fill_n(sums.mData + map.mSums.mData[k], map.mSums.mData[k + 1], kNothing<T>);
+  T const* row = arrived.mData;
+  for (std::int64_t s = 0; s < map.mPlaces.mSize; ++s) {
+    std::int64_t const count = map.mOffsets.mData[s + 1] - map.mOffsets.mData[s];
+    I const place = map.mPlaces.mData[s];
+    if (place >= 0)
+      std::copy_n(row, count, sums.mData + place);
+    else
+      AddToSlots(row, map.mSlots.mData + (-1 - place), count, sums.mData);
+    row += count;
+  }
   arrived.Swap(sums);
   return STATUS_OK;
 }

@@ -6,6 +6,7 @@
 #include "pavex/aggregator/aggregator.h"
 #include "pavex/assembly/assembly_plan.h"
 #include "pavex/assembly/contribution.h"
+#include "pavex/assembly/merge_map.h"
 #include "pavex/matrix/csr.h"
 #include "pavex/matrix/dense.h"
 #include "pavex/matrix/instances.h"
@@ -45,13 +46,13 @@ enum class Overlap {
 //
 // - Every process: 260 P + i r, of which 250 P are kept until the next gather.
 // - A process that does not send its rows as they are, or whose columns neither ascend nor need
-//   to: i (4 n + r + c) more until the gather returns, of which i n are kept, and t m in an
+//   to: i (5 n + r + c) more until the gather returns, of which i n are kept, and t m in an
 //   update.
 // - A receiver: i (N + R + L) + t N more, and i Q until the gather returns. An update takes t N
 //   more, because old values stay until new ones have arrived. Where entries were added, up to
 //   i N / 7 of unused room are kept.
-// - A receiver that merges: i (3 M + 2 Q + R + C) more until the gather returns, of which i M
-//   are kept, and t M in an update.
+// - A receiver that merges: i (3 M + 2 Q + 3 R + C) more until the gather returns, of which
+//   i (M + 2 Q + 2 R) are kept, and t M in an update.
 //
 // A gather with values ends with an update. Scatter and Collect of k columns take t k for each
 // row of the process, unless its matrix lies column by column without gaps. A receiver takes
@@ -172,7 +173,7 @@ class PAVEX_API Assembler {
   SentRows mSent;
   std::int64_t mEntries[2] = {0, 0};  // of each block
   Buffer<I> mSlots;                   // the entry of the piece of each entry; null: itself
-  Buffer<I> mMergeSlots;              // the entry of the whole of each entry that arrives
+  MergeMap<I> mMergeMap;              // the entry of the whole of each entry that arrives
   Buffer<I> mListed;                  // rows of the processes with lists, by rank; receivers
   MatrixCSR<T, I> mWhole;
   bool mGathered = false;

@@ -20,19 +20,17 @@ template <typename I>
 constexpr std::int64_t kMostLines = std::min(
     kMostOf<I> - 1, std::numeric_limits<std::int64_t>::max() / std::int64_t{sizeof(I)} - 2);
 
-// The first element that is not in 0 to `limit` - 1; `count` if all are. The first pass has no
-// branch, so that it runs at the speed of memory.
+// The first element that is not in 0 to `limit` - 1; `count` if all are. `range` becomes that
+// of the elements, unless there are none. One pass without a branch finds out whether to look.
 template <typename I>
-std::int64_t FindOutside(I const* elements, std::int64_t count, std::int64_t limit) {
-  using U = std::make_unsigned_t<I>;
-  U const bound = static_cast<U>(std::min(limit, kMostOf<I>));
-  U outside = 0;
-  for (std::int64_t k = 0; k < count; ++k) {
-    outside |= static_cast<U>(static_cast<U>(elements[k]) >= bound);
-  }
-  if (outside == 0) return count;
+std::int64_t FindOutside(I const* elements, std::int64_t count, std::int64_t limit,
+                         Range& range) {
+  range = Range();
+  if (count == 0) return count;
+  range = RangeOf(elements, count);
+  if (range.mFirst >= 0 && range.mLast < limit) return count;
   return std::find_if(elements, elements + count,
-                      [bound](I element) { return static_cast<U>(element) >= bound; }) -
+                      [limit](I element) { return element < 0 || element >= limit; }) -
          elements;
 }
 
@@ -65,7 +63,8 @@ void CheckRows(ContributionPattern<I> const& own, std::int64_t wholeRows,
     return record.NoteMissing(AssemblyArray::ROW_LIST);
   if (own.mRows > kMostCounted)  // refused before the list is read
     return record.Note(AssemblyFlaw::TOO_MANY_IN_ALL, 0, own.mRows, 0);
-  std::int64_t const at = FindOutside(own.mRowList, own.mRows, wholeRows);
+  Range range;
+  std::int64_t const at = FindOutside(own.mRowList, own.mRows, wholeRows, range);
   if (at < own.mRows)
     record.Note(AssemblyFlaw::ROW_OUTSIDE, at, std::int64_t{own.mRowList[at]}, wholeRows);
 }
@@ -74,21 +73,20 @@ template <typename I>
 void CheckOffsets(ContributionPattern<I> const& own, I const* offsets, AssemblyRecord& record) {
   if (own.mRows == 0) return;
   if (offsets == nullptr) return record.NoteMissing(AssemblyArray::OFFSETS);
-  for (std::int64_t row = 0; row < own.mRows; ++row) {
-    if (offsets[row + 1] >= offsets[row]) continue;
-    return record.Note(AssemblyFlaw::OFFSETS_DESCEND, GlobalRow(own, row),
-                       WrappingSub(std::int64_t{offsets[row + 1]}, std::int64_t{offsets[row]}),
-                       0);
-  }
+  I const* const end = offsets + own.mRows + 1;
+  std::int64_t const behind = std::is_sorted_until(offsets, end) - offsets;
+  if (behind > own.mRows) return;
+  record.Note(AssemblyFlaw::OFFSETS_DESCEND, GlobalRow(own, behind - 1),
+              WrappingSub(std::int64_t{offsets[behind]}, std::int64_t{offsets[behind - 1]}), 0);
 }
 
 template <typename I>
 void CheckEntryRows(ContributionPattern<I> const& own, BlockPattern<I> const& block,
-                    std::int64_t wholeRows, AssemblyRecord& record) {
+                    std::int64_t wholeRows, AssemblyRecord& record, Range& range) {
   if (block.mNnz == 0) return;
   if (block.mRowIdx == nullptr) return record.NoteMissing(AssemblyArray::ROWS);
   std::int64_t const limit = block.mLocalRows ? own.mRows : wholeRows;
-  std::int64_t const at = FindOutside(block.mRowIdx, block.mNnz, limit);
+  std::int64_t const at = FindOutside(block.mRowIdx, block.mNnz, limit, range);
   if (at < block.mNnz)
     record.Note(AssemblyFlaw::ENTRY_OUTSIDE, at, std::int64_t{block.mRowIdx[at]}, limit);
 }
@@ -109,13 +107,15 @@ std::int64_t RowOfEntry(ContributionPattern<I> const& own, BlockPattern<I> const
 
 template <typename I>
 void CheckColumns(ContributionPattern<I> const& own, BlockPattern<I> const& block,
-                  std::int64_t nnz, std::int64_t wholeCols, AssemblyRecord& record) {
+                  std::int64_t nnz, std::int64_t wholeCols, AssemblyRecord& record,
+                  Range& range) {
   if (block.mMapped) {
     if (block.mColumns < 0)
       return record.Note(AssemblyFlaw::NEGATIVE_COUNT, 0, block.mColumns, 0);
     if (block.mColMap == nullptr && block.mColumns > 0)
       return record.NoteMissing(AssemblyArray::MAP);
-    std::int64_t const at = FindOutside(block.mColMap, block.mColumns, wholeCols);
+    Range ofMap;
+    std::int64_t const at = FindOutside(block.mColMap, block.mColumns, wholeCols, ofMap);
     if (at < block.mColumns)
       return record.Note(AssemblyFlaw::MAP_OUTSIDE, at, std::int64_t{block.mColMap[at]},
                          wholeCols);
@@ -123,15 +123,41 @@ void CheckColumns(ContributionPattern<I> const& own, BlockPattern<I> const& bloc
   if (nnz == 0) return;
   if (block.mColIdx == nullptr) return record.NoteMissing(AssemblyArray::COLUMNS);
   std::int64_t const limit = block.mMapped ? block.mColumns : wholeCols;
-  std::int64_t const at = FindOutside(block.mColIdx, nnz, limit);
+  std::int64_t const at = FindOutside(block.mColIdx, nnz, limit, range);
   if (at < nnz)
     record.Note(AssemblyFlaw::COLUMN_OUTSIDE, RowOfEntry(own, block, at),
                 std::int64_t{block.mColIdx[at]}, limit);
 }
 
+// Whether the columns of every row ascend, from 0 or more to less than `limit`. Columns that do
+// not ascend are counted everywhere first, which takes no branch; those where a row begins do
+// not count.
 template <typename I>
-void CheckBlock(ContributionPattern<I> const& own, int at, bool needsValues, bool hasValues,
-                AssemblyRequest const& request, AssemblyRecord& record) {
+bool RowsAscend(ContributionPattern<I> const& own, BlockPattern<I> const& block,
+                std::int64_t nnz, std::int64_t limit) {
+  using U = std::make_unsigned_t<I>;
+  I const* const cols = block.mColIdx;
+  I const* const offsets = block.mOffsets;
+  U const bound = static_cast<U>(limit);
+  if (nnz == 0) return true;
+  I descents = 0;
+  I outside = static_cast<U>(cols[0]) >= bound ? 1 : 0;
+  for (std::int64_t k = 1; k < nnz; ++k) {
+    descents = static_cast<I>(descents + (cols[k] <= cols[k - 1] ? 1 : 0));
+    outside = static_cast<I>(outside | (static_cast<U>(cols[k]) >= bound ? 1 : 0));
+  }
+  if (outside != 0) return false;
+  for (std::int64_t row = 1; row < own.mRows; ++row) {
+    std::int64_t const first = offsets[row] - offsets[0];
+    if (offsets[row] == offsets[row + 1] || first == 0) continue;
+    descents = static_cast<I>(descents - (cols[first] <= cols[first - 1] ? 1 : 0));
+  }
+  return descents == 0;
+}
+
+template <typename I>
+void CheckBlock(ContributionPattern<I> const& own, int at, bool hasValues,
+                AssemblyRequest const& request, AssemblyRecord& record, CheckFindings& found) {
   BlockPattern<I> const& block = own.mBlock[at];
   if (block.mCompressed) CheckOffsets(own, block.mOffsets, record);
   if (!record.Flawless()) return;
@@ -141,17 +167,20 @@ void CheckBlock(ContributionPattern<I> const& own, int at, bool needsValues, boo
     return record.Note(AssemblyFlaw::NEGATIVE_COUNT, 0, std::min(nnz, record.mGiven), 0);
   if (record.mGiven > kMostOf<I>)  // refused before the entries are read
     return record.Note(AssemblyFlaw::TOO_MANY_ENTRIES, 0, record.mGiven, 0);
-  if (!block.mCompressed) CheckEntryRows(own, block, request.mRows, record);
+  if (!block.mCompressed) CheckEntryRows(own, block, request.mRows, record, found.mRows);
   if (!record.Flawless()) return;
-  CheckColumns(own, block, nnz, request.mCols, record);
-  if (nnz > 0 && needsValues && !hasValues) record.NoteMissing(AssemblyArray::VALUES);
+  found.mAscends = own.mBlocks == 1 && block.mCompressed && !block.mMapped &&
+                   block.mColIdx != nullptr && RowsAscend(own, block, nnz, request.mCols);
+  if (!found.mAscends) CheckColumns(own, block, nnz, request.mCols, record, found.mCols);
+  if (nnz > 0 && request.mWithValues && !hasValues) record.NoteMissing(AssemblyArray::VALUES);
 }
 
 }  // namespace
 
 template <typename I>
-void CheckContribution(ContributionPattern<I> const& own, bool const* hasValues,
-                       AssemblyRequest const& request, int processes, AssemblyRecord& record) {
+CheckFindings CheckContribution(ContributionPattern<I> const& own, bool const* hasValues,
+                                AssemblyRequest const& request, int processes,
+                                AssemblyRecord& record) {
   record.mWholeRows = request.mRows;
   record.mWholeCols = request.mCols;
   record.mReceiver = request.mReceiver;
@@ -163,16 +192,18 @@ void CheckContribution(ContributionPattern<I> const& own, bool const* hasValues,
     record.Note(AssemblyFlaw::TOO_MANY_BLOCKS, 0, own.mBlocks, own.kMostBlocks);
   if (own.mMapFirst) record.Note(AssemblyFlaw::MAP_FIRST, 0, 0, 0);
   if (record.Flawless()) CheckRows(own, request.mRows, record);
+  CheckFindings found;
   for (int at = 0; at < own.mBlocks && record.Flawless(); ++at) {
-    CheckBlock(own, at, request.mWithValues, hasValues[at], request, record);
+    CheckBlock(own, at, hasValues[at], request, record, found);
   }
   record.mOwnBegin = own.mListed ? AssemblyRecord::kList : own.mBegin;
   record.mOwnRows = own.mRows;
+  return found;
 }
 
-template void CheckContribution<int>(ContributionPattern<int> const&, bool const*,
-                                     AssemblyRequest const&, int, AssemblyRecord&);
-template void CheckContribution<long>(ContributionPattern<long> const&, bool const*,
-                                      AssemblyRequest const&, int, AssemblyRecord&);
+template CheckFindings CheckContribution<int>(ContributionPattern<int> const&, bool const*,
+                                              AssemblyRequest const&, int, AssemblyRecord&);
+template CheckFindings CheckContribution<long>(ContributionPattern<long> const&, bool const*,
+                                               AssemblyRequest const&, int, AssemblyRecord&);
 
 }  // namespace Pavex

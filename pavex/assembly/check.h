@@ -6,6 +6,7 @@
 #include "pavex/assembly/contribution.h"
 #include "pavex/runtime/wrapping.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace Pavex {
@@ -27,16 +28,49 @@ std::int64_t GlobalRow(ContributionPattern<I> const& own, std::int64_t row) {
   return own.mListed ? std::int64_t{own.mRowList[row]} : own.mBegin + row;
 }
 
+// The elements of an array lie from mFirst to mLast. Empty if nothing is known.
+struct Range {
+  std::int64_t mFirst = 0;
+  std::int64_t mLast = -1;
+
+  bool IsKnown() const { return mFirst <= mLast; }
+  // Of elements that have been checked: others may lie too far apart to be counted.
+  std::int64_t Count() const { return mLast - mFirst + 1; }
+};
+
+// The range of `count` elements, at least 1.
+template <typename I>
+Range RangeOf(I const* elements, std::int64_t count) {
+  I least = elements[0];
+  I most = elements[0];
+  for (std::int64_t k = 1; k < count; ++k) {
+    least = std::min(least, elements[k]);
+    most = std::max(most, elements[k]);
+  }
+  return {least, most};
+}
+
+// What a check finds out on its way.
+struct CheckFindings {
+  bool mAscends = false;  // one block of compressed rows with global columns, which ascend in
+                          // each row
+  Range mRows;            // of the entries as they were passed, if there is one block
+  Range mCols;            // of the columns as they were passed, if there is one block
+};
+
 // Writes the request and the size of the contribution into `record`, and the first flaw that
 // this process can see alone. `hasValues` says which block has values. `processes`: of the
 // communicator. Local.
 template <typename I>
-void CheckContribution(ContributionPattern<I> const& own, bool const* hasValues,
-                       AssemblyRequest const& request, int processes, AssemblyRecord& record);
+CheckFindings CheckContribution(ContributionPattern<I> const& own, bool const* hasValues,
+                                AssemblyRequest const& request, int processes,
+                                AssemblyRecord& record);
 
-extern template void CheckContribution<int>(ContributionPattern<int> const&, bool const*,
-                                            AssemblyRequest const&, int, AssemblyRecord&);
-extern template void CheckContribution<long>(ContributionPattern<long> const&, bool const*,
-                                             AssemblyRequest const&, int, AssemblyRecord&);
+extern template CheckFindings CheckContribution<int>(ContributionPattern<int> const&,
+                                                     bool const*, AssemblyRequest const&, int,
+                                                     AssemblyRecord&);
+extern template CheckFindings CheckContribution<long>(ContributionPattern<long> const&,
+                                                      bool const*, AssemblyRequest const&, int,
+                                                      AssemblyRecord&);
 
 }  // namespace Pavex

@@ -60,48 +60,80 @@ struct Sources {
       if (filled(s)) mRows.mData[next[rowOf.mData[s]]++] = static_cast<I>(s);
     return STATUS_OK;
   }
+
+  // The number of rows of the stack that are row `row` of the whole.
+  I Count(std::int64_t row) const { return mFirst.mData[row + 1] - mFirst.mData[row]; }
 };
+
+// Gives the entries of all rows of the stack that add up a slot, in the order of the stack.
+template <typename I>
+PavexStatus GiveSlots(MemoryPool& pool, AssemblyStack<I> const& stack,
+                      Sources<I> const& sources, std::int64_t rows, MergeMap<I>& map) {
+  PavexStatus status = pool.Get(map.mPlaces, stack.mRows);
+  if (status != STATUS_OK) return status;
+  std::fill_n(map.mPlaces.mData, stack.mRows, I{0});
+  std::int64_t sums = 0;
+  for (std::int64_t row = 0; row < rows; ++row) {
+    I const count = sources.Count(row);
+    if (count < 2) continue;
+    ++sums;
+    I const* const first = sources.mRows.mData + sources.mFirst.mData[row];
+    for (I k = 0; k < count; ++k)
+      map.mPlaces.mData[first[k]] = -1;
+  }
+  std::int64_t slots = 0;
+  for (std::int64_t s = 0; s < stack.mRows; ++s) {
+    if (map.mPlaces.mData[s] == 0) continue;
+    map.mPlaces.mData[s] = static_cast<I>(-1 - slots);
+    slots += stack.mOffsets.mData[s + 1] - stack.mOffsets.mData[s];
+  }
+  status = pool.Get(map.mSlots, slots);
+  return status == STATUS_OK ? pool.Get(map.mSums, 2 * sums) : status;
+}
 
 // Merges the rows of the stack that are one row of the whole.
 template <typename I>
 void MergeRow(AssemblyStack<I> const& stack, I const* source, I const* end,
-              RowMerger<I>& merger, I* slots) {
+              RowMerger<I>& merger, MergeMap<I> const& map) {
   I const* const offsets = stack.mOffsets.mData;
   I const* const cols = stack.mCols.mData;
+  auto const lengthOf = [offsets](I row) { return offsets[row + 1] - offsets[row]; };
   if (end - source == 1) {
-    I const first = offsets[*source];
-    I const count = static_cast<I>(offsets[*source + 1] - first);
-    std::iota(slots + first, slots + first + count, merger.End());
-    merger.AddWholeRow(cols + first, count);
+    map.mPlaces.mData[*source] = merger.End();
+    merger.AddWholeRow(cols + offsets[*source], lengthOf(*source));
     return;
   }
   for (I const* s = source; s != end; ++s)
-    for (I k = offsets[*s]; k < offsets[*s + 1]; ++k)
-      merger.Add(cols[k]);
+    merger.Add(cols + offsets[*s], lengthOf(*s));
   merger.Close();
   for (I const* s = source; s != end; ++s)
-    for (I k = offsets[*s]; k < offsets[*s + 1]; ++k)
-      slots[k] = merger.PlaceOf(cols[k]);
+    merger.PlacesOf(cols + offsets[*s], lengthOf(*s),
+                    map.mSlots.mData + (-1 - map.mPlaces.mData[*s]));
 }
 
 template <typename I>
 PavexStatus Merge(MemoryPool& pool, AssemblyStack<I> const& stack, Sources<I> const& sources,
                   AssemblyRequest const& request, Buffer<I>& offsets, Buffer<I>& cols,
-                  Buffer<I>& slots) {
+                  MergeMap<I>& map) {
   std::int64_t const nnz = stack.mOffsets.mData[stack.mRows];
   RowMerger<I> merger;
-  PavexStatus status = pool.Get(offsets, request.mRows + 1);
+  PavexStatus status = GiveSlots(pool, stack, sources, request.mRows, map);
+  if (status == STATUS_OK) status = pool.Get(offsets, request.mRows + 1);
   if (status == STATUS_OK) status = pool.Get(cols, nnz);
-  if (status == STATUS_OK) status = pool.Get(slots, nnz);
   if (status == STATUS_OK)
     status = merger.Prepare(pool, 0, request.mCols, request.mSortColumns, cols.mData);
   if (status != STATUS_OK) return status;
+  I* sum = map.mSums.mData;
   offsets.mData[0] = 0;
   for (std::int64_t row = 0; row < request.mRows; ++row) {
     I const* const first = sources.mRows.mData + sources.mFirst.mData[row];
-    I const* const end = sources.mRows.mData + sources.mFirst.mData[row + 1];
-    if (first != end) MergeRow(stack, first, end, merger, slots.mData);
+    I const count = sources.Count(row);
+    I const begin = merger.End();
+    if (count > 0) MergeRow(stack, first, first + count, merger, map);
     offsets.mData[row + 1] = merger.End();
+    if (count < 2) continue;
+    *sum++ = begin;
+    *sum++ = static_cast<I>(merger.End() - begin);
   }
   return Shrink(pool, merger.End(), cols);
 }
@@ -139,7 +171,7 @@ template <typename I>
 PavexStatus MergeStack(MemoryPool& pool, Buffer<AssemblyRecord> const& records,
                        RowLists<I> const& lists, AssemblyRequest const& request,
                        AssemblyStack<I>& stack, Buffer<I>& offsets, Buffer<I>& cols,
-                       Buffer<I>& slots) {
+                       MergeMap<I>& map) {
   Sources<I> sources;
   {
     Buffer<I> rowOf;
@@ -150,7 +182,8 @@ PavexStatus MergeStack(MemoryPool& pool, Buffer<AssemblyRecord> const& records,
     if (status != STATUS_OK) return status;
   }
   PavexStatus const status =
-      Log::Report(Merge(pool, stack, sources, request, offsets, cols, slots));
+      Log::Report(Merge(pool, stack, sources, request, offsets, cols, map));
+  map.mOffsets.Swap(stack.mOffsets);
   stack = AssemblyStack<I>();
   return status;
 }
@@ -160,7 +193,7 @@ PavexStatus MergeStack(MemoryPool& pool, Buffer<AssemblyRecord> const& records,
                                      Buffer<int> const&, std::int64_t, AssemblyStack<I>&); \
   template PavexStatus MergeStack<I>(MemoryPool&, Buffer<AssemblyRecord> const&,           \
                                      RowLists<I> const&, AssemblyRequest const&,           \
-                                     AssemblyStack<I>&, Buffer<I>&, Buffer<I>&, Buffer<I>&);
+                                     AssemblyStack<I>&, Buffer<I>&, Buffer<I>&, MergeMap<I>&);
 PAVEX_INSTANTIATE(int)
 PAVEX_INSTANTIATE(long)
 #undef PAVEX_INSTANTIATE

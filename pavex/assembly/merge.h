@@ -3,6 +3,7 @@
 #pragma once
 
 #include "pavex/assembly/assembly_plan.h"
+#include "pavex/assembly/merge_map.h"
 #include "pavex/runtime/buffer.h"
 #include "pavex/runtime/memory_pool.h"
 
@@ -34,13 +35,13 @@ PavexStatus PlaceBands(MemoryPool& pool, Buffer<AssemblyRecord> const& records,
                        Buffer<int> const& order, std::int64_t rows, AssemblyStack<I>& stack);
 
 // Merges the rows of the stack, whose pieces are in rank order, into `offsets` and `cols` of a
-// `rows` x `columns` whole. `slots`: the entry of the whole to which each entry of the stack
-// adds. Empties the stack. Local.
+// `rows` x `columns` whole. `map`: where the entries of the stack belong. Empties the stack.
+// Local.
 template <typename I>
 PavexStatus MergeStack(MemoryPool& pool, Buffer<AssemblyRecord> const& records,
                        RowLists<I> const& lists, AssemblyRequest const& request,
                        AssemblyStack<I>& stack, Buffer<I>& offsets, Buffer<I>& cols,
-                       Buffer<I>& slots);
+                       MergeMap<I>& map);
 
 #define PAVEX_EXTERN(I)                                                                       \
   extern template PavexStatus PlaceBands<I>(MemoryPool&, Buffer<AssemblyRecord> const&,       \
@@ -48,7 +49,7 @@ PavexStatus MergeStack(MemoryPool& pool, Buffer<AssemblyRecord> const& records,
                                             AssemblyStack<I>&);                               \
   extern template PavexStatus MergeStack<I>(                                                  \
       MemoryPool&, Buffer<AssemblyRecord> const&, RowLists<I> const&, AssemblyRequest const&, \
-      AssemblyStack<I>&, Buffer<I>&, Buffer<I>&, Buffer<I>&);
+      AssemblyStack<I>&, Buffer<I>&, Buffer<I>&, MergeMap<I>&);
 PAVEX_EXTERN(int)
 PAVEX_EXTERN(long)
 #undef PAVEX_EXTERN

@@ -11,29 +11,12 @@ namespace Pavex {
 
 namespace {
 
-struct Range {
-  std::int64_t mFirst = 0;
-  std::int64_t mCount = 0;
-};
-
-// The elements lie in this range. `count` is not 0.
-template <typename I>
-Range RangeOf(I const* elements, std::int64_t count) {
-  I least = elements[0];
-  I most = elements[0];
-  for (std::int64_t k = 1; k < count; ++k) {
-    least = std::min(least, elements[k]);
-    most = std::max(most, elements[k]);
-  }
-  return {least, std::int64_t{most} - least + 1};
-}
-
 template <typename I>
 class PieceBuilder {
  public:
-  PieceBuilder(MemoryPool& pool, ContributionPattern<I> const& own, bool sort,
-               AssemblyRecord& record, AssemblyPiece<I>& piece)
-      : mPool(pool), mOwn(own), mSort(sort), mRecord(record), mPiece(piece) {}
+  PieceBuilder(MemoryPool& pool, ContributionPattern<I> const& own, CheckFindings const& found,
+               bool sort, AssemblyRecord& record, AssemblyPiece<I>& piece)
+      : mPool(pool), mOwn(own), mFound(found), mSort(sort), mRecord(record), mPiece(piece) {}
 
   PavexStatus Build() {
     if (mOwn.mBlocks == 0) return BorrowNothing();
@@ -48,6 +31,8 @@ class PieceBuilder {
   }
 
  private:
+  static constexpr std::int64_t kRunsAhead = 24;
+
   bool IsCompressed() const {
     for (int b = 0; b < mOwn.mBlocks; ++b)
       if (!mOwn.mBlock[b].mCompressed) return false;
@@ -82,25 +67,10 @@ class PieceBuilder {
     return STATUS_OK;
   }
 
-  // Whether the columns of every row ascend. Columns that do not are counted everywhere first,
-  // which takes no branch; those between two rows do not count.
-  bool RowsAscend(BlockPattern<I> const& block) const {
-    I const* const cols = block.mColIdx;
-    I descents = 0;
-    for (std::int64_t k = 1; k < mRecord.mGiven; ++k)
-      descents = static_cast<I>(descents + (cols[k] <= cols[k - 1] ? 1 : 0));
-    for (std::int64_t row = 1; row < mOwn.mRows; ++row) {
-      std::int64_t const at = block.mOffsets[row] - block.mOffsets[0];
-      bool const filled = block.mOffsets[row + 1] > block.mOffsets[row];
-      if (at > 0 && filled && cols[at] <= cols[at - 1]) --descents;
-    }
-    return descents == 0;
-  }
-
   PavexStatus FindOutWhetherAsItIs(bool& asItIs) {
     BlockPattern<I> const& block = mOwn.mBlock[0];
     asItIs = mOwn.mBlocks == 1 && block.mCompressed && !block.mMapped;
-    if (!asItIs || mRecord.mGiven == 0 || RowsAscend(block)) return STATUS_OK;
+    if (!asItIs || mRecord.mGiven == 0 || mFound.mAscends) return STATUS_OK;
     asItIs = !mSort;
     return mSort ? STATUS_OK : FindRepeats(block, asItIs);
   }
@@ -109,9 +79,9 @@ class PieceBuilder {
   PavexStatus FindRepeats(BlockPattern<I> const& block, bool& none) {
     Range const range = RangeOf(block.mColIdx, mRecord.mGiven);
     Buffer<I> lastRow;
-    PavexStatus const status = Log::Report(mPool.Get(lastRow, range.mCount));
+    PavexStatus const status = Log::Report(mPool.Get(lastRow, range.Count()));
     if (status != STATUS_OK) return status;
-    std::fill_n(lastRow.mData, range.mCount, I{-1});
+    std::fill_n(lastRow.mData, range.Count(), I{-1});
     I const* col = block.mColIdx;
     for (std::int64_t row = 0; row < mOwn.mRows && none; ++row) {
       I const* const end = block.mColIdx + (block.mOffsets[row + 1] - block.mOffsets[0]);
@@ -148,12 +118,13 @@ class PieceBuilder {
 
   // Room for `rows` rows, and a merger of the columns.
   PavexStatus PrepareMerge(RowMerger<I>& merger) {
-    Range const range = RangeOf(mCols.mData, mRecord.mGiven);
+    bool const isKnown = mFound.mCols.IsKnown() && mCols.mAllocator == nullptr;
+    Range const range = isKnown ? mFound.mCols : RangeOf(mCols.mData, mRecord.mGiven);
     PavexStatus status = Log::Report(mPool.Get(mPiece.mSlots, mRecord.mGiven));
     if (status == STATUS_OK) status = Log::Report(mPool.Get(mPiece.mCols, mRecord.mGiven));
     if (status != STATUS_OK) return status;
     return Log::Report(
-        merger.Prepare(mPool, range.mFirst, range.mCount, mSort, mPiece.mCols.mData));
+        merger.Prepare(mPool, range.mFirst, range.Count(), mSort, mPiece.mCols.mData));
   }
 
   // Merges the rows that the blocks have in common.
@@ -165,18 +136,17 @@ class PieceBuilder {
     std::int64_t start[2] = {0, mOwn.mBlocks > 1 ? EntriesOf(mOwn, 0) : 0};
     mPiece.mOffsets.mData[0] = 0;
     for (std::int64_t row = 0; row < mOwn.mRows; ++row) {
-      std::int64_t end[2] = {start[0], start[1]};
+      std::int64_t count[2] = {0, 0};
       for (int b = 0; b < mOwn.mBlocks; ++b) {
         I const* const offset = mOwn.mBlock[b].mOffsets + row;
-        end[b] += offset[1] - offset[0];
-        for (std::int64_t k = start[b]; k < end[b]; ++k)
-          merger.Add(mCols.mData[k]);
+        count[b] = offset[1] - offset[0];
+        merger.Add(mCols.mData + start[b], count[b]);
       }
       merger.Close();
       mPiece.mOffsets.mData[row + 1] = merger.End();
       for (int b = 0; b < mOwn.mBlocks; ++b) {
-        for (; start[b] < end[b]; ++start[b])
-          mPiece.mSlots.mData[start[b]] = merger.PlaceOf(mCols.mData[start[b]]);
+        merger.PlacesOf(mCols.mData + start[b], count[b], mPiece.mSlots.mData + start[b]);
+        start[b] += count[b];
       }
     }
     mPiece.mCols.mSize = merger.End();
@@ -214,57 +184,94 @@ class PieceBuilder {
     return out;
   }
 
-  // Sorts the entries by rows: counts them, adds up, and places each. Afterwards mOrder lists
-  // the entries, and row `first` + i has those from mPiece.mOffsets[i] on.
+  // Finds the runs of entries in one row: most codes pass the entries of an element row by row.
+  PavexStatus FindRuns() {
+    I const* const rows = mRows.mData;
+    I changes = 0;
+    for (std::int64_t k = 1; k < mRecord.mGiven; ++k)
+      changes = static_cast<I>(changes + (rows[k] != rows[k - 1] ? 1 : 0));
+    mRuns = std::int64_t{changes} + 1;
+    PavexStatus const status = Log::Report(mPool.Get(mStarts, mRuns + 1));
+    if (status != STATUS_OK) return status;
+    I* start = mStarts.mData;
+    *start = 0;
+    for (std::int64_t k = 1; k < mRecord.mGiven; ++k) {
+      start[1] = static_cast<I>(k);
+      start += rows[k] != rows[k - 1] ? 1 : 0;
+    }
+    start[1] = static_cast<I>(mRecord.mGiven);
+    return STATUS_OK;
+  }
+
+  // Sorts the runs by rows: counts them, adds up, and places each. Afterwards `order` lists the
+  // runs, and those of row `first` + i end at mPiece.mOffsets[i + 1].
   PavexStatus SortByRows(Range const& range, Buffer<I>& order) {
-    PavexStatus status = Log::Report(mPool.Get(mPiece.mOffsets, range.mCount + 2));
-    if (status == STATUS_OK) status = Log::Report(mPool.Get(order, mRecord.mGiven));
+    PavexStatus status = Log::Report(mPool.Get(mPiece.mOffsets, range.Count() + 2));
+    if (status == STATUS_OK) status = Log::Report(mPool.Get(order, mRuns));
     if (status != STATUS_OK) return status;
     // Counted one further: placing then moves each offset to where the row ends, which is where
     // the next one begins.
     I* const next = mPiece.mOffsets.mData + 1;
-    I const* const rows = mRows.mData;
-    std::fill_n(mPiece.mOffsets.mData, range.mCount + 2, I{0});
-    for (std::int64_t k = 0; k < mRecord.mGiven; ++k)
-      ++next[rows[k] - range.mFirst + 1];
-    SumCounts(next, range.mCount);
-    for (std::int64_t k = 0; k < mRecord.mGiven; ++k)
-      order.mData[next[rows[k] - range.mFirst]++] = static_cast<I>(k);
-    mPiece.mOffsets.mSize = range.mCount + 1;
+    auto const rowOf = [this, &range](std::int64_t run) {
+      return mRows.mData[mStarts.mData[run]] - range.mFirst;
+    };
+    std::fill_n(mPiece.mOffsets.mData, range.Count() + 2, I{0});
+    for (std::int64_t run = 0; run < mRuns; ++run)
+      ++next[rowOf(run) + 1];
+    SumCounts(next, range.Count());
+    for (std::int64_t run = 0; run < mRuns; ++run)
+      order.mData[next[rowOf(run)]++] = static_cast<I>(run);
+    mPiece.mOffsets.mSize = range.Count() + 1;
     return STATUS_OK;
   }
 
   // Entries in any order become compressed rows.
   PavexStatus MergeEntries() {
     PavexStatus status = FlattenRows();
+    if (status == STATUS_OK) status = FindRuns();
     if (status != STATUS_OK) return status;
-    Range const range = RangeOf(mRows.mData, mRecord.mGiven);
+    bool const isKnown = mFound.mRows.IsKnown() && mRows.mAllocator == nullptr;
+    Range const range = isKnown ? mFound.mRows : RangeOf(mRows.mData, mRecord.mGiven);
     Buffer<I> order;
     status = SortByRows(range, order);
     mRows = Buffer<I>();
     RowMerger<I> merger;
     if (status == STATUS_OK) status = PrepareMerge(merger);
     if (status != STATUS_OK) return status;
-    std::int64_t const filled = MergeSorted(range.mCount, order.mData, merger);
+    std::int64_t const filled = MergeSorted(range.Count(), order.mData, merger);
     mPiece.mCols.mSize = merger.End();
     mRecord.mNnz = merger.End();
     mRecord.mBegin = range.mFirst;
-    mRecord.mRows = range.mCount;
-    return filled < range.mCount / 2 ? LeaveEmptyRowsOut(range, filled) : STATUS_OK;
+    mRecord.mRows = range.Count();
+    return filled < range.Count() / 2 ? LeaveEmptyRowsOut(range, filled) : STATUS_OK;
   }
 
-  // Merges each row of entries that are sorted by rows, and returns how many rows have some.
+  // The runs of a row lie anywhere in the arrays of the caller. Those of a later row are asked
+  // for early.
+  void Prefetch(I start) const {
+    __builtin_prefetch(mCols.mData + start);
+    __builtin_prefetch(mPiece.mSlots.mData + start, 1);
+  }
+
+  // Merges each row of runs that are sorted by rows, and returns how many rows have some.
   std::int64_t MergeSorted(std::int64_t rows, I const* order, RowMerger<I>& merger) {
     std::int64_t filled = 0;
+    I const* const starts = mStarts.mData;
     I* const offsets = mPiece.mOffsets.mData;
     I begin = 0;
     for (std::int64_t row = 0; row < rows; ++row) {
       I const end = offsets[row + 1];
-      for (I k = begin; k < end; ++k)
-        merger.Add(mCols.mData[order[k]]);
+      for (I k = begin; k < end; ++k) {
+        Prefetch(starts[order[std::min(std::int64_t{k} + kRunsAhead, mRuns - 1)]]);
+        I const start = starts[order[k]];
+        merger.Add(mCols.mData + start, starts[order[k] + 1] - start);
+      }
       merger.Close();
-      for (I k = begin; k < end; ++k)
-        mPiece.mSlots.mData[order[k]] = merger.PlaceOf(mCols.mData[order[k]]);
+      for (I k = begin; k < end; ++k) {
+        I const start = starts[order[k]];
+        merger.PlacesOf(mCols.mData + start, starts[order[k] + 1] - start,
+                        mPiece.mSlots.mData + start);
+      }
       filled += end > begin ? 1 : 0;
       begin = end;
       offsets[row + 1] = merger.End();
@@ -279,12 +286,12 @@ class PieceBuilder {
     if (status != STATUS_OK) return status;
     std::int64_t at = 0;
     I const* const all = mPiece.mOffsets.mData;
-    for (std::int64_t row = 0; row < range.mCount; ++row) {
+    for (std::int64_t row = 0; row < range.Count(); ++row) {
       if (all[row] == all[row + 1]) continue;
       offsets.mData[at] = all[row];
       mPiece.mTouched.mData[at++] = static_cast<I>(range.mFirst + row);
     }
-    offsets.mData[filled] = all[range.mCount];
+    offsets.mData[filled] = all[range.Count()];
     mPiece.mOffsets.Swap(offsets);
     mRecord.mBegin = AssemblyRecord::kTouched;
     mRecord.mRows = filled;
@@ -293,24 +300,30 @@ class PieceBuilder {
 
   MemoryPool& mPool;
   ContributionPattern<I> const& mOwn;
+  CheckFindings const& mFound;
   bool const mSort;
   AssemblyRecord& mRecord;
   AssemblyPiece<I>& mPiece;
-  Buffer<I> mCols;  // global columns of the given entries
-  Buffer<I> mRows;  // and their global rows
+  Buffer<I> mCols;    // global columns of the given entries
+  Buffer<I> mRows;    // and their global rows
+  Buffer<I> mStarts;  // where each run of entries in one row begins
+  std::int64_t mRuns = 0;
 };
 
 }  // namespace
 
 template <typename I>
-PavexStatus BuildPiece(MemoryPool& pool, ContributionPattern<I> const& own, bool sortColumns,
-                       AssemblyRecord& record, AssemblyPiece<I>& piece) {
-  return PieceBuilder<I>(pool, own, sortColumns, record, piece).Build();
+PavexStatus BuildPiece(MemoryPool& pool, ContributionPattern<I> const& own,
+                       CheckFindings const& found, bool sortColumns, AssemblyRecord& record,
+                       AssemblyPiece<I>& piece) {
+  return PieceBuilder<I>(pool, own, found, sortColumns, record, piece).Build();
 }
 
-template PavexStatus BuildPiece<int>(MemoryPool&, ContributionPattern<int> const&, bool,
-                                     AssemblyRecord&, AssemblyPiece<int>&);
-template PavexStatus BuildPiece<long>(MemoryPool&, ContributionPattern<long> const&, bool,
-                                      AssemblyRecord&, AssemblyPiece<long>&);
+template PavexStatus BuildPiece<int>(MemoryPool&, ContributionPattern<int> const&,
+                                     CheckFindings const&, bool, AssemblyRecord&,
+                                     AssemblyPiece<int>&);
+template PavexStatus BuildPiece<long>(MemoryPool&, ContributionPattern<long> const&,
+                                      CheckFindings const&, bool, AssemblyRecord&,
+                                      AssemblyPiece<long>&);
 
 }  // namespace Pavex

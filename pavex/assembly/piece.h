@@ -3,6 +3,7 @@
 #pragma once
 
 #include "pavex/assembly/assembly_plan.h"
+#include "pavex/assembly/check.h"
 #include "pavex/assembly/contribution.h"
 #include "pavex/runtime/buffer.h"
 #include "pavex/runtime/memory_pool.h"
@@ -27,15 +28,18 @@ struct AssemblyPiece {
 // - Entries become compressed rows: a band if most rows between the first and the last have
 //   entries, otherwise the rows that have some.
 //
-// Only the first way takes no memory, unless columns need not ascend. See Assembler for bytes.
-// Local; returns the status of the pool.
+// `found`: what the check returned. Only the first way takes no memory, unless columns need
+// not ascend. See Assembler for bytes. Local; returns the status of the pool.
 template <typename I>
-PavexStatus BuildPiece(MemoryPool& pool, ContributionPattern<I> const& own, bool sortColumns,
-                       AssemblyRecord& record, AssemblyPiece<I>& piece);
+PavexStatus BuildPiece(MemoryPool& pool, ContributionPattern<I> const& own,
+                       CheckFindings const& found, bool sortColumns, AssemblyRecord& record,
+                       AssemblyPiece<I>& piece);
 
-extern template PavexStatus BuildPiece<int>(MemoryPool&, ContributionPattern<int> const&, bool,
-                                            AssemblyRecord&, AssemblyPiece<int>&);
+extern template PavexStatus BuildPiece<int>(MemoryPool&, ContributionPattern<int> const&,
+                                            CheckFindings const&, bool, AssemblyRecord&,
+                                            AssemblyPiece<int>&);
 extern template PavexStatus BuildPiece<long>(MemoryPool&, ContributionPattern<long> const&,
-                                             bool, AssemblyRecord&, AssemblyPiece<long>&);
+                                             CheckFindings const&, bool, AssemblyRecord&,
+                                             AssemblyPiece<long>&);
 
 }  // namespace Pavex

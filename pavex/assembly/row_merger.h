@@ -7,18 +7,20 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
+#include <type_traits>
 
 namespace Pavex {
 
 // Writes each column of a row once, and knows where. For each row: Add all columns, Close, and
-// then ask PlaceOf for any of them. Takes one index for each column of a range, which Prepare
-// fills once; no row clears it. Example: the columns 5 2 5 become 2 5 when sorted, and
-// PlaceOf(5) is 1 more than where the row begins.
+// then ask PlacesOf for any of them. Takes one index for each column of a range, which Prepare
+// fills once; no row clears it. Example: the columns 5 2 5 become 2 5 when sorted, and PlacesOf
+// gives 5 1 more than where the row begins.
 template <typename I>
 class RowMerger {
  public:
-  // Columns are `first` to `first` + `count` - 1. `cols` has room for the columns of all rows
-  // and belongs to the caller.
+  // Columns are `first` to `first` + `count` - 1. `cols` has room for all columns that are ever
+  // added, repeated ones included, and belongs to the caller.
   PavexStatus Prepare(MemoryPool& pool, std::int64_t first, std::int64_t count, bool sort,
                       I* cols) {
     PavexStatus const status = pool.Get(mPlaces, count);
@@ -30,17 +32,29 @@ class RowMerger {
     return STATUS_OK;
   }
 
-  // Adds a column to the open row, unless the row has it.
-  void Add(I col) {
-    I& place = mPlaces.mData[col - mFirst];
-    if (place >= mBegin) return;
-    mAscends = mAscends && (mEnd == mBegin || mCols[mEnd - 1] < col);
-    place = mEnd;
-    mCols[mEnd++] = col;
+  // Adds `count` columns to the open row, except those that the row has. Takes no branch, which
+  // would often be mispredicted: counted from the begin of the row and without a sign, a place
+  // of an earlier row is beyond the end. A repeated column is written behind the row, where the
+  // next one overwrites it.
+  void Add(I const* cols, std::int64_t count) {
+    using U = std::make_unsigned_t<I>;
+    I* const places = mPlaces.mData;
+    I* const row = mCols + mBegin;
+    U const begin = static_cast<U>(mBegin);
+    I const first = mFirst;
+    U end = static_cast<U>(mEnd) - begin;
+    for (std::int64_t k = 0; k < count; ++k) {
+      I& place = places[cols[k] - first];
+      U const at = std::min(static_cast<U>(static_cast<U>(place) - begin), end);
+      row[end] = cols[k];
+      place = static_cast<I>(at + begin);
+      end += at == end ? 1 : 0;
+    }
+    mEnd = static_cast<I>(end + begin);
   }
 
-  // Adds `count` different columns to the open row, which has none, and closes it. PlaceOf does
-  // not know them: their places follow each other.
+  // Adds `count` different columns to the open row, which has none, and closes it. PlacesOf
+  // does not know them: their places follow each other.
   void AddWholeRow(I const* cols, std::int64_t count) {
     std::copy_n(cols, count, mCols + mEnd);
     mEnd = static_cast<I>(mEnd + count);
@@ -49,29 +63,58 @@ class RowMerger {
 
   // Sorts the open row if asked to, and opens the next one.
   void Close() {
-    if (mSort && !mAscends) {
-      std::sort(mCols + mBegin, mCols + mEnd);
-      for (I at = mBegin; at < mEnd; ++at)
-        mPlaces.mData[mCols[at] - mFirst] = at;
-    }
-    mAscends = true;
+    if (mSort && !std::is_sorted(mCols + mBegin, mCols + mEnd)) Sort();
     mBegin = mEnd;
   }
 
-  // The place of a column of the row that was closed last.
-  I PlaceOf(I col) const { return mPlaces.mData[col - mFirst]; }
+  // The places of columns of the row that was closed last.
+  void PlacesOf(I const* cols, std::int64_t count, I* places) const {
+    I const* const known = mPlaces.mData;
+    I const first = mFirst;
+    for (std::int64_t k = 0; k < count; ++k)
+      places[k] = known[cols[k] - first];
+  }
 
   // Columns of all rows so far.
   I End() const { return mEnd; }
 
  private:
+  static constexpr std::int64_t kShort = 64;
+
+  void Sort() {
+    I* const row = mCols + mBegin;
+    std::int64_t const count = mEnd - mBegin;
+    bool const isNarrow = mPlaces.mSize <= std::numeric_limits<std::int32_t>::max();
+    if (count <= kShort && isNarrow)
+      SortByRank(row, count);
+    else
+      std::sort(row, row + count);
+    for (std::int64_t k = 0; k < count; ++k)
+      mPlaces.mData[row[k] - mFirst] = static_cast<I>(mBegin + k);
+  }
+
+  // Moves each column behind those that are smaller. Counting them takes more comparisons than
+  // a sort, but no branch, and the compiler makes vector instructions of it.
+  void SortByRank(I* row, std::int64_t count) const {
+    std::int32_t narrow[kShort];
+    std::int64_t const padded = (count + 7) / 8 * 8;
+    for (std::int64_t k = 0; k < count; ++k)
+      narrow[k] = static_cast<std::int32_t>(row[k] - mFirst);
+    std::fill(narrow + count, narrow + padded, std::numeric_limits<std::int32_t>::max());
+    for (std::int64_t k = 0; k < count; ++k) {
+      std::int32_t smaller = 0;
+      for (std::int64_t j = 0; j < padded; ++j)
+        smaller += narrow[j] < narrow[k] ? 1 : 0;
+      row[smaller] = static_cast<I>(narrow[k] + mFirst);
+    }
+  }
+
   Buffer<I> mPlaces;  // where a column was last placed; a place before mBegin is of another row
   I* mCols = nullptr;
   I mFirst = 0;
   I mBegin = 0;  // of the open row
   I mEnd = 0;
   bool mSort = true;
-  bool mAscends = true;  // the open row so far
 };
 
 // Copies the `used` elements of `array` into a smaller block, if an eighth or more of its own

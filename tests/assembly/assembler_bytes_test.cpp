@@ -91,7 +91,7 @@ TEST(AssemblerBytes, OfEntriesWithLocalRowsAndColumns) {
   };
   std::vector<Bytes> const bytes = Measure(Shape(lines, lines, false), pass);
 
-  long const sender = kEach + kIndex * lines + kIndex * (4 * n + 2 * lines);
+  long const sender = kEach + kIndex * lines + kIndex * (5 * n + 2 * lines);
   ExpectBelow(bytes[1].gather, sender, "gather on a sender");
   ExpectBelow(bytes[1].kept, kKept + kIndex * n, "kept on a sender");
 }
@@ -117,10 +117,12 @@ TEST(AssemblerBytes, OfAReceiverThatAddsWhatAllHave) {
   long const whole = kIndex * (N + rows);
   ExpectBelow(
       pattern[0].gather,
-      kEach + kIndex * rows + whole + kIndex * Q + kIndex * (3 * M + 2 * Q + rows + each),
+      kEach + kIndex * rows + whole + kIndex * Q + kIndex * (3 * M + 2 * Q + 3 * rows + each),
       "gather of the pattern");
-  ExpectBelow(values[0].kept, kKept + whole + kValue * N + kIndex * (M + N / 7), "kept");
-  ExpectBelow(values[0].update, kKept + whole + kIndex * (M + N / 7) + kValue * (2 * N + M),
+  ExpectBelow(values[0].kept,
+              kKept + whole + kValue * N + kIndex * (M + 2 * Q + 2 * rows + N / 7), "kept");
+  ExpectBelow(values[0].update,
+              kKept + whole + kIndex * (M + 2 * Q + 2 * rows + N / 7) + kValue * (2 * N + M),
               "update");
   EXPECT_LE(values[1].gather, kEach + kIndex * rows) << "a sender";
 }
@@ -162,9 +164,10 @@ TEST(AssemblerBytes, OfAListThatRepeatsOneRow) {
 
   constexpr long Q = rows + 2;
   long const receiver = kEach + kIndex * 1 + kIndex * (1 + 1 + rows) + kValue;
-  ExpectBelow(bytes[0].gather, receiver + kIndex * Q + kIndex * (3 + 2 * Q + 1 + 1),
+  ExpectBelow(bytes[0].gather, receiver + kIndex * Q + kIndex * (3 + 2 * Q + 3 + 1),
               "gather on the receiver");
-  ExpectBelow(bytes[0].kept, kKept + kIndex * (2 + rows) + kValue + kIndex * 2, "kept");
+  ExpectBelow(bytes[0].kept, kKept + kIndex * (2 + rows) + kValue + kIndex * (2 + 2 * Q + 2),
+              "kept");
   ExpectBelow(bytes[1].gather, kEach + kIndex * rows, "gather on the sender");
 }
 

@@ -2,6 +2,7 @@
 
 #include "pavex/assembly/assembler.h"
 #include "pavex/comm/local_comm.h"
+#include "pavex/runtime/self_comm.h"
 #include "tests/support/capture.h"
 #include "tests/support/ledger_pool.h"
 
@@ -246,6 +247,27 @@ TEST(AssemblerRefuses, RequestsThatNoGatherCanMeet) {
   ExpectRefused(STATUS_INVALID_VALUE,
                 "Process 1 wants a whole of 4 x 2147483647; pass 0 to 2147483646.",
                 [](Input& input) { input.request.mCols = 2147483647; });
+}
+
+TEST(AssemblerRefuses, IndicesThatLieTooFarApartToBeCounted) {
+  long const far[] = {std::numeric_limits<long>::max(), std::numeric_limits<long>::min()};
+  long const near[] = {0, 1};
+  double const values[] = {1, 2};
+  AssemblyRequest request;
+  request.mRows = request.mCols = 4;
+  for (bool const rows : {true, false}) {
+    LedgerPool pool;
+    Assembler<double, long> assembler(&pool);
+    auto const own =
+        Contribution<double, long>().Coo(2, rows ? far : near, rows ? near : far, values);
+    CaptureStdout([&] {
+      EXPECT_EQ(assembler.Gather(std::make_shared<SelfComm>(), own, request),
+                STATUS_INVALID_VALUE);
+    });
+    EXPECT_EQ(assembler.Describe(),
+              rows ? "Process 0, entry 0 has row 9223372036854775807; pass 0 to 3."
+                   : "Process 0, row 0 has column 9223372036854775807; pass 0 to 3.");
+  }
 }
 
 TEST(AssemblerRefuses, AnUpdateWithoutValuesOnEveryProcess) {
