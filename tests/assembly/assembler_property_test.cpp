@@ -13,7 +13,7 @@ namespace {
 #ifdef PAVEX_TESTS_ALL
 constexpr long kCases = 5000;
 #else
-constexpr long kCases = 500;
+constexpr long kCases = 300;
 #endif
 constexpr std::uint64_t kSeed = 20260722;
 
