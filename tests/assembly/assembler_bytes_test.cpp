@@ -138,7 +138,7 @@ TEST(AssemblerBytes, OfBandsWithRowsBetweenThem) {
       a.offsets.push_back(row);
     a.cols.assign(rows, 0);
     a.values.assign(rows, 1);
-    return Own::Band(2 * rank * rows, rows)
+    return Own::Band(2L * rank * rows, rows)
         .Csr(a.offsets.data(), a.cols.data(), a.values.data());
   };
   std::vector<Bytes> const pattern = Measure(Shape(R, 1, false), pass);
