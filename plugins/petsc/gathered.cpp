@@ -90,7 +90,7 @@ PetscErrorCode Gathered::SetUp(Mat mat, Choices const& choices, InnerChoices con
   int differs[2] = {mat != mMat || pattern != mPattern, rows != cols};
   PetscCallMPI(MPI_Allreduce(MPI_IN_PLACE, differs, 2, MPI_INT, MPI_MAX, mOuter));
   PetscCheck(differs[1] == 0, mOuter, PETSC_ERR_SUP,
-             "Pavex needs a square matrix whose rows and columns are owned alike");
+             "Pavex needs a square matrix, and each process the same rows and columns");
   *reason = PC_NOERROR;
   PavexStatus status = Pavex::STATUS_OK;
   if (differs[0] != 0) {
