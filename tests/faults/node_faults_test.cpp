@@ -1,4 +1,4 @@
-// Every call of one process fails while the others run beside it, over memory that they share.
+// Every call of one process fails while the others run on, over memory that they share.
 
 #include "pavex/comm/node_comm.h"
 #include "pavex/comm/node_pool.h"
