@@ -69,7 +69,8 @@ Where it does not help:
 HEAD
   echo "Run on $(date +%F), commit $(git rev-parse --short HEAD), $(nproc) cores, $(uname -sr)," \
     "PETSc $(version libpetsc-real-dev), hypre $(version libhypre-dev)," \
-    "Open MPI $(version libopenmpi-dev); load average before the run $(cut -d' ' -f1 /proc/loadavg)."
+    "Open MPI $(version libopenmpi-dev); load average before the run $(cut -d' ' -f1 /proc/loadavg)." |
+    fmt -w 105
   rows 2
   rows 4
 } >"$work/page"
