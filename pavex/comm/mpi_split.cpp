@@ -104,6 +104,7 @@ int Recv(void* buf, int count, Datatype type, int source, int tag, MpiGroup cons
          bool& isWhole) {
   isWhole = true;
   auto const receive = [&](int first, int now) {
+    if (!isWhole) return MPI_SUCCESS;  // a short message is the sender's last
     MPI_Status message;
     int const code =
         MPI_Recv(At(buf, first, type), now, MpiType(type), source, tag, group.comm, &message);

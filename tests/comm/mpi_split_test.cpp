@@ -212,5 +212,28 @@ TEST_F(MpiSplitTest, SendAndRecvMoveTheirArrayInSmallMessages) {
   ExpectSmallMessages();
 }
 
+// The sender has no third message for the receiver to wait for.
+TEST_F(MpiSplitTest, RecvEndsWithTheFirstShortMessage) {
+  if (mSize < 2 || mRank > 1) return;
+  std::vector<double> array = mRank == 0 ? Piece(0) : std::vector<double>(20, -1);
+  PavexStatus status = STATUS_OK;
+
+  std::string const log = CaptureStdout([&] {
+    status = mRank == 0 ? mComm.Send(array.data(), 8, DATATYPE_DOUBLE, 1, 50)
+                        : mComm.Recv(array.data(), 20, DATATYPE_DOUBLE, 0, 50);
+  });
+
+  if (mRank == 0) {
+    EXPECT_EQ(status, STATUS_OK);
+  } else {
+    EXPECT_EQ(status, STATUS_COMM_FAILED);
+    EXPECT_EQ(log, FailureLine("Recv", "peer 0, 0 out, 20 in",
+                               "the message is shorter than asked for"));
+    EXPECT_EQ(gWatched.calls["Recv"], 2);
+    EXPECT_EQ(array[7], 7);
+    EXPECT_EQ(array[8], -1);
+  }
+}
+
 }  // namespace
 }  // namespace Pavex
