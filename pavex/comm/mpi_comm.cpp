@@ -87,16 +87,17 @@ bool MpiComm::SplitInto(MpiCall const& call, int color, int key, MpiComm* part) 
   enum Step { NOTHING, MADE, READY };
   MPI_Comm group = MPI_COMM_NULL;
   int step = NOTHING;
-  PavexStatus status =
-      call.Done(MPI_Comm_split(mComm, color < 0 ? MPI_UNDEFINED : color, key, &group));
-  if (status == STATUS_OK) {
+  int code = MPI_Comm_split(mComm, color < 0 ? MPI_UNDEFINED : color, key, &group);
+  if (call.Done(code) == STATUS_OK) {
     step = part != nullptr ? READY : MADE;
     if (step == MADE) call.Fail(STATUS_COMM_FAILED, "there is no memory for the communicator");
     if (group != MPI_COMM_NULL) MPI_Comm_set_errhandler(group, MPI_ERRORS_RETURN);
   }
   int lowest = NOTHING;
-  status = call.Done(MPI_Allreduce(&step, &lowest, 1, MPI_INT, MPI_MIN, mComm));
-  if (status == STATUS_OK && step == READY && lowest != READY)
+  code = MPI_Allreduce(&step, &lowest, 1, MPI_INT, MPI_MIN, mComm);
+  if (code != MPI_SUCCESS) lowest = NOTHING;
+  // Otherwise this process has logged its line already.
+  if (step == READY && call.Done(code) == STATUS_OK && lowest != READY)
     call.Fail(STATUS_COMM_FAILED, "the split has failed on another rank");
   if (group == MPI_COMM_NULL) return false;
   if (lowest == READY) {

@@ -315,6 +315,21 @@ TEST_F(MpiFailure, OfMemoryForASplitIsALineOnEveryRankAndFreesTheGroup) {
   EXPECT_EQ(gFake.mCalls["MPI_Comm_free"], 1);
 }
 
+TEST_F(MpiFailure, OfTheAgreementAfterThatOfMemoryIsNoSecondLine) {
+  std::shared_ptr<Comm> part;
+  std::string const log = CaptureStdout([&] {
+    FailNewAt(1);
+    gFake.mFailing = "MPI_Allreduce";
+    part = mComm.Split(0, 0);
+    gFake.mFailing.clear();
+    FailNewAt(0);
+  });
+
+  EXPECT_EQ(part, nullptr);
+  EXPECT_EQ(log, FailureLine("Split", "peer -1, 0 out, 0 in",
+                             "there is no memory for the communicator"));
+}
+
 TEST_F(MpiFailure, OfANullBufferIsLeftToMpiUnlessNothingIsReadFromIt) {
   auto const send = [&](int count) {
     OutcomeWithout("MPI_Allgather", [&] {
