@@ -138,6 +138,15 @@ class PAVEX_API Aggregator : public AggregatorBase {
                                 Buffer<T>& values);
   PavexStatus UpdateDense(MatrixDense<T, I> const& local, bool inPlace);
 
+  // The same values over a communicator that moves runs: dense_runs.ipp.
+  Runs PieceToSend(MatrixDense<T, I> const& local) const;
+  Runs PieceToFill(MatrixDense<T, I> const& local) const;
+  PavexStatus GatherDenseRuns(MatrixDense<T, I> const& local, Buffer<T> const* place,
+                              Buffer<T>& values);
+  PavexStatus ScatterDenseRuns(MatrixDense<T, I> const* whole, MatrixDense<T, I> const& local);
+  PavexStatus ListWhole(MatrixDense<T, I> const& whole, MatrixDense<T, I> const& local,
+                        Runs& filled, Buffer<T>& values, Buffer<Runs>& pieces);
+
   // Dense scatter: scatter.ipp. The array of `local` is written, not the object.
   PavexStatus ScatterDense(MatrixDense<T, I> const& local, MatrixDense<T, I> const* whole);
   PavexStatus CopyOwnPiece(MatrixDense<T, I> const& whole, MatrixDense<T, I> const& local);

@@ -126,6 +126,11 @@ class PAVEX_API AggregatorBase {
   PavexStatus CheckDense(bool rowMajor) const;
   // The same for a gather, whose plan has found `flaw`.
   PavexStatus CheckDense(GatherFlaw flaw) const;
+  // Whether the communicator moves the runs of the pieces between the local arrays and the
+  // gathered one itself. The same on every process.
+  bool MovesRuns(bool rowMajor) const;
+  // Makes `runs` what each process's piece is of the gathered array, one entry per process.
+  PavexStatus ListRuns(bool rowMajor, Buffer<Runs>& runs) const;
   // How many records a reordering reads.
   int Pieces() const;
   // Elements from the beginning of a run of the gathered values to that of the next.

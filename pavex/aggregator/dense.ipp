@@ -5,6 +5,7 @@
 #pragma once
 
 #include "pavex/aggregator/dense_layout.ipp"
+#include "pavex/aggregator/dense_runs.ipp"
 #include "pavex/aggregator/round_transfer.ipp"
 #include "pavex/aggregator/transfer.ipp"
 
@@ -56,6 +57,7 @@ PavexStatus Aggregator<T, I>::GatherDense(MatrixDense<T, I> const& local,
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::GatherDenseValues(MatrixDense<T, I> const& local,
                                                 Buffer<T> const* place, Buffer<T>& values) {
+  if (MovesRuns(local.mRowMajor)) return GatherDenseRuns(local, place, values);
   constexpr Datatype kType = DatatypeOf<T>::kValue;
   Buffer<T> packed;
   PavexStatus status = Log::Report(PackDenseValues(local, packed));
@@ -101,7 +103,9 @@ PavexStatus Aggregator<T, I>::UpdateDense(MatrixDense<T, I> const& local, bool i
       PlaceOfUpdate(target == nullptr ? nullptr : &target->mValues, inPlace);
   Buffer<T> values;
   PavexStatus status = STATUS_OK;
-  if (place != nullptr && ContiguousLocalSubmat(local.mRowMajor))
+  bool const direct = place != nullptr &&
+                      (ContiguousLocalSubmat(local.mRowMajor) || MovesRuns(local.mRowMajor));
+  if (direct)
     values.Borrow(place->mData, place->mSize);
   else if (mIsReceiver)
     status = Log::Report(mPool->Get(values, mNnz));

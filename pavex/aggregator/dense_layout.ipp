@@ -49,6 +49,13 @@ inline bool RunsStayInside(std::int64_t begin, std::int64_t runs, std::int64_t l
   return runs == 1 || ld == 0 || (ld > 0 && runs - 1 <= room / ld);
 }
 
+// Whether `matrix` has elements but no array for them. The length of an array is the caller's
+// word and not checked.
+template <typename T, typename I>
+bool LacksArray(MatrixDense<T, I> const& matrix) {
+  return matrix.mRows > 0 && matrix.mCols > 0 && matrix.mValues.mSize == 0;
+}
+
 // Whether the local layout is the packed one.
 template <typename T, typename I>
 bool IsPacked(MatrixDense<T, I> const& matrix) {

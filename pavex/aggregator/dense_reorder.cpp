@@ -65,54 +65,6 @@ class Pieces {
   bool mRowMajor;
 };
 
-// --- Copies of `count` runs of `length` bytes --------------------------------------------
-
-template <std::size_t kLength>
-void CopyRunsOf(Target to, Source from, std::size_t count) {
-  for (std::size_t k = 0; k < count; ++k)
-    std::memcpy(to.data + k * to.stride, from.data + k * from.stride, kLength);
-}
-
-// Runs of at least 16 bytes, in steps of 16; the last step of a run may overlap the one before.
-void CopyMediumRuns(Target to, Source from, std::size_t length, std::size_t count) {
-  std::size_t const last = length - 16;
-  for (std::size_t k = 0; k < count; ++k) {
-    char* const t = to.data + k * to.stride;
-    char const* const f = from.data + k * from.stride;
-    for (std::size_t i = 0; i < last; i += 16)
-      std::memcpy(t + i, f + i, 16);
-    std::memcpy(t + last, f + last, 16);
-  }
-}
-
-}  // namespace
-
-void CopyRuns(Target to, Source from, std::size_t length, std::size_t count) noexcept {
-  if (to.stride == length && from.stride == length) {
-    std::memcpy(to.data, from.data, length * count);
-    return;
-  }
-  switch (length) {
-    case 4:
-      return CopyRunsOf<4>(to, from, count);
-    case 8:
-      return CopyRunsOf<8>(to, from, count);
-    case 12:
-      return CopyRunsOf<12>(to, from, count);
-    case 16:
-      return CopyRunsOf<16>(to, from, count);
-    case 32:
-      return CopyRunsOf<32>(to, from, count);
-    case 64:
-      return CopyRunsOf<64>(to, from, count);
-  }
-  if (length > 16 && length <= 256) return CopyMediumRuns(to, from, length, count);
-  for (std::size_t k = 0; k < count; ++k)
-    std::memcpy(to.data + k * to.stride, from.data + k * from.stride, length);
-}
-
-namespace {
-
 // A memcpy that does not bring the target into the caches.
 void Stream(char* to, char const* from, std::size_t bytes) {
 #if defined(__SSE2__)
@@ -316,6 +268,14 @@ std::int64_t FindRunsOutside(Buffer<MatrixLocalInfo> const& infos, int pieces, b
     globalLeft -= std::min(length, globalLeft);
   }
   return kNobody;
+}
+
+bool PiecesTile(Buffer<MatrixLocalInfo> const& infos, int pieces, bool rowMajor,
+                long ld) noexcept {
+  Pieces const all(1, infos, pieces, rowMajor);
+  for (int p = 0; p < pieces; ++p)
+    if (all.Length(p) < 0 || all.Runs(p) < 0) return false;
+  return all.Tile(ld);
 }
 
 void CommToGlobal(std::size_t elementBytes, Buffer<MatrixLocalInfo> const& infos, int pieces,

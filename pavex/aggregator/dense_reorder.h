@@ -5,25 +5,12 @@
 
 #include "pavex/aggregator/local_info.h"
 #include "pavex/runtime/buffer.h"
+#include "pavex/runtime/copy_runs.h"
 
 #include <cstddef>
 #include <cstdint>
 
 namespace Pavex {
-
-// Where run 0 of an array begins that is written, and the bytes from one run to the next.
-struct Target {
-  char* data;
-  std::size_t stride;
-};
-// The same for an array that is read.
-struct Source {
-  char const* data;
-  std::size_t stride;
-};
-
-// Copies `count` runs of `length` bytes, at least 1, between arrays that do not overlap.
-void CopyRuns(Target to, Source from, std::size_t length, std::size_t count) noexcept;
 
 // A dense matrix cut into pieces along its runs (the rows of a row-major matrix, the columns of
 // a column-major one) arrives piece after piece, each packed: the communication layout. In the
@@ -50,6 +37,10 @@ void CopyRuns(Target to, Source from, std::size_t length, std::size_t count) noe
 // process 0.
 std::int64_t FindRunsOutside(Buffer<MatrixLocalInfo> const& infos, int pieces, bool rowMajor,
                              long ld, long total) noexcept;
+
+// Whether the pieces, side by side, cover every run of the global layout exactly once.
+bool PiecesTile(Buffer<MatrixLocalInfo> const& infos, int pieces, bool rowMajor,
+                long ld) noexcept;
 
 // Moves the values from the communication to the global layout, as opaque elements of
 // `elementBytes` bytes. The two arrays do not overlap.

@@ -11,26 +11,18 @@
 #pragma once
 
 #include "pavex/aggregator/dense_layout.ipp"
+#include "pavex/aggregator/dense_runs.ipp"
 #include "pavex/aggregator/round_transfer.ipp"
 #include "pavex/aggregator/transfer.ipp"
 
 namespace Pavex {
-namespace {
-
-// Whether `matrix` has elements but no array for them. The length of an array is the caller's
-// word and not checked.
-template <typename T, typename I>
-bool LacksArray(MatrixDense<T, I> const& matrix) {
-  return matrix.mRows > 0 && matrix.mCols > 0 && matrix.mValues.mSize == 0;
-}
-
-}  // namespace
 
 // `whole`: the gathered matrix, or other values in its layout; null on a process without.
 template <typename T, typename I>
 PavexStatus Aggregator<T, I>::ScatterDense(MatrixDense<T, I> const& local,
                                            MatrixDense<T, I> const* whole) {
   if (mRoot == kEverybody) return CopyOwnPiece(*whole, local);
+  if (MovesRuns(local.mRowMajor)) return ScatterDenseRuns(whole, local);
 
   Buffer<T> packed;
   if (mIsReceiver && !LacksArray(*whole)) {

@@ -1,6 +1,7 @@
 #include "pavex/comm/mpi_call.h"
 
 #include "pavex/runtime/log.h"
+#include "pavex/runtime/wrapping.h"
 
 #include <algorithm>
 #include <cstdarg>
@@ -102,6 +103,27 @@ void MpiCall::Bcast(void const* buf, int count, Datatype type, int root) {
     In(count, type);
 }
 
+void MpiCall::GatherRuns(void const* sendbuf, Runs const& sent, void const* recvbuf,
+                         Runs const* received, Datatype type, int root) {
+  if (root != -1) To(root);
+  NotInPlace(sendbuf);
+  Out(&sent, 1, type);
+  if (root != -1 && root != mRank) return;
+  NotInPlace(recvbuf);
+  In(received, mSize, type);
+}
+
+void MpiCall::ScatterRuns(void const* sendbuf, Runs const* sent, void const* recvbuf,
+                          Runs const& received, Datatype type, int root) {
+  To(root);
+  if (root == mRank) {
+    NotInPlace(sendbuf);
+    Out(sent, mSize, type);
+  }
+  NotInPlace(recvbuf);
+  In(&received, 1, type);
+}
+
 void MpiCall::To(int peer) {
   mPeer = peer;
   if (peer < 0 || peer >= mSize)
@@ -134,6 +156,16 @@ void MpiCall::In(int const* counts, int const* displs, Datatype type) {
   mIn = Sum(counts, displs);
 }
 
+void MpiCall::Out(Runs const* runs, int ranks, Datatype type) {
+  CheckType(type);
+  mOut = Sum(runs, ranks);
+}
+
+void MpiCall::In(Runs const* runs, int ranks, Datatype type) {
+  CheckType(type);
+  mIn = Sum(runs, ranks);
+}
+
 void MpiCall::NotInPlace(void const* buf) {
   if (buf == &Comm::IN_PLACE_OBJ) Refuse(STATUS_INVALID_VALUE, "in place is not possible here");
 }
@@ -154,6 +186,21 @@ long MpiCall::Sum(int const* counts, int const* displs) {
     if (counts[r] < 0 || displs[r] < 0)
       Refuse(STATUS_INVALID_VALUE, "count %d or displacement %d of rank %d is negative",
              counts[r], displs[r], r);
+  }
+  return sum;
+}
+
+long MpiCall::Sum(Runs const* runs, int ranks) {
+  if (runs == nullptr) {
+    Refuse(STATUS_INVALID_VALUE, "there are no runs");
+    return 0;
+  }
+  long sum = 0;
+  for (int r = 0; r < ranks; ++r) {
+    Runs const& piece = runs[r];
+    if ((piece.begin | piece.length | piece.count | piece.stride) < 0)
+      Refuse(STATUS_INVALID_VALUE, "a number of runs %d is negative", r);
+    sum = WrappingAdd(sum, WrappingMul(piece.length, piece.count));
   }
   return sum;
 }

@@ -41,6 +41,10 @@ class MpiCall {
   void Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype, void const* recvbuf,
                   int const* recvcounts, int const* displs, Datatype recvtype);
   void Bcast(void const* buf, int count, Datatype type, int root);
+  void GatherRuns(void const* sendbuf, Runs const& sent, void const* recvbuf,
+                  Runs const* received, Datatype type, int root);
+  void ScatterRuns(void const* sendbuf, Runs const* sent, void const* recvbuf,
+                   Runs const& received, Datatype type, int root);
 
   // Says that the other side is rank `peer`; without this call it is every rank. Refuses a rank
   // outside the communicator, because MPI reads some negative numbers as "no process" or "any
@@ -58,6 +62,10 @@ class MpiCall {
   // from each rank r.
   void In(int count, Datatype type, int senders = 1);
   void In(int const* counts, int const* displs, Datatype type);
+
+  // The elements of all `ranks` entries.
+  void Out(Runs const* runs, int ranks, Datatype type);
+  void In(Runs const* runs, int ranks, Datatype type);
 
   // Refuses the in-place marker as `buf`.
   void NotInPlace(void const* buf);
@@ -83,6 +91,7 @@ class MpiCall {
 
  private:
   long Sum(int const* counts, int const* displs);
+  long Sum(Runs const* runs, int ranks);
   void CheckType(Datatype type);
 
   char const* mOperation;

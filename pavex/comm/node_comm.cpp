@@ -1,77 +1,21 @@
 #include "pavex/comm/node_comm.h"
 
 #include "pavex/comm/mpi_call.h"
-#include "pavex/comm/node_exchange.h"
-#include "pavex/comm/node_links.h"
+#include "pavex/comm/node_shared.h"
 
 #include <climits>
-#include <cstddef>
-#include <cstdint>
 #include <new>
-#include <type_traits>
 
 namespace Pavex {
 
 namespace {
 
-template <typename V>
-V* At(V* array, std::ptrdiff_t elements, Datatype type) {
-  using Byte = std::conditional_t<std::is_const_v<V>, unsigned char const, unsigned char>;
-  if (array == nullptr) return nullptr;
-  return static_cast<Byte*>(array) + elements * static_cast<std::ptrdiff_t>(DatatypeSize(type));
+// `count` elements from element `displ` of an array on.
+NodeRegion Piece(void const* array, long displ, int count, Datatype type) {
+  return NodeRegion::Of(array, Runs{displ, count, 1, count}, type);
 }
-
-std::size_t Bytes(int count, Datatype type) {
-  return static_cast<std::size_t>(count) * DatatypeSize(type);
-}
-
-// The pieces of an operation that brings every rank's piece to all.
-struct PieceTable {
-  void* mData;
-  Datatype mType;
-  int const* mCounts;  // null: mCount each, one behind the other
-  int const* mDispls;
-  int mCount;
-
-  int Count(int rank) const { return mCounts == nullptr ? mCount : mCounts[rank]; }
-  void* Data(int rank) const {
-    std::ptrdiff_t const at =
-        mCounts == nullptr ? std::ptrdiff_t{rank} * mCount : std::ptrdiff_t{mDispls[rank]};
-    return At(mData, at, mType);
-  }
-};
 
 }  // namespace
-
-// What the processes of a node share, and the operation under way.
-struct NodeComm::Shared {
-  NodeLinks links;
-  NodeExchange exchange{links};
-  std::uint64_t sequence = 0;  // of the last collective that this rank has entered
-
-  ~Shared() { links.Leave(); }
-
-  void Begin(NodeOperation operation, int label, NodeCopier copier) {
-    exchange.Begin(operation, operation == NodeOperation::MESSAGE ? 0 : sequence, label,
-                   copier);
-  }
-  PavexStatus Run(MpiCall const& call) {
-    char const* const failure = exchange.Run();
-    return failure == nullptr ? STATUS_OK : call.Fail(STATUS_COMM_FAILED, failure);
-  }
-  // The second step of an operation whose first one returned `first`: others wait for it in any
-  // case, but one failure is one line.
-  PavexStatus RunAfter(PavexStatus first, MpiCall const& call) {
-    if (first == STATUS_OK) return Run(call);
-    exchange.Run();
-    return first;
-  }
-
-  PavexStatus ShareAll(NodeOperation operation, void const* sendbuf, std::size_t sendbytes,
-                       PieceTable const& pieces, MpiCall const& call);
-  void TellOwnPiece(PieceTable const& pieces, void const* own);
-  void SpreadFarPieces(PieceTable const& pieces, bool complete);
-};
 
 NodeComm::NodeComm(MPI_Comm comm) : NodeComm(comm, INT_MAX) {}
 
@@ -145,7 +89,7 @@ PavexStatus NodeComm::Send(void const* buf, int count, Datatype type, int dest, 
   call.Send(buf, count, type, dest, tag);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   mShared->Begin(NodeOperation::MESSAGE, tag, NodeCopier::SENDER);
-  mShared->exchange.Send(dest, buf, count, type);
+  mShared->exchange.Send(dest, Piece(buf, 0, count, type), type);
   return mShared->Run(call);
 }
 
@@ -155,7 +99,7 @@ PavexStatus NodeComm::Recv(void* buf, int count, Datatype type, int source, int 
   call.Recv(buf, count, type, source, tag);
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   mShared->Begin(NodeOperation::MESSAGE, tag, NodeCopier::SENDER);
-  mShared->exchange.Receive(source, buf, count, type);
+  mShared->exchange.Receive(source, Piece(buf, 0, count, type), type);
   return mShared->Run(call);
 }
 
@@ -178,16 +122,15 @@ PavexStatus NodeComm::Gatherv(void const* sendbuf, int sendcount, Datatype sendt
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   mShared->Begin(NodeOperation::GATHERV, root, NodeCopier::SENDER);
   if (rank != root) {
-    mShared->exchange.Send(root, sendbuf, sendcount, sendtype);
+    mShared->exchange.Send(root, Piece(sendbuf, 0, sendcount, sendtype), sendtype);
     return mShared->Run(call);
   }
   for (int r = 0; r < Size(); ++r) {
-    void* const piece = At(recvbuf, displs[r], recvtype);
+    NodeRegion const piece = Piece(recvbuf, displs[r], recvcounts[r], recvtype);
     if (r != root)
-      mShared->exchange.Receive(r, piece, recvcounts[r], recvtype);
+      mShared->exchange.Receive(r, piece, recvtype);
     else if (sendbuf != &IN_PLACE_OBJ)
-      mShared->exchange.Keep(sendbuf, Bytes(sendcount, sendtype), piece,
-                             Bytes(recvcounts[r], recvtype));
+      mShared->exchange.Keep(Piece(sendbuf, 0, sendcount, sendtype), piece);
   }
   return mShared->Run(call);
 }
@@ -205,16 +148,15 @@ PavexStatus NodeComm::Scatterv(void const* sendbuf, int const* sendcounts, int c
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   mShared->Begin(NodeOperation::SCATTERV, root, NodeCopier::RECEIVER);
   if (rank != root) {
-    mShared->exchange.Receive(root, recvbuf, recvcount, recvtype);
+    mShared->exchange.Receive(root, Piece(recvbuf, 0, recvcount, recvtype), recvtype);
     return mShared->Run(call);
   }
   for (int r = 0; r < Size(); ++r) {
-    void const* const piece = At(sendbuf, displs[r], sendtype);
+    NodeRegion const piece = Piece(sendbuf, displs[r], sendcounts[r], sendtype);
     if (r != root)
-      mShared->exchange.Send(r, piece, sendcounts[r], sendtype);
+      mShared->exchange.Send(r, piece, sendtype);
     else
-      mShared->exchange.Keep(piece, Bytes(sendcounts[r], sendtype), recvbuf,
-                             Bytes(recvcount, recvtype));
+      mShared->exchange.Keep(piece, Piece(recvbuf, 0, recvcount, recvtype));
   }
   return mShared->Run(call);
 }
@@ -236,15 +178,14 @@ PavexStatus NodeComm::Alltoallv(void const* sendbuf, int const* sendcounts, int 
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
   mShared->Begin(NodeOperation::ALLTOALLV, 0, NodeCopier::SENDER);
   for (int r = 0; r < Size(); ++r) {
-    void const* const out = At(sendbuf, sdispls[r], sendtype);
-    void* const in = At(recvbuf, rdispls[r], recvtype);
+    NodeRegion const out = Piece(sendbuf, sdispls[r], sendcounts[r], sendtype);
+    NodeRegion const in = Piece(recvbuf, rdispls[r], recvcounts[r], recvtype);
     if (r == Rank()) {
-      mShared->exchange.Keep(out, Bytes(sendcounts[r], sendtype), in,
-                             Bytes(recvcounts[r], recvtype));
+      mShared->exchange.Keep(out, in);
       continue;
     }
-    mShared->exchange.Send(r, out, sendcounts[r], sendtype);
-    mShared->exchange.Receive(r, in, recvcounts[r], recvtype);
+    mShared->exchange.Send(r, out, sendtype);
+    mShared->exchange.Receive(r, in, recvtype);
   }
   return mShared->Run(call);
 }
@@ -257,9 +198,10 @@ PavexStatus NodeComm::Allgather(void const* sendbuf, int sendcount, Datatype sen
   call.Allgather(sendbuf, sendcount, sendtype, recvbuf, recvcount, recvtype);
   ++mShared->sequence;
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
-  PieceTable const pieces{recvbuf, recvtype, nullptr, nullptr, recvcount};
-  return mShared->ShareAll(NodeOperation::ALLGATHER, sendbuf, Bytes(sendcount, sendtype),
-                           pieces, call);
+  NodeRegion const own = Piece(sendbuf, 0, sendcount, sendtype);
+  bool const inPlace = sendbuf == &IN_PLACE_OBJ;
+  return mShared->ShareAll(NodeOperation::ALLGATHER, inPlace ? nullptr : &own,
+                           {recvbuf, recvtype, nullptr, nullptr, nullptr, recvcount}, call);
 }
 
 PavexStatus NodeComm::Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype,
@@ -271,67 +213,10 @@ PavexStatus NodeComm::Allgatherv(void const* sendbuf, int sendcount, Datatype se
   call.Allgatherv(sendbuf, sendcount, sendtype, recvbuf, recvcounts, displs, recvtype);
   ++mShared->sequence;
   if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
-  PieceTable const pieces{recvbuf, recvtype, recvcounts, displs, 0};
-  return mShared->ShareAll(NodeOperation::ALLGATHERV, sendbuf, Bytes(sendcount, sendtype),
-                           pieces, call);
-}
-
-// Every piece goes to each process that shares memory with its owner, and to one process of
-// each other group, which then passes it on to the others there.
-PavexStatus NodeComm::Shared::ShareAll(NodeOperation operation, void const* sendbuf,
-                                       std::size_t sendbytes, PieceTable const& pieces,
-                                       MpiCall const& call) {
-  int const rank = links.Rank();
-  void* const slot = pieces.Data(rank);
-  Begin(operation, 0, NodeCopier::SENDER);
-  if (sendbuf == &IN_PLACE_OBJ)
-    TellOwnPiece(pieces, slot);
-  else {
-    exchange.Keep(sendbuf, sendbytes, slot, Bytes(pieces.Count(rank), pieces.mType));
-    TellOwnPiece(pieces, sendbuf);
-  }
-  PavexStatus const status = Run(call);
-  if (links.Groups().size() == 1) return status;
-  Begin(operation, 0, NodeCopier::SENDER);
-  SpreadFarPieces(pieces, status == STATUS_OK);
-  return RunAfter(status, call);
-}
-
-// Each message is labelled with the owner of its piece.
-void NodeComm::Shared::TellOwnPiece(PieceTable const& pieces, void const* own) {
-  int const rank = links.Rank();
-  int const group = links.To(rank).group;
-  for (int r = 0; r < links.Size(); ++r) {
-    if (r == rank) continue;
-    bool const together = links.Together(r, rank);
-    if (together || links.Representative(rank, links.To(r).group) == r) {
-      exchange.Label(rank);
-      exchange.Send(r, own, pieces.Count(rank), pieces.mType);
-    }
-    if (together || links.Representative(r, group) == rank) {
-      exchange.Label(r);
-      exchange.Receive(r, pieces.Data(r), pieces.Count(r), pieces.mType);
-    }
-  }
-}
-
-// `complete`: whether this rank has all the pieces that it passes on.
-void NodeComm::Shared::SpreadFarPieces(PieceTable const& pieces, bool complete) {
-  int const rank = links.Rank();
-  int const group = links.To(rank).group;
-  for (int r = 0; r < links.Size(); ++r) {
-    if (links.Together(r, rank)) continue;
-    int const representative = links.Representative(r, group);
-    if (representative != rank) {
-      exchange.Label(r);
-      exchange.Receive(representative, pieces.Data(r), pieces.Count(r), pieces.mType);
-      continue;
-    }
-    exchange.Label(complete ? r : NodeExchange::kFailed);
-    for (int const member : links.Group()) {
-      if (member != rank) exchange.Send(member, pieces.Data(r), pieces.Count(r), pieces.mType);
-    }
-  }
+  NodeRegion const own = Piece(sendbuf, 0, sendcount, sendtype);
+  bool const inPlace = sendbuf == &IN_PLACE_OBJ;
+  return mShared->ShareAll(NodeOperation::ALLGATHERV, inPlace ? nullptr : &own,
+                           {recvbuf, recvtype, nullptr, recvcounts, displs, 0}, call);
 }
 
 // From the root to the processes that share memory with it and to the lowest rank of each other
@@ -346,25 +231,26 @@ PavexStatus NodeComm::Bcast(void* buf, int count, Datatype type, int root) const
   NodeExchange& exchange = mShared->exchange;
   int const rank = Rank();
   int const group = links.To(rank).group;
+  NodeRegion const data = Piece(buf, 0, count, type);
   bool const near = links.Together(rank, root);
 
   mShared->Begin(NodeOperation::BCAST, root, NodeCopier::RECEIVER);
   if (rank == root) {
     for (int r = 0; r < Size(); ++r) {
       bool const direct = links.Together(r, root) || links.To(r).group == r;
-      if (r != root && direct) exchange.Send(r, buf, count, type);
+      if (r != root && direct) exchange.Send(r, data, type);
     }
   } else if (near || rank == group) {
-    exchange.Receive(root, buf, count, type);
+    exchange.Receive(root, data, type);
   }
   PavexStatus const status = mShared->Run(call);
   if (near) return status;
 
   mShared->Begin(NodeOperation::BCAST, status == STATUS_OK ? root : NodeExchange::kFailed,
                  NodeCopier::RECEIVER);
-  if (rank != group) exchange.Receive(group, buf, count, type);
+  if (rank != group) exchange.Receive(group, data, type);
   for (int const member : links.Group()) {
-    if (rank == group && member != rank) exchange.Send(member, buf, count, type);
+    if (rank == group && member != rank) exchange.Send(member, data, type);
   }
   return mShared->RunAfter(status, call);
 }

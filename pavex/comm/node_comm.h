@@ -27,6 +27,8 @@ class NodeLinks;
 //   - larger ones are stored by the sender where the receiver's block is shared, read by the
 //     receiver where only the sender's is, and go over MPI where neither is;
 //   - messages between nodes, to oneself, Barrier and Allreduce go over MPI.
+// The pieces of dense matrices are moved in the same ways, from the arrays of the caller to
+// their final place and back; over MPI by derived datatypes.
 //
 // Where the processes of a node cannot map each other's memory (one process on the node, no
 // memory files, limits on file size or address space, /proc not permitted), all of them agree
@@ -87,6 +89,12 @@ class PAVEX_API NodeComm : public Comm {
   PavexStatus Allreduce(void const* sendbuf, void* recvbuf, int count, Datatype type,
                         ReduceOp op) const override;
   PavexStatus Bcast(void* buf, int count, Datatype type, int root) const override;
+  // True if any two processes share memory.
+  bool Strided() const override;
+  PavexStatus GatherRuns(void const* sendbuf, Runs const& sent, void* recvbuf,
+                         Runs const* received, Datatype type, int root) const override;
+  PavexStatus ScatterRuns(void const* sendbuf, Runs const* sent, void* recvbuf,
+                          Runs const& received, Datatype type, int root) const override;
 
  private:
   struct Shared;

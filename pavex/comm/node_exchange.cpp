@@ -17,10 +17,6 @@ namespace Pavex {
 
 namespace {
 
-// What a sender copies into one receiver's memory before it turns to the next: the part is
-// still in the cache then.
-constexpr std::size_t kChunk = std::size_t{64} << 10;
-
 // A process that waits watches the memory for this many looks, then gives its core away between
 // looks.
 constexpr std::uint64_t kBusyWaits = 20;
@@ -76,42 +72,37 @@ void NodeExchange::Begin(NodeOperation operation, std::uint64_t sequence, int la
   mLabel = label;
   mCopier = copier;
   mMessages.clear();
-  mKeptBytes = 0;
+  mKept = {};
   mFailed = false;
 }
 
-void NodeExchange::Send(int to, void const* data, long count, Datatype type) {
-  Add(true, to, const_cast<void*>(data), count, type);
+void NodeExchange::Send(int to, NodeRegion const& region, Datatype type) {
+  Add(true, to, region, type);
 }
 
-void NodeExchange::Receive(int from, void* data, long count, Datatype type) {
-  Add(false, from, data, count, type);
+void NodeExchange::Receive(int from, NodeRegion const& region, Datatype type) {
+  Add(false, from, region, type);
 }
 
 void NodeExchange::Label(int label) {
   mLabel = label;
 }
 
-void NodeExchange::Keep(void const* from, std::size_t bytes, void* to, std::size_t room) {
-  if (bytes != room) {
-    mFailed = true;
-    std::snprintf(mReason, sizeof mReason,
-                  "this rank sends itself another size than it expects");
-    return;
-  }
-  mKeptFrom = from;
+void NodeExchange::Keep(NodeRegion const& from, NodeRegion const& to) {
+  mKept = NodeCopy(to, from);
   mKeptTo = to;
-  mKeptBytes = from == to ? 0 : bytes;
+  if (mKept.Fits()) return;
+  mFailed = true;
+  std::snprintf(mReason, sizeof mReason, "this rank sends itself another size than it expects");
 }
 
-void NodeExchange::Add(bool out, int peer, void* data, long count, Datatype type) {
-  if (count == 0 && mOperation != NodeOperation::MESSAGE) return;
-  std::uint64_t const bytes = static_cast<std::uint64_t>(count) * DatatypeSize(type);
-  NodeTerms const terms{mSequence, static_cast<std::int32_t>(mOperation), mLabel, bytes};
+void NodeExchange::Add(bool out, int peer, NodeRegion const& region, Datatype type) {
+  if (region.Bytes() == 0 && mOperation != NodeOperation::MESSAGE) return;
+  NodeTerms const terms{mSequence, static_cast<std::int32_t>(mOperation), mLabel,
+                        region.Bytes()};
   try {
-    mMessages.push_back({out, Phase::WAITING, peer, static_cast<unsigned char*>(data),
-                         static_cast<int>(count), MpiType(type), terms, 0, nullptr,
-                         MPI_REQUEST_NULL});
+    mMessages.push_back(
+        {out, Phase::WAITING, peer, region, type, terms, 0, {}, MPI_REQUEST_NULL});
   } catch (std::bad_alloc const&) {
     mFailed = true;
     std::snprintf(mReason, sizeof mReason, "this rank has no memory for its messages");
@@ -133,9 +124,10 @@ char const* NodeExchange::Run() {
 }
 
 void NodeExchange::CopyKept() {
-  if (mKeptBytes == 0) return;
-  mLinks.Back(mKeptTo, mKeptBytes);
-  std::memmove(mKeptTo, mKeptFrom, mKeptBytes);
+  if (mKept.Chunks() == 0) return;
+  mLinks.Back(mKeptTo.data, mKeptTo.Span());
+  mKept.BeginAt(mLinks.Rank(), mLinks.Size());
+  mKept.CopyAll();
 }
 
 // One look at every message. Whether anything has moved.
@@ -216,10 +208,9 @@ bool NodeExchange::Offer(Message& message) {
   int const slot = SlotOf(number);
   if (number > NodeRing::kSlots && !IsFreeFor(ring.answers[slot].Read(), number)) return false;
   counters.sent = message.number = number;
-  if (!IsLarge(message) && message.count > 0)
-    std::memcpy(ring.data[slot], message.data, message.terms.bytes);
-  ring.offers[slot].Publish(number, NodeState::OFFERED, message.terms,
-                            mLinks.Place(message.data, message.terms.bytes));
+  if (!IsLarge(message))
+    NodeCopy(NodeRegion::Of(ring.data[slot], message.terms.bytes), message.region).CopyAll();
+  ring.offers[slot].Publish(number, NodeState::OFFERED, message.terms, PlaceOf(message));
   return true;
 }
 
@@ -249,14 +240,15 @@ bool NodeExchange::FollowAnswer(Message& message) {
 // Takes up the receiver's offer of a place. Data is copied when the pass has seen all messages.
 bool NodeExchange::Claim(Message& message, NodeNote& answer, NodeNote::Word word) {
   NodeTerms const terms = answer.Terms();
-  std::uint64_t const place = answer.Place();
+  NodePlace const place = answer.Place();
   if (!answer.Is(word) || terms.sequence != message.terms.sequence) return false;
-  unsigned char* const target = mLinks.To(message.peer).peer->At(place, message.terms.bytes);
-  if (!(terms == message.terms) || target == nullptr)
+  NodeRegion target;
+  if (!(terms == message.terms) || !RunsFit(message, place) || !Reach(message, place, &target))
     return FailOffered(message, "rank %d expects another operation, root or size");
   if (!answer.Move(word, NodeState::CLAIMED)) return false;
-  mLinks.To(message.peer).peer->HugePages().Back(place, message.terms.bytes);
-  message.target = target;
+  mLinks.To(message.peer).peer->HugePages().Back(place.offset, target.Span());
+  message.copy = NodeCopy(target, message.region);
+  message.copy.BeginAt(mLinks.Rank(), mLinks.Size());
   message.phase = Phase::CLAIMED;
   return true;
 }
@@ -265,13 +257,12 @@ bool NodeExchange::Claim(Message& message, NodeNote& answer, NodeNote::Word word
 void NodeExchange::CopyClaimed() {
   std::uint64_t most = 0;
   for (Message const& message : mMessages) {
-    if (message.phase == Phase::CLAIMED) most = std::max(most, message.terms.bytes);
+    if (message.phase == Phase::CLAIMED) most = std::max(most, message.copy.Chunks());
   }
-  for (std::uint64_t begin = 0; begin < most; begin += kChunk) {
+  for (std::uint64_t chunk = 0; chunk < most; ++chunk) {
     for (Message const& message : mMessages) {
-      if (message.phase != Phase::CLAIMED || begin >= message.terms.bytes) continue;
-      std::memcpy(message.target + begin, message.data + begin,
-                  std::min<std::uint64_t>(kChunk, message.terms.bytes - begin));
+      if (message.phase == Phase::CLAIMED && chunk < message.copy.Chunks())
+        message.copy.CopyChunk(chunk);
     }
   }
   if (most == 0) return;
@@ -301,8 +292,8 @@ void NodeExchange::GrantEarly(Message& message) {
   if (mOperation == NodeOperation::MESSAGE || mCopier != NodeCopier::SENDER ||
       !IsLarge(message))
     return;
-  std::uint64_t const place = mLinks.Place(message.data, message.terms.bytes);
-  if (place == NodeArena::kOutside) return;
+  NodePlace const place = PlaceOf(message);
+  if (place.offset == NodeArena::kOutside) return;
   message.number = Counters(message).received + 1;
   Answer(message, NodeState::GRANTED, place);
   message.phase = Phase::GRANTED;
@@ -330,7 +321,7 @@ NodeNote* NodeExchange::FindOffer(Message& message, NodeNote::Word* word) {
 
 bool NodeExchange::Accept(Message& message, NodeNote& offer, NodeNote::Word word) {
   NodeTerms const terms = offer.Terms();
-  std::uint64_t const source = offer.Place();
+  NodePlace const source = offer.Place();
   if (!offer.Is(word)) return false;
   if (terms.sequence > message.terms.sequence) {  // the sender has left this operation out
     if (message.phase == Phase::GRANTED) Answer(message, NodeState::REVOKED);
@@ -346,7 +337,8 @@ bool NodeExchange::Accept(Message& message, NodeNote& offer, NodeNote::Word word
     Take(message, NodeState::REFUSED);
     return Fail(message, "rank %d has given up");
   }
-  if (!(terms == message.terms)) {
+  bool const agrees = terms == message.terms && (!IsLarge(message) || RunsFit(message, source));
+  if (!agrees) {
     Take(message, NodeState::REFUSED);
     return Fail(message, "rank %d passes another operation, root or size");
   }
@@ -355,11 +347,12 @@ bool NodeExchange::Accept(Message& message, NodeNote& offer, NodeNote::Word word
 
 // The terms agree: the data comes the shortest way.
 bool NodeExchange::Place(Message& message, NodeNote& offer, NodeNote::Word word,
-                         std::uint64_t source) {
+                         NodePlace const& source) {
   if (!IsLarge(message)) {
     NodeRing const& ring = Incoming(message);
-    if (message.count > 0)
-      std::memcpy(message.data, ring.data[SlotOf(message.number)], message.terms.bytes);
+    NodeCopy(message.region,
+             NodeRegion::Of(ring.data[SlotOf(message.number)], message.terms.bytes))
+        .CopyAll();
     return Take(message, NodeState::TAKEN);
   }
   if (message.phase == Phase::GRANTED) {
@@ -367,11 +360,11 @@ bool NodeExchange::Place(Message& message, NodeNote& offer, NodeNote::Word word,
     if (NodeNote::StateOf(answer.Read()) != NodeState::STORED) return false;
     return Take(message, NodeState::TAKEN);
   }
-  std::uint64_t const target = mLinks.Place(message.data, message.terms.bytes);
-  bool const pull = source != NodeArena::kOutside &&
-                    (mCopier == NodeCopier::RECEIVER || target == NodeArena::kOutside);
+  NodePlace const target = PlaceOf(message);
+  bool const pull = source.offset != NodeArena::kOutside &&
+                    (mCopier == NodeCopier::RECEIVER || target.offset == NodeArena::kOutside);
   if (pull) return Pull(message, offer, word, source);
-  if (target != NodeArena::kOutside) {
+  if (target.offset != NodeArena::kOutside) {
     Answer(message, NodeState::GRANTED, target);
     message.phase = Phase::GRANTED;
     return true;
@@ -381,21 +374,41 @@ bool NodeExchange::Place(Message& message, NodeNote& offer, NodeNote::Word word,
   return StartMpi(message);
 }
 
+// Whether the runs of both sides can be copied, wherever they lie.
+bool NodeExchange::RunsFit(Message const& message, NodePlace const& place) {
+  std::uint64_t const mine = message.region.length;
+  return mine == place.length || mine == message.terms.bytes ||
+         place.length == message.terms.bytes;
+}
+
 // Copies out of the sender's memory.
 bool NodeExchange::Pull(Message& message, NodeNote& offer, NodeNote::Word word,
-                        std::uint64_t source) {
-  unsigned char const* const from =
-      mLinks.To(message.peer).peer->At(source, message.terms.bytes);
-  if (from == nullptr) {
+                        NodePlace const& source) {
+  NodeRegion from;
+  if (!Reach(message, source, &from)) {
     Take(message, NodeState::REFUSED);
     return Fail(message, "rank %d names memory outside its arena");
   }
   if (!offer.Move(word, NodeState::CLAIMED)) return false;
-  std::memcpy(message.data, from, message.terms.bytes);
+  NodeCopy(message.region, from).CopyAll();
   return Take(message, NodeState::TAKEN);
 }
 
-void NodeExchange::Answer(Message& message, NodeState state, std::uint64_t place) {
+// The data of this rank, for the other one.
+NodePlace NodeExchange::PlaceOf(Message const& message) const {
+  NodeRegion const& region = message.region;
+  return {mLinks.Place(region.data, region.Span()), region.length, region.stride};
+}
+
+// The data of the other rank, for this one; false if it does not lie inside that rank's arena.
+bool NodeExchange::Reach(Message const& message, NodePlace const& place, NodeRegion* region) {
+  if (place.length == 0 || message.terms.bytes % place.length != 0) return false;
+  *region = {nullptr, place.length, message.terms.bytes / place.length, place.stride};
+  region->data = mLinks.To(message.peer).peer->At(place.offset, region->Span());
+  return region->data != nullptr;
+}
+
+void NodeExchange::Answer(Message& message, NodeState state, NodePlace const& place) {
   Incoming(message).answers[SlotOf(message.number)].Publish(message.number, state,
                                                             message.terms, place);
 }
@@ -426,11 +439,14 @@ bool NodeExchange::StartMpi(Message& message) {
   bool const near = mLinks.To(message.peer).peer != nullptr;
   std::uint64_t const number = near ? message.number : message.terms.sequence;
   int const tag = static_cast<int>(number % kMpiTags);
-  int const code = message.out
-                       ? MPI_Isend(message.data, message.count, message.type, message.peer, tag,
-                                   mLinks.Messages(), &message.request)
-                       : MPI_Irecv(message.data, message.count, message.type, message.peer, tag,
-                                   mLinks.Messages(), &message.request);
+  MPI_Datatype type = MPI_DATATYPE_NULL;
+  int code = MakeMpiType(message.region, message.type, &type);
+  if (code != MPI_SUCCESS) return FailMpi(message, code);
+  code = message.out ? MPI_Isend(message.region.data, 1, type, message.peer, tag,
+                                 mLinks.Messages(), &message.request)
+                     : MPI_Irecv(message.region.data, 1, type, message.peer, tag,
+                                 mLinks.Messages(), &message.request);
+  MPI_Type_free(&type);  // MPI keeps it until the message has arrived
   if (code != MPI_SUCCESS) return FailMpi(message, code);
   message.phase = Phase::OVER_MPI;
   return true;
@@ -442,9 +458,10 @@ bool NodeExchange::StepMpi(Message& message) {
   int const code = MPI_Test(&message.request, &done, &status);
   if (code != MPI_SUCCESS) return FailMpi(message, code);
   if (done == 0) return false;
-  int count = message.count;
-  if (!message.out) MPI_Get_count(&status, message.type, &count);
-  if (count != message.count) return Fail(message, "the message of rank %d is shorter");
+  MPI_Count bytes = static_cast<MPI_Count>(message.terms.bytes);
+  if (!message.out) MPI_Get_elements_x(&status, MPI_BYTE, &bytes);
+  if (bytes != static_cast<MPI_Count>(message.terms.bytes))
+    return Fail(message, "the message of rank %d is shorter");
   return Finish(message);
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "pavex/comm/node_links.h"
+#include "pavex/comm/node_region.h"
 #include "pavex/runtime/datatype.h"
 
 #include <chrono>
@@ -20,7 +21,10 @@ enum class NodeOperation : std::int32_t {
   ALLTOALLV,
   ALLGATHER,
   ALLGATHERV,
-  BCAST
+  BCAST,
+  GATHER_RUNS,
+  ALLGATHER_RUNS,
+  SCATTER_RUNS
 };
 
 // The side that copies large data where the arena of either holds it.
@@ -49,11 +53,12 @@ class NodeExchange {
   static constexpr int kFailed = -1;
   void Label(int label);
 
-  void Send(int to, void const* data, long count, Datatype type);
-  void Receive(int from, void* data, long count, Datatype type);
+  // `type`: of the elements that the region consists of.
+  void Send(int to, NodeRegion const& region, Datatype type);
+  void Receive(int from, NodeRegion const& region, Datatype type);
 
-  // This rank's own piece: `bytes` bytes from one place to another that has room for `room`.
-  void Keep(void const* from, std::size_t bytes, void* to, std::size_t room);
+  // This rank's own piece, from one place to another.
+  void Keep(NodeRegion const& from, NodeRegion const& to);
 
   // Moves everything. Null if that has succeeded, otherwise the first reason of a failure,
   // valid until the next Begin. What can be moved is moved in any case, unless a process of the
@@ -74,16 +79,15 @@ class NodeExchange {
     bool out;
     Phase phase;
     int peer;
-    unsigned char* data;
-    int count;
-    MPI_Datatype type;
+    NodeRegion region;
+    Datatype type;
     NodeTerms terms;
-    std::uint64_t number;   // on its ring, once it is known
-    unsigned char* target;  // CLAIMED: where the data goes
-    MPI_Request request;    // OVER_MPI
+    std::uint64_t number;  // on its ring, once it is known
+    NodeCopy copy;         // CLAIMED: into the receiver's memory
+    MPI_Request request;   // OVER_MPI
   };
 
-  void Add(bool out, int peer, void* data, long count, Datatype type);
+  void Add(bool out, int peer, NodeRegion const& region, Datatype type);
   bool IsLarge(Message const& message) const;
   NodeRing& Incoming(Message const& message);
   NodeRing& Outgoing(Message const& message);
@@ -105,9 +109,13 @@ class NodeExchange {
   void GrantEarly(Message& message);
   NodeNote* FindOffer(Message& message, NodeNote::Word* word);
   bool Accept(Message& message, NodeNote& offer, NodeNote::Word word);
-  bool Place(Message& message, NodeNote& offer, NodeNote::Word word, std::uint64_t source);
-  bool Pull(Message& message, NodeNote& offer, NodeNote::Word word, std::uint64_t source);
-  void Answer(Message& message, NodeState state, std::uint64_t place = NodeArena::kOutside);
+  bool Place(Message& message, NodeNote& offer, NodeNote::Word word, NodePlace const& source);
+  bool Pull(Message& message, NodeNote& offer, NodeNote::Word word, NodePlace const& source);
+  NodePlace PlaceOf(Message const& message) const;
+  static bool RunsFit(Message const& message, NodePlace const& place);
+  bool Reach(Message const& message, NodePlace const& place, NodeRegion* region);
+  void Answer(Message& message, NodeState state,
+              NodePlace const& place = {NodeArena::kOutside});
   bool Take(Message& message, NodeState state);
   void Consume(Message& message);
 
@@ -128,9 +136,8 @@ class NodeExchange {
   int mLabel = 0;
   NodeCopier mCopier = NodeCopier::SENDER;
   std::vector<Message> mMessages;
-  void const* mKeptFrom = nullptr;
-  void* mKeptTo = nullptr;
-  std::size_t mKeptBytes = 0;
+  NodeCopy mKept;
+  NodeRegion mKeptTo;
   std::uint64_t mPass = 0;  // never starts again, so that marks of an earlier pass do not count
   std::size_t mOpen = 0;    // messages that are not done
   std::uint64_t mWaits = 0;                           // since something has moved

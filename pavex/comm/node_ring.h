@@ -23,6 +23,13 @@ struct NodeTerms {
   }
 };
 
+// Where data lies in the publisher's arena: runs of `length` bytes, `stride` bytes apart.
+struct NodePlace {
+  std::uint64_t offset;  // of the first run; ~0 if the data is elsewhere
+  std::uint64_t length = 0;
+  std::uint64_t stride = 0;
+};
+
 // How far a message has come. The comment names the side that sets it.
 enum class NodeState : std::uint8_t {
   NONE,
@@ -52,10 +59,10 @@ class alignas(64) NodeNote {
 
   Word Read() const { return mWord.load(std::memory_order_acquire); }
 
-  // Written by the owner of the note alone, while no other side has claimed it. `place`: offset
-  // of the data in the publisher's arena, if it lies there.
+  // Written by the owner of the note alone, while no other side has claimed it. `place`: of the
+  // data of the publisher.
   void Publish(std::uint64_t number, NodeState state, NodeTerms const& terms,
-               std::uint64_t place) {
+               NodePlace const& place) {
     Word const old = mWord.load(std::memory_order_relaxed);
     Word const version = ((old >> 4) + 1) & 0xFFF;
     // Whoever sees one of the new fields sees that the old word is gone.
@@ -64,7 +71,9 @@ class alignas(64) NodeNote {
     mOperation.store(terms.operation, std::memory_order_release);
     mLabel.store(terms.label, std::memory_order_release);
     mBytes.store(terms.bytes, std::memory_order_release);
-    mPlace.store(place, std::memory_order_release);
+    mOffset.store(place.offset, std::memory_order_release);
+    mLength.store(place.length, std::memory_order_release);
+    mStride.store(place.stride, std::memory_order_release);
     mWord.store(number << 16 | version << 4 | static_cast<Word>(state),
                 std::memory_order_release);
   }
@@ -75,7 +84,10 @@ class alignas(64) NodeNote {
             mOperation.load(std::memory_order_acquire), mLabel.load(std::memory_order_acquire),
             mBytes.load(std::memory_order_acquire)};
   }
-  std::uint64_t Place() const { return mPlace.load(std::memory_order_acquire); }
+  NodePlace Place() const {
+    return {mOffset.load(std::memory_order_acquire), mLength.load(std::memory_order_acquire),
+            mStride.load(std::memory_order_acquire)};
+  }
 
   // Whether the note still is the one that `word` was read from.
   bool Is(Word word) const { return mWord.load(std::memory_order_relaxed) == word; }
@@ -96,7 +108,9 @@ class alignas(64) NodeNote {
   std::atomic<std::int32_t> mOperation{0};
   std::atomic<std::int32_t> mLabel{0};
   std::atomic<std::uint64_t> mBytes{0};
-  std::atomic<std::uint64_t> mPlace{0};
+  std::atomic<std::uint64_t> mOffset{0};
+  std::atomic<std::uint64_t> mLength{0};
+  std::atomic<std::uint64_t> mStride{0};
 };
 
 static_assert(sizeof(NodeNote) == 64, "one cache line");

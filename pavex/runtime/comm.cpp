@@ -22,4 +22,18 @@ PavexStatus Comm::Allreduce(void const* /*sendbuf*/, void* /*recvbuf*/, int /*co
   return STATUS_NOT_SUPPORTED;
 }
 
+bool Comm::Strided() const {
+  return false;
+}
+
+PavexStatus Comm::GatherRuns(void const* /*sendbuf*/, Runs const& /*sent*/, void* /*recvbuf*/,
+                             Runs const* /*received*/, Datatype /*type*/, int /*root*/) const {
+  return STATUS_NOT_SUPPORTED;
+}
+
+PavexStatus Comm::ScatterRuns(void const* /*sendbuf*/, Runs const* /*sent*/, void* /*recvbuf*/,
+                              Runs const& /*received*/, Datatype /*type*/, int /*root*/) const {
+  return STATUS_NOT_SUPPORTED;
+}
+
 }  // namespace Pavex

@@ -13,6 +13,16 @@ namespace Pavex {
 // What Allreduce does with the elements of all ranks, element by element.
 enum ReduceOp : std::int32_t { REDUCE_SUM = 0, REDUCE_MIN = 1, REDUCE_MAX = 2 };
 
+// Elements of an array: `count` runs of `length` elements each. The first run begins at element
+// `begin`, each further one `stride` elements after the one before. Example: columns 2 to 4 of
+// a row-major 3 x 8 matrix are {2, 3, 3, 8}.
+struct Runs {
+  long begin;
+  long length;
+  long count;
+  long stride;
+};
+
 // A group of processes, seen by one of them. SelfComm, LocalComm, MpiComm or the application
 // implement it; std::shared_ptr shares it. Every operation is const and blocking. All except
 // Rank, Size, Send and Recv are collective: every rank enters them in the same order with
@@ -91,6 +101,29 @@ class PAVEX_API Comm {
   // Copies `count` elements of rank `root`'s `buf` into every other rank's `buf`.
   [[nodiscard]] virtual PavexStatus Bcast(void* buf, int count, Datatype type,
                                           int root) const = 0;
+
+  // Whether GatherRuns and ScatterRuns work; the same on every rank. Where they do, the library
+  // moves dense pieces by them, from and to the arrays of the caller, and neither packs nor
+  // reorders. Local. The default body returns false.
+  virtual bool Strided() const;
+
+  // A Gatherv of runs: the elements `sent` of each rank's `sendbuf` become the elements
+  // `received[r]` of the root's `recvbuf`, in order. `root` is a rank, or -1 for every rank.
+  // Only receivers read `recvbuf` and `received` (`Size()` entries). Both sides count the same
+  // elements, in runs of the same length, unless those of one side follow each other without a
+  // gap. What is received does not overlap. A rank that receives its own elements where they
+  // are already copies nothing. The default body returns STATUS_NOT_SUPPORTED.
+  [[nodiscard]] virtual PavexStatus GatherRuns(void const* sendbuf, Runs const& sent,
+                                               void* recvbuf, Runs const* received,
+                                               Datatype type, int root) const;
+
+  // The inverse of GatherRuns: the elements `sent[r]` of the root's `sendbuf` become the
+  // elements `received` of rank r's `recvbuf`. Only the root, a rank, reads `sendbuf` and
+  // `sent`; what it sends to several ranks may overlap. The default body returns
+  // STATUS_NOT_SUPPORTED.
+  [[nodiscard]] virtual PavexStatus ScatterRuns(void const* sendbuf, Runs const* sent,
+                                                void* recvbuf, Runs const& received,
+                                                Datatype type, int root) const;
 };
 
 }  // namespace Pavex

@@ -18,14 +18,16 @@
 //     static std::shared_ptr<Comm> Split(Comm const& comm, int color, int key);
 //   };
 //
-// Each rank checks what it has received. The tests are in contract_collective.h (for every
-// element type), contract_message.h, contract_refusal.h and contract_split.h.
+// Each rank checks what it has received. The tests are in contract_collective.h and
+// contract_runs.h (for every element type), contract_message.h, contract_refusal.h and
+// contract_split.h.
 
 #pragma once
 
 #include "tests/comm/contract_collective.h"
 #include "tests/comm/contract_message.h"
 #include "tests/comm/contract_refusal.h"
+#include "tests/comm/contract_runs.h"
 #include "tests/comm/contract_split.h"
 
 // Tests the communicator of `Launcher` against the whole contract.
@@ -34,6 +36,7 @@
   INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommOrderedReduction,                         \
                                  OrderedElementsOver<Launcher>, );                       \
   INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommMessage, AllElementsOver<Launcher>, );    \
+  INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommRuns, AllElementsOver<Launcher>, );       \
   INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommGroup, ::testing::Types<Launcher>, );     \
   INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommRefusal, ::testing::Types<Launcher>, );   \
   INSTANTIATE_TYPED_TEST_SUITE_P(Launcher, CommSplit, ::testing::Types<Launcher>, )

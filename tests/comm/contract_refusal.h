@@ -197,9 +197,36 @@ TYPED_TEST_P(CommRefusal, OfTheInPlaceMarkerWhereItHasNoMeaning) {
   });
 }
 
+TYPED_TEST_P(CommRefusal, OfWrongRuns) {
+  this->ExpectRefusals([](WrongCall& call, auto refused) {
+    Comm const& comm = call.mComm;
+    if (!comm.Strided()) return;
+    int const* const sent = call.mSent.data();
+    int* const received = call.mReceived.data();
+    std::vector<Runs> const ones(call.mOnes.size(), Runs{0, 1, 1, 1});
+    auto* const marker = const_cast<std::int32_t*>(&Comm::IN_PLACE_OBJ);
+    auto const unknown = static_cast<Datatype>(7);
+    for (Runs const& wrong :
+         {Runs{-1, 1, 1, 1}, Runs{0, -1, 1, 1}, Runs{0, 1, -1, 1}, Runs{0, 1, 1, -1}}) {
+      refused(comm.GatherRuns(sent, wrong, received, ones.data(), kInt, 0));
+      refused(comm.ScatterRuns(sent, ones.data(), received, wrong, kInt, 0));
+    }
+    for (int const outside : {-2, comm.Size(), INT_MAX}) {
+      refused(comm.GatherRuns(sent, ones[0], received, ones.data(), kInt, outside));
+      refused(comm.ScatterRuns(sent, ones.data(), received, ones[0], kInt, outside));
+    }
+    refused(comm.ScatterRuns(sent, ones.data(), received, ones[0], kInt, -1));
+    refused(comm.GatherRuns(sent, ones[0], received, nullptr, kInt, -1));
+    refused(comm.GatherRuns(sent, ones[0], received, ones.data(), unknown, 0));
+    refused(comm.ScatterRuns(sent, ones.data(), received, ones[0], unknown, 0));
+    refused(comm.GatherRuns(marker, ones[0], received, ones.data(), kInt, 0));
+    refused(comm.ScatterRuns(sent, ones.data(), marker, ones[0], kInt, 0));
+  });
+}
+
 REGISTER_TYPED_TEST_SUITE_P(CommRefusal, OfNegativeCounts, OfNegativeDisplacements,
                             OfMissingCountsAndDisplacements, OfUnknownElementTypes,
                             OfUnknownReductions, OfRanksOutsideTheGroup,
-                            OfTheInPlaceMarkerWhereItHasNoMeaning);
+                            OfTheInPlaceMarkerWhereItHasNoMeaning, OfWrongRuns);
 
 }  // namespace Pavex

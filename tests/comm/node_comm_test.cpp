@@ -555,11 +555,11 @@ TEST(NodeExchange, CarriesAnyNumberOfMessagesBetweenTwoRanks) {
     exchange.Begin(NodeOperation::ALLGATHERV, static_cast<std::uint64_t>(way + 1), 0,
                    NodeCopier::SENDER);
     for (int i = 0; i < kMessages && rank < 2; ++i) {
-      int const size = i % 3 == 0 ? 50 : kMost - i;
+      auto const bytes = static_cast<std::uint64_t>(i % 3 == 0 ? 50 : kMost - i);
       out[i * kMost] = static_cast<unsigned char>(i + 1);
       exchange.Label(i);
-      exchange.Send(1 - rank, out.Data() + i * kMost, size, DATATYPE_BYTE);
-      exchange.Receive(1 - rank, in.Data() + i * kMost, size, DATATYPE_BYTE);
+      exchange.Send(1 - rank, NodeRegion::Of(out.Data() + i * kMost, bytes), DATATYPE_BYTE);
+      exchange.Receive(1 - rank, NodeRegion::Of(in.Data() + i * kMost, bytes), DATATYPE_BYTE);
     }
 
     EXPECT_EQ(exchange.Run(), nullptr);
@@ -580,18 +580,19 @@ TEST(NodeExchange, ASenderWithdrawsWhatTheReceiverHasGivenUp) {
   NodeExchange exchange(links);
   exchange.Begin(NodeOperation::MESSAGE, 0, 3, NodeCopier::SENDER);
   if (links.Rank() == 0 && links.Size() > 1) {
-    exchange.Send(1, data.Data(), 10000, DATATYPE_BYTE);
+    exchange.Send(1, NodeRegion::Of(data.Data(), 10000), DATATYPE_BYTE);
     EXPECT_STREQ(exchange.Run(), "rank 1 has given up");
   }
   if (links.Rank() == 1) {
     NodeRing& ring = links.To(0).in->direct;
     while (NodeNote::StateOf(ring.offers[1].Read()) != NodeState::OFFERED)
       sched_yield();
-    ring.answers[1].Publish(1, NodeState::REVOKED, ring.offers[1].Terms(), NodeArena::kOutside);
+    ring.answers[1].Publish(1, NodeState::REVOKED, ring.offers[1].Terms(),
+                            {NodeArena::kOutside});
     while (NodeNote::StateOf(ring.offers[1].Read()) != NodeState::WITHDRAWN)
       sched_yield();
 
-    exchange.Receive(0, data.Data(), 10000, DATATYPE_BYTE);
+    exchange.Receive(0, NodeRegion::Of(data.Data(), 10000), DATATYPE_BYTE);
 
     EXPECT_STREQ(exchange.Run(), "rank 0 has given up");
   }

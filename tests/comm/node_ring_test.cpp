@@ -61,17 +61,17 @@ TEST_F(NodeRingThreads, SmallMessagesArriveInTheirSlots) {
     if (number > NodeRing::kSlots)
       Await(mRing->answers[slot], number - NodeRing::kSlots, NodeState::TAKEN);
     std::memset(mRing->data[slot], static_cast<int>(number % 251), 64);
-    mRing->offers[slot].Publish(number, NodeState::OFFERED, TermsOf(number, 64), number * 3);
+    mRing->offers[slot].Publish(number, NodeState::OFFERED, TermsOf(number, 64), {number * 3});
   };
   auto const receive = [&](std::uint64_t number) {
     int const slot = SlotOf(number);
     NodeNote const& offer = mRing->offers[slot];
     NodeNote::Word const word = Await(offer, number, NodeState::OFFERED);
     bool const asOffered = offer.Terms() == TermsOf(number, 64) &&
-                           offer.Place() == number * 3 && offer.Is(word) &&
+                           offer.Place().offset == number * 3 && offer.Is(word) &&
                            mRing->data[slot][63] == number % 251;
     wrong += asOffered ? 0 : 1;
-    mRing->answers[slot].Publish(number, NodeState::TAKEN, TermsOf(number, 64), 0);
+    mRing->answers[slot].Publish(number, NodeState::TAKEN, TermsOf(number, 64), {0});
   };
 
   Run(send, receive);
@@ -96,10 +96,10 @@ TEST_F(NodeRingThreads, AGrantIsTakenUpOrRevokedButNeverBoth) {
       ++stored;
       answer.Move(answer.Read(), NodeState::STORED);
     }
-    offer.Publish(number, NodeState::OFFERED, TermsOf(number, 64), 0);
+    offer.Publish(number, NodeState::OFFERED, TermsOf(number, 64), {0});
   };
   auto const receive = [&](std::uint64_t number) {
-    answer.Publish(number, NodeState::GRANTED, TermsOf(number, 64), 0);
+    answer.Publish(number, NodeState::GRANTED, TermsOf(number, 64), {0});
     for (std::uint64_t i = 0; i < number % 4; ++i)
       std::this_thread::yield();
     NodeNote::Word const word = answer.Read();
@@ -131,7 +131,7 @@ TEST_F(NodeRingThreads, TermsBelongToTheWordThatTheyWereReadWith) {
     while (!ended.load()) {
       NodeNote::Word const word = note.Read();
       NodeTerms const terms = note.Terms();
-      std::uint64_t const place = note.Place();
+      std::uint64_t const place = note.Place().offset;
       std::uint64_t const number = NodeNote::NumberOf(word);
       if (number == 0 || !note.Is(word)) continue;
       ++seen;
@@ -139,7 +139,7 @@ TEST_F(NodeRingThreads, TermsBelongToTheWordThatTheyWereReadWith) {
     }
   });
   for (std::uint64_t number = 1; number <= kMessages || seen < 1000; ++number) {
-    note.Publish(number, NodeState::OFFERED, TermsOf(number, number * 2), number * 3);
+    note.Publish(number, NodeState::OFFERED, TermsOf(number, number * 2), {number * 3});
     if (number % 64 == 0) std::this_thread::yield();
   }
   ended.store(true);

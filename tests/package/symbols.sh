@@ -8,7 +8,7 @@ public='Allocator|MemoryPool|Log|Comm|SelfComm|LocalComm|MpiComm|NodeComm|NodePo
 public+='|MatrixCompressed<.*>|MatrixDense<.*>|MatrixCSR<.*>|MatrixCSC<.*>|MatrixCOO<.*>|Aggregator<.*>|Assembler<.*>(::SentRows)?'
 member="((int|void|[a-z]+) )?Pavex::($public)::.+"
 about="(vtable|typeinfo|typeinfo name) for Pavex::($public)"
-function='Pavex::DatatypeSize\(Pavex::Datatype\)|PavexStatusStr\(int\)|PavexVersion\(\)|PavexBuildInfo\(\)'
+function='Pavex::DatatypeSize\(Pavex::Datatype\)|Pavex::CopyRuns\(.*\)|PavexStatusStr\(int\)|PavexVersion\(\)|PavexBuildInfo\(\)'
 function+='|Pavex::(RecordOf|PlanGather|FindSuspicious|AssemblyPathStr|Describe(\[abi:cxx11\])?|GatherStageStr)\(.*\)'
 function+='|void Pavex::ShiftIndexBase<.*>\(Pavex::Matrix(CSR|CSC|COO)<.*>&, int, int\)'
 

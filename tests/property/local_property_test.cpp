@@ -1,10 +1,13 @@
 #include "pavex/comm/local_comm.h"
 #include "pavex/runtime/log.h"
 #include "tests/property/property.h"
+#include "tests/support/strided_comm.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <memory>
 #include <string>
+#include <type_traits>
 
 namespace Pavex {
 namespace {
@@ -36,18 +39,33 @@ void RunCases(std::uint64_t seed, long first, long end, std::shared_ptr<Comm> co
   }
 }
 
-TEST_P(AggregatorProperty, GathersUpdatesAndScattersAsTheModel) {
-  auto const options = PropertyOptions::FromEnvironment(kCasesPerRankCount);
+// `Wrapped`: the communicator that the aggregators use, over a rank of a LocalComm.
+template <typename Wrapped>
+void RunAllCases(int ranks, long cases) {
+  auto const options = PropertyOptions::FromEnvironment(cases);
   std::printf("seed %lu, cases %ld to %ld, %d ranks\n", options.seed, options.first,
-              options.first + options.cases - 1, GetParam());
+              options.first + options.cases - 1, ranks);
 
   long const end = options.first + options.cases;
-  for (long first = options.first; first < end && !HasFailure(); first += kCasesPerGroup) {
+  for (long first = options.first; first < end && !testing::Test::HasFailure();
+       first += kCasesPerGroup) {
     long const last = std::min(first + kCasesPerGroup, end);
-    LocalComm::Run(GetParam(), [&](std::shared_ptr<Comm> const& comm) {
-      RunCases(options.seed, first, last, comm);
+    LocalComm::Run(ranks, [&](std::shared_ptr<Comm> const& comm) {
+      if constexpr (std::is_same_v<Wrapped, LocalComm>)
+        RunCases(options.seed, first, last, comm);
+      else
+        RunCases(options.seed, first, last, std::make_shared<Wrapped>(comm));
     });
   }
+}
+
+TEST_P(AggregatorProperty, GathersUpdatesAndScattersAsTheModel) {
+  RunAllCases<LocalComm>(GetParam(), kCasesPerRankCount);
+}
+
+// Over a communicator that moves dense runs.
+TEST_P(AggregatorProperty, MovesRunsAsTheModel) {
+  RunAllCases<StridedComm>(GetParam(), kCasesPerRankCount / 2);
 }
 
 }  // namespace

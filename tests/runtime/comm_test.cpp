@@ -23,6 +23,9 @@ TEST(Comm, KeepsTheOrderOfItsVirtualFunctions) {
   EXPECT_EQ(VtableSlot(&Comm::Allgatherv), 11U);
   EXPECT_EQ(VtableSlot(&Comm::Allreduce), 12U);
   EXPECT_EQ(VtableSlot(&Comm::Bcast), 13U);
+  EXPECT_EQ(VtableSlot(&Comm::Strided), 14U);
+  EXPECT_EQ(VtableSlot(&Comm::GatherRuns), 15U);
+  EXPECT_EQ(VtableSlot(&Comm::ScatterRuns), 16U);
 }
 
 TEST(Comm, MarksInPlaceByA32BitObjectOfValueZero) {
@@ -54,6 +57,12 @@ TEST(Comm, SupportsTheOptionalOperationsOnlyWhereTheyAreOverridden) {
       comm.Alltoallv(&sent, &one, &zero, DATATYPE_INT, &received, &one, &zero, DATATYPE_INT),
       STATUS_NOT_SUPPORTED);
   EXPECT_EQ(comm.Allreduce(&sent, &received, 1, DATATYPE_INT, REDUCE_SUM),
+            STATUS_NOT_SUPPORTED);
+  Runs const run = {0, 1, 1, 1};
+  EXPECT_FALSE(comm.Strided());
+  EXPECT_EQ(comm.GatherRuns(&sent, run, &received, &run, DATATYPE_INT, 0),
+            STATUS_NOT_SUPPORTED);
+  EXPECT_EQ(comm.ScatterRuns(&sent, &run, &received, run, DATATYPE_INT, 0),
             STATUS_NOT_SUPPORTED);
   EXPECT_EQ(received, 7);
 }

@@ -1,7 +1,7 @@
 # Spack recipe of Pavex. UNTESTED: written by the book, never run by Spack.
 #
 #   spack repo add packaging/spack
-#   spack dev-build --source-path . pavex@0.1.0 +mpi
+#   spack dev-build --source-path . pavex@0.2.0 +mpi
 
 from spack.package import *
 
@@ -12,7 +12,7 @@ class Pavex(CMakePackage):
 
     license("Apache-2.0")
 
-    version("0.1.0")
+    version("0.2.0")
 
     variant("shared", default=True, description="Build shared libraries")
     variant("mpi", default=True, description="Build the communicator over MPI")
