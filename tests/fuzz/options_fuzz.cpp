@@ -110,7 +110,7 @@ void CheckParsed(Subcommand& subcommand, Job& job, bool isPlan) {
   CheckPieces(options);
   Log::mMaxLogLevel = -1;
   if (isPlan && IsQuickToPlan(options))
-    CheckPlan(MakePlan(*OpenGenerator(options.mGenerate, EntryLimit::NONE), options, options));
+    CheckPlan(MakePlan(*OpenGenerator(options.mGenerate), options, options));
 }
 
 std::vector<std::string> WordsOf(std::string_view text) {

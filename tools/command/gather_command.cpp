@@ -49,7 +49,9 @@ constexpr char const* kExamples =
     "--partition cuts coo by rows, columns or entries, csr by rows, csc by columns, and dense\n"
     "by rows or columns. The numbers of rows (columns, entries) of two pieces differ by at\n"
     "most one. The words one and all give the whole matrix to one rank or to every rank.\n"
-    "A matrix has at most 2147483647 rows, columns and entries, also with --index long.\n"
+    "A matrix has at most 2147483647 rows and columns, and so many entries in csr and csc "
+    "with\n"
+    "--index int.\n"
     "Entries that a file repeats stay apart in sparse formats; dense formats add them up.\n";
 
 class GatherCommand final : public Subcommand {

@@ -45,7 +45,7 @@ PlanCommand::PlanCommand(CLI::App& app)
 }
 
 void PlanCommand::Run(Ranks& ranks) const {
-  Plan plan = MakePlan(*OpenToCount(mOptions), mOptions, mOptions);
+  Plan plan = MakePlan(*OpenSource(mOptions), mOptions, mOptions);
   plan.mComm = ranks.Kind();
   if (ranks.FirstHere() == 0) {
     std::fputs(InText(plan, mOptions.mAllRanks).c_str(), stdout);

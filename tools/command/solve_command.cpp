@@ -2,6 +2,7 @@
 
 #include "tools/command/commands.h"
 #include "tools/command/common_options.h"
+#include "tools/cut/refusals.h"
 #include "tools/files/whole_file.h"
 #include "tools/picture/plot_file.h"
 #include "tools/solve/draw_solve.h"
@@ -85,6 +86,7 @@ void SolveCommand::Run(Ranks& ranks) const {
   CheckPlot(mOptions.mPlot, ranks);
   if (ranks.FirstHere() == 0) RequireOutputs(mOptions);
   auto const source = OpenSource(mOptions);
+  RefuseTooManyToSolve(source->Name(), source->Whole());
   KeepOwnPiece(*source, mOptions, ranks);
   SolveResult const result = RunSolve(*source, All(), ranks);
   if (ranks.FirstHere() != 0) return;

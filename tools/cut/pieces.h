@@ -11,7 +11,7 @@
 
 namespace Pavex::Tool {
 
-// The greatest count: counts and displacements of a gather are 32-bit.
+// The most entries that offsets of type int can count.
 constexpr long kMaxEntries = std::numeric_limits<std::int32_t>::max();
 
 // The share of one rank: the entries numbered [mEntryBegin, mEntryEnd) in the order of the

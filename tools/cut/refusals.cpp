@@ -15,14 +15,31 @@ std::string OtherCut(Extent const& whole, CutOptions const& options, long ranks)
                                         : " or --format coo --partition entries";
 }
 
+std::string TooMany(std::string const& input, Extent const& whole) {
+  return input + " has " + std::to_string(whole.mEntries) + " entries, more than the " +
+         std::to_string(kMaxEntries) + " that ";
+}
+
+// Dense elements of 16 bytes, and as many again to reorder them.
+constexpr long kMostElements = 1L << 57;
+
 }  // namespace
 
-void RefuseTooLarge(Extent const& whole, CutOptions const& options) {
-  if (IsDense(options.mFormat) && whole.mCols > 0 && whole.mRows > kMaxEntries / whole.mCols)
+void RefuseTooLarge(std::string const& input, Extent const& whole, CutOptions const& options,
+                    IndexKind index) {
+  if (IsCompressed(options.mFormat) && index == IndexKind::INT && whole.mEntries > kMaxEntries)
+    throw InputError(TooMany(input, whole) +
+                     "offsets can count with --index int: use --index long");
+  if (IsDense(options.mFormat) && whole.mCols > 0 && whole.mRows > kMostElements / whole.mCols)
     throw InputError("a dense matrix of " + std::to_string(whole.mRows) + " x " +
                      std::to_string(whole.mCols) + " has more than the " +
-                     std::to_string(kMaxEntries) +
-                     " elements that one gather can place: use a sparse --format");
+                     std::to_string(kMostElements) +
+                     " elements that memory can hold: use a sparse --format");
+}
+
+void RefuseTooManyToSolve(std::string const& input, Extent const& whole) {
+  if (whole.mEntries > kMaxEntries)
+    throw InputError(TooMany(input, whole) + "a solver can count");
 }
 
 void RefuseTooManyRanks(Extent const& whole, CutOptions const& options, int ranks) {

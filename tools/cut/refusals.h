@@ -1,17 +1,23 @@
-// What `pavex gather` refuses, in addition to a source with too many entries: pieces that the
-// library would misunderstand or cannot count. All functions throw InputError with a remedy.
+// What `pavex gather` refuses: pieces that the library would misunderstand, and matrices that
+// it cannot count. All functions throw InputError with a remedy.
 
 #pragma once
 
 #include "tools/choice/options.h"
 #include "tools/cut/pieces.h"
 
+#include <string>
 #include <vector>
 
 namespace Pavex::Tool {
 
-// Refuses more elements than a gather can place in a dense format.
-void RefuseTooLarge(Extent const& whole, CutOptions const& options);
+// Refuses more entries of `input` than the offsets of a compressed format can count, and more
+// elements of a dense format than memory can hold.
+void RefuseTooLarge(std::string const& input, Extent const& whole, CutOptions const& options,
+                    IndexKind index);
+
+// Refuses more entries of `input` than a solver can count.
+void RefuseTooManyToSolve(std::string const& input, Extent const& whole);
 
 // Refuses more ranks than rows or columns. Suggests a cut by entries where that helps.
 void RefuseTooManyRanks(Extent const& whole, CutOptions const& options, int ranks);

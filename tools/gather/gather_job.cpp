@@ -7,7 +7,7 @@
 namespace Pavex::Tool {
 
 GatherResult RunGather(Source const& source, GatherOptions const& options, Ranks& ranks) {
-  RefuseTooLarge(source.Whole(), options);
+  RefuseTooLarge(source.Name(), source.Whole(), options, options.mIndex);
   ValueKind const value = ChooseValue(source, options.mValue, options.mWithValues);
   GatherResult result;
   auto const run = [&](auto valueTag, auto indexTag) {

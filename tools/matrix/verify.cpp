@@ -63,7 +63,7 @@ class SparseRows {
         items.push_back({static_cast<long>(mElements.mCol[k]), Value(k)});
       return;
     }
-    for (; mNext < mOrder.size() && mElements.mRow[mOrder[mNext]] == row; ++mNext) {
+    for (; mNext < mOrder.Size() && mElements.mRow[mOrder[mNext]] == row; ++mNext) {
       std::size_t const k = mOrder[mNext];
       bool const given = mElements.mCol != nullptr;
       items.push_back({given ? static_cast<long>(mElements.mCol[k]) : mColumn[k], Value(k)});
@@ -102,7 +102,7 @@ class SparseRows {
 
   Elements<T, I> mElements;
   bool mWithValues;
-  std::vector<std::uint32_t> mOrder;  // the entries by row, if the arrays are not in that order
+  EntryNumbers mOrder;                // the entries by row, if the arrays are not in that order
   std::size_t mNext = 0;              // the first entry of the next row in mOrder
   std::vector<std::int32_t> mColumn;  // column of each entry, if the lines are columns
 };

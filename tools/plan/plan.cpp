@@ -152,11 +152,12 @@ class Account {
     bool const holds = one && r == mDecision.mSource;
     long const countArrays = 2 * kCountBytes * count;
     long const base = !one && rank.mReceiver ? countArrays : 0;
-    if (IsDense(mCut.mFormat)) return base + DensePeak(rank);
+    if (IsDense(mCut.mFormat)) return base + DensePeak(rank, one ? 0 : countArrays);
     if (holds || (one && !rank.mReceiver)) return 0;
     long const whole =
         rank.mReceiver ? SparseBytes(mDecision.mRows, mDecision.mCols, mDecision.mEntries) : 0;
-    if (one || mCut.mFormat == Format::COO) return base + whole;
+    if (one) return whole;
+    if (mCut.mFormat == Format::COO) return base + whole + RoundBytes(rank, countArrays);
     return base + CompressedPeak(rank, whole, countArrays);
   }
 
@@ -166,16 +167,21 @@ class Account {
     long const lengths = Compressed(rank.mRows, rank.mCols) * mIndexBytes;
     if (!rank.mReceiver) return lengths;
     long const offsets = (Compressed(mDecision.mRows, mDecision.mCols) + 1) * mIndexBytes;
-    return std::max(whole, offsets + countArrays + lengths);
+    return std::max(whole + RoundBytes(rank, countArrays), offsets + countArrays + lengths);
+  }
+
+  // The counts and displacements of entries that take several calls.
+  long RoundBytes(PlanRank const& rank, long countArrays) const {
+    return rank.mReceiver && CallsFor(mDecision.mEntries) > 1 ? countArrays : 0;
   }
 
   // The most bytes of a dense gather: the gathered values, a packed copy of a piece with gaps,
   // and a second copy of the gathered values if bands are side by side in each run.
-  long DensePeak(PlanRank const& rank) const {
+  long DensePeak(PlanRank const& rank, long countArrays) const {
     long const whole = rank.mReceiver ? mDecision.mEntries * mValueBytes : 0;
     bool const gaps = mCut.mPad != 0 && Runs(rank) > 1;
     long const packed = gaps ? rank.mEntries * mValueBytes : 0;
-    return whole + packed + (SideBySide() ? whole : 0);
+    return whole + packed + std::max(SideBySide() ? whole : 0, RoundBytes(rank, countArrays));
   }
   bool SideBySide() const {
     if (mDecision.mMode != DISTRIBUTED) return false;
@@ -184,14 +190,36 @@ class Account {
     return !along && (ByRows() ? mDecision.mRows : mDecision.mCols) != 1;
   }
 
-  // Counts what a receiver gets when each rank sends its share of each array.
+  // One call counts at most kMaxEntries elements.
+  static long CallsFor(long count) { return std::max(1L, (count - 1) / kMaxEntries + 1); }
+  // How many calls move some of the `count` elements behind `before` earlier ones.
+  static long CallsWith(long before, long count) {
+    return count == 0 ? 1 : (before + count - 1) / kMaxEntries - before / kMaxEntries + 1;
+  }
+
+  // The calls for all arrays if those of the entries and those of the rows (columns) are so
+  // many.
+  long CallsForArrays(long callsForEntries, long callsForLines) const {
+    if (!IsCompressed(mCut.mFormat)) return Arrays() * callsForEntries;
+    return callsForLines + (Arrays() - 1) * callsForEntries;
+  }
+
+  // Each rank sends its share of each array.
   void ReceivePieces(std::vector<PlanRank> const& ranks, PlanRank& rank) const {
-    rank.mCalls += Arrays();
+    rank.mCalls += CallsForArrays(CallsFor(mDecision.mEntries),
+                                  CallsFor(Compressed(mDecision.mRows, mDecision.mCols)));
     if (!rank.mReceiver) return;
+    long entries = 0;  // of the ranks before
+    long lines = 0;
     for (PlanRank const& other : ranks) {
-      if (&other == &rank) continue;
-      rank.mMessages += Arrays();
-      rank.mMessageBytes += ShareBytes(other);
+      long const ownLines = Compressed(other.mRows, other.mCols);
+      if (&other != &rank) {
+        rank.mMessages +=
+            CallsForArrays(CallsWith(entries, other.mEntries), CallsWith(lines, ownLines));
+        rank.mMessageBytes += ShareBytes(other);
+      }
+      entries += other.mEntries;
+      lines += ownLines;
     }
   }
   long ShareBytes(PlanRank const& rank) const {
@@ -206,9 +234,12 @@ class Account {
     bool const holds = r == mDecision.mSource;
     bool const takesPart = mToAll || (mDecision.mSource != 0 && (holds || rank.mReceiver));
     if (!takesPart) return;
-    rank.mCalls += Arrays();
+    long const calls =
+        CallsForArrays(CallsFor(mDecision.mEntries),
+                       CallsFor(Compressed(mDecision.mRows, mDecision.mCols) + 1));
+    rank.mCalls += calls;
     if (holds) return;
-    rank.mMessages += Arrays();
+    rank.mMessages += calls;
     rank.mMessageBytes += IsDense(mCut.mFormat) ? mDecision.mEntries * mValueBytes
                                                 : SparseBytes(mDecision.mRows, mDecision.mCols,
                                                               mDecision.mEntries);
@@ -236,8 +267,7 @@ void WarnOfEmptyRanks(Plan const& plan, std::vector<std::string>& warnings) {
 // none.
 std::string RefusalOf(Source const& source, Plan const& plan) {
   try {
-    source.CheckEntries();
-    RefuseTooLarge(plan.mWhole, plan.mCut);
+    RefuseTooLarge(source.Name(), plan.mWhole, plan.mCut, plan.mRun.mIndex);
     RefuseEmptyPieces(ExtentsOf(plan.mRanks), plan.mWhole, plan.mCut);
   } catch (InputError const& refusal) {
     return refusal.what();
@@ -245,34 +275,20 @@ std::string RefusalOf(Source const& source, Plan const& plan) {
   return plan.mDecided ? "" : "the library refuses these pieces";
 }
 
-// Warns if a count is near the most that one gather can place. A larger count becomes the
-// refusal of the plan, unless there is one.
-void JudgeCount(std::string const& what, long count, Plan& plan) {
-  if (count < kNearLimit) return;
-  std::string const limit = std::to_string(kMaxEntries) + " that one gather can place";
-  std::string const counted = std::to_string(count) + " " + what;
-  if (count <= kMaxEntries)
-    plan.mWarnings.push_back(counted + " are near the " + limit);
-  else if (plan.Accepted())
-    plan.mRefusal = counted + " are more than the " + limit;
-}
-
-void JudgeCounts(Plan& plan) {
-  auto const movesArrays = [](PlanRank const& rank) { return rank.mCalls > 1; };
-  if (std::none_of(plan.mRanks.begin(), plan.mRanks.end(), movesArrays)) return;
-  JudgeCount("entries", plan.mEntries, plan);
-  if (!IsCompressed(plan.mCut.mFormat)) return;
-  long const lengths = plan.mCut.mFormat == Format::CSR ? plan.mRows : plan.mCols;
-  if (plan.mMode == CENTRALIZED_ONE)
-    JudgeCount("offsets", lengths + 1, plan);
-  else
-    JudgeCount("lengths", lengths, plan);
+// Warns if a compressed matrix has nearly as many entries as offsets of type int can count.
+void JudgeEntries(Plan& plan) {
+  bool const counts = IsCompressed(plan.mCut.mFormat) && plan.mRun.mIndex == IndexKind::INT;
+  if (!counts || plan.mWhole.mEntries < kNearLimit || plan.mWhole.mEntries > kMaxEntries)
+    return;
+  plan.mWarnings.push_back(std::to_string(plan.mWhole.mEntries) + " entries are near the " +
+                           std::to_string(kMaxEntries) +
+                           " that offsets can count with --index int");
 }
 
 void AddWarnings(PieceDecision const& decision, Plan& plan) {
   plan.mWarnings = decision.mFindings;
   WarnOfEmptyRanks(plan, plan.mWarnings);
-  JudgeCounts(plan);
+  JudgeEntries(plan);
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ struct PlanRank {
   long mBytes = 0;
 
   bool mReceiver = false;
-  int mCalls = 0;          // of the communicator, Rank and Size not counted
+  long mCalls = 0;         // of the communicator, Rank and Size not counted
   long mMessages = 0;      // contributions of other ranks that this one receives
   long mMessageBytes = 0;  // and their bytes
   long mPeakPoolBytes = 0;

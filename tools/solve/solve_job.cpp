@@ -62,7 +62,7 @@ SolveProblem MakeProblem(Source const& source, SolveOptions const& options, Valu
   if (problem.mUnknowns > kMaxEntries / problem.mCount)
     throw InputError("right-hand sides of " + Shape(problem.mUnknowns, problem.mCount) +
                      " have more than the " + std::to_string(kMaxEntries) +
-                     " elements that one gather can place: use fewer");
+                     " elements that a solver can count: use fewer");
   return problem;
 }
 

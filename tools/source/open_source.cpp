@@ -13,9 +13,4 @@ void KeepOwnPiece(Source& source, CutOptions const& options, Ranks const& ranks)
     source.Keep(CutPiece(source.Whole(), options, ranks.Count(), ranks.FirstHere()));
 }
 
-std::unique_ptr<Source> OpenToCount(InputOptions const& options) {
-  if (!options.mFile.empty()) return OpenFile(options.mFile);
-  return OpenGenerator(options.mGenerate, EntryLimit::NONE);
-}
-
 }  // namespace Pavex::Tool

@@ -17,8 +17,4 @@ std::unique_ptr<Source> OpenSource(InputOptions const& options);
 // Throws InputError for pieces that cannot be cut.
 void KeepOwnPiece(Source& source, CutOptions const& options, Ranks const& ranks);
 
-// Opens the input for counting its entries. It may be too large for a gather. Throws
-// InputError.
-std::unique_ptr<Source> OpenToCount(InputOptions const& options);
-
 }  // namespace Pavex::Tool

@@ -27,7 +27,6 @@ class FileSource final : public Source {
     mName = path;
     mField = mMatrix.mField;
     mWhole = {mMatrix.mRows, mMatrix.mCols, static_cast<long>(mMatrix.Entries())};
-    CheckEntries();
     OrderRows();
   }
 
@@ -49,16 +48,10 @@ class FileSource final : public Source {
   }
 
   Triplets Rows(long begin, long end) const override {
-    auto const firstOf = [this](long row) {
-      auto const below = [this](std::uint32_t k, long limit) {
-        return mMatrix.mRow[k] < limit;
-      };
-      return std::lower_bound(mByRow.begin(), mByRow.end(), row, below);
-    };
-    auto const last = firstOf(end);
+    std::size_t const last = FirstOf(end);
     Triplets rows = Empty();
-    for (auto k = firstOf(begin); k != last; ++k)
-      Copy(*k, rows);
+    for (std::size_t place = FirstOf(begin); place != last; ++place)
+      Copy(mByRow[place], rows);
     return rows;
   }
 
@@ -72,6 +65,19 @@ class FileSource final : public Source {
   void OrderRows() {
     mByRow = OrderByRow(mMatrix.Entries(), mWhole.mRows,
                         [this](std::size_t k) { return mMatrix.mRow[k]; });
+  }
+
+  // The place in mByRow of the first entry in `row` or below it.
+  std::size_t FirstOf(long row) const {
+    std::size_t first = 0;
+    for (std::size_t end = mByRow.Size(); first < end;) {
+      std::size_t const middle = first + (end - first) / 2;
+      if (mMatrix.mRow[mByRow[middle]] < row)
+        first = middle + 1;
+      else
+        end = middle;
+    }
+    return first;
   }
 
   Triplets Empty() const {
@@ -90,16 +96,15 @@ class FileSource final : public Source {
   }
 
   Triplets mMatrix;
-  bool mIsPiece = false;              // mMatrix has lost what lies outside one piece
-  std::vector<std::uint32_t> mByRow;  // entry numbers
+  bool mIsPiece = false;  // mMatrix has lost what lies outside one piece
+  EntryNumbers mByRow;    // of the entries
 };
 
 class GeneratorSource final : public Source {
  public:
-  GeneratorSource(std::string const& description, EntryLimit limit) : mGenerator(description) {
+  explicit GeneratorSource(std::string const& description) : mGenerator(description) {
     mName = description;
     mWhole = {mGenerator.Rows(), mGenerator.Cols(), mGenerator.Entries()};
-    if (limit == EntryLimit::GATHER) CheckEntries();
   }
 
   Triplets Cut(Piece const& piece, ProgressFunction const& progress) const override {
@@ -181,19 +186,12 @@ std::vector<long> Source::CountCols(std::vector<long> const& bounds) const {
   return counts;
 }
 
-void Source::CheckEntries() const {
-  if (mWhole.mEntries > kMaxEntries)
-    throw InputError(mName + " has " + std::to_string(mWhole.mEntries) +
-                     " entries, more than the " + std::to_string(kMaxEntries) +
-                     " that one gather can place");
-}
-
 std::unique_ptr<Source> OpenFile(std::string const& path) {
   return std::make_unique<FileSource>(path);
 }
 
-std::unique_ptr<Source> OpenGenerator(std::string const& description, EntryLimit limit) {
-  return std::make_unique<GeneratorSource>(description, limit);
+std::unique_ptr<Source> OpenGenerator(std::string const& description) {
+  return std::make_unique<GeneratorSource>(description);
 }
 
 }  // namespace Pavex::Tool

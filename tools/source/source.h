@@ -34,9 +34,6 @@ class Source {
   virtual long CountRows(long begin, long end) const;
   virtual std::vector<long> CountCols(std::vector<long> const& bounds) const;
 
-  // Throws InputError if there are more entries than a gather can place.
-  void CheckEntries() const;
-
   // Forgets the entries outside `piece`, for a process that holds no other piece and receives
   // nothing. From then on, only `piece` can be cut, and Rows returns what lies inside it.
   virtual void Keep(Piece const& piece) = 0;
@@ -50,12 +47,8 @@ class Source {
 // Reads the file whole. Throws InputError.
 std::unique_ptr<Source> OpenFile(std::string const& path);
 
-// Whether a source may have more entries than a gather can place. NONE suffices for counting.
-enum class EntryLimit { GATHER, NONE };
-
 // `description` is KIND:SIZE as the generators know it; nothing is generated yet. Throws
 // InputError.
-std::unique_ptr<Source> OpenGenerator(std::string const& description,
-                                      EntryLimit limit = EntryLimit::GATHER);
+std::unique_ptr<Source> OpenGenerator(std::string const& description);
 
 }  // namespace Pavex::Tool

@@ -137,12 +137,15 @@ TEST(BadSize, IsNamedWithTheCure) {
   ExpectRefused({"solve", "--generate", "poisson3d:3", "--ranks", "28"},
                 "28 ranks cannot share 27 rows without one left empty: use --ranks 27");
   ExpectRefused(
-      {"gather", "--generate", "poisson3d:700"},
-      "poisson3d:700 has 2398060000 entries, more than the 2147483647 that one gather "
-      "can place");
-  ExpectRefused({"gather", "--generate", "poisson3d:60", "--format", "dense-row"},
-                "a dense matrix of 216000 x 216000 has more than the 2147483647 elements that "
-                "one gather can place: use a sparse --format");
+      {"gather", "--generate", "poisson3d:700", "--format", "csr"},
+      "poisson3d:700 has 2398060000 entries, more than the 2147483647 that offsets can "
+      "count with --index int: use --index long");
+  ExpectRefused({"solve", "--generate", "poisson3d:700"},
+                "poisson3d:700 has 2398060000 entries, more than the 2147483647 that a solver "
+                "can count");
+  ExpectRefused({"gather", "--generate", "poisson3d:1000", "--format", "dense-row"},
+                "a dense matrix of 1000000000 x 1000000000 has more than the "
+                "144115188075855872 elements that memory can hold: use a sparse --format");
   ExpectRefused({"gather", "--generate", "cube:3"},
                 "cannot generate \"cube:3\": unknown kind \"cube\", known: poisson2d:N, "
                 "poisson3d:N, convection2d:N, convection3d:N, random:N, dense:ROWSxCOLS");

@@ -55,20 +55,31 @@ TEST(PlanCommand, PlansWhatTheGatherReports) {
   ExpectPlanned({"--generate", "random:40", "--partition", "one", "--holder", "2"});
 }
 
-TEST(PlanCommand, AnswersForMoreThanAnyMemoryHoldsAndFailsAsTheGatherWould) {
+TEST(PlanCommand, AnswersForMoreThanAnyMemoryHolds) {
+  CommandResult const result = RunPavex({"plan", "--generate", "poisson3d:1000", "--format",
+                                         "csr", "--index", "long", "--ranks", "1000"});
+
+  EXPECT_EQ(result.exitCode, 0) << result.errors;
+  EXPECT_THAT(result.output,
+              HasSubstr("poisson3d:1000: 1000000000 x 1000000000, 6994000000 entries, real\n"));
+  EXPECT_THAT(result.output, HasSubstr("\n   ...  --all-ranks shows the other 996\n"));
+}
+
+TEST(PlanCommand, FailsAsTheGatherWould) {
   CommandResult const result =
-      RunPavex({"plan", "--generate", "poisson3d:1000", "--ranks", "1000"});
+      RunPavex({"plan", "--generate", "poisson3d:1000", "--format", "csr", "--ranks", "1000"});
 
   std::string const refusal =
-      "poisson3d:1000 has 6994000000 entries, more than the 2147483647 that one gather can "
-      "place\n";
+      "poisson3d:1000 has 6994000000 entries, more than the 2147483647 that offsets can count "
+      "with --index int: use --index long\n";
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_EQ(result.errors, "pavex: " + refusal);
   EXPECT_THAT(
       result.output,
       StartsWith("refused: " + refusal +
                  "poisson3d:1000: 1000000000 x 1000000000, 6994000000 entries, real\n"));
-  EXPECT_THAT(result.output, HasSubstr("\n   ...  --all-ranks shows the other 996\n"));
+  EXPECT_THAT(result.output,
+              HasSubstr("\nrefused: the pieces have 6994000000 entries together"));
 }
 
 TEST(PlanCommand, ShowsEveryRankOnRequest) {

@@ -179,7 +179,7 @@ GatherOptions Options(Format format, int ranks) {
 }
 
 TEST(Plan, CountsAMatrixThatNoMemoryHolds) {
-  auto const source = OpenGenerator("poisson3d:1000", EntryLimit::NONE);
+  auto const source = OpenGenerator("poisson3d:1000");
 
   Plan const plan = PlanOf(*source, Options(Format::CSR, 1000));
 
@@ -187,9 +187,25 @@ TEST(Plan, CountsAMatrixThatNoMemoryHolds) {
   EXPECT_EQ(plan.mRanks[0].mEntries, 1000000 + 2 * 1998000 + 1000000);
   EXPECT_EQ(
       plan.mRefusal,
-      "poisson3d:1000 has 6994000000 entries, more than the 2147483647 that one gather can "
-      "place");
+      "poisson3d:1000 has 6994000000 entries, more than the 2147483647 that offsets can count "
+      "with --index int: use --index long");
   EXPECT_THAT(plan.mWarnings, IsEmpty());
+}
+
+TEST(Plan, AcceptsAnyNumberOfEntriesThatCanBeCounted) {
+  auto const source = OpenGenerator("poisson3d:1000");
+  GatherOptions wide = Options(Format::CSR, 1000);
+  wide.mIndex = IndexKind::LONG;
+
+  Plan const plan = PlanOf(*source, wide);
+
+  EXPECT_EQ(plan.mRefusal, "");
+  // The records, the lengths, and 4 calls for each of the indices and the values.
+  EXPECT_EQ(plan.mRanks[0].mCalls, 1 + 1 + 2 * 4);
+  EXPECT_EQ(plan.mRanks[0].mMessages, 999 + 999 + 2 * (999 + 3)) << "3 shares are cut";
+  EXPECT_EQ(PlanOf(*source, Options(Format::COO, 1000)).mRefusal, "");
+  EXPECT_EQ(PlanOf(*OpenGenerator("dense:50000x50000"), Options(Format::DENSE_COL, 4)).mRefusal,
+            "");
 }
 
 GatherOptions OptionsOfLargest(Format format, int ranks) {
@@ -201,7 +217,7 @@ GatherOptions OptionsOfLargest(Format format, int ranks) {
 }
 
 TEST(Plan, CountsTheBytesOfTheLargestPaddedPiece) {
-  auto const source = OpenGenerator("dense:379625062x379625062", EntryLimit::NONE);
+  auto const source = OpenGenerator("dense:379625062x379625062");
   GatherOptions options = OptionsOfLargest(Format::DENSE_ROW, 1);
   options.mPad = 1 << 20;
 
@@ -211,7 +227,7 @@ TEST(Plan, CountsTheBytesOfTheLargestPaddedPiece) {
 }
 
 TEST(Plan, CountsTheBytesOfTheMostMessages) {
-  auto const source = OpenGenerator("dense:47453132x47453132", EntryLimit::NONE);
+  auto const source = OpenGenerator("dense:47453132x47453132");
   GatherOptions options = OptionsOfLargest(Format::COO, 64);
   options.mPartition = Partition::ENTRIES;
 
@@ -223,7 +239,7 @@ TEST(Plan, CountsTheBytesOfTheMostMessages) {
 // The peak is the matrix twice, because its bands are side by side, and a packed copy of a
 // band.
 TEST(Plan, CountsTheBytesOfTheLargestBands) {
-  auto const source = OpenGenerator("dense:47453132x47453132", EntryLimit::NONE);
+  auto const source = OpenGenerator("dense:47453132x47453132");
   GatherOptions options = OptionsOfLargest(Format::DENSE_ROW, 64);
   options.mPartition = Partition::COLUMNS;
   options.mPad = 1 << 20;
@@ -235,7 +251,7 @@ TEST(Plan, CountsTheBytesOfTheLargestBands) {
 
 std::string RefusalOf(std::string const& input, GatherOptions const& options) {
   try {
-    PlanOf(*OpenGenerator(input, EntryLimit::NONE), options);
+    PlanOf(*OpenGenerator(input), options);
   } catch (InputError const& refusal) {
     return refusal.what();
   }
@@ -262,51 +278,25 @@ TEST(Plan, RefusesWhatItCannotCountTheBytesOf) {
             "that a plan can count on 4 ranks");
 }
 
-TEST(Plan, WarnsOfCountsNearTheLimit) {
-  auto const source = OpenGenerator("dense:45000x45000", EntryLimit::NONE);
+TEST(Plan, WarnsOfEntriesThatOffsetsCanHardlyCount) {
+  auto const source = OpenGenerator("dense:45000x45000");
+  GatherOptions wide = Options(Format::CSR, 4);
+  wide.mIndex = IndexKind::LONG;
 
-  Plan const plan = PlanOf(*source, Options(Format::DENSE_ROW, 4));
-
-  EXPECT_THAT(plan.mWarnings,
-              ElementsAre("2025000000 entries are near the 2147483647 that one gather can "
-                          "place"));
+  EXPECT_THAT(PlanOf(*source, Options(Format::CSR, 4)).mWarnings,
+              ElementsAre("2025000000 entries are near the 2147483647 that offsets can count "
+                          "with --index int"));
+  EXPECT_THAT(PlanOf(*source, wide).mWarnings, IsEmpty());
+  EXPECT_THAT(PlanOf(*source, Options(Format::DENSE_ROW, 4)).mWarnings, IsEmpty());
 }
 
-TEST(Plan, SaysNothingOfCountsThatDoNotMove) {
-  auto const source = OpenGenerator("dense:45000x45000", EntryLimit::NONE);
-  GatherOptions options = Options(Format::CSR, 4);
-  options.mPartition = Partition::ALL;
-
-  Plan const plan = PlanOf(*source, options);
-
-  EXPECT_THAT(plan.mWarnings, IsEmpty());
-}
-
-TEST(Plan, RefusesOffsetsThatAHolderCannotSend) {
-  auto const source = OpenGenerator("dense:2147483647x1", EntryLimit::NONE);
+TEST(Plan, AcceptsMoreOffsetsOfAHolderThanAnIntCounts) {
+  auto const source = OpenGenerator("dense:2147483647x1");
   GatherOptions options = Options(Format::CSR, 4);
   options.mPartition = Partition::ONE;
   options.mHolder = 2;
 
-  Plan const plan = PlanOf(*source, options);
-
-  EXPECT_THAT(
-      plan.mWarnings,
-      ElementsAre("2147483647 entries are near the 2147483647 that one gather can place"));
-  EXPECT_EQ(plan.mRefusal,
-            "2147483648 offsets are more than the 2147483647 that one gather can place");
-}
-
-TEST(Plan, WarnsOfLengthsNearTheLimit) {
-  auto const source = OpenGenerator("dense:2147483647x1", EntryLimit::NONE);
-
-  Plan const plan = PlanOf(*source, Options(Format::CSR, 4));
-
-  EXPECT_THAT(
-      plan.mWarnings,
-      ElementsAre("2147483647 entries are near the 2147483647 that one gather can place",
-                  "2147483647 lengths are near the 2147483647 that one gather can "
-                  "place"));
+  EXPECT_EQ(PlanOf(*source, options).mRefusal, "");
 }
 
 constexpr char kFirstRowsOnly[] =
