@@ -20,11 +20,11 @@ constexpr Word<Format> kFormats[] = {{Format::COO, "coo"},
                                      {Format::CSC, "csc"},
                                      {Format::DENSE_ROW, "dense-row"},
                                      {Format::DENSE_COL, "dense-col"}};
-constexpr Word<Partition> kPartitions[] = {{Partition::ROWS, "rows"},
-                                           {Partition::COLUMNS, "columns"},
-                                           {Partition::ENTRIES, "entries"},
-                                           {Partition::ONE, "one"},
-                                           {Partition::ALL, "all"}};
+constexpr Word<Partition> kPartitions[] = {
+    {Partition::ROWS, "rows"},       {Partition::COLUMNS, "columns"},
+    {Partition::ENTRIES, "entries"}, {Partition::ONE, "one"},
+    {Partition::ALL, "all"},         {Partition::RANDOM, "random"},
+    {Partition::OVERLAP, "overlap"}};
 constexpr Word<ValueKind> kValues[] = {{ValueKind::FLOAT, "float"},
                                        {ValueKind::DOUBLE, "double"},
                                        {ValueKind::COMPLEX_FLOAT, "complex-float"},
@@ -58,7 +58,8 @@ Choice Parse(Word<Choice> const (&words)[N], std::string const& option,
 // The partition by which the pieces of a format cannot be cut, and what to use instead.
 void CheckPartition(Format format, Partition partition) {
   bool const whole = partition == Partition::ONE || partition == Partition::ALL;
-  if (whole || format == Format::COO) return;
+  bool const assembled = partition == Partition::RANDOM || partition == Partition::OVERLAP;
+  if (whole || assembled || format == Format::COO) return;
   std::string const subject =
       std::string("--format ") + NameOf(format) + " with --partition " + NameOf(partition);
   if (partition == Partition::ENTRIES)
@@ -69,6 +70,29 @@ void CheckPartition(Format format, Partition partition) {
   if (format == Format::CSC && partition == Partition::ROWS)
     throw InputError(subject +
                      ": csc is cut by columns; use --partition columns or --format csr");
+}
+
+// What a gather by an Assembler cannot do here, and what to use instead.
+void CheckAssembled(GatherOptions const& options) {
+  std::string const word = NameOf(options.mPartition);
+  if (options.mReceiver >= options.mRanks)
+    throw InputError("--receiver " + std::to_string(options.mReceiver) +
+                     " is not one of the ranks 0 to " + std::to_string(options.mRanks - 1));
+  if (options.mReceiver != 0 && options.mToAll)
+    throw InputError("--receiver and --to all exclude each other");
+  bool const rows = options.mPartition == Partition::ROWS;
+  bool const dealt = options.mPartition == Partition::RANDOM;
+  if (!rows && !dealt && options.mPartition != Partition::OVERLAP)
+    throw InputError("--receiver goes with --partition rows, random or overlap only, not " +
+                     word);
+  std::string const subject = rows ? "--receiver" : "--partition " + word;
+  if (options.mFormat != Format::CSR && options.mFormat != Format::COO)
+    throw InputError(subject + " goes with --format coo or csr only");
+  if (dealt && !options.mCuts.empty())
+    throw InputError("--cuts goes with bands only, not with --partition random");
+  if (!options.mPlot.empty()) throw InputError(subject + " and --plot exclude each other");
+  if (!options.mOutput.empty() && options.mReceiver != 0)
+    throw InputError("--receiver and --output exclude each other: rank 0 writes files");
 }
 
 void RefuseSameFile(std::string const& option, std::string const& path,
@@ -154,6 +178,7 @@ void CheckCombination(GatherOptions const& options) {
   RefuseSameFile("--output", options.mOutput, "--plot", options.mPlot);
   RefuseSameFile("--json", options.mJson, "--plot", options.mPlot);
   CheckPartition(options.mFormat, options.mPartition);
+  if (IsAssembled(options)) CheckAssembled(options);
   bool const dense = IsDense(options.mFormat);
   if (options.mHolder != 0 && options.mPartition != Partition::ONE)
     throw InputError("--holder goes with --partition one only");
@@ -174,6 +199,12 @@ void CheckCombination(GatherOptions const& options) {
   if (dense) throw InputError("--no-values: a dense matrix consists of its values");
   if (options.mUpdates != 0)
     throw InputError("--no-values and --updates exclude each other: an update sends values");
+}
+
+void RefuseAssembled(GatherOptions const& options, std::string const& command) {
+  if (IsAssembled(options))
+    throw InputError("--partition " + std::string(NameOf(options.mPartition)) + ": " + command +
+                     " takes rows, columns, entries, one or all; use pavex gather");
 }
 
 }  // namespace Pavex::Tool

@@ -11,7 +11,7 @@
 namespace Pavex::Tool {
 
 enum class Format { COO, CSR, CSC, DENSE_ROW, DENSE_COL };
-enum class Partition { ROWS, COLUMNS, ENTRIES, ONE, ALL };
+enum class Partition { ROWS, COLUMNS, ENTRIES, ONE, ALL, RANDOM, OVERLAP };
 enum class ValueKind { FLOAT, DOUBLE, COMPLEX_FLOAT, COMPLEX_DOUBLE };
 enum class IndexKind { INT, LONG };
 enum class LogLevel { SILENT, FATAL, ERROR, DEBUG };
@@ -71,6 +71,7 @@ struct RunOptions {
   std::optional<ValueKind> mValue;  // unset: double, or complex double for complex input
   IndexKind mIndex = IndexKind::INT;
   bool mToAll = false;
+  int mReceiver = 0;  // the rank that receives, unless all do
   bool mScatter = false;
   int mUpdates = 0;
   LogLevel mLogLevel = LogLevel::ERROR;
@@ -87,8 +88,18 @@ struct OutputOptions {
 // The options of `pavex gather` and `pavex plan`. Functions take the part that they need.
 struct GatherOptions : InputOptions, CutOptions, RunOptions, OutputOptions {};
 
+// Whether the gather needs an Assembler: the pieces are not bands in rank order, or another
+// rank than 0 receives.
+inline bool IsAssembled(GatherOptions const& options) {
+  return options.mPartition == Partition::RANDOM || options.mPartition == Partition::OVERLAP ||
+         options.mReceiver != 0;
+}
+
 // Throws InputError for options that exclude each other or do not fit the matrix format. The
 // message says what to use instead.
 void CheckCombination(GatherOptions const& options);
+
+// Throws InputError for a partition that only `pavex gather` knows; `command` is the other one.
+void RefuseAssembled(GatherOptions const& options, std::string const& command);
 
 }  // namespace Pavex::Tool

@@ -88,7 +88,8 @@ void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
       "node (MPI, with memory shared on each node), mpi (MPI alone) or local (threads of this "
       "process); without it node under a launcher of MPI jobs, else local");
   addWord("--format", words.mFormat, formats);
-  addWord("--partition", words.mPartition, "rows, columns, entries, one or all");
+  addWord("--partition", words.mPartition,
+          "rows, columns, entries, one, all, random or overlap");
   command
       .add_option("--cuts", options.mCuts,
                   "Where each piece except the first begins; default: pieces of equal size")

@@ -47,7 +47,10 @@ constexpr char const* kExamples =
     "\n--generate takes poisson2d:N, poisson3d:N, convection2d:N and convection3d:N (N points\n"
     "on each side of a grid), random:N (sparse with a few full rows) and dense:ROWSxCOLS.\n"
     "--partition cuts coo by rows, columns or entries, csr by rows, csc by columns, and dense\n"
-    "by rows or columns. The numbers of rows (columns, entries) of two pieces differ by at\n"
+    "by rows or columns. The words random and overlap deal the rows of coo or csr out at "
+    "random,\n"
+    "or give each rank rows of the next one as well; what overlaps is added. The numbers of "
+    "rows (columns, entries) of two pieces differ by at\n"
     "most one. The words one and all give the whole matrix to one rank or to every rank.\n"
     "A matrix has at most 2147483647 rows and columns, and so many entries in csr and csc "
     "with\n"
@@ -73,6 +76,8 @@ GatherCommand::GatherCommand(CLI::App& app)
   AddPieceOptions(command, mOptions, mWords);
   AddNumber(command, "--updates", mOptions.mUpdates, 0, kMostUpdates,
             "Send new values that many times after the gather");
+  AddNumber(command, "--receiver", mOptions.mReceiver, 0, kMostRanks - 1,
+            "coo, csr by rows, random or overlap: the rank that receives the whole");
   command.add_flag("--scatter", mOptions.mScatter,
                    "Dense: change the gathered values and send them back");
   AddFile(command, "--output", mOptions.mOutput, "Write the gathered matrix to this file")
@@ -85,10 +90,13 @@ GatherCommand::GatherCommand(CLI::App& app)
 void GatherCommand::Run(Ranks& ranks) const {
   CheckPlot(mOptions.mPlot, ranks);
   if (ranks.FirstHere() == 0) RequireOutputs(mOptions);
-  bool const receives = mOptions.mToAll || ranks.FirstHere() == 0;
+  bool const receives = mOptions.mToAll || ranks.FirstHere() == mOptions.mReceiver;
+  bool const isBand =
+      mOptions.mPartition != Partition::RANDOM && mOptions.mPartition != Partition::OVERLAP;
   auto const source = OpenSource(mOptions);
   RefuseTooManyRanks(source->Whole(), mOptions, mOptions.mRanks);
-  if (!receives) KeepOwnPiece(*source, mOptions, ranks);  // a receiver checks what arrives
+  if (!receives && isBand)
+    KeepOwnPiece(*source, mOptions, ranks);  // a receiver checks what arrives
   GatherResult const result = RunGather(*source, mOptions, ranks);
   if (ranks.FirstHere() == 0) Publish(result);
   if (!result.mReport.Verified())

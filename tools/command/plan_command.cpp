@@ -30,7 +30,10 @@ class PlanCommand final : public Subcommand {
   void Run(Ranks& ranks) const override;
 
  private:
-  void Check() const override { CheckCombination(mOptions); }
+  void Check() const override {
+    RefuseAssembled(mOptions, "pavex plan");
+    CheckCombination(mOptions);
+  }
 };
 
 PlanCommand::PlanCommand(CLI::App& app)

@@ -84,6 +84,8 @@ Piece CutPiece(Extent const& whole, CutOptions const& cut, int ranks, int rank) 
       if (rank != cut.mHolder) return {};
       break;
     case Partition::ALL:
+    case Partition::RANDOM:  // no band: AssembledPiece deals the rows out
+    case Partition::OVERLAP:
       break;
   }
   return piece;

@@ -3,10 +3,20 @@
 #include "pavex/runtime/version.h"
 
 #include <nlohmann/json.hpp>
+#include <string>
 
 namespace Pavex::Tool {
 
 using Json = nlohmann::ordered_json;
+
+namespace {
+
+std::string To(RunOptions const& options) {
+  if (options.mToAll) return "all";
+  return options.mReceiver == 0 ? "root" : "rank " + std::to_string(options.mReceiver);
+}
+
+}  // namespace
 
 Json InJson(ReportHead const& head) {
   return {{"command", head.mCommand},
@@ -23,7 +33,7 @@ Json InJson(ReportHead const& head) {
           {"value", NameOf(head.mValue)},
           {"index", NameOf(head.mRun.mIndex)},
           {"withValues", head.mCut.mWithValues},
-          {"to", head.mRun.mToAll ? "all" : "root"}};
+          {"to", To(head.mRun)}};
 }
 
 Json TransferInJson(std::string const& operation, char const* of, double seconds, long bytes) {

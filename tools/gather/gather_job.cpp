@@ -1,6 +1,7 @@
 #include "tools/gather/gather_job.h"
 
 #include "tools/cut/refusals.h"
+#include "tools/gather/assembled_rank.h"
 #include "tools/gather/gather_rank.h"
 #include "tools/source/type_choice.h"
 
@@ -14,8 +15,11 @@ GatherResult RunGather(Source const& source, GatherOptions const& options, Ranks
     using T = typename decltype(valueTag)::Type;
     using I = typename decltype(indexTag)::Type;
     ranks.Run([&](std::shared_ptr<Comm> const& comm) {
-      GatherRank<T, I> rank(comm, source, options);
-      rank.Run(comm->Rank() == ranks.FirstHere() ? &result : nullptr);
+      GatherResult* const here = comm->Rank() == ranks.FirstHere() ? &result : nullptr;
+      if (IsAssembled(options))
+        AssembledRank<T, I>(comm, source, options).Run(here);
+      else
+        GatherRank<T, I>(comm, source, options).Run(here);
     });
   };
   WithTypes(value, options.mIndex, run);

@@ -79,7 +79,7 @@ std::string Head(GatherReport const& report) {
   Append(text, "%s of %s%s with %s indices, %s, gathered on %s", NameOf(options.mFormat),
          options.mWithValues ? "" : "the pattern without ", NameOf(report.mValue),
          NameOf(options.mIndex), Cut(options.mPartition).c_str(),
-         options.mToAll ? "every rank" : "rank 0");
+         options.mToAll ? "every rank" : ("rank " + std::to_string(options.mReceiver)).c_str());
   if (report.mComm != CommKind::LOCAL) text += ", over MPI";
   if (report.mComm == CommKind::NODE) text += " with shared memory";
   return text + "\n";
@@ -87,7 +87,8 @@ std::string Head(GatherReport const& report) {
 
 std::string InText(GatherReport const& report) {
   std::string text = Verdict(report) + Head(report) + "\n";
-  Append(text, "pieces, mode %s\n", report.Mode());
+  Append(text, "pieces, %s %s\n", IsAssembled(report.mOptions) ? "path" : "mode",
+         report.Mode());
   text += Pieces(report) + "\ngathered\n" + Arrivals(report);
   AppendTimings(report, text);
   return text;

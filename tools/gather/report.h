@@ -3,6 +3,7 @@
 #pragma once
 
 #include "pavex/aggregator/local_info.h"
+#include "pavex/assembly/assembly_plan.h"
 #include "tools/choice/options.h"
 #include "tools/cut/pieces.h"
 
@@ -22,7 +23,9 @@ struct RankRecord {
   long mEntries = 0;
   long mBytes = 0;
 
-  DistMatrixMode mMode = DISTRIBUTED;  // as the library decided
+  // As the library decided: an Aggregator a mode, an Assembler a path.
+  DistMatrixMode mMode = DISTRIBUTED;
+  AssemblyPath mPath = AssemblyPath::NOTHING;
 
   // The gathered matrix, on receivers. Its arrays are either new ones that arrived, or borrowed
   // from the piece.
@@ -60,7 +63,10 @@ struct GatherReport {
   std::vector<Timing> mTimings;
 
   // How the library describes the pieces; the same on every rank.
-  char const* Mode() const { return DistMatrixModeStr(mRanks.front().mMode); }
+  char const* Mode() const {
+    return IsAssembled(mOptions) ? AssemblyPathStr(mRanks.front().mPath)
+                                 : DistMatrixModeStr(mRanks.front().mMode);
+  }
 
   // Whether no rank found a difference and at least one had something to check.
   bool Verified() const;

@@ -15,13 +15,15 @@ namespace Pavex::Tool {
 struct Expectation {
   Format mFormat = Format::COO;
   bool mWithValues = true;
-  int mSteps = 0;  // how often the values have changed since the input
+  int mSteps = 0;              // how often the values have changed since the input
+  bool mAddsRepeated = false;  // what the source repeats is one entry of the gathered matrix
 };
 
 // Compares shape, storage, pattern and values exactly. The entries of one row (for coo, of the
-// whole matrix) may have any order. A dense matrix must have 0 where the source has no entry,
-// and the sum where it has several. Returns the first difference in words, 0-based, or an empty
-// text. Reads no array beyond the size that the matrix states.
+// whole matrix) may have any order. What the source repeats stays apart or is added, as said. A
+// dense matrix must have 0 where the source has no entry, and the sum where it has several.
+// Returns the first difference in words, 0-based, or an empty text. Reads no array beyond the
+// size that the matrix states.
 template <typename T, typename I>
 std::string FindDifference(MatrixBase const& gathered, Source const& source,
                            Expectation const& expected);

@@ -33,6 +33,21 @@ struct Item {
   }
 };
 
+// Makes one entry of those in the same column: their sum, in their order.
+template <typename T>
+void AddRepeated(std::vector<Item<T>>& items) {
+  std::stable_sort(items.begin(), items.end(),
+                   [](Item<T> const& a, Item<T> const& b) { return a.mCol < b.mCol; });
+  std::size_t last = 0;
+  for (std::size_t k = 1; k < items.size(); ++k) {
+    if (items[k].mCol == items[last].mCol)
+      items[last].mValue += items[k].mValue;
+    else
+      items[++last] = items[k];
+  }
+  if (!items.empty()) items.resize(last + 1);
+}
+
 template <typename T>
 std::string InWords(T const& value) {
   std::ostringstream text;

@@ -79,7 +79,7 @@ TEST(BadWord, IsNamedWithTheWordsThatExist) {
                       "dense-col");
   ExpectGatherRefused({"--partition", "blocks"},
                       "--partition: unknown \"blocks\", choose one of rows, columns, entries, "
-                      "one, all");
+                      "one, all, random, overlap");
   ExpectGatherRefused({"--value", "half"},
                       "--value: unknown \"half\", choose one of float, double, complex-float, "
                       "complex-double");
@@ -108,6 +108,26 @@ TEST(BadCombination, IsNamedWithTheWayOut) {
   ExpectGatherRefused({"--format", "dense-row", "--partition", "entries"},
                       "--format dense-row with --partition entries: only coo can be cut by "
                       "entries; use --partition rows or --format coo");
+  ExpectGatherRefused({"--receiver", "4"}, "--receiver 4 is not one of the ranks 0 to 3");
+  ExpectGatherRefused({"--receiver", "1", "--to", "all"},
+                      "--receiver and --to all exclude each other");
+  ExpectGatherRefused(
+      {"--receiver", "1", "--partition", "columns"},
+      "--receiver goes with --partition rows, random or overlap only, not columns");
+  ExpectGatherRefused({"--receiver", "1", "--format", "dense-row"},
+                      "--receiver goes with --format coo or csr only");
+  ExpectGatherRefused({"--partition", "random", "--format", "csc"},
+                      "--partition random goes with --format coo or csr only");
+  ExpectGatherRefused({"--partition", "random", "--cuts", "3,6,9"},
+                      "--cuts goes with bands only, not with --partition random");
+  ExpectGatherRefused({"--partition", "overlap", "--plot", "a.svg"},
+                      "--partition overlap and --plot exclude each other");
+  ExpectGatherRefused({"--receiver", "1", "--output", "a.mtx"},
+                      "--receiver and --output exclude each other: rank 0 writes files");
+  for (char const* command : {"plan", "solve"})
+    ExpectRefused({command, "--generate", "poisson3d:3", "--partition", "random"},
+                  std::string("--partition random: pavex ") + command +
+                      " takes rows, columns, entries, one or all; use pavex gather");
   ExpectGatherRefused({"--holder", "1"}, "--holder goes with --partition one only");
   ExpectGatherRefused({"--partition", "one", "--holder", "4"},
                       "--holder 4 is not one of the ranks 0 to 3");

@@ -87,12 +87,49 @@ INSTANTIATE_TEST_SUITE_P(
                     Cut{"csc", "all"}, Cut{"dense-row", "rows"}, Cut{"dense-row", "columns"},
                     Cut{"dense-row", "one"}, Cut{"dense-row", "all"}, Cut{"dense-col", "rows"},
                     Cut{"dense-col", "columns"}, Cut{"dense-col", "one"},
-                    Cut{"dense-col", "all"}),
+                    Cut{"dense-col", "all"}, Cut{"coo", "random"}, Cut{"coo", "overlap"},
+                    Cut{"csr", "random"}, Cut{"csr", "overlap"}),
     [](testing::TestParamInfo<Cut> const& cut) {
       std::string name = std::string(cut.param.format) + "_" + cut.param.partition;
       std::replace(name.begin(), name.end(), '-', '_');
       return name;
     });
+
+TEST(GatherCommandLine, GathersOnTheReceiverOfTheUser) {
+  struct Expected {
+    char const* partition;
+    char const* path;
+  };
+  for (auto const& [partition, path] :
+       {Expected{"rows", "bands"}, Expected{"random", "merge"}, Expected{"overlap", "merge"}}) {
+    CommandResult const result =
+        RunPavex({"gather", "--generate", "poisson3d:5", "--format", "csr", "--partition",
+                  partition, "--receiver", "2", "--updates", "1"});
+
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_THAT(result.output, StartsWith("verified: every entry is that of the input"));
+    EXPECT_THAT(result.output, HasSubstr("gathered on rank 2"));
+    EXPECT_THAT(result.output, HasSubstr(std::string("pieces, path ") + path));
+  }
+}
+
+TEST(GatherCommandLine, AddsWhatAFileRepeatsWhereRowsHaveAnyOwner) {
+  TemporaryFolder folder;
+  std::string const file = folder.Write(
+      "r.mtx",
+      "%%MatrixMarket matrix coordinate real general\n3 3 4\n2 1 0.1\n3 3 5\n2 1 0.7\n1 2 1\n");
+
+  for (char const* partition : {"random", "overlap"}) {
+    CommandResult const result = RunPavex({"gather", file, "--ranks", "2", "--format", "csr",
+                                           "--partition", partition, "--updates", "2"});
+    EXPECT_EQ(result.exitCode, 0) << result.output << result.errors;
+  }
+}
+
+TEST(GatherCommandLine, GathersThePatternOfAnyOwner) {
+  for (char const* partition : {"random", "overlap"})
+    ExpectVerified({"--generate", "poisson3d:4", "--partition", partition, "--no-values"});
+}
 
 TEST(GatherCommandLine, GathersThePatternAlone) {
   for (char const* format : {"coo", "csr"})

@@ -4,7 +4,7 @@
 _pavex_choices() {
   case "$1" in
     --format) echo coo csr csc dense-row dense-col ;;
-    --partition) echo rows columns entries one all ;;
+    --partition) echo rows columns entries one all random overlap ;;
     --to) echo root all ;;
     --value) echo float double complex-float complex-double ;;
     --index) echo int long ;;
