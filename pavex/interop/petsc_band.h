@@ -74,7 +74,7 @@ class PetscBand {
 
   // Gives the array back; nothing happens without one. The piece is empty afterwards.
   PavexStatus Return() {
-    PetscErrorCode error = static_cast<PetscErrorCode>(0);
+    auto error = static_cast<PetscErrorCode>(0);
     if (mVec != nullptr)
       error = mRead != nullptr ? VecRestoreArrayRead(mVec, &mRead)
                                : VecRestoreArrayWrite(mVec, &mWritten);

@@ -37,7 +37,7 @@ class PetscRows {
   [[nodiscard]] PavexStatus Attach(Mat mat) {
     Detach();
     if (mat == nullptr) return Refuse("The Mat is a null pointer.", STATUS_INVALID_VALUE);
-    MPI_Comm const comm = PetscObjectComm(reinterpret_cast<PetscObject>(mat));
+    MPI_Comm comm = PetscObjectComm(reinterpret_cast<PetscObject>(mat));
     PetscInt const* ranges = nullptr;
     PavexStatus status = Take(mat);
     if (status == STATUS_OK) status = StatusOfPetsc(MatGetOwnershipRanges(mat, &ranges));
