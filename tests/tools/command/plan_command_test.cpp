@@ -163,7 +163,8 @@ TEST(PlanCommand, FailsForPiecesThatTheLibraryRefuses) {
   CommandResult const result = RunPavex({"plan", path, "--log-level", "silent"});
 
   EXPECT_EQ(result.exitCode, 1);
-  EXPECT_THAT(result.output, HasSubstr("\nrefused: 2 of 4 processes are empty, "));
+  EXPECT_THAT(result.output,
+              HasSubstr("\nrefused: 2 of 4 processes are empty (the first is process 1), "));
   EXPECT_THAT(result.errors, StartsWith("pavex: rank 1 would be left empty: "));
 }
 
