@@ -17,10 +17,10 @@ enum ReduceOp : std::int32_t { REDUCE_SUM = 0, REDUCE_MIN = 1, REDUCE_MAX = 2 };
 // `begin`, each further one `stride` elements after the one before. Example: columns 2 to 4 of
 // a row-major 3 x 8 matrix are {2, 3, 3, 8}.
 struct Runs {
-  long begin;
-  long length;
-  long count;
-  long stride;
+  long begin;   // first element of the first run
+  long length;  // elements of a run
+  long count;   // runs
+  long stride;  // elements from the beginning of a run to that of the next
 };
 
 // A group of processes, seen by one of them. SelfComm, LocalComm, MpiComm or the application
