@@ -13,7 +13,8 @@ namespace Pavex {
 // records announce: the communicator reads every element that is to be sent, and writes every
 // element that is to be received. A call that no communicator would carry out fails with
 // STATUS_COMM_FAILED: one with a negative count or displacement, or with two lengths for the
-// own piece.
+// own piece. So does one after a thousand others: peers that announce so many rounds do not
+// have the memory for them.
 class AnnouncedComm : public CallComm {
  public:
   // `own`: the exchange also overwrites the record of this rank. `records` outlive the object.
@@ -30,6 +31,7 @@ class AnnouncedComm : public CallComm {
 
   std::vector<MatrixLocalInfo> const& mRecords;
   bool const mOwn;
+  mutable int mCalls = 0;  // that move data
 };
 
 }  // namespace Pavex
