@@ -458,7 +458,7 @@ bool NodeExchange::StepMpi(Message& message) {
   int const code = MPI_Test(&message.request, &done, &status);
   if (code != MPI_SUCCESS) return FailMpi(message, code);
   if (done == 0) return false;
-  MPI_Count bytes = static_cast<MPI_Count>(message.terms.bytes);
+  auto bytes = static_cast<MPI_Count>(message.terms.bytes);
   if (!message.out) MPI_Get_elements_x(&status, MPI_BYTE, &bytes);
   if (bytes != static_cast<MPI_Count>(message.terms.bytes))
     return Fail(message, "the message of rank %d is shorter");
