@@ -45,7 +45,8 @@ build() {
 # run PRESET CTEST-ARGUMENT...: runs the tests of build/PRESET. On a terminal ctest shows one line;
 # otherwise its lines on tests that begin or pass are left out. What failed comes at the end.
 run() {
-  local tests=(ctest --preset "$1" -j "$jobs" --no-label-summary "${@:2}")
+  # One more test than processors: some wait, for a launcher or for each other.
+  local tests=(ctest --preset "$1" -j "$((jobs + 1))" --no-label-summary "${@:2}")
   if [ -t 1 ]; then
     "${tests[@]}" --progress
   else
@@ -102,5 +103,5 @@ unset PAVEX_PROPERTY_CASES
 # With MPICH, test the communicator and the library, and with --all also the command.
 build mpich mpi_tests -DPAVEX_TOOLS=$all
 run mpich -L mpi
-build openmpi all -DPAVEX_HYPRE=ON -DPAVEX_MUMPS=ON -DPAVEX_EVERY_FAULT=$all
+build openmpi all -DPAVEX_HYPRE=ON -DPAVEX_MUMPS=ON -DPAVEX_EVERY_FAULT=$all -DPAVEX_BENCH=$all
 run openmpi
