@@ -140,6 +140,9 @@ class NodeCommData : public ::testing::TestWithParam<int> {
   }
 };
 
+// For what needs at least two processes: a job of one leaves it out.
+class NodeCommDataAmongPeers : public NodeCommData {};
+
 TEST_P(NodeCommData, GathersPiecesOntoEveryRoot) {
   WithEveryPool([&](MemoryPool& source, MemoryPool& target) {
     for (int const size : mSizes) {
@@ -239,10 +242,9 @@ TEST_P(NodeCommData, ExchangesPiecesOfEveryPair) {
   });
 }
 
-TEST_P(NodeCommData, PassesMessagesRound) {
+TEST_P(NodeCommDataAmongPeers, PassesMessagesRound) {
   int const next = (mRank + 1) % mSize;
   int const before = (mRank + mSize - 1) % mSize;
-  if (mSize == 1) GTEST_SKIP() << "a message to oneself waits for itself";
   WithEveryPool([&](MemoryPool& source, MemoryPool& target) {
     for (int const size : mSizes) {
       Bytes own(static_cast<std::size_t>(size), source);
@@ -266,8 +268,7 @@ TEST_P(NodeCommData, PassesMessagesRound) {
   });
 }
 
-TEST_P(NodeCommData, ReceivesMessagesByTheirTagInAnyOrder) {
-  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+TEST_P(NodeCommDataAmongPeers, ReceivesMessagesByTheirTagInAnyOrder) {
   constexpr int kTags = 7;
   for (int round = 0; round < 5; ++round) {
     if (mRank == 0) {
@@ -285,8 +286,7 @@ TEST_P(NodeCommData, ReceivesMessagesByTheirTagInAnyOrder) {
   }
 }
 
-TEST_P(NodeCommData, KeepsMessagesAndCollectivesApart) {
-  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+TEST_P(NodeCommDataAmongPeers, KeepsMessagesAndCollectivesApart) {
   int token = mRank == 0 ? 41 : 0;
   if (mRank == 0) {
     int const message = 17;
@@ -323,6 +323,7 @@ TEST_P(NodeCommData, GathersInPlace) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Groups, NodeCommData, ::testing::Values(INT_MAX, 2));
+INSTANTIATE_TEST_SUITE_P(Groups, NodeCommDataAmongPeers, ::testing::Values(INT_MAX, 2));
 
 // Failures, where all processes share memory.
 
@@ -342,14 +343,16 @@ class NodeCommFailure : public ::testing::Test {
   }
 };
 
+// For what needs at least two processes: a job of one leaves it out.
+class NodeCommFailureAmongPeers : public NodeCommFailure {};
+
 TEST_F(NodeCommFailure, SharesMemoryOnlyWithOthers) {
   EXPECT_EQ(mComm.Active(), mSize > 1);
   EXPECT_EQ(NodeComm(MPI_COMM_WORLD, 1).Active(), false);
 }
 
 // Rank 1 sends one byte more than the root expects.
-TEST_F(NodeCommFailure, SizesThatDifferFailOnBothSidesAndStoreNothing) {
-  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+TEST_F(NodeCommFailureAmongPeers, SizesThatDifferFailOnBothSidesAndStoreNothing) {
   constexpr int kSize = 10000;
   Pieces const pieces(2, kSize);
   std::vector<int> counts(static_cast<std::size_t>(mSize), kSize);
@@ -376,8 +379,7 @@ TEST_F(NodeCommFailure, SizesThatDifferFailOnBothSidesAndStoreNothing) {
   ExpectTheNextOperationToWork();
 }
 
-TEST_F(NodeCommFailure, SmallSizesThatDifferFailOnTheReceiver) {
-  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+TEST_F(NodeCommFailureAmongPeers, SmallSizesThatDifferFailOnTheReceiver) {
   std::vector<int> counts(static_cast<std::size_t>(mSize), 1);
   std::vector<int> displs(static_cast<std::size_t>(mSize));
   std::iota(displs.begin(), displs.end(), 0);
@@ -397,8 +399,7 @@ TEST_F(NodeCommFailure, SmallSizesThatDifferFailOnTheReceiver) {
 }
 
 // One side takes the data for a small message, the other one for a large one.
-TEST_F(NodeCommFailure, SizesOnBothSidesOfAThresholdFail) {
-  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+TEST_F(NodeCommFailureAmongPeers, SizesOnBothSidesOfAThresholdFail) {
   Bytes data(20000, mPool);
   for (bool const largeSent : {false, true}) {
     int const sent = largeSent ? 20000 : 8;
@@ -416,8 +417,7 @@ TEST_F(NodeCommFailure, SizesOnBothSidesOfAThresholdFail) {
   ExpectTheNextOperationToWork();
 }
 
-TEST_F(NodeCommFailure, OperationsThatDifferFailOnBothSides) {
-  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+TEST_F(NodeCommFailureAmongPeers, OperationsThatDifferFailOnBothSides) {
   Bytes data(20000, mPool);
   int const counts[2] = {10000, 10000};
   int const displs[2] = {0, 10000};
@@ -434,8 +434,7 @@ TEST_F(NodeCommFailure, OperationsThatDifferFailOnBothSides) {
 
 // Rank 1 refuses its own arguments and goes on; the root notices when rank 1 comes to the next
 // operation.
-TEST_F(NodeCommFailure, ARankThatLeavesAnOperationOutIsNoticed) {
-  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+TEST_F(NodeCommFailureAmongPeers, ARankThatLeavesAnOperationOutIsNoticed) {
   constexpr int kSize = 10000;
   std::vector<int> counts(static_cast<std::size_t>(mSize), kSize);
   std::vector<int> displs;
@@ -475,8 +474,7 @@ TEST_F(NodeCommFailure, ARankThatTakesAnotherOneForTheRootIsNoticed) {
 
 // The same operation with counts that differ by the threshold between small and large messages,
 // in an exchange in which every rank both sends and receives.
-TEST_F(NodeCommFailure, AnExchangeWhoseSizesDifferFailsOnlyBetweenTheTwo) {
-  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+TEST_F(NodeCommFailureAmongPeers, AnExchangeWhoseSizesDifferFailsOnlyBetweenTheTwo) {
   constexpr int kSize = 5000;
   std::vector<int> sent(static_cast<std::size_t>(mSize), kSize);
   std::vector<int> const received(static_cast<std::size_t>(mSize), kSize);
@@ -510,8 +508,7 @@ TEST_F(NodeCommFailure, RefusesWhatMpiCommRefuses) {
 
 // The sender of a large message runs ahead while the root still copies its own piece. Its small
 // messages must not take the place of the large one before the root has seen that.
-TEST_F(NodeCommFailure, ASenderThatRunsAheadOverwritesNothing) {
-  if (mSize == 1) GTEST_SKIP() << "needs two processes";
+TEST_F(NodeCommFailureAmongPeers, ASenderThatRunsAheadOverwritesNothing) {
   constexpr int kLarge = 64 << 20;
   constexpr int kPiece = 1 << 20;
   std::vector<int> counts(static_cast<std::size_t>(mSize), kPiece);
