@@ -35,25 +35,6 @@ void Pause() {
 #endif
 }
 
-int SlotOf(std::uint64_t number) {
-  return static_cast<int>(number % NodeRing::kSlots);
-}
-
-bool IsNumber(NodeNote::Word word, std::uint64_t number) {
-  return NodeNote::NumberOf(word) == number;
-}
-
-// Whether a slot can take message `number`, by the answer in it: only the last answer to the
-// message before frees it. An early grant of `number` itself follows that.
-bool IsFreeFor(NodeNote::Word answer, std::uint64_t number) {
-  std::uint64_t const answered = NodeNote::NumberOf(answer);
-  if (answered >= number) return true;
-  NodeState const state = NodeNote::StateOf(answer);
-  return answered + NodeRing::kSlots == number &&
-         (state == NodeState::TAKEN || state == NodeState::REFUSED ||
-          state == NodeState::OVER_MPI);
-}
-
 }  // namespace
 
 bool NodeExchange::Reserve(int ranks) try {
@@ -173,264 +154,6 @@ bool NodeExchange::Wait() {
   return true;
 }
 
-// The sender.
-
-bool NodeExchange::StepSend(Message& message) {
-  NodeLink& link = mLinks.To(message.peer);
-  if (link.sendPass == mPass) return false;
-  if (message.phase != Phase::WAITING) {
-    bool const moved = FollowAnswer(message);
-    if (IsUnanswered(message)) link.sendPass = mPass;
-    return moved;
-  }
-  if (!Offer(message)) {
-    link.sendPass = mPass;
-    return false;
-  }
-  if (!IsLarge(message)) return Finish(message);
-  message.phase = Phase::OFFERED;
-  FollowAnswer(message);
-  if (IsUnanswered(message)) link.sendPass = mPass;
-  return true;
-}
-
-// Later messages to the same rank wait for it: an answer that this sender has not seen could
-// otherwise be overwritten by one of them.
-bool NodeExchange::IsUnanswered(Message const& message) {
-  return message.phase == Phase::OFFERED || message.phase == Phase::CLAIMED;
-}
-
-// Puts the message into its slot; false while the slot holds an earlier one.
-bool NodeExchange::Offer(Message& message) {
-  NodeRing& ring = Outgoing(message);
-  NodeCounters& counters = Counters(message);
-  std::uint64_t const number = counters.sent + 1;
-  int const slot = SlotOf(number);
-  if (number > NodeRing::kSlots && !IsFreeFor(ring.answers[slot].Read(), number)) return false;
-  counters.sent = message.number = number;
-  if (!IsLarge(message))
-    NodeCopy(NodeRegion::Of(ring.data[slot], message.terms.bytes), message.region).CopyAll();
-  ring.offers[slot].Publish(number, NodeState::OFFERED, message.terms, PlaceOf(message));
-  return true;
-}
-
-bool NodeExchange::FollowAnswer(Message& message) {
-  NodeNote& answer = Outgoing(message).answers[SlotOf(message.number)];
-  NodeNote::Word const word = answer.Read();
-  if (!IsNumber(word, message.number)) return false;
-  NodeTerms const terms = answer.Terms();
-  switch (NodeNote::StateOf(word)) {
-    case NodeState::GRANTED:
-      return Claim(message, answer, word);
-    case NodeState::TAKEN:
-      return Finish(message);
-    case NodeState::OVER_MPI:
-      return StartMpi(message);
-    case NodeState::REVOKED:
-      // Of an earlier operation: the receiver answers this one later.
-      if (!answer.Is(word) || terms.sequence != message.terms.sequence) return false;
-      return FailOffered(message, "rank %d has given up");
-    case NodeState::REFUSED:
-      return Fail(message, "rank %d expects another operation, root or size");
-    default:
-      return false;
-  }
-}
-
-// Takes up the receiver's offer of a place. Data is copied when the pass has seen all messages.
-bool NodeExchange::Claim(Message& message, NodeNote& answer, NodeNote::Word word) {
-  NodeTerms const terms = answer.Terms();
-  NodePlace const place = answer.Place();
-  if (!answer.Is(word) || terms.sequence != message.terms.sequence) return false;
-  NodeRegion target;
-  if (!(terms == message.terms) || !RunsFit(message, place) || !Reach(message, place, &target))
-    return FailOffered(message, "rank %d expects another operation, root or size");
-  if (!answer.Move(word, NodeState::CLAIMED)) return false;
-  mLinks.To(message.peer).peer->HugePages().Back(place.offset, target.Span());
-  message.copy = NodeCopy(target, message.region);
-  message.copy.BeginAt(mLinks.Rank(), mLinks.Size());
-  message.phase = Phase::CLAIMED;
-  return true;
-}
-
-// In chunks, each to all receivers that want it.
-void NodeExchange::CopyClaimed() {
-  std::uint64_t most = 0;
-  for (Message const& message : mMessages) {
-    if (message.phase == Phase::CLAIMED) most = std::max(most, message.copy.Chunks());
-  }
-  for (std::uint64_t chunk = 0; chunk < most; ++chunk) {
-    for (Message const& message : mMessages) {
-      if (message.phase == Phase::CLAIMED && chunk < message.copy.Chunks())
-        message.copy.CopyChunk(chunk);
-    }
-  }
-  if (most == 0) return;
-  for (Message& message : mMessages) {
-    if (message.phase != Phase::CLAIMED) continue;
-    NodeNote& answer = Outgoing(message).answers[SlotOf(message.number)];
-    answer.Move(answer.Read(), NodeState::STORED);
-    Finish(message);
-  }
-}
-
-// The receiver.
-
-bool NodeExchange::StepReceive(Message& message) {
-  NodeLink& link = mLinks.To(message.peer);
-  if (link.receivePass == mPass) return false;
-  if (message.phase == Phase::WAITING) GrantEarly(message);
-  NodeNote::Word word = 0;
-  NodeNote* const offer = FindOffer(message, &word);
-  bool const moved = offer != nullptr && Accept(message, *offer, word);
-  if (message.phase != Phase::DONE) link.receivePass = mPass;
-  return moved;
-}
-
-// Both sides of a collective know the size: the sender need not wait for an answer.
-void NodeExchange::GrantEarly(Message& message) {
-  if (mOperation == NodeOperation::MESSAGE || mCopier != NodeCopier::SENDER ||
-      !IsLarge(message))
-    return;
-  NodePlace const place = PlaceOf(message);
-  if (place.offset == NodeArena::kOutside) return;
-  message.number = Counters(message).received + 1;
-  Answer(message, NodeState::GRANTED, place);
-  message.phase = Phase::GRANTED;
-}
-
-// The offer that this message has to match: the next one of a collective, the first with its
-// tag of a message. Null while there is none.
-NodeNote* NodeExchange::FindOffer(Message& message, NodeNote::Word* word) {
-  NodeRing& ring = Incoming(message);
-  NodeCounters const& counters = Counters(message);
-  int const looks = mOperation == NodeOperation::MESSAGE ? NodeRing::kSlots : 1;
-  for (int ahead = 0; ahead < looks; ++ahead) {
-    if ((counters.early >> ahead & 1) != 0) continue;
-    std::uint64_t const number = counters.received + 1 + static_cast<unsigned>(ahead);
-    NodeNote& offer = ring.offers[SlotOf(number)];
-    *word = offer.Read();
-    if (!IsNumber(*word, number)) return nullptr;
-    std::int32_t const label = offer.Terms().label;
-    if (mOperation == NodeOperation::MESSAGE && label != mLabel) continue;
-    message.number = number;
-    return &offer;
-  }
-  return nullptr;
-}
-
-bool NodeExchange::Accept(Message& message, NodeNote& offer, NodeNote::Word word) {
-  NodeTerms const terms = offer.Terms();
-  NodePlace const source = offer.Place();
-  if (!offer.Is(word)) return false;
-  if (terms.sequence > message.terms.sequence) {  // the sender has left this operation out
-    if (message.phase == Phase::GRANTED) Answer(message, NodeState::REVOKED);
-    return Fail(message, "rank %d is in a later operation");
-  }
-  if (terms.sequence < message.terms.sequence) {  // this rank has left that operation out
-    Answer(message, NodeState::REFUSED);
-    Consume(message);
-    message.phase = Phase::WAITING;
-    return true;
-  }
-  if (NodeNote::StateOf(word) == NodeState::WITHDRAWN) {
-    Take(message, NodeState::REFUSED);
-    return Fail(message, "rank %d has given up");
-  }
-  bool const agrees = terms == message.terms && (!IsLarge(message) || RunsFit(message, source));
-  if (!agrees) {
-    Take(message, NodeState::REFUSED);
-    return Fail(message, "rank %d passes another operation, root or size");
-  }
-  return Place(message, offer, word, source);
-}
-
-// The terms agree: the data comes the shortest way.
-bool NodeExchange::Place(Message& message, NodeNote& offer, NodeNote::Word word,
-                         NodePlace const& source) {
-  if (!IsLarge(message)) {
-    NodeRing const& ring = Incoming(message);
-    NodeCopy(message.region,
-             NodeRegion::Of(ring.data[SlotOf(message.number)], message.terms.bytes))
-        .CopyAll();
-    return Take(message, NodeState::TAKEN);
-  }
-  if (message.phase == Phase::GRANTED) {
-    NodeNote const& answer = Incoming(message).answers[SlotOf(message.number)];
-    if (NodeNote::StateOf(answer.Read()) != NodeState::STORED) return false;
-    return Take(message, NodeState::TAKEN);
-  }
-  NodePlace const target = PlaceOf(message);
-  bool const pull = source.offset != NodeArena::kOutside &&
-                    (mCopier == NodeCopier::RECEIVER || target.offset == NodeArena::kOutside);
-  if (pull) return Pull(message, offer, word, source);
-  if (target.offset != NodeArena::kOutside) {
-    Answer(message, NodeState::GRANTED, target);
-    message.phase = Phase::GRANTED;
-    return true;
-  }
-  Answer(message, NodeState::OVER_MPI);
-  Consume(message);
-  return StartMpi(message);
-}
-
-// Whether the runs of both sides can be copied, wherever they lie.
-bool NodeExchange::RunsFit(Message const& message, NodePlace const& place) {
-  std::uint64_t const mine = message.region.length;
-  return mine == place.length || mine == message.terms.bytes ||
-         place.length == message.terms.bytes;
-}
-
-// Copies out of the sender's memory.
-bool NodeExchange::Pull(Message& message, NodeNote& offer, NodeNote::Word word,
-                        NodePlace const& source) {
-  NodeRegion from;
-  if (!Reach(message, source, &from)) {
-    Take(message, NodeState::REFUSED);
-    return Fail(message, "rank %d names memory outside its arena");
-  }
-  if (!offer.Move(word, NodeState::CLAIMED)) return false;
-  NodeCopy(message.region, from).CopyAll();
-  return Take(message, NodeState::TAKEN);
-}
-
-// The data of this rank, for the other one.
-NodePlace NodeExchange::PlaceOf(Message const& message) const {
-  NodeRegion const& region = message.region;
-  return {mLinks.Place(region.data, region.Span()), region.length, region.stride};
-}
-
-// The data of the other rank, for this one; false if it does not lie inside that rank's arena.
-bool NodeExchange::Reach(Message const& message, NodePlace const& place, NodeRegion* region) {
-  if (place.length == 0 || message.terms.bytes % place.length != 0) return false;
-  *region = {nullptr, place.length, message.terms.bytes / place.length, place.stride};
-  region->data = mLinks.To(message.peer).peer->At(place.offset, region->Span());
-  return region->data != nullptr;
-}
-
-void NodeExchange::Answer(Message& message, NodeState state, NodePlace const& place) {
-  Incoming(message).answers[SlotOf(message.number)].Publish(message.number, state,
-                                                            message.terms, place);
-}
-
-// The last answer to a message.
-bool NodeExchange::Take(Message& message, NodeState state) {
-  Answer(message, state);
-  Consume(message);
-  return Finish(message);
-}
-
-// Messages are usually taken in order; where a tag makes one overtake others, the counter waits
-// for them.
-void NodeExchange::Consume(Message& message) {
-  NodeCounters& counters = Counters(message);
-  counters.early |= 1U << (message.number - counters.received - 1);
-  while ((counters.early & 1) != 0) {
-    counters.early >>= 1;
-    ++counters.received;
-  }
-}
-
 // MPI.
 
 bool NodeExchange::StartMpi(Message& message) {
@@ -515,14 +238,14 @@ void NodeExchange::Abandon(int ended) {
 }
 
 void NodeExchange::AbandonOffer(Message& message) {
-  NodeNote& offer = Outgoing(message).offers[SlotOf(message.number)];
+  NodeNote& offer = Outgoing(message).offers[NodeRing::SlotOf(message.number)];
   NodeNote::Word const word = offer.Read();
   if (NodeNote::StateOf(word) == NodeState::OFFERED && offer.Move(word, NodeState::WITHDRAWN))
     return;
-  NodeNote const& answer = Outgoing(message).answers[SlotOf(message.number)];
+  NodeNote const& answer = Outgoing(message).answers[NodeRing::SlotOf(message.number)];
   NodePeer const& peer = *mLinks.To(message.peer).peer;
   auto const isTaken = [&](NodeNote::Word answered) {
-    return IsNumber(answered, message.number) &&
+    return NodeNote::IsNumber(answered, message.number) &&
            NodeNote::StateOf(answered) == NodeState::TAKEN;
   };
   while (!isTaken(answer.Read()) && peer.IsAlive())
@@ -530,7 +253,7 @@ void NodeExchange::AbandonOffer(Message& message) {
 }
 
 void NodeExchange::AbandonGrant(Message& message) {
-  NodeNote& answer = Incoming(message).answers[SlotOf(message.number)];
+  NodeNote& answer = Incoming(message).answers[NodeRing::SlotOf(message.number)];
   NodeNote::Word const word = answer.Read();
   if (NodeNote::StateOf(word) == NodeState::GRANTED && answer.Move(word, NodeState::REVOKED))
     return;

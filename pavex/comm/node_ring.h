@@ -55,6 +55,7 @@ class alignas(64) NodeNote {
   using Word = std::uint64_t;
 
   static std::uint64_t NumberOf(Word word) { return word >> 16; }
+  static bool IsNumber(Word word, std::uint64_t number) { return NumberOf(word) == number; }
   static NodeState StateOf(Word word) { return static_cast<NodeState>(word & 0xF); }
 
   Word Read() const { return mWord.load(std::memory_order_acquire); }
@@ -130,6 +131,8 @@ static_assert(std::atomic<std::uint64_t>::is_always_lock_free, "works between pr
 struct NodeRing {
   static constexpr int kSlots = 8;
   static constexpr std::size_t kSmallBytes = 4096;
+
+  static int SlotOf(std::uint64_t number) { return static_cast<int>(number % kSlots); }
 
   NodeNote offers[kSlots];
   NodeNote answers[kSlots];
