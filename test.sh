@@ -24,6 +24,13 @@ need "${build_packages[@]}" ccache libgtest-dev libgmock-dev libeigen3-dev libsu
   libmpich-dev mpich iproute2 make dpkg-dev file groff-base \
   clang libclang-rt-dev lld clang-tidy clang-format cppcheck valgrind doxygen gcovr
 
+# The slow tests also see PETSc and hypre with 64-bit indices, and hypre with both sizes.
+petsc='/usr/lib/petscdir/petsc-real;/usr/lib/petscdir/petsc-complex' hypre=HYPRE
+if [ $all = ON ]; then
+  need libpetsc64-real-dev libhypre64-dev libhypre64m-dev
+  petsc+=';/usr/lib/petscdir/petsc64-real' hypre+=';HYPRE64;HYPRE64m'
+fi
+
 jobs=$(nproc)
 export CCACHE_BASEDIR=$PWD CCACHE_SLOPPINESS=pch_defines,time_macros
 
@@ -106,5 +113,6 @@ few=()
 [ $all = ON ] || few=(-E '\.np[78]$')
 build mpich mpi_tests -DPAVEX_TOOLS=$all
 run mpich -L mpi "${few[@]}"
-build openmpi all -DPAVEX_HYPRE=ON -DPAVEX_MUMPS=ON -DPAVEX_EVERY_FAULT=$all -DPAVEX_BENCH=$all
+build openmpi all -DPAVEX_PETSC_DIRS="$petsc" -DPAVEX_HYPRE=ON -DPAVEX_HYPRE_LIBRARIES="$hypre" \
+  -DPAVEX_MUMPS=ON -DPAVEX_EVERY_FAULT=$all -DPAVEX_BENCH=$all
 run openmpi

@@ -1,9 +1,13 @@
-# Finds hypre and MUMPS, which tests and examples use: targets pavex_hypre and pavex_mumps. Both must
-# have been built with the MPI of this build folder.
+# Finds hypre and MUMPS, which tests and examples use: targets pavex_mumps and pavex_hypre. Both must
+# have been built with the MPI of this build folder. PAVEX_HYPRE_LIBRARIES lists builds of hypre, such
+# as HYPRE64 with 64-bit indices, by the names of their libraries; their headers are in the folder
+# of that name in lower case. Each gives a target pavex_<name in lower case> and one set of tests.
+
+set(PAVEX_HYPRE_LIBRARIES HYPRE CACHE STRING "Libraries of hypre to test")
 
 function(pavex_solver name header suffix library)
   if(NOT PAVEX_MPI)
-    message(FATAL_ERROR "PAVEX_${name} needs PAVEX_MPI=ON, with the MPI that ${name} was built with")
+    message(FATAL_ERROR "${name} needs PAVEX_MPI=ON, with the MPI that it was built with")
   endif()
   find_path(PAVEX_${name}_INCLUDE_DIR ${header} PATH_SUFFIXES ${suffix} REQUIRED)
   find_library(PAVEX_${name}_LIBRARY ${library} REQUIRED)
@@ -15,7 +19,10 @@ function(pavex_solver name header suffix library)
 endfunction()
 
 if(PAVEX_HYPRE)
-  pavex_solver(HYPRE _hypre_parcsr_mv.h hypre HYPRE)
+  foreach(library IN LISTS PAVEX_HYPRE_LIBRARIES)
+    string(TOLOWER ${library} folder)
+    pavex_solver(${library} _hypre_parcsr_mv.h ${folder} ${library})
+  endforeach()
 endif()
 if(PAVEX_MUMPS)
   pavex_solver(MUMPS dmumps_c.h mumps dmumps)

@@ -88,8 +88,9 @@ class PAVEX_API Aggregator : public AggregatorBase {
 
   // Like Scatter, but sends the elements of `values` instead of those of the gathered matrix,
   // for example a solution that a solver has written elsewhere. `values`: read on receivers
-  // only, laid out as Target() with its leading dimension. Target() must exist there. A null
-  // pointer gives STATUS_INCONSISTENT on its process alone unless there is nothing to send.
+  // only, laid out as Target() with its leading dimension. Target() must exist there. They must
+  // not overlap the array of `local`, which is written while they are read. A null pointer
+  // gives STATUS_INCONSISTENT on its process alone unless there is nothing to send.
   [[nodiscard]] PavexStatus Scatter(MatrixBase& local, T const* values);
 
   // Describes the last exchange of records in lines of text: the verdict first, then the

@@ -29,20 +29,23 @@ class HypreLibrary : public testing::Environment {
 [[maybe_unused]] testing::Environment* const kHypre =
     testing::AddGlobalTestEnvironment(new HypreLibrary);
 
-double ValueOf(int row, int col, int step) {
-  return 1 + row + 0.001 * col + 1000.0 * step;
+// Rows and columns of the whole, in the type of this hypre.
+using Global = HYPRE_BigInt;
+
+double ValueOf(Global row, Global col, int step) {
+  return 1 + static_cast<double>(row) + 0.001 * static_cast<double>(col) + 1000.0 * step;
 }
 
 // Which columns row i has, in any order.
-using Pattern = std::function<std::vector<int>(int row)>;
+using Pattern = std::function<std::vector<Global>(Global row)>;
 
 // The first row or column of this process, and the one behind its last: `counts[r]` each.
 struct Range {
   Range(std::vector<int> const& counts, int rank)
       : begin(std::accumulate(counts.begin(), counts.begin() + rank, 0)),
         end(begin + counts[static_cast<std::size_t>(rank)]) {}
-  int begin;
-  int end;
+  Global begin;
+  Global end;
 };
 
 // A matrix of hypre whose rows and columns the processes share as `rowCounts` and `colCounts`
@@ -64,13 +67,13 @@ class Matrix {
 
   void SetValues(int step) {
     HYPRE_IJMatrixInitialize(mMatrix);
-    for (int row = mRows.begin; row < mRows.end; ++row) {
-      std::vector<int> const cols = mPattern(row);
+    for (Global row = mRows.begin; row < mRows.end; ++row) {
+      std::vector<Global> const cols = mPattern(row);
       std::vector<double> values;
       values.reserve(cols.size());
-      for (int const col : cols)
+      for (Global const col : cols)
         values.push_back(ValueOf(row, col, step));
-      int count = static_cast<int>(cols.size());
+      auto count = static_cast<HYPRE_Int>(cols.size());
       if (count > 0)
         HYPRE_IJMatrixSetValues(mMatrix, 1, &count, &row, cols.data(), values.data());
     }
@@ -91,19 +94,19 @@ class Matrix {
 
 // The rows [begin, end) of a matrix as they should be.
 struct Expected {
-  Expected(int begin, int end, Pattern const& pattern, int step) {
-    for (int row = begin; row < end; ++row) {
-      std::vector<int> cols = pattern(row);
+  Expected(Global begin, Global end, Pattern const& pattern, int step) {
+    for (Global row = begin; row < end; ++row) {
+      std::vector<Global> cols = pattern(row);
       std::sort(cols.begin(), cols.end());
-      for (int const col : cols) {
-        idx.push_back(col);
+      for (Global const col : cols) {
+        idx.push_back(static_cast<HypreIndex>(col));
         values.push_back(ValueOf(row, col, step));
       }
-      ptr.push_back(static_cast<int>(idx.size()));
+      ptr.push_back(static_cast<HypreIndex>(idx.size()));
     }
   }
-  std::vector<int> ptr{0};
-  std::vector<int> idx;
+  std::vector<HypreIndex> ptr{0};
+  std::vector<HypreIndex> idx;
   std::vector<double> values;
 };
 
@@ -111,9 +114,10 @@ void ExpectRows(HypreCsr const& piece, Expected const& expected) {
   ASSERT_EQ(piece.mRows + 1, static_cast<long>(expected.ptr.size()));
   ASSERT_EQ(piece.NNZ(), static_cast<long>(expected.idx.size()));
   auto const entries = expected.idx.size();
-  EXPECT_EQ(std::vector<int>(piece.mRowPtr.mData, piece.mRowPtr.mData + piece.mRows + 1),
+  EXPECT_EQ(std::vector<HypreIndex>(piece.mRowPtr.mData, piece.mRowPtr.mData + piece.mRows + 1),
             expected.ptr);
-  EXPECT_EQ(std::vector<int>(piece.mColIdx.mData, piece.mColIdx.mData + entries), expected.idx);
+  EXPECT_EQ(std::vector<HypreIndex>(piece.mColIdx.mData, piece.mColIdx.mData + entries),
+            expected.idx);
   EXPECT_EQ(std::vector<double>(piece.mValues.mData, piece.mValues.mData + entries),
             expected.values);
 }
@@ -134,9 +138,9 @@ int Total(std::vector<int> const& counts) {
 
 // Columns on all processes, in descending order; row 2 has none.
 Pattern Scattered(int cols) {
-  return [cols](int row) {
-    std::vector<int> columns;
-    for (int col = cols - 1; col >= 0 && row != 2; --col)
+  return [cols](Global row) {
+    std::vector<Global> columns;
+    for (Global col = cols - 1; col >= 0 && row != 2; --col)
       if (col == row || (3 * row + 5 * col) % 4 == 1) columns.push_back(col);
     return columns;
   };
@@ -201,8 +205,8 @@ TEST_F(HypreRowsTest, TakeNewValuesIntoTheSameArrays) {
 TEST_F(HypreRowsTest, WithoutEntriesHaveOneZero) {
   bool const isMine = mRank == mSize - 1;
   Range const last(mCounts, mSize - 1);
-  Pattern const pattern = [&](int row) {
-    return row >= last.begin ? std::vector<int>{} : mPattern(row);
+  Pattern const pattern = [&](Global row) {
+    return row >= last.begin ? std::vector<Global>{} : mPattern(row);
   };
   Matrix const matrix(mCounts, mCounts, mRank, pattern);
   HypreRows rows(&mPool);
@@ -311,8 +315,8 @@ class Vector {
     HYPRE_IJVectorInitialize(mVector);
     for (int column = 0; column < components; ++column) {
       HYPRE_IJVectorSetComponent(mVector, column);
-      for (int row = rows.begin; row < rows.end; ++row) {
-        double const value = row + 0.5 * column;
+      for (Global row = rows.begin; row < rows.end; ++row) {
+        double const value = static_cast<double>(row) + 0.5 * column;
         HYPRE_IJVectorSetValues(mVector, 1, &row, &value);
       }
     }
@@ -327,10 +331,10 @@ class Vector {
   void ExpectValues(double shift) const {
     for (int column = 0; column < mComponents; ++column) {
       HYPRE_IJVectorSetComponent(mVector, column);
-      for (int row = mRows.begin; row < mRows.end; ++row) {
+      for (Global row = mRows.begin; row < mRows.end; ++row) {
         double value = -1;
         HYPRE_IJVectorGetValues(mVector, 1, &row, &value);
-        EXPECT_EQ(value, row + 0.5 * column + shift);
+        EXPECT_EQ(value, static_cast<double>(row) + 0.5 * column + shift);
       }
     }
   }
