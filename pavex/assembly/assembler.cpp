@@ -26,13 +26,6 @@ namespace {
 template <typename T>
 T const kNothing = -T{};
 
-// Adds each value to its slot. Every slot gets at least one.
-template <typename T, typename I>
-void AddToSlots(T const* values, I const* slots, std::int64_t count, T* sums) {
-  for (std::int64_t k = 0; k < count; ++k)
-    sums[slots[k]] += values[k];
-}
-
 PavexStatus Refuse(AssemblyReason const& reason, PavexStatus status) {
   Log::Error("%s", reason.mText);
   return status;
@@ -61,6 +54,7 @@ void Assembler<T, I>::Clear() {
   mListed = Buffer<I>();
   mWhole = MatrixCSR<T, I>();
   mGathered = mHasWhole = false;
+  mPlan = AssemblyPlan();
 }
 
 template <typename T, typename I>
@@ -73,20 +67,28 @@ PavexStatus Assembler<T, I>::Gather(std::shared_ptr<Comm> const& comm,
                                     Contribution<T, I> const& own,
                                     AssemblyRequest const& request) {
   Clear();
-  mPlan = AssemblyPlan();
   mComm = comm;
   mRequest = request;
   bool const usable = comm != nullptr && comm->Rank() >= 0 && comm->Rank() < comm->Size();
   if (!usable) return Log::Report(STATUS_INVALID_VALUE);
   PavexStatus status = STATUS_OK;
+  PavexStatus installed = STATUS_OK;  // if not, the agreement on the values shows it to all
   {
     Parts parts;
     status = Log::Report(Agree(own, request, parts));
     if (status == STATUS_OK) status = Log::Report(Move(own, parts));
+    if (status == STATUS_OK) installed = Log::Report(Install(parts));
+  }
+  if (status == STATUS_OK) {
+    T const* const given[2] = {own.Values(0), own.Values(1)};
+    bool const moves = request.mWithValues && mPlan.mPath != AssemblyPath::NOTHING;
+    status = moves ? Log::Report(BringValues(given, false, installed)) : installed;
   }
   mGathered = status == STATUS_OK;
-  if (mGathered && request.mWithValues) status = Update(own.Values(0), own.Values(1));
-  if (status != STATUS_OK) Clear();
+  if (mGathered) return STATUS_OK;
+  AssemblyPlan const refused = mPlan;  // for Describe
+  Clear();
+  mPlan = refused;
   return status;
 }
 
@@ -121,9 +123,10 @@ PavexStatus Assembler<T, I>::Agree(Contribution<T, I> const& own,
 }
 
 // Exchanges what the processes found in an operation after the gather. The first flaw, by rank,
-// decides.
+// decides; without one, the first process that calls another operation.
 template <typename T, typename I>
-PavexStatus Assembler<T, I>::AgreeOn(AssemblyVerdict const& own) {
+PavexStatus Assembler<T, I>::AgreeOn(AssemblyVerdict own, AssemblyOperation operation) {
+  if (own.Flawless()) own.mAt = static_cast<std::int64_t>(operation);
   PavexStatus const status = Log::Report(Exchange(*mComm, own, mVerdicts));
   if (status != STATUS_OK) return status;
   for (std::int64_t p = 0; p < mVerdicts.mSize; ++p) {
@@ -132,21 +135,25 @@ PavexStatus Assembler<T, I>::AgreeOn(AssemblyVerdict const& own) {
     auto const flaw = static_cast<AssemblyFlaw>(verdict.mFlaw);
     return Refuse(ReasonOf(flaw, static_cast<int>(p), verdict), StatusOf(flaw, verdict));
   }
+  for (std::int64_t p = 1; p < mVerdicts.mSize; ++p) {
+    AssemblyVerdict const& verdict = mVerdicts.mData[p];
+    if (verdict.mAt == mVerdicts.mData[0].mAt) continue;
+    constexpr AssemblyFlaw kFlaw = AssemblyFlaw::OTHER_OPERATION;
+    return Refuse(ReasonOf(kFlaw, static_cast<int>(p), verdict), StatusOf(kFlaw, verdict));
+  }
   return STATUS_OK;
 }
 
+// Brings the rows and columns of all pieces to the receivers.
 template <typename T, typename I>
 PavexStatus Assembler<T, I>::Move(Contribution<T, I> const& own, Parts& parts) {
   PavexStatus status = Log::Report(GatherLists(own, parts));
   if (status != STATUS_OK) return status;
   mSlots.Swap(parts.mPiece.mSlots);
   mListed.Swap(parts.mLists.mListed);
-  if (mPlan.mPath == AssemblyPath::NOTHING) return Receives() ? InstallNothing() : STATUS_OK;
-
-  status = mRecords.mSize == 1 ? TakePiece(parts) : GatherStack(parts);
-  if (status != STATUS_OK || !Receives()) return Log::Report(status);
   parts.mLists.mListed.Borrow(mListed.mData, mListed.mSize);
-  return Log::Report(Install(parts));
+  if (mPlan.mPath == AssemblyPath::NOTHING) return STATUS_OK;
+  return Log::Report(mRecords.mSize == 1 ? TakePiece(parts) : GatherStack(parts));
 }
 
 // A single process: its piece is the stack.
@@ -214,8 +221,11 @@ PavexStatus Assembler<T, I>::GatherStack(Parts& parts) {
   return STATUS_OK;
 }
 
+// Makes the whole without its values on a receiver.
 template <typename T, typename I>
 PavexStatus Assembler<T, I>::Install(Parts& parts) {
+  if (!Receives()) return STATUS_OK;
+  if (mPlan.mPath == AssemblyPath::NOTHING) return InstallNothing();
   AssemblyStack<I>& stack = parts.mStack;
   PavexStatus status = STATUS_OK;
   if (mPlan.mPath == AssemblyPath::BANDS) {
@@ -246,86 +256,21 @@ PavexStatus Assembler<T, I>::InstallNothing() {
 }
 
 template <typename T, typename I>
-PavexStatus Assembler<T, I>::Update(T const* values, T const* second) {
-  if (!mGathered) {
-    Log::Error("Gather should be executed first");
-    return STATUS_WRONG_ORDER;
-  }
-  if (mPlan.mPath == AssemblyPath::NOTHING) return STATUS_OK;
-  T const* const given[2] = {values, second};
-  AssemblyVerdict verdict;
-  Buffer<T> sums;
-  T const* const sent = PrepareValues(given, sums, verdict);
-  PavexStatus status = Log::Report(AgreeOn(verdict));
-  if (status != STATUS_OK) return status;
-  Buffer<T> arrived;
-  status = Log::Report(MoveValues(sent, arrived));
-  if (status != STATUS_OK || !mHasWhole) return status;
-  if (mPlan.mPath == AssemblyPath::MERGE) status = Log::Report(AddValues(arrived));
-  if (status == STATUS_OK) mWhole.mValues.Swap(arrived);
-  return status;
-}
-
-// The values that this process sends: those given, or their sums.
-template <typename T, typename I>
-T const* Assembler<T, I>::PrepareValues(T const* const* given, Buffer<T>& sums,
-                                        AssemblyVerdict& verdict) {
-  for (int b = 0; b < 2; ++b)
-    if (mEntries[b] > 0 && given[b] == nullptr) verdict.NoteMissing(AssemblyArray::VALUES);
-  if (!verdict.Flawless() || mSlots.mData == nullptr) return given[0];
-  verdict.NoteStep(mPool->Get(sums, mSent.mEntries));
-  if (!verdict.Flawless()) return nullptr;
-  std::fill_n(sums.mData, sums.mSize, kNothing<T>);
-  AddToSlots(given[0], mSlots.mData, mEntries[0], sums.mData);
-  AddToSlots(given[1], mSlots.mData + mEntries[0], mEntries[1], sums.mData);
-  return sums.mData;
-}
-
-// Brings the values of all pieces to the receivers, in the order of the stack.
-template <typename T, typename I>
-PavexStatus Assembler<T, I>::MoveValues(T const* sent, Buffer<T>& arrived) {
-  if (mRecords.mSize == 1) {
-    PavexStatus const status = Log::Report(mPool->Get(arrived, mSent.mEntries));
-    if (status == STATUS_OK) std::copy_n(sent, mSent.mEntries, arrived.mData);
-    return status;
-  }
-  T none{};  // stands for the values of a piece without entries, of which nothing is sent
-  bool const sends = mSent.mEntries > 0;
-  mSent.mValues.Borrow(sends ? const_cast<T*>(sent) : &none, sends ? mSent.mEntries : 1);
-  PavexStatus const status = Log::Report(mStack.Update(mSent));
-  mSent.mValues = Buffer<T>();
-  auto* const stacked = mStack.template TargetAs<MatrixCSR<T, I>>();
-  if (status == STATUS_OK && stacked != nullptr) arrived.Swap(stacked->mValues);
-  return status;
-}
-
-// Replaces the values that arrived by those of the whole.
-template <typename T, typename I>
-PavexStatus Assembler<T, I>::AddValues(Buffer<T>& arrived) {
-  Buffer<T> sums;
-  PavexStatus const status = Log::Report(mPool->Get(sums, mWhole.mColIdx.mSize));
-  if (status != STATUS_OK) return status;
-  MergeMap<I> const& map = mMergeMap;
-  for (std::int64_t k = 0; k < map.mSums.mSize; k += 2)
-    std::fill_n(sums.mData + map.mSums.mData[k], map.mSums.mData[k + 1], kNothing<T>);
-  T const* row = arrived.mData;
-  for (std::int64_t s = 0; s < map.mPlaces.mSize; ++s) {
-    std::int64_t const count = map.mOffsets.mData[s + 1] - map.mOffsets.mData[s];
-    I const place = map.mPlaces.mData[s];
-    if (place >= 0)
-      std::copy_n(row, count, sums.mData + place);
-    else
-      AddToSlots(row, map.mSlots.mData + (-1 - place), count, sums.mData);
-    row += count;
-  }
-  arrived.Swap(sums);
-  return STATUS_OK;
-}
-
-template <typename T, typename I>
 AssemblyCost Assembler<T, I>::CostOfUpdate() const {
   if (!mGathered) return {};
   return Pavex::CostOfUpdate(mPlan, mRecords, mComm->Rank(), sizeof(T), !SendsAsItIs());
+}
+
+template <typename T, typename I>
+AssemblyCost Assembler<T, I>::CostOfScatter(std::int64_t columns) const {
+  if (!mGathered) return {};
+  return Pavex::CostOfScatter(mRecords, mComm->Rank(), sizeof(T), columns);
+}
+
+template <typename T, typename I>
+AssemblyCost Assembler<T, I>::CostOfCollect(std::int64_t columns) const {
+  if (!mGathered) return {};
+  return Pavex::CostOfCollect(mRecords, mComm->Rank(), sizeof(T), columns);
 }
 
 template <typename T, typename I>
@@ -360,6 +305,7 @@ std::string Assembler<T, I>::Describe() const {
 }  // namespace Pavex
 
 #include "pavex/assembly/exchange.ipp"
+#include "pavex/assembly/update.ipp"
 
 namespace Pavex {
 

@@ -26,13 +26,19 @@ enum class Overlap {
 // communicator and borrows the pool, which must outlive it and takes everything that it needs.
 // One thread per process uses it. It starts none.
 //
-// Gather, Update, Scatter and Collect are collective. Before anything large moves, the
-// processes tell each other what they found: if one refuses what it was given, or its pool has
-// failed so far, all return the same status after the same line, which names the process, the
-// row and what to do. Three failures stay on their process alone, while others may wait for it:
-// an operation of the communicator that fails, a pool that fails after that, and one without
-// the 148 P bytes that a gather takes first. If a gather fails, nothing is gathered; if an
-// update fails, the whole keeps its values.
+// Gather, Update, UpdateInPlace, Scatter and Collect are collective. Before anything large
+// moves, the processes tell each other what they found: if one refuses what it was given, or
+// has no room for it, all return the same status after the same line, which names the process,
+// the row and what to do. Four failures stay on their process alone, while others may wait for
+// it:
+//
+// - an operation of the communicator fails;
+// - a process has no room for the 148 P bytes that a gather takes first;
+// - a receiver of a gather has no room for the rows and columns of the pieces, which it counts
+//   only after the processes have told each other;
+// - a receiver of a gather without values or entries has no room to make a whole of them.
+//
+// If a gather fails, nothing is gathered. If an update fails, the whole keeps its values.
 //
 // The whole is the same, bit by bit, whenever the same processes pass the same contributions:
 // what overlaps is added in the order of each process first, then in the order of the ranks.
@@ -84,6 +90,13 @@ class PAVEX_API Assembler {
   // every process if an array is missing.
   [[nodiscard]] PavexStatus Update(T const* values, T const* second = nullptr);
 
+  // Like Update, but the values arrive in the array that the whole already has. Its address
+  // stays, so a solver may keep it. A process may call Update while another one calls this.
+  // The arrays that are passed do not overlap those of the whole. Errors as for Update, except
+  // that the values of the whole are undefined after a failed transfer of bands. After a gather
+  // of the pattern, the first call is an Update.
+  [[nodiscard]] PavexStatus UpdateInPlace(T const* values, T const* second = nullptr);
+
   // Fills `own` on every process with its rows of `whole`, in its own order; each process that
   // has a row gets it. `whole`, with all rows and any number of columns, is read on receivers
   // only. `own` has the rows of the contribution and as many columns, and a value array. On a
@@ -98,24 +111,32 @@ class PAVEX_API Assembler {
                                     MatrixDense<T, I>& whole);
 
   // The whole on a receiver, null elsewhere and without a gather. The assembler owns it. It is
-  // valid until the next Gather, Clear or the destruction; its values until the next Update.
+  // valid until the next Gather, Clear or the destruction; its array of values until the next
+  // Update.
   // Rows are those of the request. No column repeats within a row. Local.
   MatrixCSR<T, I>* Whole() { return mHasWhole ? &mWhole : nullptr; }
   // The same whole, for reading only.
   MatrixCSR<T, I> const* Whole() const { return mHasWhole ? &mWhole : nullptr; }
 
-  // How the last gather put the pieces together; the same on every process. Local.
-  AssemblyPath Path() const { return mPlan.mPath; }
+  // How the pieces were put together; the same on every process. NOTHING without a gather.
+  // Local.
+  AssemblyPath Path() const { return mGathered ? mPlan.mPath : AssemblyPath::NOTHING; }
 
   // Whether this process sends its entries as they are, without merging them first. Local.
   bool SendsAsItIs() const { return mSlots.mData == nullptr; }
 
   // The cost for this process of a gather of the last gathered pieces. Local.
   AssemblyCost CostOfGather() const;
-  // The cost for this process of an update of the last gathered pieces. Local.
+  // The cost for this process of an update of the last gathered pieces, in place or not. Local.
   AssemblyCost CostOfUpdate() const;
+  // The cost for this process of a scatter and of a collect of `columns` columns. A process
+  // whose own matrix does not lie column by column without gaps passes over it once more.
+  // Local.
+  AssemblyCost CostOfScatter(std::int64_t columns) const;
+  AssemblyCost CostOfCollect(std::int64_t columns) const;
 
-  // One line: why the last gather was refused, or its path, processes, rows and entries. Local;
+  // One line: why the last gather was refused, or its path, processes, rows and entries, or
+  // that nothing is gathered. Local;
   // std::bad_alloc may leave, as from any std::string.
   std::string Describe() const;
 
@@ -135,17 +156,22 @@ class PAVEX_API Assembler {
   bool Receives() const;
   PavexStatus Agree(Contribution<T, I> const& own, AssemblyRequest const& request,
                     Parts& parts);
-  PavexStatus AgreeOn(AssemblyVerdict const& own);
+  PavexStatus AgreeOn(AssemblyVerdict own, AssemblyOperation operation);
   PavexStatus Move(Contribution<T, I> const& own, Parts& parts);
   PavexStatus TakePiece(Parts& parts);
   PavexStatus GatherStack(Parts& parts);
   PavexStatus GatherLists(Contribution<T, I> const& own, Parts& parts);
   PavexStatus Install(Parts& parts);
   PavexStatus InstallNothing();
-  PavexStatus MoveValues(T const* sent, Buffer<T>& arrived);
-  PavexStatus AddValues(Buffer<T>& arrived);
 
+  // Values: update.ipp.
+  PavexStatus UpdateGathered(T const* const* given, bool inPlace);
+  PavexStatus BringValues(T const* const* given, bool inPlace, PavexStatus before);
+  PavexStatus MoveAndAdd(T const* const* given, PavexStatus before, Buffer<T>& whole);
   T const* PrepareValues(T const* const* given, Buffer<T>& sums, AssemblyVerdict& verdict);
+  void MakeRoom(Buffer<T>& whole, Buffer<T>& arrived, AssemblyVerdict& verdict) const;
+  PavexStatus MoveValues(T const* sent, Buffer<T>& arrived);
+  void AddValues(T const* arrived, T* whole) const;
 
   // Lists of rows and dense matrices: exchange.ipp.
   struct DenseParts;  // what one exchange of a dense matrix holds until it returns
@@ -153,10 +179,9 @@ class PAVEX_API Assembler {
                          std::int64_t (AssemblyRecord::*countOf)() const, std::int64_t total,
                          Buffer<I>& lists);
   bool IsLocal() const { return mRecords.mSize == 1 || mRequest.mReceiver == kEverybody; }
-  enum class DenseExchange : std::int64_t { SCATTER, COLLECT_ADD, COLLECT_ONCE };
   PavexStatus AgreeOnDense(MatrixDense<T, I> const& whole, MatrixDense<T, I> const& own,
-                           DenseExchange kind, DenseParts& parts);
-  PavexStatus CompareDense() const;
+                           AssemblyOperation operation, DenseParts& parts);
+  PavexStatus CompareColumns() const;
   PavexStatus PrepareDense(MatrixDense<T, I> const& own, long columns, bool collects,
                            DenseParts& parts);
   void StackWhole(MatrixDense<T, I> const& whole, T* stacked) const;

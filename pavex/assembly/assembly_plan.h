@@ -48,19 +48,23 @@ enum class AssemblyFlaw : std::int32_t {
   OTHER_RECEIVER,
   OTHER_REQUEST,
   OTHER_COLUMNS,    // of a dense matrix
-  OTHER_EXCHANGE,   // a scatter, or a collect with one or the other overlap
+  OTHER_OPERATION,  // or a collect with the other overlap
   TOO_MANY_IN_ALL,  // entries or rows, beyond what a communicator counts
 };
 
 // The arrays that can be missing.
 enum class AssemblyArray : std::int32_t { OFFSETS, ROWS, COLUMNS, VALUES, ROW_LIST, MAP };
 
-// What one process found wrong: the first flaw, or none.
+// The operations after a gather. Processes that call different ones are refused.
+enum class AssemblyOperation : std::int64_t { UPDATE, SCATTER, COLLECT_ADD, COLLECT_ONCE };
+
+// What one process found wrong: the first flaw, or none. Without a flaw, the verdict on an
+// operation after the gather carries other numbers in its first fields.
 struct AssemblyVerdict {
-  std::int64_t mAt = 0;              // the place of the flaw: a row or a position
-  std::int64_t mFound = 0;           // the value that was found
-  std::int64_t mLimit = 0;           // and the one that it must stay below, or be
-  std::int32_t mFlaw = 0;            // an AssemblyFlaw; any number may arrive from a peer
+  std::int64_t mAt = 0;     // the place of the flaw: a row or a position. Else the operation
+  std::int64_t mFound = 0;  // the value that was found. Else the columns of a dense matrix
+  std::int64_t mLimit = 0;  // what that value must stay below, or be
+  std::int32_t mFlaw = 0;   // an AssemblyFlaw; any number may arrive from a peer
   std::int32_t mStatus = STATUS_OK;  // of FAILED_STEP
 
   // Notes a flaw, unless there is one.
@@ -129,7 +133,7 @@ struct AssemblyCost {
   std::int64_t mCalls = 0;     // of operations of the communicator
   std::int64_t mBytesOut = 0;  // handed to the communicator
   std::int64_t mBytesIn = 0;   // delivered by it
-  std::int64_t mPasses = 0;    // over the values that it has or gets, to add what overlaps
+  std::int64_t mPasses = 0;    // over what it has or gets, to add it or to bring it in order
 };
 
 }  // namespace Pavex

@@ -28,6 +28,14 @@ struct Payer {
   }
 };
 
+// Rows of the contributions of all processes.
+std::int64_t OwnRowsOf(Buffer<AssemblyRecord> const& records) {
+  std::int64_t rows = 0;
+  for (std::int64_t p = 0; p < records.mSize; ++p)
+    rows += records.mData[p].mOwnRows;
+  return rows;
+}
+
 Payer PayerOf(Buffer<AssemblyRecord> const& records, int rank) {
   int const receiver = records.mData[rank].mReceiver;
   return {{}, records.mSize, receiver == kEverybody || receiver == rank};
@@ -60,6 +68,33 @@ AssemblyCost CostOfPattern(AssemblyPlan const& plan, Buffer<AssemblyRecord> cons
   payer.Exchange(sizeof(MatrixLocalInfo));
   payer.Gather(std::max(record.mRows, std::int64_t{1}), plan.mRows, indexBytes);
   payer.Gather(record.mNnz, plan.mNnz, indexBytes);
+  return payer.mCost;
+}
+
+// Where every process has the whole, each copies its own rows from it.
+AssemblyCost CostOfScatter(Buffer<AssemblyRecord> const& records, int rank,
+                           std::size_t valueBytes, std::int64_t columns) {
+  Payer payer = PayerOf(records, rank);
+  payer.mCost.mPasses = payer.mReceives ? 1 : 0;
+  if (records.mSize == 1) return payer.mCost;
+  payer.Exchange(sizeof(AssemblyVerdict));
+  AssemblyRecord const& record = records.mData[rank];
+  if (record.mReceiver == kEverybody) return payer.mCost;
+  std::int64_t const bytes = columns * static_cast<std::int64_t>(valueBytes);
+  ++payer.mCost.mCalls;
+  if (payer.mReceives) payer.mCost.mBytesOut += OwnRowsOf(records) * bytes;
+  payer.mCost.mBytesIn += record.mOwnRows * bytes;
+  return payer.mCost;
+}
+
+AssemblyCost CostOfCollect(Buffer<AssemblyRecord> const& records, int rank,
+                           std::size_t valueBytes, std::int64_t columns) {
+  Payer payer = PayerOf(records, rank);
+  payer.mCost.mPasses = payer.mReceives ? 1 : 0;
+  if (records.mSize == 1) return payer.mCost;
+  payer.Exchange(sizeof(AssemblyVerdict));
+  payer.Gather(records.mData[rank].mOwnRows * columns, OwnRowsOf(records) * columns,
+               valueBytes);
   return payer.mCost;
 }
 

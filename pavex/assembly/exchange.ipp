@@ -170,8 +170,8 @@ PavexStatus Assembler<T, I>::PrepareDense(MatrixDense<T, I> const& own, long col
 // without rows has no say in the columns, unless it receives.
 template <typename T, typename I>
 PavexStatus Assembler<T, I>::AgreeOnDense(MatrixDense<T, I> const& whole,
-                                          MatrixDense<T, I> const& own, DenseExchange kind,
-                                          DenseParts& parts) {
+                                          MatrixDense<T, I> const& own,
+                                          AssemblyOperation operation, DenseParts& parts) {
   AssemblyVerdict verdict;
   std::int64_t const rows = mRecords.mData[mComm->Rank()].mOwnRows;
   std::int64_t const columns = Receives() ? whole.mCols : rows > 0 ? own.mCols : kAnyColumns;
@@ -181,25 +181,19 @@ PavexStatus Assembler<T, I>::AgreeOnDense(MatrixDense<T, I> const& whole,
     if (rows > 0 && whole.mCols != own.mCols)
       verdict.Note(AssemblyFlaw::DENSE_COLUMNS, 0, whole.mCols, own.mCols);
   }
-  bool const collects = kind != DenseExchange::SCATTER;
+  bool const collects = operation != AssemblyOperation::SCATTER;
   if (verdict.Flawless()) verdict.NoteStep(PrepareDense(own, columns, collects, parts));
-  if (verdict.Flawless()) {
-    verdict.mFound = columns;
-    verdict.mLimit = static_cast<std::int64_t>(kind);
-  }
-  PavexStatus const status = Log::Report(AgreeOn(verdict));
-  return status == STATUS_OK ? Log::Report(CompareDense()) : status;
+  if (verdict.Flawless()) verdict.mFound = columns;
+  PavexStatus const status = Log::Report(AgreeOn(verdict, operation));
+  return status == STATUS_OK ? Log::Report(CompareColumns()) : status;
 }
 
-// Compares what the processes exchange, none of which is wrong in itself. Local.
+// Compares the columns that the processes pass. Local.
 template <typename T, typename I>
-PavexStatus Assembler<T, I>::CompareDense() const {
+PavexStatus Assembler<T, I>::CompareColumns() const {
   std::int64_t first = -1;  // the first process with a say in the columns
   for (std::int64_t p = 0; p < mVerdicts.mSize; ++p) {
     AssemblyVerdict other = mVerdicts.mData[p];
-    if (other.mLimit != mVerdicts.mData[0].mLimit)
-      return Refuse(ReasonOf(AssemblyFlaw::OTHER_EXCHANGE, static_cast<int>(p), other),
-                    STATUS_INCONSISTENT);
     if (other.mFound == kAnyColumns) continue;
     if (first < 0) first = p;
     if (other.mFound == mVerdicts.mData[first].mFound) continue;
@@ -229,7 +223,7 @@ PavexStatus Assembler<T, I>::Scatter(MatrixDense<T, I> const& whole, MatrixDense
     return STATUS_WRONG_ORDER;
   }
   DenseParts parts;
-  PavexStatus status = Log::Report(AgreeOnDense(whole, own, DenseExchange::SCATTER, parts));
+  PavexStatus status = Log::Report(AgreeOnDense(whole, own, AssemblyOperation::SCATTER, parts));
   if (status != STATUS_OK) return status;
   DenseView<T> const to = ViewOf(own);
   if (IsLocal()) {
@@ -255,8 +249,8 @@ PavexStatus Assembler<T, I>::Scatter(MatrixDense<T, I> const& whole, MatrixDense
   return STATUS_OK;
 }
 
-// Adds the rows of all processes. Where only the first counts, they are taken last to first, so
-// that it is the one that stays.
+// Adds the rows of all processes to a kNothing, which makes a single one a copy. Where only the
+// first counts, they are taken last to first, so that it is the one that stays.
 template <typename T, typename I>
 void Assembler<T, I>::AddStack(T const* stacked, Overlap overlap,
                                MatrixDense<T, I>& whole) const {
@@ -265,6 +259,11 @@ void Assembler<T, I>::AddStack(T const* stacked, Overlap overlap,
     for (std::int64_t row = 0; row < whole.mRows; ++row)
       to(row, j) = T{};
   if (overlap == Overlap::ADD) {
+    ForEachProcess(mRecords, mListed.mData, [&](std::int64_t /*process*/, auto const& rows) {
+      for (std::int64_t j = 0; j < whole.mCols; ++j)
+        for (std::int64_t i = 0; i < rows.mCount; ++i)
+          to(rows[i], j) = kNothing<T>;
+    });
     ForEachProcess(mRecords, mListed.mData, [&](std::int64_t /*process*/, auto const& rows) {
       for (std::int64_t j = 0; j < whole.mCols; ++j)
         for (std::int64_t i = 0; i < rows.mCount; ++i)
@@ -295,9 +294,9 @@ PavexStatus Assembler<T, I>::Collect(MatrixDense<T, I> const& own, Overlap overl
     return STATUS_WRONG_ORDER;
   }
   DenseParts parts;
-  DenseExchange const kind =
-      overlap == Overlap::ADD ? DenseExchange::COLLECT_ADD : DenseExchange::COLLECT_ONCE;
-  PavexStatus status = Log::Report(AgreeOnDense(whole, own, kind, parts));
+  AssemblyOperation const operation = overlap == Overlap::ADD ? AssemblyOperation::COLLECT_ADD
+                                                              : AssemblyOperation::COLLECT_ONCE;
+  PavexStatus status = Log::Report(AgreeOnDense(whole, own, operation, parts));
   if (status != STATUS_OK) return status;
   if (parts.mOwn.mAllocator != nullptr) {
     DenseView<T> const from = ViewOf(own);

@@ -41,5 +41,10 @@ AssemblyCost CostOfUpdate(AssemblyPlan const& plan, Buffer<AssemblyRecord> const
 // The gather of the pattern alone; with values, an update follows.
 AssemblyCost CostOfPattern(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records,
                            int rank, std::size_t indexBytes);
+// Dense matrices of `columns` columns that lie column by column without gaps.
+AssemblyCost CostOfScatter(Buffer<AssemblyRecord> const& records, int rank,
+                           std::size_t valueBytes, std::int64_t columns);
+AssemblyCost CostOfCollect(Buffer<AssemblyRecord> const& records, int rank,
+                           std::size_t valueBytes, std::int64_t columns);
 
 }  // namespace Pavex

@@ -26,6 +26,12 @@ char const* NameOf(std::int64_t array) {
   return array >= 0 && array < 6 ? kNames[array] : "array";
 }
 
+// A row or column of a whole, of a process or of a map that has none.
+void SayNone(Words& words, int p, char const* line, std::int64_t found) {
+  words.Say("Process %d passes %s %ld, but there are no %ss; pass none.", p, line,
+            static_cast<long>(found), line);
+}
+
 // What process `p` found wrong with what it was given.
 void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& words) {
   long const at = verdict.mAt;
@@ -58,17 +64,21 @@ void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& wor
       return words.Say("Process %d has rows %ld to %ld of %ld; count the begin from 0.", p, at,
                        found, limit);
     case AssemblyFlaw::ROW_OUTSIDE:
+      if (limit == 0) return SayNone(words, p, "row", found);
       return words.Say("Process %d, row %ld of its list is %ld; pass 0 to %ld.", p, at, found,
                        last);
     case AssemblyFlaw::OFFSETS_DESCEND:
       return words.Say("Process %d, row %ld has %ld entries; pass offsets that ascend.", p, at,
                        found);
     case AssemblyFlaw::ENTRY_OUTSIDE:
+      if (limit == 0) return SayNone(words, p, "row", found);
       return words.Say("Process %d, entry %ld has row %ld; pass 0 to %ld.", p, at, found, last);
     case AssemblyFlaw::COLUMN_OUTSIDE:
+      if (limit == 0) return SayNone(words, p, "column", found);
       return words.Say("Process %d, row %ld has column %ld; pass 0 to %ld.", p, at, found,
                        last);
     case AssemblyFlaw::MAP_OUTSIDE:
+      if (limit == 0) return SayNone(words, p, "column", found);
       return words.Say("Process %d, column %ld of its map is %ld; pass 0 to %ld.", p, at, found,
                        last);
     case AssemblyFlaw::TOO_MANY_ENTRIES:
@@ -86,7 +96,7 @@ void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& wor
       return words.Say(
           "Process %d passes %ld dense columns, process %ld passes %ld; pass as many.", p,
           found, at, limit);
-    case AssemblyFlaw::OTHER_EXCHANGE:
+    case AssemblyFlaw::OTHER_OPERATION:
       return words.Say(
           "Process %d calls another operation or overlap than process 0; call one.", p);
     case AssemblyFlaw::TOO_MANY_IN_ALL:
@@ -126,7 +136,7 @@ PavexStatus StatusOf(AssemblyFlaw flaw, AssemblyVerdict const& verdict) {
     case AssemblyFlaw::OTHER_RECEIVER:
     case AssemblyFlaw::OTHER_REQUEST:
     case AssemblyFlaw::OTHER_COLUMNS:
-    case AssemblyFlaw::OTHER_EXCHANGE:
+    case AssemblyFlaw::OTHER_OPERATION:
       return STATUS_INCONSISTENT;
     case AssemblyFlaw::TOO_MANY_IN_ALL:
     case AssemblyFlaw::TOO_MANY_ENTRIES:

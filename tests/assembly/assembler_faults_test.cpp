@@ -19,7 +19,7 @@ namespace {
 constexpr int kRanks = 3;
 constexpr PavexStatus kInjected = 4711;
 
-enum class Step { GATHER, UPDATE, SCATTER, COLLECT };
+enum class Step { GATHER, UPDATE, UPDATE_IN_PLACE, SCATTER, COLLECT };
 enum class Place { POOL, COMM };
 
 struct Injection {
@@ -62,6 +62,8 @@ struct FaultyRank {
         return assembler.Gather(comm, piece.Pass(true), expected.request);
       case Step::UPDATE:
         return assembler.Update(piece.Values(0), piece.Values(1));
+      case Step::UPDATE_IN_PLACE:
+        return assembler.UpdateInPlace(piece.Values(0), piece.Values(1));
       case Step::SCATTER:
         return assembler.Scatter(whole.matrix, own.matrix);
       case Step::COLLECT:
@@ -183,7 +185,8 @@ TEST_P(AssemblerFaults, ReturnTheirStatusLoseNoMemoryAndKeepTheWhole) {
   Tally comm;
   for (Case const& expected : Cases(GetParam())) {
     for (int rank = 0; rank < kRanks; ++rank) {
-      for (Step const step : {Step::GATHER, Step::UPDATE, Step::SCATTER, Step::COLLECT}) {
+      for (Step const step :
+           {Step::GATHER, Step::UPDATE, Step::UPDATE_IN_PLACE, Step::SCATTER, Step::COLLECT}) {
         Tally const ofPool = Inject(expected, step, Place::POOL, rank);
         pool.faults += ofPool.faults;
         pool.agreed += ofPool.agreed;

@@ -2,14 +2,11 @@
 
 #include "pavex/assembly/assembler.h"
 
-#include "pavex/comm/local_comm.h"
 #include "pavex/runtime/self_comm.h"
-#include "tests/support/ledger_pool.h"
+#include "tests/assembly/small_case.h"
 #include "tests/support/log_level.h"
-#include "tests/support/trace_comm.h"
 
 #include <cmath>
-#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -17,47 +14,6 @@
 
 namespace Pavex {
 namespace {
-
-using Own = Contribution<double, int>;
-
-AssemblyRequest Square(int rows, int receiver = 0) {
-  AssemblyRequest request;
-  request.mRows = request.mCols = rows;
-  request.mReceiver = receiver;
-  return request;
-}
-
-template <typename E>
-std::vector<E> List(Buffer<E> const& buffer) {
-  return std::vector<E>(buffer.mData, buffer.mData + buffer.mSize);
-}
-
-using Body = std::function<void(std::shared_ptr<TraceComm> const& comm,
-                                Assembler<double, int>& assembler)>;
-
-void OnRanks(int ranks, Body const& body) {
-  LocalComm::Run(ranks, [&body](std::shared_ptr<Comm> const& comm) {
-    LedgerPool pool;
-    auto const traced = std::make_shared<TraceComm>(comm);
-    Assembler<double, int> assembler(&pool);
-    body(traced, assembler);
-  });
-}
-
-// Bands of a 4 x 4 matrix on ranks 2 and 0; rank 1 has nothing and receives.
-//   rank 2:  1 .  . .      rank 0:  . .  4 .
-//            2 3  . .               . .  . 5
-struct TwoBands {
-  std::vector<int> offsets[3] = {{0, 1, 2}, {}, {0, 1, 3}};
-  std::vector<int> cols[3] = {{2, 3}, {}, {0, 0, 1}};
-  std::vector<double> values[3] = {{4, 5}, {}, {1, 2, 3}};
-
-  Own Of(int rank) const {
-    if (rank == 1) return {};
-    return Own::Band(rank == 0 ? 2 : 0, 2)
-        .Csr(offsets[rank].data(), cols[rank].data(), values[rank].data());
-  }
-};
 
 TEST(AssemblerOfBands, TakesBandsInAnyRankOrderOntoAProcessWithoutRows) {
   TwoBands const bands;
@@ -236,31 +192,6 @@ TEST(Assembler, GathersNothingFromNothing) {
   });
 }
 
-TEST(Assembler, AsksAProcessWithoutRowsForNoDenseMatrix) {
-  TwoBands const bands;
-  OnRanks(3, [&bands](auto const& comm, Assembler<double, int>& assembler) {
-    using Dense = MatrixDense<double, int>;
-    ASSERT_EQ(assembler.Gather(comm, bands.Of(comm->Rank()), Square(4, 1)), STATUS_OK);
-    bool const receives = comm->Rank() == 1;
-    std::vector<double> mine = {1, 2, 3, 4};
-    std::vector<double> all(8, 9);
-    Dense own = receives ? Dense() : Dense::Borrow(2, 2, false, 2, mine.data());
-    Dense whole = receives ? Dense::Borrow(4, 2, false, 4, all.data()) : Dense();
-    ASSERT_EQ(assembler.Collect(own, Overlap::ADD, whole), STATUS_OK);
-    if (receives) {
-      EXPECT_EQ(all, (std::vector<double>{1, 2, 1, 2, 3, 4, 3, 4}));
-      all = {10, 11, 12, 13, 20, 21, 22, 23};
-    }
-    ASSERT_EQ(assembler.Scatter(whole, own), STATUS_OK);
-    if (comm->Rank() == 0) {
-      EXPECT_EQ(mine, (std::vector<double>{12, 13, 22, 23}));
-    }
-    if (comm->Rank() == 2) {
-      EXPECT_EQ(mine, (std::vector<double>{10, 11, 20, 21}));
-    }
-  });
-}
-
 TEST(Assembler, HoldsNothingAfterClear) {
   TwoBands const bands;
   LogLevel const silent(-1);
@@ -269,8 +200,22 @@ TEST(Assembler, HoldsNothingAfterClear) {
     assembler.Clear();
     EXPECT_EQ(assembler.Whole(), nullptr);
     EXPECT_EQ(assembler.Update(bands.values[comm->Rank()].data()), STATUS_WRONG_ORDER);
+    EXPECT_EQ(assembler.Path(), AssemblyPath::NOTHING);
     EXPECT_EQ(assembler.Describe(), "Nothing is gathered.");
+    EXPECT_EQ(assembler.CostOfCollect(1).mCalls, 0);
   });
+}
+
+TEST(Assembler, ForgetsARefusalWithClear) {
+  LogLevel const silent(-1);
+  LedgerPool pool;
+  Assembler<double, int> assembler(&pool);
+  auto const comm = std::make_shared<SelfComm>();
+  ASSERT_EQ(assembler.Gather(comm, Own(), Square(-1)), STATUS_INVALID_VALUE);
+  EXPECT_NE(assembler.Describe(), "Nothing is gathered.");
+
+  assembler.Clear();
+  EXPECT_EQ(assembler.Describe(), "Nothing is gathered.");
 }
 
 }  // namespace

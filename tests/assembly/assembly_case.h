@@ -255,10 +255,40 @@ T DenseValue(long process, long i, long j) {
   return T(static_cast<float>(process * 100 + i * 10 + j + 1));
 }
 
-// Scatters and collects dense matrices; what is wrong is returned.
+// How the calls that `comm` has recorded differ from what `cost` says; empty if they do not.
+inline std::string CompareCost(TraceComm const& comm, AssemblyCost const& cost) {
+  AssemblyCost seen;
+  long const processes = comm.Size();
+  for (CommCall const& call : comm.Calls()) {
+    if (call.op == CommOp::RANK || call.op == CommOp::SIZE) continue;
+    long const each = static_cast<long>(DatatypeSize(call.sendtype));
+    auto const sum = [](std::vector<int> const& counts) {
+      return std::accumulate(counts.begin(), counts.end(), 0L);
+    };
+    bool const scatters = call.op == CommOp::SCATTERV;
+    long const received = scatters                       ? call.recvcount
+                          : call.op == CommOp::ALLGATHER ? call.recvcount * processes
+                                                         : sum(call.recvcountsRead);
+    ++seen.mCalls;
+    seen.mBytesOut += (scatters ? sum(call.sendcountsRead) : call.sendcount) * each;
+    seen.mBytesIn += received * static_cast<long>(DatatypeSize(call.recvtype));
+  }
+  auto const text = [](AssemblyCost const& some) {
+    return std::to_string(some.mCalls) + " calls, " + std::to_string(some.mBytesOut) +
+           " bytes out, " + std::to_string(some.mBytesIn) + " in";
+  };
+  if (text(seen) == text(cost)) return {};
+  std::string calls;
+  for (std::string const& call : comm.DataTexts())
+    calls += "\n  " + call;
+  return text(seen) + "; expected " + text(cost) + calls;
+}
+
+// Scatters and collects dense matrices over `comm`; what is wrong is returned.
 template <typename T, typename I>
-std::string CheckDense(AssemblyCase<T, I> const& expected, Rng& rng, int rank,
+std::string CheckDense(AssemblyCase<T, I> const& expected, Rng& rng, TraceComm& comm,
                        Assembler<T, I>& assembler) {
+  int const rank = comm.Rank();
   AssemblyRequest const& request = expected.request;
   bool const receives = request.mReceiver == kEverybody || request.mReceiver == rank;
   auto const& rows = expected.pieces[static_cast<std::size_t>(rank)].ownRows;
@@ -276,7 +306,10 @@ std::string CheckDense(AssemblyCase<T, I> const& expected, Rng& rng, int rank,
     for (long i = 0; i < request.mRows; ++i)
       for (long j = 0; j < columns; ++j)
         whole.At(i, j) = DenseValue<T>(9, i, j);
+  comm.ForgetCalls();
   if (assembler.Scatter(passed, own.matrix) != STATUS_OK) return "status of the scatter";
+  std::string cost = CompareCost(comm, assembler.CostOfScatter(columns));
+  if (!cost.empty()) return "scatter: " + cost;
   for (long i = 0; i < count; ++i)
     for (long j = 0; j < columns; ++j)
       if (own.At(i, j) != DenseValue<T>(9, rows[static_cast<std::size_t>(i)], j))
@@ -285,8 +318,11 @@ std::string CheckDense(AssemblyCase<T, I> const& expected, Rng& rng, int rank,
   for (long i = 0; i < count; ++i)
     for (long j = 0; j < columns; ++j)
       own.At(i, j) = DenseValue<T>(rank, i, j);
+  comm.ForgetCalls();
   if (assembler.Collect(own.matrix, overlap, passed) != STATUS_OK)
     return "status of the collect";
+  cost = CompareCost(comm, assembler.CostOfCollect(columns));
+  if (!cost.empty()) return "collect: " + cost;
   if (!receives) return {};
   std::map<std::pair<long, long>, T> sums;
   for (std::size_t p = 0; p < expected.pieces.size(); ++p) {
@@ -305,32 +341,6 @@ std::string CheckDense(AssemblyCase<T, I> const& expected, Rng& rng, int rank,
         return "collected row " + std::to_string(i);
     }
   return {};
-}
-
-// How the calls that `comm` has recorded differ from what `cost` says; empty if they do not.
-inline std::string CompareCost(TraceComm const& comm, AssemblyCost const& cost) {
-  AssemblyCost seen;
-  long const processes = comm.Size();
-  for (CommCall const& call : comm.Calls()) {
-    if (call.op == CommOp::RANK || call.op == CommOp::SIZE) continue;
-    long const each = static_cast<long>(DatatypeSize(call.sendtype));
-    long const received =
-        call.op == CommOp::ALLGATHER
-            ? call.recvcount * processes
-            : std::accumulate(call.recvcountsRead.begin(), call.recvcountsRead.end(), 0L);
-    ++seen.mCalls;
-    seen.mBytesOut += call.sendcount * each;
-    seen.mBytesIn += received * static_cast<long>(DatatypeSize(call.recvtype));
-  }
-  auto const text = [](AssemblyCost const& some) {
-    return std::to_string(some.mCalls) + " calls, " + std::to_string(some.mBytesOut) +
-           " bytes out, " + std::to_string(some.mBytesIn) + " in";
-  };
-  if (text(seen) == text(cost)) return {};
-  std::string calls;
-  for (std::string const& call : comm.DataTexts())
-    calls += "\n  " + call;
-  return text(seen) + "; expected " + text(cost) + calls;
 }
 
 // Runs case `number` of `seed` on this process. Empty if all is right here.
@@ -363,12 +373,18 @@ std::string RunAssemblyCase(std::uint64_t seed, long number, std::shared_ptr<Com
     }
     expected.Revalue(rng);
     counted->ForgetCalls();
-    status = assembler.Update(piece.Values(0), piece.Values(1));
+    // Processes choose on their own whether their array stays.
+    bool const stays = withValues && (number + round + rank) % 2 == 0;
+    auto const address = [&] { return receives ? assembler.Whole()->mValues.mData : nullptr; };
+    T const* const before = address();
+    status = stays ? assembler.UpdateInPlace(piece.Values(0), piece.Values(1))
+                   : assembler.Update(piece.Values(0), piece.Values(1));
     if (status != STATUS_OK) return name + "status of the update";
+    if (stays && address() != before) return name + "address of the values";
     cost = CompareCost(*counted, assembler.CostOfUpdate());
     if (!cost.empty()) return name + "update: " + cost;
   }
-  std::string const difference = CheckDense(expected, rng, rank, assembler);
+  std::string const difference = CheckDense(expected, rng, *counted, assembler);
   return difference.empty() ? difference : name + difference;
 }
 

@@ -3,6 +3,7 @@
 #include "pavex/assembly/assembler.h"
 #include "pavex/comm/local_comm.h"
 #include "pavex/runtime/self_comm.h"
+#include "tests/assembly/spoiled_input.h"
 #include "tests/support/capture.h"
 #include "tests/support/ledger_pool.h"
 
@@ -15,24 +16,6 @@
 
 namespace Pavex {
 namespace {
-
-using Own = Contribution<double, int>;
-
-// One valid row of a 4 x 4 matrix on each of 3 ranks, which a test spoils on rank 1.
-struct Input {
-  AssemblyRequest request;
-  std::vector<int> rows = {0, 2};
-  std::vector<int> offsets = {0, 1, 2};
-  std::vector<int> cols = {1, 3};
-  std::vector<int> map = {3, 2, 1, 0};
-  std::vector<double> values = {1, 2};
-  Own own;
-
-  Input() {
-    request.mRows = request.mCols = 4;
-    own = Own::Rows(2, rows.data()).Csr(offsets.data(), cols.data(), values.data());
-  }
-};
 
 // What all ranks return, print and describe.
 struct Verdict {
@@ -110,6 +93,28 @@ TEST(AssemblerRefuses, ColumnsOutsideTheWholeOrTheMap) {
             Own::Rows(2, input.rows.data())
                 .LocalCoo(2, input.offsets.data(), input.cols.data(), input.values.data());
       });
+}
+
+TEST(AssemblerRefuses, RowsAndColumnsWhereThereAreNone) {
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1 passes row 0, but there are no rows; pass none.", [](Input& input) {
+                  input.own = Own().LocalCoo(2, input.offsets.data(), input.cols.data(),
+                                             input.values.data());
+                });
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1 passes column 1, but there are no columns; pass none.",
+                [](Input& input) { input.own.Columns(input.map.data(), 0); });
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1 passes column 3, but there are no columns; pass none.",
+                [](Input& input) {
+                  input.request.mCols = 0;
+                  input.own.Columns(input.map.data(), 4);
+                });
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1 passes row 2, but there are no rows; pass none.", [](Input& input) {
+                  input.request.mRows = 0;
+                  input.own = Own::Rows(1, &input.rows[1]);
+                });
 }
 
 TEST(AssemblerRefuses, ArraysThatAreMissing) {
