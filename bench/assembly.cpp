@@ -16,6 +16,8 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <numeric>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -156,24 +158,34 @@ void MeasureBands(Runner& runner, int n) {
       "the bands arrive on rank 3");
 }
 
+// The numbers of the nodes of a mesh: along its sides, or drawn at random, as the worst that an
+// unstructured mesh may have.
+std::vector<int> NumberNodes(long nodes, bool random) {
+  std::vector<int> numbers(static_cast<std::size_t>(nodes));
+  std::iota(numbers.begin(), numbers.end(), 0);
+  std::mt19937_64 engine(kSeed);
+  if (random) std::shuffle(numbers.begin(), numbers.end(), engine);
+  return numbers;
+}
+
 // The entries of some of the 8-node bricks of n x n x n elements, one element after the other.
 struct Elements {
   std::vector<int> rows;
   std::vector<int> cols;
   std::vector<double> values;
 
-  Elements(int n, int part, int parts) {
+  Elements(int n, int part, int parts, std::vector<int> const& numbers) {
     long const count = static_cast<long>(n) * n * n;
     for (long e = count * part / parts; e < count * (part + 1) / parts; ++e)
       Add(n + 1, static_cast<int>(e % n), static_cast<int>(e / n % n),
-          static_cast<int>(e / n / n));
+          static_cast<int>(e / n / n), numbers);
   }
 
-  void Add(int side, int x, int y, int z) {
+  void Add(int side, int x, int y, int z, std::vector<int> const& numbers) {
     int nodes[8];
     for (int corner = 0; corner < 8; ++corner) {
       int const at[] = {x + (corner & 1), y + (corner >> 1 & 1), z + (corner >> 2)};
-      nodes[corner] = (at[2] * side + at[1]) * side + at[0];
+      nodes[corner] = numbers[static_cast<std::size_t>((at[2] * side + at[1]) * side + at[0])];
     }
     for (int i = 0; i < 8; ++i)
       for (int j = 0; j < 8; ++j) {
@@ -215,9 +227,10 @@ struct ElementJob {
   long volatile passed = 0;
   bool ok = true;
 
-  explicit ElementJob(int n) : nodes(static_cast<long>(n + 1) * (n + 1) * (n + 1)) {
+  ElementJob(int n, bool random) : nodes(static_cast<long>(n + 1) * (n + 1) * (n + 1)) {
+    std::vector<int> const numbers = NumberNodes(nodes, random);
     for (int r = 0; r < kRanks; ++r)
-      elements.emplace_back(n, r, kRanks);
+      elements.emplace_back(n, r, kRanks, numbers);
     request.mRows = request.mCols = nodes;
   }
 
@@ -266,7 +279,7 @@ struct ElementJob {
 };
 
 void MeasureElements(Runner& runner, int n) {
-  ElementJob job(n);
+  ElementJob job(n, false);
   std::string const label = std::to_string(n) + "^3 bricks";
   runner.Compare("gather, " + label, {"COO and a pass", [&] { job.GatherPlain(0); }},
                  {{"Assembler", [&] { job.Assemble(0); }, 2.0}});
@@ -290,6 +303,16 @@ void MeasureElements(Runner& runner, int n) {
 #endif
 }
 
+// Most rows have the columns of the row before, shifted, in a mesh that is numbered along its
+// sides. Here none has.
+void MeasureRandomNumbers(Runner& runner, int n) {
+  ElementJob job(n, true);
+  runner.Compare("gather, " + std::to_string(n) + "^3 bricks, nodes at random",
+                 {"COO and a pass", [&] { job.GatherPlain(0); }},
+                 {{"Assembler", [&] { job.Assemble(0); }}});
+  job.CheckResult(runner);
+}
+
 int Main(int argc, char const* const* argv) {
   Runner runner("assembly", "Putting a matrix together from pieces of any ownership");
   std::int64_t points = 96;
@@ -299,6 +322,7 @@ int Main(int argc, char const* const* argv) {
   runner.Parse(argc, argv);
   MeasureBands(runner, static_cast<int>(points));
   MeasureElements(runner, static_cast<int>(bricks));
+  MeasureRandomNumbers(runner, static_cast<int>(bricks));
   return runner.Finish();
 }
 
