@@ -1,5 +1,7 @@
 #include "pavex/aggregator/dense_reorder.h"
 
+#include "pavex/runtime/stream.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -65,24 +67,6 @@ class Pieces {
   bool mRowMajor;
 };
 
-// A memcpy that does not bring the target into the caches.
-void Stream(char* to, char const* from, std::size_t bytes) {
-#if defined(__SSE2__)
-  std::size_t const past = reinterpret_cast<std::uintptr_t>(to) % kLine;
-  std::size_t const head = std::min(bytes, (kLine - past) % kLine);
-  std::memcpy(to, from, head);
-  for (to += head, from += head, bytes -= head; bytes >= kLine; bytes -= kLine) {
-    __m128i line[4];
-    std::memcpy(line, from, kLine);
-    for (int i = 0; i < 4; ++i)
-      _mm_stream_si128(reinterpret_cast<__m128i*>(to) + i, line[i]);
-    to += kLine;
-    from += kLine;
-  }
-#endif
-  std::memcpy(to, from, bytes);
-}
-
 // Prefetches `bytes` bytes that are read soon.
 void Prefetch(char const* from, std::size_t bytes) {
 #if defined(__SSE2__)
@@ -102,10 +86,7 @@ class Out {
   Out(Out const&) = delete;
   Out& operator=(Out const&) = delete;
   ~Out() {
-#if defined(__SSE2__)
-    // Streaming stores are not ordered with later ones, such as the release of a lock.
-    if (mStreams) _mm_sfence();
-#endif
+    if (mStreams) EndStream();
   }
 
   void Put(Target to, Source from, std::size_t length, std::size_t count) const {

@@ -14,13 +14,6 @@ namespace Pavex::MpiSplit {
 
 namespace {
 
-// The most bytes of a message. Tests compile this file with few.
-#ifdef PAVEX_MOST_BYTES_PER_MESSAGE
-constexpr std::size_t kMostBytes = PAVEX_MOST_BYTES_PER_MESSAGE;
-#else
-constexpr std::size_t kMostBytes = std::size_t{1} << 30;
-#endif
-
 // The most elements of a message.
 int Most(Datatype type) {
   return static_cast<int>(kMostBytes / DatatypeSize(type));

@@ -9,9 +9,18 @@
 
 #include "pavex/runtime/datatype.h"
 
+#include <cstddef>
 #include <mpi.h>
 
 namespace Pavex::MpiSplit {
+
+// The most bytes of a message. Tests compile the files that split with few; it is a multiple of
+// the size of every element.
+#ifdef PAVEX_MOST_BYTES_PER_MESSAGE
+constexpr std::size_t kMostBytes = PAVEX_MOST_BYTES_PER_MESSAGE;
+#else
+constexpr std::size_t kMostBytes = std::size_t{1} << 30;
+#endif
 
 // Where a transfer takes place.
 struct MpiGroup {

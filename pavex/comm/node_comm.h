@@ -28,7 +28,8 @@ class NodeLinks;
 //     receiver where only the sender's is, and go over MPI where neither is;
 //   - messages between nodes, to oneself, Barrier and Allreduce go over MPI.
 // The pieces of dense matrices are moved in the same ways, from the arrays of the caller to
-// their final place and back; over MPI by derived datatypes.
+// their final place and back; over MPI by derived datatypes. What goes over MPI has at most 1
+// GiB to a message.
 //
 // Where the processes of a node cannot map each other's memory (one process on the node, no
 // memory files, limits on file size or address space, /proc not permitted), all of them agree

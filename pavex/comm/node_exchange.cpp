@@ -1,7 +1,5 @@
 #include "pavex/comm/node_exchange.h"
 
-#include "pavex/comm/mpi_call.h"
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -20,8 +18,6 @@ namespace {
 // A process that waits watches the memory for this many looks, then gives its core away between
 // looks.
 constexpr std::uint64_t kBusyWaits = 20;
-// MPI has at least this many tags. Far fewer messages of a ring are under way at once.
-constexpr std::uint64_t kMpiTags = 32768;
 
 // How often a long wait lets MPI work, and looks whether all processes still live. Where others
 // have the core, a look of this process takes long: so time counts as well.
@@ -71,7 +67,6 @@ void NodeExchange::Label(int label) {
 
 void NodeExchange::Keep(NodeRegion const& from, NodeRegion const& to) {
   mKept = NodeCopy(to, from);
-  mKeptTo = to;
   if (mKept.Fits()) return;
   mFailed = true;
   std::snprintf(mReason, sizeof mReason, "this rank sends itself another size than it expects");
@@ -83,7 +78,7 @@ void NodeExchange::Add(bool out, int peer, NodeRegion const& region, Datatype ty
                         region.Bytes()};
   try {
     mMessages.push_back(
-        {out, Phase::WAITING, peer, region, type, terms, 0, {}, MPI_REQUEST_NULL});
+        {out, Phase::WAITING, peer, region, type, terms, 0, {}, 0, MPI_REQUEST_NULL, 0});
   } catch (std::bad_alloc const&) {
     mFailed = true;
     std::snprintf(mReason, sizeof mReason, "this rank has no memory for its messages");
@@ -106,9 +101,8 @@ char const* NodeExchange::Run() {
 
 void NodeExchange::CopyKept() {
   if (mKept.Chunks() == 0) return;
-  mLinks.Back(mKeptTo.data, mKeptTo.Span());
   mKept.BeginAt(mLinks.Rank(), mLinks.Size());
-  mKept.CopyAll();
+  mLinks.Store(mKept);
 }
 
 // One look at every message. Whether anything has moved.
@@ -154,40 +148,6 @@ bool NodeExchange::Wait() {
   return true;
 }
 
-// MPI.
-
-bool NodeExchange::StartMpi(Message& message) {
-  // Between nodes messages match in their order. On a node the answers, and so the messages,
-  // may pass each other on the way: there the number tells them apart.
-  bool const near = mLinks.To(message.peer).peer != nullptr;
-  std::uint64_t const number = near ? message.number : message.terms.sequence;
-  int const tag = static_cast<int>(number % kMpiTags);
-  MPI_Datatype type = MPI_DATATYPE_NULL;
-  int code = MakeMpiType(message.region, message.type, &type);
-  if (code != MPI_SUCCESS) return FailMpi(message, code);
-  code = message.out ? MPI_Isend(message.region.data, 1, type, message.peer, tag,
-                                 mLinks.Messages(), &message.request)
-                     : MPI_Irecv(message.region.data, 1, type, message.peer, tag,
-                                 mLinks.Messages(), &message.request);
-  MPI_Type_free(&type);  // MPI keeps it until the message has arrived
-  if (code != MPI_SUCCESS) return FailMpi(message, code);
-  message.phase = Phase::OVER_MPI;
-  return true;
-}
-
-bool NodeExchange::StepMpi(Message& message) {
-  int done = 0;
-  MPI_Status status;
-  int const code = MPI_Test(&message.request, &done, &status);
-  if (code != MPI_SUCCESS) return FailMpi(message, code);
-  if (done == 0) return false;
-  auto bytes = static_cast<MPI_Count>(message.terms.bytes);
-  if (!message.out) MPI_Get_elements_x(&status, MPI_BYTE, &bytes);
-  if (bytes != static_cast<MPI_Count>(message.terms.bytes))
-    return Fail(message, "the message of rank %d is shorter");
-  return Finish(message);
-}
-
 // The end.
 
 bool NodeExchange::Finish(Message& message) {
@@ -209,17 +169,6 @@ bool NodeExchange::Fail(Message& message, char const* reason) {
 bool NodeExchange::FailOffered(Message& message, char const* reason) {
   AbandonOffer(message);
   return Fail(message, reason);
-}
-
-bool NodeExchange::FailMpi(Message& message, int code) {
-  char text[MPI_MAX_ERROR_STRING + 1] = "";
-  int length = 0;
-  MPI_Error_string(code, text, &length);
-  std::replace(text, text + length, '\n', ' ');
-  Finish(message);
-  if (!mFailed) std::snprintf(mReason, sizeof mReason, "%s", text);
-  mFailed = true;
-  return true;
 }
 
 // No process may copy from or to this rank's arrays once it has left.

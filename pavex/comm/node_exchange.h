@@ -84,7 +84,9 @@ class NodeExchange {
     NodeTerms terms;
     std::uint64_t number;  // on its ring, once it is known
     NodeCopy copy;         // CLAIMED: into the receiver's memory
-    MPI_Request request;   // OVER_MPI
+    std::uint64_t target;  // CLAIMED: where that begins in the receiver's arena
+    MPI_Request request;   // OVER_MPI: of a part
+    std::uint64_t moved;   // OVER_MPI: bytes of the parts before it
   };
 
   void Add(bool out, int peer, NodeRegion const& region, Datatype type);
@@ -104,6 +106,8 @@ class NodeExchange {
   bool Claim(Message& message, NodeNote& answer, NodeNote::Word word);
   void CopyKept();
   void CopyClaimed();
+  void CopyInTurn();
+  NodeHugePages const& PagesOf(Message const& message);
 
   bool StepReceive(Message& message);
   void GrantEarly(Message& message);
@@ -121,6 +125,7 @@ class NodeExchange {
 
   bool StartMpi(Message& message);
   bool StepMpi(Message& message);
+  static std::uint64_t MpiPart(Message const& message);
 
   bool Finish(Message& message);
   bool Fail(Message& message, char const* reason);
@@ -137,7 +142,6 @@ class NodeExchange {
   NodeCopier mCopier = NodeCopier::SENDER;
   std::vector<Message> mMessages;
   NodeCopy mKept;
-  NodeRegion mKeptTo;
   std::uint64_t mPass = 0;  // never starts again, so that marks of an earlier pass do not count
   std::size_t mOpen = 0;    // messages that are not done
   std::uint64_t mWaits = 0;                           // since something has moved

@@ -30,15 +30,19 @@ unsigned char* MapAtHugePage(int file, std::size_t bytes) {
 }
 
 // Pages next to each other are backed by one call.
-void NodeHugePages::Back(std::uint64_t offset, std::size_t bytes) const {
+bool NodeHugePages::Back(std::uint64_t offset, std::size_t bytes) const {
   std::uint64_t const begin = (offset + kBytes - 1) / kBytes;
   std::uint64_t const end = (offset + bytes) / kBytes;
+  bool backs = false;
   for (std::uint64_t page = begin; page < end; ++page) {
     std::uint64_t const first = page;
     while (page < end && Ask(page))
       ++page;
-    if (page > first) BackRun(first, page);
+    if (page == first) continue;
+    BackRun(first, page);
+    backs = true;
   }
+  return backs;
 }
 
 // Whether this process is the first to ask for the page.

@@ -28,8 +28,9 @@ class NodeHugePages {
   // What the flags take of an arena of `bytes` bytes.
   static std::size_t TableBytes(std::size_t bytes) { return bytes / kBytes; }
 
-  // Backs the huge pages that lie inside the range and have not been asked for yet.
-  void Back(std::uint64_t offset, std::size_t bytes) const;
+  // Backs the huge pages that lie inside the range and have not been asked for yet. Whether
+  // there were any.
+  bool Back(std::uint64_t offset, std::size_t bytes) const;
 
   // Notes that pages of the range have been given back to the system.
   void Forget(std::uint64_t offset, std::size_t bytes) const;

@@ -212,9 +212,10 @@ std::uint64_t NodeLinks::Place(void const* data, std::size_t bytes) const {
   return mControl == nullptr ? NodeArena::kOutside : mArena->OffsetOf(data, bytes);
 }
 
-void NodeLinks::Back(void const* data, std::size_t bytes) const {
-  std::uint64_t const place = Place(data, bytes);
-  if (place != NodeArena::kOutside) mArena->HugePages().Back(place, bytes);
+void NodeLinks::Store(NodeCopy const& copy) const {
+  std::uint64_t const place = Place(copy.Target(), copy.Span());
+  if (place == NodeArena::kOutside) return copy.CopyAll();
+  copy.Store(mArena->HugePages(), place);
 }
 
 int NodeLinks::FindEnded() const {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "pavex/comm/node_peer.h"
+#include "pavex/comm/node_region.h"
 #include "pavex/comm/node_ring.h"
 
 #include <cstdint>
@@ -79,8 +80,8 @@ class NodeLinks {
   // Offset of the range in this process's arena; NodeArena::kOutside elsewhere.
   std::uint64_t Place(void const* data, std::size_t bytes) const;
 
-  // Huge pages for the range, if it lies in this process's arena.
-  void Back(void const* data, std::size_t bytes) const;
+  // Copies into memory of this process, by huge pages if that lies in its arena.
+  void Store(NodeCopy const& copy) const;
 
   // The rank of a process of this node that has ended; -1 while all live.
   int FindEnded() const;

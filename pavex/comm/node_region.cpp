@@ -2,9 +2,9 @@
 
 #include "pavex/comm/mpi_call.h"
 #include "pavex/runtime/copy_runs.h"
+#include "pavex/runtime/stream.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
 
 namespace Pavex {
@@ -14,6 +14,13 @@ namespace {
 // What a sender copies into one receiver's memory before it turns to the next: the part is
 // still in the cache then.
 constexpr std::uint64_t kChunk = std::uint64_t{64} << 10;
+
+// What is larger leaves no room in the caches for what else is used: it is written past them.
+constexpr std::uint64_t kStreamFrom = std::uint64_t{4} << 20;
+
+// The part of a run for which huge pages are asked at a time: whole ones that the cache of a
+// core holds.
+constexpr std::uint64_t kStep = 2 * NodeHugePages::kBytes;
 
 // A region of one run, cut into runs like those of `other`.
 NodeRegion CutAs(NodeRegion const& other, NodeRegion region) {
@@ -82,34 +89,72 @@ void NodeCopy::CopyChunk(std::uint64_t index) const {
 }
 
 void NodeCopy::CopyAll() const {
-  if (mChunks > 0 && mTo.count == 1) {
-    std::memmove(mTo.data, mFrom.data, mTo.length);
-    return;
-  }
+  if (mChunks > 0 && mTo.count == 1) return CopyPart(0, mTo.length, false);
   for (std::uint64_t i = 0; i < mChunks; ++i)
     CopyChunk(i);
 }
 
-int MakeMpiType(NodeRegion const& region, Datatype type, MPI_Datatype* made) {
-  // MPI counts in int, so a longer run is so many blocks and a rest.
-  constexpr std::uint64_t kBlock = std::uint64_t{1} << 30;
-  std::uint64_t const elements = region.length / DatatypeSize(type);
-  if (elements / kBlock > INT_MAX || region.count > INT_MAX) return MPI_ERR_COUNT;
-  int const lengths[] = {static_cast<int>(elements / kBlock),
-                         static_cast<int>(elements % kBlock)};
-  MPI_Aint const places[] = {
-      0, static_cast<MPI_Aint>(elements / kBlock * kBlock * DatatypeSize(type))};
-  MPI_Datatype block = MPI_DATATYPE_NULL;
-  MPI_Datatype run = MPI_DATATYPE_NULL;
-  int code = MPI_Type_contiguous(static_cast<int>(kBlock), MpiType(type), &block);
+// The system clears new pages, which are still in the cache if data follows soon: so they are
+// asked for step by step.
+void NodeCopy::Store(NodeHugePages const& pages, std::uint64_t offset) const {
+  if (mChunks == 0) return;
+  if (mTo.count > 1) {
+    pages.Back(offset, mTo.Span());
+    return CopyAll();
+  }
+  for (std::uint64_t begin = 0; begin < mTo.length;) {
+    std::uint64_t const step = kStep - (offset + begin) % kStep;
+    std::uint64_t const end = std::min(begin + step, mTo.length);
+    CopyPart(begin, end, pages.Back(offset + begin, end - begin));
+    begin = end;
+  }
+}
+
+// Bytes `begin` to `end` of one run. `fresh`: of pages that have just been made.
+void NodeCopy::CopyPart(std::uint64_t begin, std::uint64_t end, bool fresh) const {
+  unsigned char* const to = mTo.data + begin;
+  unsigned char const* const from = mFrom.data + begin;
+  if (mTo.length < kStreamFrom || fresh || Overlaps()) {
+    std::memmove(to, from, end - begin);
+    return;
+  }
+  Stream(reinterpret_cast<char*>(to), reinterpret_cast<char const*>(from), end - begin);
+  EndStream();
+}
+
+// Of one run on each side.
+bool NodeCopy::Overlaps() const {
+  auto const to = reinterpret_cast<std::uintptr_t>(mTo.data);
+  auto const from = reinterpret_cast<std::uintptr_t>(mFrom.data);
+  return to < from + mTo.length && from < to + mTo.length;
+}
+
+int MakeMpiType(NodeRegion const& region, std::uint64_t first, std::uint64_t bytes,
+                Datatype type, MPI_Datatype* made) {
+  // The rest of a run, whole runs, and the beginning of a run.
+  std::uint64_t const begun = first % region.length;
+  std::uint64_t const head = begun == 0 ? 0 : std::min(bytes, region.length - begun);
+  std::uint64_t const whole = (bytes - head) / region.length;
+  std::uint64_t const tail = (bytes - head) % region.length;
+  std::uint64_t const run = first / region.length;
+  std::uint64_t const next = begun == 0 ? run : run + 1;
+  auto const elements = [type](std::uint64_t length) {
+    return static_cast<int>(length / DatatypeSize(type));
+  };
+  auto const place = [](std::uint64_t offset) { return static_cast<MPI_Aint>(offset); };
+
+  MPI_Datatype const element = MpiType(type);
+  MPI_Datatype runs = MPI_DATATYPE_NULL;
+  int const runElements = whole == 0 ? 0 : elements(region.length);
+  int code = MPI_Type_create_hvector(static_cast<int>(whole), runElements, place(region.stride),
+                                     element, &runs);
   if (code != MPI_SUCCESS) return code;
-  MPI_Datatype const parts[] = {block, MpiType(type)};
-  code = MPI_Type_create_struct(2, lengths, places, parts, &run);
-  MPI_Type_free(&block);
-  if (code != MPI_SUCCESS) return code;
-  code = MPI_Type_create_hvector(static_cast<int>(region.count), 1,
-                                 static_cast<MPI_Aint>(region.stride), run, made);
-  MPI_Type_free(&run);
+  int const lengths[] = {elements(head), 1, elements(tail)};
+  MPI_Aint const places[] = {place(run * region.stride + begun), place(next * region.stride),
+                             place((next + whole) * region.stride)};
+  MPI_Datatype const parts[] = {element, runs, element};
+  code = MPI_Type_create_struct(3, lengths, places, parts, made);
+  MPI_Type_free(&runs);
   return code == MPI_SUCCESS ? MPI_Type_commit(made) : code;
 }
 

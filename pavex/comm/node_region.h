@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "pavex/comm/node_huge_pages.h"
 #include "pavex/runtime/comm.h"
 
 #include <cstddef>
@@ -48,11 +49,23 @@ class NodeCopy {
   // same time take it from each other.
   void BeginAt(int part, int parts);
 
+  // The memory that is written, and how much lies between its first and its last byte.
+  unsigned char* Target() const { return mTo.data; }
+  std::uint64_t Span() const { return mTo.Span(); }
+
   std::uint64_t Chunks() const { return mChunks; }
   void CopyChunk(std::uint64_t index) const;
+  // Faster than chunk by chunk where a large run is copied to one place only.
   void CopyAll() const;
 
+  // CopyAll to memory at `offset` of the arena that `pages` belong to. Asks for huge pages
+  // where there are none yet.
+  void Store(NodeHugePages const& pages, std::uint64_t offset) const;
+
  private:
+  void CopyPart(std::uint64_t begin, std::uint64_t end, bool fresh) const;
+  bool Overlaps() const;
+
   NodeRegion mTo;
   NodeRegion mFrom;
   bool mFits = true;
@@ -62,7 +75,10 @@ class NodeCopy {
   std::uint64_t mFirst = 0;  // the chunk that CopyChunk(0) copies
 };
 
-// A type of MPI that stands for the elements of a region, to be freed.
-int MakeMpiType(NodeRegion const& region, Datatype type, MPI_Datatype* made);
+// A type of MPI, to be freed, that stands for a part of the elements of a region: those at
+// bytes `first` to `first` + `bytes`, counted without the gaps. MPI counts in int, so a part
+// has at most 2^31 - 1 elements and as many runs.
+int MakeMpiType(NodeRegion const& region, std::uint64_t first, std::uint64_t bytes,
+                Datatype type, MPI_Datatype* made);
 
 }  // namespace Pavex

@@ -92,18 +92,36 @@ bool NodeExchange::Claim(Message& message, NodeNote& answer, NodeNote::Word word
   if (!(terms == message.terms) || !RunsFit(message, place) || !Reach(message, place, &target))
     return FailOffered(message, "rank %d expects another operation, root or size");
   if (!answer.Move(word, NodeState::CLAIMED)) return false;
-  mLinks.To(message.peer).peer->HugePages().Back(place.offset, target.Span());
+  message.target = place.offset;
   message.copy = NodeCopy(target, message.region);
   message.copy.BeginAt(mLinks.Rank(), mLinks.Size());
   message.phase = Phase::CLAIMED;
   return true;
 }
 
-// In chunks, each to all receivers that want it.
 void NodeExchange::CopyClaimed() {
+  int claimed = 0;
+  for (Message const& message : mMessages) {
+    if (message.phase == Phase::CLAIMED) ++claimed;
+  }
+  if (claimed == 0) return;
+  if (claimed > 1) CopyInTurn();
+  for (Message& message : mMessages) {
+    if (message.phase != Phase::CLAIMED) continue;
+    if (claimed == 1) message.copy.Store(PagesOf(message), message.target);
+    NodeNote& answer = Outgoing(message).answers[NodeRing::SlotOf(message.number)];
+    answer.Move(answer.Read(), NodeState::STORED);
+    Finish(message);
+  }
+}
+
+// In chunks, each to all receivers that want it.
+void NodeExchange::CopyInTurn() {
   std::uint64_t most = 0;
   for (Message const& message : mMessages) {
-    if (message.phase == Phase::CLAIMED) most = std::max(most, message.copy.Chunks());
+    if (message.phase != Phase::CLAIMED) continue;
+    PagesOf(message).Back(message.target, message.copy.Span());
+    most = std::max(most, message.copy.Chunks());
   }
   for (std::uint64_t chunk = 0; chunk < most; ++chunk) {
     for (Message const& message : mMessages) {
@@ -111,13 +129,11 @@ void NodeExchange::CopyClaimed() {
         message.copy.CopyChunk(chunk);
     }
   }
-  if (most == 0) return;
-  for (Message& message : mMessages) {
-    if (message.phase != Phase::CLAIMED) continue;
-    NodeNote& answer = Outgoing(message).answers[NodeRing::SlotOf(message.number)];
-    answer.Move(answer.Read(), NodeState::STORED);
-    Finish(message);
-  }
+}
+
+// Those of the receiver's arena.
+NodeHugePages const& NodeExchange::PagesOf(Message const& message) {
+  return mLinks.To(message.peer).peer->HugePages();
 }
 
 }  // namespace Pavex

@@ -11,6 +11,8 @@
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <numeric>
+#include <vector>
 
 namespace Pavex {
 namespace {
@@ -220,22 +222,46 @@ TEST(NodeRegion, SpansFromTheFirstRunToTheEndOfTheLast) {
   EXPECT_EQ(endless.Span(), ~std::uint64_t{0});
 }
 
-TEST(NodeRegion, IsATypeOfMpiAlsoWithMoreElementsThanMpiCounts) {
-  long const elements = (5L << 30) + 7;
+// Every part of 4 runs of 5 ints, wherever it begins and ends.
+TEST(NodeRegion, IsATypeOfMpiPartByPart) {
+  std::vector<int> array(40);
+  std::iota(array.begin(), array.end(), 0);
+  NodeRegion const region = NodeRegion::Of(array.data(), {3, 5, 4, 8}, DATATYPE_INT);
+  for (std::uint64_t first = 0; first < 20; ++first) {
+    for (std::uint64_t count = 1; first + count <= 20; ++count) {
+      MPI_Datatype type = MPI_DATATYPE_NULL;
+      std::vector<int> part(count, -1);
+      std::vector<int> expected;
+      for (std::uint64_t i = first; i < first + count; ++i)
+        expected.push_back(static_cast<int>(3 + i / 5 * 8 + i % 5));
+
+      ASSERT_EQ(MakeMpiType(region, 4 * first, 4 * count, DATATYPE_INT, &type), MPI_SUCCESS);
+
+      MPI_Sendrecv(region.data, 1, type, 0, 7, part.data(), static_cast<int>(count), MPI_INT, 0,
+                   7, MPI_COMM_SELF, MPI_STATUS_IGNORE);
+      MPI_Type_free(&type);
+      ASSERT_EQ(part, expected) << first << " " << count;
+    }
+  }
+}
+
+TEST(NodeRegion, IsATypeOfMpiAlsoBeyondWhatMpiCounts) {
+  constexpr long kLength = (5L << 30) + 7;
+  NodeRegion const region =
+      NodeRegion::Of(nullptr, {0, kLength, 3, kLength + 1}, DATATYPE_DOUBLE);
   MPI_Datatype type = MPI_DATATYPE_NULL;
 
-  ASSERT_EQ(
-      MakeMpiType(NodeRegion::Of(nullptr, {0, elements, 3, elements + 1}, DATATYPE_DOUBLE),
-                  DATATYPE_DOUBLE, &type),
-      MPI_SUCCESS);
+  ASSERT_EQ(MakeMpiType(region, kLength * 8 - 800, 1 << 30, DATATYPE_DOUBLE, &type),
+            MPI_SUCCESS);
 
   MPI_Count bytes = 0;
   MPI_Count first = 0;
   MPI_Count span = 0;
   MPI_Type_size_x(type, &bytes);
   MPI_Type_get_true_extent_x(type, &first, &span);
-  EXPECT_EQ(bytes, 3 * elements * 8);
-  EXPECT_EQ(span, (3 * elements + 2) * 8);
+  EXPECT_EQ(bytes, 1 << 30);
+  EXPECT_EQ(first, kLength * 8 - 800);
+  EXPECT_EQ(span, (1 << 30) + 8);
   MPI_Type_free(&type);
 }
 

@@ -12,7 +12,7 @@ logged() {
     grep -rhoE '"\[FATAL\] [^"]+"' pavex | sed -E 's/^"\[FATAL\] (.*)\\n"$/\1/'
     tr -d '\n' <pavex/comm/mpi_comm.cpp | grep -oE '(Refuse|Fail)\(STATUS_[A-Z_]+, *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
     tr -d '\n' <pavex/comm/mpi_call.cpp | grep -oE 'Refuse\(STATUS_[A-Z_]+, *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
-    cat pavex/comm/node_{exchange,send,receive}.cpp | tr -d '\n' | grep -oE '(Fail\(message|snprintf\(mReason, sizeof mReason), *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
+    cat pavex/comm/node_{exchange,over_mpi,receive,send}.cpp | tr -d '\n' | grep -oE '(Fail\(message|snprintf\(mReason, sizeof mReason), *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
     tr -d '\n' <pavex/assembly/refusal.cpp | grep -oE 'words\.Say\( *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
     tr -d '\n' <pavex/interop/petsc_rows.h | grep -oE 'Refuse\( *"[^"]+"' | sed -E 's/.*"(.*)"/\1/'
     sed -nE 's/^ *return "(.*)";$/\1/p' pavex/runtime/status.cpp
