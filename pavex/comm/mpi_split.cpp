@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <numeric>
 #include <type_traits>
 
 namespace Pavex::MpiSplit {
@@ -82,6 +83,14 @@ int CallAllgatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* 
   }
   return MPI_Allgatherv(sendbuf, sendcount, MpiType(sendtype), recvbuf, recvcounts, displs,
                         MpiType(recvtype), group.comm);
+}
+
+// Brings the piece of process `owner` to its place on every process.
+int SendToAll(void const* sendbuf, int sendcount, Datatype sendtype, void* piece, int count,
+              Datatype type, int owner, MpiGroup const& group) {
+  if (group.rank == owner && sendbuf != MPI_IN_PLACE && sendbuf != piece)
+    std::memmove(piece, sendbuf, static_cast<std::size_t>(sendcount) * DatatypeSize(sendtype));
+  return Bcast(piece, count, type, owner, group);
 }
 
 }  // namespace
@@ -185,38 +194,30 @@ int Scatterv(void const* sendbuf, int const* sendcounts, int const* displs, Data
 int Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
                int const* recvcounts, int const* displs, Datatype recvtype,
                MpiGroup const& group) {
-  long total = 0;
-  bool counted = true;  // whether every place in a piece can be
-  for (int r = 0; r < group.size; ++r) {
-    total += recvcounts[r];
-    counted = counted && recvcounts[r] <= INT_MAX - displs[r];
-  }
-  if (total <= Most(recvtype) || !counted)
+  int const* const end = recvcounts + group.size;
+  int const most = Most(recvtype);
+  if (std::accumulate(recvcounts, end, 0L) <= most)
     return CallAllgatherv(sendbuf, sendcount, sendtype, recvbuf, recvcounts, displs, recvtype,
                           group);
 
   auto const entries = static_cast<std::size_t>(group.size);
   std::unique_ptr<int[]> const counts(new (std::nothrow) int[entries]);
-  std::unique_ptr<int[]> const places(new (std::nothrow) int[entries]);
-  if (counts == nullptr || places == nullptr) return MPI_ERR_NO_MEM;
-  bool const inPlace = sendbuf == MPI_IN_PLACE;
+  if (counts == nullptr) return MPI_ERR_NO_MEM;
   int code = MPI_SUCCESS;
-  // Each call moves the elements from `begin` on of all pieces one behind the other.
-  for (long begin = 0; begin < total && code == MPI_SUCCESS; begin += Most(recvtype)) {
-    long const end = begin + Most(recvtype);
-    long before = 0;
-    int ownFirst = 0;
-    for (int r = 0; r < group.size; ++r) {
-      long const first = std::clamp(begin - before, 0L, static_cast<long>(recvcounts[r]));
-      long const last = std::clamp(end - before, 0L, static_cast<long>(recvcounts[r]));
-      counts[static_cast<std::size_t>(r)] = static_cast<int>(last - first);
-      places[static_cast<std::size_t>(r)] = displs[r] + static_cast<int>(first);
-      if (r == group.rank) ownFirst = static_cast<int>(first);
-      before += recvcounts[r];
+  for (int first = 0; first < group.size && code == MPI_SUCCESS;) {
+    if (recvcounts[first] > most) {
+      code = SendToAll(sendbuf, sendcount, sendtype, At(recvbuf, displs[first], recvtype),
+                       recvcounts[first], recvtype, first, group);
+      ++first;
+      continue;
     }
-    code = CallAllgatherv(inPlace ? sendbuf : At(sendbuf, ownFirst, sendtype),
-                          counts[static_cast<std::size_t>(group.rank)], sendtype, recvbuf,
-                          counts.get(), places.get(), recvtype, group);
+    std::fill_n(counts.get(), group.size, 0);
+    int sum = 0;
+    for (; first < group.size && recvcounts[first] <= most - sum; ++first)
+      sum += counts[static_cast<std::size_t>(first)] = recvcounts[first];
+    int const own = counts[static_cast<std::size_t>(group.rank)];
+    code = CallAllgatherv(sendbuf, own == 0 ? 0 : sendcount, sendtype, recvbuf, counts.get(),
+                          displs, recvtype, group);
   }
   return code;
 }

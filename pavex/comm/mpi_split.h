@@ -48,9 +48,9 @@ int Gatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf
 int Scatterv(void const* sendbuf, int const* sendcounts, int const* displs, Datatype sendtype,
              void* recvbuf, int recvcount, Datatype recvtype, int root, MpiGroup const& group);
 
-// All processes know all counts. The pieces of one call of MPI are small together, because
-// algorithms pass several of them on in one message. Pieces whose places no int can count move
-// in one call, however large.
+// All processes know all counts, and decide by them alone: displacements may differ. The pieces
+// of one call of MPI are small together, because algorithms pass several of them on in one
+// message. A piece that is large alone is broadcast.
 int Allgatherv(void const* sendbuf, int sendcount, Datatype sendtype, void* recvbuf,
                int const* recvcounts, int const* displs, Datatype recvtype,
                MpiGroup const& group);

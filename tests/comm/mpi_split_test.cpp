@@ -5,9 +5,12 @@
 #include "tests/comm/mpi_fixture.h"
 
 #include <algorithm>
+#include <limits>
 #include <map>
+#include <new>
 #include <numeric>
 #include <string>
+#include <sys/mman.h>
 #include <vector>
 
 namespace Pavex {
@@ -76,6 +79,26 @@ namespace Pavex {
 PAVEX_COMM_CONTRACT(MpiRanks);
 
 namespace {
+
+// Bytes of address space that take memory where they are touched.
+class ReservedBytes {
+ public:
+  explicit ReservedBytes(std::size_t bytes)
+      : mBytes(bytes),
+        mData(mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
+                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)) {
+    if (mData == MAP_FAILED) throw std::bad_alloc();
+  }
+  ReservedBytes(ReservedBytes const&) = delete;
+  ReservedBytes& operator=(ReservedBytes const&) = delete;
+  ~ReservedBytes() { munmap(mData, mBytes); }
+
+  unsigned char* Data() const { return static_cast<unsigned char*>(mData); }
+
+ private:
+  std::size_t mBytes;
+  void* mData;
+};
 
 class MpiSplitTest : public MpiCommTest {
  protected:
@@ -161,7 +184,7 @@ TEST_F(MpiSplitTest, ScattervMovesTheRestOfEachPieceByMessages) {
   ExpectSmallMessages();
 }
 
-TEST_F(MpiSplitTest, AllgathervKeepsThePiecesOfACallSmallTogether) {
+TEST_F(MpiSplitTest, AllgathervBroadcastsEachLargePiece) {
   Place();
   std::vector<double> const own = Piece(mRank);
 
@@ -170,8 +193,63 @@ TEST_F(MpiSplitTest, AllgathervKeepsThePiecesOfACallSmallTogether) {
             STATUS_OK);
 
   EXPECT_EQ(mWhole, mExpected);
-  int const total = std::accumulate(mCounts.begin(), mCounts.end(), 0);
-  EXPECT_EQ(gWatched.calls["Allgatherv"], (total + 5) / 6);
+  int calls = 0;
+  for (int const count : mCounts)
+    calls += (count + 5) / 6;
+  EXPECT_EQ(gWatched.calls["Bcast"], calls);
+  EXPECT_EQ(gWatched.calls["Allgatherv"], 0);
+  ExpectSmallMessages();
+}
+
+// Four elements of each process: one piece in a call. Two of each: three pieces.
+TEST_F(MpiSplitTest, AllgathervKeepsThePiecesOfACallSmallTogether) {
+  for (int const each : {4, 2}) {
+    gWatched = Watched();
+    std::vector<double> const own(static_cast<std::size_t>(each), mRank + 0.5);
+    std::vector<int> const counts(static_cast<std::size_t>(mSize), each);
+    std::vector<int> displs;
+    std::vector<double> whole(static_cast<std::size_t>(mSize * each), -1);
+    std::vector<double> expected = whole;
+    for (int r = 0; r < mSize; ++r) {
+      displs.push_back((mSize - 1 - r) * each);
+      std::fill_n(expected.begin() + displs.back(), each, r + 0.5);
+    }
+
+    ASSERT_EQ(mComm.Allgatherv(own.data(), each, DATATYPE_DOUBLE, whole.data(), counts.data(),
+                               displs.data(), DATATYPE_DOUBLE),
+              STATUS_OK);
+
+    EXPECT_EQ(whole, expected);
+    int const together = 6 / each;
+    EXPECT_EQ(gWatched.calls["Allgatherv"], (mSize + together - 1) / together);
+    EXPECT_EQ(gWatched.calls["Bcast"], 0);
+    ExpectSmallMessages();
+  }
+}
+
+// Rank 0 puts the pieces where an int counts their first places alone, the others put them at
+// the beginning. All must make the same calls.
+TEST_F(MpiSplitTest, AllgathervSplitsByTheCountsAlone) {
+  constexpr int kEach = 60;
+  constexpr int kLast = std::numeric_limits<int>::max();
+  std::vector<unsigned char> const own(kEach, static_cast<unsigned char>(mRank + 1));
+  std::vector<int> const counts(static_cast<std::size_t>(mSize), kEach);
+  std::vector<int> displs;
+  for (int r = 0; r < mSize; ++r)
+    displs.push_back(mRank == 0 ? kLast - r * kEach : r * kEach);
+  ReservedBytes const whole(mRank == 0 ? std::size_t{kLast} + kEach
+                                       : static_cast<std::size_t>(mSize) * kEach);
+
+  ASSERT_EQ(mComm.Allgatherv(own.data(), kEach, DATATYPE_BYTE, whole.Data(), counts.data(),
+                             displs.data(), DATATYPE_BYTE),
+            STATUS_OK);
+
+  for (int r = 0; r < mSize; ++r) {
+    unsigned char const* const piece = whole.Data() + displs[static_cast<std::size_t>(r)];
+    EXPECT_EQ(std::vector<unsigned char>(piece, piece + kEach),
+              std::vector<unsigned char>(kEach, static_cast<unsigned char>(r + 1)));
+  }
+  EXPECT_EQ(gWatched.calls["Bcast"], 2 * mSize);
   ExpectSmallMessages();
 }
 
