@@ -1,7 +1,8 @@
 // Reads any bytes as records. Every rank must come to the expected conclusion about them and
 // describe it with the same text. A rank whose own matrix is what its record says trusts the
 // peers: it must gather, update and scatter with a known status, and access nothing outside its
-// arrays. Its description of the gather must agree with the result.
+// arrays. Its description of the gather must agree with the result. The rounds of records that
+// are accepted must move every entry once, in order, and never too many in a call.
 //
 // The input: a byte for the number of ranks, a byte of choices, then 72 bytes a rank. Missing
 // bytes are 0.
@@ -13,6 +14,7 @@
 #include "tests/fuzz/known_status.h"
 #include "tests/fuzz/quiet.h"
 #include "tests/fuzz/require.h"
+#include "tests/fuzz/rounds_of_records.h"
 #include "tests/fuzz/small_pool.h"
 #include "tests/property/local_matrix.h"
 #include "tests/support/aggregator_probe.h"
@@ -324,6 +326,8 @@ void Run(Input const& input) {
 
   Conclusion const expected = ExpectedConclusion(input.records);
   CheckConclusions(input, expected);
+  std::string const problem = CheckRoundsOf(input.records);
+  Require(problem.empty(), ("rounds move every entry once: " + problem).c_str());
   OperateOnRanks(input, expected);
 }
 
