@@ -37,8 +37,6 @@ template <typename E>
 PavexStatus Aggregator<T, I>::TransferArray(Buffer<E> const& local, long localCount, int tag,
                                             Buffer<E>& array) {
   constexpr Datatype kType = DatatypeOf<E>::kValue;
-  PavexStatus const status = Log::Report(CheckOwnEntries(localCount));
-  if (status != STATUS_OK) return status;
   switch (mMode) {
     case CENTRALIZED_ONE:
       return Log::Report(TransferCentralized(array.mData, mNnz, kType, mSourceRank, mRoot,
@@ -76,11 +74,14 @@ void Aggregator<T, I>::SetSparseTarget(Buffer<I>& first, Buffer<I>& second, Buff
 template <typename T, typename I>
 template <typename M>
 PavexStatus Aggregator<T, I>::UpdateSparse(M const& local, bool inPlace) {
+  // UpdateCOO comes here without the checks of Update.
+  PavexStatus status = Log::Report(CheckOwnEntries(local.NNZ()));
+  if (status != STATUS_OK) return status;
+
   auto* const target = dynamic_cast<M*>(mTarget);
   Buffer<T> const* const place =
       PlaceOfUpdate(target == nullptr || mLocalIsWhole ? nullptr : &target->mValues, inPlace);
   Buffer<T> values;
-  PavexStatus status = STATUS_OK;
   if (place != nullptr)
     values.Borrow(place->mData, place->mSize);
   else
