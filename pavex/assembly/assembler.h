@@ -101,7 +101,8 @@ class PAVEX_API Assembler {
   // has a row gets it. `whole`, with all rows and any number of columns, is read on receivers
   // only. `own` has the rows of the contribution and as many columns, and a value array. On a
   // process without rows, any matrix without rows will do. STATUS_INVALID_VALUE and
-  // STATUS_INCONSISTENT on every process if shapes do not fit.
+  // STATUS_INCONSISTENT on every process if shapes do not fit, STATUS_NOT_SUPPORTED if the rows
+  // of all processes have more elements than 2147483647 together.
   [[nodiscard]] PavexStatus Scatter(MatrixDense<T, I> const& whole, MatrixDense<T, I>& own);
 
   // Fills `whole` on the receivers with the rows that the processes have in `own`, in the order
@@ -182,6 +183,7 @@ class PAVEX_API Assembler {
   PavexStatus AgreeOnDense(MatrixDense<T, I> const& whole, MatrixDense<T, I> const& own,
                            AssemblyOperation operation, DenseParts& parts);
   PavexStatus CompareColumns() const;
+  std::int64_t RowsOfAll() const;
   PavexStatus PrepareDense(MatrixDense<T, I> const& own, long columns, bool collects,
                            DenseParts& parts);
   void StackWhole(MatrixDense<T, I> const& whole, T* stacked) const;

@@ -50,6 +50,7 @@ enum class AssemblyFlaw : std::int32_t {
   OTHER_COLUMNS,    // of a dense matrix
   OTHER_OPERATION,  // or a collect with the other overlap
   TOO_MANY_IN_ALL,  // entries or rows, beyond what a communicator counts
+  TOO_MANY_DENSE,   // elements of a dense matrix, beyond that too
 };
 
 // The arrays that can be missing.

@@ -16,7 +16,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <limits>
 
 namespace Pavex {
 namespace {
@@ -136,15 +135,19 @@ struct Assembler<T, I>::DenseParts {
   Buffer<int> mDispls;
 };
 
-// Takes the memory of an exchange, and checks that it can be counted. Local.
+// The rows of all processes together.
 template <typename T, typename I>
-PavexStatus Assembler<T, I>::PrepareDense(MatrixDense<T, I> const& own, long columns,
-                                          bool collects, DenseParts& parts) {
+std::int64_t Assembler<T, I>::RowsOfAll() const {
   std::int64_t rows = 0;
   for (std::int64_t p = 0; p < mRecords.mSize; ++p)
     rows = WrappingAdd(rows, mRecords.mData[p].mOwnRows);
-  if (columns > 0 && rows > std::numeric_limits<std::int32_t>::max() / columns)
-    return STATUS_NOT_SUPPORTED;
+  return rows;
+}
+
+// Takes the memory of an exchange. Local.
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::PrepareDense(MatrixDense<T, I> const& own, long columns,
+                                          bool collects, DenseParts& parts) {
   if (!collects && IsLocal()) return STATUS_OK;
 
   PavexStatus status = STATUS_OK;
@@ -153,7 +156,7 @@ PavexStatus Assembler<T, I>::PrepareDense(MatrixDense<T, I> const& own, long col
   else
     status = mPool->Get(parts.mOwn, own.mRows * columns);
   if (status != STATUS_OK || !Receives() || mRecords.mSize == 1) return status;
-  status = mPool->Get(parts.mStacked, rows * columns);
+  status = mPool->Get(parts.mStacked, RowsOfAll() * columns);
   if (status == STATUS_OK) status = mPool->Get(parts.mCounts, mRecords.mSize);
   if (status == STATUS_OK) status = mPool->Get(parts.mDispls, mRecords.mSize);
   if (status != STATUS_OK) return status;
@@ -182,6 +185,9 @@ PavexStatus Assembler<T, I>::AgreeOnDense(MatrixDense<T, I> const& whole,
       verdict.Note(AssemblyFlaw::DENSE_COLUMNS, 0, whole.mCols, own.mCols);
   }
   bool const collects = operation != AssemblyOperation::SCATTER;
+  bool const moves = collects ? mRecords.mSize > 1 : !IsLocal();
+  if (moves && columns > 0 && RowsOfAll() > kMostCounted / columns)
+    verdict.Note(AssemblyFlaw::TOO_MANY_DENSE, RowsOfAll(), columns, 0);
   if (verdict.Flawless()) verdict.NoteStep(PrepareDense(own, columns, collects, parts));
   if (verdict.Flawless()) verdict.mFound = columns;
   PavexStatus const status = Log::Report(AgreeOn(verdict, operation));

@@ -2,18 +2,19 @@
 
 #pragma once
 
+#include "pavex/aggregator/rounds.h"
 #include "pavex/assembly/assembly_plan.h"
 #include "pavex/runtime/buffer.h"
 #include "pavex/runtime/log.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 
 namespace Pavex {
 
-// Rows or entries that all processes send at most: what a communicator counts.
-constexpr std::int64_t kMostCounted = std::numeric_limits<std::int32_t>::max();
+// Rows, entries or dense elements that all processes send at most: what one call counts. Rounds
+// would follow the ranks, but pieces are placed in an order of their own.
+constexpr std::int64_t kMostCounted = kMostPerCall;
 
 // Plans the assembly of `records`, one per process by rank. Writes the ranks into `order`, one
 // per process: the order in which their pieces are placed. Bands are placed by their begins and

@@ -102,6 +102,10 @@ void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& wor
     case AssemblyFlaw::TOO_MANY_IN_ALL:
       return words.Say(
           "Up to process %d there are more than 2147483647 entries or rows; pass fewer.", p);
+    case AssemblyFlaw::TOO_MANY_DENSE:
+      return words.Say(
+          "Process %d counts %ld x %ld elements, more than 2147483647; pass fewer columns.", p,
+          at, found);
     default:
       return words.Say("Process %d refuses its piece for an unknown reason.", p);
   }
@@ -139,6 +143,7 @@ PavexStatus StatusOf(AssemblyFlaw flaw, AssemblyVerdict const& verdict) {
     case AssemblyFlaw::OTHER_OPERATION:
       return STATUS_INCONSISTENT;
     case AssemblyFlaw::TOO_MANY_IN_ALL:
+    case AssemblyFlaw::TOO_MANY_DENSE:
     case AssemblyFlaw::TOO_MANY_ENTRIES:
       return STATUS_NOT_SUPPORTED;
     default:

@@ -5,8 +5,10 @@
 #include "tests/support/arrays.h"
 #include "tests/support/dense_piece.h"
 #include "tests/support/formats.h"
+#include "tests/support/ledger_pool.h"
 #include "tests/support/log_level.h"
 #include "tests/support/shares.h"
+#include "tests/support/strided_comm.h"
 
 #include <algorithm>
 #include <functional>
@@ -163,7 +165,7 @@ TEST(UpdateInRounds, WritesTheGatheredValuesInPlace) {
 }
 
 // Another number of entries would shift the rounds of this process.
-TEST(UpdateInRounds, RefusesAnotherNumberOfEntriesBeforeItsFirstCall) {
+TEST(UpdateInRounds, RefusesAnotherNumberOfEntriesBeforeItTakesMemoryOrCalls) {
   LogLevel const silent(-1);
   OnEach(3, [](RankUnderTest<>& rank, int self) {
     CooPiece<> const piece = EntriesOf(self, true);
@@ -174,6 +176,7 @@ TEST(UpdateInRounds, RefusesAnotherNumberOfEntriesBeforeItsFirstCall) {
     EXPECT_EQ(rank.aggregator.UpdateCOO(other.matrix), STATUS_MISMATCH);
 
     EXPECT_THAT(rank.comm->DataTexts(), IsEmpty());
+    EXPECT_THAT(rank.pool.Events(), IsEmpty());
   });
 }
 
@@ -272,6 +275,36 @@ TEST(DenseInRounds, GoesThereAndBack) {
       EXPECT_THAT(back.values, ElementsAre(11, 12, 13, 0, 21, 22, 23));
     } else {
       EXPECT_THAT(back.values, ElementsAre(31, 32, 33, 0, 41, 42, 43, 0, 51, 52, 53));
+    }
+  });
+}
+
+// Runs are counted in long, so a communicator that moves them needs no rounds.
+TEST(DenseInRounds, IsOneCallOverACommunicatorThatMovesRuns) {
+  LocalComm::Run(2, [](std::shared_ptr<Comm> const& inner) {
+    auto const comm = std::make_shared<StridedComm>(inner);
+    int const self = comm->Rank();
+    DensePiece<> const piece = Band(self, 2);
+    DensePiece<> newer = Band(self, 2);
+    DensePiece<> back = Band(self, 1);
+    for (double& value : newer.values)
+      value += 100;
+    back.values.assign(back.values.size(), 0);
+    LedgerPool pool;
+    Aggregator<double, int> aggregator(&pool);
+
+    ASSERT_EQ(aggregator.Gather(comm, piece.matrix, true), STATUS_OK);
+    ASSERT_EQ(aggregator.UpdateInPlace(newer.matrix), STATUS_OK);
+    ASSERT_EQ(aggregator.Scatter(back.matrix), STATUS_OK);
+
+    if (self == 0) {
+      std::string const gather = "GatherRuns({0, 3, 2, 5}; {0, 6, 1, 6} {6, 9, 1, 9}; root 0)";
+      EXPECT_THAT(comm->RunCalls(),
+                  ElementsAre(gather, gather,
+                              "ScatterRuns({0, 6, 1, 6} {6, 9, 1, 9}; {0, 3, 2, 4}; root 0)"));
+      EXPECT_THAT(back.values, ElementsAre(111, 112, 113, 0, 121, 122, 123));
+    } else {
+      EXPECT_THAT(back.values, ElementsAre(131, 132, 133, 0, 141, 142, 143, 0, 151, 152, 153));
     }
   });
 }

@@ -5,6 +5,7 @@
 #include "pavex/aggregator/local_info.h"
 #include "pavex/assembly/assembler.h"
 #include "tests/property/rng.h"
+#include "tests/support/most_per_call.h"
 #include "tests/support/trace_comm.h"
 
 #include <algorithm>
@@ -97,6 +98,49 @@ struct AssemblyCase {
       for (auto& block : piece.blocks)
         for (auto& value : block.values)
           value = Value(rng);
+  }
+
+  // Whether all processes send more than one call counts. They send at least one row each,
+  // their lists, and what is left of their entries when repeated ones are merged.
+  bool SendsTooMuch() const {
+    long rows = 0;
+    long listed = 0;
+    long entries = 0;
+    for (auto const& piece : pieces) {
+      std::set<std::pair<long, long>> once;
+      for (auto const& block : piece.blocks)
+        once.insert(block.places.begin(), block.places.end());
+      entries += static_cast<long>(once.size());
+      rows += 1;
+      listed += piece.listed ? static_cast<long>(piece.ownRows.size()) : 0;
+    }
+    return std::max({rows, listed, entries}) > kMostOfACall;
+  }
+
+  // Whether they cannot: they send no more entries than they pass, and no more rows than are
+  // theirs or lie between the first and the last row of an entry.
+  bool SendsFew() const {
+    long rows = 0;
+    long entries = 0;
+    for (auto const& piece : pieces) {
+      std::set<long> touched;
+      for (auto const& block : piece.blocks) {
+        entries += static_cast<long>(block.places.size());
+        for (auto const& place : block.places)
+          touched.insert(place.first);
+      }
+      long const span = touched.empty() ? 1 : *touched.rbegin() - *touched.begin() + 1;
+      rows += std::max(span, static_cast<long>(piece.ownRows.size()));
+    }
+    return std::max(rows, entries) <= kMostOfACall;
+  }
+
+  // The rows of all processes.
+  long RowsOfAll() const {
+    long rows = 0;
+    for (auto const& piece : pieces)
+      rows += static_cast<long>(piece.ownRows.size());
+    return rows;
   }
 
   // The whole by position.
@@ -306,11 +350,17 @@ std::string CheckDense(AssemblyCase<T, I> const& expected, Rng& rng, TraceComm& 
     for (long i = 0; i < request.mRows; ++i)
       for (long j = 0; j < columns; ++j)
         whole.At(i, j) = DenseValue<T>(9, i, j);
+  bool const several = expected.pieces.size() > 1;
+  bool const tooMuch = expected.RowsOfAll() * columns > kMostOfACall;
+  auto const statusIf = [tooMuch](bool moves) {
+    return moves && tooMuch ? STATUS_NOT_SUPPORTED : STATUS_OK;
+  };
+  PavexStatus const scatters = statusIf(several && request.mReceiver != kEverybody);
   comm.ForgetCalls();
-  if (assembler.Scatter(passed, own.matrix) != STATUS_OK) return "status of the scatter";
+  if (assembler.Scatter(passed, own.matrix) != scatters) return "status of the scatter";
   std::string cost = CompareCost(comm, assembler.CostOfScatter(columns));
-  if (!cost.empty()) return "scatter: " + cost;
-  for (long i = 0; i < count; ++i)
+  if (scatters == STATUS_OK && !cost.empty()) return "scatter: " + cost;
+  for (long i = 0; i < (scatters == STATUS_OK ? count : 0); ++i)
     for (long j = 0; j < columns; ++j)
       if (own.At(i, j) != DenseValue<T>(9, rows[static_cast<std::size_t>(i)], j))
         return "scattered row " + std::to_string(i);
@@ -319,8 +369,10 @@ std::string CheckDense(AssemblyCase<T, I> const& expected, Rng& rng, TraceComm& 
     for (long j = 0; j < columns; ++j)
       own.At(i, j) = DenseValue<T>(rank, i, j);
   comm.ForgetCalls();
-  if (assembler.Collect(own.matrix, overlap, passed) != STATUS_OK)
+  PavexStatus const collects = statusIf(several);
+  if (assembler.Collect(own.matrix, overlap, passed) != collects)
     return "status of the collect";
+  if (collects != STATUS_OK) return {};
   cost = CompareCost(comm, assembler.CostOfCollect(columns));
   if (!cost.empty()) return "collect: " + cost;
   if (!receives) return {};
@@ -343,6 +395,20 @@ std::string CheckDense(AssemblyCase<T, I> const& expected, Rng& rng, TraceComm& 
   return {};
 }
 
+// What is wrong with a gather that was refused because of its size; empty if nothing is.
+// `made`: the calls of the communicator.
+template <typename T, typename I>
+std::string CheckTooLarge(AssemblyCase<T, I> const& expected,
+                          std::vector<std::string> const& made,
+                          Assembler<T, I> const& assembler) {
+  if (expected.SendsFew()) return "a small gather is refused";
+  if (assembler.Describe().rfind("Up to process ", 0) != 0)
+    return "refused: " + assembler.Describe();
+  if (assembler.Whole() != nullptr) return "a whole without a gather";
+  std::size_t const exchanges = expected.pieces.size() > 1 ? 1 : 0;
+  return made.size() == exchanges ? "" : "something has moved";
+}
+
 // Runs case `number` of `seed` on this process. Empty if all is right here.
 template <typename T, typename I>
 std::string RunAssemblyCase(std::uint64_t seed, long number, std::shared_ptr<Comm> const& comm,
@@ -359,7 +425,12 @@ std::string RunAssemblyCase(std::uint64_t seed, long number, std::shared_ptr<Com
   auto const counted = std::make_shared<TraceComm>(comm);
   auto const& piece = expected.pieces[static_cast<std::size_t>(rank)];
   PavexStatus status = assembler.Gather(counted, piece.Pass(request.mWithValues), request);
+  if (status == STATUS_NOT_SUPPORTED) {
+    std::string const difference = CheckTooLarge(expected, counted->DataTexts(), assembler);
+    return difference.empty() ? difference : name + difference;
+  }
   if (status != STATUS_OK) return name + "status of the gather";
+  if (expected.SendsTooMuch()) return name + "a gather that no call counts is not refused";
   std::string cost = CompareCost(*counted, assembler.CostOfGather());
   if (!cost.empty()) return name + "gather: " + cost;
   if ((assembler.Whole() != nullptr) != receives) return name + "receiver";
