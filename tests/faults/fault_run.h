@@ -98,11 +98,12 @@ struct FaultRun {
 constexpr long kLeastFaultsPerKind = 8;
 
 // The instances for which faults are injected.
+using TwoFaultInstances =
+    ::testing::Types<Instance<double, int>, Instance<std::complex<float>, long>>;
 #ifdef PAVEX_TESTS_ALL
 using FaultInstances = AllInstances;
 #else
-using FaultInstances =
-    ::testing::Types<Instance<double, int>, Instance<std::complex<float>, long>>;
+using FaultInstances = TwoFaultInstances;
 #endif
 
 }  // namespace Pavex

@@ -169,11 +169,17 @@ class RealSizeRank {
 
   // Bands of rows of a dense matrix of one column, there and back.
   void MoveDense() {
+    RepeatedPool pool;
+    MoveDense(pool);
+  }
+
+  // The same. The gathered matrix takes its memory from `pool`.
+  void MoveDense(MemoryPool& pool) {
     RealArray<float> const values(mFirst, mCount, 2);
     RealArray<float> const fresh(mFirst, mCount, 3);
-    RepeatedPool pool;
+    RepeatedPool repeated;
     Buffer<float> back;
-    ASSERT_EQ(pool.Get(back, mCount), STATUS_OK);
+    ASSERT_EQ(repeated.Get(back, mCount), STATUS_OK);
     auto local = MatrixDense<float, int>::Borrow(mCount, 1, true, 1, values.Data());
     local.PlaceIn(mTotal, 1, MatrixPartition::RowWise(mFirst));
     Aggregator<float, int> aggregator(&pool);
