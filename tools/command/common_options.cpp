@@ -2,10 +2,10 @@
 
 #include "pavex/runtime/log.h"
 #include "tools/choice/input_error.h"
-#include "tools/cut/pieces.h"
 #include "tools/files/whole_file.h"
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 
 namespace Pavex::Tool {
@@ -94,7 +94,7 @@ void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
       .add_option("--cuts", options.mCuts,
                   "Where each piece except the first begins; default: pieces of equal size")
       ->delimiter(',')
-      ->check(WholeNumber(1, kMaxEntries))
+      ->check(WholeNumber(1, std::numeric_limits<long>::max()))
       ->option_text("N,N,...");
   AddNumber(command, "--holder", options.mHolder, 0, kMostRanks - 1,
             "With --partition one, the rank that holds the matrix");

@@ -53,8 +53,9 @@ TEST(BadValue, IsNamedWithItsOption) {
   std::string const help = "; see pavex gather --help";
   ExpectGatherRefused({"--ranks"}, "--ranks needs a value" + help);
   ExpectGatherRefused({"--ranks", "2", "--ranks", "3"}, "--ranks is given twice" + help);
-  ExpectGatherRefused({"--cuts", "1,a,3"},
-                      "--cuts: \"a\" is not a whole number from 1 to 2147483647" + help);
+  ExpectGatherRefused(
+      {"--cuts", "1,a,3"},
+      "--cuts: \"a\" is not a whole number from 1 to 9223372036854775807" + help);
 }
 
 TEST(EmptyValue, IsNamedWithItsOption) {

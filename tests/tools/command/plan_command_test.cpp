@@ -65,6 +65,16 @@ TEST(PlanCommand, AnswersForMoreThanAnyMemoryHolds) {
   EXPECT_THAT(result.output, HasSubstr("\n   ...  --all-ranks shows the other 996\n"));
 }
 
+TEST(PlanCommand, CutsBetweenEntriesBeyondInt) {
+  auto const plan =
+      Report("plan", {"--generate", "poisson3d:800", "--format", "coo", "--partition",
+                      "entries", "--ranks", "3", "--cuts", "1000000000,3000000000"});
+
+  EXPECT_EQ(plan["entries"], 3580160000);
+  EXPECT_EQ(plan["pieces"][1]["entries"], 2000000000);
+  EXPECT_EQ(plan["pieces"][2]["entries"], 580160000);
+}
+
 TEST(PlanCommand, FailsAsTheGatherWould) {
   CommandResult const result =
       RunPavex({"plan", "--generate", "poisson3d:1000", "--format", "csr", "--ranks", "1000"});
