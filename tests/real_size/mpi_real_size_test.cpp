@@ -48,7 +48,7 @@ void OnThisNode(long total, void (*body)(RealSizeRank&)) {
   body(rank);
 }
 
-// Repeated pages are not shared memory, so each piece is one message of MPI.
+// Repeated pages are not shared memory, so the pieces go over MPI.
 TEST(RealSizeOnANode, OfDenseElementsBeyondIntMovesOverMpi) {
   OnThisNode(kBeyondInt, [](RealSizeRank& rank) { rank.MoveDense(); });
 }
