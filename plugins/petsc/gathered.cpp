@@ -5,6 +5,8 @@
 #include "pavex/runtime/version.h"
 #include "plugins/petsc/events.h"
 
+#include <array>
+#include <cstdint>
 #include <exception>
 
 namespace PavexPetsc {
@@ -38,6 +40,25 @@ PetscErrorCode Agree(MPI_Comm comm, PavexStatus status, PetscErrorCode error,
              "Pavex: the inner solver has failed on its process");
   *reason = static_cast<PCFailedReason>(worst[2]);
   PetscFunctionReturn(kSuccess);
+}
+
+// Those of a dense matrix may be more than a PetscInt counts.
+long Elements(PetscInt rows, PetscInt columns) {
+  return static_cast<long>(rows) * static_cast<long>(columns);
+}
+
+// Takes blocks of so many bytes from the pool and gives them back, so that it has them when an
+// operation of the processes of `comm` asks: one that fails there for want of memory would
+// leave the others waiting. The same status on every process.
+// `status`: what has failed before.
+PavexStatus Reserve(MPI_Comm comm, Pavex::MemoryPool& pool,
+                    std::array<std::size_t, 4> const& bytes, PavexStatus status) {
+  std::array<void*, 4> blocks{};
+  for (std::size_t i = 0; i < bytes.size() && status == Pavex::STATUS_OK; ++i)
+    status = pool.Allocate(&blocks[i], bytes[i]);
+  for (std::size_t i = 0; i < bytes.size(); ++i)
+    pool.Deallocate(blocks[i], bytes[i]);
+  return Pavex::WorstStatus(comm, status);
 }
 
 }  // namespace
@@ -116,7 +137,7 @@ PavexStatus Gathered::Gather(Mat mat) {
   PavexStatus const status = Guarded(gEvents.mMerge, [&] { return mRows.Attach(mat); });
   if (status != Pavex::STATUS_OK) return status;
   mSize = static_cast<PetscInt>(mRows.Piece().mGlobalRows);
-  MPI_Comm const among = UsesAssembler() ? mOuter : mRows.Owners();
+  MPI_Comm among = UsesAssembler() ? mOuter : mRows.Owners();
   if (among == MPI_COMM_NULL) return Pavex::STATUS_OK;
   return Guarded(gEvents.mGather, [&] {
     if (mChoices.mNode == PETSC_TRUE)
@@ -124,6 +145,8 @@ PavexStatus Gathered::Gather(Mat mat) {
     else
       mComm = std::make_shared<Pavex::MpiComm>(among);
     Pavex::PetscCsr const& piece = mRows.Piece();
+    PavexStatus const reserved = ReserveMatrix(among);
+    if (reserved != Pavex::STATUS_OK) return reserved;
     if (!UsesAssembler()) return mMatrix.Gather(mComm, piece, true);
     auto own =
         Pavex::Contribution<PetscScalar, PetscInt>::Band(piece.mPartition.begin, piece.mRows);
@@ -135,12 +158,46 @@ PavexStatus Gathered::Gather(Mat mat) {
   });
 }
 
+// The arrays of the whole on the receiver, and the lengths of the rows of each process. The
+// whole of a single process is its piece.
+PavexStatus Gathered::ReserveMatrix(MPI_Comm among) {
+  Pavex::PetscCsr const& piece = mRows.Piece();
+  if (mComm->Size() == 1) return Pavex::STATUS_OK;
+  std::int64_t own = piece.NNZ();
+  std::int64_t all = 0;
+  if (MPI_Allreduce(&own, &all, 1, MPI_INT64_T, MPI_SUM, among) != MPI_SUCCESS)
+    return Pavex::STATUS_COMM_FAILED;
+  std::array<std::size_t, 4> bytes{static_cast<std::size_t>(piece.mRows) * sizeof(PetscInt)};
+  if (Receives()) {
+    auto const entries = static_cast<std::size_t>(all);
+    bytes[1] = (static_cast<std::size_t>(mSize) + 1) * sizeof(PetscInt);
+    bytes[2] = entries * sizeof(PetscInt);
+    bytes[3] = entries * sizeof(PetscScalar);
+  }
+  return Reserve(among, mMatrixPool, bytes, Pavex::STATUS_OK);
+}
+
+// The solutions and right-hand sides on the receiver; for several of them also the room in
+// which they change their order, and that of the pieces without their gaps. The solutions stay:
+// otherwise they would take a block that is reserved.
+PavexStatus Gathered::ReserveVectors(Pavex::PetscDense const& own, PetscInt columns) {
+  if (mComm->Size() == 1) return Pavex::STATUS_OK;
+  PavexStatus status = Pavex::STATUS_OK;
+  if (Receives()) status = mVectorPool.Get(mSolution, Elements(mSize, columns));
+  std::size_t const column = sizeof(PetscScalar) * static_cast<std::size_t>(columns);
+  std::size_t const whole = Receives() ? static_cast<std::size_t>(mSize) * column : 0;
+  std::size_t const piece = static_cast<std::size_t>(own.mRows) * column;
+  std::array<std::size_t, 4> bytes{whole};
+  if (columns > 1) bytes = {whole, whole, piece, 0};
+  return Reserve(mRows.Owners(), mVectorPool, bytes, status);
+}
+
 PavexStatus Gathered::Update() {
   PavexStatus const status = Guarded(gEvents.mMerge, [&] { return mRows.Refresh(); });
   if (status != Pavex::STATUS_OK || mComm == nullptr) return status;
   return Guarded(gEvents.mUpdate, [&] {
     Pavex::PetscCsr const& piece = mRows.Piece();
-    return UsesAssembler() ? mAssembler.Update(piece.mValues.mData)
+    return UsesAssembler() ? mAssembler.UpdateInPlace(piece.mValues.mData)
                            : mMatrix.UpdateInPlace(piece);
   });
 }
@@ -149,18 +206,20 @@ PavexStatus Gathered::Update() {
 // are.
 PetscErrorCode Gathered::MakeSequential() {
   PetscFunctionBegin;
-  Pavex::PetscCsr& whole =
-      UsesAssembler() ? *mAssembler.Whole() : *mMatrix.TargetAs<Pavex::PetscCsr>();
+  Pavex::PetscCsr* const whole =
+      UsesAssembler() ? mAssembler.Whole() : mMatrix.TargetAs<Pavex::PetscCsr>();
+  PetscCheck(whole != nullptr, PETSC_COMM_SELF, PETSC_ERR_PLIB, "Pavex: nothing is gathered");
   if (mSequential != nullptr) {
     PetscScalar* values = nullptr;
     PetscCall(MatSeqAIJGetArray(mSequential, &values));
-    bool const stays = values == whole.mValues.mData;
+    bool const stays = values == whole->mValues.mData;
     PetscCall(MatSeqAIJRestoreArray(mSequential, &values));  // counts as new values
     if (stays) PetscFunctionReturn(kSuccess);
     PetscCall(MatDestroy(&mSequential));
   }
-  PetscCall(MatCreateSeqAIJWithArrays(PETSC_COMM_SELF, mSize, mSize, whole.mRowPtr.mData,
-                                      whole.mColIdx.mData, whole.mValues.mData, &mSequential));
+  PetscCall(MatCreateSeqAIJWithArrays(PETSC_COMM_SELF, mSize, mSize, whole->mRowPtr.mData,
+                                      whole->mColIdx.mData, whole->mValues.mData,
+                                      &mSequential));
   PetscFunctionReturn(kSuccess);
 }
 
@@ -208,7 +267,7 @@ PavexStatus Gathered::Fetch(Pavex::PetscDense const& own, PetscInt columns) {
     Pavex::PetscDense whole;
     mLd = mSize;
     if (mColumns != columns) {
-      if (Receives()) status = mVectorPool.Get(mOwnRhs, mSize * columns);
+      if (Receives()) status = mVectorPool.Get(mOwnRhs, Elements(mSize, columns));
       status = Pavex::WorstStatus(mOuter, status);
     }
     if (Receives() && status == Pavex::STATUS_OK)
@@ -219,15 +278,17 @@ PavexStatus Gathered::Fetch(Pavex::PetscDense const& own, PetscInt columns) {
   } else {
     // The leading dimension of a dense matrix may be another one each time.
     bool const again = columns == 1 && mColumns == 1;
-    status = again ? mVectors.UpdateInPlace(own) : mVectors.Gather(mComm, own, true);
+    if (mColumns != columns) status = ReserveVectors(own, columns);
+    if (status == Pavex::STATUS_OK)
+      status = again ? mVectors.UpdateInPlace(own) : mVectors.Gather(mComm, own, true);
     if (status == Pavex::STATUS_OK && Receives()) {
       auto const& whole = *mVectors.TargetAs<Pavex::PetscDense>();
       mRhs = whole.mValues.mData;
       mLd = static_cast<PetscInt>(whole.mLd);
     }
   }
-  if (status == Pavex::STATUS_OK && Receives() && mSolution.mSize != mLd * columns)
-    status = mVectorPool.Get(mSolution, mLd * columns);
+  if (status == Pavex::STATUS_OK && Receives() && mSolution.mSize != Elements(mLd, columns))
+    status = mVectorPool.Get(mSolution, Elements(mLd, columns));
   mColumns = status == Pavex::STATUS_OK ? columns : 0;
   return status;
 }

@@ -51,6 +51,8 @@ class Gathered {
   int Receiver() const;
   Status Gather(Mat mat);
   Status Update();
+  Status ReserveMatrix(MPI_Comm among);
+  Status ReserveVectors(Pavex::PetscDense const& own, PetscInt columns);
   PetscErrorCode MakeSequential();
   template <typename Object>
   PetscErrorCode SolveColumns(Object b, Object x, PetscInt columns, PetscBool transposed,

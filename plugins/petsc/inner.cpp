@@ -1,5 +1,7 @@
 #include "plugins/petsc/inner.h"
 
+#include <cstddef>
+
 namespace PavexPetsc {
 
 PetscErrorCode InnerSolver::SetUp(Mat mat, InnerChoices const& choices,
@@ -57,7 +59,8 @@ PetscErrorCode InnerSolver::Solve(PetscScalar const* rhs, PetscInt ld, PetscInt 
   PetscFunctionBegin;
   if (columns == 1 || transposed == PETSC_TRUE) {
     for (PetscInt j = 0; j < columns; ++j)
-      PetscCall(SolveVec(rhs + j * ld, transposed, solution + j * ld));
+      PetscCall(SolveVec(rhs + std::ptrdiff_t{j} * ld, transposed,
+                         solution + std::ptrdiff_t{j} * ld));
   } else {
     PetscCall(SolveMat(rhs, ld, columns, solution));
   }

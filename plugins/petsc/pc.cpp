@@ -55,7 +55,7 @@ PetscErrorCode MatApply(PC pc, Mat b, Mat x) {
 
 PetscErrorCode SetFromOptions(PC pc, PetscOptionItems* PetscOptionsObject) {
   PetscFunctionBegin;
-  PetscOptionsHeadBegin(PetscOptionsObject, "Pavex options");
+  PetscOptionsHeadBegin(PetscOptionsObject, kTitle);
   PetscCall(OfferChoices(PetscOptionsObject, DataOf(pc).mChoices));
   PetscOptionsHeadEnd();
   PetscFunctionReturn(kSuccess);

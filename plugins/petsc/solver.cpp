@@ -42,7 +42,7 @@ PetscErrorCode ReadOptions(Mat factor) {
   FactorData& data = DataOf(factor);
   PetscFunctionBegin;
   PetscOptionsBegin(PetscObjectComm(reinterpret_cast<PetscObject>(factor)),
-                    reinterpret_cast<PetscObject>(factor)->prefix, "Pavex options", "Mat");
+                    reinterpret_cast<PetscObject>(factor)->prefix, kTitle, "Mat");
   PetscCall(OfferChoices(PetscOptionsObject, data.mChoices));
   PetscCall(PetscOptionsString("-mat_pavex_solver_type", "Solver package on the receiver", "",
                                data.mInner.mPackage, data.mInner.mPackage,

@@ -4,10 +4,14 @@
 //
 // -empty: process 0 owns no rows. -baij: blocks of 2. -transpose: solves with the transposed
 // matrix. -columns m: m right-hand sides at once. -errors: prints on how many processes PETSc
-// returns an error, and succeeds. -singular: the first row is empty. Complex numbers get a
+// returns an error, and succeeds. -singular: the first row is empty. -symmetric: no convection.
+// -starved p -room m: process p gets m MiB for the solver and no more. Complex numbers get a
 // complex shift.
 
+#include <cstdio>
 #include <petscksp.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace {
 
@@ -15,11 +19,14 @@ struct Options {
   PetscInt n = 12;
   PetscInt steps = 3;
   PetscInt columns = 0;
+  PetscInt starved = -1;
+  PetscInt room = 0;
   PetscReal tolerance = 1e-12;
   PetscBool empty = PETSC_FALSE;
   PetscBool baij = PETSC_FALSE;
   PetscBool transpose = PETSC_FALSE;
   PetscBool singular = PETSC_FALSE;
+  PetscBool symmetric = PETSC_FALSE;
 };
 
 PetscErrorCode Read(Options& options) {
@@ -32,6 +39,9 @@ PetscErrorCode Read(Options& options) {
   PetscCall(PetscOptionsGetBool(nullptr, nullptr, "-baij", &options.baij, nullptr));
   PetscCall(PetscOptionsGetBool(nullptr, nullptr, "-transpose", &options.transpose, nullptr));
   PetscCall(PetscOptionsGetBool(nullptr, nullptr, "-singular", &options.singular, nullptr));
+  PetscCall(PetscOptionsGetBool(nullptr, nullptr, "-symmetric", &options.symmetric, nullptr));
+  PetscCall(PetscOptionsGetInt(nullptr, nullptr, "-starved", &options.starved, nullptr));
+  PetscCall(PetscOptionsGetInt(nullptr, nullptr, "-room", &options.room, nullptr));
   PetscFunctionReturn(0);
 }
 
@@ -67,7 +77,8 @@ PetscErrorCode Fill(Options const& options, PetscInt step, Mat mat) {
   PetscInt begin = 0;
   PetscInt end = 0;
   PetscInt const n = options.n;
-  PetscScalar const wind = 0.3 + 0.1 * static_cast<PetscReal>(step);
+  PetscScalar const wind =
+      options.symmetric == PETSC_TRUE ? 0.0 : 0.3 + 0.1 * static_cast<PetscReal>(step);
   PetscScalar diagonal = 4.0 + 0.5 * static_cast<PetscReal>(step);
 #ifdef PETSC_USE_COMPLEX
   diagonal += PetscScalar(0.0, 1.5);
@@ -89,6 +100,27 @@ PetscErrorCode Fill(Options const& options, PetscInt step, Mat mat) {
   PetscFunctionReturn(0);
 }
 
+// Lets the starved process have its room and no more, until `ends`.
+PetscErrorCode Starve(Options const& options, PetscBool ends) {
+  int rank = 0;
+  unsigned long pages = 0;
+  rlimit limit{};
+  PetscFunctionBeginUser;
+  PetscCallMPI(MPI_Comm_rank(PETSC_COMM_WORLD, &rank));
+  if (rank != options.starved) PetscFunctionReturn(0);
+  std::FILE* const file = std::fopen("/proc/self/statm", "r");
+  int const found = file == nullptr ? 0 : std::fscanf(file, "%lu", &pages);
+  if (file != nullptr) (void)std::fclose(file);
+  PetscCheck(found == 1 && getrlimit(RLIMIT_AS, &limit) == 0, PETSC_COMM_SELF, PETSC_ERR_SYS,
+             "no limits");
+  limit.rlim_cur = limit.rlim_max;
+  if (ends == PETSC_FALSE)
+    limit.rlim_cur = pages * static_cast<unsigned long>(sysconf(_SC_PAGESIZE)) +
+                     (static_cast<unsigned long>(options.room) << 20);
+  PetscCheck(setrlimit(RLIMIT_AS, &limit) == 0, PETSC_COMM_SELF, PETSC_ERR_SYS, "no limit");
+  PetscFunctionReturn(0);
+}
+
 PetscErrorCode SolveOne(Options const& options, KSP ksp, Mat mat, PetscReal* residual) {
   Vec b = nullptr;
   Vec x = nullptr;
@@ -98,13 +130,16 @@ PetscErrorCode SolveOne(Options const& options, KSP ksp, Mat mat, PetscReal* res
   PetscCall(MatCreateVecs(mat, &x, &b));
   PetscCall(VecDuplicate(b, &r));
   PetscCall(VecSetRandom(b, nullptr));
-  if (options.transpose == PETSC_TRUE) {
+  PetscCall(Starve(options, PETSC_FALSE));
+  if (options.transpose == PETSC_TRUE)
     PetscCall(KSPSolveTranspose(ksp, b, x));
-    PetscCall(MatMultTranspose(mat, x, r));
-  } else {
+  else
     PetscCall(KSPSolve(ksp, b, x));
+  PetscCall(Starve(options, PETSC_TRUE));
+  if (options.transpose == PETSC_TRUE)
+    PetscCall(MatMultTranspose(mat, x, r));
+  else
     PetscCall(MatMult(mat, x, r));
-  }
   PetscCall(VecAXPY(r, -1.0, b));
   PetscCall(VecNorm(r, NORM_2, residual));
   PetscCall(VecNorm(b, NORM_2, &norm));
@@ -127,7 +162,9 @@ PetscErrorCode SolveMany(Options const& options, KSP ksp, Mat mat, PetscReal* re
                            options.columns, nullptr, &b));
   PetscCall(MatSetRandom(b, nullptr));
   PetscCall(MatDuplicate(b, MAT_DO_NOT_COPY_VALUES, &x));
+  PetscCall(Starve(options, PETSC_FALSE));
   PetscCall(KSPMatSolve(ksp, b, x));
+  PetscCall(Starve(options, PETSC_TRUE));
   PetscCall(MatMatMult(mat, x, MAT_INITIAL_MATRIX, PETSC_DEFAULT, &r));
   PetscCall(MatAXPY(r, -1.0, b, SAME_NONZERO_PATTERN));
   PetscCall(MatNorm(r, NORM_FROBENIUS, residual));
