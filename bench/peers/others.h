@@ -172,7 +172,7 @@ class Preconditioner : public Contestant {
     return IsWholeMat(whole, mProblem);
   }
 
- private:
+ protected:
   Problem& mProblem;
   bool mSolves;
   PC mPc = nullptr;

@@ -13,7 +13,6 @@ namespace Peers {
 
 using Values = Pavex::Aggregator<double, int>;
 using Csr = Pavex::MatrixCSR<double, int>;
-using Dense = Pavex::MatrixDense<double, int>;
 
 // The communicators live as long as the job: those of PETSc do so too.
 struct OverMpi {
@@ -61,7 +60,7 @@ class Gather : public Contestant {
                                   whole->mValues.mData, mProblem.mScale);
   }
 
- protected:
+ private:
   Problem& mProblem;
   typename Way::Pool mPool;
   Rows mRows{&mPool};
@@ -80,6 +79,7 @@ class Vectors : public Contestant {
   }
   bool IsRight() override { return AreEqual(mProblem.mX, mProblem.mY); }
 
+ private:
   void Bring(Vec vec, bool first) {
     PEERS_CHECK(mBand.Borrow(vec, Pavex::PetscAccess::READ));
     PEERS_CHECK(first ? mValues.Gather(Way::Comm(), mBand.Piece(), true)
@@ -91,79 +91,36 @@ class Vectors : public Contestant {
     PEERS_CHECK(mValues.Scatter(mBand.Piece()));
     PEERS_CHECK(mBand.Return());
   }
-  // The whole vector on rank 0.
-  double* Whole() { return mValues.template TargetAs<Dense>()->mValues.mData; }
 
- private:
   Problem& mProblem;
   typename Way::Pool mPool;
   Values mValues{&mPool};
   Pavex::PetscBand mBand;
 };
 
-// The matrix to rank 0, as the operator of a solver of PETSc there. With `solves` the solver is
-// UMFPACK's LU, and the work includes one solution.
-template <typename Way, bool solves>
-class SolverOnRoot : public Gather<Way, Pavex::PetscRows, false> {
+// The preconditioner of the plugin. Without a solution the one inside multiplies with the
+// gathered matrix, which takes no set-up and shows what the matrix is.
+class Plugin : public Preconditioner {
  public:
-  using Base = Gather<Way, Pavex::PetscRows, false>;
-  explicit SolverOnRoot(Problem& problem) : Base(problem), mVectors(problem) {}
-  ~SolverOnRoot() override {
-    PEERS_CHECK(KSPDestroy(&mSolver));
-    PEERS_CHECK(MatDestroy(&mMat));
+  using Preconditioner::Preconditioner;
+  bool IsRight() override {
+    if (mSolves) return IsSolved(mProblem);
+    Vec product = nullptr;
+    PEERS_CHECK(VecDuplicate(mProblem.mX, &product));
+    PEERS_CHECK(MatMult(mProblem.mMat, mProblem.mX, product));
+    PEERS_CHECK(PCApply(mPc, mProblem.mX, mProblem.mY));
+    bool const right = AreEqual(product, mProblem.mY);  // all numbers are exact
+    PEERS_CHECK(VecDestroy(&product));
+    return right;
   }
-  void First() override {
-    Base::First();
-    if (this->mProblem.mRank == 0) MakeSolver();
-    Work(true);
-  }
-  void Again() override {
-    Base::Again();  // in place: the Mat has the new values
-    if (this->mProblem.mRank == 0) {
-      PEERS_CHECK(MatAssemblyBegin(mMat, MAT_FINAL_ASSEMBLY));
-      PEERS_CHECK(MatAssemblyEnd(mMat, MAT_FINAL_ASSEMBLY));
-    }
-    Work(false);
-  }
-  bool IsRight() override { return Base::IsRight() && (!solves || IsSolved(this->mProblem)); }
-
- private:
-  void MakeSolver() {
-    Csr const* const whole = this->mValues.template TargetAs<Csr>();
-    int const rows = static_cast<int>(whole->mRows);
-    PC inner = nullptr;
-    PEERS_CHECK(MatCreateSeqAIJWithArrays(MPI_COMM_SELF, rows, rows, whole->mRowPtr.mData,
-                                          whole->mColIdx.mData, whole->mValues.mData, &mMat));
-    PEERS_CHECK(KSPCreate(MPI_COMM_SELF, &mSolver));
-    PEERS_CHECK(KSPSetType(mSolver, KSPPREONLY));
-    PEERS_CHECK(KSPGetPC(mSolver, &inner));
-    PEERS_CHECK(PCSetType(inner, solves ? PCLU : PCNONE));
-    if (solves) PEERS_CHECK(PCFactorSetMatSolverType(inner, MATSOLVERUMFPACK));
-    PEERS_CHECK(KSPSetOperators(mSolver, mMat, mMat));
-  }
-  void Work(bool first) {
-    bool const isRoot = this->mProblem.mRank == 0;
-    if (isRoot) PEERS_CHECK(KSPSetUp(mSolver));
-    if (!solves) return;
-    mVectors.Bring(this->mProblem.mX, first);
-    if (isRoot) Solve();
-    mVectors.TakeBack(this->mProblem.mY);
-  }
-  void Solve() {
-    Vec right = nullptr;
-    Vec solution = nullptr;
-    PEERS_CHECK(VecCreateSeqWithArray(MPI_COMM_SELF, 1, this->mProblem.mGrid.Rows(),
-                                      mVectors.Whole(), &right));
-    PEERS_CHECK(VecDuplicate(right, &solution));
-    PEERS_CHECK(KSPSolve(mSolver, right, solution));
-    PEERS_CHECK(VecCopy(solution, right));
-    PEERS_CHECK(VecDestroy(&right));
-    PEERS_CHECK(VecDestroy(&solution));
-  }
-
-  Vectors<Way> mVectors;
-  Mat mMat = nullptr;
-  KSP mSolver = nullptr;
 };
+
+template <bool solves, bool overNode>
+std::unique_ptr<Contestant> MakePlugin(Problem& problem) {
+  std::string options = "-own_pc_type pavex";
+  if (!solves) options += " -own_pavex_pc_type mat";
+  if (overNode) options += " -own_pavex_node";
+  return std::make_unique<Plugin>(problem, options, solves);
+}
 
 }  // namespace Peers

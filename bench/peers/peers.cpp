@@ -1,9 +1,11 @@
 // Measures the same work done by PETSc, hypre and Pavex on the processes of one machine, and
 // checks what comes out. Prints rows of a Markdown table; run.sh makes the page of it.
-//   mpirun -n 4 peers POINTS ROUNDS
-// POINTS: of the grid in each direction; ROUNDS: how often each contestant does its work.
+//   mpirun -n 4 peers POINTS ROUNDS [WORK]
+// POINTS: of the grid in each direction. ROUNDS: how often each contestant does its work. WORK:
+// a part of the name of the work; all others are left out.
 
 #include "bench/peers/ours.h"
+#include "plugins/petsc/petscpavex.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -76,17 +78,17 @@ Contest const kContests[] = {
      {Make<ScatterToZero>, Make<Vectors<OverMpi>>, Make<Vectors<OverNode>>}},
     {"set-up of a preconditioner",
      "`PCREDUNDANT`",
-     {MakeRedundant, Make<SolverOnRoot<OverMpi, false>>, Make<SolverOnRoot<OverNode, false>>}},
+     {MakeRedundant, MakePlugin<false, false>, MakePlugin<false, true>}},
     {"set-up of a preconditioner",
      "`PCTELESCOPE`",
-     {MakeTelescope, Make<SolverOnRoot<OverMpi, false>>, Make<SolverOnRoot<OverNode, false>>}},
+     {MakeTelescope, MakePlugin<false, false>, MakePlugin<false, true>}},
     {"LU and one solution",
      "`PCTELESCOPE` with UMFPACK",
-     {MakeTelescopeLu, Make<SolverOnRoot<OverMpi, true>>, Make<SolverOnRoot<OverNode, true>>},
+     {MakeTelescopeLu, MakePlugin<true, false>, MakePlugin<true, true>},
      true},
     {"LU and one solution",
      "distributed MUMPS",
-     {MakeMumps, Make<SolverOnRoot<OverMpi, true>>, Make<SolverOnRoot<OverNode, true>>},
+     {MakeMumps, MakePlugin<true, false>, MakePlugin<true, true>},
      true},
 };
 
@@ -180,11 +182,12 @@ void Hold(Contest const& contest, Problem& problem, int rounds) {
   std::fflush(stdout);
 }
 
-void Run(int points, int rounds) {
+void Run(int points, int rounds, char const* work) {
   OverMpi::Comm();
   OverNode::Comm();
   Problem problem(points);
   for (Contest const& contest : kContests) {
+    if (std::strstr(contest.mWork, work) == nullptr) continue;
     if (!contest.mSolves)
       Hold(contest, problem, rounds);
     else if (points <= kMostForSolve)
@@ -196,15 +199,16 @@ void Run(int points, int rounds) {
 }  // namespace Peers
 
 int main(int argc, char** argv) {
-  int const points = argc == 3 ? std::atoi(argv[1]) : 0;
-  int const rounds = argc == 3 ? std::atoi(argv[2]) : 0;
+  int const points = argc >= 3 ? std::atoi(argv[1]) : 0;
+  int const rounds = argc >= 3 ? std::atoi(argv[2]) : 0;
   if (points < 2 || rounds < 1) {
-    std::fprintf(stderr, "usage: mpirun -n P peers POINTS ROUNDS\n");
+    std::fprintf(stderr, "usage: mpirun -n P peers POINTS ROUNDS [WORK]\n");
     return 2;
   }
   PEERS_CHECK(PetscInitialize(nullptr, nullptr, nullptr, nullptr));
+  PEERS_CHECK(PavexPetscRegister());
   HYPRE_Init();
-  Peers::Run(points, rounds);
+  Peers::Run(points, rounds, argc > 3 ? argv[3] : "");
   HYPRE_Finalize();
   PEERS_CHECK(PetscFinalize());
 }

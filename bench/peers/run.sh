@@ -21,17 +21,17 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 version() { dpkg-query -W -f='${Version}' "$1"; }
 
-# rows PROCESSES: the table of that many processes.
+# rows TITLE PROCESSES POINTS [WORK]: the table of that many processes, for each of the points.
 rows() {
-  printf '%s\n' '' "## $1 processes" '' \
+  printf '%s\n' '' "## $1" '' \
     '| points | work | | peer | peer, ms | `MpiComm`, ms | `NodeComm`, ms | peer / `MpiComm` | peer / `NodeComm` | MiB: peer / `MpiComm` / `NodeComm` |' \
     '|---|---|---|---|---|---|---|---|---|---|'
   local points
-  for points in 8 32 64 100; do
+  for points in $3; do
     local rounds=9
     [ "$points" -le 32 ] || rounds=3
-    echo "peers: $1 processes, $points points, after $SECONDS s" >&2
-    mpiexec.openmpi -n "$1" $build/bench/peers/peers "$points" "$rounds"
+    echo "peers: $2 processes, $points points, after $SECONDS s" >&2
+    mpiexec.openmpi -n "$2" $build/bench/peers/peers "$points" "$rounds" "${@:4}"
   done
 }
 
@@ -41,14 +41,16 @@ rows() {
 
 The same work by the functions that PETSc and hypre have for it, and by Pavex, in turn in one run.
 `bench/peers/run.sh` makes this page again. After each piece of work the program checks what came out:
-every entry, or the residual.
+every entry, the product with a vector, or the residual.
 
 - *Points* counts those of the grid in each direction: 64 means a 7-point operator with 262144 rows.
 - *First* takes a distributed matrix or vector and nothing else. *Again* has new values of the same
   pattern: `MAT_REUSE_MATRIX` and `PCSetUp` of PETSc, `Refresh` and `UpdateInPlace` of Pavex. hypre has
   no such function, so it repeats all.
-- The set-up of a preconditioner has none inside. That of Pavex gathers onto one process and makes the
-  arrays a `Mat` there, as `PCTELESCOPE` does; `PCREDUNDANT` gives every process a copy.
+- A preconditioner that is set up has none inside that takes time. That of Pavex is the
+  [plugin](petsc.md#the-plugin), `-pc_type pavex`, which gathers onto one process as `PCTELESCOPE` does;
+  `PCREDUNDANT` gives every process a copy. A first set-up of the plugin includes its communicator. The
+  LU of the plugin is that of UMFPACK.
 - The median over the rounds of the slowest process. Above 1, a quotient says how many times as fast
   Pavex is.
 - *MiB* is what all processes together hold more once they have the result.
@@ -71,7 +73,9 @@ HEAD
     "PETSc $(version libpetsc-real-dev), hypre $(version libhypre-dev)," \
     "Open MPI $(version libopenmpi-dev); load average before the run $(cut -d' ' -f1 /proc/loadavg)." |
     fmt -w 105
-  rows 2
-  rows 4
+  rows '2 processes' 2 '8 32 64 100'
+  rows '4 processes' 4 '8 32 64 100'
+  export OMPI_MCA_btl_vader_single_copy_mechanism=none
+  rows '4 processes, no copies by the kernel' 4 '64 100' matrix
 } >"$work/page"
 cp "$work/page" docs/peers.md
