@@ -16,6 +16,7 @@ namespace {
 template <typename T, typename I>
 Runs AllRuns(MatrixDense<T, I> const& matrix) {
   if (matrix.NNZ() == 0) return {};
+  if (IsPacked(matrix)) return {0, matrix.NNZ(), 1, matrix.NNZ()};
   return {0, matrix.RunLength(), matrix.Runs(), matrix.mLd};
 }
 
@@ -86,8 +87,9 @@ PavexStatus Aggregator<T, I>::ListWhole(MatrixDense<T, I> const& whole,
                                         Buffer<T>& values, Buffer<Runs>& pieces) {
   PavexStatus const status = ListRuns(local.mRowMajor, pieces);
   if (status != STATUS_OK) return status;
+  // The pieces are those of a packed whole. The caller may have given it another array.
+  if (mMode != CENTRALIZED_ALL) return Log::Report(PackDenseValues(whole, values));
   values.Borrow(whole.mValues.mData, whole.mValues.mSize);
-  if (mMode != CENTRALIZED_ALL) return STATUS_OK;
 
   // The whole may be the local array itself, with another leading dimension now.
   bool const same = values.mData == local.mValues.mData;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <gmock/gmock.h>
+#include <numeric>
 #include <sstream>
 #include <utility>
 
@@ -277,6 +278,61 @@ TEST(DenseRuns, FillTheArrayThatTheyComeFrom) {
     }
     EXPECT_EQ(arrays[1], arrays[0]) << ld;
   }
+}
+
+// What a scatter brings to each rank out of an array that rank 0 has given to its gathered
+// matrix, with gaps between the runs.
+template <typename CommOfRank>
+std::vector<std::vector<double>> ScatterAnotherArray(Job const& job) {
+  auto const ranks = job.pieces(0).size();
+  std::vector<std::vector<double>> scattered(ranks);
+  LocalComm::Run(static_cast<int>(ranks), [&](std::shared_ptr<Comm> const& inner) {
+    auto const r = static_cast<std::size_t>(inner->Rank());
+    DensePiece<> const local = std::move(job.pieces(1)[r]);
+    DensePiece<> filled = std::move(job.pieces(2)[r]);
+    std::fill(filled.values.begin(), filled.values.end(), 7.0);
+    MemoryPool pool;
+    Aggregator<double, int> aggregator(&pool);
+    EXPECT_EQ(aggregator.Gather(std::make_shared<CommOfRank>(inner), local.matrix, true),
+              STATUS_OK);
+    std::vector<double> array(5 * 7);
+    std::iota(array.begin(), array.end(), 100.0);
+    if (auto* const target = aggregator.TargetAs<MatrixDense<double, int>>()) {
+      target->mLd = 7;
+      target->SetValues(array.data());
+    }
+
+    EXPECT_EQ(aggregator.Scatter(filled.matrix), STATUS_OK);
+
+    scattered[r] = filled.values;
+  });
+  return scattered;
+}
+
+TEST(DenseRuns, ReadAnArrayThatTheCallerHasGivenToTheGatheredMatrixWithItsLeadingDimension) {
+  EXPECT_THAT(ScatterAnotherArray<StridedComm>(Jobs()[1])[1],
+              ElementsAre(107, 108, 109, 110, 111, 7, 7, 114, 115, 116, 117, 118));
+  for (std::size_t const number : {0U, 1U, 2U, 3U, 5U}) {
+    EXPECT_EQ(ScatterAnotherArray<StridedComm>(Jobs()[number]),
+              ScatterAnotherArray<TraceComm>(Jobs()[number]))
+        << Jobs()[number].name;
+  }
+}
+
+// A matrix of one row, row by row, has no distance from one row to the next.
+TEST(DenseRuns, DoNotPassOnTheLeadingDimensionOfASingleRun) {
+  Job const job{"one row", [](int) {
+                  DensePiece<> row = DenseBlock(1, 1, 1, 5, true);
+                  row.matrix.mLd = -1;
+                  return Pieces(EmptyShare(true), std::move(row));
+                }};
+
+  Done const done = RunJob<StridedComm>(job);
+
+  EXPECT_EQ(done.seen[0].gathered, (std::vector<double>{11, 12, 13, 14, 15}));
+  EXPECT_THAT(done.runCalls[1], ElementsAre("GatherRuns({0, 5, 1, 5}; root 0)",
+                                            "GatherRuns({0, 5, 1, 5}; root 0)",
+                                            "ScatterRuns({0, 5, 1, 5}; root 0)"));
 }
 
 // The statuses of rank 0 and the sorted lines of all ranks of a job whose calls fail from the
