@@ -35,6 +35,7 @@ class PetscBand {
                                           : VecGetArrayWrite(vec, &mWritten);
     if (error != 0) return StatusOfPetsc(error);
     mVec = vec;
+    mAccess = access;
     View(end - begin, 1, end - begin);
     mPiece.PlaceIn(rows, 1, MatrixPartition::RowWise(begin));
     return STATUS_OK;
@@ -67,6 +68,7 @@ class PetscBand {
                                           : MatDenseGetArrayWrite(mat, &mWritten);
     if (error != 0) return StatusOfPetsc(error);
     mMat = mat;
+    mAccess = access;
     View(end - begin, cols, ld);
     mPiece.PlaceIn(rows, cols, MatrixPartition::RowWise(begin));
     return STATUS_OK;
@@ -75,12 +77,14 @@ class PetscBand {
   // Gives the array back; nothing happens without one. The piece is empty afterwards.
   PavexStatus Return() {
     auto error = static_cast<PetscErrorCode>(0);
+    // The pointer does not say which access it was: without rows it may be null.
+    bool const isRead = mAccess == PetscAccess::READ;
     if (mVec != nullptr)
-      error = mRead != nullptr ? VecRestoreArrayRead(mVec, &mRead)
-                               : VecRestoreArrayWrite(mVec, &mWritten);
+      error =
+          isRead ? VecRestoreArrayRead(mVec, &mRead) : VecRestoreArrayWrite(mVec, &mWritten);
     if (mMat != nullptr)
-      error = mRead != nullptr ? MatDenseRestoreArrayRead(mMat, &mRead)
-                               : MatDenseRestoreArrayWrite(mMat, &mWritten);
+      error = isRead ? MatDenseRestoreArrayRead(mMat, &mRead)
+                     : MatDenseRestoreArrayWrite(mMat, &mWritten);
     mVec = nullptr;
     mMat = nullptr;
     mRead = nullptr;
@@ -95,12 +99,15 @@ class PetscBand {
  private:
   void View(PetscInt rows, PetscInt cols, PetscInt ld) {
     PetscScalar* const array = mRead != nullptr ? const_cast<PetscScalar*>(mRead) : mWritten;
-    mPiece = PetscDense::Borrow(rows, cols, false, ld, array);
+    // The leading dimension of a single column means nothing. A Vec of as many rows gets the
+    // same piece, so either can update what was gathered from the other.
+    mPiece = PetscDense::Borrow(rows, cols, false, cols == 1 ? rows : ld, array);
   }
 
   Vec mVec = nullptr;  // at most one of the two
   Mat mMat = nullptr;
-  PetscScalar const* mRead = nullptr;  // at most one of the two
+  PetscAccess mAccess = PetscAccess::READ;  // to it
+  PetscScalar const* mRead = nullptr;       // at most one of the two
   PetscScalar* mWritten = nullptr;
   PetscDense mPiece;
 };

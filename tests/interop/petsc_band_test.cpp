@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <petsc/private/petscimpl.h>
 #include <string>
 
 namespace Pavex {
@@ -25,6 +26,13 @@ Vec MakeVec(PetscInt rows, int step) {
   EXPECT_EQ(VecAssemblyBegin(vec), 0);
   EXPECT_EQ(VecAssemblyEnd(vec), 0);
   return vec;
+}
+
+template <typename Object>
+PetscObjectState StateOf(Object object) {
+  PetscObjectState state = 0;
+  EXPECT_EQ(PetscObjectStateGet(reinterpret_cast<PetscObject>(object), &state), 0);
+  return state;
 }
 
 class PetscBandIn : public testing::TestWithParam<int> {};
@@ -67,6 +75,57 @@ TEST_P(PetscBandIn, GoesToTheFirstOwnerAndBack) {
   EXPECT_EQ(difference, 0);
   ASSERT_EQ(VecDestroy(&from), 0);
   ASSERT_EQ(VecDestroy(&to), 0);
+}
+
+// PETSc compares these numbers to know what it has computed before, such as a norm. Processes
+// that see different ones no longer make the same calls.
+TEST(PetscBandOfNoRows, LeavesTheStateOfWhatIsReadOnEveryProcess) {
+  Job const job;
+  PetscInt const rows = job.rank == job.size - 1 ? 0 : 3;
+  Vec vec = MakeVec(rows, 1);
+  Mat mat = nullptr;
+  ASSERT_EQ(
+      MatCreateDense(PETSC_COMM_WORLD, rows, PETSC_DECIDE, PETSC_DETERMINE, 2, nullptr, &mat),
+      0);
+  ASSERT_EQ(MatAssemblyBegin(mat, MAT_FINAL_ASSEMBLY), 0);
+  ASSERT_EQ(MatAssemblyEnd(mat, MAT_FINAL_ASSEMBLY), 0);
+  PetscObjectState const ofVec = StateOf(vec);
+  PetscObjectState const ofMat = StateOf(mat);
+  PetscBand band;
+
+  ASSERT_EQ(band.Borrow(vec, PetscAccess::READ), STATUS_OK);
+  ASSERT_EQ(band.Return(), STATUS_OK);
+  ASSERT_EQ(band.Borrow(mat, PetscAccess::READ), STATUS_OK);
+  ASSERT_EQ(band.Return(), STATUS_OK);
+
+  EXPECT_EQ(StateOf(vec), ofVec);
+  EXPECT_EQ(StateOf(mat), ofMat);
+
+  ASSERT_EQ(band.Borrow(vec, PetscAccess::WRITE), STATUS_OK);
+  ASSERT_EQ(band.Return(), STATUS_OK);
+  EXPECT_GT(StateOf(vec), ofVec);
+  ASSERT_EQ(VecDestroy(&vec), 0);
+  ASSERT_EQ(MatDestroy(&mat), 0);
+}
+
+// So the Mat can update what was gathered from a Vec, also where the gathered matrix borrows.
+TEST(PetscBandOfADenseMat, HasNoGapsIfItHasOneColumn) {
+  Job const job;
+  std::vector<PetscScalar> array(7);
+  Mat mat = nullptr;
+  ASSERT_EQ(
+      MatCreateDense(PETSC_COMM_WORLD, 4, PETSC_DECIDE, PETSC_DETERMINE, 1, array.data(), &mat),
+      0);
+  ASSERT_EQ(MatDenseSetLDA(mat, 7), 0);
+  PetscBand band;
+
+  ASSERT_EQ(band.Borrow(mat, PetscAccess::READ), STATUS_OK);
+
+  EXPECT_EQ(band.Piece().mLd, 4);
+  EXPECT_EQ(band.Piece().mValues.mSize, 4);
+  EXPECT_EQ(band.Piece().mValues.mData, array.data());
+  ASSERT_EQ(band.Return(), STATUS_OK);
+  ASSERT_EQ(MatDestroy(&mat), 0);
 }
 
 TEST(PetscBandOfADenseMat, UsesItsArrayAndItsLeadingDimension) {
