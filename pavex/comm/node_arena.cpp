@@ -7,8 +7,6 @@
 #include <memory>
 #include <new>
 #include <sys/mman.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Pavex {
@@ -42,13 +40,6 @@ bool MayFailWhenWritten() {
   return strict;
 }
 
-// Asked for before the file grows: beyond the limit the system ends the process by a signal.
-bool FileMayHave(std::size_t bytes) {
-  rlimit limit{};
-  return getrlimit(RLIMIT_FSIZE, &limit) == 0 &&
-         (limit.rlim_cur == RLIM_INFINITY || limit.rlim_cur >= bytes);
-}
-
 }  // namespace
 
 std::uint64_t NodeArena::BytesFor(std::uint64_t memory, std::uint64_t processors) {
@@ -70,23 +61,17 @@ NodeArena* NodeArena::OfProcess() {
 bool NodeArena::Make() {
   std::uint64_t const memory = MemoryOfMachine();
   std::uint64_t const bytes = BytesFor(memory, Configured(_SC_NPROCESSORS_CONF));
-  if (bytes == 0 || !FileMayHave(bytes) || MayFailWhenWritten()) return false;
-  int const file = memfd_create("pavex", MFD_CLOEXEC);
+  if (bytes == 0 || MayFailWhenWritten()) return false;
+  int const file = MakeMemoryFile(bytes, &mId);
   if (file < 0) return false;
-  struct stat status {};
-  if (ftruncate(file, static_cast<off_t>(bytes)) == 0 && fstat(file, &status) == 0)
-    mBase = MapAtHugePage(file, bytes);
+  mBase = MapAtHugePage(file, bytes);
   if (mBase == nullptr) {
     close(file);
     return false;
   }
-  mId.pid = getpid();
-  mId.file = file;
-  mId.device = status.st_dev;
-  mId.inode = status.st_ino;
-  mId.bytes = bytes;
   mId.start = NodeProcess::StartOf(mId.pid);
   mHugePages = NodeHugePages(mBase);
+  mViews.Bind(mBase, file);
   std::size_t const table = mPages.Rounded(NodeHugePages::TableBytes(bytes));
   mPages.Add(table, bytes - table);
   mFree = std::min(memory, bytes - table);
@@ -113,18 +98,31 @@ void* NodeArena::TakeLocked(std::size_t bytes, std::size_t alignment) {
 
 void NodeArena::GiveBackPages(void* pages, std::size_t bytes) {
   if (!Has(pages, bytes)) return System().GiveBackPages(pages, bytes);
-  DropPages(pages, bytes);
+  NodeSpan const span{OffsetOf(pages, bytes), bytes};
+  // What is still a view cannot serve as another block: its addresses are lost.
+  if (!mViews.MakeOrdinary(span, span)) return;
+  Punch(span);
   std::lock_guard<std::mutex> const lock(mMutex);
   mFree += bytes;
-  mPages.Add(OffsetOf(pages, bytes), bytes);
+  mPages.Add(span.offset, bytes);
 }
 
 void NodeArena::DropPages(void* from, std::size_t bytes) {
   if (!Has(from, bytes)) return System().DropPages(from, bytes);
-  std::uint64_t const offset = OffsetOf(from, bytes);
+  NodeSpan const span{OffsetOf(from, bytes), bytes};
+  if (mViews.MakeOrdinary(span, {0, mId.bytes})) Punch(span);
+}
+
+void NodeArena::Punch(NodeSpan pages) const {
   fallocate(static_cast<int>(mId.file), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE,
-            static_cast<off_t>(offset), static_cast<off_t>(bytes));
-  mHugePages.Forget(offset, bytes);
+            static_cast<off_t>(pages.offset), static_cast<off_t>(pages.bytes));
+  mHugePages.Forget(pages.offset, pages.bytes);
+}
+
+bool NodeArena::Show(NodeView const& view) {
+  if (!mViews.Show(view)) return false;
+  Punch(NodeViews::PagesOf(view.array));
+  return true;
 }
 
 void* NodeArena::TakeSmall(std::size_t bytes) {

@@ -2,26 +2,17 @@
 
 #pragma once
 
+#include "pavex/comm/node_file.h"
 #include "pavex/comm/node_huge_pages.h"
 #include "pavex/comm/node_ranges.h"
+#include "pavex/comm/node_views.h"
 #include "pavex/runtime/block_source.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
-#include <sys/types.h>
 
 namespace Pavex {
-
-// What a peer needs to know to map an arena: the file, as seen by the process that made it.
-struct NodeArenaId {
-  std::int64_t pid = 0;
-  std::int64_t file = -1;    // descriptor in that process
-  std::uint64_t device = 0;  // of the file: another process's file with the same number differs
-  std::uint64_t inode = 0;   // likewise
-  std::uint64_t bytes = 0;   // size of the mapping
-  std::uint64_t start = 0;   // when the process was started, see NodeProcess::StartOf
-};
 
 // One sparse memory file, mapped once by this process and once by each peer. Its size is
 // BytesFor of the machine, but only pages that are written take memory. The first call of
@@ -50,6 +41,8 @@ class NodeArena : public BlockSource {
   void GiveBackSmall(void* memory, std::size_t bytes) override;
   void* TakePages(std::size_t bytes, bool huge) override;
   void GiveBackPages(void* pages, std::size_t bytes) override;
+  // Views that meet the range become ordinary; all their contents are lost, as those of a block
+  // that is kept for later.
   void DropPages(void* from, std::size_t bytes) override;
 
   // As TakePages, but null where the arena has no room. GiveBackPages takes it back.
@@ -58,7 +51,12 @@ class NodeArena : public BlockSource {
   // Where the range begins in the file; kOutside if it is not inside the arena.
   std::uint64_t OffsetOf(void const* from, std::size_t bytes) const;
 
-  NodeArenaId const& Id() const { return mId; }
+  // Shows `view` and gives the pages back that its array had in the arena's file. False, and
+  // all as before, if the system refuses it.
+  bool Show(NodeView const& view);
+  NodeViews& Views() { return mViews; }
+
+  NodeFileId const& Id() const { return mId; }
   NodeHugePages const& HugePages() const { return mHugePages; }
 
  private:
@@ -66,13 +64,15 @@ class NodeArena : public BlockSource {
   bool Make();
   void* TakeLocked(std::size_t bytes, std::size_t alignment);
   void* TakeSmallLocked(std::size_t bytes);
+  void Punch(NodeSpan pages) const;
   bool Has(void const* from, std::size_t bytes) const {
     return OffsetOf(from, bytes) != kOutside;
   }
 
   unsigned char* mBase = nullptr;
-  NodeArenaId mId;
+  NodeFileId mId;
   NodeHugePages mHugePages;
+  NodeViews mViews;
   std::mutex mMutex;
   std::size_t mFree = 0;  // bytes that may still be taken
   NodeRanges mPages{kPageBytes};

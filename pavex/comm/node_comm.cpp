@@ -30,7 +30,7 @@ void NodeComm::Join(MPI_Comm comm) {
   if (mMpi.Size() < 2) return;
   mShared.reset(new (std::nothrow) Shared);
   // Without memory on one rank, all of them use MPI.
-  int const mine = mShared != nullptr && mShared->exchange.Reserve(mMpi.Size()) ? 1 : 0;
+  int const mine = mShared != nullptr && mShared->Reserve(mMpi.Size()) ? 1 : 0;
   int all = 0;
   PavexStatus status = mMpi.Allreduce(&mine, &all, 1, DATATYPE_INT, REDUCE_MIN);
   if (status == STATUS_OK && all != 0) {

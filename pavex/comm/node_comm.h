@@ -31,6 +31,8 @@ class NodeLinks;
 // their final place and back; over MPI by derived datatypes. What goes over MPI has at most 1
 // GiB to a message.
 //
+// An array of 4 MiB and more that all processes receive is kept once on a node: see NodePool.
+//
 // Where the processes of a node cannot map each other's memory (one process on the node, no
 // memory files, limits on file size or address space, /proc not permitted), all of them agree
 // when the communicator is made to use MPI alone. Processes in different PID or network
@@ -42,8 +44,8 @@ class NodeLinks;
 // other to send, or to receive, wait for ever, as over MPI. A process that fails alone leaves
 // the others waiting as it would over MPI; they notice when it enters its next operation that
 // moves data (not Barrier, not Allreduce). A process of the node that ends is
-// STATUS_COMM_FAILED for those that wait in an operation over shared memory. Operations take no
-// memory of the heap.
+// STATUS_COMM_FAILED for those that wait in an operation over shared memory. No
+// operation needs memory of the heap.
 //
 // A sender waits once 8 of its messages to a rank have not been received, also if they are
 // small.

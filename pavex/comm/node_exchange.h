@@ -24,7 +24,8 @@ enum class NodeOperation : std::int32_t {
   BCAST,
   GATHER_RUNS,
   ALLGATHER_RUNS,
-  SCATTER_RUNS
+  SCATTER_RUNS,
+  ONE_COPY  // a step of NodeOneCopy, which the label names
 };
 
 // The side that copies large data where the arena of either holds it.

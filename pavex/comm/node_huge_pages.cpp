@@ -39,7 +39,7 @@ bool NodeHugePages::Back(std::uint64_t offset, std::size_t bytes) const {
     while (page < end && Ask(page))
       ++page;
     if (page == first) continue;
-    BackRun(first, page);
+    BackRun(mBase, first, page);
     backs = true;
   }
   return backs;
@@ -51,13 +51,14 @@ bool NodeHugePages::Ask(std::uint64_t page) const {
          Flag(page).exchange(1, std::memory_order_relaxed) == 0;
 }
 
-void NodeHugePages::BackRun(std::uint64_t first, std::uint64_t end) const {
+void NodeHugePages::BackRun(unsigned char* base, std::uint64_t first, std::uint64_t end) {
+  if (first >= end) return;
   // The system makes a huge page of small ones only where at least one is there. Adding 0
   // writes to the page and changes nothing.
   for (std::uint64_t page = first; page < end; ++page)
-    reinterpret_cast<std::atomic<unsigned char>*>(mBase + page * kBytes)
+    reinterpret_cast<std::atomic<unsigned char>*>(base + page * kBytes)
         ->fetch_add(0, std::memory_order_relaxed);
-  madvise(mBase + first * kBytes, (end - first) * kBytes, MADV_COLLAPSE);
+  madvise(base + first * kBytes, (end - first) * kBytes, MADV_COLLAPSE);
 }
 
 void NodeHugePages::Forget(std::uint64_t offset, std::size_t bytes) const {

@@ -28,6 +28,9 @@ class NodeHugePages {
   // What the flags take of an arena of `bytes` bytes.
   static std::size_t TableBytes(std::size_t bytes) { return bytes / kBytes; }
 
+  // Backs the huge pages from `first` to `end` of a memory file that is mapped at `base`.
+  static void BackRun(unsigned char* base, std::uint64_t first, std::uint64_t end);
+
   // Backs the huge pages that lie inside the range and have not been asked for yet. Whether
   // there were any.
   bool Back(std::uint64_t offset, std::size_t bytes) const;
@@ -40,7 +43,6 @@ class NodeHugePages {
     return reinterpret_cast<std::atomic<unsigned char>*>(mBase)[page];
   }
   bool Ask(std::uint64_t page) const;
-  void BackRun(std::uint64_t first, std::uint64_t end) const;
 
   unsigned char* mBase = nullptr;
 };

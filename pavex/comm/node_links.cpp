@@ -3,6 +3,7 @@
 #include "pavex/comm/node_key.h"
 
 #include <algorithm>
+#include <atomic>
 #include <new>
 #include <numeric>
 #include <type_traits>
@@ -11,7 +12,7 @@ namespace Pavex {
 
 // What a process tells those of its node.
 struct NodeLinks::Hello {
-  NodeArenaId arena;
+  NodeFileId arena;
   std::uint64_t control = NodeArena::kOutside;  // offset of the control block; outside: none
 };
 
@@ -22,6 +23,11 @@ struct NodeLinks::Tables {
   std::vector<int> ready;   // whether it can map the arenas of its group
   std::vector<int> byNode;  // the ranks, node by node
 };
+
+NodeLinks::NodeLinks() {
+  static std::atomic<std::uint64_t> number{0};
+  mNumber = ++number;
+}
 
 // Open MPI can give the processes of two hosts communicators that contradict each other, where
 // MPI_Comm_split_type should give those of one host the same. So the ranks tell each other
@@ -209,7 +215,18 @@ void NodeLinks::Leave() {
 }
 
 std::uint64_t NodeLinks::Place(void const* data, std::size_t bytes) const {
-  return mControl == nullptr ? NodeArena::kOutside : mArena->OffsetOf(data, bytes);
+  if (mControl == nullptr) return NodeArena::kOutside;
+  std::uint64_t const offset = mArena->OffsetOf(data, bytes);
+  bool const seen = offset != NodeArena::kOutside && !mArena->Views().Overlap({offset, bytes});
+  return seen ? offset : NodeArena::kOutside;
+}
+
+void NodeLinks::MakeOrdinary(NodeRegion const& region, bool lost) const {
+  if (mControl == nullptr) return;
+  NodeSpan const span{mArena->OffsetOf(region.data, region.Span()), region.Span()};
+  if (span.offset == NodeArena::kOutside) return;
+  bool const keepsNothing = lost && region.count == 1;
+  mArena->Views().MakeOrdinary(span, {span.offset, keepsNothing ? span.bytes : 0});
 }
 
 void NodeLinks::Store(NodeCopy const& copy) const {

@@ -39,7 +39,7 @@ struct NodeLink {
 // collective.
 class NodeLinks {
  public:
-  NodeLinks() = default;
+  NodeLinks();
   NodeLinks(NodeLinks const&) = delete;
   NodeLinks& operator=(NodeLinks const&) = delete;
 
@@ -77,8 +77,18 @@ class NodeLinks {
   }
   MPI_Comm Messages() const { return mComm; }
 
-  // Offset of the range in this process's arena; NodeArena::kOutside elsewhere.
+  // The arena of this process, which it has if it shares memory.
+  NodeArena& Arena() const { return *mArena; }
+  // No other links of this process have, or had, the same number.
+  std::uint64_t Number() const { return mNumber; }
+
+  // Offset of the range in this process's arena, where peers see its contents;
+  // NodeArena::kOutside elsewhere.
   std::uint64_t Place(void const* data, std::size_t bytes) const;
+
+  // Makes views that the region meets ordinary memory, if the system lets it. Their contents
+  // stay; those of the region itself only if `lost` is false or it has gaps.
+  void MakeOrdinary(NodeRegion const& region, bool lost) const;
 
   // Copies into memory of this process, by huge pages if that lies in its arena.
   void Store(NodeCopy const& copy) const;
@@ -109,6 +119,7 @@ class NodeLinks {
   std::vector<int> mGroup;
   std::vector<int> mGroups;
   std::vector<int> mMembers;  // all ranks, group by group, in order within each
+  std::uint64_t mNumber;
   int mRank = -1;
   bool mAnyShared = false;
   bool mJoined = false;  // every rank has come to the end of Join, as far as this one knows

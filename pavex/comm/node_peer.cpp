@@ -1,13 +1,10 @@
 #include "pavex/comm/node_peer.h"
 
-#include <cstdio>
-#include <fcntl.h>
 #include <iterator>
 #include <map>
 #include <mutex>
 #include <new>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <tuple>
 #include <unistd.h>
 
@@ -33,14 +30,9 @@ Registry& OpenPeers() {
   return *registry;
 }
 
-bool IsArena(struct stat const& status, NodeArenaId const& id) {
-  return S_ISREG(status.st_mode) && status.st_dev == id.device && status.st_ino == id.inode &&
-         static_cast<std::uint64_t>(status.st_size) == id.bytes;
-}
-
 }  // namespace
 
-std::shared_ptr<NodePeer const> NodePeer::Open(NodeArenaId const& id) try {
+std::shared_ptr<NodePeer const> NodePeer::Open(NodeFileId const& id) try {
   Registry& registry = OpenPeers();
   std::lock_guard<std::mutex> const lock(registry.mutex);
   registry.DropEnded();
@@ -56,19 +48,12 @@ std::shared_ptr<NodePeer const> NodePeer::Open(NodeArenaId const& id) try {
 }
 
 // The process is found before its file: the file proves that it is the right one.
-NodePeer::NodePeer(NodeArenaId const& id) : mProcess(id.pid, id.start), mOwner(getpid()) {}
+NodePeer::NodePeer(NodeFileId const& id) : mProcess(id.pid, id.start), mOwner(getpid()) {}
 
-// In another PID namespace the path names a file of some other process, maybe a device for
-// which even opening has an effect. So it is looked at before it is opened, and again after.
-bool NodePeer::Map(NodeArenaId const& id) {
-  char path[64];
-  std::snprintf(path, sizeof path, "/proc/%lld/fd/%lld", static_cast<long long>(id.pid),
-                static_cast<long long>(id.file));
-  struct stat status {};
-  if (stat(path, &status) != 0 || !IsArena(status, id)) return false;
-  int const file = open(path, O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+bool NodePeer::Map(NodeFileId const& id) {
+  int const file = OpenMemoryFile(id);
   if (file < 0) return false;
-  if (fstat(file, &status) == 0 && IsArena(status, id)) mBase = MapAtHugePage(file, id.bytes);
+  mBase = MapAtHugePage(file, id.bytes);
   close(file);
   if (mBase == nullptr) return false;
   mBytes = id.bytes;

@@ -18,9 +18,9 @@ class NodePeer {
   // Null if the system does not permit it, if the file found is not the one that `id` names, as
   // in another PID namespace, or if the end of the peer would go unnoticed. A file that is
   // another one is not opened.
-  static std::shared_ptr<NodePeer const> Open(NodeArenaId const& id);
+  static std::shared_ptr<NodePeer const> Open(NodeFileId const& id);
 
-  explicit NodePeer(NodeArenaId const& id);
+  explicit NodePeer(NodeFileId const& id);
   NodePeer(NodePeer const&) = delete;
   NodePeer& operator=(NodePeer const&) = delete;
   ~NodePeer();
@@ -37,7 +37,7 @@ class NodePeer {
   bool IsAlive() const { return mProcess.IsAlive(); }
 
  private:
-  bool Map(NodeArenaId const& id);
+  bool Map(NodeFileId const& id);
 
   NodeProcess mProcess;
   std::int64_t mOwner;  // the process that made this; a child of it does not have the mapping

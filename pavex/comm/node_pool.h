@@ -15,6 +15,11 @@ namespace Pavex {
 // space), and for what goes beyond the memory of the machine, the blocks come from where those
 // of a MemoryPool come from.
 //
+// A large array that all processes of a node have received through a NodeComm is in memory
+// once. Readers of their blocks share its pages; a process that writes gets its own copy of a
+// page, which no other process sees. A block that receives other data, or goes back to the
+// system, is ordinary memory again.
+//
 // A process makes its shared memory, for all its pools and communicators, when it makes the
 // first of either; it lasts as long as the process. Blocks may outlive every communicator. A
 // child that was forked must not use them. What the blocks take counts as shared memory: a sum

@@ -122,9 +122,11 @@ bool NodeExchange::Pull(Message& message, NodeNote& offer, NodeNote::Word word,
   return Take(message, NodeState::TAKEN);
 }
 
-// The data of this rank, for the other one.
+// The data of this rank, for the other one. Where another one is to store, it sees what is
+// ordinary memory here.
 NodePlace NodeExchange::PlaceOf(Message const& message) const {
   NodeRegion const& region = message.region;
+  if (!message.out) mLinks.MakeOrdinary(region, true);
   return {mLinks.Place(region.data, region.Span()), region.length, region.stride};
 }
 

@@ -1,12 +1,14 @@
 #include "pavex/comm/node_shared.h"
 
+#include <new>
+
 namespace Pavex {
 
-NodeRegion NodePieces::Of(int rank) const {
-  if (runs != nullptr) return NodeRegion::Of(data, runs[rank], type);
-  long const begin = counts == nullptr ? long{rank} * count : long{displs[rank]};
-  long const elements = counts == nullptr ? count : counts[rank];
-  return NodeRegion::Of(data, {begin, elements, 1, elements}, type);
+bool NodeComm::Shared::Reserve(int ranks) try {
+  votes.resize(static_cast<std::size_t>(ranks));
+  return exchange.Reserve(ranks);
+} catch (std::bad_alloc const&) {
+  return false;
 }
 
 // Every piece goes to each process that shares memory with its owner, and to one process of
@@ -14,9 +16,19 @@ NodeRegion NodePieces::Of(int rank) const {
 PavexStatus NodeComm::Shared::ShareAll(NodeOperation operation, NodeRegion const* own,
                                        NodePieces const& pieces, MpiCall const& call) {
   NodeRegion const slot = pieces.Of(links.Rank());
+  NodeRegion const piece = own == nullptr ? slot : *own;
+  NodeRegion const array = pieces.Together(links.Size());
+  if (array.Bytes() >= NodeOneCopy::kLeast && links.Group().size() > 1) {
+    NodeOneCopy copy(links, exchange, votes, sequence, pieces, array,
+                     piece.Bytes() == slot.Bytes());
+    PavexStatus const status = Report(copy.Agree(), call);
+    if (status != STATUS_OK || copy.Agreed())
+      return status != STATUS_OK ? status : StoreOnce(operation, piece, copy, call);
+    links.MakeOrdinary(array, own != nullptr);
+  }
   Begin(operation, 0, NodeCopier::SENDER);
   if (own != nullptr) exchange.Keep(*own, slot);
-  TellOwnPiece(pieces, own == nullptr ? slot : *own);
+  TellOwnPiece(pieces, piece, true);
   PavexStatus const status = Run(call);
   if (links.Groups().size() == 1) return status;
   Begin(operation, 0, NodeCopier::SENDER);
@@ -24,13 +36,29 @@ PavexStatus NodeComm::Shared::ShareAll(NodeOperation operation, NodeRegion const
   return RunAfter(status, call);
 }
 
-// Each message is labelled with the owner of its piece.
-void NodeComm::Shared::TellOwnPiece(NodePieces const& pieces, NodeRegion const& own) {
+// The pieces of other groups come right into the window as well: no process passes them on.
+PavexStatus NodeComm::Shared::StoreOnce(NodeOperation operation, NodeRegion const& own,
+                                        NodeOneCopy& copy, MpiCall const& call) {
+  NodePieces const window = copy.Window();
+  Begin(operation, 0, NodeCopier::SENDER);
+  exchange.Keep(own, window.Of(links.Rank()));
+  TellOwnPiece(window, own, false);
+  PavexStatus const stored = Run(call);
+  PavexStatus const status = ReportAfter(stored, copy.WaitForAll(stored == STATUS_OK), call);
+  copy.Show(status == STATUS_OK);
+  return status;
+}
+
+// Each message is labelled with the owner of its piece. `near`: also to and from the processes
+// that share memory with this one.
+void NodeComm::Shared::TellOwnPiece(NodePieces const& pieces, NodeRegion const& own,
+                                    bool near) {
   int const rank = links.Rank();
   int const group = links.To(rank).group;
   for (int r = 0; r < links.Size(); ++r) {
     if (r == rank) continue;
     bool const together = links.Together(r, rank);
+    if (together && !near) continue;
     if (together || links.Representative(rank, links.To(r).group) == r) {
       exchange.Label(rank);
       exchange.Send(r, own, pieces.type);

@@ -35,7 +35,7 @@ TEST(NodePeer, MapsTheMemoryOfAnArena) {
 }
 
 TEST(NodePeer, IsMappedOnceForAllWhoHoldIt) {
-  NodeArenaId const& id = NodeArena::OfProcess()->Id();
+  NodeFileId const& id = NodeArena::OfProcess()->Id();
   auto const first = NodePeer::Open(id);
 
   auto const second = NodePeer::Open(id);
@@ -44,9 +44,9 @@ TEST(NodePeer, IsMappedOnceForAllWhoHoldIt) {
 }
 
 TEST(NodePeer, IsNotAnotherFile) {
-  NodeArenaId const& id = NodeArena::OfProcess()->Id();
+  NodeFileId const& id = NodeArena::OfProcess()->Id();
   for (int field = 0; field < 4; ++field) {
-    NodeArenaId other = id;
+    NodeFileId other = id;
     if (field == 0) other.inode += 1;
     if (field == 1) other.device += 1;
     if (field == 2) other.bytes -= 4096;
@@ -63,7 +63,7 @@ TEST(NodePeer, DoesNotOpenAFileThatIsAnotherOne) {
   ASSERT_GE(file, 0);
   int const watch = inotify_init1(IN_NONBLOCK);
   ASSERT_GE(inotify_add_watch(watch, path, IN_OPEN), 0);
-  NodeArenaId other = NodeArena::OfProcess()->Id();
+  NodeFileId other = NodeArena::OfProcess()->Id();
   other.file = file;
 
   EXPECT_EQ(NodePeer::Open(other), nullptr);

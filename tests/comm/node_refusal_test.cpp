@@ -6,6 +6,7 @@
 #include "pavex/comm/node_pool.h"
 #include "tests/comm/failing_new.h"
 #include "tests/comm/mpi_fixture.h"
+#include "tests/comm/node_blocks.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -24,14 +25,18 @@ namespace {
 
 enum class Refusal {
   NONE,
-  MEMORY_FILE,  // memfd_create
-  SIZE,         // ftruncate
-  ADDRESSES,    // mmap, beyond a limit on addresses
-  FILE_LIMIT,   // a limit on the size of files
-  STRICT,       // no memory file is used where the system promises only what it has
-  FOREIGN,      // open of another process's file
-  OTHER_FILE,   // the same finds another file
-  NODE          // the file that names the node cannot be read
+  MEMORY_FILE,      // memfd_create
+  SIZE,             // ftruncate
+  ADDRESSES,        // mmap, beyond a limit on addresses
+  FILE_LIMIT,       // a limit on the size of files
+  SMALL_FILES,      // the same, below any window
+  SHARED_MAPPING,   // mmap of a memory file that others see
+  PRIVATE_MAPPING,  // mmap of a memory file for this process alone
+  DROPPING,         // madvise that drops pages
+  STRICT,           // no memory file is used where the system promises only what it has
+  FOREIGN,          // open of another process's file
+  OTHER_FILE,       // the same finds another file
+  NODE              // the file that names the node cannot be read
 };
 Refusal gRefusal = Refusal::NONE;
 
@@ -66,6 +71,27 @@ PAVEX_FAKE_SYSTEM int ftruncate(int file, off_t bytes) noexcept {
     return -1;
   }
   return static_cast<int>(syscall(SYS_ftruncate, file, bytes));
+}
+
+PAVEX_FAKE_SYSTEM void* mmap(void* place, std::size_t bytes, int rights, int flags, int file,
+                             off_t offset) noexcept {
+  bool const ours = file >= 0 && (flags & MAP_NORESERVE) != 0;
+  bool const isPrivate = (flags & MAP_PRIVATE) != 0;
+  auto const refused =
+      isPrivate ? Pavex::Refusal::PRIVATE_MAPPING : Pavex::Refusal::SHARED_MAPPING;
+  if (ours && Pavex::gRefusal == refused) {
+    errno = ENOMEM;
+    return MAP_FAILED;
+  }
+  return reinterpret_cast<void*>(syscall(SYS_mmap, place, bytes, rights, flags, file, offset));
+}
+
+PAVEX_FAKE_SYSTEM int madvise(void* place, std::size_t bytes, int advice) noexcept {
+  if (Pavex::gRefusal == Pavex::Refusal::DROPPING && advice == MADV_DONTNEED) {
+    errno = EINVAL;
+    return -1;
+  }
+  return static_cast<int>(syscall(SYS_madvise, place, bytes, advice));
 }
 
 PAVEX_FAKE_SYSTEM int open(char const* path, int flags, ...) {
@@ -109,6 +135,7 @@ class Refusing {
     gRefusal = refusal;
     if (refusal == Refusal::ADDRESSES) Limit(RLIMIT_AS, AddressesInUse() + (rlim_t{1} << 30));
     if (refusal == Refusal::FILE_LIMIT) Limit(RLIMIT_FSIZE, rlim_t{1} << 30);
+    if (refusal == Refusal::SMALL_FILES) Limit(RLIMIT_FSIZE, rlim_t{1} << 20);
   }
   Refusing(Refusing const&) = delete;
   Refusing& operator=(Refusing const&) = delete;
@@ -297,8 +324,185 @@ TEST_F(NodePeerRefusal, HugePagesThatAreForbiddenChangeNothing) {
   }
 }
 
+TEST_F(NodePeerRefusal, OperationsNeedNoMemory) {
+  if (mPair.Get() == MPI_COMM_NULL) return;
+  NodeComm const comm(mPair.Get());
+  std::vector<int> own(40000, comm.Rank());
+  std::vector<int> whole(80000, -1);
+  int const counts[2] = {40000, 40000};
+  int const displs[2] = {0, 40000};
+
+  FailNewAt(1);
+  PavexStatus const gathered = comm.Allgatherv(own.data(), 40000, DATATYPE_INT, whole.data(),
+                                               counts, displs, DATATYPE_INT);
+  PavexStatus const told = comm.Bcast(whole.data(), 70000, DATATYPE_INT, 1);
+  FailNewAt(0);
+
+  EXPECT_EQ(gathered, STATUS_OK);
+  EXPECT_EQ(told, STATUS_OK);
+  EXPECT_EQ(whole[40000], 1);
+}
+
+// Ranks 0 and 1 receive an array that is large enough to be kept once. One of them meets the
+// refusal.
+class NodeWindowRefusal : public NodePeerRefusal {
+ protected:
+  static constexpr int kPiece = 3 << 20;
+
+  void SetUp() override {
+    if (mPair.Get() == MPI_COMM_NULL) return;
+    mComm = std::make_unique<NodeComm>(mPair.Get());
+    ASSERT_TRUE(mComm->Active());
+    mOwn.resize(kPiece);
+  }
+
+  void Gather(PoolBlock& whole, int seed) {
+    std::memset(mOwn.data(), seed + mComm->Rank(), kPiece);
+    std::memset(whole.Data(), 99, 1);
+    EXPECT_EQ(mComm->Allgather(mOwn.data(), kPiece, DATATYPE_BYTE, whole.Data(), kPiece,
+                               DATATYPE_BYTE),
+              STATUS_OK);
+    EXPECT_EQ(CountWrong(whole, seed), 0);
+  }
+  static long CountWrong(PoolBlock& whole, int seed) {
+    long wrong = 0;
+    for (int i = 0; i < 2 * kPiece; ++i)
+      wrong += whole.Data()[i] != seed + i / kPiece ? 1 : 0;
+    return wrong;
+  }
+  // How many of the two processes have a view.
+  int Views(PoolBlock& whole) {
+    int const mine = IsView(whole) ? 1 : 0;
+    int both = 0;
+    MPI_Allreduce(&mine, &both, 1, MPI_INT, MPI_SUM, mPair.Get());
+    return both;
+  }
+
+  // Gathers under the refusal into a new block, and again into one that is a view already.
+  void ExpectViews(Refusal refusal, int intoNew, int intoView) {
+    for (int rank = 0; rank < 2 && mComm != nullptr; ++rank) {
+      SCOPED_TRACE("refused to rank " + std::to_string(rank));
+      NodePool pool;
+      PoolBlock whole(pool, 2 * kPiece);
+      {
+        Refusing const refusing(mComm->Rank() == rank ? refusal : Refusal::NONE);
+        Gather(whole, 10);
+      }
+      EXPECT_EQ(Views(whole), intoNew);
+      Gather(whole, 20);
+      Gather(whole, 30);
+      EXPECT_EQ(Views(whole), 2);
+      {
+        Refusing const refusing(mComm->Rank() == rank ? refusal : Refusal::NONE);
+        Gather(whole, 40);
+      }
+      EXPECT_EQ(Views(whole), intoView);
+      Gather(whole, 50);
+      EXPECT_EQ(Views(whole), 2);
+    }
+  }
+
+  std::unique_ptr<NodeComm> mComm;
+  std::vector<unsigned char> mOwn;
+};
+
+// The first process makes the file: only there does a refusal matter.
+TEST_F(NodeWindowRefusal, WithoutAFileAllStoreIntoEachBlock) {
+  if (mComm == nullptr) return;
+  for (Refusal const refusal : {Refusal::MEMORY_FILE, Refusal::SIZE, Refusal::SMALL_FILES}) {
+    NodePool pool;
+    PoolBlock whole(pool, 2 * kPiece);
+    Refusing const refusing(mComm->Rank() == 0 ? refusal : Refusal::NONE);
+
+    Gather(whole, 10);
+
+    EXPECT_EQ(Views(whole), 0);
+  }
+}
+
+TEST_F(NodeWindowRefusal, AFileThatCannotBeOpenedMeansOrdinaryBlocks) {
+  if (mComm == nullptr) return;
+  for (Refusal const refusal : {Refusal::FOREIGN, Refusal::OTHER_FILE}) {
+    NodePool pool;
+    PoolBlock whole(pool, 2 * kPiece);
+    Refusing const refusing(mComm->Rank() == 1 ? refusal : Refusal::NONE);
+
+    Gather(whole, 10);
+
+    EXPECT_EQ(Views(whole), 0);
+  }
+}
+
+TEST_F(NodeWindowRefusal, AWindowThatOneProcessCannotMapMeansOrdinaryBlocks) {
+  ExpectViews(Refusal::SHARED_MAPPING, 0, 2);
+}
+
+TEST_F(NodeWindowRefusal, AProcessThatCannotShowTheWindowCopiesIt) {
+  ExpectViews(Refusal::PRIVATE_MAPPING, 1, 2);
+}
+
+TEST_F(NodeWindowRefusal, AProcessThatCannotDropItsPagesCopiesTheWindow) {
+  ExpectViews(Refusal::DROPPING, 2, 1);
+}
+
+// The window is neither lost nor shown twice, whatever mapping again is refused for.
+TEST_F(NodeWindowRefusal, AViewThatCannotBecomeOrdinaryReceivesAllTheSame) {
+  if (mComm == nullptr) return;
+  int const counts[2] = {kPiece, kPiece};
+  int const displs[2] = {0, kPiece};
+  for (int root = 0; root < 2; ++root) {
+    NodePool pool;
+    auto whole = std::make_unique<PoolBlock>(pool, 2 * kPiece);
+    Gather(*whole, 10);
+    std::memset(mOwn.data(), 20 + mComm->Rank(), kPiece);
+    {
+      Refusing const refusing(mComm->Rank() == root ? Refusal::SHARED_MAPPING : Refusal::NONE);
+      EXPECT_EQ(mComm->Gatherv(mOwn.data(), kPiece, DATATYPE_BYTE, whole->Data(), counts,
+                               displs, DATATYPE_BYTE, root),
+                STATUS_OK);
+      EXPECT_EQ(CountWrong(*whole, mComm->Rank() == root ? 20 : 10), 0);
+      EXPECT_EQ(Views(*whole), 2);
+      Gather(*whole, 30);
+      if (mComm->Rank() == root) {
+        whole.reset();
+        pool.ReleaseCached();  // the addresses are lost
+      }
+    }
+    if (mComm->Rank() == root) whole = std::make_unique<PoolBlock>(pool, 2 * kPiece);
+    Gather(*whole, 40);
+    EXPECT_EQ(Views(*whole), 2);
+  }
+}
+
+// Every allocation of one rank fails once.
+TEST_F(NodeWindowRefusal, MemoryThatRunsOutChangesNoResult) {
+  if (mComm == nullptr) return;
+  NodePool pool;
+  PoolBlock whole(pool, 2 * kPiece);
+  Gather(whole, 10);
+  EXPECT_EQ(Views(whole), 2);
+  NodeArena& arena = *NodeArena::OfProcess();
+  NodeSpan const array{arena.OffsetOf(whole.Data(), whole.Bytes()), whole.Bytes()};
+  int without = 0;
+  for (int nth = 0; nth < 12; ++nth) {
+    ASSERT_TRUE(arena.Views().MakeOrdinary(array, array));
+    FailNewAt(mComm->Rank() == nth % 2 ? nth / 2 + 1 : 0);
+    PavexStatus const status = mComm->Allgather(mOwn.data(), kPiece, DATATYPE_BYTE,
+                                                whole.Data(), kPiece, DATATYPE_BYTE);
+    FailNewAt(0);
+    EXPECT_EQ(status, STATUS_OK) << nth;
+    EXPECT_EQ(CountWrong(whole, 10), 0) << nth;
+    without += 2 - Views(whole);
+  }
+  EXPECT_GT(without, 0);
+  EXPECT_EQ(Views(whole), 2);
+}
+
+// Runs last: where the arena has no memory for its lists, it loses ranges.
+class NodeMemoryRefusal : public NodePeerRefusal {};
+
 // Every allocation of one rank fails once while the communicator is made.
-TEST_F(NodePeerRefusal, MemoryThatRunsOutMeansMpi) {
+TEST_F(NodeMemoryRefusal, MemoryThatRunsOutMeansMpi) {
   if (mPair.Get() == MPI_COMM_NULL) return;
   int nth = 0;
   for (bool failed = true; failed && nth < 100;) {
@@ -318,25 +522,6 @@ TEST_F(NodePeerRefusal, MemoryThatRunsOutMeansMpi) {
   if (WorldRank() == 1) {
     EXPECT_GT(nth, 8);
   }
-}
-
-TEST_F(NodePeerRefusal, OperationsNeedNoMemory) {
-  if (mPair.Get() == MPI_COMM_NULL) return;
-  NodeComm const comm(mPair.Get());
-  std::vector<int> own(40000, comm.Rank());
-  std::vector<int> whole(80000, -1);
-  int const counts[2] = {40000, 40000};
-  int const displs[2] = {0, 40000};
-
-  FailNewAt(1);
-  PavexStatus const gathered = comm.Allgatherv(own.data(), 40000, DATATYPE_INT, whole.data(),
-                                               counts, displs, DATATYPE_INT);
-  PavexStatus const told = comm.Bcast(whole.data(), 70000, DATATYPE_INT, 1);
-  FailNewAt(0);
-
-  EXPECT_EQ(gathered, STATUS_OK);
-  EXPECT_EQ(told, STATUS_OK);
-  EXPECT_EQ(whole[40000], 1);
 }
 
 }  // namespace

@@ -1,14 +1,10 @@
 // Rounds that make, use and destroy everything leave nothing behind.
 
-#include "pavex/comm/node_comm.h"
-#include "pavex/comm/node_pool.h"
 #include "tests/comm/mpi_fixture.h"
+#include "tests/comm/node_blocks.h"
 
 #include <cstring>
-#include <dirent.h>
-#include <fstream>
 #include <memory>
-#include <string>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -36,53 +32,7 @@ int MostRounds() {
   return (processes > 2 ? kRounds / 10 : kRounds) / kShare;
 }
 
-int Descriptors() {
-  int count = 0;
-  DIR* const folder = opendir("/proc/self/fd");
-  while (readdir(folder) != nullptr)
-    ++count;
-  closedir(folder);
-  return count;
-}
-
-int Mappings() {
-  std::ifstream maps("/proc/self/maps");
-  int count = 0;
-  for (std::string line; std::getline(maps, line);)
-    ++count;
-  return count;
-}
-
-// Kilobytes.
-long Pss() {
-  std::ifstream sums("/proc/self/smaps_rollup");
-  for (std::string word; sums >> word;) {
-    long amount = 0;
-    if (word == "Pss:" && sums >> amount) return amount;
-  }
-  return -1;
-}
-
-// A block of a pool.
-class Block {
- public:
-  Block(MemoryPool& pool, int bytes) : mPool(pool), mBytes(static_cast<std::size_t>(bytes)) {
-    void* block = nullptr;
-    EXPECT_EQ(pool.Allocate(&block, mBytes), STATUS_OK);
-    mData = static_cast<unsigned char*>(block);
-  }
-  Block(Block const&) = delete;
-  Block& operator=(Block const&) = delete;
-  ~Block() { mPool.Deallocate(mData, mBytes); }
-  unsigned char* Data() { return mData; }
-
- private:
-  MemoryPool& mPool;
-  std::size_t mBytes;
-  unsigned char* mData = nullptr;
-};
-
-void FillAndGather(Comm const& comm, Block& own, Block& whole, int piece, int round) {
+void FillAndGather(Comm const& comm, PoolBlock& own, PoolBlock& whole, int piece, int round) {
   std::memset(own.Data(), (comm.Rank() + round) % 251, static_cast<std::size_t>(piece));
   EXPECT_EQ(
       comm.Allgather(own.Data(), piece, DATATYPE_BYTE, whole.Data(), piece, DATATYPE_BYTE),
@@ -98,8 +48,8 @@ void MakeUseAndDestroy(int round) {
   auto pool = std::make_unique<NodePool>();
   EXPECT_TRUE(comm->Active());
   {
-    Block own(*pool, piece);
-    Block whole(*pool, piece * comm->Size());
+    PoolBlock own(*pool, piece);
+    PoolBlock whole(*pool, piece * comm->Size());
     FillAndGather(*comm, own, whole, piece, round);
     if (round % 3 == 0) comm.reset();
   }
@@ -129,8 +79,8 @@ TEST(NodeRounds, RepeatedGathersTakeNothing) {
   int const rounds = MostRounds();
   NodeComm const comm(MPI_COMM_WORLD);
   NodePool pool;
-  Block own(pool, kPiece);
-  Block whole(pool, kPiece * comm.Size());
+  PoolBlock own(pool, kPiece);
+  PoolBlock whole(pool, kPiece * comm.Size());
   for (int round = 0; round < 60; ++round)
     FillAndGather(comm, own, whole, kPiece, round);
   int const descriptors = Descriptors();
@@ -158,11 +108,11 @@ TEST(NodeRounds, EvictedBlocksServeAgainWhilePeersMapThem) {
   constexpr int kPiece = 4 << 20;
   NodeComm const comm(MPI_COMM_WORLD);
   NodePool pool;
-  Block own(pool, kPiece);
+  PoolBlock own(pool, kPiece);
   for (int round = 0; round < 5; ++round) {
     unsigned char const* last = nullptr;
     {
-      Block whole(pool, kPiece * comm.Size());
+      PoolBlock whole(pool, kPiece * comm.Size());
       FillAndGather(comm, own, whole, kPiece, round);
       last = whole.Data() + kPiece;
       EXPECT_TRUE(IsResident(last));
@@ -180,8 +130,8 @@ TEST(NodeRounds, ChildrenThatAreForkedDisturbNothing) {
   constexpr int kPiece = 300000;
   NodeComm const comm(MPI_COMM_WORLD);
   NodePool pool;
-  Block own(pool, kPiece);
-  Block whole(pool, kPiece * comm.Size());
+  PoolBlock own(pool, kPiece);
+  PoolBlock whole(pool, kPiece * comm.Size());
   for (int round = 0; round < 20; ++round) {
     pid_t const child = fork();
     if (child == 0) {
@@ -210,8 +160,8 @@ TEST(NodeRounds, EverythingMayBeDestroyedInAnyOrder) {
         if (comm == nullptr) continue;
         MemoryPool plain;
         MemoryPool& source = pool != nullptr ? *pool : plain;
-        Block own(source, 9000);
-        Block whole(source, 9000 * comm->Size());
+        PoolBlock own(source, 9000);
+        PoolBlock whole(source, 9000 * comm->Size());
         FillAndGather(*comm, own, whole, 9000, order);
       }
       ends[next]();

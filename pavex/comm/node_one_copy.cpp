@@ -1,0 +1,158 @@
+#include "pavex/comm/node_one_copy.h"
+
+#include <atomic>
+#include <cstring>
+
+namespace Pavex {
+
+// What the first process of the group tells the others.
+struct NodeOneCopy::Offer {
+  std::uint64_t generation = 0;  // 0: no window
+  std::uint64_t known = 0;       // 1: the block of this process shows it already
+  std::uint64_t begin = 0;       // of the array in the file
+  std::uint64_t layout = 0;
+  NodeFileId file;  // of a new window
+};
+
+namespace {
+
+std::uint64_t NextGeneration() {
+  static std::atomic<std::uint64_t> generation{0};
+  return ++generation;
+}
+
+}  // namespace
+
+NodeOneCopy::NodeOneCopy(NodeLinks& links, NodeExchange& exchange, std::vector<NodeVote>& votes,
+                         std::uint64_t sequence, NodePieces const& pieces,
+                         NodeRegion const& array, bool able)
+    : mLinks(links),
+      mExchange(exchange),
+      mVotes(votes),
+      mSequence(sequence),
+      mPieces(pieces),
+      mArray(array) {
+  mView.array = {mLinks.Arena().OffsetOf(array.data, array.Bytes()), array.Bytes()};
+  mView.group = mLinks.Number();
+  mAble = able && mView.array.offset != NodeArena::kOutside;
+}
+
+char const* NodeOneCopy::Agree() {
+  char const* const failure = AgreeOn(true);
+  return failure != nullptr || mAgreed || !mKnown ? failure : AgreeOn(false);
+}
+
+// `known`: whether a window may be offered that has served before.
+char const* NodeOneCopy::AgreeOn(bool known) {
+  Offer offer;
+  if (mLinks.Rank() == mLinks.Group().front()) offer = MakeOffer(known);
+  bool const told = TellOffer(&offer) == nullptr;
+  if (told) Take(offer);
+  mVotes[static_cast<std::size_t>(mLinks.Rank())] = VoteOf(mLinks.Rank());
+  char const* const failure = TellVotes(Step::VOTE, told);
+  mAgreed = failure == nullptr && AllAgree();
+  if (!mAgreed) mView.window.reset();
+  return failure;
+}
+
+char const* NodeOneCopy::TellOffer(Offer* offer) {
+  int const first = mLinks.Group().front();
+  NodeRegion const told = NodeRegion::Of(offer, sizeof *offer);
+  Begin(Step::OFFER, true);
+  if (mLinks.Rank() != first) mExchange.Receive(first, told, DATATYPE_BYTE);
+  for (int const rank : mLinks.Group()) {
+    if (mLinks.Rank() == first && rank != first) mExchange.Send(rank, told, DATATYPE_BYTE);
+  }
+  return mExchange.Run();
+}
+
+NodeOneCopy::Offer NodeOneCopy::MakeOffer(bool known) {
+  Offer offer;
+  if (!mAble) return offer;
+  offer.layout = mPieces.Layout(mLinks.Size());
+  offer.begin = mView.array.offset % NodeHugePages::kBytes;
+  if (known) offer.generation = mLinks.Arena().Views().Generation(mView.array, mView.group);
+  if (offer.generation != 0) {
+    offer.known = 1;
+    return offer;
+  }
+  mView.window = NodeWindow::Make(offer.begin, mView.array.bytes);
+  if (mView.window == nullptr) return offer;
+  offer.generation = NextGeneration();
+  offer.file = mView.window->Id();
+  return offer;
+}
+
+// Opens the window that was offered, unless this process has made it.
+void NodeOneCopy::Take(Offer const& offer) {
+  mView.generation = offer.generation;
+  mKnown = offer.known != 0;
+  bool const pagesMeet = (mView.array.offset - offer.begin) % NodeWindow::kPageBytes == 0;
+  bool const fits = pagesMeet && offer.layout == mPieces.Layout(mLinks.Size());
+  if (offer.generation == 0 || !mAble || !fits)
+    mView.window.reset();
+  else if (mKnown)
+    mView.window = mLinks.Arena().Views().Find(mView);
+  else if (mView.window == nullptr)
+    mView.window = NodeWindow::Open(offer.file, offer.begin, mView.array.bytes);
+}
+
+// What this process expects rank `rank` to say.
+NodeVote NodeOneCopy::VoteOf(int rank) const {
+  NodeRegion const piece = mPieces.Of(rank);
+  std::uint64_t const agrees = mView.window != nullptr ? 1 : 0;
+  if (piece.Bytes() == 0) return {agrees, 0, 0};
+  return {agrees, static_cast<std::uint64_t>(piece.data - mArray.data), piece.Bytes()};
+}
+
+// Every process of the group to every other one.
+char const* NodeOneCopy::TellVotes(Step step, bool complete) {
+  auto const vote = [&](int rank) {
+    return NodeRegion::Of(&mVotes[static_cast<std::size_t>(rank)], sizeof(NodeVote));
+  };
+  Begin(step, complete);
+  for (int const rank : mLinks.Group()) {
+    if (rank == mLinks.Rank()) continue;
+    mExchange.Send(rank, vote(mLinks.Rank()), DATATYPE_BYTE);
+    mExchange.Receive(rank, vote(rank), DATATYPE_BYTE);
+  }
+  return mExchange.Run();
+}
+
+bool NodeOneCopy::AllAgree() const {
+  for (int const rank : mLinks.Group()) {
+    NodeVote const& vote = mVotes[static_cast<std::size_t>(rank)];
+    NodeVote const expected = VoteOf(rank);
+    if (vote.agrees == 0 || vote.offset != expected.offset || vote.bytes != expected.bytes)
+      return false;
+  }
+  return true;
+}
+
+// A step that one process takes as another one than the others is a failure of all.
+void NodeOneCopy::Begin(Step step, bool complete) {
+  mExchange.Begin(NodeOperation::ONE_COPY, mSequence,
+                  complete ? static_cast<int>(step) : NodeExchange::kFailed,
+                  NodeCopier::SENDER);
+}
+
+NodePieces NodeOneCopy::Window() const {
+  NodePieces const pieces = mPieces.Moved(mArray.data, mView.window->Array());
+  NodeRegion const own = pieces.Of(mLinks.Rank());
+  if (!mKnown) mView.window->Back(own.data, own.Bytes());
+  return pieces;
+}
+
+char const* NodeOneCopy::WaitForAll(bool complete) {
+  return TellVotes(Step::STORED, complete);
+}
+
+void NodeOneCopy::Show(bool complete) {
+  NodeArena& arena = mLinks.Arena();
+  bool const shows = complete && (mKnown ? arena.Views().Refresh(mView) : arena.Show(mView));
+  if (!shows) arena.Views().MakeOrdinary(mView.array, mView.array);
+  if (complete && !shows) std::memcpy(mArray.data, mView.window->Array(), mArray.Bytes());
+  mView.window->CloseFile();
+}
+
+}  // namespace Pavex

@@ -1,0 +1,73 @@
+#include "pavex/comm/node_window.h"
+
+#include "pavex/comm/node_huge_pages.h"
+
+#include <new>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace Pavex {
+
+namespace {
+
+std::uint64_t FileBytes(std::uint64_t begin, std::uint64_t bytes) {
+  constexpr std::uint64_t kPage = NodeWindow::kPageBytes;
+  return (begin + bytes + kPage - 1) / kPage * kPage;
+}
+
+}  // namespace
+
+std::shared_ptr<NodeWindow> NodeWindow::Make(std::uint64_t begin, std::uint64_t bytes) try {
+  NodeFileId id;
+  int const file = MakeMemoryFile(FileBytes(begin, bytes), &id);
+  auto window = std::make_shared<NodeWindow>(file, id, begin, bytes);
+  return window->Map() ? window : nullptr;
+} catch (std::bad_alloc const&) {
+  return nullptr;
+}
+
+std::shared_ptr<NodeWindow> NodeWindow::Open(NodeFileId const& id, std::uint64_t begin,
+                                             std::uint64_t bytes) try {
+  if (id.bytes != FileBytes(begin, bytes)) return nullptr;
+  auto window = std::make_shared<NodeWindow>(OpenMemoryFile(id), id, begin, bytes);
+  return window->Map() ? window : nullptr;
+} catch (std::bad_alloc const&) {
+  return nullptr;
+}
+
+NodeWindow::NodeWindow(int file, NodeFileId const& id, std::uint64_t begin, std::uint64_t bytes)
+    : mFile(file), mId(id), mBegin(begin), mBytes(bytes) {}
+
+NodeWindow::~NodeWindow() {
+  if (mBase != nullptr) munmap(mBase, mId.bytes);
+  CloseFile();
+}
+
+bool NodeWindow::Map() {
+  if (mFile >= 0) mBase = MapAtHugePage(mFile, mId.bytes);
+  return mBase != nullptr;
+}
+
+void NodeWindow::CloseFile() {
+  if (mFile >= 0) close(mFile);
+  mFile = -1;
+}
+
+void NodeWindow::Back(unsigned char const* from, std::uint64_t bytes) const {
+  constexpr std::uint64_t kHuge = NodeHugePages::kBytes;
+  auto const offset = static_cast<std::uint64_t>(from - mBase);
+  NodeHugePages::BackRun(mBase, (offset + kHuge - 1) / kHuge, (offset + bytes) / kHuge);
+}
+
+bool NodeWindow::ShowAt(unsigned char* pages, std::uint64_t from, std::size_t bytes) const {
+  if (mFile < 0) return false;
+  void* const mapped =
+      mmap(pages, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_FIXED | MAP_NORESERVE, mFile,
+           static_cast<off_t>(mBegin + from));
+  if (mapped == MAP_FAILED) return false;
+  madvise(pages, bytes, MADV_DONTFORK);
+  madvise(pages, bytes, MADV_DONTDUMP);
+  return true;
+}
+
+}  // namespace Pavex

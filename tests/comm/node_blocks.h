@@ -1,0 +1,78 @@
+// Blocks of a pool and what a process has of the system, for the tests of shared memory.
+
+#pragma once
+
+#include "pavex/comm/node_arena.h"
+#include "pavex/comm/node_comm.h"
+#include "pavex/comm/node_pool.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <dirent.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace Pavex {
+
+// Descriptors that this process has open.
+inline int Descriptors() {
+  int count = 0;
+  DIR* const folder = opendir("/proc/self/fd");
+  while (readdir(folder) != nullptr)
+    ++count;
+  closedir(folder);
+  return count;
+}
+
+inline int Mappings() {
+  std::ifstream maps("/proc/self/maps");
+  int count = 0;
+  for (std::string line; std::getline(maps, line);)
+    ++count;
+  return count;
+}
+
+// The proportional set size of this process, in kilobytes.
+inline long Pss() {
+  std::ifstream sums("/proc/self/smaps_rollup");
+  for (std::string word; sums >> word;) {
+    long amount = 0;
+    if (word == "Pss:" && sums >> amount) return amount;
+  }
+  return -1;
+}
+
+// A block of a pool.
+class PoolBlock {
+ public:
+  PoolBlock(MemoryPool& pool, int bytes)
+      : mPool(pool), mBytes(static_cast<std::size_t>(bytes)) {
+    void* block = nullptr;
+    EXPECT_EQ(pool.Allocate(&block, mBytes), STATUS_OK);
+    mData = static_cast<unsigned char*>(block);
+  }
+  PoolBlock(PoolBlock const&) = delete;
+  PoolBlock& operator=(PoolBlock const&) = delete;
+  ~PoolBlock() { mPool.Deallocate(mData, mBytes); }
+  unsigned char* Data() { return mData; }
+  std::size_t Bytes() const { return mBytes; }
+
+ private:
+  MemoryPool& mPool;
+  std::size_t mBytes;
+  unsigned char* mData = nullptr;
+};
+
+// Whether pages of an array are shown by a window.
+inline bool IsView(unsigned char const* data, std::size_t bytes) {
+  NodeArena& arena = *NodeArena::OfProcess();
+  std::uint64_t const offset = arena.OffsetOf(data, bytes);
+  return offset != NodeArena::kOutside && arena.Views().Overlap({offset, bytes});
+}
+
+inline bool IsView(PoolBlock& block) {
+  return IsView(block.Data(), block.Bytes());
+}
+
+}  // namespace Pavex

@@ -1,0 +1,498 @@
+// An array that all processes of a node receive is kept once. Each process may write to its own
+// all the same, and no process sees what another one writes.
+
+#include "pavex/comm/node_one_copy.h"
+
+#include "tests/comm/mpi_fixture.h"
+#include "tests/comm/node_blocks.h"
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <numeric>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace Pavex {
+namespace {
+
+// Of all ranks together, about. Large enough to be kept once.
+constexpr int kWhole = 6 << 20;
+static_assert(kWhole > NodeOneCopy::kLeast + (1 << 20));
+
+unsigned char ByteAt(int seed, std::size_t i) {
+  return static_cast<unsigned char>((i * 7 + i / 4096 + static_cast<std::size_t>(seed) * 31) %
+                                    251);
+}
+
+// The bytes of all ranks are one sequence, another one for each seed.
+void Fill(unsigned char* data, int seed, std::size_t from, std::size_t bytes) {
+  for (std::size_t i = 0; i < bytes; ++i)
+    data[i] = ByteAt(seed, from + i);
+}
+
+std::size_t CountWrong(unsigned char const* data, int seed, std::size_t from,
+                       std::size_t bytes) {
+  std::size_t wrong = 0;
+  for (std::size_t i = 0; i < bytes; ++i)
+    wrong += data[i] != ByteAt(seed, from + i) ? 1U : 0U;
+  return wrong;
+}
+
+std::size_t CountWrong(PoolBlock& whole, int seed) {
+  return CountWrong(whole.Data(), seed, 0, whole.Bytes());
+}
+
+// Kilobytes of all processes together, once all have come here.
+long PssOfAll() {
+  MPI_Barrier(MPI_COMM_WORLD);
+  long const mine = Pss();
+  long all = 0;
+  MPI_Allreduce(&mine, &all, 1, MPI_LONG, MPI_SUM, MPI_COMM_WORLD);
+  return all;
+}
+
+class NodeOneCopyTest : public ::testing::Test {
+ protected:
+  int Size() const { return mComm->Size(); }
+  int Rank() const { return mComm->Rank(); }
+  int Piece() const { return kWhole / Size() / 64 * 64; }
+  int Whole() const { return Piece() * Size(); }
+  // Bytes of the pieces before that of a rank.
+  std::size_t Before(int rank) const { return static_cast<std::size_t>(rank * Piece()); }
+  std::size_t Begin() const { return Before(Rank()); }
+
+  // Gathers the sequence of `seed` into `whole`.
+  PavexStatus Gather(Comm const& comm, unsigned char* whole, int seed) {
+    return Gather(comm, whole, seed, Piece());
+  }
+  static PavexStatus Gather(Comm const& comm, unsigned char* whole, int seed, int piece) {
+    std::vector<unsigned char> own(static_cast<std::size_t>(piece));
+    Fill(own.data(), seed, static_cast<std::size_t>(comm.Rank()) * own.size(), own.size());
+    return comm.Allgather(own.data(), piece, DATATYPE_BYTE, whole, piece, DATATYPE_BYTE);
+  }
+  void GatherAndExpect(PoolBlock& whole, int seed) {
+    ASSERT_EQ(Gather(*mComm, whole.Data(), seed), STATUS_OK);
+    EXPECT_TRUE(IsView(whole));
+    EXPECT_EQ(CountWrong(whole, seed), 0U) << seed;
+  }
+
+  std::unique_ptr<NodeComm> mComm = std::make_unique<NodeComm>(MPI_COMM_WORLD);
+  NodePool mPool;
+};
+
+// In huge pages, where the system has them.
+TEST_F(NodeOneCopyTest, TakesTheMemoryOfOneArray) {
+  int const piece = (40 << 20) / Size();
+  PoolBlock whole(mPool, piece * Size());
+  long const kilobytes = piece / 1024 * Size();
+  long const before = PssOfAll();
+
+  ASSERT_EQ(Gather(*mComm, whole.Data(), 1, piece), STATUS_OK);
+
+  EXPECT_TRUE(IsView(whole));
+  EXPECT_EQ(CountWrong(whole, 1), 0U);
+  long const taken = PssOfAll() - before;
+  EXPECT_LE(taken, kilobytes * 11 / 10);
+  EXPECT_GE(taken, kilobytes * 9 / 10);
+}
+
+TEST_F(NodeOneCopyTest, ArraysBelowTheLeastStayOrdinary) {
+  int const piece = static_cast<int>(NodeOneCopy::kLeast - 64) / Size() / 64 * 64;
+  PoolBlock whole(mPool, piece * Size());
+
+  ASSERT_EQ(Gather(*mComm, whole.Data(), 1, piece), STATUS_OK);
+
+  EXPECT_FALSE(IsView(whole));
+  EXPECT_EQ(CountWrong(whole, 1), 0U);
+}
+
+TEST_F(NodeOneCopyTest, NoProcessSeesWhatAnotherOneWrites) {
+  PoolBlock whole(mPool, Whole());
+  GatherAndExpect(whole, 1);
+  int const writer = Size() - 1;
+
+  if (Rank() == writer) std::memset(whole.Data(), 255, whole.Bytes());
+  MPI_Barrier(MPI_COMM_WORLD);
+
+  if (Rank() != writer) {
+    EXPECT_EQ(CountWrong(whole, 1), 0U);
+  } else {
+    EXPECT_EQ(CountWrong(whole, 1), whole.Bytes());
+  }
+  MPI_Barrier(MPI_COMM_WORLD);
+}
+
+TEST_F(NodeOneCopyTest, GenerationsLiveSideBySide) {
+  PoolBlock first(mPool, Whole());
+  PoolBlock second(mPool, Whole());
+  GatherAndExpect(first, 1);
+  GatherAndExpect(second, 2);
+  second.Data()[Begin()] = 255;
+
+  GatherAndExpect(second, 3);
+
+  EXPECT_EQ(CountWrong(first, 1), 0U);
+}
+
+// What a process wrote to its view goes when the same block receives the next array.
+TEST_F(NodeOneCopyTest, ABlockReceivesAgainAfterItsOwnerHasWrittenToIt) {
+  PoolBlock whole(mPool, Whole());
+  long before = 0;
+  for (int round = 0; round < 4; ++round) {
+    GatherAndExpect(whole, round);
+    if (round == 1) before = PssOfAll();
+    if (Rank() == round % Size()) std::memset(whole.Data(), 255, whole.Bytes());
+    MPI_Barrier(MPI_COMM_WORLD);
+  }
+  GatherAndExpect(whole, 9);
+
+  EXPECT_LE(PssOfAll(), before + 1024);
+}
+
+// The other blocks still show the window: it may not be stored into.
+TEST_F(NodeOneCopyTest, AnArrayThatOneProcessKeepsDoesNotChange) {
+  auto kept = std::make_unique<PoolBlock>(mPool, Whole());
+  PoolBlock other(mPool, Whole());
+  GatherAndExpect(*kept, 1);
+  bool const keeps = Rank() == Size() - 1;
+  unsigned char* const to = keeps ? other.Data() : kept->Data();
+
+  ASSERT_EQ(Gather(*mComm, to, 2), STATUS_OK);
+
+  EXPECT_EQ(CountWrong(to, 2, 0, other.Bytes()), 0U);
+  if (keeps) {
+    EXPECT_EQ(CountWrong(*kept, 1), 0U);
+  }
+  MPI_Barrier(MPI_COMM_WORLD);
+}
+
+TEST_F(NodeOneCopyTest, AProcessThatHasGivenItsBlockBackTakesPartAgain) {
+  auto whole = std::make_unique<PoolBlock>(mPool, Whole());
+  for (int round = 0; round < Size() + 1; ++round) {
+    GatherAndExpect(*whole, round);
+    if (Rank() != round % Size()) continue;
+    whole.reset();
+    mPool.ReleaseCached();
+    whole = std::make_unique<PoolBlock>(mPool, Whole());
+  }
+}
+
+TEST_F(NodeOneCopyTest, AnotherCommunicatorOfFewerProcessesLeavesTheOthersAlone) {
+  PoolBlock whole(mPool, Whole());
+  GatherAndExpect(whole, 1);
+  MPI_Comm part = MPI_COMM_NULL;
+  int const last = Size() - 1;
+  MPI_Comm_split(MPI_COMM_WORLD, Rank() == last ? 1 : 0, Rank(), &part);
+  {
+    NodeComm const fewer(part);
+    int const piece = Whole() / fewer.Size();
+    if (Rank() != last) {
+      ASSERT_EQ(Gather(fewer, whole.Data(), 2, piece), STATUS_OK);
+      EXPECT_EQ(
+          CountWrong(whole.Data(), 2, 0,
+                     static_cast<std::size_t>(piece) * static_cast<std::size_t>(fewer.Size())),
+          0U);
+    }
+    MPI_Barrier(MPI_COMM_WORLD);
+    if (Rank() == last) {
+      EXPECT_EQ(CountWrong(whole, 1), 0U);
+    }
+  }
+  MPI_Comm_free(&part);
+  GatherAndExpect(whole, 3);
+}
+
+TEST_F(NodeOneCopyTest, APieceMayBeInItsPlaceAlready) {
+  PoolBlock whole(mPool, Whole());
+  for (int round = 0; round < 3; ++round) {
+    Fill(whole.Data() + Begin(), round, Begin(), Before(1));
+
+    ASSERT_EQ(mComm->Allgather(&Comm::IN_PLACE_OBJ, 0, DATATYPE_BYTE, whole.Data(), Piece(),
+                               DATATYPE_BYTE),
+              STATUS_OK);
+
+    EXPECT_TRUE(IsView(whole));
+    EXPECT_EQ(CountWrong(whole, round), 0U);
+  }
+}
+
+// One process has a plain block: all use the other path, also where the array was a view.
+TEST_F(NodeOneCopyTest, APlainBlockOfOneProcessIsNoticedByAll) {
+  PoolBlock shared(mPool, Whole());
+  MemoryPool plain;
+  PoolBlock own(plain, Whole());
+  for (int odd = 0; odd < Size(); ++odd) {
+    GatherAndExpect(shared, odd);
+    PoolBlock& whole = Rank() == odd ? own : shared;
+
+    ASSERT_EQ(Gather(*mComm, whole.Data(), odd + 20), STATUS_OK);
+    EXPECT_EQ(CountWrong(whole, odd + 20), 0U);
+
+    EXPECT_EQ(IsView(shared), Rank() == odd);
+    if (Rank() == odd) {
+      EXPECT_EQ(CountWrong(shared, odd), 0U);
+    }
+    GatherAndExpect(shared, odd + 40);
+    Fill(whole.Data() + Begin(), odd + 60, Begin(), Piece());
+
+    ASSERT_EQ(mComm->Allgather(&Comm::IN_PLACE_OBJ, 0, DATATYPE_BYTE, whole.Data(), Piece(),
+                               DATATYPE_BYTE),
+              STATUS_OK);
+    EXPECT_EQ(CountWrong(whole, odd + 60), 0U);
+  }
+}
+
+// Rank 0 gathers with gaps into what was a view: what lies between the pieces stays.
+TEST_F(NodeOneCopyTest, AViewThatReceivesPiecesWithGapsKeepsWhatLiesBetween) {
+  PoolBlock whole(mPool, Whole());
+  GatherAndExpect(whole, 1);
+  constexpr int kGap = 9000;
+  int const piece = Piece() - kGap;
+  std::vector<int> const counts(static_cast<std::size_t>(Size()), piece);
+  std::vector<int> displs;
+  for (int r = 0; r < Size(); ++r)
+    displs.push_back(r * Piece());
+  std::vector<unsigned char> own(static_cast<std::size_t>(piece));
+  Fill(own.data(), 2, Begin(), own.size());
+
+  ASSERT_EQ(mComm->Gatherv(own.data(), piece, DATATYPE_BYTE, whole.Data(), counts.data(),
+                           displs.data(), DATATYPE_BYTE, 0),
+            STATUS_OK);
+
+  if (Rank() > 0) {
+    EXPECT_EQ(CountWrong(whole, 1), 0U);
+    return;
+  }
+  for (int r = 0; r < Size(); ++r) {
+    std::size_t const at = Before(r);
+    EXPECT_EQ(CountWrong(whole.Data() + at, 2, at, own.size()), 0U) << r;
+    EXPECT_EQ(CountWrong(whole.Data() + at + piece, 1, at + own.size(), kGap), 0U) << r;
+  }
+}
+
+TEST_F(NodeOneCopyTest, APeerReadsAViewAsItsOwnerSeesIt) {
+  PoolBlock whole(mPool, Whole());
+  PoolBlock copy(mPool, Whole());
+  GatherAndExpect(whole, 1);
+  Fill(whole.Data() + Piece(), Rank() + 50, Piece(), 100000);
+  MPI_Barrier(MPI_COMM_WORLD);
+
+  for (int root = 0; root < Size(); ++root) {
+    PoolBlock& data = Rank() == root ? whole : copy;
+    ASSERT_EQ(mComm->Bcast(data.Data(), Whole(), DATATYPE_BYTE, root), STATUS_OK);
+
+    EXPECT_EQ(CountWrong(data.Data(), 1, 0, Piece()), 0U);
+    EXPECT_EQ(CountWrong(data.Data() + Piece(), root + 50, Piece(), 100000), 0U);
+    EXPECT_TRUE(IsView(whole));
+  }
+}
+
+// Scatter pulls out of the root's block, and stores nothing into views of the others.
+TEST_F(NodeOneCopyTest, ViewsSendAndReceiveParts) {
+  PoolBlock whole(mPool, Whole());
+  GatherAndExpect(whole, 1);
+  std::vector<int> const counts(static_cast<std::size_t>(Size()), Piece());
+  std::vector<int> displs;
+  for (int r = 0; r < Size(); ++r)
+    displs.push_back(r * Piece());
+  PoolBlock part(mPool, Piece());
+
+  ASSERT_EQ(mComm->Scatterv(whole.Data(), counts.data(), displs.data(), DATATYPE_BYTE,
+                            part.Data(), Piece(), DATATYPE_BYTE, 0),
+            STATUS_OK);
+  EXPECT_EQ(CountWrong(part.Data(), 1, Begin(), Piece()), 0U);
+  EXPECT_EQ(CountWrong(whole, 1), 0U);
+
+  Fill(part.Data(), 5, 0, Piece());
+  if (Rank() == 0) {
+    ASSERT_EQ(mComm->Send(part.Data(), Piece(), DATATYPE_BYTE, 1, 3), STATUS_OK);
+  }
+  if (Rank() == 1) {
+    ASSERT_EQ(mComm->Recv(whole.Data() + 1000, Piece(), DATATYPE_BYTE, 0, 3), STATUS_OK);
+    EXPECT_EQ(CountWrong(whole.Data(), 1, 0, 1000), 0U);
+    EXPECT_EQ(CountWrong(whole.Data() + 1000, 5, 0, Piece()), 0U);
+    EXPECT_EQ(CountWrong(whole.Data() + 1000 + Piece(), 1, 1000 + Piece(),
+                         whole.Bytes() - 1000 - Piece()),
+              0U);
+  }
+  MPI_Barrier(MPI_COMM_WORLD);
+  if (Rank() != 1) {
+    EXPECT_EQ(CountWrong(whole, 1), 0U);
+  }
+}
+
+// Two arrays in one block, then one over parts of both.
+TEST_F(NodeOneCopyTest, ArraysOfOneBlockShareItsPages) {
+  PoolBlock block(mPool, 2 * Whole());
+  unsigned char* const second = block.Data() + Whole();
+  auto const bytes = static_cast<std::size_t>(Whole());
+  ASSERT_EQ(Gather(*mComm, block.Data(), 1), STATUS_OK);
+  ASSERT_EQ(Gather(*mComm, second, 2), STATUS_OK);
+  EXPECT_EQ(CountWrong(block.Data(), 1, 0, bytes), 0U);
+  EXPECT_EQ(CountWrong(second, 2, 0, bytes), 0U);
+
+  std::size_t const into = bytes / 2 + 12288;
+  ASSERT_EQ(Gather(*mComm, block.Data() + into, 3), STATUS_OK);
+
+  EXPECT_TRUE(IsView(block.Data() + into, bytes));
+  EXPECT_FALSE(IsView(block.Data(), into - 4096));
+  EXPECT_EQ(CountWrong(block.Data(), 1, 0, into), 0U);
+  EXPECT_EQ(CountWrong(block.Data() + into, 3, 0, bytes), 0U);
+  EXPECT_EQ(CountWrong(second + into, 2, into, bytes - into), 0U);
+}
+
+TEST_F(NodeOneCopyTest, BlocksThatBeginElsewhereInTheirPagesStayOrdinary) {
+  PoolBlock block(mPool, Whole() + 64);
+  unsigned char* const to = block.Data() + (Rank() == 1 ? 64 : 0);
+
+  ASSERT_EQ(Gather(*mComm, to, 1), STATUS_OK);
+
+  EXPECT_FALSE(IsView(block));
+  EXPECT_EQ(CountWrong(to, 1, 0, static_cast<std::size_t>(Whole())), 0U);
+}
+
+TEST_F(NodeOneCopyTest, PiecesOfAllSizesTileTheArray) {
+  std::vector<int> counts;
+  std::vector<int> displs;
+  int total = 0;
+  for (int r = 0; r < Size(); ++r) {
+    counts.push_back(r == 0 ? kWhole + 13 : r % 2 * (3 * r + 700001));
+    displs.push_back(total);
+    total += counts.back();
+  }
+  PoolBlock whole(mPool, total);
+  int const mine = counts[static_cast<std::size_t>(Rank())];
+  auto const begin = static_cast<std::size_t>(displs[static_cast<std::size_t>(Rank())]);
+  std::vector<unsigned char> own(static_cast<std::size_t>(mine) + 1);
+  Fill(own.data(), 1, begin, static_cast<std::size_t>(mine));
+
+  ASSERT_EQ(mComm->Allgatherv(own.data(), mine, DATATYPE_BYTE, whole.Data(), counts.data(),
+                              displs.data(), DATATYPE_BYTE),
+            STATUS_OK);
+
+  EXPECT_TRUE(IsView(whole));
+  EXPECT_EQ(CountWrong(whole, 1), 0U);
+}
+
+TEST_F(NodeOneCopyTest, SizesThatDifferFailAndShowNothing) {
+  PoolBlock whole(mPool, Whole());
+  int const piece = Rank() == 1 ? Piece() - 4096 : Piece();
+  std::vector<unsigned char> own(static_cast<std::size_t>(piece), 1);
+
+  PavexStatus status = STATUS_OK;
+  CaptureStdout([&] {
+    status =
+        mComm->Allgather(own.data(), piece, DATATYPE_BYTE, whole.Data(), piece, DATATYPE_BYTE);
+  });
+
+  EXPECT_EQ(status, STATUS_COMM_FAILED);
+  EXPECT_FALSE(IsView(whole));
+  GatherAndExpect(whole, 2);
+}
+
+TEST_F(NodeOneCopyTest, GroupsOfANodeKeepACopyEach) {
+  NodeComm const groups(MPI_COMM_WORLD, 2);
+  PoolBlock whole(mPool, Whole());
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_EQ(Gather(groups, whole.Data(), round), STATUS_OK);
+
+    EXPECT_EQ(IsView(whole), groups.Active());
+    EXPECT_EQ(CountWrong(whole, round), 0U);
+  }
+}
+
+TEST_F(NodeOneCopyTest, TheArraySurvivesItsCommunicator) {
+  PoolBlock whole(mPool, Whole());
+  GatherAndExpect(whole, 1);
+
+  mComm.reset();
+  MPI_Barrier(MPI_COMM_WORLD);
+  EXPECT_EQ(CountWrong(whole, 1), 0U);
+  whole.Data()[0] = 255;
+  MPI_Barrier(MPI_COMM_WORLD);
+  mComm = std::make_unique<NodeComm>(MPI_COMM_WORLD);
+
+  GatherAndExpect(whole, 2);
+}
+
+TEST_F(NodeOneCopyTest, BlocksThatLeaveThePoolGiveTheMemoryBack) {
+  long const before = PssOfAll();
+  {
+    PoolBlock whole(mPool, Whole());
+    GatherAndExpect(whole, 1);
+  }
+  mPool.ReleaseCached();
+  EXPECT_LE(PssOfAll(), before + 1024);
+
+  PoolBlock again(mPool, Whole());
+  EXPECT_FALSE(IsView(again));
+  Fill(again.Data(), 2 + Rank(), 0, again.Bytes());
+  MPI_Barrier(MPI_COMM_WORLD);
+  EXPECT_EQ(CountWrong(again, 2 + Rank()), 0U);
+}
+
+// A pool that trims a kept block first makes it ordinary.
+TEST_F(NodeOneCopyTest, KeptBlocksAreTrimmed) {
+  {
+    PoolBlock whole(mPool, Whole());
+    GatherAndExpect(whole, 1);
+  }
+  auto const most = static_cast<std::size_t>(Whole()) / 2;
+  mPool.SetLimit(most);
+
+  EXPECT_LE(mPool.BytesCached(), most);
+  PoolBlock again(mPool, Whole());
+  GatherAndExpect(again, 2);
+}
+
+TEST_F(NodeOneCopyTest, ChildrenThatAreForkedDisturbNothing) {
+  PoolBlock whole(mPool, Whole());
+  for (int round = 0; round < 5; ++round) {
+    pid_t const child = fork();
+    if (child == 0) _exit(0);
+    GatherAndExpect(whole, round);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(CountWrong(whole, round), 0U);
+  }
+}
+
+TEST_F(NodeOneCopyTest, RepeatedRoundsLeaveNothingBehind) {
+#ifdef PAVEX_TESTS_ALL
+  constexpr int kRounds = 500;
+#else
+  constexpr int kRounds = 6;
+#endif
+  int descriptors = 0;
+  int mappings = 0;
+  long pss = 0;
+  for (int round = -6; round < kRounds; ++round) {
+    if (round == 0) {
+      descriptors = Descriptors();
+      mappings = Mappings();
+      pss = PssOfAll();
+    }
+    NodeComm const comm(MPI_COMM_WORLD);
+    PoolBlock whole(mPool, Whole());
+    PoolBlock other(mPool, Whole());
+    for (PoolBlock* const block : {&whole, &other, &whole}) {
+      ASSERT_EQ(Gather(comm, block->Data(), round + 7), STATUS_OK);
+      ASSERT_TRUE(IsView(*block));
+    }
+    if (round % 3 == 0) std::memset(whole.Data(), 1, whole.Bytes());
+    ASSERT_EQ(CountWrong(other, round + 7), 0U);
+    if (round % 5 == 4) mPool.ReleaseCached();
+  }
+
+  EXPECT_EQ(Descriptors(), descriptors);
+  EXPECT_LE(Mappings(), mappings + 8);
+  EXPECT_LE(PssOfAll(), pss + 2L * Whole() / 1024 * Size());
+  mPool.ReleaseCached();
+  EXPECT_LE(PssOfAll(), pss);
+}
+
+}  // namespace
+}  // namespace Pavex
