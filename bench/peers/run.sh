@@ -58,13 +58,14 @@ every entry, the product with a vector, or the residual.
 Where it does not help:
 
 - A matrix of a few thousand rows costs little either way.
-- The first gather of a matrix of hypre is slower: Pavex sorts the rows and keeps a piece of its own,
+- The first gather of a matrix of hypre gains little: Pavex sorts the rows and keeps a piece of its own,
   which also takes more memory.
 - The first gather over `NodeComm` also makes the shared memory of the pool; its profit is in what is
   repeated.
-- Vectors over `MpiComm` take as long as over PETSc.
-- With more processes than cores, waiting processes of MPI take the cores of the others. The first
-  gather of a large matrix over `MpiComm` is then slower than that of the peers; use `NodeComm`.
+- Long vectors over `MpiComm` take about as long as over PETSc.
+- Open MPI lets the kernel copy from process to process where the system permits it. The last table is
+  without, by `OMPI_MCA_btl_vader_single_copy_mechanism=none`. If first gathers of large matrices over
+  `MpiComm` are much faster there, set that variable, or use `NodeComm`.
 - A whole LU of a three-dimensional problem is dominated by the factorisation: how the matrix gets
   there hardly matters. Distributed MUMPS factors on all processes and is faster.
 
