@@ -143,7 +143,7 @@ int MakeMpiType(NodeRegion const& region, std::uint64_t first, std::uint64_t byt
   };
   auto const place = [](std::uint64_t offset) { return static_cast<MPI_Aint>(offset); };
 
-  MPI_Datatype const element = MpiType(type);
+  MPI_Datatype element = MpiType(type);
   MPI_Datatype runs = MPI_DATATYPE_NULL;
   int const runElements = whole == 0 ? 0 : elements(region.length);
   int code = MPI_Type_create_hvector(static_cast<int>(whole), runElements, place(region.stride),

@@ -18,7 +18,8 @@ constexpr int kRounds = 10000;
 constexpr int kRounds = 300;
 #endif
 
-// Where waiting processes keep their core, making a communicator takes much longer.
+// Where waiting processes keep their core, more of them than cores take much longer to make a
+// communicator.
 #ifdef MPICH_VERSION
 constexpr int kShare = 5;
 #else
@@ -29,7 +30,7 @@ constexpr int kShare = 1;
 int MostRounds() {
   int processes = 0;
   MPI_Comm_size(MPI_COMM_WORLD, &processes);
-  return (processes > 2 ? kRounds / 10 : kRounds) / kShare;
+  return processes > 2 ? kRounds / 10 / kShare : kRounds;
 }
 
 void FillAndGather(Comm const& comm, PoolBlock& own, PoolBlock& whole, int piece, int round) {
