@@ -35,6 +35,11 @@ brings the values in a new array and frees the old one, so its repetitions use t
 into one array; `UpdateInPlace` does not. A receiver of a million records sets them up, receives them,
 reads them once and writes the counts.
 
+The gathers over MPI run with Open MPI, then with MPICH, for which there are no limits. With more processes
+than cores the baseline is `MpiComm`. Two cores that copy at the same time share the memory of the machine:
+"memcpy by all at once" is the time in which each process copies its piece of an update into an array of
+its own, without any message.
+
 HEAD
   echo "Run on $(date +%F), commit $(git rev-parse --short HEAD), $(nproc) cores," \
     "$(awk '/MemTotal/ {printf "%.0f", $2 / 1048576}' /proc/meminfo) GiB of memory," \
