@@ -223,6 +223,7 @@ PetscErrorCode Gathered::MakeSequential() {
   PetscFunctionReturn(kSuccess);
 }
 
+// NOLINTBEGIN(readability-non-const-parameter): the template writes `reason`
 PetscErrorCode Gathered::Solve(Vec b, Vec x, PetscBool transposed, PCFailedReason* reason) {
   return SolveColumns(b, x, 1, transposed, reason);
 }
@@ -234,6 +235,7 @@ PetscErrorCode Gathered::Solve(Mat b, Mat x, PetscBool transposed, PCFailedReaso
   PetscCall(SolveColumns(b, x, columns, transposed, reason));
   PetscFunctionReturn(kSuccess);
 }
+// NOLINTEND(readability-non-const-parameter)
 
 template <typename Object>
 PetscErrorCode Gathered::SolveColumns(Object b, Object x, PetscInt columns,
