@@ -73,9 +73,11 @@ template <typename I>
 void CheckOffsets(ContributionPattern<I> const& own, I const* offsets, AssemblyRecord& record) {
   if (own.mRows == 0) return;
   if (offsets == nullptr) return record.NoteMissing(AssemblyArray::OFFSETS);
-  I const* const end = offsets + own.mRows + 1;
-  std::int64_t const behind = std::is_sorted_until(offsets, end) - offsets;
-  if (behind > own.mRows) return;
+  bool descends = false;  // found without a branch before it is looked for
+  for (std::int64_t row = 0; row < own.mRows; ++row)
+    descends |= offsets[row + 1] < offsets[row];
+  if (!descends) return;
+  std::int64_t const behind = std::is_sorted_until(offsets, offsets + own.mRows + 1) - offsets;
   record.Note(AssemblyFlaw::OFFSETS_DESCEND, GlobalRow(own, behind - 1),
               WrappingSub(std::int64_t{offsets[behind]}, std::int64_t{offsets[behind - 1]}), 0);
 }
@@ -131,33 +133,38 @@ void CheckColumns(ContributionPattern<I> const& own, BlockPattern<I> const& bloc
 
 // Whether the columns of every row ascend, from 0 or more to less than `limit`. Columns that do
 // not ascend are counted everywhere first, which takes no branch; those where a row begins do
-// not count. A few rows at a time, so that their columns are read from memory once.
+// not count. The first of a row and the last of the row before are its bounds. A few rows at a
+// time, so that their columns are read from memory once.
 template <typename I>
 bool RowsAscend(ContributionPattern<I> const& own, BlockPattern<I> const& block,
-                std::int64_t limit) {
+                std::int64_t nnz, std::int64_t limit) {
   constexpr std::int64_t kRowsAtOnce = 256;
-  I const* const cols = block.mColIdx;
+  if (nnz == 0) return true;
   I const* const offsets = block.mOffsets;
-  if (own.mRows == 0) return true;
+  I const* const cols = block.mColIdx;
   I const base = offsets[0];
-  I const most = static_cast<I>(limit - 1);
+  I greatest = cols[nnz - 1];
+  I signs = cols[0];  // negative if one of them is
   for (std::int64_t row = 0; row < own.mRows; row += kRowsAtOnce) {
     std::int64_t const end = std::min(row + kRowsAtOnce, own.mRows);
+    I begin = static_cast<I>(offsets[row] - base);
     I descents = 0;
-    for (std::int64_t k = offsets[row] - base + 1; k < offsets[end] - base; ++k)
+    for (I k = std::max(begin, I{1}); k < offsets[end] - base; ++k)
       descents = static_cast<I>(descents + (cols[k] <= cols[k - 1] ? 1 : 0));
-    bool inside = true;
     for (std::int64_t r = row; r < end; ++r) {
-      if (offsets[r] == offsets[r + 1]) continue;
-      I const* const first = cols + (offsets[r] - base);
-      I const* const last = cols + (offsets[r + 1] - base - 1);
-      inside = inside && *first >= 0 && *last <= most;
-      if (offsets[r] == offsets[row]) continue;
-      descents = static_cast<I>(descents - (first[0] <= first[-1] ? 1 : 0));
+      I const next = static_cast<I>(offsets[r + 1] - base);
+      if (next == begin || begin == 0) {
+        begin = next;
+        continue;
+      }
+      descents = static_cast<I>(descents - (cols[begin] <= cols[begin - 1] ? 1 : 0));
+      greatest = std::max(greatest, cols[begin - 1]);
+      signs = static_cast<I>(signs | cols[begin]);
+      begin = next;
     }
-    if (descents != 0 || !inside) return false;
+    if (descents != 0) return false;
   }
-  return true;
+  return signs >= 0 && greatest < limit;
 }
 
 template <typename I>
@@ -175,7 +182,7 @@ void CheckBlock(ContributionPattern<I> const& own, int at, bool hasValues,
   if (!block.mCompressed) CheckEntryRows(own, block, request.mRows, record, found.mRows);
   if (!record.Flawless()) return;
   found.mAscends = own.mBlocks == 1 && block.mCompressed && !block.mMapped &&
-                   block.mColIdx != nullptr && RowsAscend(own, block, request.mCols);
+                   block.mColIdx != nullptr && RowsAscend(own, block, nnz, request.mCols);
   if (!found.mAscends) CheckColumns(own, block, nnz, request.mCols, record, found.mCols);
   if (nnz > 0 && request.mWithValues && !hasValues) record.NoteMissing(AssemblyArray::VALUES);
 }
