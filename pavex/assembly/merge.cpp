@@ -98,17 +98,34 @@ void MergeRow(AssemblyStack<I> const& stack, I const* source, I const* end,
   I const* const offsets = stack.mOffsets.mData;
   I const* const cols = stack.mCols.mData;
   auto const lengthOf = [offsets](I row) { return offsets[row + 1] - offsets[row]; };
-  if (end - source == 1) {
-    map.mPlaces.mData[*source] = merger.End();
-    merger.AddWholeRow(cols + offsets[*source], lengthOf(*source));
-    return;
-  }
   for (I const* s = source; s != end; ++s)
     merger.Add(cols + offsets[*s], lengthOf(*s));
   merger.Close();
   for (I const* s = source; s != end; ++s)
     merger.PlacesOf(cols + offsets[*s], lengthOf(*s),
                     map.mSlots.mData + (-1 - map.mPlaces.mData[*s]));
+}
+
+// Copies the rows from `row` on that are one row of the stack each and follow each other there
+// too. Returns the row after them. `ends`: where each row of the whole ends.
+template <typename I>
+std::int64_t CopyRows(AssemblyStack<I> const& stack, Sources<I> const& sources,
+                      std::int64_t row, std::int64_t rows, RowMerger<I>& merger,
+                      MergeMap<I> const& map, I* ends) {
+  I const* const source = sources.mRows.mData + sources.mFirst.mData[row];
+  I const first = *source;
+  I const* const offsets = stack.mOffsets.mData + first;
+  std::int64_t count = 1;
+  while (row + count < rows && sources.Count(row + count) == 1 &&
+         source[count] == first + count)
+    ++count;
+  I const begin = merger.End();
+  merger.AddWholeRows(stack.mCols.mData + offsets[0], offsets[count] - offsets[0]);
+  for (std::int64_t k = 0; k < count; ++k) {
+    map.mPlaces.mData[first + k] = static_cast<I>(begin + (offsets[k] - offsets[0]));
+    ends[row + k] = static_cast<I>(begin + (offsets[k + 1] - offsets[0]));
+  }
+  return row + count;
 }
 
 template <typename I>
@@ -125,15 +142,21 @@ PavexStatus Merge(MemoryPool& pool, AssemblyStack<I> const& stack, Sources<I> co
   if (status != STATUS_OK) return status;
   I* sum = map.mSums.mData;
   offsets.mData[0] = 0;
-  for (std::int64_t row = 0; row < request.mRows; ++row) {
-    I const* const first = sources.mRows.mData + sources.mFirst.mData[row];
+  I* const ends = offsets.mData + 1;
+  for (std::int64_t row = 0; row < request.mRows;) {
     I const count = sources.Count(row);
+    if (count == 1) {
+      row = CopyRows(stack, sources, row, request.mRows, merger, map, ends);
+      continue;
+    }
+    I const* const first = sources.mRows.mData + sources.mFirst.mData[row];
     I const begin = merger.End();
-    if (count > 0) MergeRow(stack, first, first + count, merger, map);
-    offsets.mData[row + 1] = merger.End();
-    if (count < 2) continue;
-    *sum++ = begin;
-    *sum++ = static_cast<I>(merger.End() - begin);
+    if (count > 1) {
+      MergeRow(stack, first, first + count, merger, map);
+      *sum++ = begin;
+      *sum++ = static_cast<I>(merger.End() - begin);
+    }
+    ends[row++] = merger.End();
   }
   return Shrink(pool, merger.End(), cols);
 }

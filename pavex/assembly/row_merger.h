@@ -57,9 +57,9 @@ class RowMerger {
     mAdded += count;
   }
 
-  // Adds `count` different columns to the open row, which has none, and closes it. PlacesOf
-  // does not know them: their places follow each other.
-  void AddWholeRow(I const* cols, std::int64_t count) {
+  // Adds `count` columns of rows without repeated ones, while the open row has none, and closes
+  // them. PlacesOf does not know them: their places follow each other.
+  void AddWholeRows(I const* cols, std::int64_t count) {
     std::copy_n(cols, count, mCols + mEnd);
     mEnd = static_cast<I>(mEnd + count);
     mBegin = mEnd;

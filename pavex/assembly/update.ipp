@@ -122,20 +122,27 @@ PavexStatus Assembler<T, I>::MoveValues(T const* sent, Buffer<T>& arrived) {
   return status;
 }
 
-// Turns the values that arrived into those of the whole.
+// Turns the values that arrived into those of the whole. Rows that follow each other there too
+// move together.
 template <typename T, typename I>
 void Assembler<T, I>::AddValues(T const* arrived, T* whole) const {
   MergeMap<I> const& map = mMergeMap;
+  I const* const offsets = map.mOffsets.mData;
+  I const* const places = map.mPlaces.mData;
   for (std::int64_t k = 0; k < map.mSums.mSize; k += 2)
     std::fill_n(whole + map.mSums.mData[k], map.mSums.mData[k + 1], kNothing<T>);
-  for (std::int64_t s = 0; s < map.mPlaces.mSize; ++s) {
-    std::int64_t const count = map.mOffsets.mData[s + 1] - map.mOffsets.mData[s];
-    I const place = map.mPlaces.mData[s];
-    if (place >= 0)
-      std::copy_n(arrived, count, whole + place);
-    else
-      AddToSlots(arrived, map.mSlots.mData + (-1 - place), count, whole);
-    arrived += count;
+  std::int64_t end = 0;
+  for (std::int64_t s = 0; s < map.mPlaces.mSize; s = end) {
+    I const begin = offsets[s];
+    I const place = places[s];
+    end = s + 1;
+    if (place < 0) {
+      AddToSlots(arrived + begin, map.mSlots.mData + (-1 - place), offsets[end] - begin, whole);
+      continue;
+    }
+    while (end < map.mPlaces.mSize && places[end] == place + (offsets[end] - begin))
+      ++end;
+    std::copy_n(arrived + begin, offsets[end] - begin, whole + place);
   }
 }
 
