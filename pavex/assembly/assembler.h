@@ -55,8 +55,8 @@ enum class Overlap {
 //   to: i (5 n + r + c) more until the gather returns, of which i n are kept, and t m in an
 //   update.
 // - A receiver: i (N + R + L) + t N more, and i Q until the gather returns. An update takes t N
-//   more, because old values stay until new ones have arrived. Where entries were added, up to
-//   i N / 7 of unused room are kept.
+//   more, because old values stay until new ones have arrived, unless in place. Where entries
+//   were added, up to i N / 7 of unused room are kept.
 // - A receiver that merges: i (3 M + 2 Q + 3 R + C) more until the gather returns, of which
 //   i (M + 2 Q + 2 R) are kept, and t M in an update.
 //

@@ -198,8 +198,8 @@ PavexStatus MergeStack(MemoryPool& pool, Buffer<AssemblyRecord> const& records,
   Sources<I> sources;
   {
     Buffer<I> rowOf;
-    PavexStatus status = Log::Report(pool.Get(rowOf, stack.mRows));
-    if (status != STATUS_OK) return status;
+    PavexStatus status = pool.Get(rowOf, stack.mRows);
+    if (status != STATUS_OK) return Log::Report(status);
     FillRowsOfStack(records, lists, rowOf.mData);
     status = Log::Report(sources.Fill(pool, rowOf, stack.mOffsets, request.mRows));
     if (status != STATUS_OK) return status;
