@@ -79,6 +79,12 @@ TEST(AssemblerRefuses, RowsOutsideTheWhole) {
 TEST(AssemblerRefuses, ColumnsOutsideTheWholeOrTheMap) {
   ExpectRefused(STATUS_INVALID_VALUE, "Process 1, row 2 has column 4; pass 0 to 3.",
                 [](Input& input) { input.cols[1] = 4; });
+  ExpectRefused(STATUS_INVALID_VALUE, "Process 1, row 0 has column 7; pass 0 to 3.",
+                [](Input& input) { input.cols[0] = 7; });
+  ExpectRefused(STATUS_INVALID_VALUE, "Process 1, row 0 has column -1; pass 0 to 3.",
+                [](Input& input) { input.cols[0] = -1; });
+  ExpectRefused(STATUS_INVALID_VALUE, "Process 1, row 2 has column -2; pass 0 to 3.",
+                [](Input& input) { input.cols[1] = -2; });
   ExpectRefused(STATUS_INVALID_VALUE, "Process 1, row 2 has column 3; pass 0 to 2.",
                 [](Input& input) { input.own.Columns(input.map.data(), 3); });
   ExpectRefused(STATUS_INVALID_VALUE, "Process 1, column 2 of its map is -5; pass 0 to 3.",
