@@ -101,6 +101,7 @@ void NodeArena::GiveBackPages(void* pages, std::size_t bytes) {
   NodeSpan const span{OffsetOf(pages, bytes), bytes};
   // What is still a view cannot serve as another block: its addresses are lost.
   if (!mViews.MakeOrdinary(span, span)) return;
+  mViews.ForgetWrites(span);
   Punch(span);
   std::lock_guard<std::mutex> const lock(mMutex);
   mFree += bytes;

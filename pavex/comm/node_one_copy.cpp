@@ -68,7 +68,7 @@ char const* NodeOneCopy::TellOffer(Offer* offer) {
 
 NodeOneCopy::Offer NodeOneCopy::MakeOffer(bool known) {
   Offer offer;
-  if (!mAble) return offer;
+  if (!mAble || mLinks.Arena().Views().IsOverwritten(mView.array)) return offer;
   offer.layout = mPieces.Layout(mLinks.Size());
   offer.begin = mView.array.offset % NodeHugePages::kBytes;
   if (known) offer.generation = mLinks.Arena().Views().Generation(mView.array, mView.group);

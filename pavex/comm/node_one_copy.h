@@ -21,11 +21,12 @@ struct NodeVote {
 };
 
 // One collective whose array may be kept in one window. The first process of the group offers a
-// new window, or the one that its block shows already. Each process opens it and tells all
-// others whether it could. Only if all of them could, and receive the same pieces, does any of
-// them store: they come to the same result, also if the system refuses something to one of
-// them. A window serves again only if it is what the block of every process of the group shows.
-// No process reads it then: all of them are about to overwrite that block.
+// new window, or the one that its block shows already; none if it writes all over that array
+// each time it has received it. Each process opens it and tells all others whether it could.
+// Only if all of them could, and receive the same pieces, does any of them store: they come to
+// the same result, also if the system refuses something to one of them. A window serves again
+// only if it is what the block of every process of the group shows. No process reads it then:
+// all of them are about to overwrite that block.
 class NodeOneCopy {
  public:
   // Fewer bytes are cheaper to store for each process.

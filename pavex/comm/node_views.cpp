@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fcntl.h>
 #include <iterator>
 #include <new>
 #include <sys/mman.h>
+#include <unistd.h>
 
 namespace Pavex {
 
@@ -59,6 +61,50 @@ std::uint64_t NodeViews::Generation(NodeSpan array, std::uint64_t group) const {
   std::lock_guard<std::mutex> const lock(mMutex);
   NodeView const* const view = At(array, group);
   return view != nullptr ? view->generation : 0;
+}
+
+bool NodeViews::IsOverwritten(NodeSpan array) try {
+  std::lock_guard<std::mutex> const lock(mMutex);
+  auto const noted = mOverwritten.find(array.offset);
+  if (noted != mOverwritten.end()) return noted->second == array.bytes;
+  NodeSpan const pages = PagesOf(array);
+  auto const view = mViews.find(pages.offset);
+  bool const same = view != mViews.end() && view->second.array.offset == array.offset &&
+                    view->second.array.bytes == array.bytes;
+  // Near both ends: a process that puts its piece into its place writes to one part only.
+  std::uint64_t const aside = pages.bytes / 8 / kPage * kPage;
+  if (!same || !HasOwnPage(pages.offset + aside) || !HasOwnPage(pages.End() - aside))
+    return false;
+  mOverwritten.emplace(array.offset, array.bytes);
+  return true;
+} catch (std::bad_alloc const&) {
+  return true;
+}
+
+void NodeViews::ForgetWrites(NodeSpan span) {
+  std::lock_guard<std::mutex> const lock(mMutex);
+  auto array = mOverwritten.lower_bound(span.offset);
+  if (array != mOverwritten.begin()) {
+    auto const before = std::prev(array);
+    if (before->first + before->second > span.offset) array = before;
+  }
+  while (array != mOverwritten.end() && array->first < span.End())
+    array = mOverwritten.erase(array);
+}
+
+// Whether this process has its own copy of the page at this offset, which is part of a view.
+// The system says so in /proc/self/pagemap; false if it does not.
+bool NodeViews::HasOwnPage(std::uint64_t page) const {
+  int const file = open("/proc/self/pagemap", O_RDONLY | O_CLOEXEC);
+  if (file < 0) return false;
+  constexpr std::uint64_t kPresent = std::uint64_t{1} << 63;
+  constexpr std::uint64_t kOfFile = std::uint64_t{1} << 61;
+  std::uint64_t entry = 0;
+  auto const number = reinterpret_cast<std::uintptr_t>(mBase + page) / kPage;
+  bool const known = pread(file, &entry, sizeof entry,
+                           static_cast<off_t>(number * sizeof entry)) == sizeof entry;
+  close(file);
+  return known && (entry & kPresent) != 0 && (entry & kOfFile) == 0;
 }
 
 bool NodeViews::Show(NodeView const& view) try {

@@ -46,6 +46,13 @@ class NodeViews {
   // The generation that the group's view of this array has; 0 if there is none.
   std::uint64_t Generation(NodeSpan array, std::uint64_t group) const;
 
+  // Whether the owner writes all over an array after it has received it, as the offsets of
+  // compressed rows are added up: it has done so to a view of exactly this array, now or
+  // earlier. Then each page would be copied when it is written.
+  bool IsOverwritten(NodeSpan array);
+  // Forgets that, where arrays meet the span: its block serves another purpose.
+  void ForgetWrites(NodeSpan span);
+
   // Makes `view` what its array shows. The caller gives the arena's own pages back. False, and
   // all as before, if the system refuses it.
   bool Show(NodeView const& view);
@@ -67,6 +74,7 @@ class NodeViews {
 
   ByPage::const_iterator First(NodeSpan span) const;
   NodeView const* At(NodeSpan array, std::uint64_t group) const;
+  bool HasOwnPage(std::uint64_t page) const;
   bool MakeOrdinaryLocked(NodeSpan span, NodeSpan lost);
   bool Restore(NodeSpan pages, NodeSpan lost) const;
   bool KeepInFile(std::uint64_t from, std::uint64_t end) const;
@@ -76,6 +84,7 @@ class NodeViews {
   int mFile = -1;
   mutable std::mutex mMutex;
   ByPage mViews;
+  std::map<std::uint64_t, std::uint64_t> mOverwritten;  // arrays, offset and bytes
 };
 
 }  // namespace Pavex
