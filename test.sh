@@ -104,6 +104,12 @@ build asan all -DPAVEX_TWO_INSTANCES=$two_instances -DPAVEX_SHARDS=$shards
   run asan -LE '^(memory|package)$' "${address[@]}"
 )
 count_faults asan
+if [ $all = ON ]; then
+  # Open MPI leaves memory behind at its end, so leaks are not looked for. The preset leaves out what
+  # measures memory, and what limits addresses or descriptors: the sanitizer needs both itself.
+  build asan_openmpi node_tests -DPAVEX_TESTS_ALL=OFF
+  run asan_openmpi
+fi
 build tsan thread_tests -DPAVEX_TWO_INSTANCES=ON
 run tsan "${thread[@]}"
 unset PAVEX_PROPERTY_CASES

@@ -29,6 +29,15 @@ void* operator new(std::size_t bytes) {
   return block;
 }
 
+// Without this one, a sanitizer would take its own, which never fails.
+void* operator new(std::size_t bytes, std::nothrow_t const&) noexcept {
+  try {
+    return operator new(bytes);
+  } catch (std::bad_alloc const&) {
+    return nullptr;
+  }
+}
+
 void operator delete(void* block) noexcept {
   std::free(block);
 }

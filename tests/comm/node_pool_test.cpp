@@ -54,7 +54,7 @@ TEST_F(NodePoolDeathTest, WorksAsAMemoryPoolWithoutDescriptors) {
 TEST(NodePool, SharesItsBlocksOfEverySize) {
   NodePool pool;
   ASSERT_TRUE(pool.Active());
-  for (std::size_t const bytes : {1, 64, 5000, 131072, 9000000}) {
+  for (std::size_t const bytes : {1U, 64U, 5000U, 131072U, 9000000U}) {
     void* block = nullptr;
 
     ASSERT_EQ(pool.Allocate(&block, bytes), STATUS_OK);

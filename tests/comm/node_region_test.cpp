@@ -21,7 +21,7 @@ std::vector<unsigned char> Pattern(std::size_t bytes) {
 
 TEST(NodeCopy, MovesALargeRunToAnyAddressAndNothingElse) {
   std::vector<unsigned char> const source = Pattern(kLarge + 64);
-  for (std::size_t const offset : {0, 1, 15, 16, 63}) {
+  for (std::size_t const offset : {0U, 1U, 15U, 16U, 63U}) {
     std::vector<unsigned char> target(kLarge + 128, 0xEE);
 
     NodeCopy(NodeRegion::Of(target.data() + offset, kLarge),
@@ -37,7 +37,7 @@ TEST(NodeCopy, MovesALargeRunToAnyAddressAndNothingElse) {
 }
 
 TEST(NodeCopy, MovesALargeRunWithinAnArrayInEitherDirection) {
-  for (std::size_t const to : {0, 40}) {
+  for (std::size_t const to : {0U, 40U}) {
     std::vector<unsigned char> array = Pattern(kLarge + 40);
     std::size_t const from = 40 - to;
     std::vector<unsigned char> const before(array.begin() + static_cast<long>(from),

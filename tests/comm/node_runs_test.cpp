@@ -31,7 +31,7 @@ double ElementOf(int rank, long run, long t) {
 // Elements in a block of a pool, all -1.
 class Elements {
  public:
-  Elements(long size, MemoryPool& pool) : mPool(pool) {
+  Elements(long size, MemoryPool& pool) {
     EXPECT_EQ(pool.Get(mBuffer, size), STATUS_OK);
     for (long i = 0; i < size; ++i)
       mBuffer.mData[i] = -1;
@@ -41,7 +41,6 @@ class Elements {
   long Size() const { return mBuffer.mSize; }
 
  private:
-  MemoryPool& mPool;
   Buffer<double> mBuffer;
 };
 
