@@ -2,7 +2,7 @@
 # Set-up and every test, from a bare Debian 12 machine.
 #
 #   ./test.sh              what every change must pass; under 20 minutes on 2 cores
-#   ./test.sh --all        the slow tests as well; under an hour
+#   ./test.sh --all        the slow tests as well; under 80 minutes
 #   ./test.sh --coverage   the library's tests alone, and which lines and branches of pavex/ they
 #                          reach
 #
