@@ -130,15 +130,14 @@ class PAVEX_API Assembler {
   AssemblyCost CostOfGather() const;
   // The cost for this process of an update of the last gathered pieces, in place or not. Local.
   AssemblyCost CostOfUpdate() const;
-  // The cost for this process of a scatter and of a collect of `columns` columns. A process
-  // whose own matrix does not lie column by column without gaps passes over it once more.
-  // Local.
+  // The cost for this process of a scatter of `columns` columns. A process whose own matrix
+  // does not lie column by column without gaps passes over it once more. Local.
   AssemblyCost CostOfScatter(std::int64_t columns) const;
+  // The same of a collect. Local.
   AssemblyCost CostOfCollect(std::int64_t columns) const;
 
   // One line: why the last gather was refused, or its path, processes, rows and entries, or
-  // that nothing is gathered. Local;
-  // std::bad_alloc may leave, as from any std::string.
+  // that nothing is gathered. Local; std::bad_alloc may leave, as from any std::string.
   std::string Describe() const;
 
   // Deletes the whole and everything that later operations need. Local.
