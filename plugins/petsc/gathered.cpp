@@ -5,6 +5,7 @@
 #include "pavex/runtime/version.h"
 #include "plugins/petsc/events.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <exception>
@@ -47,6 +48,12 @@ long Elements(PetscInt rows, PetscInt columns) {
   return static_cast<long>(rows) * static_cast<long>(columns);
 }
 
+// Whether right-hand sides and solutions have the same rows on this process. PETSc compares
+// those of two dense Mats in all.
+bool AreRowsOfTheSame(Pavex::PetscDense const& b, Pavex::PetscDense const& x) {
+  return b.mRows == x.mRows && b.mCols == x.mCols && b.mPartition.begin == x.mPartition.begin;
+}
+
 // Takes blocks of so many bytes from the pool and gives them back, so that it has them when an
 // operation of the processes of `comm` asks: one that fails there for want of memory would
 // leave the others waiting. The same status on every process.
@@ -78,6 +85,9 @@ PetscErrorCode Gathered::Reset() {
   mMatrix.SetComm(nullptr);
   mComm.reset();
   mRows.Detach();
+  mOwnRhs = Array();
+  mSolution = Array();
+  mRhs = nullptr;
   mMat = nullptr;
   mColumns = 0;
   PetscFunctionReturn(kSuccess);
@@ -202,24 +212,44 @@ PavexStatus Gathered::Update() {
   });
 }
 
-// The Mat of the receiver over the gathered arrays. It stays as long as they stay where they
-// are.
+// The Mat of the receiver over the gathered arrays. If those belong to the caller's Mat, it has
+// copies: a solver may write into its matrix, and the caller may change the Mat before the next
+// set-up.
 PetscErrorCode Gathered::MakeSequential() {
+  bool stays = false;
+  Mat copy = nullptr;
   PetscFunctionBegin;
   Pavex::PetscCsr* const whole =
       UsesAssembler() ? mAssembler.Whole() : mMatrix.TargetAs<Pavex::PetscCsr>();
   PetscCheck(whole != nullptr, PETSC_COMM_SELF, PETSC_ERR_PLIB, "Pavex: nothing is gathered");
-  if (mSequential != nullptr) {
-    PetscScalar* values = nullptr;
-    PetscCall(MatSeqAIJGetArray(mSequential, &values));
-    bool const stays = values == whole->mValues.mData;
-    PetscCall(MatSeqAIJRestoreArray(mSequential, &values));  // counts as new values
-    if (stays) PetscFunctionReturn(kSuccess);
-    PetscCall(MatDestroy(&mSequential));
-  }
+  bool const copies =
+      whole->mValues.mAllocator == nullptr && mRows.Piece().mValues.mAllocator == nullptr;
+  if (mSequential != nullptr) PetscCall(RenewSequential(whole->mValues, copies, &stays));
+  if (stays) PetscFunctionReturn(kSuccess);
+  PetscCall(MatDestroy(&mSequential));
   PetscCall(MatCreateSeqAIJWithArrays(PETSC_COMM_SELF, mSize, mSize, whole->mRowPtr.mData,
                                       whole->mColIdx.mData, whole->mValues.mData,
                                       &mSequential));
+  if (!copies) PetscFunctionReturn(kSuccess);
+  PetscCall(MatDuplicate(mSequential, MAT_COPY_VALUES, &copy));
+  PetscCall(MatDestroy(&mSequential));
+  mSequential = copy;
+  PetscFunctionReturn(kSuccess);
+}
+
+// Lets the Mat of the receiver know its new values. `stays` becomes false if it needs another
+// one: `values` lie elsewhere now, or a solver has factored the Mat in place.
+PetscErrorCode Gathered::RenewSequential(Array const& values, bool copies, bool* stays) {
+  MatFactorType factor = MAT_FACTOR_NONE;
+  PetscScalar* array = nullptr;
+  PetscFunctionBegin;
+  *stays = false;
+  PetscCall(MatGetFactorType(mSequential, &factor));
+  if (factor != MAT_FACTOR_NONE) PetscFunctionReturn(kSuccess);
+  PetscCall(MatSeqAIJGetArray(mSequential, &array));
+  if (copies) std::copy_n(values.mData, values.mSize, array);
+  *stays = copies || array == values.mData;
+  PetscCall(MatSeqAIJRestoreArray(mSequential, &array));  // counts as new values
   PetscFunctionReturn(kSuccess);
 }
 
@@ -250,9 +280,14 @@ PetscErrorCode Gathered::SolveColumns(Object b, Object x, PetscInt columns,
   if (status == Pavex::STATUS_OK) status = to.Borrow(x, Pavex::PetscAccess::WRITE);
   if (status == Pavex::STATUS_OK && mComm != nullptr)
     status = Guarded(gEvents.mVector, [&] { return Fetch(from.Piece(), columns); });
+  if (status == Pavex::STATUS_OK && !AreRowsOfTheSame(from.Piece(), to.Piece()))
+    status = Pavex::STATUS_MISMATCH;
   if (status == Pavex::STATUS_OK && Receives())
     error = mInner.Solve(mRhs, mLd, columns, transposed, mSolution.mData, reason);
+  // After a failure on any process, all of them reserve again: they do it together.
+  mColumns = 0;
   PetscCall(Agree(mOuter, status, error, reason));
+  mColumns = columns;
   if (mComm != nullptr)
     status = Guarded(gEvents.mScatter, [&] { return Deliver(to.Piece(), columns); });
   if (status == Pavex::STATUS_OK) status = from.Return();
@@ -283,16 +318,28 @@ PavexStatus Gathered::Fetch(Pavex::PetscDense const& own, PetscInt columns) {
     if (mColumns != columns) status = ReserveVectors(own, columns);
     if (status == Pavex::STATUS_OK)
       status = again ? mVectors.UpdateInPlace(own) : mVectors.Gather(mComm, own, true);
-    if (status == Pavex::STATUS_OK && Receives()) {
-      auto const& whole = *mVectors.TargetAs<Pavex::PetscDense>();
-      mRhs = whole.mValues.mData;
-      mLd = static_cast<PetscInt>(whole.mLd);
-    }
+    if (status == Pavex::STATUS_OK && Receives()) status = TakeRhs();
   }
   if (status == Pavex::STATUS_OK && Receives() && mSolution.mSize != Elements(mLd, columns))
     status = mVectorPool.Get(mSolution, Elements(mLd, columns));
-  mColumns = status == Pavex::STATUS_OK ? columns : 0;
   return status;
+}
+
+// The gathered right-hand sides are those of the inner solver, which may overwrite them: one
+// that scales the matrix does. It gets a copy of an array of the caller.
+PavexStatus Gathered::TakeRhs() {
+  auto const& whole = *mVectors.TargetAs<Pavex::PetscDense>();
+  mLd = static_cast<PetscInt>(whole.mLd);
+  mRhs = whole.mValues.mData;
+  if (whole.mValues.mAllocator != nullptr) return Pavex::STATUS_OK;
+  long const last = static_cast<long>(whole.mCols) - 1;
+  long const elements = last * static_cast<long>(whole.mLd) + static_cast<long>(whole.mRows);
+  PavexStatus status = Pavex::STATUS_OK;
+  if (mOwnRhs.mSize != elements) status = mVectorPool.Get(mOwnRhs, elements);
+  if (status != Pavex::STATUS_OK) return status;
+  std::copy_n(whole.mValues.mData, elements, mOwnRhs.mData);
+  mRhs = mOwnRhs.mData;
+  return Pavex::STATUS_OK;
 }
 
 // Sends the solutions, which never stand in the gathered right-hand sides: those may be the

@@ -39,7 +39,7 @@ class Gathered {
   // Shows where the matrix is, and the inner solver.
   PetscErrorCode View(PetscViewer viewer) const;
 
-  // Gives all memory back.
+  // Gives all arrays back to PETSc and to the pools, which keep blocks for the next set-up.
   PetscErrorCode Reset();
 
  private:
@@ -54,9 +54,11 @@ class Gathered {
   Status ReserveMatrix(MPI_Comm among);
   Status ReserveVectors(Pavex::PetscDense const& own, PetscInt columns);
   PetscErrorCode MakeSequential();
+  PetscErrorCode RenewSequential(Array const& values, bool copies, bool* stays);
   template <typename Object>
   PetscErrorCode SolveColumns(Object b, Object x, PetscInt columns, PetscBool transposed,
                               PCFailedReason* reason);
+  Status TakeRhs();
   Status Fetch(Pavex::PetscDense const& own, PetscInt columns);
   Status Deliver(Pavex::PetscDense& own, PetscInt columns);
 
@@ -73,11 +75,11 @@ class Gathered {
   MPI_Comm mOuter = MPI_COMM_NULL;  // the Mat's communicator
   Mat mMat = nullptr;               // compared, never used
   PetscObjectState mPattern = 0;
-  PetscInt mColumns = 0;      // of the vectors gathered last; 0: none
+  PetscInt mColumns = 0;      // for which all processes have room; 0: none. On all the same
   PetscInt mSize = 0;         // rows of the matrix
   PetscInt mLd = 0;           // of mRhs and mSolution, on the receiver
-  Mat mSequential = nullptr;  // over the gathered arrays, on the receiver
-  PetscScalar const* mRhs = nullptr;
+  Mat mSequential = nullptr;  // over the gathered arrays or copies of them, on the receiver
+  PetscScalar* mRhs = nullptr;
   Array mOwnRhs;
   Array mSolution;
   InnerSolver mInner;

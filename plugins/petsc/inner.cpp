@@ -53,7 +53,7 @@ PetscErrorCode InnerSolver::Reason(PCFailedReason* reason) const {
   PetscFunctionReturn(kSuccess);
 }
 
-PetscErrorCode InnerSolver::Solve(PetscScalar const* rhs, PetscInt ld, PetscInt columns,
+PetscErrorCode InnerSolver::Solve(PetscScalar* rhs, PetscInt ld, PetscInt columns,
                                   PetscBool transposed, PetscScalar* solution,
                                   PCFailedReason* reason) {
   PetscFunctionBegin;
@@ -68,31 +68,26 @@ PetscErrorCode InnerSolver::Solve(PetscScalar const* rhs, PetscInt ld, PetscInt 
   PetscFunctionReturn(kSuccess);
 }
 
-// The right-hand side may be the caller's own array: it is locked against a solver that writes
-// it.
 PetscErrorCode InnerSolver::SolveVec(PetscScalar const* rhs, PetscBool transposed,
                                      PetscScalar* solution) {
   PetscFunctionBegin;
   PetscCall(VecPlaceArray(mRhs, rhs));
   PetscCall(VecPlaceArray(mSolution, solution));
-  PetscCall(VecLockReadPush(mRhs));
   if (transposed == PETSC_TRUE)
     PetscCall(KSPSolveTranspose(mKsp, mRhs, mSolution));
   else
     PetscCall(KSPSolve(mKsp, mRhs, mSolution));
-  PetscCall(VecLockReadPop(mRhs));
   PetscCall(VecResetArray(mRhs));
   PetscCall(VecResetArray(mSolution));
   PetscFunctionReturn(kSuccess);
 }
 
-PetscErrorCode InnerSolver::SolveMat(PetscScalar const* rhs, PetscInt ld, PetscInt columns,
+PetscErrorCode InnerSolver::SolveMat(PetscScalar* rhs, PetscInt ld, PetscInt columns,
                                      PetscScalar* solution) {
   Mat b = nullptr;
   Mat x = nullptr;
   PetscFunctionBegin;
-  PetscCall(MatCreateDense(PETSC_COMM_SELF, mSize, columns, mSize, columns,
-                           const_cast<PetscScalar*>(rhs), &b));
+  PetscCall(MatCreateDense(PETSC_COMM_SELF, mSize, columns, mSize, columns, rhs, &b));
   PetscCall(MatCreateDense(PETSC_COMM_SELF, mSize, columns, mSize, columns, solution, &x));
   PetscCall(MatDenseSetLDA(b, ld));
   PetscCall(MatDenseSetLDA(x, ld));

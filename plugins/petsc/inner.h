@@ -27,9 +27,10 @@ class InnerSolver {
   // Makes and sets up the solver of `mat`, or sets it up again for its new values.
   PetscErrorCode SetUp(Mat mat, InnerChoices const& choices, PCFailedReason* reason);
 
-  // Solves for `columns` columns, `ld` elements apart. `rhs` is only read.
-  PetscErrorCode Solve(PetscScalar const* rhs, PetscInt ld, PetscInt columns,
-                       PetscBool transposed, PetscScalar* solution, PCFailedReason* reason);
+  // Solves for `columns` columns, `ld` elements apart. Options may make a solver of PETSc that
+  // overwrites `rhs`.
+  PetscErrorCode Solve(PetscScalar* rhs, PetscInt ld, PetscInt columns, PetscBool transposed,
+                       PetscScalar* solution, PCFailedReason* reason);
 
   PetscErrorCode View(PetscViewer viewer) const;
   PetscErrorCode Destroy();
@@ -37,7 +38,7 @@ class InnerSolver {
  private:
   PetscErrorCode Create(Mat mat, InnerChoices const& choices);
   PetscErrorCode SolveVec(PetscScalar const* rhs, PetscBool transposed, PetscScalar* solution);
-  PetscErrorCode SolveMat(PetscScalar const* rhs, PetscInt ld, PetscInt columns,
+  PetscErrorCode SolveMat(PetscScalar* rhs, PetscInt ld, PetscInt columns,
                           PetscScalar* solution);
   PetscErrorCode Reason(PCFailedReason* reason) const;
 

@@ -1,12 +1,14 @@
 // A program of PETSc that knows nothing of the plugin: options alone choose the solver. It
 // solves a convection-diffusion problem on an n x n grid `-steps` times with new values, prints
-// the residual of each step, which PETSc computes, and fails if one is above `-tolerance`.
+// the residual of each step, which PETSc computes, and fails if one is above `-tolerance` or if
+// the solver has changed the matrix or the right-hand side.
 //
 // -empty: process 0 owns no rows. -baij: blocks of 2. -transpose: solves with the transposed
 // matrix. -columns m: m right-hand sides at once. -errors: prints on how many processes PETSc
 // returns an error, and succeeds. -singular: the first row is empty. -symmetric: no convection.
-// -starved p -room m: process p gets m MiB for the solver and no more. Complex numbers get a
-// complex shift.
+// -moved, with -columns: one row of the solutions of process 0 is on process 1.
+// -starved p -room m: process p gets m MiB for the solver and no more. -again: a solve that
+// fails is tried once more, with all room. Complex numbers get a complex shift.
 
 #include <cstdio>
 #include <petscksp.h>
@@ -27,6 +29,8 @@ struct Options {
   PetscBool transpose = PETSC_FALSE;
   PetscBool singular = PETSC_FALSE;
   PetscBool symmetric = PETSC_FALSE;
+  PetscBool moved = PETSC_FALSE;
+  PetscBool again = PETSC_FALSE;
 };
 
 PetscErrorCode Read(Options& options) {
@@ -40,6 +44,8 @@ PetscErrorCode Read(Options& options) {
   PetscCall(PetscOptionsGetBool(nullptr, nullptr, "-transpose", &options.transpose, nullptr));
   PetscCall(PetscOptionsGetBool(nullptr, nullptr, "-singular", &options.singular, nullptr));
   PetscCall(PetscOptionsGetBool(nullptr, nullptr, "-symmetric", &options.symmetric, nullptr));
+  PetscCall(PetscOptionsGetBool(nullptr, nullptr, "-moved", &options.moved, nullptr));
+  PetscCall(PetscOptionsGetBool(nullptr, nullptr, "-again", &options.again, nullptr));
   PetscCall(PetscOptionsGetInt(nullptr, nullptr, "-starved", &options.starved, nullptr));
   PetscCall(PetscOptionsGetInt(nullptr, nullptr, "-room", &options.room, nullptr));
   PetscFunctionReturn(0);
@@ -125,11 +131,15 @@ PetscErrorCode SolveOne(Options const& options, KSP ksp, Mat mat, PetscReal* res
   Vec b = nullptr;
   Vec x = nullptr;
   Vec r = nullptr;
+  Vec given = nullptr;
   PetscReal norm = 0;
+  PetscBool same = PETSC_FALSE;
   PetscFunctionBeginUser;
   PetscCall(MatCreateVecs(mat, &x, &b));
   PetscCall(VecDuplicate(b, &r));
+  PetscCall(VecDuplicate(b, &given));
   PetscCall(VecSetRandom(b, nullptr));
+  PetscCall(VecCopy(b, given));
   PetscCall(Starve(options, PETSC_FALSE));
   if (options.transpose == PETSC_TRUE)
     PetscCall(KSPSolveTranspose(ksp, b, x));
@@ -140,6 +150,8 @@ PetscErrorCode SolveOne(Options const& options, KSP ksp, Mat mat, PetscReal* res
     PetscCall(MatMultTranspose(mat, x, r));
   else
     PetscCall(MatMult(mat, x, r));
+  PetscCall(VecEqual(b, given, &same));
+  PetscCheck(same == PETSC_TRUE, PETSC_COMM_WORLD, PETSC_ERR_PLIB, "b has changed");
   PetscCall(VecAXPY(r, -1.0, b));
   PetscCall(VecNorm(r, NORM_2, residual));
   PetscCall(VecNorm(b, NORM_2, &norm));
@@ -147,6 +159,32 @@ PetscErrorCode SolveOne(Options const& options, KSP ksp, Mat mat, PetscReal* res
   PetscCall(VecDestroy(&b));
   PetscCall(VecDestroy(&x));
   PetscCall(VecDestroy(&r));
+  PetscCall(VecDestroy(&given));
+  PetscFunctionReturn(0);
+}
+
+// Solves by the factor itself: KSPMatSolve refuses solutions that were moved.
+PetscErrorCode SolveMoved(KSP ksp, Mat b) {
+  PC pc = nullptr;
+  Mat factor = nullptr;
+  Mat x = nullptr;
+  int rank = 0;
+  PetscInt rows = 0;
+  PetscInt columns = 0;
+  PetscFunctionBeginUser;
+  PetscCallMPI(MPI_Comm_rank(PETSC_COMM_WORLD, &rank));
+  PetscCall(MatGetLocalSize(b, &rows, nullptr));
+  PetscCall(MatGetSize(b, nullptr, &columns));
+  rows += rank == 0 ? -1 : rank == 1 ? 1 : 0;
+  PetscCall(MatCreateDense(PETSC_COMM_WORLD, rows, PETSC_DECIDE, PETSC_DETERMINE, columns,
+                           nullptr, &x));
+  PetscCall(MatAssemblyBegin(x, MAT_FINAL_ASSEMBLY));
+  PetscCall(MatAssemblyEnd(x, MAT_FINAL_ASSEMBLY));
+  PetscCall(KSPSetUp(ksp));
+  PetscCall(KSPGetPC(ksp, &pc));
+  PetscCall(PCFactorGetMatrix(pc, &factor));
+  PetscCall(MatMatSolve(factor, b, x));
+  PetscCall(MatDestroy(&x));
   PetscFunctionReturn(0);
 }
 
@@ -161,6 +199,7 @@ PetscErrorCode SolveMany(Options const& options, KSP ksp, Mat mat, PetscReal* re
   PetscCall(MatCreateDense(PETSC_COMM_WORLD, rows, PETSC_DECIDE, PETSC_DETERMINE,
                            options.columns, nullptr, &b));
   PetscCall(MatSetRandom(b, nullptr));
+  if (options.moved == PETSC_TRUE) PetscCall(SolveMoved(ksp, b));
   PetscCall(MatDuplicate(b, MAT_DO_NOT_COPY_VALUES, &x));
   PetscCall(Starve(options, PETSC_FALSE));
   PetscCall(KSPMatSolve(ksp, b, x));
@@ -176,6 +215,19 @@ PetscErrorCode SolveMany(Options const& options, KSP ksp, Mat mat, PetscReal* re
   PetscFunctionReturn(0);
 }
 
+PetscErrorCode Solve(Options& options, KSP ksp, Mat mat, PetscReal* residual) {
+  auto const once = options.columns > 0 ? SolveMany : SolveOne;
+  PetscFunctionBeginUser;
+  PetscErrorCode error = once(options, ksp, mat, residual);
+  if (error != 0 && options.again == PETSC_TRUE) {
+    PetscCall(Starve(options, PETSC_TRUE));
+    options.starved = -1;
+    error = once(options, ksp, mat, residual);
+  }
+  PetscCall(error);
+  PetscFunctionReturn(0);
+}
+
 PetscErrorCode Run() {
   Options options;
   Mat mat = nullptr;
@@ -187,11 +239,15 @@ PetscErrorCode Run() {
   PetscCall(KSPSetFromOptions(ksp));
   for (PetscInt step = 0; step < options.steps; ++step) {
     PetscReal residual = 0;
+    PetscReal before = 0;
+    PetscReal after = 0;
     KSPConvergedReason reason = KSP_CONVERGED_ITERATING;
     PetscCall(Fill(options, step, mat));
+    PetscCall(MatNorm(mat, NORM_FROBENIUS, &before));
     PetscCall(KSPSetOperators(ksp, mat, mat));
-    PetscCall(options.columns > 0 ? SolveMany(options, ksp, mat, &residual)
-                                  : SolveOne(options, ksp, mat, &residual));
+    PetscCall(Solve(options, ksp, mat, &residual));
+    PetscCall(MatNorm(mat, NORM_FROBENIUS, &after));
+    PetscCheck(before == after, PETSC_COMM_WORLD, PETSC_ERR_PLIB, "the matrix has changed");
     PetscCall(KSPGetConvergedReason(ksp, &reason));
     PetscCall(PetscPrintf(PETSC_COMM_WORLD, "step %" PetscInt_FMT ": residual %.2e\n", step,
                           static_cast<double>(residual)));

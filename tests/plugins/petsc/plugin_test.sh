@@ -71,9 +71,12 @@ solves 3 "${pc[@]}" -columns 3 -ksp_type preonly -pavex_receiver 2
 solves 3 "${lu[@]}" -pavex_node -pavex_receiver 2 -transpose
 solves 3 -pc_type cholesky -pc_factor_mat_solver_type pavex -symmetric
 solves 2 "${lu[@]}" -baij -mat_pavex_solver_type umfpack
+# Solvers that overwrite their matrix or right-hand side, which one process could take from the program.
+solves 1 "${pc[@]}" -ksp_rtol 1e-14 -pavex_pc_type ilu -pavex_pc_factor_in_place
+solves 1 "${pc[@]}" -pavex_ksp_diagonal_scale
 same 2 "$nonlinear" 'norm' "$ilu redundant -redundant_pc_type ilu" "$ilu pavex -pavex_pc_type ilu"
 shows 'errors on 3 processes' 3 "$linear" -errors "${pc[@]}" -singular -ksp_error_if_not_converged
-[ "$extent" = all ] || finish 10
+[ "$extent" = all ] || finish 12
 
 for processes in 2 3 4; do
   solves $processes "${pc[@]}"
@@ -96,6 +99,10 @@ solves 3 "${lu[@]}" -ksp_rtol 1e-14 -mat_pavex_ksp_type gmres -mat_pavex_ksp_rto
 solves 3 -ksp_rtol 1e-14 -pc_type fieldsplit -pc_fieldsplit_block_size 2 -fieldsplit_0_pc_type pavex \
   -fieldsplit_0_pavex_pc_type ilu -fieldsplit_1_pavex_receiver 2 -fieldsplit_1_pc_type lu \
   -fieldsplit_1_pc_factor_mat_solver_type pavex -fieldsplit_1_mat_pavex_solver_type petsc
+solves 1 "${pc[@]}" -pavex_ksp_diagonal_scale -pavex_ksp_type gmres -columns 3 -ksp_type preonly
+solves 2 "${pc[@]}" -pavex_ksp_diagonal_scale -transpose
+solves 3 "${lu[@]}" -ksp_rtol 1e-14 -mat_pavex_pc_type ilu -mat_pavex_pc_factor_in_place
+solves 3 "${pc[@]}" -ksp_rtol 1e-14 -pavex_pc_type ilu -pavex_pc_factor_in_place -pavex_receiver 0
 
 # The same incomplete factorisation on one process: the same history of residuals.
 same 3 "$linear" 'Residual norm' '-tolerance 1 -ksp_monitor -pc_type redundant -redundant_pc_type ilu' \
@@ -133,5 +140,6 @@ shows '^MatLUFactorSym +1 ' 3 "$linear" "${pc[@]}" -log_view -steps 5 -pavex_rec
 # What fails on one process is an error of PETSc on each of them.
 shows 'errors on 3 processes' 3 "$linear" -errors "${lu[@]}" -mat_pavex_solver_type nonsense
 shows 'errors on 2 processes' 2 "$linear" -errors "${pc[@]}" -pavex_receiver 2
+shows 'errors on 3 processes' 3 "$linear" -errors "${lu[@]}" -columns 2 -moved
 
-finish 50
+finish 57
