@@ -240,6 +240,7 @@ PavexStatus Assembler<T, I>::Install(Parts& parts) {
   }
   mWhole.mRows = mWhole.mGlobalRows = mRequest.mRows;
   mWhole.mCols = mWhole.mGlobalCols = mRequest.mCols;
+  mWholeEntries = mWhole.mColIdx.mSize;
   if (mRequest.mBase != 0) ShiftIndexBase(mWhole, 0, mRequest.mBase);
   mHasWhole = true;
   return STATUS_OK;

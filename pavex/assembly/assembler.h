@@ -33,7 +33,8 @@ enum class Overlap {
 // it:
 //
 // - an operation of the communicator fails;
-// - a process has no room for the 148 P bytes that a gather takes first;
+// - a process has no room for the 148 P bytes that a gather takes first, or for the 112 P bytes
+//   and the lengths of its rows that it takes after the processes have told each other;
 // - a receiver of a gather has no room for the rows and columns of the pieces, which it counts
 //   only after the processes have told each other;
 // - a receiver of a gather without values or entries has no room to make a whole of them.
@@ -99,22 +100,24 @@ class PAVEX_API Assembler {
 
   // Fills `own` on every process with its rows of `whole`, in its own order; each process that
   // has a row gets it. `whole`, with all rows and any number of columns, is read on receivers
-  // only. `own` has the rows of the contribution and as many columns, and a value array. On a
-  // process without rows, any matrix without rows will do. STATUS_INVALID_VALUE and
-  // STATUS_INCONSISTENT on every process if shapes do not fit, STATUS_NOT_SUPPORTED if the rows
-  // of all processes have more elements than 2147483647 together.
+  // only. `own` has the rows of the contribution and as many columns, and a value array, which
+  // does not overlap that of `whole`. On a process without rows, any matrix without rows will
+  // do. STATUS_INVALID_VALUE and STATUS_INCONSISTENT on every process if shapes do not fit,
+  // STATUS_NOT_SUPPORTED if the rows of all processes have more elements than 2147483647
+  // together.
   [[nodiscard]] PavexStatus Scatter(MatrixDense<T, I> const& whole, MatrixDense<T, I>& own);
 
   // Fills `whole` on the receivers with the rows that the processes have in `own`, in the order
   // of their contributions. Rows that no process has become 0. All processes pass the same
-  // `overlap`. Shapes and errors as for Scatter.
+  // `overlap`. Shapes, arrays and errors as for Scatter. After a failed transfer, `whole` keeps
+  // its elements.
   [[nodiscard]] PavexStatus Collect(MatrixDense<T, I> const& own, Overlap overlap,
                                     MatrixDense<T, I>& whole);
 
   // The whole on a receiver, null elsewhere and without a gather. The assembler owns it. It is
   // valid until the next Gather, Clear or the destruction; its array of values until the next
-  // Update.
-  // Rows are those of the request. No column repeats within a row. Local.
+  // Update. Its arrays may be moved out by Buffer::Swap. Rows are those of the request. No
+  // column repeats within a row. Local.
   MatrixCSR<T, I>* Whole() { return mHasWhole ? &mWhole : nullptr; }
   // The same whole, for reading only.
   MatrixCSR<T, I> const* Whole() const { return mHasWhole ? &mWhole : nullptr; }
@@ -202,6 +205,7 @@ class PAVEX_API Assembler {
   MergeMap<I> mMergeMap;              // the entry of the whole of each entry that arrives
   Buffer<I> mListed;                  // rows of the processes with lists, by rank; receivers
   MatrixCSR<T, I> mWhole;
+  std::int64_t mWholeEntries = 0;  // also after the caller has moved its arrays out
   bool mGathered = false;
   bool mHasWhole = false;
 };

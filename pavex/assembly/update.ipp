@@ -51,8 +51,8 @@ template <typename T, typename I>
 PavexStatus Assembler<T, I>::BringValues(T const* const* given, bool inPlace,
                                          PavexStatus before) {
   Buffer<T> whole;
-  bool const stays = inPlace && mWhole.mValues.mAllocator != nullptr &&
-                     mWhole.mValues.mSize == mWhole.mColIdx.mSize;
+  bool const stays =
+      inPlace && mWhole.mValues.mAllocator != nullptr && mWhole.mValues.mSize == mWholeEntries;
   if (stays) whole.Swap(mWhole.mValues);
   PavexStatus const status = Log::Report(MoveAndAdd(given, before, whole));
   if (stays || status == STATUS_OK) mWhole.mValues.Swap(whole);
@@ -98,7 +98,7 @@ template <typename T, typename I>
 void Assembler<T, I>::MakeRoom(Buffer<T>& whole, Buffer<T>& arrived,
                                AssemblyVerdict& verdict) const {
   if (!mHasWhole || !verdict.Flawless()) return;
-  if (whole.mData == nullptr) verdict.NoteStep(mPool->Get(whole, mWhole.mColIdx.mSize));
+  if (whole.mData == nullptr) verdict.NoteStep(mPool->Get(whole, mWholeEntries));
   if (mPlan.mPath != AssemblyPath::MERGE || !verdict.Flawless()) return;
   verdict.NoteStep(mPool->Get(arrived, mPlan.mNnz));
 }

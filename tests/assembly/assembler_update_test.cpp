@@ -52,6 +52,26 @@ TEST(AssemblerUpdateInPlace, KeepsTheArrayWhereRowsAreAdded) {
   });
 }
 
+TEST(AssemblerUpdate, BringsAllValuesAfterTheIndicesWereMovedOut) {
+  SharedRows const rows;
+  OnRanks(2, [&rows](auto const& comm, Assembler<double, int>& assembler) {
+    std::vector<double> const first = {1, 2};
+    std::vector<double> const second = {3, 4};
+    ASSERT_EQ(assembler.Gather(comm, rows.Pass(first.data()), Square(3)), STATUS_OK);
+    Buffer<int> taken;
+    if (comm->Rank() == 0) taken.Swap(assembler.Whole()->mColIdx);
+    ASSERT_EQ(assembler.UpdateInPlace(second.data()), STATUS_OK);
+    if (comm->Rank() == 0) {
+      EXPECT_EQ(List(assembler.Whole()->mValues), (std::vector<double>{6, 8}));
+    }
+    ASSERT_EQ(assembler.Update(first.data()), STATUS_OK);
+
+    if (comm->Rank() != 0) return;
+    EXPECT_EQ(List(assembler.Whole()->mValues), (std::vector<double>{2, 4}));
+    EXPECT_EQ(List(taken), (std::vector<int>{1, 2}));
+  });
+}
+
 TEST(AssemblerUpdateInPlace, KeepsTheArrayOfASingleProcessAndTakesNothing) {
   SharedRows const rows;
   LedgerPool pool;
