@@ -119,7 +119,7 @@ class PAVEX_API Assembler {
   // Update. Its arrays may be moved out by Buffer::Swap. Rows are those of the request. No
   // column repeats within a row. Local.
   MatrixCSR<T, I>* Whole() { return mHasWhole ? &mWhole : nullptr; }
-  // The same whole, for reading only.
+  // The whole as above, for reading only. Local.
   MatrixCSR<T, I> const* Whole() const { return mHasWhole ? &mWhole : nullptr; }
 
   // How the pieces were put together; the same on every process. NOTHING without a gather.
@@ -136,11 +136,13 @@ class PAVEX_API Assembler {
   // The cost for this process of a scatter of `columns` columns. A process whose own matrix
   // does not lie column by column without gaps passes over it once more. Local.
   AssemblyCost CostOfScatter(std::int64_t columns) const;
-  // The same of a collect. Local.
+  // The cost for this process of a collect of `columns` columns, with the same exception.
+  // Local.
   AssemblyCost CostOfCollect(std::int64_t columns) const;
 
-  // One line: why the last gather was refused, or its path, processes, rows and entries, or
-  // that nothing is gathered. Local; std::bad_alloc may leave, as from any std::string.
+  // Returns one line: why the last gather was refused, or its path, processes, rows and
+  // entries, or that nothing is gathered. Local. std::bad_alloc may leave, as from any
+  // std::string.
   std::string Describe() const;
 
   // Deletes the whole and everything that later operations need. Local.

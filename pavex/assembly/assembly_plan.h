@@ -78,7 +78,8 @@ struct AssemblyVerdict {
   bool Flawless() const { return mFlaw == static_cast<std::int32_t>(AssemblyFlaw::NONE); }
 };
 
-// What one process says about itself. Until it arrives, a record wants what no process wants.
+// What one process says about itself. A record that has not arrived has a request that no
+// process makes.
 struct AssemblyRecord : AssemblyVerdict {
   static constexpr std::int64_t kList = -1;     // instead of a begin: the rows of the process
   static constexpr std::int64_t kTouched = -2;  // instead of a begin: rows with entries
@@ -115,7 +116,7 @@ enum class AssemblyPath {
 // "nothing", "bands", "merge".
 PAVEX_API char const* AssemblyPathStr(AssemblyPath path) noexcept;
 
-// The decision.
+// How a matrix is put together, or why that is refused.
 struct AssemblyPlan {
   AssemblyPath mPath = AssemblyPath::NOTHING;  // unless refused
   AssemblyFlaw mFlaw = AssemblyFlaw::NONE;     // why it is refused

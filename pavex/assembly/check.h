@@ -34,7 +34,8 @@ struct Range {
   std::int64_t mLast = -1;
 
   bool IsKnown() const { return mFirst <= mLast; }
-  // Of elements that have been checked: others may lie too far apart to be counted.
+  // The numbers from mFirst to mLast. Call it for elements that have been checked; others may
+  // lie too far apart to be counted.
   std::int64_t Count() const { return mLast - mFirst + 1; }
 };
 
@@ -50,7 +51,7 @@ Range RangeOf(I const* elements, std::int64_t count) {
   return {least, most};
 }
 
-// What a check finds out on its way.
+// What a check finds out about a contribution without a flaw.
 struct CheckFindings {
   bool mAscends = false;  // one block of compressed rows with global columns, which ascend in
                           // each row

@@ -92,7 +92,8 @@ class Contribution {
     return Add(block, values);
   }
 
-  // The same with rows that count within the rows of the process.
+  // Adds a block of `nnz` entries whose rows count within the rows of the process. `values` may
+  // be null for a pattern.
   Contribution& LocalCoo(std::int64_t nnz, I const* rows, I const* cols, T const* values) {
     Coo(nnz, rows, cols, values);
     if (BlockPattern<I>* const block = Last()) block->mLocalRows = true;

@@ -7,7 +7,7 @@ namespace Pavex {
 
 namespace {
 
-// One process among those of a cost.
+// Adds up the cost of one process.
 struct Payer {
   AssemblyCost mCost;
   std::int64_t mProcesses;

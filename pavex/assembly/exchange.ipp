@@ -20,7 +20,7 @@
 namespace Pavex {
 namespace {
 
-// Instead of a number of columns: any is right.
+// Stands for a number of columns on a process where any number is right.
 constexpr std::int64_t kAnyColumns = -1;
 
 // The rows of one process: a band or a list.

@@ -36,7 +36,8 @@ void FillRowsOfStack(Buffer<AssemblyRecord> const& records, RowLists<I> const& l
   }
 }
 
-// The rows of the stack that have entries, by rows of the whole; of one row in their order.
+// Lists the rows of the stack that have entries, sorted by the row of the whole that each of
+// them is. Those that are the same row keep their order.
 template <typename I>
 struct Sources {
   Buffer<I> mFirst;  // where those of a row begin
@@ -47,7 +48,8 @@ struct Sources {
     PavexStatus status = pool.Get(mFirst, rows + 2);
     if (status == STATUS_OK) status = pool.Get(mRows, rowOf.mSize);
     if (status != STATUS_OK) return status;
-    // Counted one further, so that placing leaves the begins.
+    // Each count is one element further on than its row. Placing the rows then moves each begin
+    // to where the next row begins.
     I* const next = mFirst.mData + 1;
     std::fill_n(mFirst.mData, rows + 2, I{0});
     auto const filled = [&offsets](std::int64_t s) {
@@ -65,7 +67,8 @@ struct Sources {
   I Count(std::int64_t row) const { return mFirst.mData[row + 1] - mFirst.mData[row]; }
 };
 
-// Gives the entries of all rows of the stack that add up a slot, in the order of the stack.
+// Gives a slot to each entry of those rows of the stack that are added to others. The slots
+// have the order of the stack.
 template <typename I>
 PavexStatus GiveSlots(MemoryPool& pool, AssemblyStack<I> const& stack,
                       Sources<I> const& sources, std::int64_t rows, MergeMap<I>& map) {
@@ -106,8 +109,9 @@ void MergeRow(AssemblyStack<I> const& stack, I const* source, I const* end,
                     map.mSlots.mData + (-1 - map.mPlaces.mData[*s]));
 }
 
-// Copies the rows from `row` on that are one row of the stack each and follow each other there
-// too. Returns the row after them. `ends`: where each row of the whole ends.
+// Copies rows of the whole, from `row` on, that are one row of the stack each, as far as those
+// rows of the stack follow each other. Returns the row after them. `ends`: where each row of
+// the whole ends.
 template <typename I>
 std::int64_t CopyRows(AssemblyStack<I> const& stack, Sources<I> const& sources,
                       std::int64_t row, std::int64_t rows, RowMerger<I>& merger,

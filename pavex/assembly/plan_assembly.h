@@ -32,17 +32,19 @@ struct AssemblyReason {
 // Why process `process` is at fault, with row and cure. Empty for no flaw.
 AssemblyReason ReasonOf(AssemblyFlaw flaw, int process, AssemblyVerdict const& verdict);
 
-// The same for the flaw of a plan.
+// Why `plan` is refused: the process at fault, row and cure. Empty unless it is.
 AssemblyReason ReasonOf(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records);
 
-// What the operations cost the process `rank`. `indexBytes` and `valueBytes`: the sizes of I
-// and T. `merges`: the process does not send its entries as they are.
+// What an update costs the process `rank`. `merges`: it does not send its entries as they are.
+// Here and below, `indexBytes` and `valueBytes` are the sizes of I and T.
 AssemblyCost CostOfUpdate(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records,
                           int rank, std::size_t valueBytes, bool merges);
-// The gather of the pattern alone; with values, an update follows.
+// What a gather of the pattern costs the process `rank`. A gather with values costs an update
+// more.
 AssemblyCost CostOfPattern(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records,
                            int rank, std::size_t indexBytes);
-// Dense matrices of `columns` columns that lie column by column without gaps.
+// What a scatter and a collect of `columns` columns cost the process `rank`, if its own matrix
+// lies column by column without gaps.
 AssemblyCost CostOfScatter(Buffer<AssemblyRecord> const& records, int rank,
                            std::size_t valueBytes, std::int64_t columns);
 AssemblyCost CostOfCollect(Buffer<AssemblyRecord> const& records, int rank,

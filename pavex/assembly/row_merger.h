@@ -14,9 +14,11 @@
 namespace Pavex {
 
 // Writes each column of a row once, and knows where. For each row: Add all columns, Close, and
-// then ask PlacesOf for all of them in the same order. Takes one index for each column of a
-// range, which Prepare fills once; no row clears it. Example: the columns 5 2 5 become 2 5 when
-// sorted, and PlacesOf gives 5 1 more than where the row begins.
+// then ask PlacesOf for all of them in the same order. Example: the columns 5 2 5 become 2 5
+// when sorted, and PlacesOf gives 5 1 more than where the row begins.
+//
+// It takes memory for one index for each column of a range. Prepare fills that once, and no row
+// clears it.
 //
 // A row often has the columns of the row before, shifted: always in a regular mesh, and by 0
 // where several unknowns belong to one node. Such a row is neither merged nor sorted again.
@@ -89,7 +91,7 @@ class RowMerger {
     mAsked += count;
   }
 
-  // Columns of all rows so far.
+  // The number of columns that all rows have so far.
   I End() const { return mEnd; }
 
  private:
@@ -192,12 +194,12 @@ class RowMerger {
   I mEnd = 0;
   bool mSort = true;
 
-  // The columns that were added to the open row, and how they differ from those of the row
-  // before plus mShift. Longer rows are merged at once.
+  // The open row. Its columns are kept until it is closed, unless they are more than kShort:
+  // those of a long row are merged at once.
   bool mIsLong = false;
-  std::int64_t mAdded = 0;
-  I mShift = 0;
-  I mDiffers = 0;
+  std::int64_t mAdded = 0;  // columns that were added to it
+  I mShift = 0;             // its first column minus the first one of the row before
+  I mDiffers = 0;           // 0 while all its columns are those of the row before plus mShift
 
   // The last row that was closed, and what PlacesOf has given of it.
   I mLast = 0;                         // where it begins
