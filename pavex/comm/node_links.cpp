@@ -222,7 +222,7 @@ std::uint64_t NodeLinks::Place(void const* data, std::size_t bytes) const {
 }
 
 void NodeLinks::MakeOrdinary(NodeRegion const& region, bool lost) const {
-  if (mControl == nullptr) return;
+  if (mControl == nullptr || region.Bytes() == 0) return;
   NodeSpan const span{mArena->OffsetOf(region.data, region.Span()), region.Span()};
   if (span.offset == NodeArena::kOutside) return;
   bool const keepsNothing = lost && region.count == 1;

@@ -139,7 +139,8 @@ void NodeOneCopy::Begin(Step step, bool complete) {
 NodePieces NodeOneCopy::Window() const {
   NodePieces const pieces = mPieces.Moved(mArray.data, mView.window->Array());
   NodeRegion const own = pieces.Of(mLinks.Rank());
-  if (!mKnown) mView.window->Back(own.data, own.Bytes());
+  // What has no bytes may be named by an address outside the window.
+  if (!mKnown && own.Bytes() > 0) mView.window->Back(own.data, own.Bytes());
   return pieces;
 }
 

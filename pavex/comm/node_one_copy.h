@@ -32,8 +32,8 @@ class NodeOneCopy {
   // Fewer bytes are cheaper to store for each process.
   static constexpr std::uint64_t kLeast = std::uint64_t{4} << 20;
 
-  // `votes`: one for each rank. `array`: all `pieces` together. `able`: whether this process
-  // can store its piece.
+  // `votes`: one for each rank. `array`: all `pieces` together. `able`: whether they are one
+  // array here, and this process can store its piece.
   NodeOneCopy(NodeLinks& links, NodeExchange& exchange, std::vector<NodeVote>& votes,
               std::uint64_t sequence, NodePieces const& pieces, NodeRegion const& array,
               bool able);

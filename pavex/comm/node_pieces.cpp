@@ -9,6 +9,13 @@ NodeRegion NodePieces::Of(int rank) const {
   return NodeRegion::Of(data, {begin, elements, 1, elements}, type);
 }
 
+std::uint64_t NodePieces::Bytes(int ranks) const {
+  std::uint64_t bytes = 0;
+  for (int rank = 0; rank < ranks; ++rank)
+    bytes += Of(rank).Bytes();
+  return bytes;
+}
+
 NodeRegion NodePieces::Together(int ranks) const {
   NodeRegion all = NodeRegion::Of(data, 0);
   for (int rank = 0; rank < ranks; ++rank) {

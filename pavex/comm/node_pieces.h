@@ -21,6 +21,9 @@ struct NodePieces {
 
   NodeRegion Of(int rank) const;
 
+  // Of the pieces of `ranks` ranks, without the gaps between them.
+  std::uint64_t Bytes(int ranks) const;
+
   // All pieces of `ranks` ranks together, if each is in one part and lies right behind that of
   // the rank before; otherwise no bytes.
   NodeRegion Together(int ranks) const;

@@ -17,14 +17,17 @@ PavexStatus NodeComm::Shared::ShareAll(NodeOperation operation, NodeRegion const
                                        NodePieces const& pieces, MpiCall const& call) {
   NodeRegion const slot = pieces.Of(links.Rank());
   NodeRegion const piece = own == nullptr ? slot : *own;
-  NodeRegion const array = pieces.Together(links.Size());
-  if (array.Bytes() >= NodeOneCopy::kLeast && links.Group().size() > 1) {
-    NodeOneCopy copy(links, exchange, votes, sequence, pieces, array,
-                     piece.Bytes() == slot.Bytes());
+  // All ranks must come to the same result here: they know the same sizes, but each one has
+  // places of its own.
+  if (pieces.Bytes(links.Size()) >= NodeOneCopy::kLeast && links.Group().size() > 1) {
+    NodeRegion const array = pieces.Together(links.Size());
+    bool const able = array.Bytes() > 0 && piece.Bytes() == slot.Bytes();
+    NodeOneCopy copy(links, exchange, votes, sequence, pieces, array, able);
     PavexStatus const status = Report(copy.Agree(), call);
     if (status != STATUS_OK || copy.Agreed())
       return status != STATUS_OK ? status : StoreOnce(operation, piece, copy, call);
-    links.MakeOrdinary(array, own != nullptr);
+    bool const inPlace = piece == slot;
+    links.MakeOrdinary(array, !inPlace);
   }
   Begin(operation, 0, NodeCopier::SENDER);
   if (own != nullptr) exchange.Keep(*own, slot);

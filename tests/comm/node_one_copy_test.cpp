@@ -407,6 +407,72 @@ TEST_F(NodeOneCopyTest, PiecesOfAllSizesTileTheArray) {
   EXPECT_EQ(CountWrong(whole, 1), 0U);
 }
 
+// All pieces lie behind the first huge page of the block.
+TEST_F(NodeOneCopyTest, ARankWithoutAPieceTakesPartWhereverTheArrayBegins) {
+  constexpr int kBegin = 3 << 20;
+  int const last = Size() - 1;
+  int const piece = kWhole / last;
+  std::vector<int> counts(static_cast<std::size_t>(Size()), piece);
+  counts.back() = 0;
+  std::vector<int> displs;
+  for (int r = 0; r < Size(); ++r)
+    displs.push_back(kBegin + r * piece);
+  PoolBlock block(mPool, kBegin + last * piece);
+  std::vector<unsigned char> own(static_cast<std::size_t>(piece));
+  Fill(own.data(), 1, static_cast<std::size_t>(Rank() * piece), own.size());
+
+  ASSERT_EQ(mComm->Allgatherv(own.data(), Rank() == last ? 0 : piece, DATATYPE_BYTE,
+                              block.Data(), counts.data(), displs.data(), DATATYPE_BYTE),
+            STATUS_OK);
+
+  EXPECT_TRUE(IsView(block));
+  EXPECT_EQ(CountWrong(block.Data() + kBegin, 1, 0, static_cast<std::size_t>(last * piece)),
+            0U);
+}
+
+// Whether an array has gaps is a matter of each receiver.
+TEST_F(NodeOneCopyTest, PiecesMayLieElsewhereOnEachRank) {
+  PoolBlock whole(mPool, 2 * Whole());
+  for (int odd = 0; odd < Size(); ++odd) {
+    int const apart = Rank() == odd ? Piece() + 5000 : Piece();
+    std::vector<int> const counts(static_cast<std::size_t>(Size()), Piece());
+    std::vector<int> displs;
+    for (int r = 0; r < Size(); ++r)
+      displs.push_back(r * apart);
+    Fill(mOwn.data(), odd, Begin(), mOwn.size());
+
+    ASSERT_EQ(mComm->Allgatherv(mOwn.data(), Piece(), DATATYPE_BYTE, whole.Data(),
+                                counts.data(), displs.data(), DATATYPE_BYTE),
+              STATUS_OK);
+
+    for (int r = 0; r < Size(); ++r)
+      EXPECT_EQ(CountWrong(whole.Data() + r * apart, odd, Before(r), Before(1)), 0U) << r;
+    ASSERT_EQ(Gather(*mComm, whole.Data(), odd + 20), STATUS_OK);
+    EXPECT_TRUE(IsView(whole));
+  }
+}
+
+// Runs are in place where both sides name the same elements. The array is a view before.
+TEST_F(NodeOneCopyTest, RunsMayBeInTheirPlaceAlready) {
+  PoolBlock shared(mPool, Whole());
+  MemoryPool plain;
+  PoolBlock own(plain, Whole());
+  std::vector<Runs> places;
+  for (long r = 0; r < Size(); ++r)
+    places.push_back({r * Piece(), Piece(), 1, Piece()});
+  for (bool const one : {false, true}) {
+    GatherAndExpect(shared, 1);
+    PoolBlock& whole = one && Rank() == 0 ? own : shared;
+    Fill(whole.Data() + Begin(), 2, Begin(), Before(1));
+
+    ASSERT_EQ(mComm->GatherRuns(whole.Data(), places[static_cast<std::size_t>(Rank())],
+                                whole.Data(), places.data(), DATATYPE_BYTE, -1),
+              STATUS_OK);
+
+    EXPECT_EQ(CountWrong(whole, 2), 0U) << one;
+  }
+}
+
 TEST_F(NodeOneCopyTest, SizesThatDifferFailAndShowNothing) {
   PoolBlock whole(mPool, Whole());
   int const piece = Rank() == 1 ? Piece() - 4096 : Piece();
