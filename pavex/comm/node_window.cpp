@@ -18,9 +18,8 @@ std::uint64_t FileBytes(std::uint64_t begin, std::uint64_t bytes) {
 }  // namespace
 
 std::shared_ptr<NodeWindow> NodeWindow::Make(std::uint64_t begin, std::uint64_t bytes) try {
-  NodeFileId id;
-  int const file = MakeMemoryFile(FileBytes(begin, bytes), &id);
-  auto window = std::make_shared<NodeWindow>(file, id, begin, bytes);
+  auto window = std::make_shared<NodeWindow>(begin, bytes);
+  window->mFile = MakeMemoryFile(FileBytes(begin, bytes), &window->mId);
   return window->Map() ? window : nullptr;
 } catch (std::bad_alloc const&) {
   return nullptr;
@@ -29,14 +28,16 @@ std::shared_ptr<NodeWindow> NodeWindow::Make(std::uint64_t begin, std::uint64_t 
 std::shared_ptr<NodeWindow> NodeWindow::Open(NodeFileId const& id, std::uint64_t begin,
                                              std::uint64_t bytes) try {
   if (id.bytes != FileBytes(begin, bytes)) return nullptr;
-  auto window = std::make_shared<NodeWindow>(OpenMemoryFile(id), id, begin, bytes);
+  auto window = std::make_shared<NodeWindow>(begin, bytes);
+  window->mId = id;
+  window->mFile = OpenMemoryFile(id);
   return window->Map() ? window : nullptr;
 } catch (std::bad_alloc const&) {
   return nullptr;
 }
 
-NodeWindow::NodeWindow(int file, NodeFileId const& id, std::uint64_t begin, std::uint64_t bytes)
-    : mFile(file), mId(id), mBegin(begin), mBytes(bytes) {}
+NodeWindow::NodeWindow(std::uint64_t begin, std::uint64_t bytes)
+    : mBegin(begin), mBytes(bytes) {}
 
 NodeWindow::~NodeWindow() {
   if (mBase != nullptr) munmap(mBase, mId.bytes);

@@ -27,7 +27,8 @@ class NodeWindow {
   static std::shared_ptr<NodeWindow> Open(NodeFileId const& id, std::uint64_t begin,
                                           std::uint64_t bytes);
 
-  NodeWindow(int file, NodeFileId const& id, std::uint64_t begin, std::uint64_t bytes);
+  // Has no file and no mapping yet.
+  NodeWindow(std::uint64_t begin, std::uint64_t bytes);
   NodeWindow(NodeWindow const&) = delete;
   NodeWindow& operator=(NodeWindow const&) = delete;
   ~NodeWindow();
@@ -50,7 +51,7 @@ class NodeWindow {
  private:
   bool Map();
 
-  int mFile;
+  int mFile = -1;
   NodeFileId mId;
   std::uint64_t mBegin;
   std::uint64_t mBytes;

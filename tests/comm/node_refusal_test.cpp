@@ -483,6 +483,7 @@ TEST_F(NodeWindowRefusal, MemoryThatRunsOutChangesNoResult) {
   EXPECT_EQ(Views(whole), 2);
   NodeArena& arena = *NodeArena::OfProcess();
   NodeSpan const array{arena.OffsetOf(whole.Data(), whole.Bytes()), whole.Bytes()};
+  int const files = Descriptors();
   int without = 0;
   for (int nth = 0; nth < 12; ++nth) {
     ASSERT_TRUE(arena.Views().MakeOrdinary(array, array));
@@ -492,6 +493,7 @@ TEST_F(NodeWindowRefusal, MemoryThatRunsOutChangesNoResult) {
     FailNewAt(0);
     EXPECT_EQ(status, STATUS_OK) << nth;
     EXPECT_EQ(CountWrong(whole, 10), 0) << nth;
+    EXPECT_EQ(Descriptors(), files) << nth;
     without += 2 - Views(whole);
   }
   EXPECT_GT(without, 0);
