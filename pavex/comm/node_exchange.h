@@ -62,8 +62,8 @@ class NodeExchange {
   void Keep(NodeRegion const& from, NodeRegion const& to);
 
   // Moves everything. Null if that has succeeded, otherwise the first reason of a failure,
-  // valid until the next Begin. What can be moved is moved in any case, unless a process of the
-  // node has ended.
+  // valid until another Run fails. What can be moved is moved in any case, unless a process of
+  // the node has ended.
   char const* Run();
 
  private:

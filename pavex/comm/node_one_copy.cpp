@@ -38,21 +38,37 @@ NodeOneCopy::NodeOneCopy(NodeLinks& links, NodeExchange& exchange, std::vector<N
 }
 
 char const* NodeOneCopy::Agree() {
+  if (mLinks.Rank() != mLinks.Group().front()) TellEntered();
   char const* const failure = AgreeOn(true);
   return failure != nullptr || mAgreed || !mKnown ? failure : AgreeOn(false);
+}
+
+// This process now waits for an offer. If it has left the operation before out, others still
+// wait for it there, and would not make one. They get what they do not expect there, and fail.
+// Those that have ended that operation pass over a message of it.
+void NodeOneCopy::TellEntered() {
+  NodeVote& own = mVotes[static_cast<std::size_t>(mLinks.Rank())];
+  mExchange.Begin(NodeOperation::ONE_COPY, mSequence - 1, static_cast<int>(Step::ENTERED),
+                  NodeCopier::SENDER);
+  for (int const rank : mLinks.Group()) {
+    if (rank != mLinks.Rank())
+      mExchange.Send(rank, NodeRegion::Of(&own, sizeof own), DATATYPE_BYTE);
+  }
+  mExchange.Run();
 }
 
 // `known`: whether a window may be offered that has served before.
 char const* NodeOneCopy::AgreeOn(bool known) {
   Offer offer;
   if (mLinks.Rank() == mLinks.Group().front()) offer = MakeOffer(known);
-  bool const told = TellOffer(&offer) == nullptr;
+  char const* const untold = TellOffer(&offer);
+  bool const told = untold == nullptr;
   if (told) Take(offer);
   mVotes[static_cast<std::size_t>(mLinks.Rank())] = VoteOf(mLinks.Rank());
   char const* const failure = TellVotes(Step::VOTE, told);
-  mAgreed = failure == nullptr && AllAgree();
+  mAgreed = told && failure == nullptr && AllAgree();
   if (!mAgreed) mView.window.reset();
-  return failure;
+  return failure != nullptr ? failure : untold;
 }
 
 char const* NodeOneCopy::TellOffer(Offer* offer) {
@@ -105,8 +121,10 @@ NodeVote NodeOneCopy::VoteOf(int rank) const {
   return {agrees, static_cast<std::uint64_t>(piece.data - mArray.data), piece.Bytes()};
 }
 
-// Every process of the group to every other one.
+// Every process of the group to every other one. If the offer has not come, the first process
+// is in another operation: then it does not vote either.
 char const* NodeOneCopy::TellVotes(Step step, bool complete) {
+  bool const isAlone = step == Step::VOTE && !complete;
   auto const vote = [&](int rank) {
     return NodeRegion::Of(&mVotes[static_cast<std::size_t>(rank)], sizeof(NodeVote));
   };
@@ -114,7 +132,8 @@ char const* NodeOneCopy::TellVotes(Step step, bool complete) {
   for (int const rank : mLinks.Group()) {
     if (rank == mLinks.Rank()) continue;
     mExchange.Send(rank, vote(mLinks.Rank()), DATATYPE_BYTE);
-    mExchange.Receive(rank, vote(rank), DATATYPE_BYTE);
+    if (!isAlone || rank != mLinks.Group().front())
+      mExchange.Receive(rank, vote(rank), DATATYPE_BYTE);
   }
   return mExchange.Run();
 }

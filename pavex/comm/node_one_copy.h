@@ -56,8 +56,9 @@ class NodeOneCopy {
 
  private:
   struct Offer;
-  enum class Step : int { OFFER, VOTE, STORED };
+  enum class Step : int { OFFER, VOTE, STORED, ENTERED };
 
+  void TellEntered();
   char const* AgreeOn(bool known);
   char const* TellOffer(Offer* offer);
   Offer MakeOffer(bool known);

@@ -489,6 +489,34 @@ TEST_F(NodeOneCopyTest, SizesThatDifferFailAndShowNothing) {
   GatherAndExpect(whole, 2);
 }
 
+// One of them has too little for a window, and does not try to agree on one.
+TEST_F(NodeOneCopyTest, SizesOnBothSidesOfTheLeastFail) {
+  PoolBlock whole(mPool, Whole());
+  for (int odd = 0; odd < Size(); ++odd) {
+    int const piece = Rank() == odd ? Piece() / 2 : Piece();
+    PavexStatus status = STATUS_OK;
+    CaptureStdout([&] { status = Gather(*mComm, whole.Data(), 1, piece); });
+
+    EXPECT_EQ(status, STATUS_COMM_FAILED);
+    MPI_Barrier(MPI_COMM_WORLD);  // no further operation is needed to notice it
+    GatherAndExpect(whole, 2);
+  }
+}
+
+TEST_F(NodeOneCopyTest, ARankThatHasLeftAnOperationOutIsNoticedInItsNextOne) {
+  PoolBlock whole(mPool, Whole());
+  for (int odd = 0; odd < Size(); ++odd) {
+    PavexStatus status = STATUS_OK;
+    CaptureStdout([&] {
+      status = mComm->Allgather(mOwn.data(), Piece(), DATATYPE_BYTE, whole.Data(),
+                                Rank() == odd ? -1 : Piece(), DATATYPE_BYTE);
+    });
+
+    EXPECT_EQ(status, Rank() == odd ? STATUS_INVALID_VALUE : STATUS_COMM_FAILED);
+    GatherAndExpect(whole, odd);
+  }
+}
+
 TEST_F(NodeOneCopyTest, GroupsOfANodeKeepACopyEach) {
   NodeComm const groups(MPI_COMM_WORLD, 2);
   PoolBlock whole(mPool, Whole());
