@@ -64,7 +64,7 @@ class NodeArena : public BlockSource {
   bool Make();
   void* TakeLocked(std::size_t bytes, std::size_t alignment);
   void* TakeSmallLocked(std::size_t bytes);
-  void Punch(NodeSpan pages) const;
+  void Punch(NodeSpan pages) const;  // whole pages
   bool Has(void const* from, std::size_t bytes) const {
     return OffsetOf(from, bytes) != kOutside;
   }

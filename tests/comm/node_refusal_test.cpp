@@ -40,6 +40,10 @@ enum class Refusal {
 };
 Refusal gRefusal = Refusal::NONE;
 
+// What madvise gave back to the system last.
+unsigned char const* gRemoved = nullptr;
+std::size_t gRemovedBytes = 0;
+
 bool BeginsWith(char const* text, char const* start) {
   return std::strncmp(text, start, std::strlen(start)) == 0;
 }
@@ -90,6 +94,10 @@ PAVEX_FAKE_SYSTEM int madvise(void* place, std::size_t bytes, int advice) noexce
   if (Pavex::gRefusal == Pavex::Refusal::DROPPING && advice == MADV_DONTNEED) {
     errno = EINVAL;
     return -1;
+  }
+  if (advice == MADV_REMOVE) {
+    Pavex::gRemoved = static_cast<unsigned char const*>(place);
+    Pavex::gRemovedBytes = bytes;
   }
   return static_cast<int>(syscall(SYS_madvise, place, bytes, advice));
 }
@@ -322,6 +330,27 @@ TEST_F(NodePeerRefusal, HugePagesThatAreForbiddenChangeNothing) {
   if (forbids) {
     ASSERT_EQ(prctl(PR_SET_THP_DISABLE, 0, 0, 0, 0), 0);
   }
+}
+
+// MPIs that keep memory registered with the network define this function too.
+TEST_F(NodePeerRefusal, WhoWatchesMadviseSeesWhatGoesBackToTheSystem) {
+  if (mPair.Get() == MPI_COMM_NULL) return;
+  NodePool pool;
+  unsigned char const* begin = nullptr;
+  std::size_t bytes = 0;
+  {
+    PoolBlock block(pool, 1 << 20);
+    std::memset(block.Data(), 1, block.Bytes());
+    begin = block.Data();
+    bytes = block.Bytes();
+  }
+  pool.SetLimit(bytes / 2);
+  EXPECT_LE(gRemoved, begin + bytes / 2);
+  EXPECT_GE(gRemoved + gRemovedBytes, begin + bytes);
+
+  pool.ReleaseCached();
+  EXPECT_LE(gRemoved, begin);
+  EXPECT_GE(gRemoved + gRemovedBytes, begin + bytes);
 }
 
 TEST_F(NodePeerRefusal, OperationsNeedNoMemory) {
