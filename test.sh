@@ -114,9 +114,10 @@ build tsan thread_tests -DPAVEX_TWO_INSTANCES=ON
 run tsan "${thread[@]}"
 unset PAVEX_PROPERTY_CASES
 # Under MPICH the communicators and the library run; with --all also the command, and 7 and 8
-# processes, which take half of the time on 2 cores.
+# processes, which take half of the time on 2 cores. MPICH's processes do not give their core up
+# while they wait, so 4 of them take long over the many large collectives of one test.
 few=()
-[ $all = ON ] || few=(-E '\.np[78]$')
+[ $all = ON ] || few=(-E '\.np[78]$|^node_one_copy_test\.np4$')
 build mpich mpi_tests -DPAVEX_TOOLS=$all
 run mpich -L mpi "${few[@]}"
 build openmpi all -DPAVEX_PETSC_DIRS="$petsc" -DPAVEX_HYPRE=ON -DPAVEX_HYPRE_LIBRARIES="$hypre" \
