@@ -52,6 +52,14 @@ class PieceBuilder {
     mRecord.mBegin = band ? std::int64_t{list[0]} : AssemblyRecord::kList;
   }
 
+  // Takes an array of `count` elements from the pool, and logs a failure.
+  template <typename E>
+  PavexStatus Take(Buffer<E>& buffer, std::int64_t count) {
+    PavexStatus const status = mPool.Get(buffer, count);
+    if (status != STATUS_OK) static_cast<void>(Log::Report(status));
+    return status;
+  }
+
   // A process without entries sends no rows.
   PavexStatus BorrowNothing() {
     mRecord.mRows = mRecord.mNnz = mRecord.mBegin = 0;
@@ -79,7 +87,7 @@ class PieceBuilder {
   PavexStatus FindRepeats(BlockPattern<I> const& block, bool& none) {
     Range const range = RangeOf(block.mColIdx, mRecord.mGiven);
     Buffer<I> lastRow;
-    PavexStatus const status = Log::Report(mPool.Get(lastRow, range.Count()));
+    PavexStatus const status = Take(lastRow, range.Count());
     if (status != STATUS_OK) return status;
     std::fill_n(lastRow.mData, range.Count(), I{-1});
     I const* col = block.mColIdx;
@@ -101,7 +109,7 @@ class PieceBuilder {
       mCols.Borrow(const_cast<I*>(first.mColIdx), mRecord.mGiven);
       return STATUS_OK;
     }
-    PavexStatus const status = Log::Report(mPool.Get(mCols, mRecord.mGiven));
+    PavexStatus const status = Take(mCols, mRecord.mGiven);
     if (status != STATUS_OK) return status;
     I* out = mCols.mData;
     for (int b = 0; b < mOwn.mBlocks; ++b) {
@@ -120,8 +128,8 @@ class PieceBuilder {
   PavexStatus PrepareMerge(RowMerger<I>& merger) {
     bool const isKnown = mFound.mCols.IsKnown() && mCols.mAllocator == nullptr;
     Range const range = isKnown ? mFound.mCols : RangeOf(mCols.mData, mRecord.mGiven);
-    PavexStatus status = Log::Report(mPool.Get(mPiece.mSlots, mRecord.mGiven));
-    if (status == STATUS_OK) status = Log::Report(mPool.Get(mPiece.mCols, mRecord.mGiven));
+    PavexStatus status = Take(mPiece.mSlots, mRecord.mGiven);
+    if (status == STATUS_OK) status = Take(mPiece.mCols, mRecord.mGiven);
     if (status != STATUS_OK) return status;
     return Log::Report(
         merger.Prepare(mPool, range.mFirst, range.Count(), mSort, mPiece.mCols.mData));
@@ -130,7 +138,7 @@ class PieceBuilder {
   // Merges the rows that the blocks have in common.
   PavexStatus MergeRows() {
     RowMerger<I> merger;
-    PavexStatus status = Log::Report(mPool.Get(mPiece.mOffsets, mOwn.mRows + 1));
+    PavexStatus status = Take(mPiece.mOffsets, mOwn.mRows + 1);
     if (status == STATUS_OK) status = PrepareMerge(merger);
     if (status != STATUS_OK) return status;
     std::int64_t start[2] = {0, mOwn.mBlocks > 1 ? EntriesOf(mOwn, 0) : 0};
@@ -161,7 +169,7 @@ class PieceBuilder {
       mRows.Borrow(const_cast<I*>(first.mRowIdx), mRecord.mGiven);
       return STATUS_OK;
     }
-    PavexStatus const status = Log::Report(mPool.Get(mRows, mRecord.mGiven));
+    PavexStatus const status = Take(mRows, mRecord.mGiven);
     if (status != STATUS_OK) return status;
     I* out = mRows.mData;
     for (int b = 0; b < mOwn.mBlocks; ++b) {
@@ -191,7 +199,7 @@ class PieceBuilder {
     for (std::int64_t k = 1; k < mRecord.mGiven; ++k)
       changes = static_cast<I>(changes + (rows[k] != rows[k - 1] ? 1 : 0));
     mRuns = std::int64_t{changes} + 1;
-    PavexStatus const status = Log::Report(mPool.Get(mStarts, mRuns + 1));
+    PavexStatus const status = Take(mStarts, mRuns + 1);
     if (status != STATUS_OK) return status;
     I* start = mStarts.mData;
     *start = 0;
@@ -206,8 +214,8 @@ class PieceBuilder {
   // Sorts the runs by rows: counts them, adds up, and places each. Afterwards `order` lists the
   // runs, and those of row `first` + i end at mPiece.mOffsets[i + 1].
   PavexStatus SortByRows(Range const& range, Buffer<I>& order) {
-    PavexStatus status = Log::Report(mPool.Get(mPiece.mOffsets, range.Count() + 2));
-    if (status == STATUS_OK) status = Log::Report(mPool.Get(order, mRuns));
+    PavexStatus status = Take(mPiece.mOffsets, range.Count() + 2);
+    if (status == STATUS_OK) status = Take(order, mRuns);
     if (status != STATUS_OK) return status;
     // Counted one further: placing then moves each offset to where the row ends, which is where
     // the next one begins.
@@ -281,8 +289,8 @@ class PieceBuilder {
 
   PavexStatus LeaveEmptyRowsOut(Range const& range, std::int64_t filled) {
     Buffer<I> offsets;
-    PavexStatus status = Log::Report(mPool.Get(offsets, filled + 1));
-    if (status == STATUS_OK) status = Log::Report(mPool.Get(mPiece.mTouched, filled));
+    PavexStatus status = Take(offsets, filled + 1);
+    if (status == STATUS_OK) status = Take(mPiece.mTouched, filled);
     if (status != STATUS_OK) return status;
     std::int64_t at = 0;
     I const* const all = mPiece.mOffsets.mData;
