@@ -92,6 +92,7 @@ void MeasureBands(Runner& runner, int n) {
   constexpr int kSeats[] = {0, -1, 1, 2, -1, 3};
   long const points = static_cast<long>(n) * n * n;
   std::vector<Band> bands;
+  bands.reserve(kBands);
   for (int b = 0; b < kBands; ++b)
     bands.emplace_back(n, b, kBands);
   Ranks<Plain> plain(kBands);
@@ -202,7 +203,7 @@ struct Elements {
   void Add(int side, int x, int y, int z, std::vector<int> const& numbers) {
     int nodes[8];
     for (int corner = 0; corner < 8; ++corner) {
-      int const at[] = {x + (corner & 1), y + (corner >> 1 & 1), z + (corner >> 2)};
+      long const at[] = {x + (corner & 1), y + (corner >> 1 & 1), z + (corner >> 2)};
       nodes[corner] = numbers[static_cast<std::size_t>((at[2] * side + at[1]) * side + at[0])];
     }
     for (int i = 0; i < 8; ++i)
