@@ -60,15 +60,14 @@ void Check(PavexStatus status) {
 
 // Stands for a solver: eliminates the neighbours of a line of nodes.
 void Solve(Pavex::MatrixCSR<double, int> const& whole, std::vector<double>& x) {
-  std::vector<double> dense(kNodes * kNodes, 0.0);
+  std::vector<double> dense(std::size_t{kNodes} * kNodes, 0.0);
+  auto const at = [&dense](int i, int j) -> double& {
+    return dense[static_cast<std::size_t>(i) * kNodes + static_cast<std::size_t>(j)];
+  };
   for (int i = 0; i < kNodes; ++i)
     for (int k = whole.mRowPtr.mData[i]; k < whole.mRowPtr.mData[i + 1]; ++k)
-      dense[static_cast<std::size_t>(i * kNodes + whole.mColIdx.mData[k])] =
-          whole.mValues.mData[k];
+      at(i, whole.mColIdx.mData[k]) = whole.mValues.mData[k];
   x[0] = 0;
-  auto const at = [&dense](int i, int j) -> double& {
-    return dense[static_cast<std::size_t>(i * kNodes + j)];
-  };
   for (int i = 1; i < kNodes; ++i) {
     double const factor = at(i, i - 1) / at(i - 1, i - 1);
     at(i, i) -= factor * at(i - 1, i);
