@@ -173,7 +173,7 @@ class PAVEX_API Aggregator : public AggregatorBase {
   template <typename M>
   PavexStatus GatherOffsets(M const& local, GatherPlan const& plan, Buffer<I>& offsets);
   template <typename M>
-  PavexStatus GatherLengths(M const& local, int size, long count, Buffer<I>& offsets);
+  PavexStatus GatherLines(M const& local, int size, long count, Buffer<I>& offsets);
 };
 
 static_assert(sizeof(Aggregator<double, int>) == sizeof(AggregatorBase),

@@ -136,6 +136,15 @@ class PAVEX_API AggregatorBase {
   // Elements from the beginning of a run of the gathered values to that of the next.
   long LeadingDimension(bool rowMajor) const { return rowMajor ? mCols : mRows; }
 
+  // The offsets of compressed pieces: compressed.ipp.
+
+  // Whether each process sends the final offsets of its rows, or columns unless `byRows`,
+  // instead of their lengths. The same on every process.
+  bool SendsOffsets(bool byRows) const;
+  // Makes `counts` and `displs` the rows (columns) of each of `size` processes and where they
+  // go in the gathered matrix.
+  PavexStatus PlaceLines(bool byRows, int size, Buffer<int>& counts, Buffer<int>& displs) const;
+
   // Transfers that one call of a communicator cannot count: round_transfer.ipp.
 
   // Whether the entries of this gather move in more than one call.

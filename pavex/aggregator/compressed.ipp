@@ -6,11 +6,15 @@
 // Example, two row bands: offsets [1, 3, 4] and [0, 2] give lengths [2, 1] and [2], placed at 0
 // and 2 of the gathered array, which the running sum turns into [0, 2, 3, 5].
 //
+// Where every process stores its piece itself, the processes send [0, 2] and [3] in the same
+// calls. The receiver adds nothing up, and only writes the last offset.
+//
 // Included by aggregator.cpp.
 
 #pragma once
 
 #include "pavex/aggregator/round_transfer.ipp"
+#include "pavex/aggregator/rules.h"
 #include "pavex/aggregator/sparse.ipp"
 #include "pavex/runtime/wrapping.h"
 
@@ -33,6 +37,19 @@ void LengthsFromOffsets(Buffer<I> const& ptr, Buffer<I>& lengths) {
   }
 }
 
+// Computes the offsets of the rows (columns) as they are if the first one is `first`. Without
+// offsets, all rows (columns) are empty.
+template <typename I>
+void OffsetsFrom(I first, Buffer<I> const& ptr, Buffer<I>& offsets) {
+  if (ptr.mSize == 0) {
+    std::fill_n(offsets.mData, offsets.mSize, first);
+    return;
+  }
+  I const shift = WrappingSub(first, ptr.mData[0]);
+  for (std::int64_t i = 0; i < offsets.mSize; ++i)
+    offsets.mData[i] = WrappingAdd(ptr.mData[i], shift);
+}
+
 // Turns `count` lengths into `count` + 1 offsets from 0, in place.
 template <typename I>
 void OffsetsFromLengths(std::int64_t count, I* offsets) {
@@ -46,6 +63,15 @@ void OffsetsFromLengths(std::int64_t count, I* offsets) {
 }
 
 }  // namespace
+
+// Bands of the compressed dimension have their rows (columns) and entries in rank order, and
+// the records count the entries: NNZ() is the difference of the last and the first offset. So
+// the sums of the lengths are known before anything moves. Other pieces may overlap or leave
+// gaps, and their offsets are known only to who adds up. A plan that is not refused ensures
+// that I can count all entries.
+bool AggregatorBase::SendsOffsets(bool byRows) const {
+  return mPartition.type == BandsOf(byRows) && mComm->Strided();
+}
 
 template <typename T, typename I>
 template <typename M>
@@ -85,7 +111,7 @@ PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, GatherPlan const& pl
 
   PavexStatus status = PrepareArray(ptr, entries, true, offsets);
   if (status != STATUS_OK || mMode == CENTRALIZED_ALL) return status;
-  if (mMode == DISTRIBUTED) return GatherLengths(local, size, count, offsets);
+  if (mMode == DISTRIBUTED) return GatherLines(local, size, count, offsets);
 
   bool const sends = mLocalIsWhole && mRoot != mSourceRank;
   if (sends && ptr.mSize == 0) {  // without offsets every row (column) is empty
@@ -98,40 +124,53 @@ PavexStatus Aggregator<T, I>::GatherOffsets(M const& local, GatherPlan const& pl
                              TAG_GATHER, *mComm);
 }
 
+PavexStatus AggregatorBase::PlaceLines(bool byRows, int size, Buffer<int>& counts,
+                                       Buffer<int>& displs) const {
+  PavexStatus status = Log::Report(mPool->Get(counts, size));
+  if (status == STATUS_OK) status = Log::Report(mPool->Get(displs, size));
+  if (status != STATUS_OK) return status;
+  for (int p = 0; p < size; ++p) {
+    MatrixLocalInfo const& info = mLocalInfos.mData[p];
+    counts.mData[p] = static_cast<int>(info.Lines(byRows));
+    displs.mData[p] = static_cast<int>(LocalRowColBegin(info.partition));
+  }
+  return STATUS_OK;
+}
+
 template <typename T, typename I>
 template <typename M>
-PavexStatus Aggregator<T, I>::GatherLengths(M const& local, int size, long count,
-                                            Buffer<I>& offsets) {
-  constexpr Moved kMoved = SparseTraits<M>::kByRows ? Moved::ROWS : Moved::COLS;
+PavexStatus Aggregator<T, I>::GatherLines(M const& local, int size, long count,
+                                          Buffer<I>& offsets) {
+  constexpr bool kByRows = SparseTraits<M>::kByRows;
+  constexpr Moved kMoved = kByRows ? Moved::ROWS : Moved::COLS;
   bool const oneCall = IsOneRound(mLocalInfos, kMoved);
-  PavexStatus status = STATUS_OK;
   Buffer<int> counts;
   Buffer<int> displs;
-  if (mIsReceiver && oneCall) {
-    status = Log::Report(mPool->Get(counts, size));
-    if (status == STATUS_OK) status = Log::Report(mPool->Get(displs, size));
-    if (status != STATUS_OK) return status;
-    for (int p = 0; p < size; ++p) {
-      MatrixLocalInfo const& info = mLocalInfos.mData[p];
-      counts.mData[p] = static_cast<int>(info.Lines(SparseTraits<M>::kByRows));
-      displs.mData[p] = static_cast<int>(LocalRowColBegin(info.partition));
-    }
-  }
-
-  Buffer<I> lengths;
-  status = Log::Report(mPool->Get(lengths, PickCompressed<M>(local.mRows, local.mCols)));
+  PavexStatus status = STATUS_OK;
+  if (mIsReceiver && oneCall) status = PlaceLines(kByRows, size, counts, displs);
+  Buffer<I> sent;
+  if (status == STATUS_OK)
+    status = Log::Report(mPool->Get(sent, PickCompressed<M>(local.mRows, local.mCols)));
   if (status != STATUS_OK) return status;
-  LengthsFromOffsets(Offsets(local), lengths);
+  bool const placed = SendsOffsets(kByRows);
+  if (placed)
+    OffsetsFrom(static_cast<I>(EntriesBefore(mLocalInfos, mComm->Rank())), Offsets(local),
+                sent);
+  else
+    LengthsFromOffsets(Offsets(local), sent);
 
   constexpr Datatype kType = DatatypeOf<I>::kValue;
   if (oneCall)
-    status = GatherDistributed(lengths.mData, static_cast<int>(lengths.mSize), offsets.mData,
+    status = GatherDistributed(sent.mData, static_cast<int>(sent.mSize), offsets.mData,
                                counts.mData, displs.mData, kType, mRoot, *mComm);
   else
-    status = GatherRounds(kMoved, lengths.mData, offsets.mData, kType);
-  Log::Report(status);
-  if (status == STATUS_OK && mIsReceiver) OffsetsFromLengths(count, offsets.mData);
-  return status;
+    status = GatherRounds(kMoved, sent.mData, offsets.mData, kType);
+  if (Log::Report(status) != STATUS_OK || !mIsReceiver) return status;
+  if (placed)
+    offsets.mData[count] = static_cast<I>(mNnz);
+  else
+    OffsetsFromLengths(count, offsets.mData);
+  return STATUS_OK;
 }
 
 }  // namespace Pavex

@@ -122,8 +122,7 @@ void FindPlaces(Records const& records, GatherPlan const& plan, Findings& found)
     return;  // a negative size, or nothing moves
   for (bool const byRows : {true, false}) {
     std::int64_t const declared = byRows ? first.globalRows : first.globalCols;
-    std::int32_t const along = byRows ? PARTITION_ROW_WISE : PARTITION_COLUMN_WISE;
-    if (first.partition.type != along) {
+    if (first.partition.type != BandsOf(byRows)) {
       FindWide(byRows, records, declared, found);
       continue;
     }

@@ -99,8 +99,7 @@ void SettleOffsets(Records const& records, Survey const& survey, GatherPlan& pla
   if (!fits) return Refuse(plan, GatherStage::OFFSETS, GatherFlaw::TOO_MANY_OFFSETS, kNobody);
 
   // Adjacent bands of the compressed dimension follow each other.
-  bool const along = first.type == (byRows ? PARTITION_ROW_WISE : PARTITION_COLUMN_WISE);
-  if (along && !survey.mNegative) return;
+  if (first.type == BandsOf(byRows) && !survey.mNegative) return;
   std::int64_t const outside = FindLengthsOutside(byRows, first.begin, count, records);
   if (outside != kNobody)
     Refuse(plan, GatherStage::OFFSETS, GatherFlaw::LENGTHS_OUTSIDE, outside);

@@ -7,6 +7,7 @@
 
 #include "pavex/aggregator/local_info.h"
 #include "pavex/aggregator/plan.h"
+#include "pavex/matrix/partition.h"
 #include "pavex/runtime/buffer.h"
 
 #include <cstdint>
@@ -17,6 +18,11 @@ namespace Pavex {
 // even without entries. A coordinate piece without entries is empty. Fixed: see
 // docs/compatibility.md.
 bool IsEmpty(MatrixLocalInfo const& info);
+
+// The partition type of bands of rows, or of columns.
+constexpr std::int32_t BandsOf(bool byRows) noexcept {
+  return byRows ? PARTITION_ROW_WISE : PARTITION_COLUMN_WISE;
+}
 
 // Where the next band must begin.
 std::int64_t AdjacentBegin(MatrixLocalInfo const& band);

@@ -104,7 +104,8 @@ class PAVEX_API Comm {
 
   // Whether GatherRuns and ScatterRuns work; the same on every rank. Where they do, the library
   // moves dense pieces by them, from and to the arrays of the caller, and neither packs nor
-  // reorders. Local. The default body returns false.
+  // reorders. Bands of compressed rows or columns send their final offsets instead of lengths,
+  // so that receivers do not rewrite what has arrived. Local. The default body returns false.
   virtual bool Strided() const;
 
   // A Gatherv of runs: the elements `sent` of each rank's `sendbuf` become the elements

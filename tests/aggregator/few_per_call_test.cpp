@@ -245,6 +245,24 @@ TYPED_TEST(CompressedInRounds, PlaceTheLengthsOfEachRound) {
   });
 }
 
+TYPED_TEST(CompressedInRounds, PlaceTheOffsetsOfEachRound) {
+  LocalComm::Run(2, [](std::shared_ptr<Comm> const& inner) {
+    auto const comm = std::make_shared<StridedComm>(inner);
+    int const self = comm->Rank();
+    auto piece = self == 0 ? TypeParam::Make(5, 5, {3, 4, 4, 5, 5, 6}, {0, 1, 2}, {10, 20, 30})
+                           : TypeParam::Make(4, 5, {7, 7, 8, 8, 9}, {3, 4}, {40, 50});
+    TypeParam::Place(piece, 9, 5, TypeParam::Band(self == 0 ? 0 : 5));
+    LedgerPool pool;
+    Aggregator<double, int> aggregator(&pool);
+
+    ASSERT_EQ(aggregator.Allgather(comm, piece.matrix, true), STATUS_OK);
+
+    EXPECT_EQ(comm->DataTexts().size(), 5U) << "two calls for the offsets";
+    auto& whole = *aggregator.TargetAs<typename TypeParam::Matrix>();
+    EXPECT_THAT(Elements(whole.*TypeParam::kFirst), ElementsAre(0, 1, 1, 2, 2, 3, 3, 4, 4, 5));
+  });
+}
+
 // --- Dense: row bands of 2 and 3 rows of a 5 x 3 matrix
 
 DensePiece<> Band(int rank, int padding) {
