@@ -4,6 +4,7 @@
 #include "pavex/aggregator/plan.h"
 #include "tests/property/rng.h"
 #include "tests/support/aggregator_probe.h"
+#include "tests/support/cases_to_run.h"
 #include "tests/support/comm_call.h"
 #include "tests/support/log_level.h"
 #include "tests/support/records.h"
@@ -350,8 +351,9 @@ TEST(Verdict, IsRefusedExactlyWhereEveryProcessFailsBeforeDataMovesAndNamesTheSt
   LogLevel const silent(-1);
   char const* const first = std::getenv("PAVEX_VERDICT_FIRST");
   long const begin = first == nullptr ? 0 : std::atol(first);
+  long const end = begin + CasesToRun(kCases);
   std::map<std::string, long> seen;
-  for (long number = begin; number < begin + kCases; ++number) {
+  for (long number = begin; number < end; ++number) {
     Rng rng(5, static_cast<std::uint64_t>(number));
     Case input;
     input.records = AnyRecords(rng);

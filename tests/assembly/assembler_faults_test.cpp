@@ -2,7 +2,7 @@
 
 #include "pavex/assembly/assembler.h"
 #include "pavex/comm/local_comm.h"
-#include "tests/assembly/assembly_case.h"
+#include "tests/assembly/assembly_reference.h"
 #include "tests/support/ledger_pool.h"
 #include "tests/support/log_level.h"
 #include "tests/support/trace_comm.h"

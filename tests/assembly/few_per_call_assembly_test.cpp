@@ -3,7 +3,7 @@
 
 #include "pavex/aggregator/rounds.h"
 #include "pavex/comm/local_comm.h"
-#include "tests/assembly/assembly_case.h"
+#include "tests/assembly/assembly_run.h"
 #include "tests/support/capture.h"
 #include "tests/support/instances.h"
 #include "tests/support/ledger_pool.h"

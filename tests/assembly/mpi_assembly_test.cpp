@@ -3,7 +3,7 @@
 #include "pavex/comm/mpi_comm.h"
 #include "pavex/comm/node_comm.h"
 #include "pavex/comm/node_pool.h"
-#include "tests/assembly/assembly_case.h"
+#include "tests/assembly/assembly_run.h"
 
 #include <gtest/gtest.h>
 #include <memory>

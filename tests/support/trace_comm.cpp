@@ -36,9 +36,9 @@ std::vector<std::string> TraceComm::DataTexts() const {
 }
 
 PavexStatus TraceComm::Handle(CommCall& call) const {
-  call.result = Run(call);
-  mCalls.push_back(call);
-  return call.result;
+  PavexStatus const result = call.result = Run(call);
+  mCalls.push_back(std::move(call));
+  return result;
 }
 
 PavexStatus TraceComm::Run(CommCall const& call) const {
