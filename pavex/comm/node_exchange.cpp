@@ -16,7 +16,8 @@ namespace Pavex {
 namespace {
 
 // A process that waits watches the memory for this many looks, then gives its core away between
-// looks.
+// looks. Where processes take turns on the cores, the one that it waits for probably needs this
+// core: it gives it away at once.
 constexpr std::uint64_t kBusyWaits = 20;
 
 // How often a long wait lets MPI work, and looks whether all processes still live. Where others
@@ -125,12 +126,13 @@ bool NodeExchange::Step(Message& message) {
 // False if a process has ended that this one may be waiting for.
 bool NodeExchange::Wait() {
   ++mWaits;
-  if (mWaits <= kBusyWaits) {
+  std::uint64_t const busy = mLinks.Crowded() ? 0 : kBusyWaits;
+  if (mWaits <= busy) {
     Pause();
     return true;
   }
   auto const now = std::chrono::steady_clock::now();
-  if (mWaits == kBusyWaits + 1) mProgressed = mWatched = now;
+  if (mWaits == busy + 1) mProgressed = mWatched = now;
   if (mWaits % kWaitsPerProgress == 0 || now - mProgressed > kTimePerProgress) {
     mProgressed = now;
     int any = 0;

@@ -1,6 +1,7 @@
 #include "pavex/comm/node_links.h"
 
 #include "pavex/comm/node_key.h"
+#include "pavex/comm/node_processors.h"
 
 #include <algorithm>
 #include <atomic>
@@ -14,6 +15,7 @@ namespace Pavex {
 struct NodeLinks::Hello {
   NodeFileId arena;
   std::uint64_t control = NodeArena::kOutside;  // offset of the control block; outside: none
+  NodeProcessors processors;
 };
 
 // What every process tells all others, by rank.
@@ -65,6 +67,7 @@ int NodeLinks::Agree(Tables& all, int largest) {
   GroupByNode(all, largest);
   code = Tell(Introduce(), &all.hellos);
   if (code != MPI_SUCCESS) return code;
+  CountProcessors(all);
   code = Tell(OpenPeers(all.hellos) ? 1 : 0, &all.ready);
   if (code != MPI_SUCCESS) return code;
   Dissolve(all.ready);
@@ -106,8 +109,21 @@ void NodeLinks::GroupByNode(Tables& all, int largest) {
   }
 }
 
+void NodeLinks::CountProcessors(Tables const& all) {
+  NodeKey const& mine = all.keys[static_cast<std::size_t>(mRank)];
+  NodeProcessors processors;
+  int processes = 0;
+  for (std::size_t rank = 0; rank < all.keys.size(); ++rank) {
+    if (all.keys[rank].Compare(mine) != 0) continue;
+    processors.Add(all.hellos[rank].processors);
+    ++processes;
+  }
+  mCrowded = processes > processors.Count();
+}
+
 NodeLinks::Hello NodeLinks::Introduce() {
   Hello mine;
+  mine.processors = NodeProcessors::OfThread();
   if (mGroup.size() < 2 || !TakeControlBlock()) return mine;
   mine.arena = mArena->Id();
   mine.control = mArena->OffsetOf(mControl, mControlBytes);

@@ -59,6 +59,8 @@ class NodeLinks {
   bool AnyShared() const { return mAnyShared; }
   // Whether this process shares memory with another one.
   bool Shares() const { return mControl != nullptr; }
+  // Whether more processes of the communicator run on this node than they have processors.
+  bool Crowded() const { return mCrowded; }
 
   int Rank() const { return mRank; }
   int Size() const { return static_cast<int>(mLinks.size()); }
@@ -104,6 +106,7 @@ class NodeLinks {
   template <typename T>
   int Tell(T const& mine, std::vector<T>* all);
   void GroupByNode(Tables& all, int largest);
+  void CountProcessors(Tables const& all);
   Hello Introduce();
   bool TakeControlBlock();
   bool OpenPeers(std::vector<Hello> const& hellos);
@@ -122,6 +125,7 @@ class NodeLinks {
   std::uint64_t mNumber;
   int mRank = -1;
   bool mAnyShared = false;
+  bool mCrowded = false;
   bool mJoined = false;  // every rank has come to the end of Join, as far as this one knows
 };
 

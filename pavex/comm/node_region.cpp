@@ -63,6 +63,11 @@ NodeCopy::NodeCopy(NodeRegion const& to, NodeRegion const& from)
     : mTo(CutAs(from, to)), mFrom(CutAs(to, from)) {
   mFits = mTo.Bytes() == mFrom.Bytes() && mTo.length == mFrom.length;
   if (!mFits || mTo.Bytes() == 0 || mTo == mFrom) return;
+  if (mTo.Bytes() <= kChunk) {  // most messages: not worth the divisions below
+    mPerStep = mTo.count;
+    mChunks = 1;
+    return;
+  }
   mPerRun = (mTo.length + kChunk - 1) / kChunk;
   mPerStep = std::max<std::uint64_t>(kChunk / mTo.length, 1);
   mChunks = mPerRun > 1 ? mTo.count * mPerRun : (mTo.count + mPerStep - 1) / mPerStep;

@@ -54,9 +54,12 @@ bool NodeExchange::Offer(Message& message) {
   int const slot = NodeRing::SlotOf(number);
   if (number > NodeRing::kSlots && !IsFreeFor(ring.answers[slot].Read(), number)) return false;
   counters.sent = message.number = number;
-  if (!IsLarge(message))
+  NodePlace place{NodeArena::kOutside};
+  if (IsLarge(message))
+    place = PlaceOf(message);
+  else
     NodeCopy(NodeRegion::Of(ring.data[slot], message.terms.bytes), message.region).CopyAll();
-  ring.offers[slot].Publish(number, NodeState::OFFERED, message.terms, PlaceOf(message));
+  ring.offers[slot].Publish(number, NodeState::OFFERED, message.terms, place);
   return true;
 }
 
