@@ -18,17 +18,25 @@ constexpr int kReceiver = 1;
 constexpr int kBegins[] = {6, 0, 0, 2};  // of the rows of each rank
 constexpr int kCounts[] = {3, 0, 2, 4};
 
-// The ranks with rows, in the order of their bands; null on the others. Rank 0 of this group,
-// which has the first rows, receives.
-std::shared_ptr<Pavex::Comm> WithRows(Pavex::LocalComm const& all, int rows, int begin) {
-  return all.Split(rows > 0 ? 0 : -1, begin);
+// The group of the ranks that take part, in the order of their keys; null on the others. Null
+// on a rank that takes part means that the split has failed.
+std::shared_ptr<Pavex::Comm> Group(Pavex::LocalComm const& all, bool takesPart, int key) {
+  auto group = all.Split(takesPart ? 0 : -1, key);
+  if (takesPart && group == nullptr) throw std::runtime_error("the split has failed");
+  return group;
 }
 
-// The receiver, then the rank that has gathered the whole; null on the others. If they are the
-// same rank, it is alone, and nothing moves.
+// The ranks with rows, in the order of their bands. Rank 0 of this group, which has the first
+// rows, receives.
+std::shared_ptr<Pavex::Comm> WithRows(Pavex::LocalComm const& all, int rows, int begin) {
+  return Group(all, rows > 0, begin);
+}
+
+// The receiver, then the rank that has gathered the whole. If they are the same rank, it is
+// alone, and nothing moves.
 std::shared_ptr<Pavex::Comm> ToReceiver(Pavex::LocalComm const& all, bool receives,
                                         bool gathered) {
-  return all.Split(receives || gathered ? 0 : -1, receives ? 0 : 1);
+  return Group(all, receives || gathered, receives ? 0 : 1);
 }
 
 // Rows of a tridiagonal matrix, with columns of the whole.
