@@ -21,9 +21,9 @@ AssemblyFlaw Compare(AssemblyRecord const& first, AssemblyRecord const& other) {
   if (other.mWholeRows != first.mWholeRows || other.mWholeCols != first.mWholeCols)
     return AssemblyFlaw::OTHER_SHAPE;
   if (other.mReceiver != first.mReceiver) return AssemblyFlaw::OTHER_RECEIVER;
-  bool const same = other.mWithValues == first.mWithValues &&
-                    other.mSortColumns == first.mSortColumns && other.mBase == first.mBase;
-  return same ? AssemblyFlaw::NONE : AssemblyFlaw::OTHER_REQUEST;
+  if (other.mWithValues != first.mWithValues) return AssemblyFlaw::OTHER_VALUES;
+  if (other.mSortColumns != first.mSortColumns) return AssemblyFlaw::OTHER_ORDER;
+  return other.mBase == first.mBase ? AssemblyFlaw::NONE : AssemblyFlaw::OTHER_BASE;
 }
 
 void Count(AssemblyRecord const& record, std::int64_t process, AssemblyPlan& plan) {
@@ -70,7 +70,7 @@ void InRankOrder(Buffer<int> const& order) {
 void AssemblyVerdict::Note(AssemblyFlaw flaw, std::int64_t at, std::int64_t found,
                            std::int64_t limit) {
   if (!Flawless()) return;
-  mFlaw = static_cast<std::int32_t>(flaw);
+  mFlaw = static_cast<std::int16_t>(flaw);
   mAt = at;
   mFound = found;
   mLimit = limit;

@@ -22,7 +22,7 @@ struct AssemblyRequest {
 };
 
 // Why an assembly is refused.
-enum class AssemblyFlaw : std::int32_t {
+enum class AssemblyFlaw : std::int16_t {
   NONE,
   // What one process found wrong with what it was given.
   FAILED_STEP,       // its pool failed; the status says how
@@ -43,10 +43,13 @@ enum class AssemblyFlaw : std::int32_t {
   DENSE_ROWS,        // rows of a dense matrix
   DENSE_COLUMNS,     // columns of the whole dense matrix
   DENSE_LEADING,     // a leading dimension below the length of a run
+  DENSE_SHORT,       // a value array that ends before the last element
   // What the processes show together.
   OTHER_SHAPE,
   OTHER_RECEIVER,
-  OTHER_REQUEST,
+  OTHER_VALUES,  // one wants the pattern only
+  OTHER_ORDER,   // one wants the columns sorted
+  OTHER_BASE,
   OTHER_COLUMNS,    // of a dense matrix
   OTHER_OPERATION,  // or a collect with the other overlap
   TOO_MANY_IN_ALL,  // entries or rows, beyond what a communicator counts
@@ -55,6 +58,14 @@ enum class AssemblyFlaw : std::int32_t {
 
 // The arrays that can be missing.
 enum class AssemblyArray : std::int32_t { OFFSETS, ROWS, COLUMNS, VALUES, ROW_LIST, MAP };
+
+// What a flaw is in, if a process passes several of a kind.
+enum class AssemblyPart : std::int16_t { ONLY, FIRST_BLOCK, SECOND_BLOCK, WHOLE, OWN };
+
+// The part that block `block`, 0 or 1, of two is.
+constexpr AssemblyPart PartOfBlock(int block) {
+  return block == 0 ? AssemblyPart::FIRST_BLOCK : AssemblyPart::SECOND_BLOCK;
+}
 
 // The operations after a gather. Processes that call different ones are refused.
 enum class AssemblyOperation : std::int64_t { UPDATE, SCATTER, COLLECT_ADD, COLLECT_ONCE };
@@ -65,7 +76,8 @@ struct AssemblyVerdict {
   std::int64_t mAt = 0;     // the place of the flaw: a row or a position. Else the operation
   std::int64_t mFound = 0;  // the value that was found. Else the columns of a dense matrix
   std::int64_t mLimit = 0;  // what that value must stay below, or be
-  std::int32_t mFlaw = 0;   // an AssemblyFlaw; any number may arrive from a peer
+  std::int16_t mFlaw = 0;   // an AssemblyFlaw; any number may arrive from a peer
+  std::int16_t mPart = 0;   // an AssemblyPart; any number may arrive here too
   std::int32_t mStatus = STATUS_OK;  // of FAILED_STEP
 
   // Notes a flaw, unless there is one.
@@ -75,7 +87,11 @@ struct AssemblyVerdict {
   // Notes that a step failed with `status`, unless that is STATUS_OK or there is a flaw.
   void NoteStep(PavexStatus status);
   // Whether no flaw has been noted.
-  bool Flawless() const { return mFlaw == static_cast<std::int32_t>(AssemblyFlaw::NONE); }
+  bool Flawless() const { return mFlaw == static_cast<std::int16_t>(AssemblyFlaw::NONE); }
+  // Says what the flaw is in, if there is one.
+  void NotePart(AssemblyPart part) {
+    if (!Flawless()) mPart = static_cast<std::int16_t>(part);
+  }
 };
 
 // What one process says about itself. A record that has not arrived has a request that no

@@ -207,6 +207,7 @@ CheckFindings CheckContribution(ContributionPattern<I> const& own, bool const* h
   CheckFindings found;
   for (int at = 0; at < own.mBlocks && record.Flawless(); ++at) {
     CheckBlock(own, at, hasValues[at], request, record, found);
+    if (own.mBlocks > 1) record.NotePart(PartOfBlock(at));
   }
   record.mOwnBegin = own.mListed ? AssemblyRecord::kList : own.mBegin;
   record.mOwnRows = own.mRows;

@@ -71,14 +71,29 @@ bool IsPacked(MatrixDense<T, I> const& matrix) {
   return matrix.mLd == matrix.mRows || matrix.mCols == 1;
 }
 
+// Notes the first flaw of a dense matrix that must have `rows` rows.
 template <typename T, typename I>
-void CheckDense(MatrixDense<T, I> const& matrix, std::int64_t rows, AssemblyVerdict& verdict) {
-  if (matrix.mRows != rows) verdict.Note(AssemblyFlaw::DENSE_ROWS, 0, matrix.mRows, rows);
-  if (matrix.mCols < 0) verdict.Note(AssemblyFlaw::NEGATIVE_COUNT, 0, matrix.mCols, 0);
-  if (rows == 0 || matrix.mCols <= 0) return;
-  if (matrix.mLd < matrix.RunLength())
-    verdict.Note(AssemblyFlaw::DENSE_LEADING, 0, matrix.mLd, matrix.RunLength());
-  if (matrix.mValues.mData == nullptr) verdict.NoteMissing(AssemblyArray::VALUES);
+void FindFlaw(MatrixDense<T, I> const& matrix, std::int64_t rows, AssemblyVerdict& verdict) {
+  std::int64_t const run = matrix.RunLength();
+  std::int64_t const ld = matrix.mLd;
+  std::int64_t const length = matrix.mValues.mSize;
+  if (matrix.mRows != rows)
+    return verdict.Note(AssemblyFlaw::DENSE_ROWS, 0, matrix.mRows, rows);
+  if (matrix.mCols < 0) return verdict.Note(AssemblyFlaw::NEGATIVE_COUNT, 0, matrix.mCols, 0);
+  if (rows == 0 || matrix.mCols == 0) return;
+  if (ld < run) return verdict.Note(AssemblyFlaw::DENSE_LEADING, 0, ld, run);
+  if (matrix.mValues.mData == nullptr) return verdict.NoteMissing(AssemblyArray::VALUES);
+  std::int64_t const gaps = matrix.Runs() - 1;
+  if (length < run || (length - run) / ld < gaps)
+    verdict.Note(AssemblyFlaw::DENSE_SHORT, 0, length, WrappingAdd(WrappingMul(gaps, ld), run));
+}
+
+template <typename T, typename I>
+void CheckDense(MatrixDense<T, I> const& matrix, std::int64_t rows, AssemblyPart part,
+                AssemblyVerdict& verdict) {
+  if (!verdict.Flawless()) return;
+  FindFlaw(matrix, rows, verdict);
+  verdict.NotePart(part);
 }
 
 }  // namespace
@@ -178,9 +193,9 @@ PavexStatus Assembler<T, I>::AgreeOnDense(MatrixDense<T, I> const& whole,
   AssemblyVerdict verdict;
   std::int64_t const rows = mRecords.mData[mComm->Rank()].mOwnRows;
   std::int64_t const columns = Receives() ? whole.mCols : rows > 0 ? own.mCols : kAnyColumns;
-  CheckDense(own, rows, verdict);
+  CheckDense(own, rows, AssemblyPart::OWN, verdict);
   if (Receives()) {
-    CheckDense(whole, mRequest.mRows, verdict);
+    CheckDense(whole, mRequest.mRows, AssemblyPart::WHOLE, verdict);
     if (rows > 0 && whole.mCols != own.mCols)
       verdict.Note(AssemblyFlaw::DENSE_COLUMNS, 0, whole.mCols, own.mCols);
   }

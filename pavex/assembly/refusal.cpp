@@ -26,10 +26,16 @@ char const* NameOf(std::int64_t array) {
   return array >= 0 && array < 6 ? kNames[array] : "array";
 }
 
+char const* NameOfPart(std::int16_t part) {
+  static constexpr char const* kNames[] = {"", " of block 1", " of block 2", " of the whole",
+                                           " of its own"};
+  return part >= 0 && part < 5 ? kNames[part] : "";
+}
+
 // A row or column of a whole, of a process or of a map that has none.
-void SayNone(Words& words, int p, char const* line, std::int64_t found) {
-  words.Say("Process %d passes %s %ld, but there are no %ss; pass none.", p, line,
-            static_cast<long>(found), line);
+void SayNone(Words& words, int p, char const* line, AssemblyVerdict const& verdict) {
+  words.Say("Process %d passes %s %ld%s, but there are no %ss; pass none.", p, line,
+            static_cast<long>(verdict.mFound), NameOfPart(verdict.mPart), line);
 }
 
 // What process `p` found wrong with what it was given.
@@ -38,9 +44,10 @@ void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& wor
   long const found = verdict.mFound;
   long const limit = verdict.mLimit;
   long const last = limit - 1;
+  char const* const of = NameOfPart(verdict.mPart);
   switch (flaw) {
     case AssemblyFlaw::FAILED_STEP:
-      return words.Say("Process %d could not prepare its piece: %s.", p,
+      return words.Say("Process %d got no memory from its pool: %s; give it more.", p,
                        PavexStatusStr(verdict.mStatus));
     case AssemblyFlaw::BAD_SHAPE:
       return words.Say("Process %d wants a whole of %ld x %ld; pass 0 to %ld.", p, at, found,
@@ -56,41 +63,45 @@ void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& wor
       return words.Say("Process %d maps columns before it adds a block; add the block first.",
                        p);
     case AssemblyFlaw::NEGATIVE_COUNT:
-      return words.Say("Process %d passes %ld rows, entries or columns; pass 0 or more.", p,
-                       found);
+      return words.Say("Process %d passes %ld rows, entries or columns%s; pass 0 or more.", p,
+                       found, of);
     case AssemblyFlaw::MISSING_ARRAY:
-      return words.Say("Process %d passes no %s; pass the array.", p, NameOf(limit));
+      return words.Say("Process %d passes no %s%s; pass the array.", p, NameOf(limit), of);
     case AssemblyFlaw::BAND_OUTSIDE:
       return words.Say("Process %d has rows %ld to %ld of %ld; count the begin from 0.", p, at,
                        found, limit);
     case AssemblyFlaw::ROW_OUTSIDE:
-      if (limit == 0) return SayNone(words, p, "row", found);
+      if (limit == 0) return SayNone(words, p, "row", verdict);
       return words.Say("Process %d, row %ld of its list is %ld; pass 0 to %ld.", p, at, found,
                        last);
     case AssemblyFlaw::OFFSETS_DESCEND:
-      return words.Say("Process %d, row %ld has %ld entries; pass offsets that ascend.", p, at,
-                       found);
+      return words.Say("Process %d, row %ld%s has %ld entries; pass offsets that ascend.", p,
+                       at, of, found);
     case AssemblyFlaw::ENTRY_OUTSIDE:
-      if (limit == 0) return SayNone(words, p, "row", found);
-      return words.Say("Process %d, entry %ld has row %ld; pass 0 to %ld.", p, at, found, last);
+      if (limit == 0) return SayNone(words, p, "row", verdict);
+      return words.Say("Process %d, entry %ld%s has row %ld; pass 0 to %ld.", p, at, of, found,
+                       last);
     case AssemblyFlaw::COLUMN_OUTSIDE:
-      if (limit == 0) return SayNone(words, p, "column", found);
-      return words.Say("Process %d, row %ld has column %ld; pass 0 to %ld.", p, at, found,
+      if (limit == 0) return SayNone(words, p, "column", verdict);
+      return words.Say("Process %d, row %ld%s has column %ld; pass 0 to %ld.", p, at, of, found,
                        last);
     case AssemblyFlaw::MAP_OUTSIDE:
-      if (limit == 0) return SayNone(words, p, "column", found);
-      return words.Say("Process %d, column %ld of its map is %ld; pass 0 to %ld.", p, at, found,
-                       last);
+      if (limit == 0) return SayNone(words, p, "column", verdict);
+      return words.Say("Process %d, column %ld of its map%s is %ld; pass 0 to %ld.", p, at, of,
+                       found, last);
     case AssemblyFlaw::TOO_MANY_ENTRIES:
       return words.Say("Process %d passes %ld entries; use long indices.", p, found);
     case AssemblyFlaw::DENSE_ROWS:
-      return words.Say("Process %d passes %ld dense rows; pass %ld.", p, found, limit);
+      return words.Say("Process %d passes %ld dense rows%s; pass %ld.", p, found, of, limit);
     case AssemblyFlaw::DENSE_COLUMNS:
       return words.Say(
           "Process %d passes %ld columns of the whole and %ld of its own; pass as many.", p,
           found, limit);
     case AssemblyFlaw::DENSE_LEADING:
-      return words.Say("Process %d passes leading dimension %ld; pass at least %ld.", p, found,
+      return words.Say("Process %d passes leading dimension %ld%s; pass at least %ld.", p,
+                       found, of, limit);
+    case AssemblyFlaw::DENSE_SHORT:
+      return words.Say("Process %d passes %ld values%s; pass at least %ld.", p, found, of,
                        limit);
     case AssemblyFlaw::OTHER_COLUMNS:
       return words.Say(
@@ -107,7 +118,9 @@ void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& wor
           "Process %d counts %ld x %ld elements, more than 2147483647; pass fewer columns.", p,
           at, found);
     default:
-      return words.Say("Process %d refuses its piece for an unknown reason.", p);
+      return words.Say(
+          "Process %d refuses its piece for an unknown reason; run one version of the library.",
+          p);
   }
 }
 
@@ -122,9 +135,17 @@ void SayTogether(AssemblyFlaw flaw, int p, AssemblyRecord const& record,
     case AssemblyFlaw::OTHER_RECEIVER:
       return words.Say("Process %d wants receiver %d, process 0 wants %d; pass one receiver.",
                        p, record.mReceiver, first.mReceiver);
+    case AssemblyFlaw::OTHER_VALUES:
+      return words.Say("Process %d wants %s, process 0 wants %s; pass one request.", p,
+                       record.mWithValues != 0 ? "values" : "no values",
+                       first.mWithValues != 0 ? "values" : "no values");
+    case AssemblyFlaw::OTHER_ORDER:
+      return words.Say("Process %d wants columns %s, process 0 wants them %s; pass one order.",
+                       p, record.mSortColumns != 0 ? "sorted" : "in any order",
+                       first.mSortColumns != 0 ? "sorted" : "in any order");
     default:
-      return words.Say(
-          "Process %d wants other values, order or base than process 0; pass one request.", p);
+      return words.Say("Process %d wants base %d, process 0 wants %d; pass one base.", p,
+                       record.mBase, first.mBase);
   }
 }
 
@@ -138,7 +159,9 @@ PavexStatus StatusOf(AssemblyFlaw flaw, AssemblyVerdict const& verdict) {
       return verdict.mStatus;
     case AssemblyFlaw::OTHER_SHAPE:
     case AssemblyFlaw::OTHER_RECEIVER:
-    case AssemblyFlaw::OTHER_REQUEST:
+    case AssemblyFlaw::OTHER_VALUES:
+    case AssemblyFlaw::OTHER_ORDER:
+    case AssemblyFlaw::OTHER_BASE:
     case AssemblyFlaw::OTHER_COLUMNS:
     case AssemblyFlaw::OTHER_OPERATION:
       return STATUS_INCONSISTENT;
@@ -164,7 +187,9 @@ AssemblyReason ReasonOf(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& 
   switch (plan.mFlaw) {
     case AssemblyFlaw::OTHER_SHAPE:
     case AssemblyFlaw::OTHER_RECEIVER:
-    case AssemblyFlaw::OTHER_REQUEST:
+    case AssemblyFlaw::OTHER_VALUES:
+    case AssemblyFlaw::OTHER_ORDER:
+    case AssemblyFlaw::OTHER_BASE:
       SayTogether(plan.mFlaw, process, record, records.mData[0], words);
       return words;
     default:

@@ -82,8 +82,10 @@ PavexStatus Assembler<T, I>::MoveAndAdd(T const* const* given, PavexStatus befor
 template <typename T, typename I>
 T const* Assembler<T, I>::PrepareValues(T const* const* given, Buffer<T>& sums,
                                         AssemblyVerdict& verdict) {
-  for (int b = 0; b < 2; ++b)
+  for (int b = 0; b < 2 && verdict.Flawless(); ++b) {
     if (mEntries[b] > 0 && given[b] == nullptr) verdict.NoteMissing(AssemblyArray::VALUES);
+    if (mEntries[1] > 0) verdict.NotePart(PartOfBlock(b));
+  }
   if (!verdict.Flawless() || mSlots.mData == nullptr) return given[0];
   verdict.NoteStep(mPool->Get(sums, mSent.mEntries));
   if (!verdict.Flawless()) return nullptr;

@@ -24,7 +24,7 @@ constexpr PavexStatus kRefused = STATUS_OUT_OF_MEMORY;
 // the reason, and what the callers of the agreement say.
 std::string Agreed(int before, int callers, int process = 0) {
   return StatusLines(before, kRefused) + "[ERROR] Process " + std::to_string(process) +
-         " could not prepare its piece: " + PavexStatusStr(kRefused) + ".\n" +
+         " got no memory from its pool: " + PavexStatusStr(kRefused) + "; give it more.\n" +
          StatusLines(callers, kRefused);
 }
 

@@ -140,10 +140,7 @@ TEST(AssemblerUpdate, IsRefusedOnEveryProcessIfItMeetsAnotherOperation) {
     });
     std::string const line =
         "[ERROR] Process 1 calls another operation or overlap than process 0; call one.\n";
-    std::size_t lines = 0;
-    for (auto at = printed.find(line); at != std::string::npos; at = printed.find(line, at + 1))
-      ++lines;
-    EXPECT_EQ(lines, 3U) << printed;
+    EXPECT_EQ(CountOf(line, printed), 3) << printed;
   }
 }
 
@@ -161,7 +158,11 @@ TEST(AssemblerUpdate, IsRefusedOnEveryProcessIfTheReceiverHasNoRoom) {
       EXPECT_EQ(assembler.Update(input.values.data()), STATUS_OK) << "afterwards";
     });
   });
-  EXPECT_NE(printed.find("Process 0 could not prepare its piece: "), std::string::npos);
+  EXPECT_EQ(CountOf("[ERROR] Process 0 got no memory from its pool: Out of memory; give it "
+                    "more.\n",
+                    printed),
+            6)
+      << printed;
 }
 
 TEST(AssemblerGather, IsRefusedOnEveryProcessIfTheReceiverHasNoRoomToMerge) {

@@ -4,6 +4,7 @@
 
 #include "tests/assembly/small_case.h"
 
+#include <string>
 #include <vector>
 
 namespace Pavex {
@@ -23,5 +24,13 @@ struct Input {
     own = Own::Rows(2, rows.data()).Csr(offsets.data(), cols.data(), values.data());
   }
 };
+
+// How often `text` occurs in `printed`.
+inline int CountOf(std::string const& text, std::string const& printed) {
+  int count = 0;
+  for (auto at = printed.find(text); at != std::string::npos; at = printed.find(text, at + 1))
+    ++count;
+  return count;
+}
 
 }  // namespace Pavex

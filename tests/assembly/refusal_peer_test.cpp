@@ -1,0 +1,80 @@
+// A peer's verdict that this version of the library does not know: it is refused, and no name
+// is read outside an array.
+
+#include "pavex/assembly/assembler.h"
+#include "pavex/comm/local_comm.h"
+#include "tests/assembly/spoiled_input.h"
+#include "tests/support/capture.h"
+#include "tests/support/ledger_pool.h"
+#include "tests/support/trace_comm.h"
+
+#include <cstring>
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace Pavex {
+namespace {
+
+using Change = std::function<void(AssemblyVerdict& verdict)>;
+
+// Changes what arrives from rank 1 in every exchange of verdicts.
+class OtherPeerComm : public TraceComm {
+ public:
+  OtherPeerComm(std::shared_ptr<Comm> inner, Change change)
+      : TraceComm(std::move(inner)), mChange(std::move(change)) {}
+
+ protected:
+  PavexStatus Handle(CommCall& call) const override {
+    PavexStatus const status = TraceComm::Handle(call);
+    if (call.op != CommOp::ALLGATHER || call.recvcount < int{sizeof(AssemblyVerdict)})
+      return status;
+    char* const record = static_cast<char*>(call.recvbuf) + call.recvcount;
+    AssemblyVerdict verdict;
+    std::memcpy(&verdict, record, sizeof verdict);
+    mChange(verdict);
+    std::memcpy(record, &verdict, sizeof verdict);
+    return status;
+  }
+
+ private:
+  Change const mChange;
+};
+
+void ExpectReason(std::string const& reason, Change const& change) {
+  std::string const printed = CaptureStdout([&] {
+    LocalComm::Run(2, [&](std::shared_ptr<Comm> const& comm) {
+      LedgerPool pool;
+      Assembler<double, int> assembler(&pool);
+      Input const input;
+      auto const other = std::make_shared<OtherPeerComm>(comm, change);
+      EXPECT_EQ(assembler.Gather(other, input.own, input.request), STATUS_INVALID_VALUE);
+      EXPECT_EQ(assembler.Describe(), reason);
+    });
+  });
+  EXPECT_EQ(CountOf("[ERROR] " + reason + "\n", printed), 2) << printed;
+}
+
+TEST(APeerOfAnotherVersion, IsRefusedForAReasonThatNoOneKnows) {
+  for (int const flaw : {-1, 77}) {
+    ExpectReason(
+        "Process 1 refuses its piece for an unknown reason; run one version of the library.",
+        [flaw](AssemblyVerdict& verdict) { verdict.mFlaw = static_cast<std::int16_t>(flaw); });
+  }
+}
+
+TEST(APeerOfAnotherVersion, MayMissAnArrayOfAPartThatNoOneKnows) {
+  for (int const number : {-1, 6}) {
+    ExpectReason("Process 1 passes no array; pass the array.",
+                 [number](AssemblyVerdict& verdict) {
+                   verdict.mFlaw = static_cast<std::int16_t>(AssemblyFlaw::MISSING_ARRAY);
+                   verdict.mLimit = number;
+                   verdict.mPart = static_cast<std::int16_t>(number < 0 ? -1 : 5);
+                 });
+  }
+}
+
+}  // namespace
+}  // namespace Pavex
