@@ -41,9 +41,11 @@ enum class Overlap {
 //
 // If a gather fails, nothing is gathered. If an update fails, the whole keeps its values.
 //
-// The whole is the same, bit by bit, whenever the same processes pass the same contributions:
-// what overlaps is added in the order of each process first, then in the order of the ranks.
-// A different number of processes may round differently.
+// The whole is the same, bit by bit, whenever the same processes pass the same contributions.
+// Each process first adds the entries of each of its rows, in the order of blocks and entries.
+// The rows are then added in the order of the ranks, and those of one process in the order of
+// its list: a row that a list repeats is several rows, unless the process passes coordinates. A
+// different number of processes may round differently.
 //
 // Bytes of the pool at most, with i bytes an index and t a value. P: processes. n: entries of a
 // process. m: those that it sends, at most n. c: the columns between its first and its last. r:
@@ -101,7 +103,7 @@ class PAVEX_API Assembler {
   // Fills `own` on every process with its rows of `whole`, in its own order; each process that
   // has a row gets it. `whole`, with all rows and any number of columns, is read on receivers
   // only. `own` has the rows of the contribution and as many columns, and a value array, which
-  // does not overlap that of `whole`. On a process without rows, any matrix without rows will
+  // does not overlap that of `whole`. Both arrays reach to the last element of their shape. On a process without rows, any matrix without rows will
   // do. STATUS_INVALID_VALUE and STATUS_INCONSISTENT on every process if shapes do not fit,
   // STATUS_NOT_SUPPORTED if the rows of all processes have more elements than 2147483647
   // together.
