@@ -29,10 +29,8 @@ void Measure(Runner* runner, long n, Kind kind, long count, double limit) {
     for (long i = 0; i < count; ++i) {
       if (kind == Kind::UPDATE)
         gatherer.Update(band.csr);
-      else if (kind == Kind::GATHER)
-        gatherer.Gather(band.csr);
       else
-        gatherer.Allgather(band.csr);
+        gatherer.Gather(band.csr, kind == Kind::ALLGATHER);
     }
   };
   Team team;
@@ -56,11 +54,15 @@ int Main(int argc, char** argv) {
       "Gathers over " + std::string(kMpi) + " on " + std::to_string(Size()) + " processes");
   if (Rank() == 0) runner.Parse(argc, argv);
   Runner* const mine = Rank() == 0 ? &runner : nullptr;
-  for (Kind const kind : {Kind::GATHER, Kind::UPDATE, Kind::ALLGATHER})
+  for (Kind const kind : {Kind::GATHER, Kind::UPDATE})
     Measure(mine, 64, kind, 5, 0.6);
+  // Processes of MPICH keep their core while they wait, so each message takes as long as the
+  // turns of the others: a gather to all takes seconds, a tiny one as long as many over Open
+  // MPI.
+  if (kIsOpenMpi) Measure(mine, 64, Kind::ALLGATHER, 5, 0.6);
   // The pieces are so small that little but the meeting of the processes is measured. A
   // repetition is long enough for the system to move them between the cores several times.
-  Measure(mine, 2, Kind::GATHER, 2000, 1.1);
+  Measure(mine, 2, Kind::GATHER, kIsOpenMpi ? 2000 : 20, 1.1);
   return Rank() == 0 ? runner.Finish() : 0;
 }
 
@@ -68,8 +70,5 @@ int Main(int argc, char** argv) {
 }  // namespace Pavex::Bench
 
 int main(int argc, char** argv) {
-  MPI_Init(&argc, &argv);
-  int const code = Pavex::Bench::Main(argc, argv);
-  MPI_Finalize();
-  return code;
+  return Pavex::Bench::RunOverMpi(argc, argv, Pavex::Bench::Main);
 }

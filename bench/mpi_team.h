@@ -88,18 +88,32 @@ struct Gatherer {
   bool correct = true;
 
   void Expect(PavexStatus status) { correct &= status == STATUS_OK; }
-  void Gather(MatrixBase const& local) { Expect(aggregator.Gather(comm, local, true)); }
-  void Allgather(MatrixBase const& local) { Expect(aggregator.Allgather(comm, local, true)); }
+  void Gather(MatrixBase const& local, bool toAll = false) {
+    GatherInto(aggregator, local, toAll);
+  }
   void Update(MatrixBase const& local) { Expect(aggregator.Update(local)); }
 
   // Makes the first gather of an application, into new arrays.
-  void GatherFresh(MatrixBase const& local) {
+  void GatherFresh(MatrixBase const& local, bool toAll) {
     PoolType fresh;
     Aggregator<double, int> first(&fresh);
-    Expect(first.Gather(comm, local, true));
+    GatherInto(first, local, toAll);
+  }
+
+ private:
+  void GatherInto(Aggregator<double, int>& receiver, MatrixBase const& local, bool toAll) {
+    Expect(toAll ? receiver.Allgather(comm, local, true) : receiver.Gather(comm, local, true));
   }
 };
 using MpiGatherer = Gatherer<MpiComm, MemoryPool>;
 using NodeGatherer = Gatherer<NodeComm, NodePool>;
+
+// The main function of a benchmark over MPI: `run` is the program between MPI's start and end.
+inline int RunOverMpi(int argc, char** argv, int (*run)(int argc, char** argv)) {
+  MPI_Init(&argc, &argv);
+  int const code = run(argc, argv);
+  MPI_Finalize();
+  return code;
+}
 
 }  // namespace Pavex::Bench

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in Release and runs them. Those whose names begin with mpi_ run with Open
-# MPI and then with MPICH, on 2 processes; mpi_crowded with Open MPI on 4 and on 8.
+# MPI and then with MPICH, on 2 processes; mpi_crowded on 4 and on 8.
 #
 #   bench/run.sh                        all of them, except large_gather
 #   bench/run.sh dense_reorder          one of them
@@ -41,10 +41,7 @@ programs=("$root"/build/bench/bench/bench_*)
 [ -z "$name" ] || programs=("$root/build/bench/bench/bench_$name")
 over_mpi=()
 for program in "${programs[@]}"; do
-  # Processes of MPICH poll without giving their core up: with more of them than cores a small
-  # message takes as long as the turns of all, and the crowded rows take minutes.
-  [[ $program != */bench_mpi_* || $program == */bench_mpi_crowded ]] ||
-    over_mpi+=("$(basename "$program")")
+  [[ $program != */bench_mpi_* ]] || over_mpi+=("$(basename "$program")")
 done
 [ ${#over_mpi[@]} = 0 ] || build bench_mpich mpich "${over_mpi[@]}"
 

@@ -36,9 +36,10 @@ into one array; `UpdateInPlace` does not. A receiver of a million records sets t
 reads them once and writes the counts.
 
 The gathers over MPI run with Open MPI, then with MPICH, for which there are no limits. With more processes
-than cores Open MPI alone runs, and the baseline is `MpiComm`. Two cores that copy at the same time share
-the memory of the machine: "memcpy by all at once" is the time in which each process copies its piece of
-an update into an array of its own, without any message.
+than cores the baseline is `MpiComm`. There a waiting process of MPICH keeps its core until its turn ends,
+so that messages take milliseconds; gathers to all, which take seconds, are left out. Two cores that copy at
+the same time share the memory of the machine: "memcpy by all at once" is the time in which each process
+copies its piece of an update into an array of its own, without any message.
 
 HEAD
   echo "Run on $(date +%F), commit $(git rev-parse --short HEAD), $(nproc) cores," \
