@@ -2,23 +2,23 @@
 
 #pragma once
 
+#include "pavex/assembly/assembly_plan.h"
 #include "pavex/runtime/buffer.h"
 #include "pavex/runtime/comm.h"
 
-#include <type_traits>
+#include <memory>
 
 namespace Pavex {
 
-// Fills `all`, one element per process, with the `own` of each. Calls nothing for one process.
-// Collective.
-template <typename Record>
-PavexStatus Exchange(Comm const& comm, Record const& own, Buffer<Record>& all) {
-  static_assert(std::is_trivially_copyable_v<Record>, "sent as bytes");
-  if (all.mSize == 1) {
-    all.mData[0] = own;
-    return STATUS_OK;
-  }
-  constexpr int kBytes = sizeof(Record);
+// Fills `all`, one record per process, with the `own` of each. Its memory need not be set. A
+// record that does not arrive is a default one. Every operation makes the same call, so that
+// processes that are in different ones meet here. Calls nothing for one process. Collective.
+inline PavexStatus Exchange(Comm const& comm, AssemblyRecord const& own,
+                            Buffer<AssemblyRecord>& all) {
+  std::uninitialized_fill_n(all.mData, all.mSize, AssemblyRecord());
+  all.mData[comm.Rank()] = own;
+  if (all.mSize == 1) return STATUS_OK;
+  constexpr int kBytes = sizeof(AssemblyRecord);
   return comm.Allgather(&own, kBytes, DATATYPE_BYTE, all.mData, kBytes, DATATYPE_BYTE);
 }
 

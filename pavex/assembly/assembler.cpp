@@ -81,8 +81,8 @@ PavexStatus Assembler<T, I>::Gather(std::shared_ptr<Comm> const& comm,
   }
   if (status == STATUS_OK) {
     T const* const given[2] = {own.Values(0), own.Values(1)};
-    bool const moves = request.mWithValues && mPlan.mPath != AssemblyPath::NOTHING;
-    status = moves ? Log::Report(BringValues(given, false, installed)) : installed;
+    status =
+        request.mWithValues ? Log::Report(BringValues(given, false, installed)) : installed;
   }
   mGathered = status == STATUS_OK;
   if (mGathered) return STATUS_OK;
@@ -106,6 +106,7 @@ PavexStatus Assembler<T, I>::Agree(Contribution<T, I> const& own,
   ContributionPattern<I> const& pattern = own.Pattern();
   bool const hasValues[2] = {own.Values(0) != nullptr, own.Values(1) != nullptr};
   AssemblyRecord record;
+  record.mOperation = AssemblyOperation::GATHER;
   CheckFindings const found =
       CheckContribution(pattern, hasValues, request, static_cast<int>(processes), record);
   if (record.Flawless()) {
@@ -122,26 +123,18 @@ PavexStatus Assembler<T, I>::Agree(Contribution<T, I> const& own,
                 StatusOf(mPlan.mFlaw, mRecords.mData[mPlan.mProcess]));
 }
 
-// Exchanges what the processes found in an operation after the gather. The first flaw, by rank,
-// decides; without one, the first process that calls another operation.
+// Exchanges what the processes found in an operation after the gather.
 template <typename T, typename I>
-PavexStatus Assembler<T, I>::AgreeOn(AssemblyVerdict own, AssemblyOperation operation) {
-  if (own.Flawless()) own.mAt = static_cast<std::int64_t>(operation);
-  PavexStatus const status = Log::Report(Exchange(*mComm, own, mVerdicts));
+PavexStatus Assembler<T, I>::AgreeOn(AssemblyVerdict const& own, AssemblyOperation operation) {
+  AssemblyRecord record;
+  static_cast<AssemblyVerdict&>(record) = own;
+  record.mOperation = operation;
+  PavexStatus const status = Log::Report(Exchange(*mComm, record, mVerdicts));
   if (status != STATUS_OK) return status;
-  for (std::int64_t p = 0; p < mVerdicts.mSize; ++p) {
-    AssemblyVerdict const& verdict = mVerdicts.mData[p];
-    if (verdict.Flawless()) continue;
-    auto const flaw = static_cast<AssemblyFlaw>(verdict.mFlaw);
-    return Refuse(ReasonOf(flaw, static_cast<int>(p), verdict), StatusOf(flaw, verdict));
-  }
-  for (std::int64_t p = 1; p < mVerdicts.mSize; ++p) {
-    AssemblyVerdict const& verdict = mVerdicts.mData[p];
-    if (verdict.mAt == mVerdicts.mData[0].mAt) continue;
-    constexpr AssemblyFlaw kFlaw = AssemblyFlaw::OTHER_OPERATION;
-    return Refuse(ReasonOf(kFlaw, static_cast<int>(p), verdict), StatusOf(kFlaw, verdict));
-  }
-  return STATUS_OK;
+  AssemblyPlan const found = FirstFault(mVerdicts);
+  if (!found.Refused()) return STATUS_OK;
+  return Refuse(ReasonOf(found, mVerdicts),
+                StatusOf(found.mFlaw, mVerdicts.mData[found.mProcess]));
 }
 
 // Brings the rows and columns of all pieces to the receivers.

@@ -33,11 +33,11 @@ enum class Overlap {
 // it:
 //
 // - an operation of the communicator fails;
-// - a process has no room for the 148 P bytes that a gather takes first, or for the 112 P bytes
+// - a process has no room for the 228 P bytes that a gather takes first, or for the 112 P bytes
 //   and the lengths of its rows that it takes after the processes have told each other;
 // - a receiver of a gather has no room for the rows and columns of the pieces, which it counts
 //   only after the processes have told each other;
-// - a receiver of a gather without values or entries has no room to make a whole of them.
+// - a receiver of a gather without values has no room to make a whole of them.
 //
 // If a gather fails, nothing is gathered. If an update fails, the whole keeps its values.
 //
@@ -53,7 +53,7 @@ enum class Overlap {
 // M: rows and entries that all processes send. L: rows in all lists. R, C, N: rows, columns and
 // entries of the whole.
 //
-// - Every process: 260 P + i r, of which 250 P are kept until the next gather.
+// - Every process: 340 P + i r, of which 330 P are kept until the next gather.
 // - A process that does not send its rows as they are, or whose columns neither ascend nor need
 //   to: i (5 n + r + c) more until the gather returns, of which i n are kept, and t m in an
 //   update.
@@ -103,10 +103,10 @@ class PAVEX_API Assembler {
   // Fills `own` on every process with its rows of `whole`, in its own order; each process that
   // has a row gets it. `whole`, with all rows and any number of columns, is read on receivers
   // only. `own` has the rows of the contribution and as many columns, and a value array, which
-  // does not overlap that of `whole`. Both arrays reach to the last element of their shape. On a process without rows, any matrix without rows will
-  // do. STATUS_INVALID_VALUE and STATUS_INCONSISTENT on every process if shapes do not fit,
-  // STATUS_NOT_SUPPORTED if the rows of all processes have more elements than 2147483647
-  // together.
+  // does not overlap that of `whole`. Both arrays reach to the last element of their shape. On
+  // a process without rows, any matrix without rows will do. STATUS_INVALID_VALUE and
+  // STATUS_INCONSISTENT on every process if shapes do not fit, STATUS_NOT_SUPPORTED if the rows
+  // of all processes have more elements than 2147483647 together.
   [[nodiscard]] PavexStatus Scatter(MatrixDense<T, I> const& whole, MatrixDense<T, I>& own);
 
   // Fills `whole` on the receivers with the rows that the processes have in `own`, in the order
@@ -163,7 +163,7 @@ class PAVEX_API Assembler {
   bool Receives() const;
   PavexStatus Agree(Contribution<T, I> const& own, AssemblyRequest const& request,
                     Parts& parts);
-  PavexStatus AgreeOn(AssemblyVerdict own, AssemblyOperation operation);
+  PavexStatus AgreeOn(AssemblyVerdict const& own, AssemblyOperation operation);
   PavexStatus Move(Contribution<T, I> const& own, Parts& parts);
   PavexStatus TakePiece(Parts& parts);
   PavexStatus GatherStack(Parts& parts);
@@ -195,11 +195,11 @@ class PAVEX_API Assembler {
   void StackWhole(MatrixDense<T, I> const& whole, T* stacked) const;
   void AddStack(T const* stacked, Overlap overlap, MatrixDense<T, I>& whole) const;
 
-  MemoryPool* mPool;                  // not owned
-  std::shared_ptr<Comm> mComm;        // of the last gather
-  Buffer<AssemblyRecord> mRecords;    // of the last gather, by rank
-  Buffer<AssemblyVerdict> mVerdicts;  // of the running operation, by rank
-  Buffer<int> mOrder;                 // ranks, in the order of their pieces; outlives mStack
+  MemoryPool* mPool;                 // not owned
+  std::shared_ptr<Comm> mComm;       // of the last gather
+  Buffer<AssemblyRecord> mRecords;   // of the last gather, by rank
+  Buffer<AssemblyRecord> mVerdicts;  // of the running operation after it, by rank
+  Buffer<int> mOrder;                // ranks, in the order of their pieces; outlives mStack
   AssemblyPlan mPlan;
   AssemblyRequest mRequest;
   Aggregator<T, I> mStack;  // moves the pieces

@@ -98,13 +98,22 @@ char const* AssemblyPathStr(AssemblyPath path) noexcept {
   return "nothing";
 }
 
-AssemblyPlan PlanAssembly(Records const& records, Buffer<int> const& order) {
+AssemblyPlan FirstFault(Records const& records) {
   AssemblyPlan plan;
-  InRankOrder(order);
   for (std::int64_t p = 0; p < records.mSize && !plan.Refused(); ++p) {
     AssemblyRecord const& record = records.mData[p];
     if (!record.Flawless()) Refuse(plan, static_cast<AssemblyFlaw>(record.mFlaw), p);
   }
+  for (std::int64_t p = 1; p < records.mSize && !plan.Refused(); ++p) {
+    if (records.mData[p].mOperation != records.mData[0].mOperation)
+      Refuse(plan, AssemblyFlaw::OTHER_OPERATION, p);
+  }
+  return plan;
+}
+
+AssemblyPlan PlanAssembly(Records const& records, Buffer<int> const& order) {
+  AssemblyPlan plan = FirstFault(records);
+  InRankOrder(order);
   for (std::int64_t p = 0; p < records.mSize && !plan.Refused(); ++p) {
     AssemblyRecord const& record = records.mData[p];
     Refuse(plan, Compare(records.mData[0], record), p);

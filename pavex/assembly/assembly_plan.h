@@ -67,13 +67,19 @@ constexpr AssemblyPart PartOfBlock(int block) {
   return block == 0 ? AssemblyPart::FIRST_BLOCK : AssemblyPart::SECOND_BLOCK;
 }
 
-// The operations after a gather. Processes that call different ones are refused.
-enum class AssemblyOperation : std::int64_t { UPDATE, SCATTER, COLLECT_ADD, COLLECT_ONCE };
+// What the processes call. Those that call different operations are refused.
+enum class AssemblyOperation : std::int32_t {
+  NONE,  // of a record that has not arrived
+  GATHER,
+  UPDATE,
+  SCATTER,
+  COLLECT_ADD,
+  COLLECT_ONCE
+};
 
-// What one process found wrong: the first flaw, or none. Without a flaw, the verdict on an
-// operation after the gather carries other numbers in its first fields.
+// What one process found wrong: the first flaw, or none.
 struct AssemblyVerdict {
-  std::int64_t mAt = 0;     // the place of the flaw: a row or a position. Else the operation
+  std::int64_t mAt = 0;     // the place of the flaw: a row or a position
   std::int64_t mFound = 0;  // the value that was found. Else the columns of a dense matrix
   std::int64_t mLimit = 0;  // what that value must stay below, or be
   std::int16_t mFlaw = 0;   // an AssemblyFlaw; any number may arrive from a peer
@@ -94,24 +100,27 @@ struct AssemblyVerdict {
   }
 };
 
-// What one process says about itself. A record that has not arrived has a request that no
-// process makes.
+// What one process says about itself, in every operation. All operations exchange records of
+// one size, so that processes that call different ones learn it. Only a gather fills in the
+// request and what follows. A record that has not arrived has an operation that no process
+// calls.
 struct AssemblyRecord : AssemblyVerdict {
   static constexpr std::int64_t kList = -1;     // instead of a begin: the rows of the process
   static constexpr std::int64_t kTouched = -2;  // instead of a begin: rows with entries
 
-  std::int64_t mWholeRows = -1;   // of the request
-  std::int64_t mWholeCols = -1;   // of the request
-  std::int64_t mOwnBegin = 0;     // the rows of the process: a begin, or kList
-  std::int64_t mOwnRows = 0;      // and their number
-  std::int64_t mGiven = 0;        // entries of the contribution
-  std::int64_t mBegin = 0;        // the rows that it sends: a begin, kList or kTouched
-  std::int64_t mRows = 0;         // and their number
-  std::int64_t mNnz = 0;          // entries that it sends
-  std::int32_t mReceiver = -2;    // of the request
-  std::int32_t mWithValues = 0;   // of the request
-  std::int32_t mSortColumns = 0;  // of the request
-  std::int32_t mBase = 0;         // of the request
+  std::int64_t mWholeRows = -1;  // of the request
+  std::int64_t mWholeCols = -1;  // of the request
+  std::int64_t mOwnBegin = 0;    // the rows of the process: a begin, or kList
+  std::int64_t mOwnRows = 0;     // and their number
+  std::int64_t mGiven = 0;       // entries of the contribution
+  std::int64_t mBegin = 0;       // the rows that it sends: a begin, kList or kTouched
+  std::int64_t mRows = 0;        // and their number
+  std::int64_t mNnz = 0;         // entries that it sends
+  std::int32_t mReceiver = -2;   // of the request
+  AssemblyOperation mOperation = AssemblyOperation::NONE;  // any number may arrive from a peer
+  std::int16_t mWithValues = 0;                            // of the request
+  std::int16_t mSortColumns = 0;                           // of the request
+  std::int32_t mBase = 0;                                  // of the request
 
   // Elements of its list of rows.
   std::int64_t Listed() const { return mOwnBegin == kList ? mOwnRows : 0; }

@@ -46,11 +46,9 @@ Payer PayerOf(Buffer<AssemblyRecord> const& records, int rank) {
 AssemblyCost CostOfUpdate(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records,
                           int rank, std::size_t valueBytes, bool merges) {
   Payer payer = PayerOf(records, rank);
+  if (records.mSize > 1) payer.Exchange(sizeof(AssemblyRecord));
   if (plan.mPath == AssemblyPath::NOTHING) return payer.mCost;
-  if (records.mSize > 1) {
-    payer.Exchange(sizeof(AssemblyVerdict));
-    payer.Gather(records.mData[rank].mNnz, plan.mNnz, valueBytes);
-  }
+  if (records.mSize > 1) payer.Gather(records.mData[rank].mNnz, plan.mNnz, valueBytes);
   bool const adds = plan.mPath == AssemblyPath::MERGE && payer.mReceives;
   payer.mCost.mPasses = (merges ? 1 : 0) + (adds ? 1 : 0);
   return payer.mCost;
@@ -77,7 +75,7 @@ AssemblyCost CostOfScatter(Buffer<AssemblyRecord> const& records, int rank,
   Payer payer = PayerOf(records, rank);
   payer.mCost.mPasses = payer.mReceives ? 1 : 0;
   if (records.mSize == 1) return payer.mCost;
-  payer.Exchange(sizeof(AssemblyVerdict));
+  payer.Exchange(sizeof(AssemblyRecord));
   AssemblyRecord const& record = records.mData[rank];
   if (record.mReceiver == kEverybody) return payer.mCost;
   std::int64_t const bytes = columns * static_cast<std::int64_t>(valueBytes);
@@ -92,7 +90,7 @@ AssemblyCost CostOfCollect(Buffer<AssemblyRecord> const& records, int rank,
   Payer payer = PayerOf(records, rank);
   payer.mCost.mPasses = payer.mReceives ? 1 : 0;
   if (records.mSize == 1) return payer.mCost;
-  payer.Exchange(sizeof(AssemblyVerdict));
+  payer.Exchange(sizeof(AssemblyRecord));
   payer.Gather(records.mData[rank].mOwnRows * columns, OwnRowsOf(records) * columns,
                valueBytes);
   return payer.mCost;

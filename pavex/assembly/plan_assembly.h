@@ -16,6 +16,11 @@ namespace Pavex {
 // would follow the ranks, but pieces are placed in an order of their own.
 constexpr std::int64_t kMostCounted = kMostPerCall;
 
+// What the `records` of an operation, one per process by rank, refuse it for: the first flaw
+// that a process found, or the first process that calls another operation than process 0. A
+// plan that is not refused if all is well. Local; logs nothing.
+AssemblyPlan FirstFault(Buffer<AssemblyRecord> const& records);
+
 // Plans the assembly of `records`, one per process by rank. Writes the ranks into `order`, one
 // per process: the order in which their pieces are placed. Bands are placed by their begins and
 // those without rows last, other pieces in the order of the ranks. Local; logs nothing.

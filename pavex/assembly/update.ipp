@@ -41,7 +41,6 @@ PavexStatus Assembler<T, I>::UpdateGathered(T const* const* given, bool inPlace)
     Log::Error("Gather should be executed first");
     return STATUS_WRONG_ORDER;
   }
-  if (mPlan.mPath == AssemblyPath::NOTHING) return STATUS_OK;
   return BringValues(given, inPlace, STATUS_OK);
 }
 
@@ -50,6 +49,11 @@ PavexStatus Assembler<T, I>::UpdateGathered(T const* const* given, bool inPlace)
 template <typename T, typename I>
 PavexStatus Assembler<T, I>::BringValues(T const* const* given, bool inPlace,
                                          PavexStatus before) {
+  if (mPlan.mPath == AssemblyPath::NOTHING) {  // they agree, and nothing moves
+    AssemblyVerdict verdict;
+    verdict.NoteStep(before);
+    return Log::Report(AgreeOn(verdict, AssemblyOperation::UPDATE));
+  }
   Buffer<T> whole;
   bool const stays =
       inPlace && mWhole.mValues.mAllocator != nullptr && mWhole.mValues.mSize == mWholeEntries;

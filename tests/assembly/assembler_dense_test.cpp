@@ -72,12 +72,12 @@ TEST(AssemblerCost, OfDenseMatricesIsOneCallAndOnePassOnTheReceiver) {
     ASSERT_EQ(assembler.Gather(comm, bands.Of(comm->Rank()), Square(4, 1)), STATUS_OK);
     std::string const scatter = TextOf(assembler.CostOfScatter(3));
     std::string const collect = TextOf(assembler.CostOfCollect(3));
-    // 32 bytes to each of 3 ranks for the agreement; 2 rows of 3 columns have 48 bytes.
+    // 112 bytes to each of 3 ranks for the agreement; 2 rows of 3 columns have 48 bytes.
     bool const receives = comm->Rank() == 1;
-    EXPECT_EQ(scatter, receives ? "2 calls, 128 out, 96 in, 1 passes"
-                                : "2 calls, 32 out, 144 in, 0 passes");
-    EXPECT_EQ(collect, receives ? "2 calls, 32 out, 192 in, 1 passes"
-                                : "2 calls, 80 out, 96 in, 0 passes");
+    EXPECT_EQ(scatter, receives ? "2 calls, 208 out, 336 in, 1 passes"
+                                : "2 calls, 112 out, 384 in, 0 passes");
+    EXPECT_EQ(collect, receives ? "2 calls, 112 out, 432 in, 1 passes"
+                                : "2 calls, 160 out, 336 in, 0 passes");
   });
 }
 
@@ -85,7 +85,7 @@ TEST(AssemblerCost, OfAScatterFromAWholeOnEveryProcessMovesNothing) {
   TwoBands const bands;
   OnRanks(3, [&bands](auto const& comm, Assembler<double, int>& assembler) {
     ASSERT_EQ(assembler.Gather(comm, bands.Of(comm->Rank()), Square(4, kEverybody)), STATUS_OK);
-    EXPECT_EQ(TextOf(assembler.CostOfScatter(3)), "1 calls, 32 out, 96 in, 1 passes");
+    EXPECT_EQ(TextOf(assembler.CostOfScatter(3)), "1 calls, 112 out, 336 in, 1 passes");
   });
 }
 

@@ -1,0 +1,81 @@
+// Processes that call different operations of an assembler, and records that do not arrive.
+
+#include "pavex/assembly/assembler.h"
+#include "pavex/comm/local_comm.h"
+#include "tests/assembly/mixed_operations.h"
+#include "tests/assembly/small_case.h"
+#include "tests/support/capture.h"
+#include "tests/support/ledger_pool.h"
+#include "tests/support/log_level.h"
+
+#include <cstddef>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Pavex {
+namespace {
+
+TEST(AssemblerAgreement, RefusesOnEveryProcessEveryOperationThatMeetsAnotherOne) {
+  LogLevel const silent(-1);
+  for (int const ranks : {2, 3}) {
+    LocalComm::Run(ranks, [](std::shared_ptr<Comm> const& comm) {
+      LedgerPool pool;
+      EXPECT_EQ(RunAllMixed(comm, pool), "");
+    });
+  }
+}
+
+TEST(AssemblerAgreement, NamesTheProcessThatCallsAnotherOperationOnEveryProcess) {
+  for (int const odd : {0, 1, 2}) {
+    std::string const printed = CaptureStdout([odd] {
+      LocalComm::Run(3, [odd](std::shared_ptr<Comm> const& comm) {
+        LedgerPool pool;
+        MixedProcess process(comm, pool, true);
+        ASSERT_EQ(process.Run(MixedOperation::GATHER), STATUS_OK);
+        EXPECT_EQ(
+            process.Run(comm->Rank() == odd ? MixedOperation::UPDATE : MixedOperation::GATHER),
+            STATUS_INCONSISTENT);
+        if (comm->Rank() != odd) {
+          EXPECT_EQ(process.Assembled().Describe().rfind("Process ", 0), 0U)
+              << process.Assembled().Describe();
+        }
+      });
+    });
+    std::string const line = "[ERROR] Process " + std::to_string(odd == 0 ? 1 : odd) +
+                             " calls another operation or overlap than process 0; call one.\n";
+    std::size_t lines = 0;
+    for (auto at = printed.find(line); at != std::string::npos; at = printed.find(line, at + 1))
+      ++lines;
+    EXPECT_EQ(lines, 3U) << printed;
+  }
+}
+
+// Says that an exchange of records has succeeded, and brings none.
+class SilentComm : public CallComm {
+ public:
+  SilentComm(int rank, int size) : CallComm(rank, size) {}
+
+ protected:
+  PavexStatus Handle(CommCall& call) const override {
+    if (call.op == CommOp::RANK) return mRank;
+    return call.op == CommOp::SIZE ? mSize : STATUS_OK;
+  }
+};
+
+TEST(AssemblerAgreement, RefusesRecordsThatHaveNotArrived) {
+  LogLevel const silent(-1);
+  for (int const rank : {0, 1, 2}) {
+    LedgerPool pool;  // fills its blocks with bytes of its own
+    Assembler<double, int> assembler(&pool);
+    EXPECT_EQ(assembler.Gather(std::make_shared<SilentComm>(rank, 3), Own(), Square(2)),
+              STATUS_INCONSISTENT);
+    EXPECT_EQ(assembler.Describe(), "Process " + std::to_string(rank == 0 ? 1 : rank) +
+                                        " calls another operation or overlap than process 0; "
+                                        "call one.");
+  }
+}
+
+}  // namespace
+}  // namespace Pavex
