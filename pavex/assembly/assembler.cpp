@@ -270,7 +270,7 @@ AssemblyCost Assembler<T, I>::CostOfCollect(std::int64_t columns) const {
 template <typename T, typename I>
 AssemblyCost Assembler<T, I>::CostOfGather() const {
   if (!mGathered) return {};
-  AssemblyCost cost = CostOfPattern(mPlan, mRecords, mComm->Rank(), sizeof(I));
+  AssemblyCost cost = CostOfPattern(mPlan, mRecords, mComm->Rank(), sizeof(I), !SendsAsItIs());
   if (!mRequest.mWithValues) return cost;
   AssemblyCost const values = CostOfUpdate();
   cost.mCalls += values.mCalls;

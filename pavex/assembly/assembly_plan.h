@@ -160,7 +160,9 @@ struct AssemblyCost {
   std::int64_t mCalls = 0;     // of operations of the communicator
   std::int64_t mBytesOut = 0;  // handed to the communicator
   std::int64_t mBytesIn = 0;   // delivered by it
-  std::int64_t mPasses = 0;    // over what it has or gets, to add it or to bring it in order
+  // Over what it has or gets, to add it or to bring it in order. In a gather with values, those
+  // over the columns of the entries and those over their values.
+  std::int64_t mPasses = 0;
 };
 
 }  // namespace Pavex

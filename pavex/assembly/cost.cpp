@@ -41,6 +41,12 @@ Payer PayerOf(Buffer<AssemblyRecord> const& records, int rank) {
   return {{}, records.mSize, receiver == kEverybody || receiver == rank};
 }
 
+// Over entries that a process does not send as they are, and over those that a receiver merges.
+std::int64_t PassesOf(AssemblyPlan const& plan, bool receives, bool merges) {
+  bool const adds = plan.mPath == AssemblyPath::MERGE && receives;
+  return (merges ? 1 : 0) + (adds ? 1 : 0);
+}
+
 }  // namespace
 
 AssemblyCost CostOfUpdate(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records,
@@ -49,14 +55,14 @@ AssemblyCost CostOfUpdate(AssemblyPlan const& plan, Buffer<AssemblyRecord> const
   if (records.mSize > 1) payer.Exchange(sizeof(AssemblyRecord));
   if (plan.mPath == AssemblyPath::NOTHING) return payer.mCost;
   if (records.mSize > 1) payer.Gather(records.mData[rank].mNnz, plan.mNnz, valueBytes);
-  bool const adds = plan.mPath == AssemblyPath::MERGE && payer.mReceives;
-  payer.mCost.mPasses = (merges ? 1 : 0) + (adds ? 1 : 0);
+  payer.mCost.mPasses = PassesOf(plan, payer.mReceives, merges);
   return payer.mCost;
 }
 
 AssemblyCost CostOfPattern(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records,
-                           int rank, std::size_t indexBytes) {
+                           int rank, std::size_t indexBytes, bool merges) {
   Payer payer = PayerOf(records, rank);
+  payer.mCost.mPasses = PassesOf(plan, payer.mReceives, merges);
   if (records.mSize == 1) return payer.mCost;
   AssemblyRecord const& record = records.mData[rank];
   payer.Exchange(sizeof(AssemblyRecord));

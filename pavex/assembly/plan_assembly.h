@@ -47,7 +47,7 @@ AssemblyCost CostOfUpdate(AssemblyPlan const& plan, Buffer<AssemblyRecord> const
 // What a gather of the pattern costs the process `rank`. A gather with values costs an update
 // more.
 AssemblyCost CostOfPattern(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records,
-                           int rank, std::size_t indexBytes);
+                           int rank, std::size_t indexBytes, bool merges);
 // What a scatter and a collect of `columns` columns cost the process `rank`, if its own matrix
 // lies column by column without gaps.
 AssemblyCost CostOfScatter(Buffer<AssemblyRecord> const& records, int rank,

@@ -61,33 +61,5 @@ TEST(AssemblerCollect, CopiesTheOnlyElementOfARowWithTheSignOfItsZero) {
   });
 }
 
-std::string TextOf(AssemblyCost const& cost) {
-  return std::to_string(cost.mCalls) + " calls, " + std::to_string(cost.mBytesOut) + " out, " +
-         std::to_string(cost.mBytesIn) + " in, " + std::to_string(cost.mPasses) + " passes";
-}
-
-TEST(AssemblerCost, OfDenseMatricesIsOneCallAndOnePassOnTheReceiver) {
-  TwoBands const bands;  // 2 rows on ranks 0 and 2
-  OnRanks(3, [&bands](auto const& comm, Assembler<double, int>& assembler) {
-    ASSERT_EQ(assembler.Gather(comm, bands.Of(comm->Rank()), Square(4, 1)), STATUS_OK);
-    std::string const scatter = TextOf(assembler.CostOfScatter(3));
-    std::string const collect = TextOf(assembler.CostOfCollect(3));
-    // 112 bytes to each of 3 ranks for the agreement; 2 rows of 3 columns have 48 bytes.
-    bool const receives = comm->Rank() == 1;
-    EXPECT_EQ(scatter, receives ? "2 calls, 208 out, 336 in, 1 passes"
-                                : "2 calls, 112 out, 384 in, 0 passes");
-    EXPECT_EQ(collect, receives ? "2 calls, 112 out, 432 in, 1 passes"
-                                : "2 calls, 160 out, 336 in, 0 passes");
-  });
-}
-
-TEST(AssemblerCost, OfAScatterFromAWholeOnEveryProcessMovesNothing) {
-  TwoBands const bands;
-  OnRanks(3, [&bands](auto const& comm, Assembler<double, int>& assembler) {
-    ASSERT_EQ(assembler.Gather(comm, bands.Of(comm->Rank()), Square(4, kEverybody)), STATUS_OK);
-    EXPECT_EQ(TextOf(assembler.CostOfScatter(3)), "1 calls, 112 out, 336 in, 1 passes");
-  });
-}
-
 }  // namespace
 }  // namespace Pavex

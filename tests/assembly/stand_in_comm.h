@@ -72,14 +72,13 @@ class StandInComm final : public CallComm {
     return fails ? mFault.Status() : status;
   }
 
-  // Whether the call is an exchange of verdicts, to which this rank adds a flaw.
+  // Whether the call is an exchange of records, to which this rank adds a flaw.
   static bool TellsAFlaw(CommCall const& call) {
-    auto const count = static_cast<std::size_t>(call.sendcount);
-    bool const verdict = call.op == CommOp::ALLGATHER && !call.InPlace() &&
-                         call.sendtype == DATATYPE_BYTE &&
-                         (count == sizeof(AssemblyRecord) || count == sizeof(AssemblyVerdict));
-    if (!verdict) return false;
-    AssemblyVerdict own;
+    bool const record = call.op == CommOp::ALLGATHER && !call.InPlace() &&
+                        call.sendtype == DATATYPE_BYTE &&
+                        call.sendcount == int{sizeof(AssemblyRecord)};
+    if (!record) return false;
+    AssemblyRecord own;
     std::memcpy(&own, call.sendbuf, sizeof own);
     return !own.Flawless();
   }
