@@ -1,6 +1,7 @@
 #include "pavex/assembly/check.h"
 
 #include "pavex/aggregator/local_info.h"
+#include "pavex/assembly/ascending_rows.h"
 #include "pavex/assembly/plan_assembly.h"
 
 #include <algorithm>
@@ -131,47 +132,23 @@ void CheckColumns(ContributionPattern<I> const& own, BlockPattern<I> const& bloc
                 std::int64_t{block.mColIdx[at]}, limit);
 }
 
-// Whether the columns of every row ascend, from 0 or more to less than `limit`. Columns that do
-// not ascend are counted everywhere first, which takes no branch; those where a row begins do
-// not count. The first of a row and the last of the row before are its bounds. A few rows at a
-// time, so that their columns are read from memory once.
+// Whether a block can be sent as it is. If not, it may still be right.
 template <typename I>
-bool RowsAscend(ContributionPattern<I> const& own, BlockPattern<I> const& block,
-                std::int64_t nnz, std::int64_t limit) {
-  constexpr std::int64_t kRowsAtOnce = 256;
-  if (nnz == 0) return true;
-  I const* const offsets = block.mOffsets;
-  I const* const cols = block.mColIdx;
-  I const base = offsets[0];
-  I greatest = cols[nnz - 1];
-  I signs = cols[0];  // negative if one of them is
-  for (std::int64_t row = 0; row < own.mRows; row += kRowsAtOnce) {
-    std::int64_t const end = std::min(row + kRowsAtOnce, own.mRows);
-    I begin = static_cast<I>(offsets[row] - base);
-    I descents = 0;
-    for (I k = std::max(begin, I{1}); k < offsets[end] - base; ++k)
-      descents = static_cast<I>(descents + (cols[k] <= cols[k - 1] ? 1 : 0));
-    for (std::int64_t r = row; r < end; ++r) {
-      I const next = static_cast<I>(offsets[r + 1] - base);
-      if (next == begin || begin == 0) {
-        begin = next;
-        continue;
-      }
-      descents = static_cast<I>(descents - (cols[begin] <= cols[begin - 1] ? 1 : 0));
-      greatest = std::max(greatest, cols[begin - 1]);
-      signs = static_cast<I>(signs | cols[begin]);
-      begin = next;
-    }
-    if (descents != 0) return false;
-  }
-  return signs >= 0 && greatest < limit;
+bool Ascends(ContributionPattern<I> const& own, BlockPattern<I> const& block,
+             std::int64_t wholeCols) {
+  bool const candidate = own.mBlocks == 1 && own.mRows > 0 && block.mCompressed &&
+                         !block.mMapped && block.mOffsets != nullptr &&
+                         block.mColIdx != nullptr;
+  return candidate &&
+         RowsAscend(block.mOffsets, own.mRows, block.mColIdx, static_cast<I>(wholeCols));
 }
 
 template <typename I>
 void CheckBlock(ContributionPattern<I> const& own, int at, bool hasValues,
                 AssemblyRequest const& request, AssemblyRecord& record, CheckFindings& found) {
   BlockPattern<I> const& block = own.mBlock[at];
-  if (block.mCompressed) CheckOffsets(own, block.mOffsets, record);
+  found.mAscends = Ascends(own, block, request.mCols);
+  if (block.mCompressed && !found.mAscends) CheckOffsets(own, block.mOffsets, record);
   if (!record.Flawless()) return;
   std::int64_t const nnz = EntriesOf(own, at);
   record.mGiven = WrappingAdd(record.mGiven, nnz);
@@ -181,8 +158,6 @@ void CheckBlock(ContributionPattern<I> const& own, int at, bool hasValues,
     return record.Note(AssemblyFlaw::TOO_MANY_ENTRIES, 0, record.mGiven, 0);
   if (!block.mCompressed) CheckEntryRows(own, block, request.mRows, record, found.mRows);
   if (!record.Flawless()) return;
-  found.mAscends = own.mBlocks == 1 && block.mCompressed && !block.mMapped &&
-                   block.mColIdx != nullptr && RowsAscend(own, block, nnz, request.mCols);
   if (!found.mAscends) CheckColumns(own, block, nnz, request.mCols, record, found.mCols);
   if (nnz > 0 && request.mWithValues && !hasValues) record.NoteMissing(AssemblyArray::VALUES);
 }
