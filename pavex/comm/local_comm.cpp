@@ -99,11 +99,12 @@ int LocalComm::Size() const {
 std::shared_ptr<Comm> LocalComm::Split(int color, int key) const {
   std::shared_ptr<LocalComm> part;
   try {
-    part.reset(new LocalComm(nullptr, -1));
+    if (color >= 0) part.reset(new LocalComm(nullptr, -1));
   } catch (std::bad_alloc const&) {
     part.reset();
   }
-  LocalSplit split{color, key, part != nullptr, nullptr, -1};
+  bool const ready = color < 0 || part != nullptr;
+  LocalSplit split{color, key, ready, nullptr, -1};
   LocalOperation operation = Collective(LocalKind::SPLIT, 0, {}, {});
   operation.mSplit = &split;
   if (mGroup->Execute(mRank, operation) != STATUS_OK) {

@@ -72,16 +72,16 @@ std::shared_ptr<Comm> MpiComm::Split(int color, int key) const {
   MpiCall const call("MpiComm::Split", Rank(), mSize);
   std::shared_ptr<MpiComm> part;
   try {
-    part.reset(new MpiComm);
+    if (color >= 0) part.reset(new MpiComm);
   } catch (std::bad_alloc const&) {
     part.reset();
   }
   return SplitInto(call, color, key, part.get()) ? part : nullptr;
 }
 
-// Makes `part`, null if there was no memory for it, the communicator of this process's group.
-// Returns false if the split has failed or this process takes no part. Every process makes the
-// same calls, whatever has failed on it alone.
+// Makes `part`, null if there was no memory for it or the color is negative, the communicator
+// of this process's group. Returns false if the split has failed or this process takes no part.
+// Every process makes the same calls, whatever has failed on it alone.
 bool MpiComm::SplitInto(MpiCall const& call, int color, int key, MpiComm* part) const {
   if (call.Ready() != STATUS_OK) return false;
   enum Step { NOTHING, MADE, READY };
@@ -89,7 +89,7 @@ bool MpiComm::SplitInto(MpiCall const& call, int color, int key, MpiComm* part) 
   int step = NOTHING;
   int code = MPI_Comm_split(mComm, color < 0 ? MPI_UNDEFINED : color, key, &group);
   if (call.Done(code) == STATUS_OK) {
-    step = part != nullptr ? READY : MADE;
+    step = part != nullptr || color < 0 ? READY : MADE;
     if (step == MADE) call.Fail(STATUS_COMM_FAILED, "there is no memory for the communicator");
     if (group != MPI_COMM_NULL) MPI_Comm_set_errhandler(group, MPI_ERRORS_RETURN);
   }

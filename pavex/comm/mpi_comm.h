@@ -84,7 +84,8 @@ class PAVEX_API MpiComm : public Comm {
   //
   // Collective. The processes agree on the result: if the split fails on one of them, every
   // process logs one ERROR line and gets null. If MPI fails on one process alone, the others
-  // may wait, as in every collective.
+  // may wait, as in every collective, and the groups that MPI has made on them are lost: to
+  // free one is collective.
   std::shared_ptr<Comm> Split(int color, int key) const;
 
   int Rank() const override;

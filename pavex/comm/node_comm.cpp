@@ -44,7 +44,7 @@ std::shared_ptr<Comm> NodeComm::Split(int color, int key) const {
   MpiCall const call("NodeComm::Split", Rank(), Size());
   std::shared_ptr<NodeComm> part;
   try {
-    part.reset(new NodeComm);
+    if (color >= 0) part.reset(new NodeComm);
   } catch (std::bad_alloc const&) {
     part.reset();
   }

@@ -94,6 +94,29 @@ TEST(LocalCommSplit, FailsOnAllRanksWhenOneHasNoMemory) {
   EXPECT_GT(failures, 1);
 }
 
+// Rank 0 takes no part, and its first request for memory fails. It makes none if rank 1 comes
+// later, which makes the groups then.
+TEST(LocalCommSplit, NeedsNoMemoryOnARankThatTakesNoPartAndDoesNotComeLast) {
+  bool succeeded = false;
+  for (int delay = 1; !succeeded && delay <= 4096; delay *= 4) {  // milliseconds
+    auto const lines = SortedLinesOf([&] {
+      RunRanks(2, [&](Comm const& comm, int rank) {
+        if (rank == 1) std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+        FailNewAt(rank == 0 ? 1 : 0);
+        auto const part = SplitOff(comm, rank - 1);
+        FailNewAt(0);
+        if (rank == 0) {
+          EXPECT_EQ(part, nullptr);
+        }
+        return comm.Barrier();
+      });
+    });
+    succeeded = lines.empty();
+  }
+
+  EXPECT_TRUE(succeeded);
+}
+
 TEST(LocalCommSplit, GroupFailsWhenOneOfItsRanksHasReturned) {
   auto const statuses = RunRanks(4, [](Comm const& comm, int rank) {
     auto const part = SplitOff(comm, rank % 2);

@@ -353,6 +353,21 @@ TEST_F(NodePeerRefusal, WhoWatchesMadviseSeesWhatGoesBackToTheSystem) {
   EXPECT_GE(gRemoved + gRemovedBytes, begin + bytes);
 }
 
+TEST_F(NodePeerRefusal, ASplitNeedsNoMemoryWhereTheProcessTakesNoPart) {
+  if (mPair.Get() == MPI_COMM_NULL) return;
+  NodeComm const node(mPair.Get());
+  MpiComm const mpi(mPair.Get());
+  int const color = node.Rank() - 1;
+
+  FailNewAt(color < 0 ? 1 : 0);
+  std::shared_ptr<Comm> const ofNode = node.Split(color, 0);
+  std::shared_ptr<Comm> const ofMpi = mpi.Split(color, 0);
+  FailNewAt(0);
+
+  EXPECT_EQ(ofNode == nullptr, color < 0);
+  EXPECT_EQ(ofMpi == nullptr, color < 0);
+}
+
 TEST_F(NodePeerRefusal, OperationsNeedNoMemory) {
   if (mPair.Get() == MPI_COMM_NULL) return;
   NodeComm const comm(mPair.Get());
