@@ -11,7 +11,7 @@ namespace Pavex {
 // Hands out ranges of whole granules, the smallest free range that is large enough first, and
 // joins what comes back with its free neighbours. Knows offsets only, never the memory itself.
 // Not shared between threads. The lists of ranges are on the heap: where that fails, Take finds
-// nothing and Add loses the range.
+// nothing, and Add loses a range that has no free neighbour.
 class NodeRanges {
  public:
   static constexpr std::uint64_t kNone = ~std::uint64_t{0};
@@ -35,8 +35,11 @@ class NodeRanges {
   using ByOffset = std::map<std::uint64_t, std::size_t>;
   using BySize = std::multimap<std::size_t, std::uint64_t>;
 
-  void Insert(std::uint64_t offset, std::size_t bytes);
+  bool Cut(ByOffset::iterator range, std::uint64_t start, std::uint64_t end);
+  bool Insert(std::uint64_t offset, std::size_t bytes);
+  void Change(ByOffset::iterator range, std::uint64_t offset, std::size_t bytes);
   void Erase(ByOffset::iterator range);
+  BySize::iterator SizeOf(ByOffset::iterator range);
 
   std::size_t mGranule;
   ByOffset mByOffset;  // free ranges that do not touch each other: offset, bytes

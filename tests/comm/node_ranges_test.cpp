@@ -1,5 +1,7 @@
 #include "pavex/comm/node_ranges.h"
 
+#include "tests/comm/failing_new.h"
+
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
@@ -53,6 +55,57 @@ TEST(NodeRanges, JoinsWhatComesBackWithItsFreeNeighbours) {
   ranges.Add(64, 64);
 
   EXPECT_EQ(ranges.Take(192, 64), 0U);
+}
+
+TEST(NodeRanges, KeepTheRestOfARangeWithoutMemory) {
+  NodeRanges ranges(64);
+  ranges.Add(0, 1024);
+
+  FailNewAt(1);
+  std::uint64_t const first = ranges.Take(64, 64);
+  FailNewAt(0);
+
+  EXPECT_EQ(first, 0U);
+  EXPECT_EQ(ranges.Take(960, 64), 64U);
+}
+
+// What would be left is two ranges, where one was known.
+TEST(NodeRanges, KeepARangeThatCannotBeCutInTwoWithoutMemory) {
+  for (int const nth : {1, 2}) {
+    NodeRanges ranges(64);
+    ranges.Add(64, 1024);
+
+    FailNewAt(nth);
+    std::uint64_t const taken = ranges.Take(128, 512);
+    FailNewAt(0);
+
+    EXPECT_EQ(taken, kNone) << nth;
+    EXPECT_EQ(ranges.Take(1024, 64), 64U) << nth;
+  }
+}
+
+TEST(NodeRanges, JoinWhatComesBackWithItsNeighboursWithoutMemory) {
+  NodeRanges ranges(64);
+  ranges.Add(0, 64);
+  ranges.Add(192, 64);
+
+  FailNewAt(1);
+  ranges.Add(64, 64);
+  ranges.Add(128, 64);
+  FailNewAt(0);
+
+  EXPECT_EQ(ranges.Take(256, 64), 0U);
+}
+
+TEST(NodeRanges, JoinWhatComesBackWithTheRangeBehindItWithoutMemory) {
+  NodeRanges ranges(64);
+  ranges.Add(128, 64);
+
+  FailNewAt(1);
+  ranges.Add(64, 64);
+  FailNewAt(0);
+
+  EXPECT_EQ(ranges.Take(128, 64), 64U);
 }
 
 // A map of what is taken sees every overlap.
