@@ -43,7 +43,10 @@ class NodeLinks;
 // get STATUS_COMM_FAILED (of a small message the receiver alone). Ranks that all wait for each
 // other to send, or to receive, wait for ever, as over MPI. A process that fails alone leaves
 // the others waiting as it would over MPI; they notice when it enters its next operation that
-// moves data (not Barrier, not Allreduce). A process of the node that ends is
+// moves data (not Barrier, not Allreduce). So does a process that has no bytes for one that
+// expects some, except in Allgather and Allgatherv, where the other one fails at once. Between
+// nodes the receiver alone fails where sizes differ; if one side takes a message for more parts
+// of 1 GiB than the other side, it waits for ever. A process of the node that ends is
 // STATUS_COMM_FAILED for those that wait in an operation over shared memory. No
 // operation needs memory of the heap.
 //

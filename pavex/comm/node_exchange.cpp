@@ -74,7 +74,9 @@ void NodeExchange::Keep(NodeRegion const& from, NodeRegion const& to) {
 }
 
 void NodeExchange::Add(bool out, int peer, NodeRegion const& region, Datatype type) {
-  if (region.Bytes() == 0 && mOperation != NodeOperation::MESSAGE) return;
+  bool const counts = region.Bytes() > 0 || mOperation == NodeOperation::MESSAGE ||
+                      (TellsAll() && mLinks.To(peer).peer != nullptr);
+  if (!counts) return;
   NodeTerms const terms{mSequence, static_cast<std::int32_t>(mOperation), mLabel,
                         region.Bytes()};
   try {
@@ -84,6 +86,12 @@ void NodeExchange::Add(bool out, int peer, NodeRegion const& region, Datatype ty
     mFailed = true;
     std::snprintf(mReason, sizeof mReason, "this rank has no memory for its messages");
   }
+}
+
+// Whether the operation brings every rank's piece to all.
+bool NodeExchange::TellsAll() const {
+  return mOperation == NodeOperation::ALLGATHER || mOperation == NodeOperation::ALLGATHERV ||
+         mOperation == NodeOperation::ALLGATHER_RUNS;
 }
 
 char const* NodeExchange::Run() {

@@ -34,8 +34,9 @@ enum class NodeCopier { SENDER, RECEIVER };
 // Begin an operation, name its messages with Send, Receive and Keep, then Run. Data is copied
 // once, by the sender into the receiver's memory or by the receiver out of the sender's. Ranks
 // that share no memory with this one use MPI, and so do pairs of ranks neither of which has its
-// data in its arena. Messages of no elements are left out on both sides. Messages between two
-// ranks keep their order.
+// data in its arena. Messages of no elements are left out on both sides, except where all ranks
+// of a node tell each other their pieces: there a rank waits for all others in any case, and
+// learns so that it has expected more. Messages between two ranks keep their order.
 class NodeExchange {
  public:
   explicit NodeExchange(NodeLinks& links) : mLinks(links) {}
@@ -91,6 +92,7 @@ class NodeExchange {
   };
 
   void Add(bool out, int peer, NodeRegion const& region, Datatype type);
+  bool TellsAll() const;
   bool IsLarge(Message const& message) const;
   NodeRing& Incoming(Message const& message);
   NodeRing& Outgoing(Message const& message);

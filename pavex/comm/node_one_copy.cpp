@@ -170,7 +170,9 @@ char const* NodeOneCopy::WaitForAll(bool complete) {
 void NodeOneCopy::Show(bool complete) {
   NodeArena& arena = mLinks.Arena();
   bool const shows = complete && (mKnown ? arena.Views().Refresh(mView) : arena.Show(mView));
-  if (!shows) arena.Views().MakeOrdinary(mView.array, mView.array);
+  // A piece that is in its place already has no other copy that counts.
+  NodeSpan const lost{mView.array.offset, complete ? mView.array.bytes : 0};
+  if (!shows) arena.Views().MakeOrdinary(mView.array, lost);
   if (complete && !shows) std::memcpy(mArray.data, mView.window->Array(), mArray.Bytes());
   mView.window->CloseFile();
 }

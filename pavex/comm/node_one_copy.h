@@ -51,7 +51,8 @@ class NodeOneCopy {
   char const* WaitForAll(bool complete);
 
   // Makes the array show what has been stored. Where the system refuses that, copies it. After
-  // a failure the array is ordinary memory with undefined contents. Local.
+  // a failure the array is ordinary memory with undefined contents, except for a piece that was
+  // in its place already. Local.
   void Show(bool complete);
 
  private:

@@ -398,6 +398,27 @@ TEST_F(NodeCommFailureAmongPeers, SmallSizesThatDifferFailOnTheReceiver) {
   ExpectTheNextOperationToWork();
 }
 
+// What rank 1 leaves out, all others expect.
+TEST_F(NodeCommFailureAmongPeers, APieceOfNoBytesThatIsExpectedFailsOnTheReceivers) {
+  for (int const expected : {10, 10000}) {
+    std::vector<int> counts(static_cast<std::size_t>(mSize), 8);
+    counts[1] = mRank == 1 ? 0 : expected;
+    std::vector<int> displs(static_cast<std::size_t>(mSize));
+    std::exclusive_scan(counts.begin(), counts.end(), displs.begin(), 0);
+    Bytes whole(static_cast<std::size_t>(displs.back() + counts.back()), mPool);
+    std::vector<unsigned char> own(8, 0x11);
+
+    Outcome const outcome = OutcomeOf([&] {
+      return mComm.Allgatherv(own.data(), mRank == 1 ? 0 : 8, DATATYPE_BYTE, whole.Data(),
+                              counts.data(), displs.data(), DATATYPE_BYTE);
+    });
+
+    EXPECT_EQ(outcome.mStatus, mRank == 1 ? STATUS_OK : STATUS_COMM_FAILED) << expected;
+    MPI_Barrier(MPI_COMM_WORLD);  // no further operation is needed to notice it
+    ExpectTheNextOperationToWork();
+  }
+}
+
 // One side takes the data for a small message, the other one for a large one.
 TEST_F(NodeCommFailureAmongPeers, SizesOnBothSidesOfAThresholdFail) {
   Bytes data(20000, mPool);

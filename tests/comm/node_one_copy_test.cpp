@@ -503,6 +503,60 @@ TEST_F(NodeOneCopyTest, SizesOnBothSidesOfTheLeastFail) {
   }
 }
 
+// The same where it has no piece itself.
+TEST_F(NodeOneCopyTest, SizesOnBothSidesOfTheLeastFailWhereTheOddRankHasNoPiece) {
+  constexpr int kPiece = static_cast<int>(NodeOneCopy::kLeast);
+  PoolBlock whole(mPool, kPiece * Size());
+  std::vector<unsigned char> own(kPiece, 1);
+  for (int odd = 0; odd < Size(); ++odd) {
+    for (bool const oddHasLess : {true, false}) {
+      bool const hasLess = (Rank() == odd) == oddHasLess;
+      int const piece = hasLess ? 64 : kPiece;
+      std::vector<int> counts(static_cast<std::size_t>(Size()), piece);
+      counts[static_cast<std::size_t>(odd)] = 0;
+      std::vector<int> displs(counts.size());
+      std::exclusive_scan(counts.begin(), counts.end(), displs.begin(), 0);
+      PavexStatus status = STATUS_OK;
+      CaptureStdout([&] {
+        status = mComm->Allgatherv(own.data(), Rank() == odd ? 0 : piece, DATATYPE_BYTE,
+                                   whole.Data(), counts.data(), displs.data(), DATATYPE_BYTE);
+      });
+
+      EXPECT_EQ(status, STATUS_COMM_FAILED) << odd;
+      MPI_Barrier(MPI_COMM_WORLD);  // no further operation is needed to notice it
+      ASSERT_EQ(Gather(*mComm, whole.Data(), 2), STATUS_OK);
+    }
+  }
+}
+
+// A process of the other group sends less than those of this one expect.
+TEST_F(NodeOneCopyTest, AFailureKeepsThePieceThatIsInItsPlace) {
+  NodeComm const groups(MPI_COMM_WORLD, 2);
+  if (Size() != 4) return;
+  PoolBlock whole(mPool, Whole());
+  ASSERT_EQ(Gather(groups, whole.Data(), 1), STATUS_OK);
+  bool const fails = Rank() < 2;
+  std::vector<int> counts(4, Piece());
+  if (!fails) counts[2] -= 64;
+  std::vector<int> displs(4);
+  std::exclusive_scan(counts.begin(), counts.end(), displs.begin(), 0);
+  Fill(whole.Data() + Begin(), 2, Begin(), Before(1));
+
+  PavexStatus status = STATUS_OK;
+  CaptureStdout([&] {
+    status = groups.Allgatherv(&Comm::IN_PLACE_OBJ, 0, DATATYPE_BYTE, whole.Data(),
+                               counts.data(), displs.data(), DATATYPE_BYTE);
+  });
+
+  EXPECT_EQ(status, fails ? STATUS_COMM_FAILED : STATUS_OK);
+  EXPECT_EQ(IsView(whole), !fails);
+  if (fails) {
+    EXPECT_EQ(CountWrong(whole.Data() + Begin(), 2, Begin(), Before(1)), 0U);
+  }
+  ASSERT_EQ(Gather(groups, whole.Data(), 3), STATUS_OK);
+  EXPECT_EQ(CountWrong(whole, 3), 0U);
+}
+
 TEST_F(NodeOneCopyTest, ARankThatHasLeftAnOperationOutIsNoticedInItsNextOne) {
   PoolBlock whole(mPool, Whole());
   for (int odd = 0; odd < Size(); ++odd) {
