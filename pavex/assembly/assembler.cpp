@@ -41,20 +41,33 @@ struct Assembler<T, I>::Parts {
 };
 
 template <typename T, typename I>
-Assembler<T, I>::Assembler(MemoryPool* pool) : mPool(pool), mStack(pool) {}
+Assembler<T, I>::Assembler(MemoryPool* pool) : mPool(pool) {}
 
 template <typename T, typename I>
 Assembler<T, I>::~Assembler() = default;
 
 template <typename T, typename I>
 void Assembler<T, I>::Clear() {
-  mStack.Clear();
+  mPlan = AssemblyPlan();
+  Drop();
+  mRecords = Buffer<AssemblyRecord>();
+  mVerdicts = Buffer<AssemblyRecord>();
+  mOrder = Buffer<int>();
+  mComm = nullptr;
+}
+
+// Deletes the result of a gather, except what Describe says about one that is refused. The
+// communicator stays: the destruction of its last share may be collective.
+template <typename T, typename I>
+void Assembler<T, I>::Drop() {
+  mStack.reset();
+  mSent = SentRows();
   mSlots = Buffer<I>();
   mMergeMap = MergeMap<I>();
   mListed = Buffer<I>();
   mWhole = MatrixCSR<T, I>();
   mGathered = mHasWhole = false;
-  mPlan = AssemblyPlan();
+  if (!mPlan.Refused()) mPlan = AssemblyPlan();
 }
 
 template <typename T, typename I>
@@ -71,6 +84,12 @@ PavexStatus Assembler<T, I>::Gather(std::shared_ptr<Comm> const& comm,
   mRequest = request;
   bool const usable = comm != nullptr && comm->Rank() >= 0 && comm->Rank() < comm->Size();
   if (!usable) return Log::Report(STATUS_INVALID_VALUE);
+  struct Undo {  // unless the gather succeeds, also if the application throws
+    ~Undo() {
+      if (!mOf.mGathered) mOf.Drop();
+    }
+    Assembler& mOf;
+  } const undo{*this};
   PavexStatus status = STATUS_OK;
   PavexStatus installed = STATUS_OK;  // if not, the agreement on the values shows it to all
   {
@@ -85,10 +104,6 @@ PavexStatus Assembler<T, I>::Gather(std::shared_ptr<Comm> const& comm,
         request.mWithValues ? Log::Report(BringValues(given, false, installed)) : installed;
   }
   mGathered = status == STATUS_OK;
-  if (mGathered) return STATUS_OK;
-  AssemblyPlan const refused = mPlan;  // for Describe
-  Clear();
-  mPlan = refused;
   return status;
 }
 
@@ -201,12 +216,13 @@ PavexStatus Assembler<T, I>::GatherStack(Parts& parts) {
     begin += std::max(mRecords.mData[comm->RankOf(seat)].mRows, std::int64_t{1});
   mSent.PlaceIn(mPlan.mRows, mRequest.mCols, MatrixPartition::RowWise(begin));
 
+  mStack.emplace(mPool);
   bool const all = mRequest.mReceiver == kEverybody;
-  status = all ? mStack.Allgather(comm, mSent, false) : mStack.Gather(comm, mSent, false);
+  status = all ? mStack->Allgather(comm, mSent, false) : mStack->Gather(comm, mSent, false);
   mSent.mRowPtr = Buffer<I>();
   mSent.mColIdx = Buffer<I>();
   if (Log::Report(status) != STATUS_OK) return status;
-  auto* const stacked = mStack.template TargetAs<MatrixCSR<T, I>>();
+  auto* const stacked = mStack->template TargetAs<MatrixCSR<T, I>>();
   if (stacked == nullptr) return STATUS_OK;
   parts.mStack.mRows = mPlan.mRows;
   parts.mStack.mOffsets.Swap(stacked->mRowPtr);

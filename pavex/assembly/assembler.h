@@ -12,6 +12,7 @@
 #include "pavex/matrix/instances.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace Pavex {
@@ -39,7 +40,10 @@ enum class Overlap {
 //   only after the processes have told each other;
 // - a receiver of a gather without values has no room to make a whole of them.
 //
-// If a gather fails, nothing is gathered. If an update fails, the whole keeps its values.
+// If a gather fails, nothing is gathered. If an update fails, the whole keeps its values. The
+// same holds if the pool or the communicator throws: the exception leaves the operation on this
+// process. std::bad_alloc leaves a gather in the same way if the heap has no room for two small
+// objects.
 //
 // The whole is the same, bit by bit, whenever the same processes pass the same contributions.
 // Each process first adds the entries of each of its rows, in the order of blocks and entries.
@@ -147,7 +151,9 @@ class PAVEX_API Assembler {
   // std::string.
   std::string Describe() const;
 
-  // Deletes the whole and everything that later operations need. Local.
+  // Deletes the whole and everything that later operations need, and gives up this object's
+  // share of the communicator. Local, unless that was the last share of a communicator whose
+  // destruction is collective, such as MpiComm.
   void Clear();
 
  private:
@@ -160,6 +166,7 @@ class PAVEX_API Assembler {
 
   struct Parts;  // what one gather holds until it returns
 
+  void Drop();
   bool Receives() const;
   PavexStatus Agree(Contribution<T, I> const& own, AssemblyRequest const& request,
                     Parts& parts);
@@ -202,7 +209,7 @@ class PAVEX_API Assembler {
   Buffer<int> mOrder;                // ranks, in the order of their pieces; outlives mStack
   AssemblyPlan mPlan;
   AssemblyRequest mRequest;
-  Aggregator<T, I> mStack;  // moves the pieces
+  std::optional<Aggregator<T, I>> mStack;  // moves the pieces of several processes
   SentRows mSent;
   std::int64_t mEntries[2] = {0, 0};  // of each block
   Buffer<I> mSlots;                   // the entry of the piece of each entry; null: itself

@@ -4,12 +4,16 @@
 #include "pavex/runtime/wrapping.h"
 
 #include <algorithm>
+#include <limits>
+#include <utility>
 
 namespace Pavex {
 
 namespace {
 
 using Records = Buffer<AssemblyRecord>;
+
+constexpr std::int64_t kMostOfAll = std::numeric_limits<std::int64_t>::max();
 
 void Refuse(AssemblyPlan& plan, AssemblyFlaw flaw, std::int64_t process) {
   if (plan.Refused()) return;
@@ -24,6 +28,21 @@ AssemblyFlaw Compare(AssemblyRecord const& first, AssemblyRecord const& other) {
   if (other.mWithValues != first.mWithValues) return AssemblyFlaw::OTHER_VALUES;
   if (other.mSortColumns != first.mSortColumns) return AssemblyFlaw::OTHER_ORDER;
   return other.mBase == first.mBase ? AssemblyFlaw::NONE : AssemblyFlaw::OTHER_BASE;
+}
+
+// Whether `rows` rows from `begin` on are rows of a whole of `wholeRows`.
+bool AreInside(std::int64_t begin, std::int64_t rows, std::int64_t wholeRows) {
+  return rows <= 0 || (begin >= 0 && begin <= wholeRows && rows <= wholeRows - begin);
+}
+
+// Whether a process that has checked itself can have sent the record: others place its rows.
+bool IsSound(AssemblyRecord const& record) {
+  std::int64_t const wholeRows = record.mWholeRows;
+  bool const listed = record.mOwnBegin == AssemblyRecord::kList;
+  if (!listed && !AreInside(record.mOwnBegin, record.mOwnRows, wholeRows)) return false;
+  if (record.mBegin == AssemblyRecord::kList) return listed && record.mRows == record.mOwnRows;
+  bool const touched = record.mBegin == AssemblyRecord::kTouched;
+  return AreInside(touched ? 0 : record.mBegin, record.mRows, wholeRows);
 }
 
 void Count(AssemblyRecord const& record, std::int64_t process, AssemblyPlan& plan) {
@@ -47,12 +66,12 @@ bool OrderBands(Records const& records, Buffer<int> const& order) {
     bands = bands && (record[p].mRows == 0 || record[p].mBegin >= 0);
   }
   if (!bands) return false;
-  int* const filled = std::stable_partition(
-      order.mData, end, [record](int rank) { return record[rank].mRows != 0; });
-  std::sort(order.mData, filled, [record](int a, int b) {
-    return record[a].mBegin != record[b].mBegin ? record[a].mBegin < record[b].mBegin : a < b;
-  });
-  for (int const* rank = order.mData; rank + 1 < filled; ++rank) {
+  auto const key = [record](int rank) {
+    std::int64_t const begin = record[rank].mRows == 0 ? kMostOfAll : record[rank].mBegin;
+    return std::pair(begin, rank);
+  };
+  std::sort(order.mData, end, [key](int a, int b) { return key(a) < key(b); });
+  for (int const* rank = order.mData; rank + 1 < end && record[rank[1]].mRows != 0; ++rank) {
     AssemblyRecord const& band = record[rank[0]];
     if (band.mBegin + band.mRows > record[rank[1]].mBegin) return false;
   }
@@ -117,6 +136,7 @@ AssemblyPlan PlanAssembly(Records const& records, Buffer<int> const& order) {
   for (std::int64_t p = 0; p < records.mSize && !plan.Refused(); ++p) {
     AssemblyRecord const& record = records.mData[p];
     Refuse(plan, Compare(records.mData[0], record), p);
+    if (!IsSound(record)) Refuse(plan, AssemblyFlaw::UNSOUND_RECORD, p);
     Count(record, p, plan);
   }
   if (plan.Refused() || plan.mNnz == 0) return plan;

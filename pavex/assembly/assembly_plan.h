@@ -54,6 +54,7 @@ enum class AssemblyFlaw : std::int16_t {
   OTHER_OPERATION,  // or a collect with the other overlap
   TOO_MANY_IN_ALL,  // entries or rows, beyond what a communicator counts
   TOO_MANY_DENSE,   // elements of a dense matrix, beyond that too
+  UNSOUND_RECORD,   // a peer whose rows are not in the whole did not notice
 };
 
 // The arrays that can be missing.

@@ -1,11 +1,17 @@
 #include "pavex/aggregator/local_info.h"
 #include "pavex/assembly/plan_assembly.h"
+#include "pavex/runtime/wrapping.h"
 
 #include <algorithm>
 
 namespace Pavex {
 
 namespace {
+
+// Adds `count` elements of `bytes` bytes to `sum`. What 64 bits do not count wraps.
+void Pay(std::int64_t count, std::int64_t bytes, std::int64_t& sum) {
+  sum = WrappingAdd(sum, WrappingMul(count, bytes));
+}
 
 // Adds up the cost of one process.
 struct Payer {
@@ -23,8 +29,8 @@ struct Payer {
   // It sends `own` elements of `bytes` bytes; a receiver gets `all`.
   void Gather(std::int64_t own, std::int64_t all, std::size_t bytes) {
     ++mCost.mCalls;
-    mCost.mBytesOut += own * static_cast<std::int64_t>(bytes);
-    if (mReceives) mCost.mBytesIn += all * static_cast<std::int64_t>(bytes);
+    Pay(own, static_cast<std::int64_t>(bytes), mCost.mBytesOut);
+    if (mReceives) Pay(all, static_cast<std::int64_t>(bytes), mCost.mBytesIn);
   }
 };
 
@@ -32,7 +38,7 @@ struct Payer {
 std::int64_t OwnRowsOf(Buffer<AssemblyRecord> const& records) {
   std::int64_t rows = 0;
   for (std::int64_t p = 0; p < records.mSize; ++p)
-    rows += records.mData[p].mOwnRows;
+    rows = WrappingAdd(rows, records.mData[p].mOwnRows);
   return rows;
 }
 
@@ -84,10 +90,10 @@ AssemblyCost CostOfScatter(Buffer<AssemblyRecord> const& records, int rank,
   payer.Exchange(sizeof(AssemblyRecord));
   AssemblyRecord const& record = records.mData[rank];
   if (record.mReceiver == kEverybody) return payer.mCost;
-  std::int64_t const bytes = columns * static_cast<std::int64_t>(valueBytes);
+  std::int64_t const bytes = WrappingMul(columns, static_cast<std::int64_t>(valueBytes));
   ++payer.mCost.mCalls;
-  if (payer.mReceives) payer.mCost.mBytesOut += OwnRowsOf(records) * bytes;
-  payer.mCost.mBytesIn += record.mOwnRows * bytes;
+  if (payer.mReceives) Pay(OwnRowsOf(records), bytes, payer.mCost.mBytesOut);
+  Pay(record.mOwnRows, bytes, payer.mCost.mBytesIn);
   return payer.mCost;
 }
 
@@ -97,8 +103,8 @@ AssemblyCost CostOfCollect(Buffer<AssemblyRecord> const& records, int rank,
   payer.mCost.mPasses = payer.mReceives ? 1 : 0;
   if (records.mSize == 1) return payer.mCost;
   payer.Exchange(sizeof(AssemblyRecord));
-  payer.Gather(records.mData[rank].mOwnRows * columns, OwnRowsOf(records) * columns,
-               valueBytes);
+  payer.Gather(WrappingMul(records.mData[rank].mOwnRows, columns),
+               WrappingMul(OwnRowsOf(records), columns), valueBytes);
   return payer.mCost;
 }
 

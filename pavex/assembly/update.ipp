@@ -21,6 +21,21 @@ void AddToSlots(T const* values, I const* slots, std::int64_t count, T* sums) {
     sums[slots[k]] += values[k];
 }
 
+// Exchanges two buffers, and exchanges them back at the end of the scope, also if an exception
+// of the application ends it.
+template <typename T>
+class Exchanged {
+ public:
+  Exchanged(Buffer<T>& a, Buffer<T>& b) : mA(a), mB(b) { mA.Swap(mB); }
+  ~Exchanged() { mA.Swap(mB); }
+  Exchanged(Exchanged const&) = delete;
+  Exchanged& operator=(Exchanged const&) = delete;
+
+ private:
+  Buffer<T>& mA;
+  Buffer<T>& mB;
+};
+
 }  // namespace
 
 template <typename T, typename I>
@@ -57,9 +72,9 @@ PavexStatus Assembler<T, I>::BringValues(T const* const* given, bool inPlace,
   Buffer<T> whole;
   bool const stays =
       inPlace && mWhole.mValues.mAllocator != nullptr && mWhole.mValues.mSize == mWholeEntries;
-  if (stays) whole.Swap(mWhole.mValues);
-  PavexStatus const status = Log::Report(MoveAndAdd(given, before, whole));
-  if (stays || status == STATUS_OK) mWhole.mValues.Swap(whole);
+  PavexStatus const status =
+      Log::Report(MoveAndAdd(given, before, stays ? mWhole.mValues : whole));
+  if (!stays && status == STATUS_OK) mWhole.mValues.Swap(whole);
   return status;
 }
 
@@ -119,13 +134,13 @@ PavexStatus Assembler<T, I>::MoveValues(T const* sent, Buffer<T>& arrived) {
   }
   T none{};  // stands for the values of a piece without entries, of which nothing is sent
   bool const sends = mSent.mEntries > 0;
-  mSent.mValues.Borrow(sends ? const_cast<T*>(sent) : &none, sends ? mSent.mEntries : 1);
-  auto* const stacked = mStack.template TargetAs<MatrixCSR<T, I>>();
-  if (stacked != nullptr) stacked->mValues.Swap(arrived);
-  PavexStatus const status = Log::Report(mStack.UpdateInPlace(mSent));
-  if (stacked != nullptr) stacked->mValues.Swap(arrived);
-  mSent.mValues = Buffer<T>();
-  return status;
+  Buffer<T> values;
+  values.Borrow(sends ? const_cast<T*>(sent) : &none, sends ? mSent.mEntries : 1);
+  Exchanged<T> const lent(mSent.mValues, values);
+  auto* const stacked = mStack->template TargetAs<MatrixCSR<T, I>>();
+  Buffer<T> elsewhere;  // a process that does not receive has no stack
+  Exchanged<T> const taken(stacked != nullptr ? stacked->mValues : elsewhere, arrived);
+  return Log::Report(mStack->UpdateInPlace(mSent));
 }
 
 // Turns the values that arrived into those of the whole. Rows that follow each other there too

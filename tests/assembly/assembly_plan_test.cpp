@@ -1,0 +1,124 @@
+// The decision of an assembly and its price, from records alone: those of peers may contain any
+// bytes, and neither takes memory.
+
+#include "pavex/assembly/plan_assembly.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <limits>
+#include <new>
+#include <vector>
+
+namespace {
+std::atomic<long> takenFromHeap{0};
+}  // namespace
+
+// Counts what the decision takes from the heap.
+void* operator new(std::size_t bytes) {
+  ++takenFromHeap;
+  if (void* const block = std::malloc(bytes)) return block;
+  throw std::bad_alloc();
+}
+void* operator new(std::size_t bytes, std::nothrow_t const& /*tag*/) noexcept {
+  ++takenFromHeap;
+  return std::malloc(bytes);
+}
+void operator delete(void* block) noexcept {
+  std::free(block);
+}
+void operator delete(void* block, std::size_t /*bytes*/) noexcept {
+  std::free(block);
+}
+void operator delete(void* block, std::nothrow_t const& /*tag*/) noexcept {
+  std::free(block);
+}
+
+namespace Pavex {
+namespace {
+
+constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+
+// A band of a whole with 10 rows and one entry per row.
+AssemblyRecord Band(std::int64_t begin, std::int64_t rows) {
+  AssemblyRecord record;
+  record.mOperation = AssemblyOperation::GATHER;
+  record.mWholeRows = record.mWholeCols = 10;
+  record.mReceiver = 0;
+  record.mOwnBegin = record.mBegin = begin;
+  record.mOwnRows = record.mRows = record.mNnz = rows;
+  return record;
+}
+
+struct Planned {
+  std::vector<AssemblyRecord> records;
+  std::vector<int> order;
+  AssemblyPlan plan;
+  long blocks = 0;  // that the decision took
+
+  explicit Planned(std::vector<AssemblyRecord> some)
+      : records(std::move(some)), order(records.size(), -1) {
+    Buffer<int> places;
+    places.Borrow(order.data(), static_cast<std::int64_t>(order.size()));
+    long const before = takenFromHeap;
+    plan = PlanAssembly(View(), places);
+    blocks = takenFromHeap - before;
+  }
+
+  Buffer<AssemblyRecord> View() {
+    Buffer<AssemblyRecord> view;
+    view.Borrow(records.data(), static_cast<std::int64_t>(records.size()));
+    return view;
+  }
+};
+
+TEST(PlanAssembly, PlacesBandsByTheirBeginsAndEmptyOnesLastWithoutMemory) {
+  Planned const planned({Band(7, 3), Band(0, 0), Band(2, 1), Band(9, 0), Band(0, 2)});
+
+  EXPECT_EQ(planned.plan.mPath, AssemblyPath::BANDS);
+  EXPECT_EQ(planned.order, (std::vector<int>{4, 2, 0, 1, 3}));
+  EXPECT_EQ(planned.blocks, 0);
+}
+
+TEST(PlanAssembly, RefusesRowsOfAPeerOutsideTheWhole) {
+  std::vector<std::pair<std::int64_t, std::int64_t>> const outside = {
+      {-3, 2}, {10, 1}, {8, 3}, {kMost, 2}, {1, kMost}, {-kMost, 11}};
+  for (auto const& [begin, rows] : outside) {
+    for (bool const sent : {true, false}) {
+      AssemblyRecord record = Band(0, 2);
+      (sent ? record.mBegin : record.mOwnBegin) = begin;
+      (sent ? record.mRows : record.mOwnRows) = rows;
+      Planned const planned({Band(0, 5), record});
+      EXPECT_EQ(planned.plan.mFlaw, AssemblyFlaw::UNSOUND_RECORD) << begin << ", " << rows;
+      EXPECT_EQ(planned.plan.mProcess, 1);
+    }
+  }
+}
+
+TEST(PlanAssembly, RefusesAListOfRowsThatIsNotTheOneThatArrives) {
+  AssemblyRecord listed = Band(AssemblyRecord::kList, 3);
+  EXPECT_EQ(Planned({Band(0, 5), listed}).plan.mPath, AssemblyPath::MERGE);
+
+  AssemblyRecord longer = listed;
+  longer.mRows = 4;
+  EXPECT_EQ(Planned({Band(0, 5), longer}).plan.mFlaw, AssemblyFlaw::UNSOUND_RECORD);
+  AssemblyRecord none = listed;
+  none.mOwnBegin = 0;
+  EXPECT_EQ(Planned({Band(0, 5), none}).plan.mFlaw, AssemblyFlaw::UNSOUND_RECORD);
+  AssemblyRecord touched = Band(0, 0);
+  touched.mBegin = AssemblyRecord::kTouched;
+  touched.mRows = 11;  // of 10
+  EXPECT_EQ(Planned({Band(0, 5), touched}).plan.mFlaw, AssemblyFlaw::UNSOUND_RECORD);
+}
+
+// 2^59 rows of 8 columns of double have 2^65 bytes.
+TEST(CostOfDenseMatrices, WrapsWhere64BitsDoNotCountIt) {
+  AssemblyRecord record = Band(0, std::int64_t{1} << 59);
+  Planned planned({record, record});
+  EXPECT_EQ(CostOfScatter(planned.View(), 0, sizeof(double), 8).mBytesIn, 2 * 112);
+  EXPECT_EQ(CostOfCollect(planned.View(), 0, sizeof(double), 8).mBytesOut, 112);
+  EXPECT_EQ(CostOfCollect(planned.View(), 0, sizeof(double), kMost).mCalls, 2);
+}
+
+}  // namespace
+}  // namespace Pavex
