@@ -154,6 +154,94 @@ void MeasureBandwidth(Runner& runner, int n) {
   runner.Expect(ok, "every operation succeeds");
 }
 
+// Bands of a column-major matrix with 32 columns, one for each rank, and the whole. All arrays
+// stay warm.
+struct DenseJob {
+  static constexpr long kCols = 32;
+
+  std::vector<std::vector<double>> values;
+  std::vector<std::vector<double>> copies;
+  std::vector<MatrixDense<double, int>> bands;
+  std::vector<MemoryPool> pools;
+  std::vector<std::unique_ptr<Aggregator<double, int>>> aggregators;
+
+  DenseJob(long rows, int ranks) : pools(static_cast<std::size_t>(ranks)) {
+    for (int rank = 0; rank < ranks; ++rank) {
+      long const begin = rows * rank / ranks;
+      long const own = rows * (rank + 1) / ranks - begin;
+      values.emplace_back(static_cast<std::size_t>(own * kCols), rank + 1.0);
+      bands.push_back(
+          MatrixDense<double, int>::Borrow(own, kCols, false, own, values.back().data()));
+      bands.back().PlaceIn(rows, kCols, MatrixPartition::RowWise(begin));
+      aggregators.push_back(
+          std::make_unique<Aggregator<double, int>>(&pools[static_cast<std::size_t>(rank)]));
+    }
+    copies = values;
+  }
+
+  // Runs `operation(comm, rank)` on every rank; false if any failed.
+  template <typename Operation>
+  bool Run(Operation operation) {
+    std::atomic<int> failed{0};
+    LocalComm::Run(static_cast<int>(values.size()), [&](std::shared_ptr<Comm> const& comm) {
+      failed += operation(comm, static_cast<std::size_t>(comm->Rank())) != STATUS_OK;
+    });
+    return failed == 0;
+  }
+};
+
+// Compares bands that go to their places in columns, and back, with as many copies of the same
+// bytes in one piece, with a barrier before and after each.
+void MeasureDense(Runner& runner, long rows) {
+  DenseJob job(rows, 2);
+  long const count = std::max(1L, (1L << 21) / (rows * DenseJob::kCols));
+  bool ok = job.Run([&](auto const& comm, std::size_t rank) {
+    return job.aggregators[rank]->Gather(comm, job.bands[rank], true);
+  });
+  auto const copy = [&] {
+    ok &= job.Run([&](auto const& comm, std::size_t rank) {
+      PavexStatus status = STATUS_OK;
+      for (long i = 0; i < count && status == STATUS_OK; ++i) {
+        status = comm->Barrier();
+        std::memcpy(job.copies[rank].data(), job.values[rank].data(),
+                    job.values[rank].size() * sizeof(double));
+        if (status == STATUS_OK) status = comm->Barrier();
+      }
+      return status;
+    });
+  };
+  auto const repeat = [&](auto const& operation) {
+    ok &= job.Run([&](auto const& comm, std::size_t rank) {
+      auto& aggregator = *job.aggregators[rank];
+      aggregator.SetComm(comm);
+      PavexStatus status = STATUS_OK;
+      for (long i = 0; i < count && status == STATUS_OK; ++i)
+        status = operation(comm, aggregator, job.bands[rank]);
+      return status;
+    });
+  };
+  std::string const label = std::to_string(rows) + " x 32, " + std::to_string(count) + " x";
+  runner.Compare("dense gather, " + label, {"memcpy", copy},
+                 {{"Pavex", [&] {
+                     repeat([](auto const& comm, auto& aggregator, auto& band) {
+                       return aggregator.Gather(comm, band, true);
+                     });
+                   }}});
+  runner.Compare("dense update, " + label, {"memcpy", copy},
+                 {{"Pavex", [&] {
+                     repeat([](auto const&, auto& aggregator, auto& band) {
+                       return aggregator.Update(band);
+                     });
+                   }}});
+  runner.Compare("dense scatter, " + label, {"memcpy", copy},
+                 {{"Pavex", [&] {
+                     repeat([](auto const&, auto& aggregator, auto& band) {
+                       return aggregator.Scatter(band);
+                     });
+                   }}});
+  runner.Expect(ok, "every dense operation succeeds");
+}
+
 // The repeated operations: gathers, updates of one gathered matrix, or both in turn.
 struct Kind {
   char const* name;
@@ -394,6 +482,8 @@ int main(int argc, char** argv) {
   for (Kind const& kind : kKinds)
     for (int const edge : kEdges)
       if (edge <= n) MeasureRepeated(runner, edge, kind);
+  for (long const rows : {512L, 16384L, 262144L})
+    MeasureDense(runner, rows);
   MeasureLatency(runner);
   MeasureSingle(runner, static_cast<int>(std::min<std::int64_t>(n, 64)));
   CheckScatterInPlace(runner);
