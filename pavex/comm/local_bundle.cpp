@@ -1,11 +1,10 @@
 #include "pavex/comm/local_bundle.h"
 
-#include <cstring>
-
 namespace Pavex {
 
 bool LocalBundle::Fits(LocalKind kind) {
-  return kind == LocalKind::ALLGATHER || kind == LocalKind::ALLGATHERV;
+  return kind == LocalKind::ALLGATHER || kind == LocalKind::ALLGATHERV ||
+         kind == LocalKind::ALLGATHER_RUNS;
 }
 
 bool LocalBundle::Plan(std::vector<LocalOperation const*> const& operations) {
@@ -34,35 +33,34 @@ bool LocalBundle::Plan(std::vector<LocalOperation const*> const& operations) {
 bool LocalBundle::ExpectedBy(LocalSide const& recv) const {
   int rank = 0;
   for (LocalRegion const& contribution : mContributions) {
-    LocalRegion const target = recv.For(rank++);
-    if (!target.Valid() || target.mCount != contribution.mCount ||
-        target.mType != contribution.mType) {
-      return false;
-    }
+    if (!recv.For(rank++).Fits(contribution)) return false;
   }
   return true;
 }
 
 void LocalBundle::Pack() {
-  mPacked.reserve(mBytes);
-  for (LocalRegion const& contribution : mContributions) {
-    mPacked.insert(mPacked.end(), contribution.mData,
-                   contribution.mData + contribution.Bytes());
+  mPacked.resize(mBytes);
+  char* to = mPacked.data();
+  for (LocalRegion& contribution : mContributions) {
+    LocalRegion const packed = {to, contribution.mCount, contribution.mType};
+    if (packed.mCount > 0) LocalPiece::Of(packed, contribution).Copy(0, packed.Bytes());
+    contribution = packed;
+    to += packed.Bytes();
   }
 }
 
 void LocalBundle::Unpack(LocalSide const& recv) const {
-  char const* from = mPacked.data();
   for (std::size_t rank = 0; rank < mContributions.size();) {
-    LocalRegion const first = recv.For(static_cast<int>(rank));
-    std::size_t bytes = 0;  // of contributions that are consecutive in `recv` too
-    do {
-      bytes += mContributions[rank].Bytes();
-      ++rank;
-    } while (rank < mContributions.size() &&
-             recv.For(static_cast<int>(rank)).mData == first.mData + bytes);
-    if (bytes > 0) std::memcpy(first.mData, from, bytes);
-    from += bytes;
+    LocalRegion source = mContributions[rank];
+    LocalRegion target = recv.For(static_cast<int>(rank));
+    for (++rank; rank < mContributions.size() && target.mRun == 0; ++rank) {
+      LocalRegion const next = recv.For(static_cast<int>(rank));
+      bool const consecutive = next.mRun == 0 && next.mData == target.mData + target.Bytes();
+      if (!consecutive) break;
+      target.mCount += next.mCount;
+    }
+    source.mCount = target.mCount;
+    if (target.mCount > 0) LocalPiece::Of(target, source).Copy(0, target.Bytes());
   }
 }
 

@@ -36,7 +36,7 @@ class LocalBundle {
  private:
   bool ExpectedBy(LocalSide const& recv) const;
 
-  std::vector<LocalRegion> mContributions;
+  std::vector<LocalRegion> mContributions;  // of the ranks; once packed, in the bundle
   std::size_t mBytes = 0;
   std::vector<char> mPacked;
 };

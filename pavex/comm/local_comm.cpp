@@ -187,4 +187,26 @@ PavexStatus LocalComm::Bcast(void* buf, int count, Datatype type, int root) cons
   return mGroup->Execute(mRank, Collective(LocalKind::BCAST, root, whole, whole));
 }
 
+bool LocalComm::Strided() const {
+  return Size() > 1;
+}
+
+PavexStatus LocalComm::GatherRuns(void const* sendbuf, Runs const& sent, void* recvbuf,
+                                  Runs const* received, Datatype type, int root) const {
+  if (!Strided()) return STATUS_NOT_SUPPORTED;
+  bool const toAll = root == -1;
+  LocalKind const kind = toAll ? LocalKind::ALLGATHER_RUNS : LocalKind::GATHER_RUNS;
+  return mGroup->Execute(
+      mRank, Collective(kind, toAll ? 0 : root, LocalSide::WholeRuns(sendbuf, sent, type),
+                        LocalSide::PieceRuns(recvbuf, received, type)));
+}
+
+PavexStatus LocalComm::ScatterRuns(void const* sendbuf, Runs const* sent, void* recvbuf,
+                                   Runs const& received, Datatype type, int root) const {
+  if (!Strided()) return STATUS_NOT_SUPPORTED;
+  return mGroup->Execute(mRank, Collective(LocalKind::SCATTER_RUNS, root,
+                                           LocalSide::PieceRuns(sendbuf, sent, type),
+                                           LocalSide::WholeRuns(recvbuf, received, type)));
+}
+
 }  // namespace Pavex

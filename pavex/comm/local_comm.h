@@ -15,8 +15,9 @@ class LocalGroup;
 // library. Use it to try the library, for unit tests, and for programs on one machine. Data is
 // copied once, from the sender's memory to the receiver's; small pieces that every rank
 // receives are copied twice. A few ranks share the copying of a large operation with large
-// pieces. There may be many more ranks than processors: the cost of a small operation per rank
-// hardly depends on their number. It logs nothing, except a failed Split.
+// pieces. Dense pieces go from the caller's arrays to their final place in the same way,
+// without packing. There may be many more ranks than processors: the cost of a small operation
+// per rank hardly depends on their number. It logs nothing, except a failed Split.
 //
 // What may be shared between ranks, and what must live how long:
 //
@@ -27,8 +28,8 @@ class LocalGroup;
 //                                                                shared_ptr is held
 //   MemoryPool, Buffer, matrices,  no: each rank has its own     what their headers say
 //   Aggregator
-//   send buffer, counts and        yes: they are only read       the operation returns on the
-//   displacements                                                rank that passed them
+//   send buffer, counts,           yes: they are only read       the operation returns on the
+//   displacements and runs                                       rank that passed them
 //   receive buffer                 no, nor may it overlap a      the operation returns on the
 //                                  buffer of another rank in     rank that passed it
 //                                  the same operation
@@ -39,15 +40,16 @@ class LocalGroup;
 // Matching. Send meets the Recv of its destination with the same tag and returns when the data
 // has been taken over. There is no buffering, so a rank cannot send to itself. A collective
 // meets when every rank is in the same one with the same root. Collectives also work with one
-// rank, and all operations with zero counts, which need no buffers. If regions of a receive
-// buffer overlap, the piece of the higher rank wins.
+// rank, except those that move runs, and all operations with zero counts, which need no
+// buffers. If regions of a receive buffer overlap, the piece of the higher rank wins; runs must
+// not overlap.
 //
 // Failing. Every failure is STATUS_COMM_FAILED:
 //   - a rank or root outside 0 .. Size() - 1: at once, on this rank alone;
-//   - operations that meet but disagree (count, type, reduction) or are wrong on some rank
-//     (negative count, negative displacement of a piece that is not empty, unknown type, null
-//     buffer, in-place marker where it is not legal): on every rank that takes part; no data is
-//     moved;
+//   - operations that meet but disagree (count, length of runs, type, reduction) or are wrong
+//     on some rank (negative count, negative number of runs, negative displacement of a piece
+//     that is not empty, unknown type, null buffer, in-place marker where it is not legal): on
+//     every rank that takes part; no data is moved;
 //   - no memory for the plan of the copies: on every rank that takes part;
 //   - operations that can never meet. A rank that runs outside an operation may still do
 //     anything. A rank in Send or Recv can go on if its partner can; the ranks in one
@@ -109,6 +111,16 @@ class PAVEX_API LocalComm final : public Comm {
   [[nodiscard]] PavexStatus Allreduce(void const* sendbuf, void* recvbuf, int count,
                                       Datatype type, ReduceOp op) const override;
   [[nodiscard]] PavexStatus Bcast(void* buf, int count, Datatype type, int root) const override;
+
+  // True unless there is one rank only, which has nothing to move. GatherRuns and ScatterRuns
+  // then return STATUS_NOT_SUPPORTED.
+  bool Strided() const override;
+  [[nodiscard]] PavexStatus GatherRuns(void const* sendbuf, Runs const& sent, void* recvbuf,
+                                       Runs const* received, Datatype type,
+                                       int root) const override;
+  [[nodiscard]] PavexStatus ScatterRuns(void const* sendbuf, Runs const* sent, void* recvbuf,
+                                        Runs const& received, Datatype type,
+                                        int root) const override;
 
  private:
   LocalComm(std::shared_ptr<LocalGroup> group, int rank);

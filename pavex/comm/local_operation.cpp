@@ -1,5 +1,7 @@
 #include "pavex/comm/local_operation.h"
 
+#include "pavex/runtime/copy_runs.h"
+
 #include <algorithm>
 #include <cstring>
 #include <type_traits>
@@ -35,6 +37,11 @@ bool InPlaceLegal(LocalOperation const& operation, int rank) {
   }
 }
 
+bool SameRuns(Runs const& a, Runs const& b) {
+  return a.begin == b.begin && a.length == b.length && a.count == b.count &&
+         a.stride == b.stride;
+}
+
 // Whether regions of one receive buffer have bytes in common; empty ones have none.
 bool Overlap(std::vector<std::pair<char*, char*>>& regions) {
   std::sort(regions.begin(), regions.end());
@@ -44,24 +51,25 @@ bool Overlap(std::vector<std::pair<char*, char*>>& regions) {
   return false;
 }
 
+// What is received in runs does not overlap, although runs of several ranks may alternate.
+bool MayOverlap(LocalKind kind) {
+  return kind != LocalKind::GATHER_RUNS && kind != LocalKind::ALLGATHER_RUNS;
+}
+
 // Plans the copies from all `senders` to `receiver`.
 bool PlanReceiver(Operations const& operations, std::vector<int> const& senders, int receiver,
                   LocalWork& work) {
   if (Of(operations, receiver).mRecv.InPlace()) return false;
+  bool const mayOverlap = MayOverlap(Of(operations, receiver).mKind);
   std::vector<std::pair<char*, char*>> targets;
   targets.reserve(senders.size());
   for (int const sender : senders) {
     LocalRegion const source = Of(operations, sender).Sent(sender, receiver);
     LocalRegion const target = Of(operations, receiver).mRecv.For(sender);
-    if (!source.Valid() || !target.Valid() || source.mCount != target.mCount ||
-        source.mType != target.mType) {
-      return false;
-    }
+    if (!target.Fits(source)) return false;
     if (target.mCount > 0) {
-      targets.emplace_back(target.mData, target.mData + target.Bytes());
-      if (source.mData != target.mData) {
-        work.mPieces.push_back({target.mData, source.mData, target.Bytes()});
-      }
+      if (mayOverlap) targets.emplace_back(target.mData, target.mData + target.Bytes());
+      if (!(source == target)) work.mPieces.push_back(LocalPiece::Of(target, source));
     }
   }
   work.mOrdered = work.mOrdered || Overlap(targets);
@@ -92,7 +100,9 @@ bool PlanReduction(Operations const& operations, LocalWork& work) {
   }
   work.mType = whole.mType;
   work.mReduce = first.mReduce;
-  if (whole.mCount > 0) work.mPieces.push_back({work.mResults.front(), nullptr, whole.Bytes()});
+  if (whole.mCount > 0)
+    work.mPieces.push_back(
+        {work.mResults.front(), nullptr, whole.Bytes(), whole.Bytes(), 0, 0});
   return true;
 }
 
@@ -167,6 +177,16 @@ std::size_t LocalRegion::Bytes() const {
   return static_cast<std::size_t>(mCount) * DatatypeSize(mType);
 }
 
+bool LocalRegion::Fits(LocalRegion const& other) const {
+  return Valid() && other.Valid() && mCount == other.mCount && mType == other.mType &&
+         (mRun == other.mRun || mRun == 0 || other.mRun == 0);
+}
+
+bool LocalRegion::operator==(LocalRegion const& other) const {
+  return mData == other.mData && mCount == other.mCount && mType == other.mType &&
+         mRun == other.mRun && mStride == other.mStride;
+}
+
 LocalSide LocalSide::Whole(void const* data, int count, Datatype type) {
   LocalSide side;
   // A side is used for reading and writing. Only receive buffers are written, and their
@@ -192,11 +212,26 @@ LocalSide LocalSide::Pieces(void const* data, int const* counts, int const* disp
   return side;
 }
 
+LocalSide LocalSide::WholeRuns(void const* data, Runs const& runs, Datatype type) {
+  LocalSide side = PieceRuns(data, &runs, type);
+  side.mLayout = Layout::WHOLE_RUNS;
+  return side;
+}
+
+LocalSide LocalSide::PieceRuns(void const* data, Runs const* runs, Datatype type) {
+  LocalSide side = Whole(data, 0, type);
+  side.mLayout = Layout::PIECE_RUNS;
+  side.mRuns = runs;
+  return side;
+}
+
 bool LocalSide::InPlace() const {
   return mData == &Comm::IN_PLACE_OBJ;
 }
 
 LocalRegion LocalSide::For(int rank) const {
+  if (mLayout == Layout::WHOLE_RUNS) return OfRuns(0);
+  if (mLayout == Layout::PIECE_RUNS) return OfRuns(rank);
   LocalRegion region{static_cast<char*>(mData), mCount, mType};
   long displacement = 0;
   if (mLayout == Layout::SLOTS) {
@@ -213,14 +248,36 @@ LocalRegion LocalSide::For(int rank) const {
   return region;
 }
 
+LocalRegion LocalSide::OfRuns(int rank) const {
+  LocalRegion region{static_cast<char*>(mData), -1, mType};
+  if (mRuns == nullptr) return region;
+  Runs const& runs = mRuns[rank];
+  bool const negative = (runs.begin | runs.length | runs.count | runs.stride) < 0;
+  if (negative || __builtin_mul_overflow(runs.length, runs.count, &region.mCount)) {
+    region.mCount = -1;
+    return region;
+  }
+  if (region.mData == nullptr || region.mCount == 0) return region;
+  region.mData += static_cast<std::size_t>(runs.begin) * DatatypeSize(mType);
+  if (runs.count > 1 && runs.stride != runs.length) {
+    region.mRun = runs.length;
+    region.mStride = runs.stride;
+  }
+  return region;
+}
+
 bool LocalSide::LaidOutAs(LocalSide const& other, int ranks) const {
   auto const same = [ranks](int const* mine, int const* others) {
     return mine == others ||
            (mine != nullptr && others != nullptr && std::equal(mine, mine + ranks, others));
   };
+  auto const sameRuns = [ranks](Runs const* mine, Runs const* others) {
+    return mine == others || (mine != nullptr && others != nullptr &&
+                              std::equal(mine, mine + ranks, others, SameRuns));
+  };
   return mLayout == other.mLayout && mType == other.mType && mCount == other.mCount &&
          (mData == nullptr) == (other.mData == nullptr) && same(mCounts, other.mCounts) &&
-         same(mDispls, other.mDispls);
+         same(mDispls, other.mDispls) && sameRuns(mRuns, other.mRuns);
 }
 
 bool LocalOperation::SameCollective(LocalOperation const& other) const {
@@ -233,6 +290,41 @@ LocalRegion LocalOperation::Sent(int own, int to) const {
   return mRecv.For(own);
 }
 
+LocalPiece LocalPiece::Of(LocalRegion const& target, LocalRegion const& source) {
+  std::size_t const bytes = target.Bytes();
+  std::size_t const size = DatatypeSize(target.mType);
+  long const elements = std::max(target.mRun, source.mRun);
+  std::size_t const run = elements == 0 ? bytes : static_cast<std::size_t>(elements) * size;
+  auto const stride = [&](LocalRegion const& region) {
+    return region.mRun == 0 ? run : static_cast<std::size_t>(region.mStride) * size;
+  };
+  return {target.mData, source.mData, bytes, run, stride(target), stride(source)};
+}
+
+void LocalPiece::Copy(std::size_t begin, std::size_t end) const {
+  if (mRun == mBytes) {
+    std::memmove(mTarget + begin, mSource + begin, end - begin);
+    return;
+  }
+  // The rest of a run, whole runs, and the beginning of a run.
+  std::size_t run = begin / mRun;
+  std::size_t const begun = begin % mRun;
+  if (begun > 0) {
+    std::size_t const rest = std::min(end - begin, mRun - begun);
+    std::memcpy(mTarget + run * mTargetStride + begun, mSource + run * mSourceStride + begun,
+                rest);
+    begin += rest;
+    ++run;
+  }
+  std::size_t const whole = (end - begin) / mRun;
+  char* const target = mTarget + run * mTargetStride;
+  char const* const source = mSource + run * mSourceStride;
+  CopyRuns({target, mTargetStride}, {source, mSourceStride}, mRun, whole);
+  std::size_t const tail = (end - begin) % mRun;
+  if (tail > 0)
+    std::memcpy(target + whole * mTargetStride, source + whole * mSourceStride, tail);
+}
+
 std::size_t LocalWork::Bytes() const {
   std::size_t bytes = 0;
   for (LocalPiece const& piece : mPieces) {
@@ -243,8 +335,7 @@ std::size_t LocalWork::Bytes() const {
 
 void LocalWork::Do(std::size_t index, std::size_t begin, std::size_t end) const {
   if (!mResults.empty()) return ReduceSlice(*this, begin, end);
-  LocalPiece const& piece = mPieces[index];
-  std::memmove(piece.mTarget + begin, piece.mSource + begin, end - begin);
+  mPieces[index].Copy(begin, end);
 }
 
 void LocalWork::DoAll() const {
@@ -264,9 +355,11 @@ bool PlanLocalWork(Operations const& operations, LocalWork& work) {
     case LocalKind::ALLREDUCE:
       return PlanReduction(operations, work);
     case LocalKind::GATHERV:
+    case LocalKind::GATHER_RUNS:
       receivers = {any.mPeer};
       break;
     case LocalKind::SCATTERV:
+    case LocalKind::SCATTER_RUNS:
     case LocalKind::BCAST:
       senders = {any.mPeer};
       break;
@@ -281,6 +374,7 @@ bool PlanLocalWork(Operations const& operations, LocalWork& work) {
     case LocalKind::ALLTOALLV:
     case LocalKind::ALLGATHER:
     case LocalKind::ALLGATHERV:
+    case LocalKind::ALLGATHER_RUNS:
       break;
   }
   return std::all_of(receivers.begin(), receivers.end(), [&](int receiver) {

@@ -24,22 +24,31 @@ enum class LocalKind {
   ALLGATHERV,
   ALLREDUCE,
   BCAST,
+  GATHER_RUNS,
+  ALLGATHER_RUNS,
+  SCATTER_RUNS,
   SPLIT
 };
 
-// `count` elements of `type` at `data`. It is read or written, depending on its side.
+// `count` elements of `type` from `data` on, one behind the other or in runs. It is read or
+// written, depending on its side.
 struct LocalRegion {
   char* mData;
   long mCount;
   Datatype mType;
+  long mRun = 0;     // elements of a run; 0 if there are no gaps
+  long mStride = 0;  // elements from the beginning of a run to that of the next, if mRun > 0
 
   // A known type, no negative count, and memory unless the count is zero.
   bool Valid() const;
   std::size_t Bytes() const;
+  // Whether both are valid and the elements of one can be copied to the other.
+  bool Fits(LocalRegion const& other) const;
+  bool operator==(LocalRegion const& other) const;
 };
 
 // The send or receive half of an operation: one region for each other rank, laid out in one of
-// three ways. Each factory makes one layout.
+// several ways. Each factory makes one layout.
 class LocalSide {
  public:
   // Nothing to send or receive.
@@ -51,6 +60,10 @@ class LocalSide {
   // `counts[r]` elements at element `displs[r]` for rank r.
   static LocalSide Pieces(void const* data, int const* counts, int const* displs,
                           Datatype type);
+  // The same `runs` for every rank.
+  static LocalSide WholeRuns(void const* data, Runs const& runs, Datatype type);
+  // `runs[r]` for rank r.
+  static LocalSide PieceRuns(void const* data, Runs const* runs, Datatype type);
 
   bool InPlace() const;
   // The region for `rank`; an invalid one if the arguments make no sense.
@@ -60,13 +73,16 @@ class LocalSide {
   bool LaidOutAs(LocalSide const& other, int ranks) const;
 
  private:
-  enum class Layout { WHOLE, SLOTS, PIECES };
+  enum class Layout { WHOLE, SLOTS, PIECES, WHOLE_RUNS, PIECE_RUNS };
+
+  LocalRegion OfRuns(int rank) const;
 
   Layout mLayout = Layout::WHOLE;
   void* mData = nullptr;
   int mCount = 0;  // of whole sides and slots
   int const* mCounts = nullptr;
   int const* mDispls = nullptr;
+  Runs const* mRuns = nullptr;
   Datatype mType = DATATYPE_BYTE;
 };
 
@@ -101,7 +117,16 @@ struct LocalOperation {
 struct LocalPiece {
   char* mTarget;
   char const* mSource;  // unused by a reduction
-  std::size_t mBytes;
+  std::size_t mBytes;   // without the gaps between runs
+  std::size_t mRun;     // bytes of a run; mBytes if there are no gaps
+  std::size_t mTargetStride;
+  std::size_t mSourceStride;
+
+  // The copy from one region to another one that it fits.
+  static LocalPiece Of(LocalRegion const& target, LocalRegion const& source);
+
+  // Copies bytes [begin, end), counted without the gaps.
+  void Copy(std::size_t begin, std::size_t end) const;
 };
 
 // The work of operations that have met: pieces that ranks may do in any order and at the same

@@ -36,13 +36,18 @@ bool LocalTransfer::Help(int rank) {
   return done > 0 && mLeft.fetch_sub(done) == done;
 }
 
+// Helpers that write short runs next to each other's each begin elsewhere: two cores that write
+// the same line at the same time take it from each other.
 std::size_t LocalTransfer::DoChunksOf(std::size_t piece) {
-  std::size_t const bytes = mWork.mPieces[piece].mBytes;
+  LocalPiece const& work = mWork.mPieces[piece];
+  std::size_t const chunks = (work.mBytes + mChunk - 1) / mChunk;
+  std::size_t const first = work.mRun < work.mBytes ? piece * chunks / mTaken.size() : 0;
   std::size_t done = 0;
   for (;;) {
-    std::size_t const begin = mTaken[piece].fetch_add(mChunk);
-    if (begin >= bytes) return done;
-    std::size_t const end = std::min(begin + mChunk, bytes);
+    std::size_t const taken = mTaken[piece].fetch_add(1);
+    if (taken >= chunks) return done;
+    std::size_t const begin = (first + taken) % chunks * mChunk;
+    std::size_t const end = std::min(begin + mChunk, work.mBytes);
     mWork.Do(piece, begin, end);
     done += end - begin;
   }

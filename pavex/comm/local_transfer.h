@@ -31,7 +31,7 @@ class LocalTransfer {
   LocalWork mWork;
   std::vector<int> mPartners;
   std::size_t mChunk;                            // bytes handed out at once
-  std::vector<std::atomic<std::size_t>> mTaken;  // per piece, bytes handed out
+  std::vector<std::atomic<std::size_t>> mTaken;  // per piece, chunks handed out
   std::atomic<std::size_t> mLeft;                // bytes that are not done
 };
 

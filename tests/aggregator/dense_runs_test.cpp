@@ -5,6 +5,7 @@
 #include "tests/support/aggregator_probe.h"
 #include "tests/support/dense_rank.h"
 #include "tests/support/log_level.h"
+#include "tests/support/plain_comm.h"
 #include "tests/support/strided_comm.h"
 
 #include <algorithm>
@@ -96,6 +97,15 @@ Seen RunRank(Job const& job, int rank, std::shared_ptr<CommOfRank> const& comm,
   return seen;
 }
 
+// What a rank of a LocalComm passes to its aggregator: its communicator, or a wrapper of it.
+template <typename CommOfRank>
+auto CommFor(std::shared_ptr<Comm> const& inner) {
+  if constexpr (std::is_same_v<CommOfRank, LocalComm>)
+    return inner;
+  else
+    return std::make_shared<CommOfRank>(inner);
+}
+
 template <typename CommOfRank>
 Done RunJob(Job const& job) {
   LogLevel const debug(LOG_DEBUG);
@@ -107,7 +117,7 @@ Done RunJob(Job const& job) {
   std::string const output = CaptureStdout([&] {
     LocalComm::Run(static_cast<int>(ranks), [&](std::shared_ptr<Comm> const& inner) {
       auto const r = static_cast<std::size_t>(inner->Rank());
-      auto const comm = std::make_shared<CommOfRank>(inner);
+      auto const comm = CommFor<CommOfRank>(inner);
       done.seen[r] = RunRank(job, inner->Rank(), comm, done.events[r]);
       if constexpr (std::is_same_v<CommOfRank, StridedComm>)
         done.runCalls[r] = comm->RunCalls();
@@ -156,6 +166,16 @@ std::vector<Job> Jobs() {
   };
 }
 
+void ExpectTheSame(Done const& strided, Done const& ordinary) {
+  EXPECT_EQ(strided.seen.size(), ordinary.seen.size());
+  for (std::size_t r = 0; r < strided.seen.size(); ++r) {
+    EXPECT_EQ(strided.seen[r].statuses, ordinary.seen[r].statuses) << r;
+    EXPECT_EQ(strided.seen[r].gathered, ordinary.seen[r].gathered) << r;
+    EXPECT_TRUE(strided.seen[r] == ordinary.seen[r]) << r;
+  }
+  EXPECT_EQ(strided.lines, WithoutReorders(ordinary.lines));
+}
+
 TEST(DenseRuns, GiveTheResultsStatusesAndLinesOfTheOrdinaryWay) {
   for (Job job : Jobs()) {
     for (bool const toAll : {false, true}) {
@@ -163,15 +183,8 @@ TEST(DenseRuns, GiveTheResultsStatusesAndLinesOfTheOrdinaryWay) {
       SCOPED_TRACE(job.name + (toAll ? " to all" : ""));
 
       Done const ordinary = RunJob<TraceComm>(job);
-      Done const strided = RunJob<StridedComm>(job);
-
-      EXPECT_EQ(strided.seen.size(), ordinary.seen.size());
-      for (std::size_t r = 0; r < strided.seen.size(); ++r) {
-        EXPECT_EQ(strided.seen[r].statuses, ordinary.seen[r].statuses) << r;
-        EXPECT_EQ(strided.seen[r].gathered, ordinary.seen[r].gathered) << r;
-        EXPECT_TRUE(strided.seen[r] == ordinary.seen[r]) << r;
-      }
-      EXPECT_EQ(strided.lines, WithoutReorders(ordinary.lines));
+      ExpectTheSame(RunJob<StridedComm>(job), ordinary);
+      ExpectTheSame(RunJob<LocalComm>(job), ordinary);
     }
   }
 }
@@ -191,13 +204,13 @@ TEST(DenseRuns, GoFromTheLocalArraysToTheirPlaceAndBackInOneCallEach) {
 // Records, counts, displacements, values, and the list of runs. The ordinary way would pack 6
 // or 9 elements and reorder 15.
 TEST(DenseRuns, TakeNoMemoryToPackOrReorder) {
-  Done const done = RunJob<StridedComm>(Jobs()[2]);
-
-  EXPECT_EQ(done.events[0],
-            (std::vector<PoolEvent>{Took(2 * 72), Took(2 * 4), Took(2 * 4), Took(15 * 8),
-                                    Took(2 * 32), GaveBack(2 * 32)}));
-  EXPECT_EQ(done.events[1], std::vector<PoolEvent>{Took(2 * 72)});
-  EXPECT_EQ(WithoutReorders(done.lines), done.lines);
+  for (Done const& done : {RunJob<StridedComm>(Jobs()[2]), RunJob<LocalComm>(Jobs()[2])}) {
+    EXPECT_EQ(done.events[0],
+              (std::vector<PoolEvent>{Took(2 * 72), Took(2 * 4), Took(2 * 4), Took(15 * 8),
+                                      Took(2 * 32), GaveBack(2 * 32)}));
+    EXPECT_EQ(done.events[1], std::vector<PoolEvent>{Took(2 * 72)});
+    EXPECT_EQ(WithoutReorders(done.lines), done.lines);
+  }
 }
 
 TEST(DenseRuns, LeaveTheOrdinaryWayAsItIs) {
@@ -220,8 +233,10 @@ TEST(DenseRuns, SendAPackedArrayThatIsTooLongWhole) {
 
   Done const ordinary = RunJob<TraceComm>(job);
   Done const strided = RunJob<StridedComm>(job);
+  Done const threads = RunJob<LocalComm>(job);
 
   EXPECT_EQ(strided.runCalls[1][0], "GatherRuns({0, 10, 1, 10}; root 0)");
+  EXPECT_EQ(threads.seen[1].statuses, ordinary.seen[1].statuses);
   EXPECT_EQ(strided.seen[1].statuses, ordinary.seen[1].statuses);
   EXPECT_EQ(strided.seen[1].statuses[0], STATUS_COMM_FAILED);
   EXPECT_EQ(strided.lines, WithoutReorders(ordinary.lines));
@@ -256,8 +271,8 @@ TEST(DenseRuns, AreNotUsedWhereNothingTravels) {
 // leading dimension.
 TEST(DenseRuns, FillTheArrayThatTheyComeFrom) {
   for (long const ld : {5L, 6L, 7L}) {
-    std::vector<double> arrays[2];
-    for (int way = 0; way < 2; ++way) {
+    std::vector<double> arrays[3];
+    for (int way = 0; way < 3; ++way) {
       LocalComm::Run(2, [&](std::shared_ptr<Comm> const& inner) {
         std::vector<double> array(21);
         for (std::size_t i = 0; i < array.size(); ++i)
@@ -265,6 +280,7 @@ TEST(DenseRuns, FillTheArrayThatTheyComeFrom) {
         auto local = MatrixDense<double, int>::Borrow(3, 5, true, 6, array.data());
         auto filled = MatrixDense<double, int>::Borrow(3, 5, true, ld, array.data());
         std::shared_ptr<Comm> comm = inner;
+        if (way == 0) comm = std::make_shared<PlainComm>(inner);
         if (way == 1) comm = std::make_shared<StridedComm>(inner);
         MemoryPool pool;
         Aggregator<double, int> aggregator(&pool);
@@ -277,6 +293,7 @@ TEST(DenseRuns, FillTheArrayThatTheyComeFrom) {
       });
     }
     EXPECT_EQ(arrays[1], arrays[0]) << ld;
+    EXPECT_EQ(arrays[2], arrays[0]) << ld;
   }
 }
 
@@ -293,8 +310,7 @@ std::vector<std::vector<double>> ScatterAnotherArray(Job const& job) {
     std::fill(filled.values.begin(), filled.values.end(), 7.0);
     MemoryPool pool;
     Aggregator<double, int> aggregator(&pool);
-    EXPECT_EQ(aggregator.Gather(std::make_shared<CommOfRank>(inner), local.matrix, true),
-              STATUS_OK);
+    EXPECT_EQ(aggregator.Gather(CommFor<CommOfRank>(inner), local.matrix, true), STATUS_OK);
     std::vector<double> array(5 * 7);
     std::iota(array.begin(), array.end(), 100.0);
     if (auto* const target = aggregator.TargetAs<MatrixDense<double, int>>()) {
@@ -313,9 +329,10 @@ TEST(DenseRuns, ReadAnArrayThatTheCallerHasGivenToTheGatheredMatrixWithItsLeadin
   EXPECT_THAT(ScatterAnotherArray<StridedComm>(Jobs()[1])[1],
               ElementsAre(107, 108, 109, 110, 111, 7, 7, 114, 115, 116, 117, 118));
   for (std::size_t const number : {0U, 1U, 2U, 3U, 5U}) {
-    EXPECT_EQ(ScatterAnotherArray<StridedComm>(Jobs()[number]),
-              ScatterAnotherArray<TraceComm>(Jobs()[number]))
-        << Jobs()[number].name;
+    SCOPED_TRACE(Jobs()[number].name);
+    auto const ordinary = ScatterAnotherArray<TraceComm>(Jobs()[number]);
+    EXPECT_EQ(ScatterAnotherArray<StridedComm>(Jobs()[number]), ordinary);
+    EXPECT_EQ(ScatterAnotherArray<LocalComm>(Jobs()[number]), ordinary);
   }
 }
 

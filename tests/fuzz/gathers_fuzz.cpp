@@ -3,7 +3,8 @@
 // The others are pieces that may not fit together: every operation must end with a known
 // status, and every pool must get its blocks back.
 //
-// The input: a byte for the number of ranks, a byte that says which half, then the choices.
+// The input: a byte for the number of ranks, a byte that says which half and whether dense
+// pieces are moved in runs, then the choices.
 
 #include "pavex/aggregator/aggregator.h"
 #include "pavex/comm/local_comm.h"
@@ -14,6 +15,7 @@
 #include "tests/fuzz/spoiled_round.h"
 #include "tests/property/local_matrix.h"
 #include "tests/property/property.h"
+#include "tests/support/plain_comm.h"
 
 #include <complex>
 #include <cstddef>
@@ -67,7 +69,9 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   if (size < 2) return 0;
   int const ranks = 1 + data[0] % kMostRanks;
   std::uint8_t const kind = data[1] % 4U;
-  LocalComm::Run(ranks, [&](std::shared_ptr<Comm> const& comm) {
+  bool const movesRuns = data[1] / 4 % 2 != 0;
+  LocalComm::Run(ranks, [&](std::shared_ptr<Comm> const& local) {
+    std::shared_ptr<Comm> const comm = movesRuns ? local : std::make_shared<PlainComm>(local);
     Rng rng(data + 2, size - 2);  // the same choices on every rank
     if (kind < 2)
       RunFitting(rng, comm);

@@ -109,8 +109,9 @@ void CheckParsed(Subcommand& subcommand, Job& job, bool isPlan) {
   CheckRanges(options);
   CheckPieces(options);
   Log::mMaxLogLevel = -1;
-  if (isPlan && IsQuickToPlan(options))
-    CheckPlan(MakePlan(*OpenGenerator(options.mGenerate), options, options));
+  if (!isPlan || !IsQuickToPlan(options)) return;
+  for (CommKind const comm : {CommKind::LOCAL, CommKind::MPI})
+    CheckPlan(MakePlan(*OpenGenerator(options.mGenerate), options, options, comm));
 }
 
 std::vector<std::string> WordsOf(std::string_view text) {

@@ -1,6 +1,7 @@
 #include "pavex/comm/local_comm.h"
 #include "pavex/runtime/log.h"
 #include "tests/property/property.h"
+#include "tests/support/plain_comm.h"
 #include "tests/support/strided_comm.h"
 
 #include <algorithm>
@@ -60,12 +61,16 @@ void RunAllCases(int ranks, long cases) {
 }
 
 TEST_P(AggregatorProperty, GathersUpdatesAndScattersAsTheModel) {
-  RunAllCases<LocalComm>(GetParam(), kCasesPerRankCount);
+  RunAllCases<PlainComm>(GetParam(), kCasesPerRankCount);
 }
 
-// Over a communicator that moves dense runs.
 TEST_P(AggregatorProperty, MovesRunsAsTheModel) {
-  RunAllCases<StridedComm>(GetParam(), kCasesPerRankCount / 2);
+  RunAllCases<LocalComm>(GetParam(), kCasesPerRankCount / 2);
+}
+
+// A communicator of an application may say that it moves runs for a single rank too.
+TEST_P(AggregatorProperty, MovesRunsOfAnApplicationAsTheModel) {
+  RunAllCases<StridedComm>(GetParam(), kCasesPerRankCount / 5);
 }
 
 }  // namespace

@@ -1,12 +1,14 @@
 #include "pavex/comm/local_comm.h"
 #include "tests/real_size/real_size.h"
+#include "tests/support/plain_comm.h"
 
 namespace Pavex {
 namespace {
 
-void OnEach(int ranks, long total, void (*body)(RealSizeRank&)) {
+// `movesRuns`: whether dense pieces go from array to array, or in rounds of calls.
+void OnEach(int ranks, long total, void (*body)(RealSizeRank&), bool movesRuns = false) {
   LocalComm::Run(ranks, [=](std::shared_ptr<Comm> const& comm) {
-    RealSizeRank rank(comm, total);
+    RealSizeRank rank(movesRuns ? comm : std::make_shared<PlainComm>(comm), total);
     body(rank);
   });
 }
@@ -16,8 +18,18 @@ TEST(RealSize, OfDenseElementsBeyondIntMovesThereAndBack) {
 }
 
 #ifdef PAVEX_TESTS_ALL
+TEST(RealSize, OfDenseElementsBeyondIntMovesInOneCall) {
+  OnEach(
+      2, kBeyondInt, [](RealSizeRank& rank) { rank.MoveDense(); }, true);
+}
+
 TEST(RealSize, OfDenseElementsBeyondUnsignedMovesThereAndBack) {
   OnEach(3, kBeyondUnsigned, [](RealSizeRank& rank) { rank.MoveDense(); });
+}
+
+TEST(RealSize, OfDenseElementsBeyondUnsignedMovesInOneCall) {
+  OnEach(
+      3, kBeyondUnsigned, [](RealSizeRank& rank) { rank.MoveDense(); }, true);
 }
 
 TEST(RealSize, OfEntriesBeyondIntIsGatheredAndUpdated) {

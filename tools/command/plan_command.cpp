@@ -48,8 +48,7 @@ PlanCommand::PlanCommand(CLI::App& app)
 }
 
 void PlanCommand::Run(Ranks& ranks) const {
-  Plan plan = MakePlan(*OpenSource(mOptions), mOptions, mOptions);
-  plan.mComm = ranks.Kind();
+  Plan const plan = MakePlan(*OpenSource(mOptions), mOptions, mOptions, ranks.Kind());
   if (ranks.FirstHere() == 0) {
     std::fputs(InText(plan, mOptions.mAllRanks).c_str(), stdout);
     if (!mOptions.mJson.empty()) WriteWholeFile(mOptions.mJson, InJson(plan));

@@ -1,6 +1,7 @@
 #include "tools/plan/plan.h"
 
 #include "pavex/aggregator/local_info.h"
+#include "pavex/runtime/comm.h"
 #include "tools/choice/input_error.h"
 #include "tools/cut/refusals.h"
 #include "tools/plan/plan_decision.h"
@@ -91,12 +92,15 @@ ElementBytes BytesOf(ValueKind value, IndexKind index) {
 // The arithmetic of a gather: what each rank takes from its pool and receives.
 class Account {
  public:
-  Account(CutOptions const& cut, bool toAll, PieceDecision const& decision, ElementBytes bytes)
+  // `strided`: whether the communicator moves runs.
+  Account(CutOptions const& cut, bool toAll, PieceDecision const& decision, ElementBytes bytes,
+          bool strided)
       : mCut(cut),
         mToAll(toAll),
         mDecision(decision),
         mValueBytes(cut.mWithValues ? bytes.mValue : 0),
-        mIndexBytes(bytes.mIndex) {}
+        mIndexBytes(bytes.mIndex),
+        mMovesRuns(strided && IsDense(cut.mFormat) && Travels(decision, toAll)) {}
 
   // Bytes of the arrays of a piece as the application holds it.
   long PieceBytes(PlanRank const& rank) const {
@@ -122,11 +126,16 @@ class Account {
       if (mDecision.mMode == DISTRIBUTED)
         ReceivePieces(ranks, rank);
       else if (mDecision.mMode == CENTRALIZED_ONE)
-        ReceiveWhole(rank, r);
+        ReceiveWhole(rank, r, count);
     }
   }
 
  private:
+  // Whether values go from one rank to another.
+  static bool Travels(PieceDecision const& decision, bool toAll) {
+    bool const one = decision.mMode == CENTRALIZED_ONE;
+    return decision.mMode == DISTRIBUTED || (one && (toAll || decision.mSource != 0));
+  }
   bool ByRows() const {
     return mCut.mFormat == Format::CSR || mCut.mFormat == Format::DENSE_ROW;
   }
@@ -152,6 +161,7 @@ class Account {
     bool const holds = one && r == mDecision.mSource;
     long const countArrays = 2 * kCountBytes * count;
     long const base = !one && rank.mReceiver ? countArrays : 0;
+    if (mMovesRuns) return base + RunsPeak(rank, count);
     if (IsDense(mCut.mFormat)) return base + DensePeak(rank, one ? 0 : countArrays);
     if (holds || (one && !rank.mReceiver)) return 0;
     long const whole =
@@ -183,6 +193,12 @@ class Account {
     long const packed = gaps ? rank.mEntries * mValueBytes : 0;
     return whole + packed + std::max(SideBySide() ? whole : 0, RoundBytes(rank, countArrays));
   }
+  // The same over a communicator that moves runs: the gathered values, and where the piece of
+  // each rank goes.
+  long RunsPeak(PlanRank const& rank, int count) const {
+    if (!rank.mReceiver) return 0;
+    return mDecision.mEntries * mValueBytes + static_cast<long>(sizeof(Pavex::Runs)) * count;
+  }
   bool SideBySide() const {
     if (mDecision.mMode != DISTRIBUTED) return false;
     bool const along =
@@ -190,11 +206,15 @@ class Account {
     return !along && (ByRows() ? mDecision.mRows : mDecision.mCols) != 1;
   }
 
-  // One call counts at most kMaxEntries elements.
-  static long CallsFor(long count) { return std::max(1L, (count - 1) / kMaxEntries + 1); }
+  // One call counts at most kMaxEntries elements, unless it moves runs.
+  long CallsFor(long count) const {
+    return mMovesRuns ? 1 : std::max(1L, (count - 1) / kMaxEntries + 1);
+  }
   // How many calls move some of the `count` elements behind `before` earlier ones.
-  static long CallsWith(long before, long count) {
-    return count == 0 ? 1 : (before + count - 1) / kMaxEntries - before / kMaxEntries + 1;
+  long CallsWith(long before, long count) const {
+    return mMovesRuns || count == 0
+               ? 1
+               : (before + count - 1) / kMaxEntries - before / kMaxEntries + 1;
   }
 
   // The calls for all arrays if those of the entries and those of the rows (columns) are so
@@ -229,9 +249,16 @@ class Account {
     return lengths ? bytes - mIndexBytes : bytes;
   }
 
-  // Counts what a receiver gets when the holder sends each array.
-  void ReceiveWhole(PlanRank& rank, int r) const {
+  // Counts what a receiver gets when the holder sends each array. If runs are moved, all ranks
+  // contribute, most of them nothing.
+  void ReceiveWhole(PlanRank& rank, int r, int count) const {
     bool const holds = r == mDecision.mSource;
+    if (mMovesRuns) {
+      ++rank.mCalls;
+      if (rank.mReceiver) rank.mMessages += count - 1;
+      if (rank.mReceiver && !holds) rank.mMessageBytes += mDecision.mEntries * mValueBytes;
+      return;
+    }
     bool const takesPart = mToAll || (mDecision.mSource != 0 && (holds || rank.mReceiver));
     if (!takesPart) return;
     long const calls =
@@ -250,6 +277,7 @@ class Account {
   PieceDecision const& mDecision;
   long mValueBytes;
   long mIndexBytes;
+  bool mMovesRuns;  // dense pieces go to their place in one call, without a copy in between
 };
 
 void WarnOfEmptyRanks(Plan const& plan, std::vector<std::string>& warnings) {
@@ -307,10 +335,12 @@ long Plan::MessageBytes() const {
   return sum;
 }
 
-Plan MakePlan(Source const& source, CutOptions const& cut, RunOptions const& run) {
+Plan MakePlan(Source const& source, CutOptions const& cut, RunOptions const& run,
+              CommKind comm) {
   RefuseUncountable(source, cut.mFormat, run.mRanks);
   RefuseTooManyRanks(source.Whole(), cut, run.mRanks);
   Plan plan;
+  plan.mComm = comm;
   plan.mInput = source.Name();
   plan.mField = NameOf(source.Kind());
   plan.mWhole = source.Whole();
@@ -329,7 +359,9 @@ Plan MakePlan(Source const& source, CutOptions const& cut, RunOptions const& run
   plan.mCols = decision.mCols;
   plan.mEntries = decision.mEntries;
 
-  Account const account(cut, run.mToAll, decision, bytes);
+  // Threads and processes that share memory move runs; a rank alone moves nothing.
+  bool const strided = comm != CommKind::MPI && run.mRanks > 1;
+  Account const account(cut, run.mToAll, decision, bytes, strided);
   for (PlanRank& rank : plan.mRanks)
     rank.mBytes = account.PieceBytes(rank);
   if (plan.mDecided) account.Fill(plan.mRanks);

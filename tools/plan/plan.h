@@ -58,10 +58,11 @@ struct Plan {
   long MessageBytes() const;
 };
 
-// Plans a gather with run.mRanks ranks; local. Updates and scatters are not planned. Throws
-// InputError for pieces that cannot be cut, and for more entries than it can count the bytes
-// of.
-Plan MakePlan(Source const& source, CutOptions const& cut, RunOptions const& run);
+// Plans a gather with run.mRanks ranks over `comm`; local. Updates and scatters are not
+// planned. Throws InputError for pieces that cannot be cut, and for more entries than it can
+// count the bytes of.
+Plan MakePlan(Source const& source, CutOptions const& cut, RunOptions const& run,
+              CommKind comm);
 
 // The table shows every rank if `allRanks`.
 std::string InText(Plan const& plan, bool allRanks = false);

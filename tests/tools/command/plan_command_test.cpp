@@ -52,6 +52,10 @@ TEST(PlanCommand, PlansWhatTheGatherReports) {
   ExpectPlanned({"--generate", "random:40", "--partition", "entries", "--no-values"});
   ExpectPlanned({"--generate", "dense:7x9", "--format", "dense-col", "--ld", "2", "--value",
                  "float", "--to", "all"});
+  ExpectPlanned({"--generate", "dense:7x9", "--format", "dense-row", "--partition", "columns"});
+  ExpectPlanned({"--generate", "dense:7x9", "--format", "dense-row", "--partition", "one",
+                 "--holder", "2"});
+  ExpectPlanned({"--generate", "dense:7x9", "--format", "dense-row", "--ranks", "1"});
   ExpectPlanned({"--generate", "random:40", "--partition", "one", "--holder", "2"});
 }
 
