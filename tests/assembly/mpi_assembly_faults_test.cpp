@@ -8,6 +8,7 @@
 #include "tests/assembly/faulty_assembly.h"
 #include "tests/assembly/stand_in_comm.h"
 #include "tests/support/log_level.h"
+#include "tests/support/meeting_comm.h"
 
 #include <array>
 #include <cstdint>
@@ -51,6 +52,27 @@ std::string Text(Injection const& injection) {
          std::to_string(injection.rank) + ", number " + std::to_string(injection.nth);
 }
 
+bool Crawls(int processes) {
+  return kSpins && processes > 2;
+}
+
+// Random cases of a path that all processes contribute to. Collective.
+template <typename C>
+std::vector<FaultyCase> Cases(AssemblyPath path, std::shared_ptr<C> const& comm,
+                              MemoryPool& pool) {
+  std::vector<FaultyCase> cases;
+  std::size_t const count = Crawls(comm->Size()) ? 1 : kCases;
+  for (std::uint64_t number = 0; cases.size() < count && number < 2000; ++number) {
+    FaultyCase candidate(11, number, comm->Size());
+    if (!candidate.IsRich()) continue;
+    FaultyRank<C> rank(comm, candidate, &pool);
+    EXPECT_EQ(rank.Run(Step::GATHER), STATUS_OK);
+    if (rank.assembler.Path() == path) cases.push_back(std::move(candidate));
+  }
+  EXPECT_EQ(cases.size(), count);
+  return cases;
+}
+
 struct OverMpi {
   using Communicator = MpiComm;
   using Pool = MemoryPool;
@@ -65,23 +87,7 @@ class AssemblerFaultsAmongProcesses : public testing::Test {
  protected:
   using Rank = FaultyRank<StandInComm>;
 
-  bool Crawls() const { return kSpins && mComm->Size() > 2; }
-  int Stride() const { return Crawls() ? 8 * kOneOf : kOneOf; }
-
-  // Random cases of a path that all processes contribute to.
-  std::vector<FaultyCase> Cases(AssemblyPath path) {
-    std::vector<FaultyCase> cases;
-    std::size_t const count = Crawls() ? 1 : kCases;
-    for (std::uint64_t number = 0; cases.size() < count && number < 2000; ++number) {
-      FaultyCase candidate(11, number, mComm->Size());
-      if (!candidate.IsRich()) continue;
-      Rank rank(mComm, candidate, &mPool);
-      EXPECT_EQ(rank.Run(Step::GATHER), STATUS_OK);
-      if (rank.assembler.Path() == path) cases.push_back(std::move(candidate));
-    }
-    EXPECT_EQ(cases.size(), count);
-    return cases;
-  }
+  int Stride() const { return Crawls(mComm->Size()) ? 8 * kOneOf : kOneOf; }
 
   // Records what each process calls in `step` without a fault.
   void Record(FaultyCase const& all, Step step) {
@@ -158,9 +164,9 @@ class AssemblerFaultsAmongProcesses : public testing::Test {
   }
 
   LogLevel const mSilent{-1};
-  typename Over::Pool mPool;
 
  protected:
+  typename Over::Pool mPool;
   std::shared_ptr<StandInComm> const mComm = std::make_shared<StandInComm>(
       std::make_shared<typename Over::Communicator>(MPI_COMM_WORLD));
 };
@@ -170,7 +176,7 @@ TYPED_TEST_SUITE(AssemblerFaultsAmongProcesses, Communicators);
 
 TYPED_TEST(AssemblerFaultsAmongProcesses, ReturnTheirStatusLoseNoMemoryAndKeepTheWhole) {
   for (AssemblyPath const path : {AssemblyPath::BANDS, AssemblyPath::MERGE}) {
-    for (FaultyCase const& all : this->Cases(path)) {
+    for (FaultyCase const& all : Cases(path, this->mComm, this->mPool)) {
       for (Step const step : kSteps) {
         this->Record(all, step);
         for (Place const place : {Place::POOL, Place::INSTEAD_OF_CALL, Place::AFTER_CALL})
@@ -186,6 +192,82 @@ TYPED_TEST(AssemblerFaultsAmongProcesses, ReturnTheirStatusLoseNoMemoryAndKeepTh
   EXPECT_GT(this->mFaults, 400 / this->Stride());
   EXPECT_GT(this->mTold, 60 / this->Stride())
       << "what fails before an agreement fails everywhere";
+}
+
+// --- Processes that leave an operation, over memory that they share: there the others notice
+
+// Like TraceComm, and the processes can meet again.
+struct LeavingComm : TraceComm {
+  explicit LeavingComm(std::shared_ptr<MeetingComm> const& inner)
+      : TraceComm(inner), meeting(inner) {}
+  std::shared_ptr<MeetingComm> meeting;
+};
+
+class AssemblerFaultsOverSharedMemory : public testing::Test {
+ protected:
+  // Injects one fault; the process that fails goes on at once. Returns whether there was
+  // something to fail.
+  bool Inject(FaultyCase const& all, Injection const& injection) {
+    FaultyRank<LeavingComm> rank(mComm, all, &mPool);
+    if (injection.step != Step::GATHER) {
+      EXPECT_EQ(rank.Run(Step::GATHER), STATUS_OK);
+    }
+    bool const fails = mComm->Rank() == injection.rank;
+    Fault const fault = Fault::Once(injection.nth, kInjected);
+    if (fails && injection.place == Place::POOL)
+      rank.pool.Fail(fault);
+    else if (fails)
+      mComm->Fail(fault);
+    PavexStatus const status = rank.Run(injection.step);
+    int struck = rank.pool.FaultStruck() || mComm->FaultStruck() ? 1 : 0;
+    rank.pool.Fail({});
+    mComm->Fail({});
+    mComm->meeting->Meet();
+
+    MPI_Bcast(&struck, 1, MPI_INT, injection.rank, MPI_COMM_WORLD);
+    bool const mayFail = !fails && struck != 0;
+    EXPECT_TRUE(status == (fails && struck != 0 ? kInjected : STATUS_OK) ||
+                (mayFail && (status == kInjected || status == STATUS_COMM_FAILED)))
+        << status;
+    EXPECT_EQ(rank.CheckAfter(injection.step, status), "");
+    PavexStatus const again = rank.Run(Step::GATHER);
+    EXPECT_EQ(again, STATUS_OK);
+    EXPECT_EQ(rank.CheckAfter(Step::GATHER, again), "");
+    mFaults += struck;
+    mLeft += status == STATUS_COMM_FAILED ? 1 : 0;
+    return struck != 0;
+  }
+
+  LogLevel const mSilent{-1};
+  NodePool mPool;
+  std::shared_ptr<LeavingComm> const mComm = std::make_shared<LeavingComm>(
+      std::make_shared<MeetingComm>(std::make_shared<NodeComm>(MPI_COMM_WORLD)));
+  long mFaults = 0;
+  long mLeft = 0;  // operations that this process ended because another one had left
+};
+
+TEST_F(AssemblerFaultsOverSharedMemory, LetTheOthersEndAndGatherAgain) {
+  int const ranks = mComm->Size();
+  for (AssemblyPath const path : {AssemblyPath::BANDS, AssemblyPath::MERGE}) {
+    for (FaultyCase const& all : Cases(path, mComm, mPool)) {
+      for (Step const step : kSteps) {
+        for (Place const place : {Place::POOL, Place::INSTEAD_OF_CALL}) {
+          for (int rank = 0; rank < ranks; ++rank) {
+            for (int nth = 1 + rank % kOneOf;; nth += kOneOf) {
+              Injection const injection = {step, place, rank, nth};
+              SCOPED_TRACE(Text(injection));
+              if (!Inject(all, injection)) break;
+            }
+          }
+        }
+      }
+    }
+  }
+  if (mComm->Rank() == 0)
+    std::printf("%ld faults injected into an assembly of %d processes that share memory\n",
+                mFaults, ranks);
+  EXPECT_GT(mFaults, 250 / kOneOf);
+  EXPECT_GT(mLeft, 20 / kOneOf);
 }
 
 }  // namespace
