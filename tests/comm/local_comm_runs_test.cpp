@@ -47,10 +47,14 @@ struct Bands {
     return array;
   }
   std::vector<long> NoPiece(int rank) const {
-    return std::vector<long>(static_cast<std::size_t>(count * Own(rank).stride), -1);
+    std::vector<long> array(static_cast<std::size_t>(count * Own(rank).stride), -1);
+    return array;
   }
   std::vector<long> Piece(int rank) const { return Filled(NoPiece(rank), rank, Own(rank)); }
-  std::vector<long> NoWhole() const { return std::vector<long>(size, -1); }
+  std::vector<long> NoWhole() const {
+    std::vector<long> array(size, -1);
+    return array;
+  }
   std::vector<long> Whole() const {
     std::vector<long> whole = NoWhole();
     for (int r = 0; r < static_cast<int>(places.size()); ++r)
