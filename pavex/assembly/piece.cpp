@@ -255,10 +255,15 @@ class PieceBuilder {
   }
 
   // The runs of a row lie anywhere in the arrays of the caller. Those of a later row are asked
-  // for early.
-  void Prefetch(I start) const {
-    __builtin_prefetch(mCols.mData + start);
-    __builtin_prefetch(mPiece.mSlots.mData + start, 1);
+  // for early, at both ends: a run of an element often lies in two lines of the cache.
+  void Prefetch(I const* start) const {
+    I const* const first = mCols.mData + start[0];
+    I* const slot = mPiece.mSlots.mData + start[0];
+    I const last = static_cast<I>(start[1] - start[0] - 1);
+    __builtin_prefetch(first);
+    __builtin_prefetch(first + last);
+    __builtin_prefetch(slot, 1);
+    __builtin_prefetch(slot + last, 1);
   }
 
   // Merges each row of runs that are sorted by rows, and returns how many rows have some.
@@ -270,7 +275,7 @@ class PieceBuilder {
     for (std::int64_t row = 0; row < rows; ++row) {
       I const end = offsets[row + 1];
       for (I k = begin; k < end; ++k) {
-        Prefetch(starts[order[std::min(std::int64_t{k} + kRunsAhead, mRuns - 1)]]);
+        Prefetch(starts + order[std::min(std::int64_t{k} + kRunsAhead, mRuns - 1)]);
         I const start = starts[order[k]];
         merger.Add(mCols.mData + start, starts[order[k] + 1] - start);
       }
