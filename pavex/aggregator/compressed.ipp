@@ -152,6 +152,7 @@ PavexStatus Aggregator<T, I>::GatherLines(M const& local, int size, long count,
   if (status == STATUS_OK)
     status = Log::Report(mPool->Get(sent, PickCompressed<M>(local.mRows, local.mCols)));
   if (status != STATUS_OK) return status;
+  mPool->WillWrite(sent.mData, static_cast<std::size_t>(sent.mSize) * sizeof(I));
   bool const placed = SendsOffsets(kByRows);
   if (placed)
     OffsetsFrom(static_cast<I>(EntriesBefore(mLocalInfos, mComm->Rank())), Offsets(local),

@@ -24,6 +24,16 @@ std::uint64_t Configured(int name) {
   return value > 0 ? static_cast<std::uint64_t>(value) : 0;
 }
 
+// What a block of `bytes` bytes takes of the arena, and how it is aligned.
+bool HasOwnHugePages(std::size_t bytes) {
+  return bytes >= NodeHugePages::kOwnFrom;
+}
+
+std::size_t TakenBy(std::size_t bytes) {
+  constexpr std::size_t kHuge = NodeHugePages::kBytes;
+  return HasOwnHugePages(bytes) ? (bytes + kHuge - 1) / kHuge * kHuge : bytes;
+}
+
 // 0 if the system does not tell it.
 std::uint64_t MemoryOfMachine() {
   return Configured(_SC_PHYS_PAGES) * Configured(_SC_PAGESIZE);
@@ -79,13 +89,14 @@ bool NodeArena::Make() {
 }
 
 void* NodeArena::TakePages(std::size_t bytes, bool huge) {
-  void* const pages = TakeShared(bytes, huge);
+  void* const pages = TakeShared(bytes);
   return pages != nullptr ? pages : System().TakePages(bytes, huge);
 }
 
-void* NodeArena::TakeShared(std::size_t bytes, bool huge) {
+void* NodeArena::TakeShared(std::size_t bytes) {
   std::lock_guard<std::mutex> const lock(mMutex);
-  return TakeLocked(bytes, huge ? NodeHugePages::kBytes : kPageBytes);
+  return TakeLocked(TakenBy(bytes),
+                    HasOwnHugePages(bytes) ? NodeHugePages::kBytes : kPageBytes);
 }
 
 void* NodeArena::TakeLocked(std::size_t bytes, std::size_t alignment) {
@@ -98,20 +109,27 @@ void* NodeArena::TakeLocked(std::size_t bytes, std::size_t alignment) {
 
 void NodeArena::GiveBackPages(void* pages, std::size_t bytes) {
   if (!Has(pages, bytes)) return System().GiveBackPages(pages, bytes);
-  NodeSpan const span{OffsetOf(pages, bytes), bytes};
+  NodeSpan const span{OffsetOf(pages, bytes), TakenBy(bytes)};
   // What is still a view cannot serve as another block: its addresses are lost.
   if (!mViews.MakeOrdinary(span, span)) return;
   mViews.ForgetWrites(span);
   Punch(span);
   std::lock_guard<std::mutex> const lock(mMutex);
-  mFree += bytes;
-  mPages.Add(span.offset, bytes);
+  mFree += span.bytes;
+  mPages.Add(span.offset, span.bytes);
 }
 
 void NodeArena::DropPages(void* from, std::size_t bytes) {
   if (!Has(from, bytes)) return System().DropPages(from, bytes);
   NodeSpan const span{OffsetOf(from, bytes), bytes};
   if (mViews.MakeOrdinary(span, {0, mId.bytes})) Punch(span);
+}
+
+// What is a view has pages of its own.
+void NodeArena::BackPages(void const* from, std::size_t bytes) {
+  NodeSpan const span{OffsetOf(from, bytes), bytes};
+  if (span.offset != kOutside && !mViews.Overlap(span))
+    mHugePages.Back(NodeHugePages::ForBlock(span.offset, bytes));
 }
 
 // Through the mapping, unless a view is there: an MPI that keeps memory registered with the

@@ -39,14 +39,16 @@ class NodeArena : public BlockSource {
 
   void* TakeSmall(std::size_t bytes) override;
   void GiveBackSmall(void* memory, std::size_t bytes) override;
+  // Blocks from NodeHugePages::kOwnFrom on begin at a huge page and take whole ones.
   void* TakePages(std::size_t bytes, bool huge) override;
   void GiveBackPages(void* pages, std::size_t bytes) override;
   // Views that meet the range become ordinary; all their contents are lost, as those of a block
   // that is kept for later.
   void DropPages(void* from, std::size_t bytes) override;
+  void BackPages(void const* from, std::size_t bytes) override;
 
   // As TakePages, but null where the arena has no room. GiveBackPages takes it back.
-  void* TakeShared(std::size_t bytes, bool huge);
+  void* TakeShared(std::size_t bytes);
 
   // Where the range begins in the file; kOutside if it is not inside the arena.
   std::uint64_t OffsetOf(void const* from, std::size_t bytes) const;

@@ -29,17 +29,24 @@ unsigned char* MapAtHugePage(int file, std::size_t bytes) {
   return start;
 }
 
+NodeHugePages::Run NodeHugePages::ForBlock(std::uint64_t offset, std::size_t bytes) {
+  if (bytes >= kOwnFrom) return ForArray(offset, bytes);
+  return {(offset + kBytes - 1) / kBytes, (offset + bytes) / kBytes};
+}
+
+NodeHugePages::Run NodeHugePages::ForArray(std::uint64_t offset, std::size_t bytes) {
+  return {offset / kBytes, (offset + bytes + kBytes / 2) / kBytes};
+}
+
 // Pages next to each other are backed by one call.
-bool NodeHugePages::Back(std::uint64_t offset, std::size_t bytes) const {
-  std::uint64_t const begin = (offset + kBytes - 1) / kBytes;
-  std::uint64_t const end = (offset + bytes) / kBytes;
+bool NodeHugePages::Back(Run run) const {
   bool backs = false;
-  for (std::uint64_t page = begin; page < end; ++page) {
+  for (std::uint64_t page = run.first; page < run.end; ++page) {
     std::uint64_t const first = page;
-    while (page < end && Ask(page))
+    while (page < run.end && Ask(page))
       ++page;
     if (page == first) continue;
-    BackRun(mBase, first, page);
+    BackAll(mBase, {first, page});
     backs = true;
   }
   return backs;
@@ -51,14 +58,14 @@ bool NodeHugePages::Ask(std::uint64_t page) const {
          Flag(page).exchange(1, std::memory_order_relaxed) == 0;
 }
 
-void NodeHugePages::BackRun(unsigned char* base, std::uint64_t first, std::uint64_t end) {
-  if (first >= end) return;
+void NodeHugePages::BackAll(unsigned char* base, Run run) {
+  if (run.first >= run.end) return;
   // The system makes a huge page of small ones only where at least one is there. Adding 0
-  // writes to the page and changes nothing.
-  for (std::uint64_t page = first; page < end; ++page)
+  // writes to the page and changes nothing, also where another process stores at that time.
+  for (std::uint64_t page = run.first; page < run.end; ++page)
     reinterpret_cast<std::atomic<unsigned char>*>(base + page * kBytes)
         ->fetch_add(0, std::memory_order_relaxed);
-  madvise(base + first * kBytes, (end - first) * kBytes, MADV_COLLAPSE);
+  madvise(base + run.first * kBytes, (run.end - run.first) * kBytes, MADV_COLLAPSE);
 }
 
 void NodeHugePages::Forget(std::uint64_t offset, std::size_t bytes) const {

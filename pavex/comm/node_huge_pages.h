@@ -20,6 +20,22 @@ unsigned char* MapAtHugePage(int file, std::size_t bytes);
 class NodeHugePages {
  public:
   static constexpr std::size_t kBytes = std::size_t{2} << 20;
+  // Blocks from this size on have huge pages of their own: no other block lies in them.
+  static constexpr std::size_t kOwnFrom = 2 * kBytes;
+
+  // Huge pages from `first` to before `end`, counted from the beginning of a memory file.
+  struct Run {
+    std::uint64_t first = 0;
+    std::uint64_t end = 0;
+  };
+
+  // The huge pages to ask for before `bytes` bytes from `offset` on are stored. Of an arena:
+  // those inside the range, and at its ends also those that belong to the same block.
+  static Run ForBlock(std::uint64_t offset, std::size_t bytes);
+  // The same in a file where all huge pages belong to one array: those that the range meets. Of
+  // the last one at least half is filled. The rest of the first one is left to who stores
+  // before the range.
+  static Run ForArray(std::uint64_t offset, std::size_t bytes);
 
   // `base`: the mapping of an arena, by the owner or by a peer.
   NodeHugePages() = default;
@@ -28,12 +44,11 @@ class NodeHugePages {
   // What the flags take of an arena of `bytes` bytes.
   static std::size_t TableBytes(std::size_t bytes) { return bytes / kBytes; }
 
-  // Backs the huge pages from `first` to `end` of a memory file that is mapped at `base`.
-  static void BackRun(unsigned char* base, std::uint64_t first, std::uint64_t end);
+  // Backs huge pages of a memory file that is mapped at `base`.
+  static void BackAll(unsigned char* base, Run run);
 
-  // Backs the huge pages that lie inside the range and have not been asked for yet. Whether
-  // there were any.
-  bool Back(std::uint64_t offset, std::size_t bytes) const;
+  // Backs those that have not been asked for yet. Whether there were any.
+  bool Back(Run run) const;
 
   // Notes that pages of the range have been given back to the system.
   void Forget(std::uint64_t offset, std::size_t bytes) const;

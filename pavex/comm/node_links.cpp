@@ -136,7 +136,7 @@ bool NodeLinks::TakeControlBlock() {
   constexpr std::size_t kPage = 4096;
   std::size_t const bytes = sizeof(NodeChannel) * mGroup.size();
   mControlBytes = (bytes + kPage - 1) / kPage * kPage;
-  void* const block = mArena->TakeShared(mControlBytes, false);
+  void* const block = mArena->TakeShared(mControlBytes);
   if (block == nullptr) return false;
   mControl = static_cast<NodeChannel*>(block);
   // Default initialisation leaves the data of the slots alone: no page of it is touched.

@@ -104,13 +104,17 @@ void NodeCopy::CopyAll() const {
 void NodeCopy::Store(NodeHugePages const& pages, std::uint64_t offset) const {
   if (mChunks == 0) return;
   if (mTo.count > 1) {
-    pages.Back(offset, mTo.Span());
+    pages.Back(NodeHugePages::ForBlock(offset, mTo.Span()));
     return CopyAll();
   }
+  constexpr std::uint64_t kHuge = NodeHugePages::kBytes;
+  NodeHugePages::Run const run = NodeHugePages::ForBlock(offset, mTo.length);
   for (std::uint64_t begin = 0; begin < mTo.length;) {
     std::uint64_t const step = kStep - (offset + begin) % kStep;
     std::uint64_t const end = std::min(begin + step, mTo.length);
-    CopyPart(begin, end, pages.Back(offset + begin, end - begin));
+    bool const fresh = pages.Back({std::max(run.first, (offset + begin) / kHuge),
+                                   std::min(run.end, (offset + end + kHuge - 1) / kHuge)});
+    CopyPart(begin, end, fresh);
     begin = end;
   }
 }

@@ -123,7 +123,7 @@ void NodeExchange::CopyInTurn() {
   std::uint64_t most = 0;
   for (Message const& message : mMessages) {
     if (message.phase != Phase::CLAIMED) continue;
-    PagesOf(message).Back(message.target, message.copy.Span());
+    PagesOf(message).Back(NodeHugePages::ForBlock(message.target, message.copy.Span()));
     most = std::max(most, message.copy.Chunks());
   }
   for (std::uint64_t chunk = 0; chunk < most; ++chunk) {

@@ -10,9 +10,10 @@ namespace Pavex {
 
 namespace {
 
+// Whole huge pages: only what is written takes memory.
 std::uint64_t FileBytes(std::uint64_t begin, std::uint64_t bytes) {
-  constexpr std::uint64_t kPage = NodeWindow::kPageBytes;
-  return (begin + bytes + kPage - 1) / kPage * kPage;
+  constexpr std::uint64_t kHuge = NodeHugePages::kBytes;
+  return (begin + bytes + kHuge - 1) / kHuge * kHuge;
 }
 
 }  // namespace
@@ -55,9 +56,8 @@ void NodeWindow::CloseFile() {
 }
 
 void NodeWindow::Back(unsigned char const* from, std::uint64_t bytes) const {
-  constexpr std::uint64_t kHuge = NodeHugePages::kBytes;
-  auto const offset = static_cast<std::uint64_t>(from - mBase);
-  NodeHugePages::BackRun(mBase, (offset + kHuge - 1) / kHuge, (offset + bytes) / kHuge);
+  NodeHugePages::BackAll(
+      mBase, NodeHugePages::ForArray(static_cast<std::uint64_t>(from - mBase), bytes));
 }
 
 bool NodeWindow::ShowAt(unsigned char* pages, std::uint64_t from, std::size_t bytes) const {

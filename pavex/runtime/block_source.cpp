@@ -58,4 +58,6 @@ BlockSource& BlockSource::System() {
 
 BlockSource::~BlockSource() = default;
 
+void BlockSource::BackPages(void const* /*from*/, std::size_t /*bytes*/) {}
+
 }  // namespace Pavex

@@ -33,6 +33,9 @@ class PAVEX_API BlockSource {
   // Returns the whole pages inside `bytes` bytes from `from` on to the system. They stay taken,
   // with undefined contents.
   virtual void DropPages(void* from, std::size_t bytes) = 0;
+  // Makes pages that this process is going to write, if that is faster than to have them made
+  // one by one. The default body does nothing. Ignores other memory than that of the source.
+  virtual void BackPages(void const* from, std::size_t bytes);
 };
 
 }  // namespace Pavex

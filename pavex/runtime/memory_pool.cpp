@@ -94,6 +94,10 @@ void MemoryPool::Deallocate(void* block, std::size_t bytes) {
   FitCache(Limit(mBytesInUse), 0);
 }
 
+void MemoryPool::WillWrite(void const* from, std::size_t bytes) const {
+  mSource->BackPages(from, bytes);
+}
+
 void MemoryPool::SetLimit(std::size_t bytes) {
   mLimit = bytes;
   FitCache(Limit(mBytesInUse), 0);

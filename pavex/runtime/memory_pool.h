@@ -57,6 +57,11 @@ class PAVEX_API MemoryPool : public Allocator {
   // returned everything cached to it, so also for a negative size. Throws nothing.
   [[nodiscard]] PavexStatus Allocate(void** block, std::size_t bytes) override;
 
+  // Says that this process will write `bytes` bytes from `from` on, all of them, next. Changes
+  // nothing but time: a pool whose new memory would come in small pages makes it in huge ones
+  // first. Ignores memory that is not of such a pool.
+  void WillWrite(void const* from, std::size_t bytes) const;
+
   // Limits what the pool holds. 0 keeps nothing. Takes effect at once.
   void SetLimit(std::size_t bytes);
 

@@ -128,6 +128,16 @@ TEST_F(NodeOneCopyTest, NoProcessSeesWhatAnotherOneWrites) {
   MPI_Barrier(MPI_COMM_WORLD);
 }
 
+TEST_F(NodeOneCopyTest, AViewThatWillBeWrittenStaysWhatItIs) {
+  PoolBlock whole(mPool, Whole());
+  GatherAndExpect(whole, 1);
+
+  mPool.WillWrite(whole.Data(), whole.Bytes());
+
+  EXPECT_TRUE(IsView(whole));
+  EXPECT_EQ(CountWrong(whole, 1), 0U);
+}
+
 TEST_F(NodeOneCopyTest, GenerationsLiveSideBySide) {
   PoolBlock first(mPool, Whole());
   PoolBlock second(mPool, Whole());

@@ -82,6 +82,78 @@ TEST(NodePool, ReturnsTheMemoryOfLargeBlocksToTheSystem) {
   EXPECT_FALSE(IsResident(middle));
 }
 
+// Peers make the huge pages of a large block up to its ends.
+TEST(NodePool, LargeBlocksHaveTheirHugePagesForThemselves) {
+  constexpr std::size_t kHuge = NodeHugePages::kBytes;
+  NodePool pool;
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> pages;
+  std::vector<std::pair<void*, std::size_t>> blocks;
+  for (std::size_t const bytes :
+       {200000U, 4200000U, 5000000U, 4300000U, 9000000U, 1000000U, 900000U, 200000U}) {
+    void* block = nullptr;
+    ASSERT_EQ(pool.Allocate(&block, bytes), STATUS_OK);
+    blocks.emplace_back(block, bytes);
+    std::uint64_t const offset = NodeArena::OfProcess()->OffsetOf(block, bytes);
+    pages.emplace_back(offset / kHuge, (offset + bytes - 1) / kHuge);
+  }
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    if (blocks[i].second < NodeHugePages::kOwnFrom) continue;
+    for (std::size_t j = 0; j < blocks.size(); ++j)
+      EXPECT_TRUE(i == j || pages[j].second < pages[i].first ||
+                  pages[i].second < pages[j].first)
+          << i << ' ' << j;
+  }
+  for (auto const& [block, bytes] : blocks)
+    pool.Deallocate(block, bytes);
+}
+
+// What lies behind the block in its last huge page as well.
+TEST(NodePool, ReturnsWholeHugePagesOfLargeBlocks) {
+  constexpr std::size_t kBytes = (15 << 20) + 4096;
+  NodePool pool;
+  void* block = nullptr;
+  ASSERT_EQ(pool.Allocate(&block, kBytes), STATUS_OK);
+  pool.WillWrite(block, kBytes);
+  std::memset(block, 1, kBytes);
+  auto const last = (reinterpret_cast<std::uintptr_t>(block) + kBytes) / NodeHugePages::kBytes;
+  auto* const end = reinterpret_cast<unsigned char*>((last + 1) * NodeHugePages::kBytes);
+
+  pool.Deallocate(block, kBytes);
+  pool.ReleaseCached();
+
+  EXPECT_FALSE(IsResident(end - 1));
+  EXPECT_FALSE(IsResident(block));
+}
+
+TEST(NodePool, MakesThePagesThatWillBeWrittenBeforehandAndChangesNoByte) {
+  constexpr std::size_t kBytes = 9 << 20;
+  NodePool pool;
+  void* block = nullptr;
+  ASSERT_EQ(pool.Allocate(&block, kBytes), STATUS_OK);
+  auto* const bytes = static_cast<unsigned char*>(block);
+  bytes[0] = bytes[kBytes / 2] = bytes[kBytes - 1] = 7;
+
+  pool.WillWrite(block, kBytes);
+
+  EXPECT_TRUE(IsResident(bytes));
+  EXPECT_TRUE(IsResident(bytes + (2 << 20)));
+  EXPECT_EQ(bytes[0] + bytes[kBytes / 2] + bytes[kBytes - 1], 21);
+  EXPECT_EQ(bytes[1] + bytes[kBytes / 2 + 1] + bytes[kBytes - 2], 0);
+  pool.Deallocate(block, kBytes);
+}
+
+TEST(NodePool, IgnoresWritesToOtherMemory) {
+  std::vector<unsigned char> own(9 << 20, 3);
+  NodePool const pool;
+  MemoryPool const plain;
+
+  pool.WillWrite(own.data(), own.size());
+  plain.WillWrite(own.data(), own.size());
+  pool.WillWrite(nullptr, 0);
+
+  EXPECT_EQ(own, std::vector<unsigned char>(9 << 20, 3));
+}
+
 TEST(NodePool, KeepsBlocksApart) {
   NodePool first;
   NodePool second;

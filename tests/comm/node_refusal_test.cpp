@@ -299,7 +299,7 @@ TEST_F(NodePeerRefusal, AnArenaWithoutRoomMeansMpi) {
   NodeArena& arena = *NodeArena::OfProcess();
   std::vector<std::pair<void*, std::size_t>> taken;
   for (std::size_t bytes = std::size_t{1} << 46; bytes >= 4096 && WorldRank() == 1;) {
-    void* const pages = arena.TakeShared(bytes, false);
+    void* const pages = arena.TakeShared(bytes);
     if (pages == nullptr)
       bytes /= 2;
     else
