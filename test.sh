@@ -72,7 +72,7 @@ mkdir -p build
 if [ $coverage = ON ]; then
   build coverage coverage_tests
   find build/coverage -name '*.gcda' -delete
-  run coverage -L '^(aggregator|comm|faults|fuzz|interop|matrix|mpi|property|runtime)$'
+  run coverage -L '^(aggregator|assembly|comm|faults|fuzz|interop|matrix|mpi|property|runtime)$'
   exec gcovr --config tests/gcovr.cfg
 fi
 # These trees run the whole suite with clang++ and the sanitizers, on two of the eight

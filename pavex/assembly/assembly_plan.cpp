@@ -87,7 +87,7 @@ void InRankOrder(Buffer<int> const& order) {
 }  // namespace
 
 void AssemblyVerdict::Note(AssemblyFlaw flaw, std::int64_t at, std::int64_t found,
-                           std::int64_t limit) {
+                           std::int64_t limit) noexcept {
   if (!Flawless()) return;
   mFlaw = static_cast<std::int16_t>(flaw);
   mAt = at;
@@ -95,12 +95,12 @@ void AssemblyVerdict::Note(AssemblyFlaw flaw, std::int64_t at, std::int64_t foun
   mLimit = limit;
 }
 
-void AssemblyVerdict::NoteMissing(AssemblyArray array) {
+void AssemblyVerdict::NoteMissing(AssemblyArray array) noexcept {
   Note(AssemblyFlaw::MISSING_ARRAY, 0, 0, static_cast<std::int64_t>(array));
 }
 
-void AssemblyVerdict::NoteStep(PavexStatus status) {
-  if (status == STATUS_OK || !Flawless()) return;
+void AssemblyVerdict::NoteStep(PavexStatus status) noexcept {
+  if (status == STATUS_OK) return;
   Note(AssemblyFlaw::FAILED_STEP, 0, 0, 0);
   mStatus = status;
 }

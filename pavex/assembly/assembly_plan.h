@@ -88,11 +88,12 @@ struct AssemblyVerdict {
   std::int32_t mStatus = STATUS_OK;  // of FAILED_STEP
 
   // Notes a flaw, unless there is one.
-  void Note(AssemblyFlaw flaw, std::int64_t at, std::int64_t found, std::int64_t limit);
+  void Note(AssemblyFlaw flaw, std::int64_t at, std::int64_t found,
+            std::int64_t limit) noexcept;
   // Notes that an array is missing, unless there is a flaw.
-  void NoteMissing(AssemblyArray array);
-  // Notes that a step failed with `status`, unless that is STATUS_OK or there is a flaw.
-  void NoteStep(PavexStatus status);
+  void NoteMissing(AssemblyArray array) noexcept;
+  // Notes that a step failed with `status`, unless that is STATUS_OK. There is no flaw yet.
+  void NoteStep(PavexStatus status) noexcept;
   // Whether no flaw has been noted.
   bool Flawless() const { return mFlaw == static_cast<std::int16_t>(AssemblyFlaw::NONE); }
   // Says what the flaw is in, if there is one.

@@ -26,7 +26,7 @@ AssemblyPlan FirstFault(Buffer<AssemblyRecord> const& records);
 // those without rows last, other pieces in the order of the ranks. Local; logs nothing.
 AssemblyPlan PlanAssembly(Buffer<AssemblyRecord> const& records, Buffer<int> const& order);
 
-// What a flaw with that verdict makes an operation return on every process.
+// What a flaw with that verdict makes an operation return on every process. Never STATUS_OK.
 PavexStatus StatusOf(AssemblyFlaw flaw, AssemblyVerdict const& verdict);
 
 // A text of one line, cut to what a line of the log takes.
@@ -34,10 +34,10 @@ struct AssemblyReason {
   char mText[Log::kMostFormat] = {};
 };
 
-// Why process `process` is at fault, with row and cure. Empty for no flaw.
+// Why process `process` is at fault, with row and cure.
 AssemblyReason ReasonOf(AssemblyFlaw flaw, int process, AssemblyVerdict const& verdict);
 
-// Why `plan` is refused: the process at fault, row and cure. Empty unless it is.
+// Why `plan` is refused: the process at fault, row and cure.
 AssemblyReason ReasonOf(AssemblyPlan const& plan, Buffer<AssemblyRecord> const& records);
 
 // What an update costs the process `rank`. `merges`: it does not send its entries as they are.

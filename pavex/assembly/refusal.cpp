@@ -153,10 +153,8 @@ void SayTogether(AssemblyFlaw flaw, int p, AssemblyRecord const& record,
 
 PavexStatus StatusOf(AssemblyFlaw flaw, AssemblyVerdict const& verdict) {
   switch (flaw) {
-    case AssemblyFlaw::NONE:
-      return STATUS_OK;
-    case AssemblyFlaw::FAILED_STEP:
-      return verdict.mStatus;
+    case AssemblyFlaw::FAILED_STEP:  // with any status, if a peer is of another version
+      return verdict.mStatus != STATUS_OK ? verdict.mStatus : STATUS_INVALID_VALUE;
     case AssemblyFlaw::OTHER_SHAPE:
     case AssemblyFlaw::OTHER_RECEIVER:
     case AssemblyFlaw::OTHER_VALUES:
@@ -176,7 +174,7 @@ PavexStatus StatusOf(AssemblyFlaw flaw, AssemblyVerdict const& verdict) {
 
 AssemblyReason ReasonOf(AssemblyFlaw flaw, int process, AssemblyVerdict const& verdict) {
   Words words;
-  if (flaw != AssemblyFlaw::NONE) SayOwn(flaw, process, verdict, words);
+  SayOwn(flaw, process, verdict, words);
   return words;
 }
 

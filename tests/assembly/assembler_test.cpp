@@ -5,11 +5,14 @@
 #include "pavex/runtime/self_comm.h"
 #include "tests/assembly/small_case.h"
 #include "tests/support/log_level.h"
+#include "tests/support/outcome.h"
+#include "tests/support/scripted_comm.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Pavex {
@@ -119,7 +122,6 @@ TEST(AssemblerOfOverlaps, TakesBothBlocksWithTheirMapsAndRowsInAnyOrder) {
     EXPECT_EQ(List(assembler.Whole()->mRowPtr), (std::vector<int>{0, 1, 1, 3}));
     EXPECT_EQ(List(assembler.Whole()->mColIdx), (std::vector<int>{0, 1, 2}));
     EXPECT_EQ(List(assembler.Whole()->mValues), (std::vector<double>{0.5, 21, 22}));
-    EXPECT_TRUE(comm->DataTexts().empty());
   });
 }
 
@@ -204,6 +206,55 @@ TEST(Assembler, HoldsNothingAfterClear) {
     EXPECT_EQ(assembler.Describe(), "Nothing is gathered.");
     EXPECT_EQ(assembler.CostOfCollect(1).mCalls, 0);
   });
+}
+
+TEST(Assembler, DescribesWhatItHasGathered) {
+  SharedRows const rows;
+  double const values[] = {1, 2};
+  LedgerPool pool;
+  Assembler<double, int> assembler(&pool);
+  auto const comm = std::make_shared<SelfComm>();
+  ASSERT_EQ(assembler.Gather(comm, rows.Pass(values), Square(3)), STATUS_OK);
+  EXPECT_EQ(assembler.Describe(),
+            "path bands: 1 processes, 2 entries given, 2 sent, 3 x 3 whole");
+
+  // A band without rows may begin anywhere, and a map without columns needs no array.
+  Own const none = Own::Band(9, 0).Coo(0, nullptr, nullptr, nullptr).Columns(nullptr, 0);
+  ASSERT_EQ(assembler.Gather(comm, none, Square(3)), STATUS_OK);
+  EXPECT_EQ(assembler.Describe(),
+            "path nothing: 1 processes, 0 entries given, 0 sent, 3 x 3 whole");
+}
+
+TEST(Assembler, RefusesWhatNeedsAGather) {
+  Assembler<double, int> const unused(nullptr);
+  EXPECT_EQ(unused.Whole(), nullptr);
+  EXPECT_EQ(unused.CostOfGather().mCalls, 0);
+  EXPECT_EQ(unused.CostOfUpdate().mCalls, 0);
+  EXPECT_EQ(unused.CostOfScatter(1).mCalls, 0);
+  EXPECT_EQ(unused.CostOfCollect(1).mCalls, 0);
+
+  LedgerPool pool;
+  Assembler<double, int> assembler(&pool);
+  MatrixDense<double, int> own;
+  MatrixDense<double, int> whole;
+  ExpectOutcome(Watch([&] { return assembler.Scatter(whole, own); }), STATUS_WRONG_ORDER,
+                kNotGathered);
+  ExpectOutcome(Watch([&] { return assembler.Collect(own, Overlap::ADD, whole); }),
+                STATUS_WRONG_ORDER, kNotGathered);
+}
+
+TEST(Assembler, RefusesACommunicatorWithoutThisRank) {
+  for (auto const& [rank, size] :
+       {std::pair{0, 0}, std::pair{-1, -1}, std::pair{-1, 2}, std::pair{2, 2}}) {
+    LedgerPool pool;
+    Assembler<double, int> assembler(&pool);
+    auto const comm = std::make_shared<ScriptedComm>(rank, size);
+
+    Outcome const outcome = Watch([&] { return assembler.Gather(comm, Own(), Square(1)); });
+
+    ExpectOutcome(outcome, STATUS_INVALID_VALUE, StatusLines(1, STATUS_INVALID_VALUE));
+    EXPECT_TRUE(pool.Events().empty());
+  }
 }
 
 TEST(Assembler, ForgetsARefusalWithClear) {

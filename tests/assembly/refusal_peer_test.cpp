@@ -18,9 +18,9 @@
 namespace Pavex {
 namespace {
 
-using Change = std::function<void(AssemblyVerdict& verdict)>;
+using Change = std::function<void(AssemblyRecord& record)>;
 
-// Changes what arrives from rank 1 in every exchange of verdicts.
+// Changes what arrives from rank 1 in every exchange of records.
 class OtherPeerComm : public TraceComm {
  public:
   OtherPeerComm(std::shared_ptr<Comm> inner, Change change)
@@ -29,13 +29,13 @@ class OtherPeerComm : public TraceComm {
  protected:
   PavexStatus Handle(CommCall& call) const override {
     PavexStatus const status = TraceComm::Handle(call);
-    if (call.op != CommOp::ALLGATHER || call.recvcount < int{sizeof(AssemblyVerdict)})
+    if (call.op != CommOp::ALLGATHER || call.recvcount < int{sizeof(AssemblyRecord)})
       return status;
-    char* const record = static_cast<char*>(call.recvbuf) + call.recvcount;
-    AssemblyVerdict verdict;
-    std::memcpy(&verdict, record, sizeof verdict);
-    mChange(verdict);
-    std::memcpy(record, &verdict, sizeof verdict);
+    char* const bytes = static_cast<char*>(call.recvbuf) + call.recvcount;
+    AssemblyRecord record;
+    std::memcpy(&record, bytes, sizeof record);
+    mChange(record);
+    std::memcpy(bytes, &record, sizeof record);
     return status;
   }
 
@@ -61,19 +61,44 @@ TEST(APeerOfAnotherVersion, IsRefusedForAReasonThatNoOneKnows) {
   for (int const flaw : {-1, 77}) {
     ExpectReason(
         "Process 1 refuses its piece for an unknown reason; run one version of the library.",
-        [flaw](AssemblyVerdict& verdict) { verdict.mFlaw = static_cast<std::int16_t>(flaw); });
+        [flaw](AssemblyRecord& record) { record.mFlaw = static_cast<std::int16_t>(flaw); });
   }
 }
 
 TEST(APeerOfAnotherVersion, MayMissAnArrayOfAPartThatNoOneKnows) {
   for (int const number : {-1, 6}) {
     ExpectReason("Process 1 passes no array; pass the array.",
-                 [number](AssemblyVerdict& verdict) {
-                   verdict.mFlaw = static_cast<std::int16_t>(AssemblyFlaw::MISSING_ARRAY);
-                   verdict.mLimit = number;
-                   verdict.mPart = static_cast<std::int16_t>(number < 0 ? -1 : 5);
+                 [number](AssemblyRecord& record) {
+                   record.mFlaw = static_cast<std::int16_t>(AssemblyFlaw::MISSING_ARRAY);
+                   record.mLimit = number;
+                   record.mPart = static_cast<std::int16_t>(number < 0 ? -1 : 5);
                  });
   }
+}
+
+TEST(APeerOfAnotherVersion, IsRefusedAlsoIfItsStepFailedWithSuccess) {
+  ExpectReason("Process 1 got no memory from its pool: Success; give it more.",
+               [](AssemblyRecord& record) {
+                 record.mFlaw = static_cast<std::int16_t>(AssemblyFlaw::FAILED_STEP);
+                 record.mStatus = STATUS_OK;
+               });
+}
+
+TEST(APeerOfAnotherVersion, IsRefusedIfItSendsFewerEntriesThanNone) {
+  std::string const reason =
+      "Up to process 1 there are more than 2147483647 entries or rows; pass fewer.";
+  std::string const printed = CaptureStdout([&] {
+    LocalComm::Run(2, [&](std::shared_ptr<Comm> const& comm) {
+      LedgerPool pool;
+      Assembler<double, int> assembler(&pool);
+      Input const input;
+      auto const other = std::make_shared<OtherPeerComm>(
+          comm, [](AssemblyRecord& record) { record.mNnz = -1; });
+      EXPECT_EQ(assembler.Gather(other, input.own, input.request), STATUS_NOT_SUPPORTED);
+      EXPECT_EQ(assembler.Describe(), reason);
+    });
+  });
+  EXPECT_EQ(CountOf("[ERROR] " + reason + "\n", printed), 2) << printed;
 }
 
 }  // namespace

@@ -60,6 +60,15 @@ void ExpectRefused(PavexStatus status, std::string const& reason,
 TEST(AssemblerRefuses, RowsOutsideTheWhole) {
   ExpectRefused(STATUS_INVALID_VALUE, "Process 1, row 1 of its list is 4; pass 0 to 3.",
                 [](Input& input) { input.rows[1] = 4; });
+  for (long const begin : {-1L, 5L}) {
+    std::string const row = std::to_string(begin);
+    ExpectRefused(STATUS_INVALID_VALUE,
+                  "Process 1 has rows " + row + " to " + row + " of 4; count the begin from 0.",
+                  [begin](Input& input) {
+                    input.own = Own::Band(begin, 1).Csr(input.offsets.data(), input.cols.data(),
+                                                        input.values.data());
+                  });
+  }
   ExpectRefused(STATUS_INVALID_VALUE, "Process 1 has rows 3 to 4 of 4; count the begin from 0.",
                 [](Input& input) {
                   input.own = Own::Band(3, 2).Csr(input.offsets.data(), input.cols.data(),
@@ -163,6 +172,11 @@ TEST(AssemblerRefuses, CountsThatMakeNoSense) {
   ExpectRefused(STATUS_INVALID_VALUE, "Process 1 passes 3 blocks; pass at most 2.",
                 [](Input& input) {
                   for (int k = 0; k < 2; ++k)
+                    input.own.LocalCoo(0, nullptr, nullptr, nullptr).Columns(nullptr, 0);
+                });
+  ExpectRefused(STATUS_INVALID_VALUE, "Process 1 passes 3 blocks; pass at most 2.",
+                [](Input& input) {
+                  for (int k = 0; k < 2; ++k)
                     input.own.Csr(input.offsets.data(), input.cols.data(), input.values.data());
                 });
 }
@@ -219,6 +233,14 @@ TEST(AssemblerRefuses, SizesWhoseBytesCannotBeCounted) {
       EXPECT_EQ(assembler.Gather(comm, own, request), STATUS_INVALID_VALUE);
       EXPECT_EQ(assembler.Describe(),
                 "Process 0 passes -1 rows, entries or columns; pass 0 or more.");
+      constexpr long kMost = std::numeric_limits<long>::max();
+      auto const sum = Contribution<double, long>()
+                           .Coo(1, &col, &col, &value)
+                           .Coo(kMost, &col, &col, &value);  // refused before it is read
+      EXPECT_EQ(assembler.Gather(comm, sum, request), STATUS_INVALID_VALUE);
+      EXPECT_EQ(assembler.Describe(),
+                "Process 0 passes -9223372036854775808 rows, entries or columns of block 2; "
+                "pass 0 or more.");
     });
   });
 }
@@ -238,6 +260,9 @@ TEST(AssemblerRefuses, RequestsThatDiffer) {
                 "Process 1 wants a whole of 5 x 4, process 0 wants 4 x 4; pass one shape.",
                 [](Input& input) { input.request.mRows = 5; });
   ExpectRefused(STATUS_INCONSISTENT,
+                "Process 1 wants a whole of 4 x 5, process 0 wants 4 x 4; pass one shape.",
+                [](Input& input) { input.request.mCols = 5; });
+  ExpectRefused(STATUS_INCONSISTENT,
                 "Process 1 wants receiver -1, process 0 wants 0; pass one receiver.",
                 [](Input& input) { input.request.mReceiver = kEverybody; });
   ExpectRefused(STATUS_INCONSISTENT,
@@ -250,6 +275,19 @@ TEST(AssemblerRefuses, RequestsThatDiffer) {
   ExpectRefused(STATUS_INCONSISTENT,
                 "Process 1 wants base 1, process 0 wants 0; pass one base.",
                 [](Input& input) { input.request.mBase = 1; });
+}
+
+TEST(AssemblerRefuses, ARequestThatOnlyProcess0DoesNotMake) {
+  Verdict verdict = Spoil([](int rank, Input& input) { input.request.mWithValues = rank > 0; });
+  EXPECT_EQ(verdict.status, STATUS_INCONSISTENT);
+  EXPECT_EQ(verdict.reason,
+            "Process 1 wants values, process 0 wants no values; pass one request.");
+
+  verdict = Spoil([](int rank, Input& input) { input.request.mSortColumns = rank > 0; });
+  EXPECT_EQ(verdict.status, STATUS_INCONSISTENT);
+  EXPECT_EQ(
+      verdict.reason,
+      "Process 1 wants columns sorted, process 0 wants them in any order; pass one order.");
 }
 
 // A second block, which a test spoils.
@@ -314,6 +352,12 @@ TEST(AssemblerRefuses, TheFlawOfTheFirstProcessThatHasOneUnderAnyReceiver) {
 TEST(AssemblerRefuses, RequestsThatNoGatherCanMeet) {
   ExpectRefused(STATUS_INVALID_VALUE, "Process 1 wants receiver 3; pass 0 to 2, or kEverybody.",
                 [](Input& input) { input.request.mReceiver = 3; });
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1 wants receiver -2; pass 0 to 2, or kEverybody.",
+                [](Input& input) { input.request.mReceiver = -2; });
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1 wants a whole of 4 x -1; pass 0 to 2147483646.",
+                [](Input& input) { input.request.mCols = -1; });
   ExpectRefused(STATUS_INVALID_VALUE, "Process 1 wants base 2; pass 0 or 1.",
                 [](Input& input) { input.request.mBase = 2; });
   ExpectRefused(STATUS_INVALID_VALUE,
