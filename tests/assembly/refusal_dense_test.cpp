@@ -155,6 +155,17 @@ TEST(AssemblerRefuses, DenseMatricesWithDifferentColumns) {
       [](Columns& columns) { columns.whole = Dense::Borrow(4, 2, false, 4, columns.all); });
 }
 
+TEST(AssemblerRefuses, MoreDenseElementsThanOneCallCounts) {
+  constexpr long kMany = 1L << 30;  // columns, of which no element is read
+  ExpectRefused(STATUS_NOT_SUPPORTED,
+                "Process 0 counts 6 x 1073741824 elements, more than 2147483647; pass fewer "
+                "columns.",
+                [](int /*rank*/, Columns& columns) {
+                  columns.own = Dense::Borrow(2, kMany, false, 2, columns.mine);
+                  columns.whole = Dense::Borrow(4, kMany, false, 4, columns.all);
+                });
+}
+
 TEST(AssemblerRefuses, TheFirstOfSeveralFlawsOfDenseMatrices) {
   ExpectRefused(
       STATUS_INVALID_VALUE, "Process 1 passes 3 dense rows of its own; pass 2.",

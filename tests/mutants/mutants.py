@@ -29,12 +29,14 @@ from sites import Source, render  # noqa: E402
 
 HERE = Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
-SOURCES = ['pavex/runtime', 'pavex/matrix', 'pavex/aggregator', 'pavex/comm/local_*']
+SOURCES = ['pavex/runtime', 'pavex/matrix', 'pavex/aggregator', 'pavex/assembly',
+           'pavex/comm/local_*']
 # The binaries and the filters of their tests. Long tests are separate, so that they run last.
 TESTS = [('runtime/runtime_test', '*'), ('matrix/matrix_test', '*'),
          ('aggregator/aggregator_test', '*'), ('aggregator/dense_test', '*'),
          ('aggregator/dense_reorder_test', '-*BeyondTheCaches*'),
-         ('aggregator/dense_reorder_test', '*BeyondTheCaches*'), ('comm/local_comm_test', '*')]
+         ('aggregator/dense_reorder_test', '*BeyondTheCaches*'), ('comm/local_comm_test', '*'),
+         ('assembly/assembly_test', '*')]
 AT_LEAST, CAUGHT_SHARE = 500, 0.95
 NUMBERS_PER_FILE = 1 << 10  # mutant.h has room for the numbers of 128 files
 CAUGHT = ('failed', 'crashed', 'timeout')
