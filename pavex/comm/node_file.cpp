@@ -57,4 +57,19 @@ int OpenMemoryFile(NodeFileId const& id) {
   return -1;
 }
 
+// Memory that may not be touched is locked without its pages; what has been unlocked before it
+// may be touched never gets them so.
+bool MapMemoryFile(unsigned char* place, std::size_t bytes, NodeMapping kind, int file,
+                   std::uint64_t offset) {
+  int const sharing = kind == NodeMapping::SHARED ? MAP_SHARED : MAP_PRIVATE;
+  void* const mapped = mmap(place, bytes, PROT_NONE, sharing | MAP_NORESERVE | MAP_FIXED, file,
+                            static_cast<off_t>(offset));
+  if (mapped == MAP_FAILED || munlock(place, bytes) != 0 ||
+      mprotect(place, bytes, PROT_READ | PROT_WRITE) != 0)
+    return false;
+  madvise(place, bytes, MADV_DONTFORK);
+  madvise(place, bytes, MADV_DONTDUMP);
+  return true;
+}
+
 }  // namespace Pavex

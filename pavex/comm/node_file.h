@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace Pavex {
@@ -23,5 +24,15 @@ int MakeMemoryFile(std::uint64_t bytes, NodeFileId* id);
 // A descriptor of the file that another process has made; -1 if the system does not permit it
 // or if the file found is another one, as in another PID namespace. Another file is not opened.
 int OpenMemoryFile(NodeFileId const& id);
+
+enum class NodeMapping { SHARED, PRIVATE };
+
+// Maps `bytes` bytes from `offset` of the file on, writable, in place of what lies at `place`,
+// all in whole pages. Not for children, not in core files, and not locked in memory, also in a
+// process that locks all it maps (mlockall with MCL_FUTURE): the system would make every page
+// of a sparse file at once, and a private copy of each. False if the system refuses it; `place`
+// then has no mapping that may be used.
+bool MapMemoryFile(unsigned char* place, std::size_t bytes, NodeMapping kind, int file,
+                   std::uint64_t offset);
 
 }  // namespace Pavex

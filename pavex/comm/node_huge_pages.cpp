@@ -1,5 +1,7 @@
 #include "pavex/comm/node_huge_pages.h"
 
+#include "pavex/comm/node_file.h"
+
 #include <sys/mman.h>
 
 // Older headers lack it; a kernel that does not know it refuses it.
@@ -16,16 +18,12 @@ unsigned char* MapAtHugePage(int file, std::size_t bytes) {
   if (room == MAP_FAILED) return nullptr;
   std::size_t const before = (kHuge - reinterpret_cast<std::uintptr_t>(room) % kHuge) % kHuge;
   unsigned char* const start = static_cast<unsigned char*>(room) + before;
-  void* const mapped = mmap(start, bytes, PROT_READ | PROT_WRITE,
-                            MAP_SHARED | MAP_NORESERVE | MAP_FIXED, file, 0);
-  if (mapped == MAP_FAILED) {
+  if (!MapMemoryFile(start, bytes, NodeMapping::SHARED, file, 0)) {
     munmap(room, bytes + kHuge);
     return nullptr;
   }
   if (before > 0) munmap(room, before);
   munmap(start + bytes, kHuge - before);
-  madvise(start, bytes, MADV_DONTFORK);
-  madvise(start, bytes, MADV_DONTDUMP);
   return start;
 }
 

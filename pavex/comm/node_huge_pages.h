@@ -8,9 +8,9 @@
 
 namespace Pavex {
 
-// Maps the first `bytes` bytes of `file`, shared and writable, at a huge page: only then do the
-// huge pages of the file and of the address space coincide. Not for children and not in core
-// files. Null if the system refuses.
+// Maps the first `bytes` bytes of `file` as MapMemoryFile does, shared, at a huge page: only
+// then do the huge pages of the file and of the address space coincide. Null if the system
+// refuses.
 unsigned char* MapAtHugePage(int file, std::size_t bytes);
 
 // Which huge pages of an arena have been asked for, one flag for each, at the beginning of the

@@ -114,10 +114,12 @@ bool NodeViews::Show(NodeView const& view) try {
   auto const entry = mViews.emplace(pages.offset, view).first;
   bool const shown =
       view.window->ShowAt(mBase + pages.offset, pages.offset - view.array.offset, pages.bytes);
-  if (shown)
+  if (shown) {
     CopyEnds(view);
-  else
+  } else {
+    Restore(pages, pages);
     mViews.erase(entry);
+  }
   return shown;
 } catch (std::bad_alloc const&) {
   return false;
@@ -159,14 +161,8 @@ bool NodeViews::Restore(NodeSpan pages, NodeSpan lost) const {
   std::uint64_t const lostFrom = std::clamp(lost.offset, pages.offset, pages.End());
   std::uint64_t const lostEnd = std::clamp(lost.End(), lostFrom, pages.End());
   if (!KeepInFile(pages.offset, lostFrom) || !KeepInFile(lostEnd, pages.End())) return false;
-  unsigned char* const place = mBase + pages.offset;
-  void* const mapped =
-      mmap(place, pages.bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_NORESERVE | MAP_FIXED,
-           mFile, static_cast<off_t>(pages.offset));
-  if (mapped == MAP_FAILED) return false;
-  madvise(place, pages.bytes, MADV_DONTFORK);
-  madvise(place, pages.bytes, MADV_DONTDUMP);
-  return true;
+  return MapMemoryFile(mBase + pages.offset, pages.bytes, NodeMapping::SHARED, mFile,
+                       pages.offset);
 }
 
 // Copies what this process sees from `from` to `end` into the arena's file. Through a mapping:

@@ -38,10 +38,11 @@ std::shared_ptr<NodeWindow> NodeWindow::Open(NodeFileId const& id, std::uint64_t
 }
 
 NodeWindow::NodeWindow(std::uint64_t begin, std::uint64_t bytes)
-    : mBegin(begin), mBytes(bytes) {}
+    : mOwner(getpid()), mBegin(begin), mBytes(bytes) {}
 
+// What lies at these addresses in a child that was forked is the child's own.
 NodeWindow::~NodeWindow() {
-  if (mBase != nullptr) munmap(mBase, mId.bytes);
+  if (mBase != nullptr && mOwner == getpid()) munmap(mBase, mId.bytes);
   CloseFile();
 }
 
@@ -61,14 +62,7 @@ void NodeWindow::Back(unsigned char const* from, std::uint64_t bytes) const {
 }
 
 bool NodeWindow::ShowAt(unsigned char* pages, std::uint64_t from, std::size_t bytes) const {
-  if (mFile < 0) return false;
-  void* const mapped =
-      mmap(pages, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_FIXED | MAP_NORESERVE, mFile,
-           static_cast<off_t>(mBegin + from));
-  if (mapped == MAP_FAILED) return false;
-  madvise(pages, bytes, MADV_DONTFORK);
-  madvise(pages, bytes, MADV_DONTDUMP);
-  return true;
+  return mFile >= 0 && MapMemoryFile(pages, bytes, NodeMapping::PRIVATE, mFile, mBegin + from);
 }
 
 }  // namespace Pavex

@@ -40,8 +40,8 @@ class NodeWindow {
   // Huge pages for `bytes` bytes of the array from `from` on, before this process stores there.
   void Back(unsigned char const* from, std::uint64_t bytes) const;
 
-  // Maps the array's bytes from `from` on, whole pages, privately over those at `pages`. False
-  // if the system refuses it.
+  // Maps the array's bytes from `from` on, whole pages, privately over those at `pages`, as
+  // MapMemoryFile does. False if the system refuses it.
   bool ShowAt(unsigned char* pages, std::uint64_t from, std::size_t bytes) const;
 
   // For others to open the file, and for ShowAt.
@@ -53,6 +53,7 @@ class NodeWindow {
 
   int mFile = -1;
   NodeFileId mId;
+  std::int64_t mOwner;  // the process that made this; a child of it does not have the mapping
   std::uint64_t mBegin;
   std::uint64_t mBytes;
   unsigned char* mBase = nullptr;
