@@ -24,6 +24,9 @@ for library in $(find "$work/moved" -name 'libpavex*.so'); do
   soname=$(readelf -d "$library" | sed -n 's/.*soname: \[\(.*\)\]/\1/p')
   [[ $soname =~ ^$stem\.0\.[0-9]+$|^$stem\.[1-9][0-9]*$ ]] || { echo "soname $soname"; exit 1; }
   [ -e "$(dirname "$library")/$soname" ]
+  # Memory that is shared on a node lasts as long as the process, so its library does.
+  [ "$stem" != libpavex_mpi.so ] || readelf -d "$library" | grep -q NODELETE ||
+    { echo "$stem can be unloaded"; exit 1; }
   echo "$soname: $(wc -l <<<"$names") names"
 done
 

@@ -41,7 +41,7 @@ case "$way" in
       export LDFLAGS
     fi
     make -C "$build" -f "$consumers/consumer/Makefile" SOURCE="$consumers/consumer" \
-      programs="${programs[*]}"
+      programs="${programs[*]} $([ "$mpi" = OFF ] || echo libpart.so)"
     ;;
 esac
 
@@ -66,4 +66,8 @@ done
 version=$(sed -n 's/#define PAVEX_VERSION "\(.*\)"/\1/p' "$consumers/../../pavex/runtime/version.h")
 says "core: right, $version, $kind, ${build_type:-no build type}, " "$build/core"
 says "local: right on 3 ranks" "$build/local"
+# A plug-in that contains a static Pavex::mpi stays loaded.
+if [ -e "$build/libpart.so" ] && [ "$kind" = static ]; then
+  readelf -d "$build/libpart.so" | grep -q NODELETE || { echo "a plug-in can be unloaded"; exit 1; }
+fi
 [ "$mpi" = OFF ] || says "mpi: right on 2 ranks" $MPIEXEC 2 "$build/mpi"
