@@ -210,6 +210,31 @@ TEST_F(NodeRunsFailure, RunsOfAnotherLengthFailOnBothSidesAndStoreNothing) {
     ASSERT_EQ(whole.At(i), -1);
 }
 
+// The root's own piece goes from array to array, whatever becomes of the others.
+TEST_F(NodeRunsFailure, AScatterThatFailsLeavesOldOrNewElementsAndWritesNoGap) {
+  if (mSize == 1) return;
+  Bands const bands(mSize, 50, 100);
+  Elements whole(bands.WholeSize(), mPool);
+  for (int r = 0; r < mSize; ++r)
+    FillPiece(r, bands.Place(r), whole.Data());
+  Runs const mine = bands.Own(mRank, 3);
+  Elements own(mine.stride * (mine.count + 1), mPool);
+  Runs asked = mine;
+  if (mRank == 1) ++asked.count;
+
+  PavexStatus const status = mComm.ScatterRuns(whole.Data(), bands.mPlaces.data(), own.Data(),
+                                               asked, DATATYPE_DOUBLE, 0);
+
+  EXPECT_EQ(status, mRank < 2 ? STATUS_COMM_FAILED : STATUS_OK);
+  for (long i = 0; i < own.Size(); ++i) {
+    long const run = i / mine.stride;
+    long const t = i % mine.stride;
+    bool const isNew = run < mine.count && t < mine.length && mRank != 1 &&
+                       own.At(i) == ElementOf(mRank, run, t);
+    ASSERT_TRUE(own.At(i) == -1 || isNew) << "run " << run << ", element " << t;
+  }
+}
+
 TEST(NodeRegion, SpansFromTheFirstRunToTheEndOfTheLast) {
   char array[64] = {};
   EXPECT_EQ(NodeRegion::Of(array, {2, 3, 4, 10}, DATATYPE_BYTE).Span(), 33U);

@@ -57,13 +57,15 @@ struct FaultRun {
   }
 
   // Checks a rank on which nothing was planned: it succeeds with the right result, or fails
-  // because its partner is gone.
-  std::string CheckPeer(FaultyRank<T, I>& rank, PavexStatus status) const {
+  // because its partner is gone. `moves`: a call of the communicator that fails so may have
+  // moved some elements.
+  std::string CheckPeer(FaultyRank<T, I>& rank, PavexStatus status, bool moves = false) const {
     if (status == STATUS_OK) return CheckDone(rank, operation, status);
     if (status != STATUS_COMM_FAILED) return "status is " + std::to_string(status);
     std::size_t const made = rank.MadeCalls();
-    bool const arrives = operation == Operation::UPDATE_IN_PLACE ||
-                         (operation == Operation::SCATTER && CallsBefore(made) > 1);
+    bool const arrives =
+        operation == Operation::UPDATE_IN_PLACE ||
+        (operation == Operation::SCATTER && CallsBefore(made) > (moves ? 0 : 1));
     bool const inPlace = arrives && rank.ReceivesInPlace(operation);
     std::string difference = rank.CheckFailure(operation, inPlace);
     if (difference.empty()) difference = rank.CheckCalls(steps, made, false);

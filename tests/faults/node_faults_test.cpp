@@ -52,7 +52,7 @@ class FaultsOverSharedMemory : public ::testing::Test {
     if (fails) rank.Plan(injection);
     PavexStatus const status = rank.Run(operation);
     std::string const difference =
-        fails ? run.CheckInjected(rank, injection, status) : run.CheckPeer(rank, status);
+        fails ? run.CheckInjected(rank, injection, status) : run.CheckPeer(rank, status, true);
     EXPECT_EQ(difference, "");
     mComm->Meet();
 
