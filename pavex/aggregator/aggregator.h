@@ -81,10 +81,9 @@ class PAVEX_API Aggregator : public AggregatorBase {
   // piece of the gathered matrix. Elements between its runs are not written. Errors as for
   // Update, except that the leading dimension may differ. STATUS_NOT_SUPPORTED on every process
   // for a sparse matrix. A failed transfer may leave values partly overwritten where they are
-  // received in place: in an array without gaps, and in any array where Comm::Strided is true.
-  // STATUS_INCONSISTENT on this process alone: where an array is missing
-  // (the others may then wait for it), and after Allgather where its piece does not lie inside
-  // its gathered matrix. The length of an array is not checked.
+  // received in place (any if Comm::Strided is true). STATUS_INCONSISTENT on this process
+  // alone: where an array is missing (the others may then wait for it), and after Allgather
+  // where its piece is not inside its gathered matrix. Array lengths are not checked.
   [[nodiscard]] PavexStatus Scatter(MatrixBase& local);
 
   // Like Scatter, but sends the elements of `values` instead of those of the gathered matrix,

@@ -42,6 +42,7 @@ void NodeComm::Join(MPI_Comm comm) {
 
 std::shared_ptr<Comm> NodeComm::Split(int color, int key) const {
   MpiCall const call("NodeComm::Split", Rank(), Size());
+  if (!UsesMpi()) mShared->EnterOverMpi();
   std::shared_ptr<NodeComm> part;
   try {
     if (color >= 0) part.reset(new NodeComm);
@@ -75,11 +76,13 @@ bool NodeComm::UsesMpi() const {
 }
 
 PavexStatus NodeComm::Barrier() const {
+  if (!UsesMpi()) mShared->EnterOverMpi();
   return mMpi.Barrier();
 }
 
 PavexStatus NodeComm::Allreduce(void const* sendbuf, void* recvbuf, int count, Datatype type,
                                 ReduceOp op) const {
+  if (!UsesMpi()) mShared->EnterOverMpi();
   return mMpi.Allreduce(sendbuf, recvbuf, count, type, op);
 }
 
@@ -118,8 +121,9 @@ PavexStatus NodeComm::Gatherv(void const* sendbuf, int sendcount, Datatype sendt
   int const rank = Rank();
   MpiCall call("NodeComm::Gatherv", rank, Size());
   call.Gatherv(sendbuf, sendcount, sendtype, recvbuf, recvcounts, displs, recvtype, root);
-  ++mShared->sequence;
-  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  if (PavexStatus status = mShared->Enter(NodeOperation::GATHERV, root, call);
+      status != STATUS_OK)
+    return status;
   mShared->Begin(NodeOperation::GATHERV, root, NodeCopier::SENDER);
   if (rank != root) {
     mShared->exchange.Send(root, Piece(sendbuf, 0, sendcount, sendtype), sendtype);
@@ -144,8 +148,9 @@ PavexStatus NodeComm::Scatterv(void const* sendbuf, int const* sendcounts, int c
   int const rank = Rank();
   MpiCall call("NodeComm::Scatterv", rank, Size());
   call.Scatterv(sendbuf, sendcounts, displs, sendtype, recvbuf, recvcount, recvtype, root);
-  ++mShared->sequence;
-  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  if (PavexStatus status = mShared->Enter(NodeOperation::SCATTERV, root, call);
+      status != STATUS_OK)
+    return status;
   mShared->Begin(NodeOperation::SCATTERV, root, NodeCopier::RECEIVER);
   if (rank != root) {
     mShared->exchange.Receive(root, Piece(recvbuf, 0, recvcount, recvtype), recvtype);
@@ -167,15 +172,18 @@ PavexStatus NodeComm::Alltoallv(void const* sendbuf, int const* sendcounts, int 
   if (UsesMpi())
     return mMpi.Alltoallv(sendbuf, sendcounts, sdispls, sendtype, recvbuf, recvcounts, rdispls,
                           recvtype);
-  ++mShared->sequence;
   // In place needs memory of its own, as MPI has it.
-  if (sendbuf == &IN_PLACE_OBJ)
+  if (sendbuf == &IN_PLACE_OBJ) {
+    mShared->EnterOverMpi();
     return mMpi.Alltoallv(sendbuf, sendcounts, sdispls, sendtype, recvbuf, recvcounts, rdispls,
                           recvtype);
+  }
   MpiCall call("NodeComm::Alltoallv", Rank(), Size());
   call.Alltoallv(sendbuf, sendcounts, sdispls, sendtype, recvbuf, recvcounts, rdispls,
                  recvtype);
-  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  if (PavexStatus status = mShared->Enter(NodeOperation::ALLTOALLV, 0, call);
+      status != STATUS_OK)
+    return status;
   mShared->Begin(NodeOperation::ALLTOALLV, 0, NodeCopier::SENDER);
   for (int r = 0; r < Size(); ++r) {
     NodeRegion const out = Piece(sendbuf, sdispls[r], sendcounts[r], sendtype);
@@ -196,8 +204,9 @@ PavexStatus NodeComm::Allgather(void const* sendbuf, int sendcount, Datatype sen
     return mMpi.Allgather(sendbuf, sendcount, sendtype, recvbuf, recvcount, recvtype);
   MpiCall call("NodeComm::Allgather", Rank(), Size());
   call.Allgather(sendbuf, sendcount, sendtype, recvbuf, recvcount, recvtype);
-  ++mShared->sequence;
-  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  if (PavexStatus status = mShared->Enter(NodeOperation::ALLGATHER, 0, call);
+      status != STATUS_OK)
+    return status;
   NodeRegion const own = Piece(sendbuf, 0, sendcount, sendtype);
   bool const inPlace = sendbuf == &IN_PLACE_OBJ;
   return mShared->ShareAll(NodeOperation::ALLGATHER, inPlace ? nullptr : &own,
@@ -211,8 +220,9 @@ PavexStatus NodeComm::Allgatherv(void const* sendbuf, int sendcount, Datatype se
     return mMpi.Allgatherv(sendbuf, sendcount, sendtype, recvbuf, recvcounts, displs, recvtype);
   MpiCall call("NodeComm::Allgatherv", Rank(), Size());
   call.Allgatherv(sendbuf, sendcount, sendtype, recvbuf, recvcounts, displs, recvtype);
-  ++mShared->sequence;
-  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  if (PavexStatus status = mShared->Enter(NodeOperation::ALLGATHERV, 0, call);
+      status != STATUS_OK)
+    return status;
   NodeRegion const own = Piece(sendbuf, 0, sendcount, sendtype);
   bool const inPlace = sendbuf == &IN_PLACE_OBJ;
   return mShared->ShareAll(NodeOperation::ALLGATHERV, inPlace ? nullptr : &own,
@@ -225,8 +235,9 @@ PavexStatus NodeComm::Bcast(void* buf, int count, Datatype type, int root) const
   if (UsesMpi()) return mMpi.Bcast(buf, count, type, root);
   MpiCall call("NodeComm::Bcast", Rank(), Size());
   call.Bcast(buf, count, type, root);
-  ++mShared->sequence;
-  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  if (PavexStatus status = mShared->Enter(NodeOperation::BCAST, root, call);
+      status != STATUS_OK)
+    return status;
   NodeLinks& links = mShared->links;
   NodeExchange& exchange = mShared->exchange;
   int const rank = Rank();

@@ -42,13 +42,14 @@ class NodeLinks;
 // stored unless sender and receiver agree on operation, root and size: where they do not, both
 // get STATUS_COMM_FAILED (of a small message the receiver alone). Ranks that all wait for each
 // other to send, or to receive, wait for ever, as over MPI. A process that fails alone leaves
-// the others waiting as it would over MPI; they notice when it enters its next operation that
-// moves data (not Barrier, not Allreduce). So does a process that has no bytes for one that
-// expects some, except in Allgather and Allgatherv, where the other one fails at once. Between
-// nodes the receiver alone fails where sizes differ; if one side takes a message for more parts
-// of 1 GiB than the other side, it waits for ever. A process of the node that ends is
-// STATUS_COMM_FAILED for those that wait in an operation over shared memory. No
-// operation needs memory of the heap.
+// the others waiting as it would over MPI, until it enters another collective operation or the
+// destructor: those of its node that wait for it in a collective over shared memory then get
+// STATUS_COMM_FAILED. Send and Recv do not count as such. A process that has no bytes for one
+// that expects some is noticed in the same way, in Allgather and Allgatherv at once; a small
+// message that is not expected is dropped. Between nodes the receiver alone fails where sizes
+// differ; if one side takes a message for more parts of 1 GiB than the other side, it waits for
+// ever. A process of the node that ends is STATUS_COMM_FAILED for those that wait in an
+// operation over shared memory. No operation needs memory of the heap.
 //
 // A sender waits once 8 of its messages to a rank have not been received, also if they are
 // small.

@@ -81,7 +81,7 @@ void NodeExchange::Add(bool out, int peer, NodeRegion const& region, Datatype ty
                         region.Bytes()};
   try {
     mMessages.push_back(
-        {out, Phase::WAITING, peer, region, type, terms, 0, {}, 0, MPI_REQUEST_NULL, 0});
+        {out, Phase::WAITING, peer, region, type, terms, 0, {}, 0, MPI_REQUEST_NULL, 0, false});
   } catch (std::bad_alloc const&) {
     mFailed = true;
     std::snprintf(mReason, sizeof mReason, "this rank has no memory for its messages");
@@ -153,6 +153,8 @@ bool NodeExchange::Wait() {
       Abandon(ended);
       return false;
     }
+    // What a peer has sent before it went on is there now: it is taken first.
+    if (FindMissed() && !Pass()) FailMissed();
   }
   sched_yield();
   return true;
@@ -181,7 +183,31 @@ bool NodeExchange::FailOffered(Message& message, char const* reason) {
   return Fail(message, reason);
 }
 
-// No process may copy from or to this rank's arrays once it has left.
+// Marks the messages whose peers have no part in this collective. Whether there are any.
+bool NodeExchange::FindMissed() {
+  bool found = false;
+  for (Message& message : mMessages) {
+    message.missed = mOperation != NodeOperation::MESSAGE && message.phase != Phase::DONE &&
+                     message.phase != Phase::OVER_MPI &&
+                     mLinks.To(message.peer).peer != nullptr && mLinks.Misses(message.peer);
+    found |= message.missed;
+  }
+  return found;
+}
+
+// Those that have not moved since.
+void NodeExchange::FailMissed() {
+  for (Message& message : mMessages) {
+    if (!message.missed) continue;
+    if (message.phase == Phase::OFFERED) AbandonOffer(message);
+    if (message.phase == Phase::GRANTED) AbandonGrant(message);
+    Fail(message, "rank %d is in a later operation");
+  }
+}
+
+// No process of the node copies from or to this rank's arrays once it has left. What MPI has
+// begun to carry cannot be taken back, and to wait for it could last for ever: it may still
+// arrive.
 void NodeExchange::Abandon(int ended) {
   if (!mFailed)
     std::snprintf(mReason, sizeof mReason, "the process of rank %d has ended", ended);
@@ -190,8 +216,10 @@ void NodeExchange::Abandon(int ended) {
     if (message.phase == Phase::OFFERED) AbandonOffer(message);
     if (message.phase == Phase::GRANTED) AbandonGrant(message);
     if (message.phase != Phase::OVER_MPI) continue;
+    int done = 0;
     MPI_Cancel(&message.request);
-    MPI_Request_free(&message.request);
+    MPI_Test(&message.request, &done, MPI_STATUS_IGNORE);
+    if (done == 0) MPI_Request_free(&message.request);
   }
   mOpen = 0;
 }

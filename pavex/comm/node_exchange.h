@@ -22,6 +22,7 @@ enum class NodeOperation : std::int32_t {
   ALLGATHER,
   ALLGATHERV,
   BCAST,
+  OVER_MPI,  // MPI alone moves the data
   GATHER_RUNS,
   ALLGATHER_RUNS,
   SCATTER_RUNS,
@@ -89,6 +90,7 @@ class NodeExchange {
     std::uint64_t target;  // CLAIMED: where that begins in the receiver's arena
     MPI_Request request;   // OVER_MPI: of a part
     std::uint64_t moved;   // OVER_MPI: bytes of the parts before it
+    bool missed;           // its peer has no part in the operation
   };
 
   void Add(bool out, int peer, NodeRegion const& region, Datatype type);
@@ -134,6 +136,8 @@ class NodeExchange {
   bool Fail(Message& message, char const* reason);
   bool FailOffered(Message& message, char const* reason);
   bool FailMpi(Message& message, int code);
+  bool FindMissed();
+  void FailMissed();
   void Abandon(int ended);
   void AbandonOffer(Message& message);
   void AbandonGrant(Message& message);

@@ -134,7 +134,7 @@ bool NodeLinks::TakeControlBlock() {
   mArena = NodeArena::OfProcess();
   if (mArena == nullptr) return false;
   constexpr std::size_t kPage = 4096;
-  std::size_t const bytes = sizeof(NodeChannel) * mGroup.size();
+  std::size_t const bytes = sizeof(NodeChannel) * mGroup.size() + sizeof(NodeEntry);
   mControlBytes = (bytes + kPage - 1) / kPage * kPage;
   void* const block = mArena->TakeShared(mControlBytes);
   if (block == nullptr) return false;
@@ -142,6 +142,7 @@ bool NodeLinks::TakeControlBlock() {
   // Default initialisation leaves the data of the slots alone: no page of it is touched.
   for (std::size_t i = 0; i < mGroup.size(); ++i)
     new (mControl + i) NodeChannel;
+  mEntry = new (mControl + mGroup.size()) NodeEntry;
   return true;
 }
 
@@ -163,10 +164,12 @@ bool NodeLinks::OpenPeers(std::vector<Hello> const& hellos) {
     NodeLink& link = To(mGroup[i]);
     link.peer = NodePeer::Open(hello.arena);
     unsigned char* const control =
-        link.peer == nullptr ? nullptr : link.peer->At(hello.control, channels);
+        link.peer == nullptr ? nullptr
+                             : link.peer->At(hello.control, channels + sizeof(NodeEntry));
     if (control == nullptr) return false;
     link.in = mControl + i;
     link.out = reinterpret_cast<NodeChannel*>(control) + mine;
+    link.entry = reinterpret_cast<NodeEntry const*>(control + channels);
   }
   return true;
 }
@@ -222,6 +225,7 @@ void NodeLinks::Leave() {
   int finalized = 0;
   MPI_Finalized(&finalized);
   if (mComm == MPI_COMM_NULL || finalized != 0) return;
+  Enter(~NodeEntry::Word{0});
   if (mJoined && FindEnded() < 0) {
     MPI_Barrier(mComm);  // a peer may still look into the control block
     Forget();

@@ -25,6 +25,7 @@ struct NodeLink {
   std::shared_ptr<NodePeer const> peer;  // null: this process, or one that shares no memory
   NodeChannel* in = nullptr;             // from that rank, in this process's arena
   NodeChannel* out = nullptr;            // to that rank, in its arena
+  NodeEntry const* entry = nullptr;      // of that rank, in its arena
   NodeCounters collective;
   NodeCounters direct;
   int group = 0;               // the lowest of the ranks that share memory with that rank
@@ -49,6 +50,17 @@ class NodeLinks {
   // communicator. At most `largest` processes of a node with neighbouring ranks share memory.
   // Collective. Returns MPI's code.
   int Join(MPI_Comm comm, int largest);
+
+  // Tells the peers which operation this process enters. Local.
+  void Enter(NodeEntry::Word operation) {
+    mEntered = operation;
+    if (mControl != nullptr) mEntry->entered.store(operation, std::memory_order_release);
+  }
+  // Whether that rank, which shares memory with this one, has no part in the operation that
+  // this process has entered last, or no longer.
+  bool Misses(int rank) {
+    return NodeEntry::Misses(To(rank).entry->entered.load(std::memory_order_acquire), mEntered);
+  }
 
   // Waits for all ranks, then gives the control block and the duplicate back. Collective. Waits
   // for none after a failure of Join or the end of a process of the node, and then keeps the
@@ -116,8 +128,10 @@ class NodeLinks {
 
   MPI_Comm mComm = MPI_COMM_NULL;
   NodeArena* mArena = nullptr;
-  NodeChannel* mControl = nullptr;  // one channel per process of the group
+  NodeChannel* mControl = nullptr;  // one channel per process of the group, then the entry
+  NodeEntry* mEntry = nullptr;
   std::size_t mControlBytes = 0;
+  NodeEntry::Word mEntered = 0;
   std::vector<NodeLink> mLinks;
   std::vector<int> mGroup;
   std::vector<int> mGroups;

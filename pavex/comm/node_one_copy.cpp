@@ -34,27 +34,12 @@ NodeOneCopy::NodeOneCopy(NodeLinks& links, NodeExchange& exchange, std::vector<N
       mArray(array) {
   mView.array = {mLinks.Arena().OffsetOf(array.data, array.Bytes()), array.Bytes()};
   mView.group = mLinks.Number();
-  mAble = able && mView.array.offset != NodeArena::kOutside;
+  mAble = able && mView.array.offset != NodeArena::kOutside && NodeWindow::FitsPages();
 }
 
 char const* NodeOneCopy::Agree() {
-  if (mLinks.Rank() != mLinks.Group().front()) TellEntered();
   char const* const failure = AgreeOn(true);
   return failure != nullptr || mAgreed || !mKnown ? failure : AgreeOn(false);
-}
-
-// This process now waits for an offer. If it has left the operation before out, others still
-// wait for it there, and would not make one. They get what they do not expect there, and fail.
-// Those that have ended that operation pass over a message of it.
-void NodeOneCopy::TellEntered() {
-  NodeVote& own = mVotes[static_cast<std::size_t>(mLinks.Rank())];
-  mExchange.Begin(NodeOperation::ONE_COPY, mSequence - 1, static_cast<int>(Step::ENTERED),
-                  NodeCopier::SENDER);
-  for (int const rank : mLinks.Group()) {
-    if (rank != mLinks.Rank())
-      mExchange.Send(rank, NodeRegion::Of(&own, sizeof own), DATATYPE_BYTE);
-  }
-  mExchange.Run();
 }
 
 // `known`: whether a window may be offered that has served before.

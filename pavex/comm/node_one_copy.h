@@ -57,9 +57,8 @@ class NodeOneCopy {
 
  private:
   struct Offer;
-  enum class Step : int { OFFER, VOTE, STORED, ENTERED };
+  enum class Step : int { OFFER, VOTE, STORED };
 
-  void TellEntered();
   char const* AgreeOn(bool known);
   char const* TellOffer(Offer* offer);
   Offer MakeOffer(bool known);

@@ -139,6 +139,26 @@ struct NodeRing {
   alignas(64) unsigned char data[kSlots][kSmallBytes];
 };
 
+// Which collective a process has entered last, in its control block. It has sent, or given up,
+// everything of the operations before: a peer that still waits for it in one of them waits in
+// vain. The word holds the number of the operation, what it is, and the lower part of its root.
+struct NodeEntry {
+  using Word = std::uint64_t;
+  static constexpr int kShift = 12;
+
+  static Word WordOf(std::uint64_t sequence, std::int32_t operation, int root) {
+    return sequence << kShift | static_cast<Word>(operation & 0xF) << 8 |
+           static_cast<Word>(root & 0xFF);
+  }
+  // Whether a process that has entered `theirs` has no part in the operation `mine`: it is in a
+  // later one, or takes the same one as another.
+  static bool Misses(Word theirs, Word mine) {
+    return theirs != mine && theirs >> kShift >= mine >> kShift;
+  }
+
+  alignas(64) std::atomic<Word> entered{0};
+};
+
 // Collectives and messages of Send do not meet: either may overtake the other.
 struct NodeChannel {
   NodeRing collective;

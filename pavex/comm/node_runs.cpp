@@ -16,13 +16,16 @@ PavexStatus NodeComm::GatherRuns(void const* sendbuf, Runs const& sent, void* re
   int const rank = Rank();
   MpiCall call("NodeComm::GatherRuns", rank, Size());
   call.GatherRuns(sendbuf, sent, recvbuf, received, type, root);
-  ++mShared->sequence;
-  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  bool const toAll = root < 0;
+  NodeOperation const operation =
+      toAll ? NodeOperation::ALLGATHER_RUNS : NodeOperation::GATHER_RUNS;
+  if (PavexStatus status = mShared->Enter(operation, root, call); status != STATUS_OK)
+    return status;
   NodeRegion const own = NodeRegion::Of(sendbuf, sent, type);
   NodePieces const pieces{recvbuf, type, received, nullptr, nullptr, 0};
-  if (root < 0) return mShared->ShareAll(NodeOperation::ALLGATHER_RUNS, &own, pieces, call);
+  if (toAll) return mShared->ShareAll(operation, &own, pieces, call);
 
-  mShared->Begin(NodeOperation::GATHER_RUNS, root, NodeCopier::SENDER);
+  mShared->Begin(operation, root, NodeCopier::SENDER);
   if (rank != root) {
     mShared->exchange.Send(root, own, type);
     return mShared->Run(call);
@@ -42,8 +45,9 @@ PavexStatus NodeComm::ScatterRuns(void const* sendbuf, Runs const* sent, void* r
   int const rank = Rank();
   MpiCall call("NodeComm::ScatterRuns", rank, Size());
   call.ScatterRuns(sendbuf, sent, recvbuf, received, type, root);
-  ++mShared->sequence;
-  if (PavexStatus status = call.Ready(); status != STATUS_OK) return status;
+  if (PavexStatus status = mShared->Enter(NodeOperation::SCATTER_RUNS, root, call);
+      status != STATUS_OK)
+    return status;
   NodeRegion const own = NodeRegion::Of(recvbuf, received, type);
   mShared->Begin(NodeOperation::SCATTER_RUNS, root, NodeCopier::RECEIVER);
   if (rank != root) {

@@ -26,6 +26,20 @@ struct NodeComm::Shared {
   // Makes room for any operation on `ranks` ranks; false if there is no memory.
   bool Reserve(int ranks);
 
+  // Counts a collective, which begins with it. `call`: with its arguments. Its status is that
+  // of the arguments; of refused ones this rank takes no part in the operation.
+  PavexStatus Enter(NodeOperation operation, int root, MpiCall& call) {
+    PavexStatus const status = call.Ready();
+    EnterAs(status == STATUS_OK ? operation : NodeOperation::MESSAGE, root);
+    return status;
+  }
+  void EnterAs(NodeOperation operation, int root) {
+    ++sequence;
+    links.Enter(NodeEntry::WordOf(sequence, static_cast<std::int32_t>(operation), root));
+  }
+  // Counts a collective whose data MPI alone moves.
+  void EnterOverMpi() { EnterAs(NodeOperation::OVER_MPI, 0); }
+
   void Begin(NodeOperation operation, int label, NodeCopier copier) {
     exchange.Begin(operation, operation == NodeOperation::MESSAGE ? 0 : sequence, label,
                    copier);

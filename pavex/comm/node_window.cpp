@@ -18,6 +18,10 @@ std::uint64_t FileBytes(std::uint64_t begin, std::uint64_t bytes) {
 
 }  // namespace
 
+bool NodeWindow::FitsPages() {
+  return static_cast<std::size_t>(getpagesize()) == kPageBytes;
+}
+
 std::shared_ptr<NodeWindow> NodeWindow::Make(std::uint64_t begin, std::uint64_t bytes) try {
   auto window = std::make_shared<NodeWindow>(begin, bytes);
   window->mFile = MakeMemoryFile(FileBytes(begin, bytes), &window->mId);

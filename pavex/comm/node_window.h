@@ -18,6 +18,9 @@ class NodeWindow {
  public:
   static constexpr std::size_t kPageBytes = 4096;
 
+  // Whether the pages of the system have that size. Only then can an array be shown.
+  static bool FitsPages();
+
   // Of `bytes` bytes that begin at `begin` of the file: where an array begins within a huge
   // page of its block, so that its pages and those of the file coincide. Null if the system
   // refuses a file or a mapping.

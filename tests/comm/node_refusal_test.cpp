@@ -33,6 +33,7 @@ enum class Refusal {
   SHARED_MAPPING,   // mmap of a memory file that others see
   PRIVATE_MAPPING,  // mmap of a memory file for this process alone
   DROPPING,         // madvise that drops pages
+  LARGE_PAGES,      // the pages of the system are larger
   STRICT,           // no memory file is used where the system promises only what it has
   FOREIGN,          // open of another process's file
   OTHER_FILE,       // the same finds another file
@@ -88,6 +89,12 @@ PAVEX_FAKE_SYSTEM void* mmap(void* place, std::size_t bytes, int rights, int fla
     return MAP_FAILED;
   }
   return reinterpret_cast<void*>(syscall(SYS_mmap, place, bytes, rights, flags, file, offset));
+}
+
+PAVEX_FAKE_SYSTEM int getpagesize() noexcept {
+  return Pavex::gRefusal == Pavex::Refusal::LARGE_PAGES
+             ? 65536
+             : static_cast<int>(sysconf(_SC_PAGESIZE));
 }
 
 PAVEX_FAKE_SYSTEM int madvise(void* place, std::size_t bytes, int advice) noexcept {
@@ -479,6 +486,19 @@ TEST_F(NodeWindowRefusal, AFileThatCannotBeOpenedMeansOrdinaryBlocks) {
 
 TEST_F(NodeWindowRefusal, AWindowThatOneProcessCannotMapMeansOrdinaryBlocks) {
   ExpectViews(Refusal::SHARED_MAPPING, 0, 2);
+}
+
+TEST_F(NodeWindowRefusal, AProcessWithLargerPagesLetsAllStoreIntoEachBlock) {
+  if (mComm == nullptr) return;
+  for (int rank = 0; rank < 2; ++rank) {
+    NodePool pool;
+    PoolBlock whole(pool, 2 * kPiece);
+    Refusing const refusing(mComm->Rank() == rank ? Refusal::LARGE_PAGES : Refusal::NONE);
+
+    Gather(whole, 10);
+
+    EXPECT_EQ(Views(whole), 0);
+  }
 }
 
 TEST_F(NodeWindowRefusal, AProcessThatCannotShowTheWindowCopiesIt) {
