@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <limits>
 #include <utility>
 
 namespace Pavex {
@@ -132,7 +133,7 @@ PavexStatus Assembler<T, I>::Agree(Contribution<T, I> const& own,
   }
   status = Log::Report(Exchange(*mComm, record, mRecords));
   if (status != STATUS_OK) return status;
-  mPlan = PlanAssembly(mRecords, mOrder);
+  mPlan = PlanAssembly(mRecords, mOrder, std::numeric_limits<I>::max());
   if (!mPlan.Refused()) return STATUS_OK;
   return Refuse(ReasonOf(mPlan, mRecords),
                 StatusOf(mPlan.mFlaw, mRecords.mData[mPlan.mProcess]));

@@ -85,8 +85,9 @@ class PAVEX_API Assembler {
   // processes. Deletes an earlier result first. `own` and its arrays are not needed afterwards.
   // STATUS_INVALID_VALUE for a row, column or argument outside its range and for a missing
   // array, STATUS_INCONSISTENT for requests that differ, STATUS_NOT_SUPPORTED for more entries
-  // or rows in all than 2147483647, all of them on every process. STATUS_INVALID_VALUE on this
-  // process alone without a usable communicator.
+  // or rows in all than 2147483647, all of them on every process. A single process may have
+  // more, and so may the entries of bands in rank order, if rank 0 or everybody receives.
+  // STATUS_INVALID_VALUE on this process alone without a usable communicator.
   [[nodiscard]] PavexStatus Gather(std::shared_ptr<Comm> const& comm,
                                    Contribution<T, I> const& own,
                                    AssemblyRequest const& request);

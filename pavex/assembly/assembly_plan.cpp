@@ -1,6 +1,7 @@
 #include "pavex/assembly/assembly_plan.h"
 
 #include "pavex/assembly/plan_assembly.h"
+#include "pavex/assembly/renumbered_comm.h"
 #include "pavex/runtime/wrapping.h"
 
 #include <algorithm>
@@ -45,15 +46,24 @@ bool IsSound(AssemblyRecord const& record) {
   return AreInside(touched ? 0 : record.mBegin, record.mRows, wholeRows);
 }
 
-void Count(AssemblyRecord const& record, std::int64_t process, AssemblyPlan& plan) {
+// What the records may count at most.
+struct Limits {
+  std::int64_t mRows;
+  std::int64_t mEntries;
+};
+
+void Count(AssemblyRecord const& record, std::int64_t process, Limits const& limits,
+           AssemblyPlan& plan) {
   plan.mRows = WrappingAdd(plan.mRows, std::max(record.mRows, std::int64_t{1}));
   plan.mNnz = WrappingAdd(plan.mNnz, record.mNnz);
   plan.mListed = WrappingAdd(plan.mListed, record.Listed());
   plan.mTouched = WrappingAdd(plan.mTouched, record.Touched());
-  std::int64_t const most =
-      std::max({plan.mRows, plan.mNnz, plan.mListed, record.mNnz, record.mRows});
-  bool const negative = (record.mNnz | record.mRows | record.mOwnRows) < 0;
-  if (negative || most > kMostCounted) Refuse(plan, AssemblyFlaw::TOO_MANY_IN_ALL, process);
+  std::int64_t const rows = std::max({plan.mRows, plan.mListed, record.mRows});
+  std::int64_t const entries = std::max(plan.mNnz, record.mNnz);
+  bool const wraps = (record.mNnz | record.mRows | record.mOwnRows | plan.mRows | plan.mNnz |
+                      plan.mListed) < 0;
+  if (wraps || rows > limits.mRows || entries > limits.mEntries)
+    Refuse(plan, AssemblyFlaw::TOO_MANY_IN_ALL, process);
 }
 
 // Sorts the ranks whose pieces have rows by their begins, the others behind them. Returns
@@ -76,6 +86,28 @@ bool OrderBands(Records const& records, Buffer<int> const& order) {
     if (band.mBegin + band.mRows > record[rank[1]].mBegin) return false;
   }
   return true;
+}
+
+// Whether the entries of bands lie in the order of the seats: then they may go in rounds.
+bool FollowSeats(Records const& records, Buffer<int> const& order) {
+  int seat = -1;
+  for (std::int64_t k = 0; k < order.mSize; ++k) {
+    AssemblyRecord const& record = records.mData[order.mData[k]];
+    if (record.mNnz == 0) continue;
+    int const next = RenumberedComm::SeatOf(order.mData[k], record.mReceiver);
+    if (next < seat) return false;
+    seat = next;
+  }
+  return true;
+}
+
+// Refuses more entries than one call counts.
+void RefuseRounds(Records const& records, AssemblyPlan& plan) {
+  std::int64_t entries = 0;
+  for (std::int64_t p = 0; p < records.mSize; ++p) {
+    entries += records.mData[p].mNnz;
+    if (entries > kMostCounted) Refuse(plan, AssemblyFlaw::TOO_MANY_IN_ALL, p);
+  }
 }
 
 void InRankOrder(Buffer<int> const& order) {
@@ -130,17 +162,21 @@ AssemblyPlan FirstFault(Records const& records) {
   return plan;
 }
 
-AssemblyPlan PlanAssembly(Records const& records, Buffer<int> const& order) {
+AssemblyPlan PlanAssembly(Records const& records, Buffer<int> const& order, std::int64_t most) {
+  bool const alone = records.mSize == 1;  // sends nothing
+  Limits const limits = {alone ? most : kMostCounted, most};
   AssemblyPlan plan = FirstFault(records);
   InRankOrder(order);
   for (std::int64_t p = 0; p < records.mSize && !plan.Refused(); ++p) {
     AssemblyRecord const& record = records.mData[p];
     Refuse(plan, Compare(records.mData[0], record), p);
     if (!IsSound(record)) Refuse(plan, AssemblyFlaw::UNSOUND_RECORD, p);
-    Count(record, p, plan);
+    Count(record, p, limits, plan);
   }
   if (plan.Refused() || plan.mNnz == 0) return plan;
   bool const bands = OrderBands(records, order);
+  if (!alone && !(bands && FollowSeats(records, order))) RefuseRounds(records, plan);
+  if (plan.Refused()) return plan;
   plan.mPath = bands ? AssemblyPath::BANDS : AssemblyPath::MERGE;
   if (!bands) InRankOrder(order);
   return plan;

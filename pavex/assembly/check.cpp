@@ -49,7 +49,7 @@ void CheckRequest(AssemblyRequest const& request, int processes, AssemblyRecord&
 }
 
 template <typename I>
-void CheckRows(ContributionPattern<I> const& own, std::int64_t wholeRows,
+void CheckRows(ContributionPattern<I> const& own, std::int64_t wholeRows, std::int64_t most,
                AssemblyRecord& record) {
   if (own.mRows < 0) return record.Note(AssemblyFlaw::NEGATIVE_COUNT, 0, own.mRows, 0);
   if (!own.mListed) {
@@ -62,7 +62,7 @@ void CheckRows(ContributionPattern<I> const& own, std::int64_t wholeRows,
   }
   if (own.mRowList == nullptr && own.mRows > 0)
     return record.NoteMissing(AssemblyArray::ROW_LIST);
-  if (own.mRows > kMostCounted)  // refused before the list is read
+  if (own.mRows > most)  // refused before the list is read
     return record.Note(AssemblyFlaw::TOO_MANY_IN_ALL, 0, own.mRows, 0);
   Range range;
   std::int64_t const at = FindOutside(own.mRowList, own.mRows, wholeRows, range);
@@ -178,7 +178,8 @@ CheckFindings CheckContribution(ContributionPattern<I> const& own, bool const* h
   if (own.mBlocks > own.kMostBlocks)
     record.Note(AssemblyFlaw::TOO_MANY_BLOCKS, 0, own.mBlocks, own.kMostBlocks);
   if (own.mMapFirst) record.Note(AssemblyFlaw::MAP_FIRST, 0, 0, 0);
-  if (record.Flawless()) CheckRows(own, request.mRows, record);
+  std::int64_t const most = processes == 1 ? kMostOf<I> : kMostCounted;
+  if (record.Flawless()) CheckRows(own, request.mRows, most, record);
   CheckFindings found;
   for (int at = 0; at < own.mBlocks && record.Flawless(); ++at) {
     CheckBlock(own, at, hasValues[at], request, record, found);

@@ -13,6 +13,11 @@ void Pay(std::int64_t count, std::int64_t bytes, std::int64_t& sum) {
   sum = WrappingAdd(sum, WrappingMul(count, bytes));
 }
 
+// The calls that move `all` elements.
+std::int64_t RoundsOf(std::int64_t all) {
+  return std::max(std::int64_t{1}, all / kMostCounted + (all % kMostCounted != 0 ? 1 : 0));
+}
+
 // Adds up the cost of one process.
 struct Payer {
   AssemblyCost mCost;
@@ -28,7 +33,7 @@ struct Payer {
 
   // It sends `own` elements of `bytes` bytes; a receiver gets `all`.
   void Gather(std::int64_t own, std::int64_t all, std::size_t bytes) {
-    ++mCost.mCalls;
+    mCost.mCalls += RoundsOf(all);
     Pay(own, static_cast<std::int64_t>(bytes), mCost.mBytesOut);
     if (mReceives) Pay(all, static_cast<std::int64_t>(bytes), mCost.mBytesIn);
   }

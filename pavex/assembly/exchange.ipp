@@ -104,6 +104,11 @@ PavexStatus Assembler<T, I>::GatherList(I const* list, std::int64_t count,
                                         std::int64_t (AssemblyRecord::*countOf)() const,
                                         std::int64_t total, Buffer<I>& lists) {
   if (total == 0) return STATUS_OK;
+  if (mRecords.mSize == 1) {
+    PavexStatus const status = Log::Report(mPool->Get(lists, total));
+    if (status == STATUS_OK) std::copy_n(list, count, lists.mData);
+    return status;
+  }
   Buffer<int> counts;
   Buffer<int> displs;
   if (Receives()) {
@@ -117,10 +122,6 @@ PavexStatus Assembler<T, I>::GatherList(I const* list, std::int64_t count,
       displs.mData[p] = displ;
       displ += counts.mData[p];
     }
-  }
-  if (mRecords.mSize == 1) {
-    std::copy_n(list, count, lists.mData);
-    return STATUS_OK;
   }
   constexpr Datatype kType = DatatypeOf<I>::kValue;
   int const sent = static_cast<int>(count);

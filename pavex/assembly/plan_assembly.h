@@ -12,8 +12,9 @@
 
 namespace Pavex {
 
-// Rows, entries or dense elements that all processes send at most: what one call counts. Rounds
-// would follow the ranks, but pieces are placed in an order of their own.
+// Rows, elements of lists or dense elements that several processes send at most: what one call
+// counts. Entries may be more only if their pieces are placed in the order of the seats, which
+// the rounds of an Aggregator follow. Tests build the library with few.
 constexpr std::int64_t kMostCounted = kMostPerCall;
 
 // What the `records` of an operation, one per process by rank, refuse it for: the first flaw
@@ -23,8 +24,10 @@ AssemblyPlan FirstFault(Buffer<AssemblyRecord> const& records);
 
 // Plans the assembly of `records`, one per process by rank. Writes the ranks into `order`, one
 // per process: the order in which their pieces are placed. Bands are placed by their begins and
-// those without rows last, other pieces in the order of the ranks. Local; logs nothing.
-AssemblyPlan PlanAssembly(Buffer<AssemblyRecord> const& records, Buffer<int> const& order);
+// those without rows last, other pieces in the order of the ranks. `most`: what the index type
+// counts. Local; logs nothing.
+AssemblyPlan PlanAssembly(Buffer<AssemblyRecord> const& records, Buffer<int> const& order,
+                          std::int64_t most);
 
 // What a flaw with that verdict makes an operation return on every process. Never STATUS_OK.
 PavexStatus StatusOf(AssemblyFlaw flaw, AssemblyVerdict const& verdict);

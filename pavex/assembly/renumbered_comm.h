@@ -33,7 +33,7 @@ class RenumberedComm final : public Comm {
   [[nodiscard]] PavexStatus Prepare(MemoryPool& pool);
 
   // The seat of a rank of the inner communicator, and the rank of a seat.
-  int SeatOf(int rank) const { return rank > mFirst ? rank : rank == mFirst ? 0 : rank + 1; }
+  int SeatOf(int rank) const { return SeatOf(rank, mFirst); }
   int RankOf(int seat) const { return seat > mFirst ? seat : seat == 0 ? mFirst : seat - 1; }
 
   int Rank() const override { return SeatOf(mInner->Rank()); }
@@ -55,6 +55,12 @@ class RenumberedComm final : public Comm {
                                        void* recvbuf, int const* recvcounts, int const* displs,
                                        Datatype recvtype) const override;
   [[nodiscard]] PavexStatus Bcast(void* buf, int count, Datatype type, int root) const override;
+
+  // The seat of a rank if `receiver`, a rank or kEverybody, receives.
+  static int SeatOf(int rank, int receiver) {
+    int const first = receiver < 0 ? 0 : receiver;
+    return rank > first ? rank : rank == first ? 0 : rank + 1;
+  }
 
  private:
   void Place(int const* countsBySeat) const;

@@ -97,7 +97,7 @@ struct AssemblyCase {
   // Whether all processes send more than one call counts. They send at least one row each,
   // their lists, and what is left of their entries when repeated ones are merged.
   bool SendsTooMuch() const {
-    if (SendsFew()) return false;
+    if (pieces.size() == 1 || SendsFew()) return false;
     long rows = 0;
     long listed = 0;
     long entries = 0;
@@ -109,7 +109,25 @@ struct AssemblyCase {
       rows += 1;
       listed += piece.listed ? static_cast<long>(piece.ownRows.size()) : 0;
     }
-    return std::max({rows, listed, entries}) > kMostOfACall;
+    return std::max(rows, listed) > kMostOfACall ||
+           (entries > kMostOfACall && !MayFollowSeats());
+  }
+
+  // Whether the entries of the pieces, the receiver's first and the others by rank, may lie in
+  // bands in this order, so that they go in rounds.
+  bool MayFollowSeats() const {
+    auto const first = static_cast<std::size_t>(std::max(request.mReceiver, 0));
+    long free = 0;  // the first row behind the earlier pieces
+    for (std::size_t seat = 0; seat < pieces.size(); ++seat) {
+      std::size_t const rank = seat > first ? seat : seat == 0 ? first : seat - 1;
+      long const begin = free;
+      for (auto const& block : pieces[rank].blocks)
+        for (auto const& place : block.places) {
+          if (place.first < begin) return false;
+          free = std::max(free, static_cast<long>(place.first) + 1);
+        }
+    }
+    return true;
   }
 
   // Whether they cannot: they send no more entries than they pass, and no more rows than are

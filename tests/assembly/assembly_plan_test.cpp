@@ -56,12 +56,12 @@ struct Planned {
   AssemblyPlan plan;
   long blocks = 0;  // that the decision took
 
-  explicit Planned(std::vector<AssemblyRecord> some)
+  explicit Planned(std::vector<AssemblyRecord> some, std::int64_t most = kMost)
       : records(std::move(some)), order(records.size(), -1) {
     Buffer<int> places;
     places.Borrow(order.data(), static_cast<std::int64_t>(order.size()));
     long const before = takenFromHeap;
-    plan = PlanAssembly(View(), places);
+    plan = PlanAssembly(View(), places, most);
     blocks = takenFromHeap - before;
   }
 
@@ -109,6 +109,52 @@ TEST(PlanAssembly, RefusesAListOfRowsThatIsNotTheOneThatArrives) {
   touched.mBegin = AssemblyRecord::kTouched;
   touched.mRows = 11;  // of 10
   EXPECT_EQ(Planned({Band(0, 5), touched}).plan.mFlaw, AssemblyFlaw::UNSOUND_RECORD);
+}
+
+// A band with more entries than half of what one call counts.
+AssemblyRecord Large(std::int64_t begin) {
+  AssemblyRecord record = Band(begin, 2);
+  record.mNnz = 1500000000;
+  return record;
+}
+
+std::vector<AssemblyRecord> OnReceiver(int receiver, std::vector<AssemblyRecord> records) {
+  for (AssemblyRecord& record : records)
+    record.mReceiver = receiver;
+  return records;
+}
+
+TEST(PlanAssembly, LetsEntriesGoInRoundsWhereBandsLieInTheOrderOfTheSeats) {
+  for (int const receiver : {kEverybody, 0}) {
+    Planned const planned(OnReceiver(receiver, {Large(0), Band(9, 0), Large(2), Band(6, 0)}));
+    EXPECT_EQ(planned.plan.mPath, AssemblyPath::BANDS);
+    EXPECT_EQ(planned.plan.mNnz, 3000000000);
+  }
+  EXPECT_FALSE(Planned(OnReceiver(1, {Large(2), Large(0), Large(4)})).plan.Refused());
+}
+
+TEST(PlanAssembly, RefusesMoreEntriesThanOneCallCountsInAnotherOrder) {
+  std::vector<Planned> const refused = {
+      Planned(OnReceiver(kEverybody, {Large(2), Large(0)})),
+      Planned(OnReceiver(1, {Large(0), Large(2)})), Planned({Large(0), Large(1)}),
+      Planned({Large(0), Large(2)}, std::numeric_limits<int>::max())};
+  for (Planned const& planned : refused) {
+    EXPECT_EQ(planned.plan.mFlaw, AssemblyFlaw::TOO_MANY_IN_ALL);
+    EXPECT_EQ(planned.plan.mProcess, 1);
+  }
+}
+
+TEST(PlanAssembly, LetsASingleProcessHaveWhatItsIndexTypeCounts) {
+  AssemblyRecord record = Band(AssemblyRecord::kList, 3000000000);
+  EXPECT_EQ(Planned({record}).plan.mPath, AssemblyPath::MERGE);
+  EXPECT_EQ(Planned({record}, std::numeric_limits<int>::max()).plan.mFlaw,
+            AssemblyFlaw::TOO_MANY_IN_ALL);
+  EXPECT_EQ(Planned({record, Band(0, 1)}).plan.mFlaw, AssemblyFlaw::TOO_MANY_IN_ALL);
+}
+
+TEST(CostOfUpdate, CountsACallForEachRound) {
+  Planned planned({Large(0), Large(2)});
+  EXPECT_EQ(CostOfUpdate(planned.plan, planned.View(), 0, sizeof(double), false).mCalls, 3);
 }
 
 // 2^59 rows of 8 columns of double have 2^65 bytes.

@@ -1,5 +1,6 @@
-// Assemblies in a library whose calls move at most 7 elements: what one call does not count is
-// refused on every process before anything large moves, the rest is put together.
+// Assemblies in a library whose calls move at most 7 elements: entries of plain bands go in
+// rounds, what else one call does not count is refused on every process before anything large
+// moves, and the rest is put together.
 
 #include "pavex/aggregator/rounds.h"
 #include "pavex/comm/local_comm.h"
@@ -46,6 +47,40 @@ TYPED_TEST(AssemblerOfFewPerCall, PutsTogetherWhatOneCallCountsAndRefusesTheRest
     if (this->HasFailure()) return;
     EXPECT_GE(done, 20) << ranks << " ranks: hardly any case is small";
     EXPECT_LE(done, kCases / 4 * 3) << ranks << " ranks: hardly any case is large";
+  }
+}
+
+// Two rows of two entries on each of three ranks: 12 entries take two rounds.
+TEST(BandsOfFewPerCall, GoInRoundsIfTheyLieInTheOrderOfTheSeats) {
+  LogLevel const silent(-1);
+  for (int const receiver : {0, kEverybody, 2}) {
+    LocalComm::Run(3, [receiver](std::shared_ptr<Comm> const& inner) {
+      LedgerPool pool;
+      auto const comm = std::make_shared<TraceComm>(inner);
+      Assembler<double, long> assembler(&pool);
+      long const offsets[] = {0, 2, 4};
+      long const cols[] = {0, 1, 0, 1};
+      double const first = 4.0 * comm->Rank();
+      double const values[] = {first, first + 1, first + 2, first + 3};
+      AssemblyRequest request;
+      request.mRows = 6;
+      request.mCols = 2;
+      request.mReceiver = receiver;
+      auto const band = Contribution<double, long>::Band(2L * comm->Rank(), 2);
+      PavexStatus const status = assembler.Gather(
+          comm, Contribution<double, long>(band).Csr(offsets, cols, values), request);
+      if (receiver == 2) {  // has the first seat and the last band
+        EXPECT_EQ(status, STATUS_NOT_SUPPORTED);
+        return;
+      }
+      ASSERT_EQ(status, STATUS_OK);
+      EXPECT_EQ(CompareCost(*comm, assembler.CostOfGather()), "");
+      if (assembler.Whole() == nullptr) return;
+      for (long k = 0; k < 12; ++k) {
+        EXPECT_EQ(assembler.Whole()->mValues.mData[k], static_cast<double>(k));
+        EXPECT_EQ(assembler.Whole()->mColIdx.mData[k], k % 2);
+      }
+    });
   }
 }
 
