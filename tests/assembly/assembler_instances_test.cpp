@@ -79,6 +79,24 @@ class EveryAssembler<Assembler<T, I>> : public testing::Test {
   }
 
   static void RunAll(std::shared_ptr<Comm> const& comm, int receiver, bool merge);
+
+  // Gathers on a single process whose nth allocation is refused, for each n that there is.
+  static void RefuseEachAllocation(bool merge) {
+    Piece const piece;
+    auto const comm = std::make_shared<SelfComm>();
+    for (int nth = 1;; ++nth) {
+      ASSERT_LT(nth, 50) << "it never succeeds";
+      LedgerPool pool;
+      Assembler<T, I> assembler(&pool);
+      EXPECT_EQ(assembler.Gather(nullptr, piece.Pass(0, merge), Request(0)),
+                STATUS_INVALID_VALUE);
+      pool.Fail(Fault::Once(nth, STATUS_OUT_OF_MEMORY));
+      PavexStatus const status = assembler.Gather(comm, piece.Pass(0, merge), Request(0));
+      EXPECT_EQ(assembler.Whole() != nullptr, status == STATUS_OK);
+      if (!pool.FaultStruck()) return;
+      EXPECT_EQ(status, STATUS_OUT_OF_MEMORY) << nth;
+    }
+  }
 };
 
 template <typename T, typename I>
@@ -134,6 +152,13 @@ TYPED_TEST(EveryAssembler, MovesBandsAndMergesRowsToAnyReceiver) {
       LocalComm::Run(
           3, [&](std::shared_ptr<Comm> const& comm) { this->RunAll(comm, receiver, merge); });
   }
+}
+
+TYPED_TEST(EveryAssembler, ReturnsTheStatusOfARefusedAllocation) {
+  CaptureStdout([this] {
+    for (bool const merge : {false, true})
+      this->RefuseEachAllocation(merge);
+  });
 }
 
 }  // namespace
