@@ -26,12 +26,13 @@ class AloneAmongPeers : public ::testing::Test {
   PoolBlock mAll{mPool, 40000 * mSize};
 
   std::vector<int> Counts(int count) const {
-    return std::vector<int>(static_cast<std::size_t>(mSize), count);
+    std::vector<int> counts(static_cast<std::size_t>(mSize), count);
+    return counts;
   }
   std::vector<int> Displs() const {
-    std::vector<int> displs;
+    std::vector<int> displs(static_cast<std::size_t>(mSize));
     for (int r = 0; r < mSize; ++r)
-      displs.push_back(r * 40000);
+      displs[static_cast<std::size_t>(r)] = r * 40000;
     return displs;
   }
 
