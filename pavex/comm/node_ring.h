@@ -130,9 +130,15 @@ static_assert(std::atomic<std::uint64_t>::is_always_lock_free, "works between pr
 // the terms are known to both sides.
 struct NodeRing {
   static constexpr int kSlots = 8;
+#ifdef PAVEX_NODE_SMALL_BYTES
+  static constexpr std::size_t kSmallBytes = PAVEX_NODE_SMALL_BYTES;
+#else
   static constexpr std::size_t kSmallBytes = 4096;
+#endif
 
-  static int SlotOf(std::uint64_t number) { return static_cast<int>(number % kSlots); }
+  static int SlotOf(std::uint64_t number) {
+    return static_cast<int>(number % kSlots);
+  }
 
   NodeNote offers[kSlots];
   NodeNote answers[kSlots];
