@@ -141,7 +141,6 @@ class PAVEX_API Aggregator : public AggregatorBase {
 
   // The same values over a communicator that moves runs: dense_runs.ipp.
   Runs PieceToSend(MatrixDense<T, I> const& local) const;
-  Runs PieceToFill(MatrixDense<T, I> const& local) const;
   PavexStatus GatherDenseRuns(MatrixDense<T, I> const& local, Buffer<T> const* place,
                               Buffer<T>& values);
   PavexStatus ScatterDenseRuns(MatrixDense<T, I> const* whole, MatrixDense<T, I> const& local);

@@ -28,12 +28,12 @@ bool AggregatorBase::ContiguousLocalSubmat(bool rowMajor) const {
   return mMode != DISTRIBUTED || PiecesAreInOrder(mPartition.type, rowMajor, mRows, mCols);
 }
 
-// Where no message is due, and for records that only the order of the ranks makes sense of
-// (pieces that meet, other numbers of entries than rows times columns), the values go the
-// ordinary way.
+// Runs move in a collective call, so the values of a holder go to rank 0 and back the ordinary
+// way: no other process takes part there. So do those of records that only the order of the
+// ranks makes sense of (pieces that meet, other numbers of entries than rows times columns).
 bool AggregatorBase::MovesRuns(bool rowMajor) const {
   if (!mComm->Strided() || mComm->Size() != mLocalInfos.mSize) return false;
-  if (mMode == CENTRALIZED_ONE) return mRoot != mSourceRank;
+  if (mMode == CENTRALIZED_ONE) return mRoot == kEverybody;
   if (mMode == CENTRALIZED_ALL) return true;
   if (!FillTheirShapes(mLocalInfos)) return false;
   return ContiguousLocalSubmat(rowMajor) ||

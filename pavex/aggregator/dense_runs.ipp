@@ -32,13 +32,6 @@ Runs Aggregator<T, I>::PieceToSend(MatrixDense<T, I> const& local) const {
   return {0, local.mValues.mSize, 1, local.mValues.mSize};
 }
 
-// What of the local array a scatter fills.
-template <typename T, typename I>
-Runs Aggregator<T, I>::PieceToFill(MatrixDense<T, I> const& local) const {
-  if (mMode == CENTRALIZED_ONE && !mLocalIsWhole) return {};
-  return AllRuns(local);
-}
-
 // Collects all pieces in `values`, which on a receiver has room for all entries, and views the
 // `place` where they are to end up if there is one.
 template <typename T, typename I>
@@ -71,7 +64,7 @@ PavexStatus Aggregator<T, I>::ScatterDenseRuns(MatrixDense<T, I> const* whole,
 
   Buffer<Runs> pieces;
   Buffer<T> values;
-  Runs filled = PieceToFill(local);
+  Runs filled = AllRuns(local);  // what of the local array arrives
   if (mIsReceiver) {
     status = ListWhole(*whole, local, filled, values, pieces);
     if (status != STATUS_OK) return status;

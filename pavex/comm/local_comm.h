@@ -47,9 +47,9 @@ class LocalGroup;
 // Failing. Every failure is STATUS_COMM_FAILED:
 //   - a rank or root outside 0 .. Size() - 1: at once, on this rank alone;
 //   - operations that meet but disagree (count, length of runs, type, reduction) or are wrong
-//     on some rank (negative count, negative number of runs, negative displacement of a piece
-//     that is not empty, unknown type, null buffer, in-place marker where it is not legal): on
-//     every rank that takes part; no data is moved;
+//     on some rank (negative count, any negative number in runs, negative displacement of a
+//     piece that is not empty, unknown type, null buffer, in-place marker where it is not
+//     legal): on every rank that takes part; no data is moved;
 //   - no memory for the plan of the copies: on every rank that takes part;
 //   - operations that can never meet. A rank that runs outside an operation may still do
 //     anything. A rank in Send or Recv can go on if its partner can; the ranks in one

@@ -17,8 +17,10 @@
 namespace Pavex {
 namespace {
 
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 // The matrices of the ranks of a job: those gathered, those with the values of an update, and
 // those that a scatter fills.
@@ -260,11 +262,35 @@ TEST(DenseRuns, AreNotUsedForPiecesThatMeet) {
   EXPECT_EQ(strided.lines, ordinary.lines);
 }
 
-TEST(DenseRuns, AreNotUsedWhereNothingTravels) {
-  Done const done = RunJob<StridedComm>(Jobs()[7]);
+// Only the holder and rank 0 take part there, and runs move in a call of all.
+TEST(DenseRuns, AreNotUsedBetweenAHolderAndRankZero) {
+  for (std::size_t const number : {5U, 6U, 7U}) {
+    Done const done = RunJob<StridedComm>(Jobs()[number]);
 
-  EXPECT_THAT(done.runCalls[0], IsEmpty());
-  EXPECT_THAT(done.runCalls[1], IsEmpty());
+    SCOPED_TRACE(Jobs()[number].name);
+    EXPECT_THAT(done.runCalls, Each(IsEmpty()));
+  }
+}
+
+// The update of a rank without a part in it is refused on that rank alone.
+TEST(DenseRuns, DoNotMakeAHolderWaitForOthers) {
+  LogLevel const silent(LOG_FATAL);
+  std::vector<PavexStatus> updates(3);
+  std::vector<PavexStatus> barriers(3);
+  LocalComm::Run(3, [&](std::shared_ptr<Comm> const& comm) {
+    auto const r = static_cast<std::size_t>(comm->Rank());
+    DensePiece<> local = r == 1 ? WholeShare(true) : EmptyShare(true);
+    MemoryPool pool;
+    Aggregator<double, int> aggregator(&pool);
+    EXPECT_EQ(aggregator.Gather(comm, local.matrix, true), STATUS_OK);
+    if (r == 2) local.matrix.mAttribute = 5;
+
+    updates[r] = aggregator.Update(local.matrix);
+    barriers[r] = comm->Barrier();
+  });
+
+  EXPECT_THAT(updates, ElementsAre(STATUS_OK, STATUS_OK, STATUS_MISMATCH));
+  EXPECT_THAT(barriers, Each(STATUS_OK));
 }
 
 // The array that a gathered matrix of all shows is the one to be filled, now with another
@@ -338,18 +364,19 @@ TEST(DenseRuns, ReadAnArrayThatTheCallerHasGivenToTheGatheredMatrixWithItsLeadin
 
 // A matrix of one row, row by row, has no distance from one row to the next.
 TEST(DenseRuns, DoNotPassOnTheLeadingDimensionOfASingleRun) {
-  Job const job{"one row", [](int) {
-                  DensePiece<> row = DenseBlock(1, 1, 1, 5, true);
-                  row.matrix.mLd = -1;
-                  return Pieces(EmptyShare(true), std::move(row));
-                }};
+  Job job{"one row", [](int) {
+            DensePiece<> row = DenseBlock(1, 1, 1, 5, true);
+            row.matrix.mLd = -1;
+            return Pieces(EmptyShare(true), std::move(row));
+          }};
+  job.toAll = true;
 
   Done const done = RunJob<StridedComm>(job);
 
   EXPECT_EQ(done.seen[0].gathered, (std::vector<double>{11, 12, 13, 14, 15}));
-  EXPECT_THAT(done.runCalls[1], ElementsAre("GatherRuns({0, 5, 1, 5}; root 0)",
-                                            "GatherRuns({0, 5, 1, 5}; root 0)",
-                                            "ScatterRuns({0, 5, 1, 5}; root 0)"));
+  ASSERT_THAT(done.runCalls[1], SizeIs(2));
+  EXPECT_THAT(done.runCalls[1],
+              Each("GatherRuns({0, 5, 1, 5}; {0, 0, 0, 0} {0, 5, 1, 5}; root -1)"));
 }
 
 // The statuses of rank 0 and the sorted lines of all ranks of a job whose calls fail from the

@@ -100,7 +100,7 @@ class Account {
         mDecision(decision),
         mValueBytes(cut.mWithValues ? bytes.mValue : 0),
         mIndexBytes(bytes.mIndex),
-        mMovesRuns(strided && IsDense(cut.mFormat) && Travels(decision, toAll)) {}
+        mMovesRuns(strided && IsDense(cut.mFormat) && InCollective(decision, toAll)) {}
 
   // Bytes of the arrays of a piece as the application holds it.
   long PieceBytes(PlanRank const& rank) const {
@@ -131,10 +131,9 @@ class Account {
   }
 
  private:
-  // Whether values go from one rank to another.
-  static bool Travels(PieceDecision const& decision, bool toAll) {
-    bool const one = decision.mMode == CENTRALIZED_ONE;
-    return decision.mMode == DISTRIBUTED || (one && (toAll || decision.mSource != 0));
+  // Whether values travel in calls of all ranks. From a holder to rank 0 they do not.
+  static bool InCollective(PieceDecision const& decision, bool toAll) {
+    return decision.mMode == DISTRIBUTED || (decision.mMode == CENTRALIZED_ONE && toAll);
   }
   bool ByRows() const {
     return mCut.mFormat == Format::CSR || mCut.mFormat == Format::DENSE_ROW;
