@@ -49,9 +49,8 @@ void Measure(Runner* runner, long n, Kind kind, long count, double limit) {
 }
 
 int Main(int argc, char** argv) {
-  Runner runner(
-      FileName("mpi_crowded_" + std::to_string(Size())),
-      "Gathers over " + std::string(kMpi) + " on " + std::to_string(Size()) + " processes");
+  Runner runner(FileName("mpi_crowded_" + std::to_string(Size())),
+                "Gathers over " + MpiName() + " on " + std::to_string(Size()) + " processes");
   if (Rank() == 0) runner.Parse(argc, argv);
   Runner* const mine = Rank() == 0 ? &runner : nullptr;
   for (Kind const kind : {Kind::GATHER, Kind::UPDATE})

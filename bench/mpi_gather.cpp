@@ -333,8 +333,8 @@ void MeasureDense(Runner* runner, long rows, long cols, double nodeLimit) {
 
 int Main(int argc, char** argv) {
   std::int64_t n = 160;
-  Runner runner(FileName("mpi_gather"), "Gathers over " + std::string(kMpi) + " on " +
-                                            std::to_string(Size()) + " processes");
+  Runner runner(FileName("mpi_gather"),
+                "Gathers over " + MpiName() + " on " + std::to_string(Size()) + " processes");
   runner.Option("n", n, "points along each edge of the 7-point operator, at most");
   if (Rank() == 0) runner.Parse(argc, argv);
   MPI_Bcast(&n, 1, MPI_INT64_T, 0, MPI_COMM_WORLD);

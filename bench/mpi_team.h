@@ -8,6 +8,7 @@
 #include "pavex/comm/node_pool.h"
 #include "pavex/pavex.h"
 
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <mpi.h>
@@ -21,17 +22,29 @@ constexpr bool kIsOpenMpi = true;
 #else
 constexpr bool kIsOpenMpi = false;
 #endif
-constexpr char const* kMpi = kIsOpenMpi ? "Open MPI" : "MPICH";
 
-// The greatest allowed ratio. It holds over Open MPI; over another MPI the ratio is reported
-// alone.
-constexpr double AtMost(double limit) {
-  return kIsOpenMpi ? limit : 0;
+// Whether Open MPI is told to copy long messages twice, through memory that both processes
+// share. By default the kernel copies them once, from one process to the other.
+inline bool CopiesTwice() {
+  char const* const mechanism = std::getenv("OMPI_MCA_btl_vader_single_copy_mechanism");
+  return kIsOpenMpi && mechanism != nullptr && std::string(mechanism) == "none";
+}
+
+inline std::string MpiName() {
+  if (!kIsOpenMpi) return "MPICH";
+  return CopiesTwice() ? "Open MPI without single copies" : "Open MPI";
+}
+
+// The greatest allowed ratio. It holds over Open MPI as it is by default; otherwise the ratio
+// is reported alone.
+inline double AtMost(double limit) {
+  return kIsOpenMpi && !CopiesTwice() ? limit : 0;
 }
 
 // The name of the JSON file of the benchmark `name`.
 inline std::string FileName(std::string const& name) {
-  return kIsOpenMpi ? name : name + "_mpich";
+  if (!kIsOpenMpi) return name + "_mpich";
+  return CopiesTwice() ? name + "_two_copies" : name;
 }
 
 inline int Rank() {

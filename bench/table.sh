@@ -35,8 +35,10 @@ brings the values in a new array and frees the old one, so its repetitions use t
 into one array; `UpdateInPlace` does not. A receiver of a million records sets them up, receives them,
 reads them once and writes the counts.
 
-The gathers over MPI run with Open MPI, then with MPICH, for which there are no limits. With more processes
-than cores the baseline is `MpiComm`. There a waiting process of MPICH keeps its core until its turn ends,
+The gathers over MPI run with Open MPI as it is by default, where the kernel copies long messages from one
+process to the other, and once more without that. Then they run with MPICH. Limits hold for the first. What
+NodeComm gains depends on how fast these copies of the kernel are on the machine. With more processes than
+cores the baseline is `MpiComm`. There a waiting process of MPICH keeps its core until its turn ends,
 so that messages take milliseconds; gathers to all, which take seconds, are left out. Two cores that copy at
 the same time share the memory of the machine: "memcpy by all at once" is the time in which each process
 copies its piece of an update into an array of its own, without any message.
