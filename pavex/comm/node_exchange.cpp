@@ -148,13 +148,15 @@ bool NodeExchange::Wait() {
   }
   if (now - mWatched > kTimePerWatch) {
     mWatched = now;
+    // What a peer has sent before it ended or went on is there now: it is taken first.
     int const ended = mLinks.FindEnded();
+    bool const missed = FindMissed();
+    if ((ended < 0 && !missed) || Pass()) return true;
     if (ended >= 0) {
       Abandon(ended);
       return false;
     }
-    // What a peer has sent before it went on is there now: it is taken first.
-    if (FindMissed() && !Pass()) FailMissed();
+    FailMissed();
   }
   sched_yield();
   return true;

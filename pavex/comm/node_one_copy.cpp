@@ -24,11 +24,12 @@ std::uint64_t NextGeneration() {
 }  // namespace
 
 NodeOneCopy::NodeOneCopy(NodeLinks& links, NodeExchange& exchange, std::vector<NodeVote>& votes,
-                         std::uint64_t sequence, NodePieces const& pieces,
-                         NodeRegion const& array, bool able)
+                         NodeOperation operation, std::uint64_t sequence,
+                         NodePieces const& pieces, NodeRegion const& array, bool able)
     : mLinks(links),
       mExchange(exchange),
       mVotes(votes),
+      mOperation(operation),
       mSequence(sequence),
       mPieces(pieces),
       mArray(array) {
@@ -70,7 +71,7 @@ char const* NodeOneCopy::TellOffer(Offer* offer) {
 NodeOneCopy::Offer NodeOneCopy::MakeOffer(bool known) {
   Offer offer;
   if (!mAble || mLinks.Arena().Views().IsOverwritten(mView.array)) return offer;
-  offer.layout = mPieces.Layout(mLinks.Size());
+  offer.layout = Layout();
   offer.begin = mView.array.offset % NodeHugePages::kBytes;
   if (known) offer.generation = mLinks.Arena().Views().Generation(mView.array, mView.group);
   if (offer.generation != 0) {
@@ -84,12 +85,17 @@ NodeOneCopy::Offer NodeOneCopy::MakeOffer(bool known) {
   return offer;
 }
 
+// The same on processes that are in the same operation and know the same sizes.
+std::uint64_t NodeOneCopy::Layout() const {
+  return mPieces.Layout(mLinks.Size()) ^ static_cast<std::uint64_t>(mOperation);
+}
+
 // Opens the window that was offered, unless this process has made it.
 void NodeOneCopy::Take(Offer const& offer) {
   mView.generation = offer.generation;
   mKnown = offer.known != 0;
   bool const pagesMeet = (mView.array.offset - offer.begin) % NodeWindow::kPageBytes == 0;
-  bool const fits = pagesMeet && offer.layout == mPieces.Layout(mLinks.Size());
+  bool const fits = pagesMeet && offer.layout == Layout();
   if (offer.generation == 0 || !mAble || !fits)
     mView.window.reset();
   else if (mKnown)

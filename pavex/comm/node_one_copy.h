@@ -29,14 +29,15 @@ struct NodeVote {
 // all of them are about to overwrite that block.
 class NodeOneCopy {
  public:
-  // Fewer bytes are cheaper to store for each process.
+  // Fewer bytes are cheaper to store for each process. An array has whole pages, and its block
+  // is not a small one.
   static constexpr std::uint64_t kLeast = std::uint64_t{4} << 20;
 
   // `votes`: one for each rank. `array`: all `pieces` together. `able`: whether they are one
   // array here, and this process can store its piece.
   NodeOneCopy(NodeLinks& links, NodeExchange& exchange, std::vector<NodeVote>& votes,
-              std::uint64_t sequence, NodePieces const& pieces, NodeRegion const& array,
-              bool able);
+              NodeOperation operation, std::uint64_t sequence, NodePieces const& pieces,
+              NodeRegion const& array, bool able);
 
   // Finds whether the processes of the group agree on a window; the same on all of them.
   // Collective over the group. Null, or the first reason of a failure.
@@ -63,6 +64,7 @@ class NodeOneCopy {
   char const* TellOffer(Offer* offer);
   Offer MakeOffer(bool known);
   void Take(Offer const& offer);
+  std::uint64_t Layout() const;
   NodeVote VoteOf(int rank) const;
   char const* TellVotes(Step step, bool complete);
   bool AllAgree() const;
@@ -71,6 +73,7 @@ class NodeOneCopy {
   NodeLinks& mLinks;
   NodeExchange& mExchange;
   std::vector<NodeVote>& mVotes;
+  NodeOperation mOperation;
   std::uint64_t mSequence;
   NodePieces const& mPieces;
   NodeRegion mArray;

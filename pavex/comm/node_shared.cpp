@@ -22,7 +22,7 @@ PavexStatus NodeComm::Shared::ShareAll(NodeOperation operation, NodeRegion const
   if (pieces.Bytes(links.Size()) >= NodeOneCopy::kLeast && links.Group().size() > 1) {
     NodeRegion const array = pieces.Together(links.Size());
     bool const able = array.Bytes() > 0 && piece.Bytes() == slot.Bytes();
-    NodeOneCopy copy(links, exchange, votes, sequence, pieces, array, able);
+    NodeOneCopy copy(links, exchange, votes, operation, sequence, pieces, array, able);
     PavexStatus const status = Report(copy.Agree(), call);
     if (status != STATUS_OK || copy.Agreed())
       return status != STATUS_OK ? status : StoreOnce(operation, piece, copy, call);

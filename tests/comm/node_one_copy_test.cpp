@@ -499,6 +499,25 @@ TEST_F(NodeOneCopyTest, SizesThatDifferFailAndShowNothing) {
   GatherAndExpect(whole, 2);
 }
 
+TEST_F(NodeOneCopyTest, OperationsThatDifferFailAlsoIfTheirSizesDoNot) {
+  PoolBlock whole(mPool, Whole());
+  auto const ranks = static_cast<std::size_t>(Size());
+  std::vector<int> const counts(ranks, Piece());
+  std::vector<int> places(ranks);
+  for (int r = 0; r < Size(); ++r)
+    places[static_cast<std::size_t>(r)] = static_cast<int>(Before(r));
+  PavexStatus status = STATUS_OK;
+  CaptureStdout([&] {
+    status = Rank() == 1 ? mComm->Allgatherv(mOwn.data(), Piece(), DATATYPE_BYTE, whole.Data(),
+                                             counts.data(), places.data(), DATATYPE_BYTE)
+                         : Gather(*mComm, whole.Data(), 1);
+  });
+
+  EXPECT_EQ(status, STATUS_COMM_FAILED);
+  EXPECT_FALSE(IsView(whole));
+  GatherAndExpect(whole, 2);
+}
+
 // One of them has too little for a window, and does not try to agree on one.
 TEST_F(NodeOneCopyTest, SizesOnBothSidesOfTheLeastFail) {
   PoolBlock whole(mPool, Whole());
