@@ -19,15 +19,11 @@ class AscendingRows {
   // Compressed rows whose entries lie from the offset `begin` up to `end`, `begin` < `end`.
   // Each column is below `limit`.
   AscendingRows(I const* offsets, I const* cols, I begin, I end, I limit)
-      : mOffsets(offsets),
-        mCols(Shifted(cols, begin)),
-        mBegin(begin),
-        mEnd(end),
-        mLimit(limit) {}
+      : mOffsets(offsets), mCols(cols), mBegin(begin), mEnd(end), mLimit(limit) {}
 
   // Whether the columns of the first row with entries ascend. It ends at the offset `end`.
   bool CheckFirst(I end) {
-    mSigns = static_cast<I>(mCols[mBegin] | BelowLimit(mCols[mEnd - 1]));
+    mSigns = static_cast<I>(mCols[0] | BelowLimit(mCols[mEnd - mBegin - 1]));
     return Descents(static_cast<I>(mBegin + 1), end) == 0;
   }
 
@@ -58,14 +54,6 @@ class AscendingRows {
   using U = std::make_unsigned_t<I>;
   static constexpr std::int64_t kAtOnce = 32;
 
-  // Where an array would begin whose element `begin` is the first one of `cols`. It need not be
-  // an address of anything, so it is not computed as a pointer.
-  static I const* Shifted(I const* cols, I begin) {
-    auto const shift = static_cast<std::uintptr_t>(begin) * sizeof(I);
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): a subtraction per entry costs more
-    return reinterpret_cast<I const*>(reinterpret_cast<std::uintptr_t>(cols) - shift);
-  }
-
   // Negative for a column at or above the limit. Columns below 0 are not looked at.
   I BelowLimit(I col) const {
     return static_cast<I>(static_cast<U>(mLimit) - 1 - static_cast<U>(col));
@@ -74,8 +62,8 @@ class AscendingRows {
   // How many of the entries from the offset `begin` up to `end` have no greater column than the
   // entry before.
   I Descents(I begin, I end) const {
-    I const* col = mCols + begin;
-    I const* const last = mCols + end;
+    I const* col = mCols + (begin - mBegin);
+    I const* const last = mCols + (end - mBegin);
     I ascents = 0;
     for (; last - col >= kAtOnce; col += kAtOnce) {
       I some = 0;
@@ -101,13 +89,12 @@ class AscendingRows {
 
   template <bool kSomeEmpty>
   I DescentsAtSome(I const* offsets, std::int64_t rows) {
-    I const* const firsts = mCols;
-    I const* const lasts = mCols - 1;
     I signs = 0;
     I descents = 0;
     for (std::int64_t r = 0; r < rows; ++r) {
-      I const first = firsts[offsets[r]];
-      I const last = lasts[offsets[r]];
+      I const at = static_cast<I>(offsets[r] - mBegin);
+      I const first = mCols[at];
+      I const last = mCols[at - 1];
       bool const counts = !kSomeEmpty || offsets[r] != offsets[r + 1];
       signs = static_cast<I>(signs | first | BelowLimit(last));
       descents = static_cast<I>(descents + (((first <= last) & counts) ? 1 : 0));
@@ -117,8 +104,8 @@ class AscendingRows {
   }
 
   I const* mOffsets;
-  I const* mCols;  // the element at an offset is the column of its entry
-  I mBegin;
+  I const* mCols;  // the first one is that of the entry at the offset mBegin
+  I mBegin;        // any number: an offset alone is not a distance within mCols
   I mEnd;
   I mLimit;
   I mSigns = 0;  // negative if a column is out of range

@@ -72,6 +72,25 @@ TYPED_TEST(AscendingRowsOf, AreFoundWithAnyLengthsAndBase) {
   }
 }
 
+// UndefinedBehaviorSanitizer would see an address beyond the array: 2^59 elements of 8 bytes
+// lie behind what an address counts, and those of 2^61 wrap.
+TYPED_TEST(AscendingRowsOf, HaveOffsetsFromAnyNumberOn) {
+  using I = TypeParam;
+  constexpr I kLeast = std::numeric_limits<I>::min();
+  constexpr I kMost = std::numeric_limits<I>::max();
+  constexpr int kRows = 600;
+  for (I const base : {kLeast, static_cast<I>(kMost / 16 + 1), static_cast<I>(kMost / 4 + 1),
+                       static_cast<I>(kMost - 3 * kRows)}) {
+    Rows<I> rows(base);
+    for (int row = 0; row < kRows; ++row)
+      rows.Add({1, 5, 9});
+    EXPECT_TRUE(rows.Ascend()) << base;
+
+    rows.cols[3 * 400 + 1] = 9;
+    EXPECT_FALSE(rows.Ascend()) << base;
+  }
+}
+
 TYPED_TEST(AscendingRowsOf, AreNotFoundOnceAnyColumnIsWrong) {
   using I = TypeParam;
   constexpr I kLeast = std::numeric_limits<I>::min();
