@@ -150,6 +150,28 @@ TYPED_TEST(AscendingRowsOf, AreNotFoundIfTheirEntriesCannotBeCounted) {
   EXPECT_FALSE(RowsAscend<I>(offsets.data(), 1, nullptr, I{kLimit}));
 }
 
+// Rows are read 256 at a time: here all of some of them are empty.
+TYPED_TEST(AscendingRowsOf, MayLieFarFromEachOther) {
+  using I = TypeParam;
+  for (int const leading : {0, 300}) {
+    for (bool const ascends : {true, false}) {
+      Rows<I> rows(0);
+      auto const addEmpty = [&rows](int count) {
+        for (int row = 0; row < count; ++row)
+          rows.Add({});
+      };
+      addEmpty(leading);
+      rows.Add({7});
+      addEmpty(600);
+      rows.Add({3});
+      addEmpty(600);
+      rows.Add(ascends ? std::vector<I>{2, 5} : std::vector<I>{5, 2});
+      addEmpty(300);
+      EXPECT_EQ(rows.Ascend(), ascends) << leading;
+    }
+  }
+}
+
 // AddressSanitizer would see a read behind the only entry.
 TYPED_TEST(AscendingRowsOf, AreNotReadBehindTheLastEntry) {
   using I = TypeParam;
