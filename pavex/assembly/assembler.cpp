@@ -58,7 +58,8 @@ void Assembler<T, I>::Clear() {
 }
 
 // Deletes the result of a gather, except what Describe says about one that is refused. The
-// communicator stays: the destruction of its last share may be collective.
+// communicator stays, because the destruction of its last share may be collective, and so do
+// the verdicts: with both, the next operation tells the others that nothing is gathered here.
 template <typename T, typename I>
 void Assembler<T, I>::Drop() {
   mStack.reset();
@@ -151,6 +152,20 @@ PavexStatus Assembler<T, I>::AgreeOn(AssemblyVerdict const& own, AssemblyOperati
   if (!found.Refused()) return STATUS_OK;
   return Refuse(ReasonOf(found, mVerdicts),
                 StatusOf(found.mFlaw, mVerdicts.mData[found.mProcess]));
+}
+
+// Refuses an operation on a process that has nothing gathered. Others may have: the last gather
+// failed here alone, or met another operation of theirs. So all learn it, if there has been
+// a gather.
+template <typename T, typename I>
+PavexStatus Assembler<T, I>::RefuseUngathered(AssemblyOperation operation) {
+  if (mVerdicts.mSize == 0) {
+    Log::Error("Gather should be executed first");
+    return STATUS_WRONG_ORDER;
+  }
+  AssemblyVerdict verdict;
+  verdict.Note(AssemblyFlaw::NOT_GATHERED, 0, 0, 0);
+  return Log::Report(AgreeOn(verdict, operation));
 }
 
 // Brings the rows and columns of all pieces to the receivers.

@@ -30,10 +30,14 @@ enum class Overlap {
 // Gather, Update, UpdateInPlace, Scatter and Collect are collective. Before anything large
 // moves, the processes tell each other what they found: if one refuses what it was given, or
 // has no room for it, all return the same status after the same line, which names the process,
-// the row and what to do. Four failures stay on their process alone, while others may wait for
-// it:
+// the row and what to do. So they do if the last gather of one has failed. Six failures stay on
+// their process alone, while others may wait for it:
 //
 // - an operation of the communicator fails;
+// - a gather is passed no usable communicator;
+// - a process calls another operation before any gather, after Clear, or after a gather without
+//   a usable communicator or without room for what it takes first: gather on all processes
+//   first;
 // - a process has no room for the 228 P bytes that a gather takes first, or for the 112 P bytes
 //   and the lengths of its rows that it takes after the processes have told each other;
 // - a receiver of a gather has no room for the rows and columns of the pieces, which it counts
@@ -94,8 +98,9 @@ class PAVEX_API Assembler {
 
   // Replaces the values of the whole by what the contributions of the gather have now: `values`
   // has those of the first block, `second` those of the second, in their order. Sends values
-  // only. STATUS_WRONG_ORDER on this process alone without a gather, STATUS_INVALID_VALUE on
-  // every process if an array is missing.
+  // only. STATUS_WRONG_ORDER on every process if the last gather of one has failed, and on this
+  // process alone without any gather. STATUS_INVALID_VALUE on every process if an array is
+  // missing.
   [[nodiscard]] PavexStatus Update(T const* values, T const* second = nullptr);
 
   // Like Update, but the values arrive in the array that the whole already has. Its address
@@ -109,7 +114,8 @@ class PAVEX_API Assembler {
   // has a row gets it. `whole`, with all rows and any number of columns, is read on receivers
   // only. `own` has the rows of the contribution and as many columns, and a value array, which
   // does not overlap that of `whole`. Both arrays reach to the last element of their shape. On
-  // a process without rows, any matrix without rows will do. STATUS_INVALID_VALUE and
+  // a process without rows, any matrix without rows will do. STATUS_WRONG_ORDER as for Update.
+  // STATUS_INVALID_VALUE and
   // STATUS_INCONSISTENT on every process if shapes do not fit, STATUS_NOT_SUPPORTED if the rows
   // of all processes have more elements than 2147483647 together.
   [[nodiscard]] PavexStatus Scatter(MatrixDense<T, I> const& whole, MatrixDense<T, I>& own);
@@ -172,6 +178,7 @@ class PAVEX_API Assembler {
   PavexStatus Agree(Contribution<T, I> const& own, AssemblyRequest const& request,
                     Parts& parts);
   PavexStatus AgreeOn(AssemblyVerdict const& own, AssemblyOperation operation);
+  PavexStatus RefuseUngathered(AssemblyOperation operation);
   PavexStatus Move(Contribution<T, I> const& own, Parts& parts);
   PavexStatus TakePiece(Parts& parts);
   PavexStatus GatherStack(Parts& parts);

@@ -44,6 +44,7 @@ enum class AssemblyFlaw : std::int16_t {
   DENSE_COLUMNS,     // columns of the whole dense matrix
   DENSE_LEADING,     // a leading dimension below the length of a run
   DENSE_SHORT,       // a value array that ends before the last element
+  NOT_GATHERED,      // its last gather has failed
   // What the processes show together.
   OTHER_SHAPE,
   OTHER_RECEIVER,

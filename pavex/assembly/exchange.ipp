@@ -240,10 +240,7 @@ void Assembler<T, I>::StackWhole(MatrixDense<T, I> const& whole, T* stacked) con
 
 template <typename T, typename I>
 PavexStatus Assembler<T, I>::Scatter(MatrixDense<T, I> const& whole, MatrixDense<T, I>& own) {
-  if (!mGathered) {
-    Log::Error("Gather should be executed first");
-    return STATUS_WRONG_ORDER;
-  }
+  if (!mGathered) return RefuseUngathered(AssemblyOperation::SCATTER);
   DenseParts parts;
   PavexStatus status = Log::Report(AgreeOnDense(whole, own, AssemblyOperation::SCATTER, parts));
   if (status != STATUS_OK) return status;
@@ -311,13 +308,10 @@ void Assembler<T, I>::AddStack(T const* stacked, Overlap overlap,
 template <typename T, typename I>
 PavexStatus Assembler<T, I>::Collect(MatrixDense<T, I> const& own, Overlap overlap,
                                      MatrixDense<T, I>& whole) {
-  if (!mGathered) {
-    Log::Error("Gather should be executed first");
-    return STATUS_WRONG_ORDER;
-  }
-  DenseParts parts;
   AssemblyOperation const operation = overlap == Overlap::ADD ? AssemblyOperation::COLLECT_ADD
                                                               : AssemblyOperation::COLLECT_ONCE;
+  if (!mGathered) return RefuseUngathered(operation);
+  DenseParts parts;
   PavexStatus status = Log::Report(AgreeOnDense(whole, own, operation, parts));
   if (status != STATUS_OK) return status;
   if (parts.mOwn.mAllocator != nullptr) {

@@ -103,6 +103,8 @@ void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& wor
     case AssemblyFlaw::DENSE_SHORT:
       return words.Say("Process %d passes %ld values%s; pass at least %ld.", p, found, of,
                        limit);
+    case AssemblyFlaw::NOT_GATHERED:
+      return words.Say("Process %d has gathered nothing; gather on all processes first.", p);
     case AssemblyFlaw::OTHER_COLUMNS:
       return words.Say(
           "Process %d passes %ld dense columns, process %ld passes %ld; pass as many.", p,
@@ -163,6 +165,8 @@ PavexStatus StatusOf(AssemblyFlaw flaw, AssemblyVerdict const& verdict) {
     case AssemblyFlaw::OTHER_COLUMNS:
     case AssemblyFlaw::OTHER_OPERATION:
       return STATUS_INCONSISTENT;
+    case AssemblyFlaw::NOT_GATHERED:
+      return STATUS_WRONG_ORDER;
     case AssemblyFlaw::TOO_MANY_IN_ALL:
     case AssemblyFlaw::TOO_MANY_DENSE:
     case AssemblyFlaw::TOO_MANY_ENTRIES:

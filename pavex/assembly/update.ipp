@@ -52,10 +52,7 @@ PavexStatus Assembler<T, I>::UpdateInPlace(T const* values, T const* second) {
 
 template <typename T, typename I>
 PavexStatus Assembler<T, I>::UpdateGathered(T const* const* given, bool inPlace) {
-  if (!mGathered) {
-    Log::Error("Gather should be executed first");
-    return STATUS_WRONG_ORDER;
-  }
+  if (!mGathered) return RefuseUngathered(AssemblyOperation::UPDATE);
   return BringValues(given, inPlace, STATUS_OK);
 }
 

@@ -4,6 +4,7 @@
 #include "pavex/comm/local_comm.h"
 #include "tests/assembly/mixed_operations.h"
 #include "tests/assembly/small_case.h"
+#include "tests/assembly/spoiled_input.h"
 #include "tests/support/capture.h"
 #include "tests/support/ledger_pool.h"
 #include "tests/support/log_level.h"
@@ -50,6 +51,36 @@ TEST(AssemblerAgreement, NamesTheProcessThatCallsAnotherOperationOnEveryProcess)
       ++lines;
     EXPECT_EQ(lines, 3U) << printed;
   }
+}
+
+// A gather of the pattern fails on its receiver alone if there is no room to make a whole.
+TEST(AssemblerAgreement, RefusesOnEveryProcessWhatFollowsAGatherThatFailedOnOne) {
+  SharedRows const rows;
+  double const values[] = {1, 2};
+  AssemblyRequest request = Square(3);
+  request.mWithValues = false;
+  std::string const printed = CaptureStdout([&] {
+    LocalComm::Run(3, [&](std::shared_ptr<Comm> const& comm) {
+      LedgerPool pool;
+      Assembler<double, int> assembler(&pool);
+      ASSERT_EQ(assembler.Gather(comm, rows.Pass(nullptr), request), STATUS_OK);
+      int last = 0;  // allocation of the gather
+      for (PoolEvent const& event : pool.Events())
+        last += event.kind == PoolEvent::TOOK ? 1 : 0;
+      bool const receives = comm->Rank() == 0;
+      if (receives) pool.Fail(Fault::Once(last, STATUS_OUT_OF_MEMORY));
+      ASSERT_EQ(assembler.Gather(comm, rows.Pass(nullptr), request),
+                receives ? STATUS_OUT_OF_MEMORY : STATUS_OK);
+
+      EXPECT_EQ(assembler.Update(values), STATUS_WRONG_ORDER);
+      EXPECT_EQ(assembler.Gather(comm, rows.Pass(nullptr), request), STATUS_OK);
+      EXPECT_EQ(assembler.Update(values), STATUS_OK);
+    });
+  });
+  EXPECT_EQ(CountOf("[ERROR] Process 0 has gathered nothing; gather on all processes first.\n",
+                    printed),
+            3)
+      << printed;
 }
 
 // Says that an exchange of records has succeeded, and brings none.

@@ -76,6 +76,19 @@ inline bool Differ(MixedOperation a, MixedOperation b) {
   return kind(a) != kind(b);
 }
 
+// Whether all operations but the gather succeed or, if some process has lost its whole, are
+// refused on every process. What is wrong on this process; empty if nothing is.
+inline std::string RunTheOthers(MixedProcess& process, bool lost) {
+  for (MixedOperation const operation : kMixedOperations) {
+    if (operation == MixedOperation::GATHER) continue;
+    PavexStatus const status = process.Run(operation);
+    if (status != (lost ? STATUS_WRONG_ORDER : STATUS_OK))
+      return "operation " + std::to_string(static_cast<int>(operation)) +
+             " afterwards: status " + std::to_string(status);
+  }
+  return {};
+}
+
 // After `gathers` good gathers, rank `odd` calls `its` while the others call `others`, which
 // differs. What is wrong on this process; empty if nothing is.
 inline std::string RunMixed(std::shared_ptr<Comm> const& comm, MemoryPool& pool,
@@ -93,6 +106,9 @@ inline std::string RunMixed(std::shared_ptr<Comm> const& comm, MemoryPool& pool,
   if (hasWhole != (gathered && comm->Rank() == 0)) return "the whole afterwards";
   if (hasWhole && hasEntries && process.Assembled().Whole()->mValues.mData[0] != 1)
     return "the values of the whole";
+  bool const lost = its == MixedOperation::GATHER || others == MixedOperation::GATHER;
+  std::string const wrong = RunTheOthers(process, lost);
+  if (!wrong.empty()) return wrong;
   if (process.Run(MixedOperation::GATHER) != STATUS_OK) return "the gather afterwards";
   return process.Run(MixedOperation::UPDATE) == STATUS_OK ? "" : "the update afterwards";
 }
