@@ -58,8 +58,9 @@ enum class Overlap {
 // Bytes of the pool at most, with i bytes an index and t a value. P: processes. n: entries of a
 // process. m: those that it sends, at most n. c: the columns between its first and its last. r:
 // the rows that it passes or, if that is more, those between its first and its last entry. Q,
-// M: rows and entries that all processes send. L: rows in all lists. R, C, N: rows, columns and
-// entries of the whole.
+// M: rows and entries that all processes send. L: rows in all lists, and the rows with entries
+// of each process that passes coordinates in fewer than half of the rows between its first and
+// its last entry. R, C, N: rows, columns and entries of the whole.
 //
 // - Every process: 340 P + i r, of which 330 P are kept until the next gather.
 // - A process that does not send its rows as they are, or whose columns neither ascend nor need

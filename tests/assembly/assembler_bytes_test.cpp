@@ -42,9 +42,10 @@ struct Bytes {
 using Pass = std::function<Own(int rank, Arrays& arrays)>;
 
 // Assembles onto rank 0 what `pass` makes for each rank.
-std::vector<Bytes> Measure(AssemblyRequest const& request, Pass const& pass) {
-  std::vector<Bytes> bytes(kRanks);
-  LocalComm::Run(static_cast<int>(kRanks), [&](std::shared_ptr<Comm> const& comm) {
+std::vector<Bytes> Measure(AssemblyRequest const& request, Pass const& pass,
+                           long ranks = kRanks) {
+  std::vector<Bytes> bytes(static_cast<std::size_t>(ranks));
+  LocalComm::Run(static_cast<int>(ranks), [&](std::shared_ptr<Comm> const& comm) {
     LedgerPool pool;
     Assembler<double, int> assembler(&pool);
     Arrays arrays;
@@ -169,6 +170,78 @@ TEST(AssemblerBytes, OfAListThatRepeatsOneRow) {
   ExpectBelow(bytes[0].kept, kKept + kIndex * (2 + rows) + kValue + kIndex * (2 + 2 * Q + 2),
               "kept");
   ExpectBelow(bytes[1].gather, kEach + kIndex * rows, "gather on the sender");
+}
+
+TEST(AssemblerBytes, OfEntriesThatTouchFewOfTheRowsBetweenThem) {
+  // Each of 16 processes has an entry in 2 of 5 rows, the same ones on all.
+  constexpr long ranks = 16;
+  constexpr long n = 1200;
+  constexpr long R = n / 2 * 5;
+  auto const pass = [](int /*rank*/, Arrays& a) {
+    for (int k = 0; k < n; ++k)
+      a.rows.push_back(k / 2 * 5 + k % 2);
+    a.cols.assign(n, 0);
+    a.values.assign(n, 1);
+    return Own().Coo(n, a.rows.data(), a.cols.data(), a.values.data());
+  };
+  std::vector<Bytes> const bytes = Measure(Shape(R, 1, false), pass, ranks);
+
+  constexpr long all = ranks * n;  // entries, rows that are sent, and elements of all lists
+  long const own = 340 * ranks + kIndex * R + kIndex * (5 * n + R + 1);
+  ExpectBelow(bytes[1].gather, own, "gather on a sender");
+  ExpectBelow(
+      bytes[0].gather,
+      own + kIndex * (n + R + all) + kIndex * all + kIndex * (3 * all + 2 * all + 3 * R + 1),
+      "gather on the receiver");
+}
+
+// The most that one rank takes for a scatter and for a collect of `columns` columns of bands
+// with `rows` rows. `gap`: elements behind each column of its own matrix.
+struct DenseBytes {
+  long scatter = 0;
+  long collect = 0;
+};
+
+std::vector<DenseBytes> MeasureDense(int rows, long columns, long gap) {
+  std::vector<DenseBytes> bytes(kRanks);
+  LocalComm::Run(static_cast<int>(kRanks), [&](std::shared_ptr<Comm> const& comm) {
+    using Dense = MatrixDense<double, int>;
+    LedgerPool pool;
+    Assembler<double, int> assembler(&pool);
+    long const all = kRanks * rows;
+    ASSERT_EQ(
+        assembler.Gather(comm, Own::Band(comm->Rank() * rows, rows), Shape(all, 1, false)),
+        STATUS_OK);
+    std::vector<double> ownValues(static_cast<std::size_t>((rows + gap) * columns));
+    std::vector<double> wholeValues(static_cast<std::size_t>((all + 1) * columns));
+    Dense own = Dense::Borrow(rows, columns, false, rows + gap, ownValues.data());
+    Dense whole = Dense::Borrow(all, columns, false, all + 1, wholeValues.data());
+    auto const most = [&pool](auto const& run) {
+      auto const before = pool.OutstandingBytes();
+      pool.RestartPeak();
+      EXPECT_EQ(run(), STATUS_OK);
+      return static_cast<long>(pool.PeakBytes() - before);
+    };
+    DenseBytes& mine = bytes[static_cast<std::size_t>(comm->Rank())];
+    mine.scatter = most([&] { return assembler.Scatter(whole, own); });
+    mine.collect = most([&] { return assembler.Collect(own, Overlap::ADD, whole); });
+  });
+  return bytes;
+}
+
+TEST(AssemblerBytes, OfDenseMatrices) {
+  constexpr long k = 5;
+  constexpr long rows = 400;
+  for (long const gap : {0, 1}) {
+    std::vector<DenseBytes> const bytes = MeasureDense(rows, k, gap);
+
+    long const own = gap == 0 ? 0 : kValue * k * rows;
+    long const receiver = own + kValue * k * kRanks * rows + 8 * kRanks;
+    ExpectBelow(bytes[0].scatter, receiver, "scatter on the receiver");
+    ExpectBelow(bytes[0].collect, receiver, "collect on the receiver");
+    ExpectBelow(bytes[1].scatter, own, "scatter elsewhere");
+    ExpectBelow(bytes[1].collect, own, "collect elsewhere");
+  }
 }
 
 TEST(AssemblerBytes, OfASingleProcessThatAddsItsOwnEntries) {
