@@ -44,8 +44,9 @@ enum class Overlap {
 //   only after the processes have told each other;
 // - a receiver of a gather without values has no room to make a whole of them.
 //
-// If a gather fails, nothing is gathered. If an update fails, the whole keeps its values. The
-// same holds if the pool or the communicator throws: the exception leaves the operation on this
+// If a gather fails, nothing is gathered. If an update fails, the whole keeps its values,
+// except that UpdateInPlace of bands may leave any values after a failed transfer. The same
+// holds if the pool or the communicator throws: the exception leaves the operation on this
 // process. std::bad_alloc leaves a gather in the same way if the heap has no room for two small
 // objects.
 //
