@@ -132,7 +132,7 @@ void AssemblyVerdict::NoteMissing(AssemblyArray array) noexcept {
 }
 
 void AssemblyVerdict::NoteStep(PavexStatus status) noexcept {
-  if (status == STATUS_OK) return;
+  if (status == STATUS_OK || !Flawless()) return;
   Note(AssemblyFlaw::FAILED_STEP, 0, 0, 0);
   mStatus = status;
 }

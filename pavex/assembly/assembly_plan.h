@@ -93,7 +93,7 @@ struct AssemblyVerdict {
             std::int64_t limit) noexcept;
   // Notes that an array is missing, unless there is a flaw.
   void NoteMissing(AssemblyArray array) noexcept;
-  // Notes that a step failed with `status`, unless that is STATUS_OK. There is no flaw yet.
+  // Notes that a step failed with `status`, unless that is STATUS_OK or there is a flaw.
   void NoteStep(PavexStatus status) noexcept;
   // Whether no flaw has been noted.
   bool Flawless() const { return mFlaw == static_cast<std::int16_t>(AssemblyFlaw::NONE); }

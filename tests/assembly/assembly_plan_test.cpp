@@ -72,6 +72,25 @@ struct Planned {
   }
 };
 
+TEST(AssemblyVerdict, KeepsItsFirstFlaw) {
+  AssemblyVerdict verdict;
+  verdict.NoteStep(STATUS_OK);
+  EXPECT_TRUE(verdict.Flawless());
+
+  verdict.Note(AssemblyFlaw::ROW_OUTSIDE, 1, 2, 3);
+  verdict.NoteStep(STATUS_OUT_OF_MEMORY);
+  verdict.NoteMissing(AssemblyArray::MAP);
+  EXPECT_EQ(verdict.mFlaw, static_cast<std::int16_t>(AssemblyFlaw::ROW_OUTSIDE));
+  EXPECT_EQ(verdict.mStatus, STATUS_OK);
+  EXPECT_EQ(verdict.mLimit, 3);
+
+  AssemblyVerdict failed;
+  failed.NoteStep(STATUS_OUT_OF_MEMORY);
+  failed.NoteStep(STATUS_MISMATCH);
+  EXPECT_EQ(failed.mFlaw, static_cast<std::int16_t>(AssemblyFlaw::FAILED_STEP));
+  EXPECT_EQ(failed.mStatus, STATUS_OUT_OF_MEMORY);
+}
+
 TEST(PlanAssembly, PlacesBandsByTheirBeginsAndEmptyOnesLastWithoutMemory) {
   Planned const planned({Band(7, 3), Band(0, 0), Band(2, 1), Band(9, 0), Band(0, 2)});
 
