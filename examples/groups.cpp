@@ -19,7 +19,9 @@ constexpr int kBegins[] = {6, 0, 0, 2};  // of the rows of each rank
 constexpr int kCounts[] = {3, 0, 2, 4};
 
 // The group of the ranks that take part, in the order of their keys; null on the others. Null
-// on a rank that takes part means that the split has failed.
+// on a rank that takes part means that the split has failed. The others do not see that, and
+// over MPI they would wait in the next split: a program that catches the exception lets all
+// ranks agree on the outcome first, or ends the job.
 std::shared_ptr<Pavex::Comm> Group(Pavex::LocalComm const& all, bool takesPart, int key) {
   auto group = all.Split(takesPart ? 0 : -1, key);
   if (takesPart && group == nullptr) throw std::runtime_error("the split has failed");
