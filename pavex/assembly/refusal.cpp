@@ -38,6 +38,15 @@ void SayNone(Words& words, int p, char const* line, AssemblyVerdict const& verdi
             static_cast<long>(verdict.mFound), NameOfPart(verdict.mPart), line);
 }
 
+// The pool of process `p` failed. Its own reasons may be other ones than that it is full.
+void SayFailedStep(PavexStatus status, int p, Words& words) {
+  if (status == STATUS_OUT_OF_MEMORY)
+    return words.Say("Process %d got no memory from its pool: %s; give it more.", p,
+                     PavexStatusStr(status));
+  words.Say("Process %d got no memory from its pool: %s; look there.", p,
+            PavexStatusStr(status));
+}
+
 // What process `p` found wrong with what it was given.
 void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& words) {
   long const at = verdict.mAt;
@@ -47,8 +56,7 @@ void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& wor
   char const* const of = NameOfPart(verdict.mPart);
   switch (flaw) {
     case AssemblyFlaw::FAILED_STEP:
-      return words.Say("Process %d got no memory from its pool: %s; give it more.", p,
-                       PavexStatusStr(verdict.mStatus));
+      return SayFailedStep(verdict.mStatus, p, words);
     case AssemblyFlaw::BAD_SHAPE:
       return words.Say("Process %d wants a whole of %ld x %ld; pass 0 to %ld.", p, at, found,
                        limit);

@@ -163,6 +163,19 @@ TEST(LinesOfARefusedArray, NameTheReasonInAnUpdate) {
   EXPECT_EQ(LinesOfRefusals(inPlace, gather), (Lines{Agreed(0, 2)}));
 }
 
+TEST(LinesOfARefusedArray, DoNotAskForMemoryIfThePoolFailsForAnotherReason) {
+  constexpr PavexStatus kOther = 4711;
+  TwoBlocks const blocks;
+  double const* const values = blocks.values.data();
+  Alone process;
+  ASSERT_EQ(process.Gather(blocks.Pass(), Square(4)), STATUS_OK);
+  process.pool.Fail(Fault::Once(1, kOther));
+
+  ExpectOutcome(Watch([&] { return process.assembler.Update(values, values); }), kOther,
+                "[ERROR] Process 0 got no memory from its pool: Unknown status; look there.\n" +
+                    StatusLines(2, kOther));
+}
+
 TEST(LinesOfARefusedArray, NameTheReasonInACollect) {
   TwoBlocks const blocks;
   auto const gather = [&](Alone& process) { return process.Gather(blocks.Pass(), Square(4)); };

@@ -78,7 +78,7 @@ TEST(APeerOfAnotherVersion, MayMissAnArrayOfAPartThatNoOneKnows) {
 }
 
 TEST(APeerOfAnotherVersion, IsRefusedAlsoIfItsStepFailedWithSuccess) {
-  ExpectReason("Process 1 got no memory from its pool: Success; give it more.",
+  ExpectReason("Process 1 got no memory from its pool: Success; look there.",
                [](AssemblyRecord& record) {
                  record.mFlaw = static_cast<std::int16_t>(AssemblyFlaw::FAILED_STEP);
                  record.mStatus = STATUS_OK;
