@@ -11,6 +11,7 @@
 #include <dirent.h>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <mpi.h>
 #include <string>
 
 namespace Pavex {
@@ -41,6 +42,15 @@ inline long Pss() {
     if (word == "Pss:" && sums >> amount) return amount;
   }
   return -1;
+}
+
+// Kilobytes of all processes together, once all have come here. Collective.
+inline long PssOfAll() {
+  MPI_Barrier(MPI_COMM_WORLD);
+  long const mine = Pss();
+  long all = 0;
+  MPI_Allreduce(&mine, &all, 1, MPI_LONG, MPI_SUM, MPI_COMM_WORLD);
+  return all;
 }
 
 // A block of a pool.

@@ -100,15 +100,6 @@ TYPED_TEST(NodeOffsetsTest, AreThoseOfAGatherOverMpi) {
 
 // --- Memory
 
-// Kilobytes of all processes together, once all have come here.
-long PssOfAll() {
-  MPI_Barrier(MPI_COMM_WORLD);
-  long const mine = Pss();
-  long all = 0;
-  MPI_Allreduce(&mine, &all, 1, MPI_LONG, MPI_SUM, MPI_COMM_WORLD);
-  return all;
-}
-
 // Seven entries in each row, as the 7-point operator has.
 struct Rows {
   Rows(int count, int rank, int size)

@@ -44,15 +44,6 @@ std::size_t CountWrong(PoolBlock& whole, int seed) {
   return CountWrong(whole.Data(), seed, 0, whole.Bytes());
 }
 
-// Kilobytes of all processes together, once all have come here.
-long PssOfAll() {
-  MPI_Barrier(MPI_COMM_WORLD);
-  long const mine = Pss();
-  long all = 0;
-  MPI_Allreduce(&mine, &all, 1, MPI_LONG, MPI_SUM, MPI_COMM_WORLD);
-  return all;
-}
-
 class NodeOneCopyTest : public ::testing::Test {
  protected:
   int Size() const { return mComm->Size(); }
