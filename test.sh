@@ -49,17 +49,29 @@ build() {
   fi
 }
 
+failed=()    # what failed: the rest runs all the same, and the exit code says so
+settings=()  # of the environment of the tests that run next
+
 # run PRESET CTEST-ARGUMENT...: runs the tests of build/PRESET. On a terminal ctest shows one line;
 # otherwise its lines on tests that begin or pass are left out. What failed comes at the end.
 run() {
   # One more test than processors: some wait, for a launcher or for each other.
-  local tests=(ctest --preset "$1" -j "$((jobs + 1))" --no-label-summary "${@:2}")
+  local tests=(env "${settings[@]}" ctest --preset "$1" -j "$((jobs + 1))" --no-label-summary
+    "${@:2}")
   if [ -t 1 ]; then
-    "${tests[@]}" --progress
+    "${tests[@]}" --progress || failed+=("build/$1")
   else
     "${tests[@]}" 2>&1 | grep --line-buffered -vE \
-      '^ +Start +[0-9]+: |^ *[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed +[0-9.]+ sec$'
+      '^ +Start +[0-9]+: |^ *[0-9]+/[0-9]+ Test +#[0-9]+: .* Passed +[0-9.]+ sec$' ||
+      failed+=("build/$1")
   fi
+}
+
+# finish: ends the script; exit code 1 if anything failed.
+finish() {
+  [ ${#failed[@]} = 0 ] && exit
+  echo "test.sh: failed: ${failed[*]}" >&2
+  exit 1
 }
 
 # count_faults PRESET: how many faults the last run injected.
@@ -73,7 +85,8 @@ if [ $coverage = ON ]; then
   build coverage coverage_tests
   find build/coverage -name '*.gcda' -delete
   run coverage -L '^(aggregator|assembly|comm|faults|fuzz|interop|matrix|mpi|property|runtime)$'
-  exec gcovr --config tests/gcovr.cfg
+  gcovr --config tests/gcovr.cfg || failed+=(gcovr)
+  finish
 fi
 # These trees run the whole suite with clang++ and the sanitizers, on two of the eight
 # instantiations, with fewer random cases, the faults of two ranks and no real matrices. With --all
@@ -95,17 +108,16 @@ else
   export PAVEX_PROPERTY_CASES=500
 fi
 build asan all -DPAVEX_TWO_INSTANCES=$two_instances -DPAVEX_SHARDS=$shards
-(
-  export OPENBLAS_NUM_THREADS=1  # otherwise each run of the command starts itself again, to set it
-  if [ $all = ON ]; then
-    export PAVEX_ONE_CASE_IN=4
-  else
-    unset PAVEX_MATRIX_DIR
-    export GTEST_FILTER='-FaultsAmongPeers*:FaultChains*Three*:FaultChains*Four*'
-  fi
-  # The faults of rounds are those of one call, injected again: the last tree has them.
-  run asan -LE '^(memory|package)$' "${address[@]}"
-)
+settings=(OPENBLAS_NUM_THREADS=1)  # otherwise each run of the command starts itself again, to set it
+if [ $all = ON ]; then
+  settings+=(PAVEX_ONE_CASE_IN=4)
+else
+  settings=(-u PAVEX_MATRIX_DIR "${settings[@]}"
+    'GTEST_FILTER=-FaultsAmongPeers*:FaultChains*Three*:FaultChains*Four*')
+fi
+# The faults of rounds are those of one call, injected again: the last tree has them.
+run asan -LE '^(memory|package)$' "${address[@]}"
+settings=()
 count_faults asan
 if [ $all = ON ]; then
   # Open MPI leaves memory behind at its end, so leaks are not looked for. The preset leaves out what
@@ -129,3 +141,4 @@ run mpich -L mpi "${few[@]}"
 build openmpi all -DPAVEX_PETSC_DIRS="$petsc" -DPAVEX_HYPRE=ON -DPAVEX_HYPRE_LIBRARIES="$hypre" \
   -DPAVEX_MUMPS=ON -DPAVEX_EVERY_FAULT=$all -DPAVEX_BENCH=$all
 run openmpi "${last[@]}"
+finish
