@@ -173,6 +173,8 @@ AssemblyPlan PlanAssembly(Records const& records, Buffer<int> const& order, std:
     if (!IsSound(record)) Refuse(plan, AssemblyFlaw::UNSOUND_RECORD, p);
     Count(record, p, limits, plan);
   }
+  if (records.mData[0].mBase != 0 && plan.mNnz == most)
+    Refuse(plan, AssemblyFlaw::TOO_MANY_FROM_1, records.mSize - 1);
   if (plan.Refused() || plan.mNnz == 0) return plan;
   bool const bands = OrderBands(records, order);
   if (!alone && !(bands && FollowSeats(records, order))) RefuseRounds(records, plan);

@@ -56,6 +56,7 @@ enum class AssemblyFlaw : std::int16_t {
   TOO_MANY_IN_ALL,  // entries or rows, beyond what a communicator counts
   TOO_MANY_DENSE,   // elements of a dense matrix, beyond that too
   UNSOUND_RECORD,   // a peer whose rows are not in the whole did not notice
+  TOO_MANY_FROM_1,  // entries: the last offset would be beyond the index type with base 1
 };
 
 // The arrays that can be missing.

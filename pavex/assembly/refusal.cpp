@@ -123,6 +123,9 @@ void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& wor
     case AssemblyFlaw::TOO_MANY_IN_ALL:
       return words.Say(
           "Up to process %d there are more than 2147483647 entries or rows; pass fewer.", p);
+    case AssemblyFlaw::TOO_MANY_FROM_1:
+      return words.Say(
+          "Up to process %d there is one entry more than base 1 counts; pass base 0.", p);
     case AssemblyFlaw::TOO_MANY_DENSE:
       return words.Say(
           "Process %d counts %ld x %ld elements, more than 2147483647; pass fewer columns.", p,
@@ -176,6 +179,7 @@ PavexStatus StatusOf(AssemblyFlaw flaw, AssemblyVerdict const& verdict) {
     case AssemblyFlaw::NOT_GATHERED:
       return STATUS_WRONG_ORDER;
     case AssemblyFlaw::TOO_MANY_IN_ALL:
+    case AssemblyFlaw::TOO_MANY_FROM_1:
     case AssemblyFlaw::TOO_MANY_DENSE:
     case AssemblyFlaw::TOO_MANY_ENTRIES:
       return STATUS_NOT_SUPPORTED;

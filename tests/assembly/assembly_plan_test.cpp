@@ -171,6 +171,33 @@ TEST(PlanAssembly, LetsASingleProcessHaveWhatItsIndexTypeCounts) {
   EXPECT_EQ(Planned({record, Band(0, 1)}).plan.mFlaw, AssemblyFlaw::TOO_MANY_IN_ALL);
 }
 
+// The last offset of a whole that counts from 1 is one more than its entries.
+TEST(PlanAssembly, RefusesAsManyEntriesAsTheIndexTypeCountsIfTheWholeCountsFrom1) {
+  constexpr std::int64_t kMostInt = std::numeric_limits<int>::max();
+  for (int const base : {0, 1}) {
+    for (std::int64_t const most : {kMostInt, kMost}) {
+      AssemblyRecord all = Band(0, 2);
+      all.mBase = base;
+      all.mNnz = most;
+      AssemblyRecord most1 = all;
+      --most1.mNnz;
+      AssemblyRecord one = Band(2, 1);
+      one.mBase = base;
+      AssemblyRecord overlapping = one;
+      overlapping.mBegin = overlapping.mOwnBegin = 0;
+      AssemblyFlaw const expected =
+          base == 0 ? AssemblyFlaw::NONE : AssemblyFlaw::TOO_MANY_FROM_1;
+      EXPECT_EQ(Planned({all}, most).plan.mFlaw, expected);
+      Planned const together({most1, one}, most);
+      EXPECT_EQ(together.plan.mFlaw, expected);
+      EXPECT_EQ(together.plan.mProcess, 1);
+      EXPECT_FALSE(Planned({most1}, most).plan.Refused());
+      if (most == kMost) continue;  // several processes send fewer
+      EXPECT_EQ(Planned({most1, overlapping}, most).plan.mFlaw, expected);
+    }
+  }
+}
+
 TEST(CostOfUpdate, CountsACallForEachRound) {
   Planned planned({Large(0), Large(2)});
   EXPECT_EQ(CostOfUpdate(planned.plan, planned.View(), 0, sizeof(double), false).mCalls, 3);

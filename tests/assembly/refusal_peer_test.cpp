@@ -11,6 +11,7 @@
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <limits>
 #include <memory>
 #include <string>
 #include <utility>
@@ -44,12 +45,13 @@ class OtherPeerComm : public TraceComm {
 };
 
 void ExpectReason(std::string const& reason, Change const& change,
-                  PavexStatus status = STATUS_INVALID_VALUE) {
+                  PavexStatus status = STATUS_INVALID_VALUE, int base = 0) {
   std::string const printed = CaptureStdout([&] {
     LocalComm::Run(2, [&](std::shared_ptr<Comm> const& comm) {
       LedgerPool pool;
       Assembler<double, int> assembler(&pool);
-      Input const input;
+      Input input;
+      input.request.mBase = base;
       auto const other = std::make_shared<OtherPeerComm>(comm, change);
       EXPECT_EQ(assembler.Gather(other, input.own, input.request), status);
       EXPECT_EQ(assembler.Describe(), reason);
@@ -90,6 +92,15 @@ TEST(APeerOfAnotherVersion, IsRefusedIfItSendsFewerEntriesThanNoneOrTooMany) {
     ExpectReason(
         "Up to process 1 there are more than 2147483647 entries or rows; pass fewer.",
         [entries](AssemblyRecord& record) { record.mNnz = entries; }, STATUS_NOT_SUPPORTED);
+}
+
+TEST(AWholeFromBase1, IsRefusedIfItsLastOffsetIsBeyondTheIndexType) {
+  ExpectReason(
+      "Up to process 1 there is one entry more than base 1 counts; pass base 0.",
+      [](AssemblyRecord& record) {
+        record.mNnz = std::numeric_limits<int>::max() - 2;  // rank 0 has 2
+      },
+      STATUS_NOT_SUPPORTED, 1);
 }
 
 TEST(APeerOfAnotherVersion, IsRefusedForTheFirstOfTwoReasons) {
