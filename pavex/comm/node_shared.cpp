@@ -19,20 +19,22 @@ PavexStatus NodeComm::Shared::ShareAll(NodeOperation operation, NodeRegion const
   NodeRegion const piece = own == nullptr ? slot : *own;
   // All ranks must come to the same result here: they know the same sizes, but each one has
   // places of its own.
+  PavexStatus agreed = STATUS_OK;
   if (pieces.Bytes(links.Size()) >= NodeOneCopy::kLeast && links.Group().size() > 1) {
     NodeRegion const array = pieces.Together(links.Size());
     bool const able = array.Bytes() > 0 && piece.Bytes() == slot.Bytes();
     NodeOneCopy copy(links, exchange, votes, operation, sequence, pieces, array, able);
-    PavexStatus const status = Report(copy.Agree(), call);
-    if (status != STATUS_OK || copy.Agreed())
-      return status != STATUS_OK ? status : StoreOnce(operation, piece, copy, call);
+    agreed = Report(copy.Agree(), call);
+    if (copy.Agreed()) return StoreOnce(operation, piece, copy, call);
     bool const inPlace = piece == slot;
-    links.MakeOrdinary(array, !inPlace);
+    if (agreed == STATUS_OK) links.MakeOrdinary(array, !inPlace);
   }
+  // Also where this group has failed: the others wait for its pieces.
+  bool const near = agreed == STATUS_OK;
   Begin(operation, 0, NodeCopier::SENDER);
-  if (own != nullptr) exchange.Keep(*own, slot);
-  TellOwnPiece(pieces, piece, true);
-  PavexStatus const status = Run(call);
+  if (own != nullptr && near) exchange.Keep(*own, slot);
+  TellOwnPiece(pieces, piece, near);
+  PavexStatus const status = RunAfter(agreed, call);
   if (links.Groups().size() == 1) return status;
   Begin(operation, 0, NodeCopier::SENDER);
   SpreadFarPieces(pieces, status == STATUS_OK);
@@ -73,7 +75,8 @@ void NodeComm::Shared::TellOwnPiece(NodePieces const& pieces, NodeRegion const& 
   }
 }
 
-// `complete`: whether this rank has all the pieces that it passes on.
+// `complete`: whether this rank has all the pieces that it passes on. If not, it sends nothing
+// of them: then it need not wait for an answer, which might never come.
 void NodeComm::Shared::SpreadFarPieces(NodePieces const& pieces, bool complete) {
   int const rank = links.Rank();
   int const group = links.To(rank).group;
@@ -86,8 +89,9 @@ void NodeComm::Shared::SpreadFarPieces(NodePieces const& pieces, bool complete) 
       continue;
     }
     exchange.Label(complete ? r : NodeExchange::kFailed);
+    NodeRegion const piece = complete ? pieces.Of(r) : NodeRegion::Of(pieces.data, 0);
     for (int const member : links.Group()) {
-      if (member != rank) exchange.Send(member, pieces.Of(r), pieces.type);
+      if (member != rank) exchange.Send(member, piece, pieces.type);
     }
   }
 }

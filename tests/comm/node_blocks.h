@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 #include <mpi.h>
 #include <string>
+#include <unistd.h>
 
 namespace Pavex {
 
@@ -52,6 +53,16 @@ inline long PssOfAll() {
   MPI_Allreduce(&mine, &all, 1, MPI_LONG, MPI_SUM, MPI_COMM_WORLD);
   return all;
 }
+
+// While it lives, the system ends this process, and so the job, after that many seconds: a wait
+// that does not end is a failure of its test.
+class TimeLimit {
+ public:
+  explicit TimeLimit(unsigned seconds) { alarm(seconds); }
+  TimeLimit(TimeLimit const&) = delete;
+  TimeLimit& operator=(TimeLimit const&) = delete;
+  ~TimeLimit() { alarm(0); }
+};
 
 // A block of a pool.
 class PoolBlock {

@@ -577,6 +577,27 @@ TEST_F(NodeOneCopyTest, AFailureKeepsThePieceThatIsInItsPlace) {
   EXPECT_EQ(CountWrong(whole, 3), 0U);
 }
 
+// The processes of another group wait for pieces of this one over MPI.
+TEST_F(NodeOneCopyTest, SizesOnBothSidesOfTheLeastFailInAllGroups) {
+  TimeLimit const limit(60);
+  PoolBlock whole(mPool, Whole());
+  for (int const largest : {2, 3}) {
+    NodeComm const groups(MPI_COMM_WORLD, largest);
+    for (int odd = 0; odd < Size(); ++odd) {
+      for (bool const oddHasLess : {true, false}) {
+        int const piece = (Rank() == odd) == oddHasLess ? Piece() / 2 : Piece();
+        PavexStatus status = STATUS_OK;
+        CaptureStdout([&] { status = Gather(groups, whole.Data(), 1, piece); });
+
+        EXPECT_EQ(status, STATUS_COMM_FAILED) << largest << " " << odd << " " << oddHasLess;
+        MPI_Barrier(MPI_COMM_WORLD);  // no further operation is needed to notice it
+        ASSERT_EQ(Gather(groups, whole.Data(), 2), STATUS_OK);
+        EXPECT_EQ(CountWrong(whole, 2), 0U);
+      }
+    }
+  }
+}
+
 TEST_F(NodeOneCopyTest, ARankThatHasLeftAnOperationOutIsNoticedInItsNextOne) {
   PoolBlock whole(mPool, Whole());
   for (int odd = 0; odd < Size(); ++odd) {
