@@ -94,9 +94,10 @@ void GatherCommand::Run(Ranks& ranks) const {
   bool const isBand =
       mOptions.mPartition != Partition::RANDOM && mOptions.mPartition != Partition::OVERLAP;
   auto const source = OpenSource(mOptions);
-  RefuseTooManyRanks(source->Whole(), mOptions, mOptions.mRanks);
-  if (!receives && isBand)
-    KeepOwnPiece(*source, mOptions, ranks);  // a receiver checks what arrives
+  bool const isAssembled = IsAssembled(mOptions);
+  if (!isAssembled) RefuseTooManyRanks(source->Whole(), mOptions, mOptions.mRanks);
+  if (!receives && isBand)  // a receiver checks what arrives
+    KeepOwnPiece(*source, mOptions, ranks, isAssembled);
   GatherResult const result = RunGather(*source, mOptions, ranks);
   if (ranks.FirstHere() == 0) Publish(result);
   if (!result.mReport.Verified())

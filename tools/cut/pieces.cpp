@@ -32,18 +32,30 @@ Band ChosenBand(long extent, int ranks, int rank, std::vector<long> const& cuts,
   return {first[0], first[1]};
 }
 
-Band CutBand(long extent, int ranks, int rank, std::vector<long> const& cuts,
-             char const* what) {
-  if (!cuts.empty()) return ChosenBand(extent, ranks, rank, cuts, what);
-  RefuseTooManyRanks(extent, ranks, what, "");
-  return {extent * rank / ranks, extent * (rank + 1) / ranks};
-}
-
 Piece Whole(Extent const& whole) {
   Piece piece;
   piece.mRowEnd = whole.mRows;
   piece.mColEnd = whole.mCols;
   piece.mEntryEnd = whole.mEntries;
+  return piece;
+}
+
+Band EqualBand(long extent, int ranks, int rank) {
+  return {extent * rank / ranks, extent * (rank + 1) / ranks};
+}
+
+Band CutBand(long extent, int ranks, int rank, std::vector<long> const& cuts,
+             char const* what) {
+  if (!cuts.empty()) return ChosenBand(extent, ranks, rank, cuts, what);
+  RefuseTooManyRanks(extent, ranks, what, "");
+  return EqualBand(extent, ranks, rank);
+}
+
+Piece RowBand(Extent const& whole, Band const& band) {
+  Piece piece = Whole(whole);
+  piece.mRowBegin = band.mBegin;
+  piece.mRowEnd = band.mEnd;
+  piece.mPartition = MatrixPartition::RowWise(band.mBegin);
   return piece;
 }
 
@@ -56,16 +68,16 @@ void RefuseTooManyRanks(long extent, int ranks, char const* what, std::string co
                    std::to_string(std::max(extent, 1L)) + orElse);
 }
 
+Piece CutRowsOrNone(Extent const& whole, std::vector<long> const& cuts, int ranks, int rank) {
+  return RowBand(whole, cuts.empty() ? EqualBand(whole.mRows, ranks, rank)
+                                     : ChosenBand(whole.mRows, ranks, rank, cuts, "rows"));
+}
+
 Piece CutPiece(Extent const& whole, CutOptions const& cut, int ranks, int rank) {
   Piece piece = Whole(whole);
   switch (cut.mPartition) {
-    case Partition::ROWS: {
-      Band const band = CutBand(whole.mRows, ranks, rank, cut.mCuts, "rows");
-      piece.mRowBegin = band.mBegin;
-      piece.mRowEnd = band.mEnd;
-      piece.mPartition = MatrixPartition::RowWise(band.mBegin);
-      break;
-    }
+    case Partition::ROWS:
+      return RowBand(whole, CutBand(whole.mRows, ranks, rank, cut.mCuts, "rows"));
     case Partition::COLUMNS: {
       Band const band = CutBand(whole.mCols, ranks, rank, cut.mCuts, "columns");
       piece.mColBegin = band.mBegin;

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <vector>
 
 namespace Pavex::Tool {
 
@@ -47,5 +48,9 @@ void RefuseTooManyRanks(long extent, int ranks, char const* what, std::string co
 // the bands [0, 1), [1, 4), [4, 9), [9, 10). Throws InputError if a band would have no rows
 // (columns, entries); one rank may have none.
 Piece CutPiece(Extent const& whole, CutOptions const& cut, int ranks, int rank);
+
+// The band of rows that CutPiece gives to `rank`. Without `cuts`, which become mCuts, bands may
+// have no rows: an Assembler takes them. Throws InputError for cuts that do not fit.
+Piece CutRowsOrNone(Extent const& whole, std::vector<long> const& cuts, int ranks, int rank);
 
 }  // namespace Pavex::Tool

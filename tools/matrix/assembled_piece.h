@@ -102,9 +102,7 @@ void AssembledPiece<T, I>::TakeRows(Extent const& whole, CutOptions const& optio
     mSharedBegin = whole.mRows;
     return;
   }
-  CutOptions byRows = options;
-  byRows.mPartition = Partition::ROWS;
-  auto const bandOf = [&](int r) { return CutPiece(whole, byRows, ranks, r); };
+  auto const bandOf = [&](int r) { return CutRowsOrNone(whole, options.mCuts, ranks, r); };
   mBand = bandOf(rank);
   mSharedBegin = mBand.mRowEnd;
   if (options.mPartition == Partition::OVERLAP) {

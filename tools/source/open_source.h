@@ -14,7 +14,9 @@ namespace Pavex::Tool {
 std::unique_ptr<Source> OpenSource(InputOptions const& options);
 
 // Forgets everything except the piece of the rank in this process, if it is the only rank here.
-// Throws InputError for pieces that cannot be cut.
-void KeepOwnPiece(Source& source, CutOptions const& options, Ranks const& ranks);
+// `isAssembled`: the pieces go to an Assembler, which takes bands of no rows. Throws InputError
+// for pieces that cannot be cut.
+void KeepOwnPiece(Source& source, CutOptions const& options, Ranks const& ranks,
+                  bool isAssembled = false);
 
 }  // namespace Pavex::Tool

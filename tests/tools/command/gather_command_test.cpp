@@ -131,6 +131,20 @@ TEST(GatherCommandLine, GathersThePatternOfAnyOwner) {
     ExpectVerified({"--generate", "poisson3d:4", "--partition", partition, "--no-values"});
 }
 
+// On 7 ranks: 3 rows, rows without an entry, and no rows at all.
+TEST(GatherCommandLine, LetsRanksHaveNoRowsWhereAnAssemblerGathers) {
+  TemporaryFolder folder;
+  std::string const banner = "%%MatrixMarket matrix coordinate real general\n";
+  std::string const one = folder.Write("one.mtx", banner + "5 5 1\n2 1 4\n");
+  std::string const none = folder.Write("none.mtx", banner + "0 5 0\n");
+
+  for (Words const& input : {Words{"--generate", "random:3"}, Words{one}, Words{none}})
+    for (Words const& how : {Words{"rows", "--receiver", "6"}, Words{"overlap", "--to", "all"},
+                             Words{"random", "--receiver", "5"}, Words{"overlap"}})
+      ExpectVerified(Join(Join(Join(input, {"--partition"}), how),
+                          {"--ranks", "7", "--format", "csr", "--updates", "1"}));
+}
+
 TEST(GatherCommandLine, GathersThePatternAlone) {
   for (char const* format : {"coo", "csr"})
     ExpectVerified({"--generate", "poisson3d:4", "--format", format, "--no-values"});

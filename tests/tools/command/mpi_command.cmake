@@ -85,6 +85,8 @@ endforeach()
 set(shared "csr of double with int indices, cut by rows, gathered on rank 0, over MPI with shared memory")
 command_job(over_shared_memory 2 succeeds ${shared} ${generated} --format csr --comm node)
 command_job(over_shared_memory.by_default 3 succeeds ${shared} ${generated} --format csr)
+command_job(receiver.few_rows 4 succeeds ${verified} --generate dense:2x2 --receiver 2 --updates 1)
+command_job(overlap 3 succeeds ${verified} ${generated} --format csr --partition overlap --receiver 1)
 command_job(held_elsewhere 4 succeeds ${verified} ${file} --partition one --holder 2)
 command_job(ranks 2 succeeds ${verified} ${generated} --ranks 2)
 command_job(local 1 succeeds "coo of double with int indices, cut by rows, gathered on rank 0"

@@ -72,6 +72,20 @@ TEST(CutPiece, CutsAtTheGivenPoints) {
   EXPECT_EQ(CutPiece(kWhole, By(Partition::COLUMNS, {6}), 2, 0).mColEnd, 6);
 }
 
+TEST(CutRowsOrNone, GivesSomeRanksNoRowsIfThereAreTooFew) {
+  long const begins[] = {0, 0, 1, 1, 2, 3};
+
+  for (int rank = 0; rank < 5; ++rank) {
+    Piece const piece = CutRowsOrNone(Extent{3, 7, 23}, {}, 5, rank);
+
+    EXPECT_EQ(piece.mRowBegin, begins[rank]);
+    EXPECT_EQ(piece.mRowEnd, begins[rank + 1]);
+    EXPECT_EQ(piece.Cols(), 7);
+  }
+  EXPECT_EQ(CutRowsOrNone(kWhole, {4}, 2, 1).mRowBegin, 4);
+  EXPECT_THROW(CutRowsOrNone(kWhole, {4, 4}, 3, 0), InputError);
+}
+
 TEST(CutPiece, RefusesCutsThatDoNotFit) {
   auto const cut = [](std::vector<long> const& cuts) {
     CutPiece(kWhole, By(Partition::ROWS, cuts), 3, 0);
