@@ -52,6 +52,7 @@ void NodeExchange::Begin(NodeOperation operation, std::uint64_t sequence, int la
   mMessages.clear();
   mKept = {};
   mFailed = false;
+  mMayStillReceive = false;
 }
 
 void NodeExchange::Send(int to, NodeRegion const& region, Datatype type) {
@@ -221,7 +222,9 @@ void NodeExchange::Abandon(int ended) {
     int done = 0;
     MPI_Cancel(&message.request);
     MPI_Test(&message.request, &done, MPI_STATUS_IGNORE);
-    if (done == 0) MPI_Request_free(&message.request);
+    if (done != 0) continue;
+    MPI_Request_free(&message.request);
+    mMayStillReceive |= !message.out;
   }
   mOpen = 0;
 }

@@ -68,6 +68,9 @@ class NodeExchange {
   // the node has ended.
   char const* Run();
 
+  // Whether MPI may still store into what the last Run was to receive, although it has ended.
+  bool MayStillReceive() const { return mMayStillReceive; }
+
  private:
   enum class Phase {
     WAITING,   // not offered, or not yet seen
@@ -155,6 +158,7 @@ class NodeExchange {
   std::chrono::steady_clock::time_point mProgressed;  // when this wait last let MPI work,
   std::chrono::steady_clock::time_point mWatched;     // and looked at the processes
   bool mFailed = false;
+  bool mMayStillReceive = false;
   char mReason[MPI_MAX_ERROR_STRING + 1] = "";
 };
 

@@ -51,6 +51,9 @@ class NodeOneCopy {
   // Collective over the group. Null, or the first reason of a failure.
   char const* WaitForAll(bool complete);
 
+  // Keeps the window's memory until the process ends: something may still arrive there. Local.
+  void KeepMapped() { mView.window->StayMapped(); }
+
   // Makes the array show what has been stored. Where the system refuses that, copies it. After
   // a failure the array is ordinary memory with undefined contents, except for a piece that was
   // in its place already. Local.

@@ -49,6 +49,7 @@ PavexStatus NodeComm::Shared::StoreOnce(NodeOperation operation, NodeRegion cons
   exchange.Keep(own, window.Of(links.Rank()));
   TellOwnPiece(window, own, false);
   PavexStatus const stored = Run(call);
+  if (exchange.MayStillReceive()) copy.KeepMapped();
   PavexStatus const status = ReportAfter(stored, copy.WaitForAll(stored == STATUS_OK), call);
   copy.Show(status == STATUS_OK);
   return status;

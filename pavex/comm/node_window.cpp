@@ -46,7 +46,7 @@ NodeWindow::NodeWindow(std::uint64_t begin, std::uint64_t bytes)
 
 // What lies at these addresses in a child that was forked is the child's own.
 NodeWindow::~NodeWindow() {
-  if (mBase != nullptr && mOwner == getpid()) munmap(mBase, mId.bytes);
+  if (mBase != nullptr && mOwner == getpid() && !mStaysMapped) munmap(mBase, mId.bytes);
   CloseFile();
 }
 

@@ -47,6 +47,9 @@ class NodeWindow {
   // MapMemoryFile does. False if the system refuses it.
   bool ShowAt(unsigned char* pages, std::uint64_t from, std::size_t bytes) const;
 
+  // Leaves the mapping to the process: MPI may still store into it.
+  void StayMapped() { mStaysMapped = true; }
+
   // For others to open the file, and for ShowAt.
   NodeFileId const& Id() const { return mId; }
   void CloseFile();
@@ -60,6 +63,7 @@ class NodeWindow {
   std::uint64_t mBegin;
   std::uint64_t mBytes;
   unsigned char* mBase = nullptr;
+  bool mStaysMapped = false;
 };
 
 }  // namespace Pavex
