@@ -96,8 +96,8 @@ fi
 # - the packages, because they build the library themselves;
 # - the lack of memory, because AddressSanitizer would report it first;
 # - most of the ways in which a call can fail among peers.
-# A process for each test would cost more than most of the tests, so each program runs in four
-# parts.
+# A process for each test would cost more than most of the tests, so without --all each program
+# runs in four parts.
 thread=() address=()
 if [ $all = ON ]; then
   two_instances=OFF shards=0
@@ -108,11 +108,12 @@ else
   export PAVEX_PROPERTY_CASES=500
 fi
 build asan all -DPAVEX_TWO_INSTANCES=$two_instances -DPAVEX_SHARDS=$shards
-settings=(OPENBLAS_NUM_THREADS=1)  # otherwise each run of the command starts itself again, to set it
+one_thread=OPENBLAS_NUM_THREADS=1  # otherwise each run of the command starts itself again, to set it
+settings=($one_thread)
 if [ $all = ON ]; then
   settings+=(PAVEX_ONE_CASE_IN=4)
 else
-  settings=(-u PAVEX_MATRIX_DIR "${settings[@]}"
+  settings=(-u PAVEX_MATRIX_DIR $one_thread
     'GTEST_FILTER=-FaultsAmongPeers*:FaultChains*Three*:FaultChains*Four*')
 fi
 # The faults of rounds are those of one call, injected again: the last tree has them.
@@ -134,11 +135,12 @@ unset PAVEX_PROPERTY_CASES
 few=() last=()
 if [ $all = OFF ]; then
   few=(-E '\.np[478]$|^mpi_assembly.*\.np3$')
-  last=(-E '^faults_test.FaultsAmongPeers.*OfFourRanks|^package.static_mpi.FetchContent$')
+  last=(-E '^package\.static_mpi\.FetchContent$')
 fi
 build mpich mpi_tests -DPAVEX_TOOLS=$all
 run mpich -L mpi "${few[@]}"
 build openmpi all -DPAVEX_PETSC_DIRS="$petsc" -DPAVEX_HYPRE=ON -DPAVEX_HYPRE_LIBRARIES="$hypre" \
-  -DPAVEX_MUMPS=ON -DPAVEX_EVERY_FAULT=$all -DPAVEX_BENCH=$all
+  -DPAVEX_MUMPS=ON -DPAVEX_EVERY_FAULT=$all -DPAVEX_BENCH=$all -DPAVEX_SHARDS=$shards
+[ $all = ON ] || settings=($one_thread 'GTEST_FILTER=-FaultsAmongPeers*OfFourRanks*')
 run openmpi "${last[@]}"
 finish

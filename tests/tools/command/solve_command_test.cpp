@@ -98,6 +98,19 @@ INSTANTIATE_TEST_SUITE_P(All, SolveCommand,
                            return std::string(cut.param.format) + "_" + cut.param.partition;
                          });
 
+// The program starts itself again then, to set the number.
+TEST(SolveStart, NeedsNoNumberOfBlasThreads) {
+  char const* const variable = "OPENBLAS_NUM_THREADS";
+  char const* const value = std::getenv(variable);
+  std::string const kept = value == nullptr ? "" : value;
+  unsetenv(variable);
+
+  Json const report = Solve({"--generate", "convection2d:5", "--ranks", "2"});
+
+  if (value != nullptr) setenv(variable, kept.c_str(), 1);
+  ExpectAccurate(report, 1, 1e-15, 1e-15);
+}
+
 TEST(SolveReport, SaysHowTheMatrixWasRead) {
   Words const words = {"--generate", "random:30", "--ranks", "2"};
 
