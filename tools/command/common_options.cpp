@@ -89,7 +89,7 @@ void AddCommon(CLI::App& command, GatherOptions& options, CommonWords& words,
       "process); without it node under a launcher of MPI jobs, else local");
   addWord("--format", words.mFormat, formats);
   addWord("--partition", words.mPartition,
-          "rows, columns, entries, one, all, random or overlap");
+          "rows, columns, entries, one or all; pavex gather alone: random or overlap");
   command
       .add_option("--cuts", options.mCuts,
                   "Where each piece except the first begins; default: pieces of equal size")

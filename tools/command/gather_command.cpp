@@ -47,15 +47,15 @@ constexpr char const* kExamples =
     "\n--generate takes poisson2d:N, poisson3d:N, convection2d:N and convection3d:N (N points\n"
     "on each side of a grid), random:N (sparse with a few full rows) and dense:ROWSxCOLS.\n"
     "--partition cuts coo by rows, columns or entries, csr by rows, csc by columns, and dense\n"
-    "by rows or columns. The words random and overlap deal the rows of coo or csr out at "
-    "random,\n"
-    "or give each rank rows of the next one as well; what overlaps is added. The numbers of "
-    "rows (columns, entries) of two pieces differ by at\n"
-    "most one. The words one and all give the whole matrix to one rank or to every rank.\n"
+    "by rows or columns. The numbers of rows (columns, entries) of two pieces differ by at\n"
+    "most one. The words one and all give the whole matrix to one rank or to every rank. The\n"
+    "word random deals the rows of coo or csr out at random. The word overlap gives each rank\n"
+    "rows of the next one as well; what overlaps is added.\n"
     "A matrix has at most 2147483647 rows and columns, and so many entries in csr and csc "
     "with\n"
     "--index int.\n"
-    "Entries that a file repeats stay apart in sparse formats; dense formats add them up.\n";
+    "Entries that a file repeats stay apart in sparse formats. Dense formats add them up, and\n"
+    "so do random, overlap and a --receiver other than 0.\n";
 
 class GatherCommand final : public Subcommand {
  public:

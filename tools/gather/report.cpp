@@ -76,9 +76,9 @@ std::string Head(GatherReport const& report) {
   text += report.mInput;
   Append(text, ": %ld x %ld, %ld entries, %s\n", report.mWhole.mRows, report.mWhole.mCols,
          report.mWhole.mEntries, report.mField.c_str());
-  Append(text, "%s of %s%s with %s indices, %s, gathered on %s", NameOf(options.mFormat),
-         options.mWithValues ? "" : "the pattern without ", NameOf(report.mValue),
-         NameOf(options.mIndex), Cut(options.mPartition).c_str(),
+  Append(text, "%s of %s with %s indices, %s%s, gathered on %s", NameOf(options.mFormat),
+         NameOf(report.mValue), NameOf(options.mIndex), Cut(options.mPartition).c_str(),
+         options.mWithValues ? "" : ", the pattern alone",
          options.mToAll ? "every rank" : ("rank " + std::to_string(options.mReceiver)).c_str());
   if (report.mComm != CommKind::LOCAL) text += ", over MPI";
   if (report.mComm == CommKind::NODE) text += " with shared memory";

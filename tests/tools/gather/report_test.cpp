@@ -75,6 +75,14 @@ TEST(Report, ShowsPiecesArrivalsAndRates) {
   EXPECT_THAT(text, HasSubstr("gather          2.000       4.000      2.00\n"));
 }
 
+TEST(Report, SaysThatThePatternAloneWasGathered) {
+  GatherReport report = TwoRanks();
+  report.mOptions.mWithValues = false;
+
+  EXPECT_THAT(InText(report), HasSubstr("csr of double with int indices, cut by rows, the "
+                                        "pattern alone, gathered on rank 0\n"));
+}
+
 TEST(Report, ShowsEveryRankOfManyOnRequestAlone) {
   GatherReport report = TwoRanks();
   report.mRanks.resize(1000, report.mRanks[1]);
