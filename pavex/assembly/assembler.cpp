@@ -233,8 +233,10 @@ PavexStatus Assembler<T, I>::GatherStack(Parts& parts) {
   mSent.PlaceIn(mPlan.mRows, mRequest.mCols, MatrixPartition::RowWise(begin));
 
   mStack.emplace(mPool);
-  bool const all = mRequest.mReceiver == kEverybody;
-  status = all ? mStack->Allgather(comm, mSent, false) : mStack->Gather(comm, mSent, false);
+  if (mRequest.mReceiver == kEverybody)
+    status = mStack->Allgather(comm, mSent, false);
+  else
+    status = mStack->Gather(comm, mSent, false);
   mSent.mRowPtr = Buffer<I>();
   mSent.mColIdx = Buffer<I>();
   if (Log::Report(status) != STATUS_OK) return status;

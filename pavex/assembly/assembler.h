@@ -91,7 +91,8 @@ class PAVEX_API Assembler {
   // processes. Deletes an earlier result first. `own` and its arrays are not needed afterwards.
   // STATUS_INVALID_VALUE for a row, column or argument outside its range and for a missing
   // array, STATUS_INCONSISTENT for requests that differ, STATUS_NOT_SUPPORTED for more entries
-  // or rows in all than 2147483647, all of them on every process. A single process may have
+  // or rows in all than 2147483647, all of them on every process; from base 1, I = int counts
+  // one entry fewer. A single process may have
   // more, and so may the entries of bands in rank order, if rank 0 or everybody receives.
   // STATUS_INVALID_VALUE on this process alone without a usable communicator.
   [[nodiscard]] PavexStatus Gather(std::shared_ptr<Comm> const& comm,

@@ -3,6 +3,7 @@
 #include "pavex/aggregator/local_info.h"
 #include "pavex/assembly/ascending_rows.h"
 #include "pavex/assembly/plan_assembly.h"
+#include "pavex/runtime/wrapping.h"
 
 #include <algorithm>
 #include <limits>
@@ -163,6 +164,18 @@ void CheckBlock(ContributionPattern<I> const& own, int at, bool hasValues,
 }
 
 }  // namespace
+
+template <typename I>
+std::int64_t EntriesOf(ContributionPattern<I> const& own, int block) {
+  BlockPattern<I> const& pattern = own.mBlock[block];
+  if (!pattern.mCompressed) return pattern.mNnz;
+  if (own.mRows == 0) return 0;
+  return WrappingSub(std::int64_t{pattern.mOffsets[own.mRows]},
+                     std::int64_t{pattern.mOffsets[0]});
+}
+
+template std::int64_t EntriesOf<int>(ContributionPattern<int> const&, int);
+template std::int64_t EntriesOf<long>(ContributionPattern<long> const&, int);
 
 template <typename I>
 CheckFindings CheckContribution(ContributionPattern<I> const& own, bool const* hasValues,

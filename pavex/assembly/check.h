@@ -4,7 +4,6 @@
 
 #include "pavex/assembly/assembly_plan.h"
 #include "pavex/assembly/contribution.h"
-#include "pavex/runtime/wrapping.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -14,13 +13,7 @@ namespace Pavex {
 // Entries of block `block`. The offsets of compressed rows must have been checked. Negative if
 // there are more than 64 bits count.
 template <typename I>
-std::int64_t EntriesOf(ContributionPattern<I> const& own, int block) {
-  BlockPattern<I> const& pattern = own.mBlock[block];
-  if (!pattern.mCompressed) return pattern.mNnz;
-  if (own.mRows == 0) return 0;
-  return WrappingSub(std::int64_t{pattern.mOffsets[own.mRows]},
-                     std::int64_t{pattern.mOffsets[0]});
-}
+std::int64_t EntriesOf(ContributionPattern<I> const& own, int block);
 
 // The row of the whole that row `row` of the process is.
 template <typename I>
@@ -28,12 +21,11 @@ std::int64_t GlobalRow(ContributionPattern<I> const& own, std::int64_t row) {
   return own.mListed ? std::int64_t{own.mRowList[row]} : own.mBegin + row;
 }
 
-// The elements of an array lie from mFirst to mLast. Empty if nothing is known.
+// The elements of an array lie from mFirst to mLast. Empty if there are none.
 struct Range {
   std::int64_t mFirst = 0;
   std::int64_t mLast = -1;
 
-  bool IsKnown() const { return mFirst <= mLast; }
   // The numbers from mFirst to mLast. Call it for elements that have been checked; others may
   // lie too far apart to be counted.
   std::int64_t Count() const { return mLast - mFirst + 1; }
@@ -67,6 +59,8 @@ CheckFindings CheckContribution(ContributionPattern<I> const& own, bool const* h
                                 AssemblyRequest const& request, int processes,
                                 AssemblyRecord& record);
 
+extern template std::int64_t EntriesOf<int>(ContributionPattern<int> const&, int);
+extern template std::int64_t EntriesOf<long>(ContributionPattern<long> const&, int);
 extern template CheckFindings CheckContribution<int>(ContributionPattern<int> const&,
                                                      bool const*, AssemblyRequest const&, int,
                                                      AssemblyRecord&);

@@ -44,7 +44,7 @@ class PieceBuilder {
     mRecord.mRows = mOwn.mRows;
     mRecord.mNnz = nnz;
     mRecord.mBegin = mOwn.mBegin;
-    if (!mOwn.mListed || mOwn.mRows == 0) return;
+    if (!mOwn.mListed) return;
     I const* const list = mOwn.mRowList;
     bool band = true;
     for (std::int64_t i = 1; i < mOwn.mRows && band; ++i)
@@ -126,8 +126,8 @@ class PieceBuilder {
 
   // Room for `rows` rows, and a merger of the columns.
   PavexStatus PrepareMerge(RowMerger<I>& merger) {
-    bool const isKnown = mFound.mCols.IsKnown() && mCols.mAllocator == nullptr;
-    Range const range = isKnown ? mFound.mCols : RangeOf(mCols.mData, mRecord.mGiven);
+    bool const asPassed = mCols.mAllocator == nullptr;
+    Range const range = asPassed ? mFound.mCols : RangeOf(mCols.mData, mRecord.mGiven);
     PavexStatus status = Take(mPiece.mSlots, mRecord.mGiven);
     if (status == STATUS_OK) status = Take(mPiece.mCols, mRecord.mGiven);
     if (status != STATUS_OK) return status;
@@ -238,8 +238,8 @@ class PieceBuilder {
     PavexStatus status = FlattenRows();
     if (status == STATUS_OK) status = FindRuns();
     if (status != STATUS_OK) return status;
-    bool const isKnown = mFound.mRows.IsKnown() && mRows.mAllocator == nullptr;
-    Range const range = isKnown ? mFound.mRows : RangeOf(mRows.mData, mRecord.mGiven);
+    bool const asPassed = mRows.mAllocator == nullptr;
+    Range const range = asPassed ? mFound.mRows : RangeOf(mRows.mData, mRecord.mGiven);
     Buffer<I> order;
     status = SortByRows(range, order);
     mRows = Buffer<I>();

@@ -80,6 +80,16 @@ class EveryAssembler<Assembler<T, I>> : public testing::Test {
 
   static void RunAll(std::shared_ptr<Comm> const& comm, int receiver, bool merge);
 
+  static void RefuseUngathered() {
+    LedgerPool pool;
+    Assembler<T, I> assembler(&pool);
+    Dense own;
+    Dense whole;
+    EXPECT_EQ(Update(assembler, 1, false), STATUS_WRONG_ORDER);
+    EXPECT_EQ(assembler.Scatter(whole, own), STATUS_WRONG_ORDER);
+    EXPECT_EQ(assembler.Collect(own, Overlap::ADD, whole), STATUS_WRONG_ORDER);
+  }
+
   // Gathers on a single process whose nth allocation is refused, for each n that there is.
   static void RefuseEachAllocation(bool merge) {
     Piece const piece;
@@ -152,6 +162,10 @@ TYPED_TEST(EveryAssembler, MovesBandsAndMergesRowsToAnyReceiver) {
       LocalComm::Run(
           3, [&](std::shared_ptr<Comm> const& comm) { this->RunAll(comm, receiver, merge); });
   }
+}
+
+TYPED_TEST(EveryAssembler, RefusesEveryOperationBeforeAGather) {
+  CaptureStdout([this] { this->RefuseUngathered(); });
 }
 
 TYPED_TEST(EveryAssembler, ReturnsTheStatusOfARefusedAllocation) {

@@ -89,6 +89,23 @@ TEST(AssemblerUpdateInPlace, KeepsTheArrayOfASingleProcessAndTakesNothing) {
   EXPECT_EQ(List(assembler.Whole()->mValues), second);
 }
 
+TEST(AssemblerUpdateInPlace, TakesAnArrayIfTheWholeHasOneOfAnotherLength) {
+  SharedRows const rows;
+  LedgerPool pool;
+  Assembler<double, int> assembler(&pool);
+  std::vector<double> const first = {1, 2};
+  std::vector<double> const second = {3, 4};
+  ASSERT_EQ(assembler.Gather(std::make_shared<SelfComm>(), rows.Pass(first.data()), Square(3)),
+            STATUS_OK);
+  Buffer<double> other;
+  ASSERT_EQ(pool.Get(other, 1), STATUS_OK);
+  other.Swap(assembler.Whole()->mValues);
+  ASSERT_EQ(assembler.UpdateInPlace(second.data()), STATUS_OK);
+
+  EXPECT_EQ(List(assembler.Whole()->mValues), second);
+  EXPECT_EQ(List(other), first);
+}
+
 TEST(AssemblerUpdateInPlace, TakesAnArrayAfterAGatherOfThePattern) {
   SharedRows const rows;
   OnRanks(2, [&rows](auto const& comm, Assembler<double, int>& assembler) {

@@ -1,6 +1,7 @@
 // The decision of an assembly and its price, from records alone: those of peers may contain any
 // bytes, and neither takes memory.
 
+#include "pavex/aggregator/local_info.h"
 #include "pavex/assembly/plan_assembly.h"
 
 #include <atomic>
@@ -201,6 +202,24 @@ TEST(PlanAssembly, RefusesAsManyEntriesAsTheIndexTypeCountsIfTheWholeCountsFrom1
 TEST(CostOfUpdate, CountsACallForEachRound) {
   Planned planned({Large(0), Large(2)});
   EXPECT_EQ(CostOfUpdate(planned.plan, planned.View(), 0, sizeof(double), false).mCalls, 3);
+}
+
+// Of 3 processes, one has a band, one a list of 3 rows, and one entries in 2 rows.
+TEST(CostOfPattern, CountsACallForEachKindOfList) {
+  AssemblyRecord touched = Band(0, 0);
+  touched.mBegin = AssemblyRecord::kTouched;
+  touched.mRows = touched.mNnz = 2;
+  Planned planned({Band(0, 5), Band(AssemblyRecord::kList, 3), touched});
+  auto const cost = [&planned](int rank) {
+    return CostOfPattern(planned.plan, planned.View(), rank, sizeof(int), false);
+  };
+  std::int64_t const records = 112 + sizeof(MatrixLocalInfo);
+  EXPECT_EQ(cost(0).mCalls, 6);
+  EXPECT_EQ(cost(0).mBytesOut, records + 4 * (5 + 5));
+  EXPECT_EQ(cost(1).mBytesOut, records + 4 * (3 + 3 + 3));
+  EXPECT_EQ(cost(2).mBytesOut, records + 4 * (2 + 2 + 2));
+  EXPECT_EQ(cost(0).mBytesIn, 3 * records + 4 * (3 + 2 + 10 + 10));
+  EXPECT_EQ(cost(2).mBytesIn, 3 * records);
 }
 
 // 2^59 rows of 8 columns of double have 2^65 bytes.
