@@ -12,7 +12,9 @@ namespace Pavex {
 // Reads rows of a compressed matrix, a few at a time: first their offsets, then their columns
 // without looking where rows begin, and then the two columns where each row begins. So every
 // array is read from memory once. No loop has a branch that depends on what it reads, and the
-// inner ones have a fixed length: compilers make vector instructions of them.
+// inner ones have a fixed length: compilers make vector instructions of them. The last of the
+// three steps finds its columns in the cache and leaves the memory idle, so the second one asks
+// for columns of later rows.
 template <typename I>
 class AscendingRows {
  public:
@@ -53,10 +55,19 @@ class AscendingRows {
  private:
   using U = std::make_unsigned_t<I>;
   static constexpr std::int64_t kAtOnce = 32;
+  static constexpr std::int64_t kPerLine = std::int64_t{64 / sizeof(I)};  // of the cache
+  static constexpr std::int64_t kAhead = 128 * kPerLine;
 
   // Negative for a column at or above the limit. Columns below 0 are not looked at.
   I BelowLimit(I col) const {
     return static_cast<I>(static_cast<U>(mLimit) - 1 - static_cast<U>(col));
+  }
+
+  // Asks for the columns that are checked some steps after the kAtOnce ones from `col` on.
+  void Prefetch(I const* col) const {
+    if (mCols + (mEnd - mBegin) - col < kAhead + kAtOnce) return;
+    for (std::int64_t k = 0; k < kAtOnce; k += kPerLine)
+      __builtin_prefetch(col + kAhead + k);
   }
 
   // How many of the entries from the offset `begin` up to `end` have no greater column than the
@@ -66,6 +77,7 @@ class AscendingRows {
     I const* const last = mCols + (end - mBegin);
     I ascents = 0;
     for (; last - col >= kAtOnce; col += kAtOnce) {
+      Prefetch(col);
       I some = 0;
       for (std::int64_t k = 0; k < kAtOnce; ++k)
         some = static_cast<I>(some + (col[k] > col[k - 1] ? 1 : 0));
@@ -116,7 +128,7 @@ class AscendingRows {
 // the arrays of rows that are right.
 template <typename I>
 bool RowsAscend(I const* offsets, std::int64_t rows, I const* cols, I limit) {
-  constexpr std::int64_t kRowsAtOnce = 256;
+  constexpr std::int64_t kRowsAtOnce = 64;  // their columns usually fit into the first cache
   I const begin = offsets[0];
   I const end = offsets[rows];
   std::int64_t first = 0;  // the first row with entries

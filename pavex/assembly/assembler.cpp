@@ -10,6 +10,7 @@
 #include "pavex/assembly/plan_assembly.h"
 #include "pavex/assembly/renumbered_comm.h"
 #include "pavex/assembly/row_merger.h"
+#include "pavex/assembly/stacked_offsets.h"
 #include "pavex/matrix/index_base.h"
 #include "pavex/runtime/log.h"
 
@@ -245,6 +246,7 @@ PavexStatus Assembler<T, I>::GatherStack(Parts& parts) {
   parts.mStack.mRows = mPlan.mRows;
   parts.mStack.mOffsets.Swap(stacked->mRowPtr);
   parts.mStack.mCols.Swap(stacked->mColIdx);
+  CountPiecesInOrder(mRecords, mOrder, parts.mStack.mOffsets.mData);
   return STATUS_OK;
 }
 

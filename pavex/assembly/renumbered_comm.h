@@ -20,8 +20,10 @@ namespace Pavex {
 // a gap, as those of sparse matrices do. Example, order 0 1 2 3: rank 0's piece comes first,
 // although seat 0 belongs to rank 2.
 //
-// An Aggregator uses it for pieces that all processes have. The library makes no other calls on
-// it: Send, Recv, Scatterv and Bcast return STATUS_NOT_SUPPORTED.
+// An Aggregator uses it for compressed rows that all processes have. The library makes no other
+// calls on it: Send, Recv, Scatterv, Bcast, GatherRuns and ScatterRuns return
+// STATUS_NOT_SUPPORTED. Over an inner communicator that moves runs, the Aggregator sends
+// offsets, which count the entries of the seats before.
 class RenumberedComm final : public Comm {
  public:
   // `receiver`: a rank of `inner`, or kEverybody, which keeps the numbers. `order` has all
@@ -55,6 +57,7 @@ class RenumberedComm final : public Comm {
                                        void* recvbuf, int const* recvcounts, int const* displs,
                                        Datatype recvtype) const override;
   [[nodiscard]] PavexStatus Bcast(void* buf, int count, Datatype type, int root) const override;
+  bool Strided() const override { return mInner->Strided(); }
 
   // The seat of a rank if `receiver`, a rank or kEverybody, receives.
   static int SeatOf(int rank, int receiver) {

@@ -4,6 +4,7 @@
 
 #include "tests/assembly/assembly_case.h"
 #include "tests/assembly/assembly_reference.h"
+#include "tests/support/strided_comm.h"
 #include "tests/support/trace_comm.h"
 
 #include <cstddef>
@@ -125,7 +126,9 @@ std::string RunAssemblyCase(std::uint64_t seed, long number, std::shared_ptr<Com
                            " of " + std::to_string(comm->Size()) + ": ";
 
   Assembler<T, I> assembler(&pool);
-  auto const counted = std::make_shared<TraceComm>(comm);
+  bool const strided = number % 2 == 1;  // then processes send offsets in place of lengths
+  std::shared_ptr<TraceComm> const counted =
+      strided ? std::make_shared<StridedComm>(comm) : std::make_shared<TraceComm>(comm);
   auto const& piece = expected.pieces[static_cast<std::size_t>(rank)];
   PavexStatus status = assembler.Gather(counted, piece.Pass(request.mWithValues), request);
   if (status == STATUS_NOT_SUPPORTED) {

@@ -85,16 +85,29 @@ TEST(RenumberedComm, PlacesThePiecesForEverybody) {
   });
 }
 
+// LocalComm moves runs between several ranks.
+TEST(RenumberedComm, MovesRunsWhereTheInnerOneDoes) {
+  OnRanks({0, 1}, 1,
+          [](RenumberedComm const& comm, int /*rank*/) { EXPECT_TRUE(comm.Strided()); });
+  OnRanks({0}, 0,
+          [](RenumberedComm const& comm, int /*rank*/) { EXPECT_FALSE(comm.Strided()); });
+}
+
 TEST(RenumberedComm, RefusesWhatAnAggregatorOfBandsDoesNotCall) {
-  OnRanks({0}, 0, [](RenumberedComm const& comm, int /*rank*/) {
+  OnRanks({0, 1}, 0, [](RenumberedComm const& comm, int /*rank*/) {
     int element = 0;
     int const count = 1;
+    Runs const run = {0, 1, 1, 1};
     EXPECT_EQ(comm.Send(&element, 1, DATATYPE_INT, 0, 0), STATUS_NOT_SUPPORTED);
     EXPECT_EQ(comm.Recv(&element, 1, DATATYPE_INT, 0, 0), STATUS_NOT_SUPPORTED);
     EXPECT_EQ(comm.Bcast(&element, 1, DATATYPE_INT, 0), STATUS_NOT_SUPPORTED);
     EXPECT_EQ(
         comm.Scatterv(&element, &count, &count, DATATYPE_INT, &element, 1, DATATYPE_INT, 0),
         STATUS_NOT_SUPPORTED);
+    EXPECT_EQ(comm.GatherRuns(&element, run, &element, &run, DATATYPE_INT, 0),
+              STATUS_NOT_SUPPORTED);
+    EXPECT_EQ(comm.ScatterRuns(&element, &run, &element, run, DATATYPE_INT, 0),
+              STATUS_NOT_SUPPORTED);
   });
 }
 
