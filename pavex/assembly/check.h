@@ -4,8 +4,8 @@
 
 #include "pavex/assembly/assembly_plan.h"
 #include "pavex/assembly/contribution.h"
+#include "pavex/assembly/range.h"
 
-#include <algorithm>
 #include <cstdint>
 
 namespace Pavex {
@@ -19,28 +19,6 @@ std::int64_t EntriesOf(ContributionPattern<I> const& own, int block);
 template <typename I>
 std::int64_t GlobalRow(ContributionPattern<I> const& own, std::int64_t row) {
   return own.mListed ? std::int64_t{own.mRowList[row]} : own.mBegin + row;
-}
-
-// The elements of an array lie from mFirst to mLast. Empty if there are none.
-struct Range {
-  std::int64_t mFirst = 0;
-  std::int64_t mLast = -1;
-
-  // The numbers from mFirst to mLast. Call it for elements that have been checked; others may
-  // lie too far apart to be counted.
-  std::int64_t Count() const { return mLast - mFirst + 1; }
-};
-
-// The range of `count` elements, at least 1.
-template <typename I>
-Range RangeOf(I const* elements, std::int64_t count) {
-  I least = elements[0];
-  I most = elements[0];
-  for (std::int64_t k = 1; k < count; ++k) {
-    least = std::min(least, elements[k]);
-    most = std::max(most, elements[k]);
-  }
-  return {least, most};
 }
 
 // What a check finds out about a contribution without a flaw.

@@ -194,13 +194,34 @@ class PieceBuilder {
 
   // Finds the runs of entries in one row: most codes pass the entries of an element row by row.
   PavexStatus FindRuns() {
-    I const* const rows = mRows.mData;
-    I changes = 0;
-    for (std::int64_t k = 1; k < mRecord.mGiven; ++k)
-      changes = static_cast<I>(changes + (rows[k] != rows[k - 1] ? 1 : 0));
-    mRuns = std::int64_t{changes} + 1;
+    mRuns = CountChanges(1) + 1;
     PavexStatus const status = Take(mStarts, mRuns + 1);
     if (status != STATUS_OK) return status;
+    std::int64_t const length = mRecord.mGiven / mRuns;
+    if (length * mRuns == mRecord.mGiven && CountChanges(length) == mRuns - 1)
+      FillEqualRuns(length);
+    else
+      FillRuns();
+    return STATUS_OK;
+  }
+
+  // How often the row changes after a multiple of `length` entries.
+  std::int64_t CountChanges(std::int64_t length) const {
+    I const* const rows = mRows.mData;
+    I changes = 0;
+    for (std::int64_t k = length; k < mRecord.mGiven; k += length)
+      changes = static_cast<I>(changes + (rows[k] != rows[k - 1] ? 1 : 0));
+    return changes;
+  }
+
+  // Where elements of one kind follow each other, all runs have one length.
+  void FillEqualRuns(std::int64_t length) {
+    for (std::int64_t run = 0; run <= mRuns; ++run)
+      mStarts.mData[run] = static_cast<I>(run * length);
+  }
+
+  void FillRuns() {
+    I const* const rows = mRows.mData;
     I* start = mStarts.mData;
     *start = 0;
     for (std::int64_t k = 1; k < mRecord.mGiven; ++k) {
@@ -208,7 +229,6 @@ class PieceBuilder {
       start += rows[k] != rows[k - 1] ? 1 : 0;
     }
     start[1] = static_cast<I>(mRecord.mGiven);
-    return STATUS_OK;
   }
 
   // Sorts the runs by rows: counts them, adds up, and places each. Afterwards `order` lists the

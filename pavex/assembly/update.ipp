@@ -14,10 +14,20 @@
 namespace Pavex {
 namespace {
 
-// Adds each value to its slot. Every slot gets at least one.
+// Adds each value to its slot. Every slot gets at least one. Asks early for what comes from
+// memory: the additions are too slow to make the hardware read far ahead.
 template <typename T, typename I>
 void AddToSlots(T const* values, I const* slots, std::int64_t count, T* sums) {
-  for (std::int64_t k = 0; k < count; ++k)
+  constexpr std::int64_t kLine = 64 / std::int64_t{sizeof(T)};  // values in a line of the cache
+  constexpr std::int64_t kAhead = 64 * kLine;
+  std::int64_t k = 0;
+  for (; k < count - kAhead; k += kLine) {
+    __builtin_prefetch(values + k + kAhead);
+    __builtin_prefetch(slots + k + kAhead);
+    for (std::int64_t j = k; j < k + kLine; ++j)
+      sums[slots[j]] += values[j];
+  }
+  for (; k < count; ++k)
     sums[slots[k]] += values[k];
 }
 
