@@ -13,6 +13,7 @@
 #include "pavex/assembly/stacked_offsets.h"
 #include "pavex/matrix/index_base.h"
 #include "pavex/runtime/log.h"
+#include "pavex/runtime/wrapping.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -75,7 +76,7 @@ void Assembler<T, I>::Drop() {
 
 template <typename T, typename I>
 bool Assembler<T, I>::Receives() const {
-  return mRequest.mReceiver == kEverybody || mRequest.mReceiver == mComm->Rank();
+  return mRequest.mReceiver == kEverybody || mRequest.mReceiver == mRank;
 }
 
 template <typename T, typename I>
@@ -85,8 +86,8 @@ PavexStatus Assembler<T, I>::Gather(std::shared_ptr<Comm> const& comm,
   Clear();
   mComm = comm;
   mRequest = request;
-  bool const usable = comm != nullptr && comm->Rank() >= 0 && comm->Rank() < comm->Size();
-  if (!usable) return Log::Report(STATUS_INVALID_VALUE);
+  mRank = comm == nullptr ? -1 : comm->Rank();
+  if (mRank < 0 || mRank >= comm->Size()) return Log::Report(STATUS_INVALID_VALUE);
   struct Undo {  // unless the gather succeeds, also if the application throws
     ~Undo() {
       if (!mOf.mGathered) mOf.Drop();
@@ -216,7 +217,7 @@ PavexStatus Assembler<T, I>::GatherStack(Parts& parts) {
   if (status != STATUS_OK) return status;
 
   I noRows[2] = {0, 0};
-  AssemblyRecord const& record = mRecords.mData[mComm->Rank()];
+  AssemblyRecord const& record = mRecords.mData[mRank];
   AssemblyPiece<I>& piece = parts.mPiece;
   if (record.mRows == 0) {
     mSent.mRowPtr.Borrow(noRows, 2);
@@ -288,31 +289,31 @@ PavexStatus Assembler<T, I>::InstallNothing() {
 template <typename T, typename I>
 AssemblyCost Assembler<T, I>::CostOfUpdate() const {
   if (!mGathered) return {};
-  return Pavex::CostOfUpdate(mPlan, mRecords, mComm->Rank(), sizeof(T), !SendsAsItIs());
+  return Pavex::CostOfUpdate(mPlan, mRecords, mRank, sizeof(T), !SendsAsItIs());
 }
 
 template <typename T, typename I>
 AssemblyCost Assembler<T, I>::CostOfScatter(std::int64_t columns) const {
   if (!mGathered) return {};
-  return Pavex::CostOfScatter(mRecords, mComm->Rank(), sizeof(T), columns);
+  return Pavex::CostOfScatter(mRecords, mRank, sizeof(T), columns);
 }
 
 template <typename T, typename I>
 AssemblyCost Assembler<T, I>::CostOfCollect(std::int64_t columns) const {
   if (!mGathered) return {};
-  return Pavex::CostOfCollect(mRecords, mComm->Rank(), sizeof(T), columns);
+  return Pavex::CostOfCollect(mRecords, mRank, sizeof(T), columns);
 }
 
 template <typename T, typename I>
 AssemblyCost Assembler<T, I>::CostOfGather() const {
   if (!mGathered) return {};
-  AssemblyCost cost = CostOfPattern(mPlan, mRecords, mComm->Rank(), sizeof(I), !SendsAsItIs());
+  AssemblyCost cost = CostOfPattern(mPlan, mRecords, mRank, sizeof(I), !SendsAsItIs());
   if (!mRequest.mWithValues) return cost;
   AssemblyCost const values = CostOfUpdate();
-  cost.mCalls += values.mCalls;
-  cost.mBytesOut += values.mBytesOut;
-  cost.mBytesIn += values.mBytesIn;
-  cost.mPasses += values.mPasses;
+  cost.mCalls = WrappingAdd(cost.mCalls, values.mCalls);
+  cost.mBytesOut = WrappingAdd(cost.mBytesOut, values.mBytesOut);
+  cost.mBytesIn = WrappingAdd(cost.mBytesIn, values.mBytesIn);
+  cost.mPasses = WrappingAdd(cost.mPasses, values.mPasses);
   return cost;
 }
 
@@ -322,7 +323,7 @@ std::string Assembler<T, I>::Describe() const {
   if (!mGathered) return "Nothing is gathered.";
   long given = 0;
   for (std::int64_t p = 0; p < mRecords.mSize; ++p)
-    given += mRecords.mData[p].mGiven;
+    given = WrappingAdd(given, long{mRecords.mData[p].mGiven});
   char text[Log::kMostFormat];
   std::snprintf(text, sizeof text,
                 "path %s: %ld processes, %ld entries given, %ld sent, %ld x %ld whole",

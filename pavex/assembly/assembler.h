@@ -34,7 +34,8 @@ enum class Overlap {
 // their process alone, while others may wait for it:
 //
 // - an operation of the communicator fails;
-// - a gather is passed no usable communicator;
+// - the communicator of a gather is null, or that of any operation has no rank for the process
+//   (any more), as an MpiComm after MPI was finalised: STATUS_INVALID_VALUE;
 // - a process calls another operation before any gather, after Clear, or after a gather without
 //   a usable communicator or without room for what it takes first: gather on all processes
 //   first;
@@ -215,6 +216,7 @@ class PAVEX_API Assembler {
 
   MemoryPool* mPool;                 // not owned
   std::shared_ptr<Comm> mComm;       // of the last gather
+  int mRank = -1;                    // there; stays when the communicator has lost it
   Buffer<AssemblyRecord> mRecords;   // of the last gather, by rank
   Buffer<AssemblyRecord> mVerdicts;  // of the running operation after it, by rank
   Buffer<int> mOrder;                // ranks, in the order of their pieces; outlives mStack

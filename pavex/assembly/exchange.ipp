@@ -133,7 +133,7 @@ PavexStatus Assembler<T, I>::GatherList(I const* list, std::int64_t count,
 
 template <typename T, typename I>
 PavexStatus Assembler<T, I>::GatherLists(Contribution<T, I> const& own, Parts& parts) {
-  AssemblyRecord const& record = mRecords.mData[mComm->Rank()];
+  AssemblyRecord const& record = mRecords.mData[mRank];
   PavexStatus const status =
       Log::Report(GatherList(own.Pattern().mRowList, record.Listed(), &AssemblyRecord::Listed,
                              mPlan.mListed, parts.mLists.mListed));
@@ -192,7 +192,7 @@ PavexStatus Assembler<T, I>::AgreeOnDense(MatrixDense<T, I> const& whole,
                                           MatrixDense<T, I> const& own,
                                           AssemblyOperation operation, DenseParts& parts) {
   AssemblyVerdict verdict;
-  std::int64_t const rows = mRecords.mData[mComm->Rank()].mOwnRows;
+  std::int64_t const rows = mRecords.mData[mRank].mOwnRows;
   std::int64_t const columns = Receives() ? whole.mCols : rows > 0 ? own.mCols : kAnyColumns;
   CheckDense(own, rows, AssemblyPart::OWN, verdict);
   if (Receives()) {
@@ -248,7 +248,7 @@ PavexStatus Assembler<T, I>::Scatter(MatrixDense<T, I> const& whole, MatrixDense
   if (IsLocal()) {
     DenseView<T> const from = ViewOf(whole);
     ForEachProcess(mRecords, mListed.mData, [&](std::int64_t process, auto const& rows) {
-      if (process != mComm->Rank()) return;
+      if (process != mRank) return;
       for (std::int64_t j = 0; j < own.mCols; ++j)
         for (std::int64_t i = 0; i < rows.mCount; ++i)
           to(i, j) = from(rows[i], j);

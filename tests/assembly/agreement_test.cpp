@@ -8,8 +8,10 @@
 #include "tests/support/capture.h"
 #include "tests/support/ledger_pool.h"
 #include "tests/support/log_level.h"
+#include "tests/support/trace_comm.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -81,6 +83,79 @@ TEST(AssemblerAgreement, RefusesOnEveryProcessWhatFollowsAGatherThatFailedOnOne)
                     printed),
             3)
       << printed;
+}
+
+// Has no rank for its process any more after End, as an MpiComm after MPI was finalised.
+class EndingComm : public TraceComm {
+ public:
+  using TraceComm::TraceComm;
+
+  void End() { mEnded = true; }
+
+ protected:
+  PavexStatus Handle(CommCall& call) const override {
+    bool const asks = call.op == CommOp::RANK || call.op == CommOp::SIZE;
+    return mEnded && asks ? -1 : TraceComm::Handle(call);
+  }
+
+ private:
+  bool mEnded = false;
+};
+
+TEST(AnAssemblerWhoseCommunicatorHasEnded, RefusesEveryOperationWithoutACall) {
+  LogLevel const silent(-1);
+  for (int const ranks : {1, 2}) {
+    LocalComm::Run(ranks, [](std::shared_ptr<Comm> const& comm) {
+      auto const ending = std::make_shared<EndingComm>(comm);
+      LedgerPool pool;
+      MixedProcess process(ending, pool, true);
+      ASSERT_EQ(process.Run(MixedOperation::GATHER), STATUS_OK);
+      ending->End();
+      ending->ForgetCalls();
+      for (MixedOperation const operation : kMixedOperations) {
+        if (operation == MixedOperation::GATHER) continue;
+        EXPECT_EQ(process.Run(operation), STATUS_INVALID_VALUE) << static_cast<int>(operation);
+      }
+      EXPECT_TRUE(ending->DataTexts().empty());
+      EXPECT_EQ(process.Run(MixedOperation::GATHER), STATUS_INVALID_VALUE);
+    });
+  }
+}
+
+TEST(AnAssemblerWhoseCommunicatorHasEnded, RefusesWhatFollowsAGatherThatFailed) {
+  LogLevel const silent(-1);
+  LocalComm::Run(2, [](std::shared_ptr<Comm> const& comm) {
+    auto const ending = std::make_shared<EndingComm>(comm);
+    LedgerPool pool;
+    MixedProcess process(ending, pool, true);
+    ending->Fail(Fault::Once(1, STATUS_COMM_FAILED), TraceComm::AFTERWARDS);
+    ASSERT_EQ(process.Run(MixedOperation::GATHER), STATUS_COMM_FAILED);
+    ending->End();
+    ending->ForgetCalls();
+    for (MixedOperation const operation : kMixedOperations) {
+      if (operation == MixedOperation::GATHER) continue;
+      EXPECT_EQ(process.Run(operation), STATUS_INVALID_VALUE) << static_cast<int>(operation);
+    }
+    EXPECT_TRUE(ending->DataTexts().empty());
+  });
+}
+
+TEST(AnAssemblerWhoseCommunicatorHasEnded, StillKnowsItsCosts) {
+  LocalComm::Run(2, [](std::shared_ptr<Comm> const& comm) {
+    auto const ending = std::make_shared<EndingComm>(comm);
+    LedgerPool pool;
+    MixedProcess process(ending, pool, true);
+    ASSERT_EQ(process.Run(MixedOperation::GATHER), STATUS_OK);
+    Assembler<double, int> const& assembled = process.Assembled();
+    auto const bytes = [&assembled] {
+      return std::vector<std::int64_t>{
+          assembled.CostOfGather().mBytesIn, assembled.CostOfUpdate().mBytesIn,
+          assembled.CostOfScatter(2).mBytesIn, assembled.CostOfCollect(2).mBytesIn};
+    };
+    std::vector<std::int64_t> const before = bytes();
+    ending->End();
+    EXPECT_EQ(bytes(), before);
+  });
 }
 
 // Says that an exchange of records has succeeded, and brings none.
