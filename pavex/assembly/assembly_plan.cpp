@@ -36,9 +36,11 @@ bool AreInside(std::int64_t begin, std::int64_t rows, std::int64_t wholeRows) {
   return rows <= 0 || (begin >= 0 && begin <= wholeRows && rows <= wholeRows - begin);
 }
 
-// Whether a process that has checked itself can have sent the record: others place its rows.
+// Whether a process that has checked itself can have sent the record: others place its rows,
+// and merging its entries has made no new ones.
 bool IsSound(AssemblyRecord const& record) {
   std::int64_t const wholeRows = record.mWholeRows;
+  if (record.mGiven < record.mNnz) return false;
   bool const listed = record.mOwnBegin == AssemblyRecord::kList;
   if (!listed && !AreInside(record.mOwnBegin, record.mOwnRows, wholeRows)) return false;
   if (record.mBegin == AssemblyRecord::kList) return listed && record.mRows == record.mOwnRows;

@@ -55,7 +55,7 @@ enum class AssemblyFlaw : std::int16_t {
   OTHER_OPERATION,  // or a collect with the other overlap
   TOO_MANY_IN_ALL,  // entries or rows, beyond what a communicator counts
   TOO_MANY_DENSE,   // elements of a dense matrix, beyond that too
-  UNSOUND_RECORD,   // a peer whose rows are not in the whole did not notice
+  UNSOUND_RECORD,   // of a peer that has not checked itself: rows or entries
   TOO_MANY_FROM_1,  // entries: the last offset would be beyond the index type with base 1
 };
 

@@ -40,6 +40,11 @@ namespace {
 
 constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
 
+AssemblyRecord WithEntries(AssemblyRecord record, std::int64_t entries) {
+  record.mGiven = record.mNnz = entries;
+  return record;
+}
+
 // A band of a whole with 10 rows and one entry per row.
 AssemblyRecord Band(std::int64_t begin, std::int64_t rows) {
   AssemblyRecord record;
@@ -47,8 +52,8 @@ AssemblyRecord Band(std::int64_t begin, std::int64_t rows) {
   record.mWholeRows = record.mWholeCols = 10;
   record.mReceiver = 0;
   record.mOwnBegin = record.mBegin = begin;
-  record.mOwnRows = record.mRows = record.mNnz = rows;
-  return record;
+  record.mOwnRows = record.mRows = rows;
+  return WithEntries(record, rows);
 }
 
 struct Planned {
@@ -131,11 +136,19 @@ TEST(PlanAssembly, RefusesAListOfRowsThatIsNotTheOneThatArrives) {
   EXPECT_EQ(Planned({Band(0, 5), touched}).plan.mFlaw, AssemblyFlaw::UNSOUND_RECORD);
 }
 
+TEST(PlanAssembly, RefusesAPeerThatSendsMoreEntriesThanItWasGiven) {
+  for (std::int64_t const given : {std::int64_t{1}, std::int64_t{-1}, -kMost}) {
+    AssemblyRecord record = Band(0, 2);
+    record.mGiven = given;
+    Planned const planned({Band(2, 5), record});
+    EXPECT_EQ(planned.plan.mFlaw, AssemblyFlaw::UNSOUND_RECORD) << given;
+    EXPECT_EQ(planned.plan.mProcess, 1);
+  }
+}
+
 // A band with more entries than half of what one call counts.
 AssemblyRecord Large(std::int64_t begin) {
-  AssemblyRecord record = Band(begin, 2);
-  record.mNnz = 1500000000;
-  return record;
+  return WithEntries(Band(begin, 2), 1500000000);
 }
 
 std::vector<AssemblyRecord> OnReceiver(int receiver, std::vector<AssemblyRecord> records) {
@@ -177,11 +190,9 @@ TEST(PlanAssembly, RefusesAsManyEntriesAsTheIndexTypeCountsIfTheWholeCountsFrom1
   constexpr std::int64_t kMostInt = std::numeric_limits<int>::max();
   for (int const base : {0, 1}) {
     for (std::int64_t const most : {kMostInt, kMost}) {
-      AssemblyRecord all = Band(0, 2);
+      AssemblyRecord all = WithEntries(Band(0, 2), most);
       all.mBase = base;
-      all.mNnz = most;
-      AssemblyRecord most1 = all;
-      --most1.mNnz;
+      AssemblyRecord const most1 = WithEntries(all, most - 1);
       AssemblyRecord one = Band(2, 1);
       one.mBase = base;
       AssemblyRecord overlapping = one;
@@ -206,9 +217,9 @@ TEST(CostOfUpdate, CountsACallForEachRound) {
 
 // Of 3 processes, one has a band, one a list of 3 rows, and one entries in 2 rows.
 TEST(CostOfPattern, CountsACallForEachKindOfList) {
-  AssemblyRecord touched = Band(0, 0);
+  AssemblyRecord touched = WithEntries(Band(0, 0), 2);
   touched.mBegin = AssemblyRecord::kTouched;
-  touched.mRows = touched.mNnz = 2;
+  touched.mRows = 2;
   Planned planned({Band(0, 5), Band(AssemblyRecord::kList, 3), touched});
   auto const cost = [&planned](int rank) {
     return CostOfPattern(planned.plan, planned.View(), rank, sizeof(int), false);

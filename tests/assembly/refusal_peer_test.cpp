@@ -91,16 +91,32 @@ TEST(APeerOfAnotherVersion, IsRefusedIfItSendsFewerEntriesThanNoneOrTooMany) {
   for (std::int64_t const entries : {std::int64_t{-1}, std::int64_t{1} << 40})
     ExpectReason(
         "Up to process 1 there are more than 2147483647 entries or rows; pass fewer.",
-        [entries](AssemblyRecord& record) { record.mNnz = entries; }, STATUS_NOT_SUPPORTED);
+        [entries](AssemblyRecord& record) { record.mGiven = record.mNnz = entries; },
+        STATUS_NOT_SUPPORTED);
 }
 
 TEST(AWholeFromBase1, IsRefusedIfItsLastOffsetIsBeyondTheIndexType) {
   ExpectReason(
       "Up to process 1 there is one entry more than base 1 counts; pass base 0.",
       [](AssemblyRecord& record) {
-        record.mNnz = std::numeric_limits<int>::max() - 2;  // rank 0 has 2
+        record.mGiven = record.mNnz = std::numeric_limits<int>::max() - 2;  // rank 0 has 2
       },
       STATUS_NOT_SUPPORTED, 1);
+}
+
+TEST(APeerOfAnotherVersion, MayHaveBeenGivenAnyNumberOfEntries) {
+  LocalComm::Run(2, [](std::shared_ptr<Comm> const& comm) {
+    LedgerPool pool;
+    Assembler<double, int> assembler(&pool);
+    Input input;
+    auto const other = std::make_shared<OtherPeerComm>(comm, [](AssemblyRecord& record) {
+      record.mGiven = std::numeric_limits<std::int64_t>::max();
+    });
+    ASSERT_EQ(assembler.Gather(other, input.own, input.request), STATUS_OK);
+    EXPECT_EQ(assembler.Describe(),  // the sum wraps
+              "path merge: 2 processes, -9223372036854775807 entries given, 4 sent, 4 x 4 "
+              "whole");
+  });
 }
 
 TEST(APeerOfAnotherVersion, IsRefusedForTheFirstOfTwoReasons) {
