@@ -90,11 +90,16 @@ class PAVEX_API Assembler {
 
   // Puts the matrix of `request` together on its receiver from the contributions of all
   // processes. Deletes an earlier result first. `own` and its arrays are not needed afterwards.
+  // Gives up this object's share of the communicator of the gather before, as Clear does: if
+  // that was the last share of an MpiComm, this is collective over its processes.
+  //
   // STATUS_INVALID_VALUE for a row, column or argument outside its range and for a missing
-  // array, STATUS_INCONSISTENT for requests that differ, STATUS_NOT_SUPPORTED for more entries
-  // or rows in all than 2147483647, all of them on every process; from base 1, I = int counts
-  // one entry fewer. A single process may have
-  // more, and so may the entries of bands in rank order, if rank 0 or everybody receives.
+  // array, STATUS_INCONSISTENT for requests that differ, STATUS_NOT_SUPPORTED if the processes
+  // send more entries or rows in all than 2147483647, all of them on every process. Exceptions:
+  // - With I = long, a single process may have more, and bands in rank order may have more
+  //   entries if rank 0 or everybody receives.
+  // - With I = int, one process passes at most 2147483647 entries, also if it sends fewer, and
+  //   all processes send at most 2147483646 if the whole counts from 1.
   // STATUS_INVALID_VALUE on this process alone without a usable communicator.
   [[nodiscard]] PavexStatus Gather(std::shared_ptr<Comm> const& comm,
                                    Contribution<T, I> const& own,
@@ -118,8 +123,8 @@ class PAVEX_API Assembler {
   // has a row gets it. `whole`, with all rows and any number of columns, is read on receivers
   // only. `own` has the rows of the contribution and as many columns, and a value array, which
   // does not overlap that of `whole`. Both arrays reach to the last element of their shape. On
-  // a process without rows, any matrix without rows will do. STATUS_WRONG_ORDER as for Update.
-  // STATUS_INVALID_VALUE and
+  // a process without rows, any matrix without rows will do. A failed transfer may leave part
+  // of `own` written. STATUS_WRONG_ORDER as for Update. STATUS_INVALID_VALUE and
   // STATUS_INCONSISTENT on every process if shapes do not fit, STATUS_NOT_SUPPORTED if the rows
   // of all processes have more elements than 2147483647 together.
   [[nodiscard]] PavexStatus Scatter(MatrixDense<T, I> const& whole, MatrixDense<T, I>& own);
@@ -143,10 +148,12 @@ class PAVEX_API Assembler {
   // Local.
   AssemblyPath Path() const { return mGathered ? mPlan.mPath : AssemblyPath::NOTHING; }
 
-  // Whether this process sends its entries as they are, without merging them first. Local.
+  // Whether this process sends its entries as they are, without merging them first. True if
+  // nothing is gathered. Local.
   bool SendsAsItIs() const { return mSlots.mData == nullptr; }
 
-  // The cost for this process of a gather of the last gathered pieces. Local.
+  // The cost for this process of a gather of the last gathered pieces. All costs are 0 if
+  // nothing is gathered. Local.
   AssemblyCost CostOfGather() const;
   // The cost for this process of an update of the last gathered pieces, in place or not. Local.
   AssemblyCost CostOfUpdate() const;
