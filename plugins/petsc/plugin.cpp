@@ -4,6 +4,8 @@
 #include "plugins/petsc/petscpavex.h"
 #include "plugins/petsc/types.h"
 
+#include <cstddef>
+
 namespace PavexPetsc {
 
 Events gEvents;
@@ -33,6 +35,29 @@ PetscErrorCode RegisterEvents() {
   PetscFunctionReturn(kSuccess);
 }
 
+// Refuses a program whose PETSc has other numbers. The loader binds the calls of the plugin to
+// the PETSc of the program, which would read arrays of other elements and give wrong solutions.
+PetscErrorCode CheckNumbers() {
+  PetscDataType scalar = PETSC_DATATYPE_UNKNOWN;
+  PetscBool found = PETSC_FALSE;
+  std::size_t scalarBytes = 0;
+  std::size_t indexBytes = 0;
+  PetscFunctionBegin;
+  PetscCall(PetscDataTypeFromString("scalar", &scalar, &found));
+  PetscCall(PetscDataTypeGetSize(scalar, &scalarBytes));
+  PetscCall(PetscDataTypeGetSize(PETSC_INT, &indexBytes));
+  PetscCheck(scalar == PETSC_SCALAR && scalarBytes == sizeof(PetscScalar) &&
+                 indexBytes == sizeof(PetscInt),
+             PETSC_COMM_SELF, PETSC_ERR_ARG_INCOMP,
+             "The PETSc of the program has %s numbers of %zu bytes and indices of %zu bytes, "
+             "that of the Pavex plugin %s numbers of %zu and indices of %zu; build the plugin "
+             "with the PETSc of the program",
+             scalar == PETSC_COMPLEX ? "complex" : "real", scalarBytes, indexBytes,
+             PETSC_SCALAR == PETSC_COMPLEX ? "complex" : "real", sizeof(PetscScalar),
+             sizeof(PetscInt));
+  PetscFunctionReturn(kSuccess);
+}
+
 bool gRegistered = false;
 
 // PETSc forgets its types when it ends, and may begin again.
@@ -48,6 +73,7 @@ PetscErrorCode PavexPetscRegister() {
   using namespace PavexPetsc;
   PetscFunctionBegin;
   if (gRegistered) PetscFunctionReturn(kSuccess);
+  PetscCall(CheckNumbers());
   gRegistered = true;
   PetscCall(PetscRegisterFinalize(Forget));
   // Before a solver type is registered, the package must have its list of them.
