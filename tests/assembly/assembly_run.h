@@ -113,12 +113,12 @@ std::string CheckTooLarge(AssemblyCase<T, I> const& expected,
   return made.size() == exchanges ? "" : "something has moved";
 }
 
-// Runs case `number` of `seed` on this process. Empty if all is right here.
+// Runs the case that `rng` chooses, the same on every process. Empty if all is right here.
+// `number` is the name of the case, and chooses which values are updated in place.
 template <typename T, typename I>
-std::string RunAssemblyCase(std::uint64_t seed, long number, std::shared_ptr<Comm> const& comm,
+std::string RunAssemblyCase(Rng& rng, long number, std::shared_ptr<Comm> const& comm,
                             MemoryPool& pool) {
   int const rank = comm->Rank();
-  Rng rng(seed, static_cast<std::uint64_t>(number));
   AssemblyCase<T, I> expected(rng, comm->Size());
   AssemblyRequest const& request = expected.request;
   bool const receives = request.mReceiver == kEverybody || request.mReceiver == rank;
@@ -163,6 +163,14 @@ std::string RunAssemblyCase(std::uint64_t seed, long number, std::shared_ptr<Com
   }
   std::string const difference = CheckDense(expected, rng, *counted, assembler);
   return difference.empty() ? difference : name + difference;
+}
+
+// Runs case `number` of `seed` as the function above does.
+template <typename T, typename I>
+std::string RunAssemblyCase(std::uint64_t seed, long number, std::shared_ptr<Comm> const& comm,
+                            MemoryPool& pool) {
+  Rng rng(seed, static_cast<std::uint64_t>(number));
+  return RunAssemblyCase<T, I>(rng, number, comm, pool);
 }
 
 }  // namespace Pavex

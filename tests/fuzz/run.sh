@@ -15,7 +15,7 @@ cd "$(dirname "$0")/../.."
 . cmake/setup.sh
 need "${build_packages[@]}" libgtest-dev libgmock-dev clang libclang-rt-dev lld
 
-targets=(${1:-gathers matrix_market options records})
+targets=(${1:-assemblies gathers matrix_market options records})
 seconds=${2:-600}
 
 cmake --preset fuzz >/dev/null
