@@ -5,9 +5,9 @@
 
 #include "pavex/assembly/agreement.h"
 #include "pavex/assembly/check.h"
+#include "pavex/assembly/decisions.h"
 #include "pavex/assembly/merge.h"
 #include "pavex/assembly/piece.h"
-#include "pavex/assembly/plan_assembly.h"
 #include "pavex/assembly/renumbered_comm.h"
 #include "pavex/assembly/row_merger.h"
 #include "pavex/assembly/stacked_offsets.h"
@@ -335,7 +335,8 @@ std::string Assembler<T, I>::Describe() const {
 
 }  // namespace Pavex
 
-#include "pavex/assembly/exchange.ipp"
+#include "pavex/assembly/dense.ipp"
+#include "pavex/assembly/lists.ipp"
 #include "pavex/assembly/update.ipp"
 
 namespace Pavex {

@@ -193,7 +193,6 @@ class PAVEX_API Assembler {
   PavexStatus Move(Contribution<T, I> const& own, Parts& parts);
   PavexStatus TakePiece(Parts& parts);
   PavexStatus GatherStack(Parts& parts);
-  PavexStatus GatherLists(Contribution<T, I> const& own, Parts& parts);
   PavexStatus Install(Parts& parts);
   PavexStatus InstallNothing();
 
@@ -206,11 +205,14 @@ class PAVEX_API Assembler {
   PavexStatus MoveValues(T const* sent, Buffer<T>& arrived);
   void AddValues(T const* arrived, T* whole) const;
 
-  // Lists of rows and dense matrices: exchange.ipp.
-  struct DenseParts;  // what one exchange of a dense matrix holds until it returns
+  // Lists of rows: lists.ipp.
+  PavexStatus GatherLists(Contribution<T, I> const& own, Parts& parts);
   PavexStatus GatherList(I const* list, std::int64_t count,
                          std::int64_t (AssemblyRecord::*countOf)() const, std::int64_t total,
                          Buffer<I>& lists);
+
+  // Dense matrices: dense.ipp.
+  struct DenseParts;  // what one exchange of a dense matrix holds until it returns
   bool IsLocal() const { return mRecords.mSize == 1 || mRequest.mReceiver == kEverybody; }
   PavexStatus AgreeOnDense(MatrixDense<T, I> const& whole, MatrixDense<T, I> const& own,
                            AssemblyOperation operation, DenseParts& parts);

@@ -1,6 +1,6 @@
 #include "pavex/assembly/assembly_plan.h"
 
-#include "pavex/assembly/plan_assembly.h"
+#include "pavex/assembly/decisions.h"
 #include "pavex/assembly/renumbered_comm.h"
 #include "pavex/runtime/wrapping.h"
 

@@ -2,7 +2,7 @@
 
 #include "pavex/aggregator/local_info.h"
 #include "pavex/assembly/ascending_rows.h"
-#include "pavex/assembly/plan_assembly.h"
+#include "pavex/assembly/decisions.h"
 #include "pavex/runtime/wrapping.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 #include "pavex/aggregator/local_info.h"
-#include "pavex/assembly/plan_assembly.h"
+#include "pavex/assembly/decisions.h"
 #include "pavex/runtime/wrapping.h"
 
 #include <algorithm>

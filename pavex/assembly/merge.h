@@ -1,4 +1,8 @@
 // Turns the pieces that a receiver got, one behind the other, into the whole.
+//
+// MergeStack passes the rows of the stack to a RowMerger (row_merger.h), which writes the rows
+// of the whole: it merges rows that overlap, and copies others as they are. The MergeMap
+// (merge_map.h) keeps where each entry went: with it, every update adds the values that arrive.
 
 #pragma once
 

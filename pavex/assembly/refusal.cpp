@@ -1,6 +1,6 @@
 // The words of a refused assembly.
 
-#include "pavex/assembly/plan_assembly.h"
+#include "pavex/assembly/decisions.h"
 
 #include <cstdarg>
 #include <cstdio>

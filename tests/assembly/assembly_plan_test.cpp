@@ -2,7 +2,7 @@
 // bytes, and neither takes memory.
 
 #include "pavex/aggregator/local_info.h"
-#include "pavex/assembly/plan_assembly.h"
+#include "pavex/assembly/decisions.h"
 
 #include <atomic>
 #include <cstdlib>

@@ -8,7 +8,7 @@ shift
 include=$work/moved/include
 
 cd "$include"
-internal=$(find . -name '*.ipp' -o -name '*.h' | grep -E '\.ipp$|/(dense_reorder|local_group|local_operation|local_transfer|mpi_call|rules|sparse|sparse_traits|wrapping|ascending_rows|check|merge|piece|plan_assembly|range|renumbered_comm|row_merger|stacked_offsets)\.h$' || true)
+internal=$(find . -name '*.ipp' -o -name '*.h' | grep -E '\.ipp$|/(dense_reorder|local_group|local_operation|local_transfer|mpi_call|rules|sparse|sparse_traits|wrapping|ascending_rows|check|merge|piece|decisions|range|renumbered_comm|row_merger|stacked_offsets)\.h$' || true)
 if [ -n "$internal" ]; then
   echo "Internal headers are installed:" $internal
   exit 1

@@ -1,4 +1,6 @@
-// The decision of an assembly and its price. Nothing here logs, communicates or takes memory.
+// What all processes decide identically about an assembly (assembly_plan.cpp), the words of a
+// refusal (refusal.cpp) and the price (cost.cpp). Nothing here logs, communicates or takes
+// memory.
 
 #pragma once
 
