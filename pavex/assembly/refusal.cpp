@@ -34,8 +34,8 @@ char const* NameOfPart(std::int16_t part) {
 
 // A row or column of a whole, of a process or of a map that has none.
 void SayNone(Words& words, int p, char const* line, AssemblyVerdict const& verdict) {
-  words.Say("Process %d passes %s %ld%s, but there are no %ss; pass none.", p, line,
-            static_cast<long>(verdict.mFound), NameOfPart(verdict.mPart), line);
+  words.Say("Process %d passes %s %ld%s, but there are no %ss; pass none, or set the shape.", p,
+            line, static_cast<long>(verdict.mFound), NameOfPart(verdict.mPart), line);
 }
 
 // The pool of process `p` failed. Its own reasons may be other ones than that it is full.
@@ -76,8 +76,9 @@ void SayOwn(AssemblyFlaw flaw, int p, AssemblyVerdict const& verdict, Words& wor
     case AssemblyFlaw::MISSING_ARRAY:
       return words.Say("Process %d passes no %s%s; pass the array.", p, NameOf(limit), of);
     case AssemblyFlaw::BAND_OUTSIDE:
-      return words.Say("Process %d has rows %ld to %ld of %ld; count the begin from 0.", p, at,
-                       found, limit);
+      return words.Say(
+          "Process %d has rows %ld to %ld of %ld; correct its begin, its rows or mRows.", p, at,
+          found, limit);
     case AssemblyFlaw::ROW_OUTSIDE:
       if (limit == 0) return SayNone(words, p, "row", verdict);
       return words.Say("Process %d, row %ld of its list is %ld; pass 0 to %ld.", p, at, found,

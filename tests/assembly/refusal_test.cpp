@@ -63,13 +63,15 @@ TEST(AssemblerRefuses, RowsOutsideTheWhole) {
   for (long const begin : {-1L, 5L}) {
     std::string const row = std::to_string(begin);
     ExpectRefused(STATUS_INVALID_VALUE,
-                  "Process 1 has rows " + row + " to " + row + " of 4; count the begin from 0.",
+                  "Process 1 has rows " + row + " to " + row +
+                      " of 4; correct its begin, its rows or mRows.",
                   [begin](Input& input) {
                     input.own = Own::Band(begin, 1).Csr(input.offsets.data(), input.cols.data(),
                                                         input.values.data());
                   });
   }
-  ExpectRefused(STATUS_INVALID_VALUE, "Process 1 has rows 3 to 4 of 4; count the begin from 0.",
+  ExpectRefused(STATUS_INVALID_VALUE,
+                "Process 1 has rows 3 to 4 of 4; correct its begin, its rows or mRows.",
                 [](Input& input) {
                   input.own = Own::Band(3, 2).Csr(input.offsets.data(), input.cols.data(),
                                                   input.values.data());
@@ -113,21 +115,25 @@ TEST(AssemblerRefuses, ColumnsOutsideTheWholeOrTheMap) {
 
 TEST(AssemblerRefuses, RowsAndColumnsWhereThereAreNone) {
   ExpectRefused(STATUS_INVALID_VALUE,
-                "Process 1 passes row 0, but there are no rows; pass none.", [](Input& input) {
+                "Process 1 passes row 0, but there are no rows; pass none, or set the shape.",
+                [](Input& input) {
                   input.own = Own().LocalCoo(2, input.offsets.data(), input.cols.data(),
                                              input.values.data());
                 });
+  ExpectRefused(
+      STATUS_INVALID_VALUE,
+      "Process 1 passes column 1, but there are no columns; pass none, or set the shape.",
+      [](Input& input) { input.own.Columns(input.map.data(), 0); });
+  ExpectRefused(
+      STATUS_INVALID_VALUE,
+      "Process 1 passes column 3, but there are no columns; pass none, or set the shape.",
+      [](Input& input) {
+        input.request.mCols = 0;
+        input.own.Columns(input.map.data(), 4);
+      });
   ExpectRefused(STATUS_INVALID_VALUE,
-                "Process 1 passes column 1, but there are no columns; pass none.",
-                [](Input& input) { input.own.Columns(input.map.data(), 0); });
-  ExpectRefused(STATUS_INVALID_VALUE,
-                "Process 1 passes column 3, but there are no columns; pass none.",
+                "Process 1 passes row 2, but there are no rows; pass none, or set the shape.",
                 [](Input& input) {
-                  input.request.mCols = 0;
-                  input.own.Columns(input.map.data(), 4);
-                });
-  ExpectRefused(STATUS_INVALID_VALUE,
-                "Process 1 passes row 2, but there are no rows; pass none.", [](Input& input) {
                   input.request.mRows = 0;
                   input.own = Own::Rows(1, &input.rows[1]);
                 });
@@ -192,7 +198,8 @@ TEST(AssemblerRefuses, CountsBeyondAnyArrayBeforeItReadsOne) {
                 "Up to process 1 there are more than 2147483647 entries or rows; pass fewer.",
                 [](Input& input) { input.own = Own::Rows(kMost, input.rows.data()); });
   ExpectRefused(STATUS_INVALID_VALUE,
-                "Process 1 has rows 2 to -9223372036854775808 of 4; count the begin from 0.",
+                "Process 1 has rows 2 to -9223372036854775808 of 4; correct its begin, its "
+                "rows or mRows.",
                 [](Input& input) {
                   input.own = Own::Band(2, kMost).LocalCoo(0, nullptr, nullptr, nullptr);
                 });
@@ -309,7 +316,8 @@ TEST(AssemblerRefuses, OneOfTwoBlocksByItsNumber) {
                   input.map[2] = 4;
                 });
   ExpectRefused(STATUS_INVALID_VALUE,
-                "Process 1 passes column 1 of block 2, but there are no columns; pass none.",
+                "Process 1 passes column 1 of block 2, but there are no columns; pass none, or "
+                "set the shape.",
                 [&](Input& input) { second(input).Columns(input.map.data(), 0); });
   ExpectRefused(STATUS_INVALID_VALUE,
                 "Process 1 passes no map of columns of block 2; pass the array.",
