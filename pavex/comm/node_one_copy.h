@@ -13,6 +13,12 @@
 
 namespace Pavex {
 
+#ifdef PAVEX_NODE_LEAST_KEPT_ONCE
+constexpr std::uint64_t kLeastKeptOnce = PAVEX_NODE_LEAST_KEPT_ONCE;
+#else
+constexpr std::uint64_t kLeastKeptOnce = std::uint64_t{4} << 20;
+#endif
+
 // What a process says of a window that it was offered.
 struct NodeVote {
   std::uint64_t agrees = 0;
@@ -31,7 +37,7 @@ class NodeOneCopy {
  public:
   // Fewer bytes are cheaper to store for each process. An array has whole pages, and its block
   // is not a small one.
-  static constexpr std::uint64_t kLeast = std::uint64_t{4} << 20;
+  static constexpr std::uint64_t kLeast = kLeastKeptOnce;
 
   // `votes`: one for each rank. `array`: all `pieces` together. `able`: whether they are one
   // array here, and this process can store its piece.

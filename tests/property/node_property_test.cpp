@@ -1,7 +1,5 @@
-#include "pavex/comm/node_comm.h"
 #include "pavex/comm/node_pool.h"
-#include "pavex/runtime/log.h"
-#include "tests/property/property.h"
+#include "tests/property/node_cases.h"
 
 #include <climits>
 #include <gtest/gtest.h>
@@ -20,20 +18,11 @@ long DefaultCases(int processes) {
   return processes > 4 ? kCases / 8 : kCases;
 }
 
-// Runs the cases. The ranks that `shares` names have shared blocks, the others plain ones. At
-// most `largest` processes share memory.
 void RunCases(int largest, bool (*shares)(int rank)) {
-  auto const comm = std::make_shared<NodeComm>(MPI_COMM_WORLD, largest);
   NodePool shared;
-  MemoryPool* const source = shares(comm->Rank()) ? &shared : nullptr;
-  auto const options = PropertyOptions::FromEnvironment(DefaultCases(comm->Size()));
-  Log::mMaxLogLevel = -1;  // refusals are part of the cases
-  for (long number = options.first; number < options.first + options.cases; ++number) {
-    std::string const difference = RunCase(options.seed, number, comm, source);
-    // Ends the job: the other ranks would wait for this one.
-    if (!difference.empty()) FAIL() << difference << " node_property_test";
-  }
-  Log::mMaxLogLevel = LOG_ERROR;
+  int processes = 0;
+  MPI_Comm_size(MPI_COMM_WORLD, &processes);
+  RunNodeCases(DefaultCases(processes), largest, shared, shares, "node_property_test");
 }
 
 TEST(AggregatorPropertyOverSharedMemory, GathersUpdatesAndScattersAsTheModel) {

@@ -126,7 +126,7 @@ class CaseOf {
 
   // The new value of element k, counted run by run, in the gathered matrix of `rank`.
   T Scattered(int rank, long k) const {
-    return ValueOf<T>(Version(SCATTERED), 1000 * rank + k);
+    return ValueOf<T>(Version(SCATTERED), kNumbersPerRank * rank + k);
   }
 
   // Call it when the gathered matrix has its values, because that may be a view of `local`.

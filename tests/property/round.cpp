@@ -8,8 +8,20 @@ namespace Pavex {
 
 namespace {
 
+#ifdef PAVEX_MAX_EXTENT
+constexpr long kMaxExtent = PAVEX_MAX_EXTENT;
+#else
 constexpr long kMaxExtent = 9;
-constexpr long kNumbersPerRank = 1000;
+#endif
+constexpr long kNumbersPerRow = kMaxExtent + 21;
+constexpr long kMostOfRow = kMaxExtent / 2;
+constexpr long kMostAnywhere = (kMaxExtent * kMaxExtent + 3) / 7;
+
+}  // namespace
+
+long const kNumbersPerRank = kNumbersPerRow * kNumbersPerRow + 100;
+
+namespace {
 
 // `parts` + 1 bounds from 0 to `total`; no part is empty.
 std::vector<long> Cut(Rng& rng, int parts, long total) {
@@ -34,7 +46,7 @@ std::vector<Entry> DenseEntries(bool rowMajor, long row, long rows, long col, lo
     for (long t = 0; t < length; ++t) {
       long const i = row + (rowMajor ? run : t);
       long const j = col + (rowMajor ? t : run);
-      entries.push_back({i, j, base + 1 + 30 * i + j});
+      entries.push_back({i, j, base + 1 + kNumbersPerRow * i + j});
     }
   }
   return entries;
@@ -49,14 +61,14 @@ std::vector<Entry> SparseEntries(Rng& rng, Format format, long row, long rows, l
     entries.push_back({i, j, base + 1 + static_cast<long>(entries.size())});
   };
   if (format == Format::COO) {
-    for (long n = rng.Between(1, 12); n > 0; --n)
+    for (long n = rng.Between(1, kMostAnywhere); n > 0; --n)
       add(rng.Between(row, row + rows - 1), rng.Between(col, col + cols - 1));
     return entries;
   }
   if (rng.OneIn(6)) return entries;
   bool const byRows = format == Format::CSR;
   for (long k = 0; k < (byRows ? rows : cols); ++k) {
-    for (long n = rng.OneIn(4) ? 0 : rng.Between(0, 4); n > 0; --n) {
+    for (long n = rng.OneIn(4) ? 0 : rng.Between(0, kMostOfRow); n > 0; --n) {
       if (byRows)
         add(row + k, rng.Between(col, col + cols - 1));
       else

@@ -34,6 +34,9 @@ enum class RoundFlaw {
 // The local matrices of a rank, one for each operation. They differ in values and padding only.
 enum Phase { GATHERED, UPDATED, SCATTERED };
 
+// The elements of each rank have numbers of their own below this.
+extern long const kNumbersPerRank;
+
 // One stored element at its place in the global matrix. `number` is unique in the round.
 struct Entry {
   long row;
