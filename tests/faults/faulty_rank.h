@@ -6,6 +6,7 @@
 #include "pavex/aggregator/aggregator.h"
 #include "tests/faults/injection.h"
 #include "tests/property/target_check.h"
+#include "tests/support/runs_comm.h"
 
 #include <algorithm>
 #include <memory>
@@ -33,8 +34,18 @@ class FaultyRank {
   // Makes the next operations use `inner`. The count of the calls starts again.
   void Bind(std::shared_ptr<Comm> inner) {
     mComm = std::make_shared<TraceComm>(std::move(inner));
+    mRuns = nullptr;
     mPool.Fail(Fault());
   }
+
+  // The same, and `inner` moves runs.
+  void BindRuns(std::shared_ptr<Comm> const& inner) {
+    mComm = mRuns = std::make_shared<RunsComm>(inner);
+    mPool.Fail(Fault());
+  }
+
+  // Calls that have moved runs since.
+  long RunCalls() const { return mRuns == nullptr ? 0 : mRuns->RunCalls(); }
 
   // Runs the operations that must succeed before `operation` can begin.
   PavexStatus Prepare(Operation operation) {
@@ -137,9 +148,11 @@ class FaultyRank {
   bool ReceivesInPlace(Operation operation) const {
     if (operation == Operation::UPDATE_IN_PLACE) return mPlace != nullptr;
     if (operation != Operation::SCATTER) return false;
-    bool const receives =
-        mRound.holding == Holding::PIECES || (mRound.HoldsWhole(mRank) && mRank != 0);
-    return receives && mPiece.IsPacked(SCATTERED);
+    // Runs go to their place directly, those of the root to itself as well.
+    bool const moved = mRuns != nullptr;
+    bool const receives = mRound.holding == Holding::PIECES ||
+                          (mRound.HoldsWhole(mRank) && (moved || mRank != 0));
+    return receives && (moved || mPiece.IsPacked(SCATTERED));
   }
 
  private:
@@ -266,6 +279,7 @@ class FaultyRank {
   Contents const mScatteredBefore{mScattered};
   LedgerPool mPool;
   std::shared_ptr<TraceComm> mComm;
+  std::shared_ptr<RunsComm> mRuns;  // the same; null if it hides that the inner one moves runs
   Aggregator<T, I> mAggregator{&mPool};
   bool mHasScattered = false;
   void const* mPlace = nullptr;  // the values that an update in place must keep; null: none

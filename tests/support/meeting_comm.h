@@ -31,6 +31,18 @@ class MeetingComm final : public CallComm {
       EXPECT_EQ(numbers[static_cast<std::size_t>(r)], r);
   }
 
+  bool Strided() const override { return mInner->Strided(); }
+  PavexStatus GatherRuns(void const* sendbuf, Runs const& sent, void* recvbuf,
+                         Runs const* received, Datatype type, int root) const override {
+    ++mCollectives;
+    return mInner->GatherRuns(sendbuf, sent, recvbuf, received, type, root);
+  }
+  PavexStatus ScatterRuns(void const* sendbuf, Runs const* sent, void* recvbuf,
+                          Runs const& received, Datatype type, int root) const override {
+    ++mCollectives;
+    return mInner->ScatterRuns(sendbuf, sent, recvbuf, received, type, root);
+  }
+
  protected:
   PavexStatus Handle(CommCall& call) const override {
     bool const local = call.op == CommOp::RANK || call.op == CommOp::SIZE;

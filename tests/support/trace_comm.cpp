@@ -42,10 +42,8 @@ PavexStatus TraceComm::Handle(CommCall& call) const {
 }
 
 PavexStatus TraceComm::Run(CommCall const& call) const {
-  bool const faulty = MovesData(call) && mFault.Due();
-  if (!faulty) return Forward(call, *mInner);
-  if (mFaultMode == AFTERWARDS) Forward(call, *mInner);
-  return mFault.Status();
+  auto const forward = [&] { return Forward(call, *mInner); };
+  return MovesData(call) ? RunOrFail(forward) : forward();
 }
 
 }  // namespace Pavex

@@ -38,6 +38,14 @@ class TraceComm : public CallComm {
  protected:
   PavexStatus Handle(CommCall& call) const override;
 
+  // Makes a call that moves data, unless it is to fail.
+  template <typename Call>
+  PavexStatus RunOrFail(Call const& call) const {
+    if (!mFault.Due()) return call();
+    if (mFaultMode == AFTERWARDS) call();
+    return mFault.Status();
+  }
+
  private:
   PavexStatus Run(CommCall const& call) const;
 
