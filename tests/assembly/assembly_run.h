@@ -113,6 +113,12 @@ std::string CheckTooLarge(AssemblyCase<T, I> const& expected,
   return made.size() == exchanges ? "" : "something has moved";
 }
 
+// What is wrong in a round of updates of the case `name`.
+inline std::string InRound(std::string const& name, int round, std::string const& where,
+                           std::string const& difference) {
+  return name + "round " + std::to_string(round) + ", " + where + ": " + difference;
+}
+
 // Runs the case that `rng` chooses, the same on every process. Empty if all is right here.
 // `number` is the name of the case, and chooses which values are updated in place.
 template <typename T, typename I>
@@ -144,9 +150,7 @@ std::string RunAssemblyCase(Rng& rng, long number, std::shared_ptr<Comm> const& 
     bool const withValues = request.mWithValues || (round > 0 && expected.HasEntries());
     if (receives) {
       std::string const difference = CheckWhole(expected, withValues, *assembler.Whole());
-      if (!difference.empty())
-        return name + "round " + std::to_string(round) + ", " + assembler.Describe() + ": " +
-               difference;
+      if (!difference.empty()) return InRound(name, round, assembler.Describe(), difference);
     }
     expected.Revalue(rng);
     counted->ForgetCalls();
@@ -159,7 +163,7 @@ std::string RunAssemblyCase(Rng& rng, long number, std::shared_ptr<Comm> const& 
     if (status != STATUS_OK) return name + "status of the update";
     if (stays && address() != before) return name + "address of the values";
     cost = CompareCost(*counted, assembler.CostOfUpdate());
-    if (!cost.empty()) return name + "update: " + cost;
+    if (!cost.empty()) return InRound(name, round, "update", cost);
   }
   std::string const difference = CheckDense(expected, rng, *counted, assembler);
   return difference.empty() ? difference : name + difference;
