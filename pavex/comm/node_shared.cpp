@@ -29,8 +29,10 @@ PavexStatus NodeComm::Shared::ShareAll(NodeOperation operation, NodeRegion const
     bool const inPlace = piece == slot;
     if (agreed == STATUS_OK) links.MakeOrdinary(array, !inPlace);
   }
-  // Also where this group has failed: the others wait for its pieces.
+  // Also where this group has failed: the others wait for its pieces. But where one of its
+  // processes has ended, a piece might arrive after this operation, in memory given back.
   bool const near = agreed == STATUS_OK;
+  if (!near && links.FindEnded() >= 0) return agreed;
   Begin(operation, 0, NodeCopier::SENDER);
   if (own != nullptr && near) exchange.Keep(*own, slot);
   TellOwnPiece(pieces, piece, near);
