@@ -107,7 +107,7 @@ inline std::string RunMixed(std::shared_ptr<Comm> const& comm, MemoryPool& pool,
   if (hasWhole && hasEntries && process.Assembled().Whole()->mValues.mData[0] != 1)
     return "the values of the whole";
   bool const lost = its == MixedOperation::GATHER || others == MixedOperation::GATHER;
-  std::string const wrong = RunTheOthers(process, lost);
+  std::string wrong = RunTheOthers(process, lost);
   if (!wrong.empty()) return wrong;
   if (process.Run(MixedOperation::GATHER) != STATUS_OK) return "the gather afterwards";
   return process.Run(MixedOperation::UPDATE) == STATUS_OK ? "" : "the update afterwards";

@@ -46,6 +46,7 @@ class FaultyRank {
 
   // Calls that have moved runs since.
   long RunCalls() const { return mRuns == nullptr ? 0 : mRuns->RunCalls(); }
+  bool RunCallFailed() const { return mRuns != nullptr && mRuns->RunCallFailed(); }
 
   // Runs the operations that must succeed before `operation` can begin.
   PavexStatus Prepare(Operation operation) {

@@ -82,6 +82,7 @@ class FaultsOfRuns : public ::testing::Test {
     PavexStatus const status = rank.Run(operation);
     EXPECT_EQ(Check(rank, operation, status, fails ? &injection : nullptr), "");
     mRunCalls += rank.RunCalls();
+    mFailedRunCalls += rank.RunCallFailed() ? 1 : 0;
     int struck = fails && rank.FaultStruck() ? 1 : 0;
     mComm->Meet();
     EXPECT_EQ(mComm->Bcast(&struck, 1, DATATYPE_INT, failing), STATUS_OK);
@@ -109,6 +110,7 @@ class FaultsOfRuns : public ::testing::Test {
       std::make_shared<MeetingComm>(std::make_shared<NodeComm>(MPI_COMM_WORLD));
   long mInjected = 0;
   long mRunCalls = 0;
+  long mFailedRunCalls = 0;  // of this process
 };
 
 TEST_F(FaultsOfRuns, LetTheOthersEndAndGatherAgain) {
@@ -129,6 +131,7 @@ TEST_F(FaultsOfRuns, LetTheOthersEndAndGatherAgain) {
   }
   EXPECT_GE(mInjected, static_cast<long>(rounds.size() / kStride));
   EXPECT_GE(mRunCalls, static_cast<long>(rounds.size() / kStride));
+  EXPECT_GT(mFailedRunCalls, 0);
 }
 
 }  // namespace

@@ -88,7 +88,7 @@ void RequireOneOutcome(std::vector<Outcome> const& outcomes) {
 }
 
 template <typename T, typename I>
-void Run(bool fits, int ranks, std::uint8_t const* choices, std::size_t size) {
+void Run(bool fits, long number, int ranks, std::uint8_t const* choices, std::size_t size) {
   std::vector<Outcome> outcomes(static_cast<std::size_t>(ranks));
   LocalComm::Run(ranks, [&](std::shared_ptr<Comm> const& comm) {
     Rng rng(choices, size);  // the same choices on every rank
@@ -97,7 +97,7 @@ void Run(bool fits, int ranks, std::uint8_t const* choices, std::size_t size) {
       return;
     }
     LedgerPool pool;
-    std::string const difference = RunAssemblyCase<T, I>(rng, 0, comm, pool);
+    std::string const difference = RunAssemblyCase<T, I>(rng, number, comm, pool);
     Require(difference.empty(), difference.c_str());
   });
   RequireOneOutcome(outcomes);
@@ -112,9 +112,10 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   if (size < 2) return 0;
   int const ranks = 1 + data[0] % kMostRanks;
   bool const fits = data[1] % 2 == 0;
+  long const number = data[1] / 4 % 2;  // odd: processes send offsets in place of lengths
   if (data[1] / 2 % 2 == 0)
-    Run<float, int>(fits, ranks, data + 2, size - 2);
+    Run<float, int>(fits, number, ranks, data + 2, size - 2);
   else
-    Run<std::complex<double>, long>(fits, ranks, data + 2, size - 2);
+    Run<std::complex<double>, long>(fits, number, ranks, data + 2, size - 2);
   return 0;
 }

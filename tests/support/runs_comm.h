@@ -16,24 +16,34 @@ class RunsComm : public TraceComm {
 
   // How many calls have moved runs, or failed to.
   long RunCalls() const { return mRunCalls; }
+  // Whether the planned fault has struck one of them.
+  bool RunCallFailed() const { return mRunCallFailed; }
 
   bool Strided() const override { return mRunsOf->Strided(); }
   PavexStatus GatherRuns(void const* sendbuf, Runs const& sent, void* recvbuf,
                          Runs const* received, Datatype type, int root) const override {
-    ++mRunCalls;
-    return RunOrFail(
+    return Move(
         [&] { return mRunsOf->GatherRuns(sendbuf, sent, recvbuf, received, type, root); });
   }
   PavexStatus ScatterRuns(void const* sendbuf, Runs const* sent, void* recvbuf,
                           Runs const& received, Datatype type, int root) const override {
-    ++mRunCalls;
-    return RunOrFail(
+    return Move(
         [&] { return mRunsOf->ScatterRuns(sendbuf, sent, recvbuf, received, type, root); });
   }
 
  private:
+  template <typename Call>
+  PavexStatus Move(Call const& call) const {
+    ++mRunCalls;
+    bool const struckBefore = FaultStruck();
+    PavexStatus const status = RunOrFail(call);
+    mRunCallFailed |= FaultStruck() && !struckBefore;
+    return status;
+  }
+
   std::shared_ptr<Comm> const mRunsOf;
   long mutable mRunCalls = 0;
+  bool mutable mRunCallFailed = false;
 };
 
 }  // namespace Pavex
