@@ -44,7 +44,7 @@ PetscErrorCode CheckNumbers() {
   std::size_t indexBytes = 0;
   PetscFunctionBegin;
   PetscCall(PetscDataTypeFromString("scalar", &scalar, &found));
-  PetscCall(PetscDataTypeGetSize(scalar, &scalarBytes));
+  if (found) PetscCall(PetscDataTypeGetSize(scalar, &scalarBytes));
   PetscCall(PetscDataTypeGetSize(PETSC_INT, &indexBytes));
   PetscCheck(scalar == PETSC_SCALAR && scalarBytes == sizeof(PetscScalar) &&
                  indexBytes == sizeof(PetscInt),
