@@ -111,6 +111,9 @@ TEST_F(NodeOneCopyTest, AFailureKeepsThePieceThatIsInItsPlace) {
   EXPECT_EQ(CountWrong(whole, 3), 0U);
 }
 
+// Here pieces of other groups are longer than a process expects. MPICH ends a job then: it
+// takes MPI_Test for a call over MPI_COMM_WORLD.
+#ifndef MPICH_VERSION
 // The processes of another group wait for pieces of this one over MPI.
 TEST_F(NodeOneCopyTest, SizesOnBothSidesOfTheLeastFailInAllGroups) {
   TimeLimit const limit(60);
@@ -131,6 +134,7 @@ TEST_F(NodeOneCopyTest, SizesOnBothSidesOfTheLeastFailInAllGroups) {
     }
   }
 }
+#endif
 
 TEST_F(NodeOneCopyTest, ARankThatHasLeftAnOperationOutIsNoticedInItsNextOne) {
   PoolBlock whole(mPool, Whole());
