@@ -102,6 +102,17 @@ class EndingComm : public TraceComm {
   bool mEnded = false;
 };
 
+// Ends `comm`; all operations but Gather are then refused without a call.
+void ExpectRefusalsOnceEnded(MixedProcess& process, EndingComm& comm) {
+  comm.End();
+  comm.ForgetCalls();
+  for (MixedOperation const operation : kMixedOperations) {
+    if (operation == MixedOperation::GATHER) continue;
+    EXPECT_EQ(process.Run(operation), STATUS_INVALID_VALUE) << static_cast<int>(operation);
+  }
+  EXPECT_TRUE(comm.DataTexts().empty());
+}
+
 TEST(AnAssemblerWhoseCommunicatorHasEnded, RefusesEveryOperationWithoutACall) {
   LogLevel const silent(-1);
   for (int const ranks : {1, 2}) {
@@ -110,13 +121,7 @@ TEST(AnAssemblerWhoseCommunicatorHasEnded, RefusesEveryOperationWithoutACall) {
       LedgerPool pool;
       MixedProcess process(ending, pool, true);
       ASSERT_EQ(process.Run(MixedOperation::GATHER), STATUS_OK);
-      ending->End();
-      ending->ForgetCalls();
-      for (MixedOperation const operation : kMixedOperations) {
-        if (operation == MixedOperation::GATHER) continue;
-        EXPECT_EQ(process.Run(operation), STATUS_INVALID_VALUE) << static_cast<int>(operation);
-      }
-      EXPECT_TRUE(ending->DataTexts().empty());
+      ExpectRefusalsOnceEnded(process, *ending);
       EXPECT_EQ(process.Run(MixedOperation::GATHER), STATUS_INVALID_VALUE);
     });
   }
@@ -130,13 +135,7 @@ TEST(AnAssemblerWhoseCommunicatorHasEnded, RefusesWhatFollowsAGatherThatFailed) 
     MixedProcess process(ending, pool, true);
     ending->Fail(Fault::Once(1, STATUS_COMM_FAILED), TraceComm::AFTERWARDS);
     ASSERT_EQ(process.Run(MixedOperation::GATHER), STATUS_COMM_FAILED);
-    ending->End();
-    ending->ForgetCalls();
-    for (MixedOperation const operation : kMixedOperations) {
-      if (operation == MixedOperation::GATHER) continue;
-      EXPECT_EQ(process.Run(operation), STATUS_INVALID_VALUE) << static_cast<int>(operation);
-    }
-    EXPECT_TRUE(ending->DataTexts().empty());
+    ExpectRefusalsOnceEnded(process, *ending);
   });
 }
 
